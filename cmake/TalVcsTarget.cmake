@@ -1,0 +1,54 @@
+# What every target of this project is compiled and linked with. Nothing here is global, so that a
+# host project which takes the library in by add_subdirectory keeps its own settings.
+
+include(GenerateExportHeader)
+
+# talvcs_target_settings(<target>): warnings, sanitizers and coverage, as the options ask.
+function(talvcs_target_settings target)
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  target_compile_features(${target} PRIVATE cxx_std_20)
+  if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+    target_compile_options(${target} PRIVATE
+      -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wundef
+      -Wold-style-cast -Wcast-qual $<$<BOOL:${TALVCS_WERROR}>:-Werror>)
+  endif()
+  if(TALVCS_SANITIZE)
+    string(REPLACE ";" "," sanitizers "${TALVCS_SANITIZE}")
+    target_compile_options(${target} PRIVATE
+      -fsanitize=${sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=${sanitizers})
+  endif()
+  if(TALVCS_COVERAGE)
+    target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
+    target_link_options(${target} PRIVATE --coverage)
+  endif()
+endfunction()
+
+# talvcs_shared_library_settings(<target> <version script>): what the shared libraries have in
+# common. The version script keeps the standard library's template instances, which its headers
+# declare visible, out of the exported symbols.
+function(talvcs_shared_library_settings target version_script)
+  set_target_properties(${target} PROPERTIES
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR})
+  if(UNIX AND NOT APPLE)
+    target_link_options(${target} PRIVATE "LINKER:--version-script=${version_script}")
+    set_target_properties(${target} PROPERTIES LINK_DEPENDS ${version_script})
+    if(NOT TALVCS_SANITIZE)
+      target_link_options(${target} PRIVATE LINKER:-z,defs)
+    endif()
+  endif()
+endfunction()
+
+# While the tree grows: what is listed and not there yet is left out, with a warning.
+macro(talvcs_drop_missing list)
+  foreach(file IN LISTS ${list})
+    if(NOT EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
+      message(STATUS "not there yet: ${CMAKE_CURRENT_SOURCE_DIR}/${file}")
+      list(REMOVE_ITEM ${list} ${file})
+    endif()
+  endforeach()
+endmacro()

@@ -1,0 +1,13 @@
+include(GoogleTest)
+
+# talvcs_add_gtest(<name> LIBRARIES <library>... SOURCES <file>...): a GoogleTest program, each of
+# whose tests is a test of CTest.
+function(talvcs_add_gtest name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LIBRARIES;SOURCES")
+  add_executable(${name} ${arg_SOURCES})
+  talvcs_target_settings(${name})
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock_main)
+  gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST
+    PROPERTIES TIMEOUT 300)
+endfunction()
