@@ -1,0 +1,16 @@
+#pragma once
+
+namespace TalUtils {
+
+/// A callable that returns one value, whatever it is called with: `always_return_t<int>{7}`.
+template <class T>
+struct always_return_t {
+  T value;
+
+  template <class... Args>
+  constexpr T operator()(Args&&...) const {
+    return value;
+  }
+};
+
+}  // namespace TalUtils

@@ -1,0 +1,117 @@
+#pragma once
+
+#include <talvcs/export.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace TalUtils {
+
+class Stream;
+
+namespace Memory {
+
+/// A container of bytes that lie in one or several shared segments.
+///
+/// A value: a copy is independent of its source, yet shares its segments, and so does a buffer that
+/// was appended to another. Whoever changes bytes that somebody else shares gets a copy of that
+/// segment first. A moved-from buffer is empty. Sizes and positions are in bytes.
+///
+/// Threads: one buffer belongs to one thread at a time; buffers that share segments don't disturb
+/// each other.
+class TALVCS_API Buffer {
+ public:
+  /// Read access to one segment, which it keeps alive and unchanged.
+  class TALVCS_API ReadDataAccessor;
+
+  /// Makes a buffer of `size` zero bytes.
+  explicit Buffer(std::size_t size = 0);
+  Buffer(const Buffer& other) noexcept;
+  Buffer(Buffer&& other) noexcept;
+  Buffer& operator=(const Buffer& other) noexcept;
+  Buffer& operator=(Buffer&& other) noexcept;
+  ~Buffer();
+
+  std::uint64_t GetSize() const noexcept;
+  bool IsEmpty() const noexcept { return GetSize() == 0; }
+
+  /// Appends a copy of `size` bytes. Returns false only for null `data` with a size, with nothing
+  /// changed. The third argument has no meaning and is there for hosts that pass it.
+  bool Append(const void* data, std::size_t size, std::size_t unused = 1);
+
+  /// Appends the bytes of `source`, which may be this buffer, by sharing its segments.
+  void Append(const Buffer& source);
+
+  /// Writes all bytes at the position of `stream`, and puts their number in `written` unless that
+  /// is null. Returns false if the stream took fewer.
+  bool AppendTo(Stream stream, std::size_t* written) const;
+
+  /// Returns the segments in order; none for an empty buffer, and none of size 0.
+  std::vector<ReadDataAccessor> LockForRead() const;
+
+  /// The segments one by one, for reading without an allocation. A segment's bytes stay valid until
+  /// this buffer changes or ends.
+  std::size_t GetSegmentCount() const noexcept;
+  std::span<const std::byte> GetSegment(std::size_t index) const noexcept;
+
+  /// Copies bytes from `position` on to `target`. Returns how many there were, `size` at most.
+  std::size_t ReadAt(std::uint64_t position, void* target, std::size_t size) const noexcept;
+
+  /// Puts `size` bytes at `position`, over what stands there and beyond the end; a gap between the
+  /// end and the position is filled with zeros. Segments that somebody shares are copied first.
+  void WriteAt(std::uint64_t position, const void* data, std::size_t size);
+
+  /// Appends the bytes of `source` from `position` on, `size` at most, sharing whole segments where
+  /// they lie in that range and copying the rest.
+  void AppendRange(const Buffer& source, std::uint64_t position, std::uint64_t size);
+
+  /// Says that about `segments` more segments will be appended.
+  void ReserveSegments(std::size_t segments);
+
+ private:
+  friend class ReadDataAccessor;
+  struct Part;
+  struct Block;
+  struct List;
+  struct Segment;
+
+  static Block* NewBlock(std::size_t capacity);
+  static List* NewList(std::size_t capacity);
+  static void Acquire(Part* part) noexcept;
+  static void Release(Part* part) noexcept;
+
+  List* WritableList(std::size_t more);
+  void PushSegment(Block* owned, const std::byte* data, std::size_t size);
+  std::byte* WritableSegment(std::size_t index);
+  std::size_t RoomInPlace() const noexcept;
+  void FillInPlace(const std::byte* data, std::size_t size) noexcept;
+  std::size_t FindSegment(std::uint64_t position) const noexcept;
+
+  // Null when empty. One segment that fills a block needs no list: the part is the block itself.
+  Part* m_part = nullptr;
+};
+
+class TALVCS_API Buffer::ReadDataAccessor {
+ public:
+  ReadDataAccessor(const ReadDataAccessor& other) noexcept;
+  ReadDataAccessor(ReadDataAccessor&& other) noexcept;
+  ReadDataAccessor& operator=(ReadDataAccessor other) noexcept;
+  ~ReadDataAccessor();
+
+  /// The first byte of the segment; valid while an accessor on it or the unchanged buffer lives.
+  const void* GetData() const noexcept { return m_data; }
+  std::size_t GetSize() const noexcept { return m_size; }
+
+ private:
+  friend class Buffer;
+  ReadDataAccessor(Part* owner, const void* data, std::size_t size) noexcept;
+
+  Part* m_owner;
+  const void* m_data;
+  std::size_t m_size;
+};
+
+}  // namespace Memory
+}  // namespace TalUtils

@@ -1,0 +1,58 @@
+#include <talvcs/foundation/data_encoding.h>
+
+#include <talvcs/foundation/utf.h>
+
+#include <limits>
+#include <stdexcept>
+#include <string>
+
+namespace TalUtils::DataEncoding {
+
+using TalPlatform::TalStringT;
+using TalPlatform::TalStringViewT;
+using TalPlatform::WideChar;
+
+namespace {
+
+constexpr std::size_t kDigestBytes = 32;
+constexpr std::size_t kStackBytes = 768;
+constexpr std::size_t kMostCharacters = std::numeric_limits<int>::max();
+
+void PutHexDigits(const unsigned char* bytes, std::size_t count, WideChar* out) noexcept {
+  constexpr char kDigits[] = "0123456789abcdef";
+  for (std::size_t index = 0; index < count; ++index) {
+    out[2 * index] = static_cast<WideChar>(kDigits[bytes[index] >> 4]);
+    out[2 * index + 1] = static_cast<WideChar>(kDigits[bytes[index] & 0xF]);
+  }
+}
+
+}  // namespace
+
+TalStringT<WideChar> HexEncode(const void* data, std::size_t size) {
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  if (size <= kDigestBytes) {
+    WideChar digits[2 * kDigestBytes];
+    PutHexDigits(bytes, size, digits);
+    return TalStringT<WideChar>(TalStringViewT<WideChar>(digits, static_cast<int>(2 * size)));
+  }
+  if (size > kMostCharacters / 2) throw std::length_error("too many bytes for one text");
+  std::basic_string<WideChar> digits(2 * size, WideChar());
+  PutHexDigits(bytes, size, digits.data());
+  return TalStringT<WideChar>(TalStringViewT<WideChar>(digits));
+}
+
+TalStringT<char> Utf8Encode(const WideChar* text) {
+  const auto units = static_cast<std::size_t>(TalStringViewT<WideChar>(text).length);
+  const std::size_t most = units * TalPlatform::kMaxUtf8BytesPerUnit;
+  if (most <= kStackBytes) {
+    char bytes[kStackBytes];
+    const std::size_t written = TalPlatform::EncodeUtf8(text, units, bytes);
+    return TalStringT<char>(bytes, static_cast<int>(written));
+  }
+  std::string bytes(most, '\0');
+  const std::size_t written = TalPlatform::EncodeUtf8(text, units, bytes.data());
+  if (written > kMostCharacters) throw std::length_error("text longer than an int can tell");
+  return TalStringT<char>(bytes.data(), static_cast<int>(written));
+}
+
+}  // namespace TalUtils::DataEncoding

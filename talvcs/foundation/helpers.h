@@ -1,0 +1,48 @@
+#pragma once
+
+#include <talvcs/export.h>
+#include <talvcs/foundation/names.h>
+
+#include <cstddef>
+#include <vector>
+
+/// Free functions between the object model and the lower layers. None keeps state.
+namespace TalVcs::Helpers {
+
+/// Returns the SHA-256 of `size` bytes as 64 lower-case hexadecimal characters, or an empty text if
+/// `data` is null.
+TALVCS_API TalStringT<WideChar> ComputeEncodedSHA256Hash(const void* data, std::size_t size);
+
+/// Returns the SHA-256 of all bytes of `data`, however they are cut into segments, or an empty text
+/// for an empty buffer. Nothing is copied.
+TALVCS_API TalStringT<WideChar> ComputeEncodedSHA256Hash(const Buffer& data);
+
+/// Appends the bytes of `source` by sharing its segments.
+TALVCS_API void AppendToBuffer(Buffer& target, const Buffer& source);
+
+/// Appends the bytes of `text` as they are, without a terminator.
+TALVCS_API void AppendToBuffer(Buffer& target, TalStringViewT<char> text);
+
+/// Appends `text` up to its first U+0000 as UTF-8, without a terminator.
+TALVCS_API void AppendToBuffer(Buffer& target, TalStringViewT<WideChar> text);
+
+/// Returns the bytes of `data` as one text, zeros included; of more bytes than an `int` can tell,
+/// the first 0x7FFFFFFF.
+TALVCS_API TalStringT<char> StringAFromBuffer(const Buffer& data);
+
+/// Reads from the position of `stream` to its end. Returns an empty text if there is nothing to
+/// read or the reading fails.
+TALVCS_API TalStringT<char> StreamToStringA(StreamIO& stream);
+
+/// Moves `stream` behind the header of an object, that is behind the next zero byte.
+///
+/// Returns true if the header begins with `expected`. After a mismatch the stream stands behind the
+/// header as well; without any zero byte it stands at its end and the result is false.
+TALVCS_API bool ShiftObjectIdentifier(StreamIO& stream, TalStringViewT<char> expected);
+
+/// Returns the components of `path`, which are separated by "/". Empty ones are left out.
+///
+/// The components are views of the caller's text, which has to outlive them.
+TALVCS_API std::vector<TalStringViewT<WideChar>> SplitVcsPath(TalStringViewT<WideChar> path);
+
+}  // namespace TalVcs::Helpers

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <talvcs/foundation/buffer.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+namespace TalUtils {
+
+/// One SHA-256 computation: any number of updates, then `Finish` once.
+class Sha256 {
+ public:
+  using Digest = std::array<std::uint8_t, 32>;
+  using State = std::array<std::uint32_t, 8>;
+  static constexpr std::size_t kBlockSize = 64;
+
+  /// Mixes `count` blocks of 64 bytes into `state`.
+  using BlockFunction = void (*)(State& state, const std::uint8_t* blocks, std::size_t count);
+
+  /// A block function and the name of the instructions that it is made of.
+  struct Implementation {
+    std::string_view name;
+    BlockFunction function;
+  };
+
+  /// Uses the fastest block function that the processor has.
+  Sha256() noexcept;
+  explicit Sha256(BlockFunction function) noexcept;
+
+  void Update(const void* data, std::size_t size) noexcept;
+  void Update(const Memory::Buffer& data) noexcept;
+  Digest Finish() noexcept;
+
+  /// Returns the block functions that this processor can run, the fastest first, the portable one
+  /// last.
+  static std::span<const Implementation> GetImplementations() noexcept;
+
+ private:
+  BlockFunction m_function;
+  State m_state;
+  std::uint64_t m_size = 0;  // bytes so far
+  std::array<std::uint8_t, kBlockSize> m_block;
+};
+
+/// The round constants.
+extern const std::array<std::uint32_t, 64> kSha256Constants;
+
+void Sha256BlocksPortable(Sha256::State& state, const std::uint8_t* blocks,
+                          std::size_t count) noexcept;
+
+/// Return the block function for the processor's own instructions, or null if it has none.
+Sha256::BlockFunction GetSha256BlocksX86() noexcept;
+Sha256::BlockFunction GetSha256BlocksArm() noexcept;
+
+}  // namespace TalUtils

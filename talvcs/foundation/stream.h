@@ -1,0 +1,119 @@
+#pragma once
+
+#include <talvcs/export.h>
+#include <talvcs/foundation/buffer.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace TalUtils {
+
+/// A seekable sequence of bytes with one position, which a host may implement.
+///
+/// Sizes and positions are in bytes from the start. The operations must not throw for an error of
+/// the medium: they answer with a short count or false, and the library treats what wasn't read as
+/// missing.
+class TALVCS_API IStream {
+ public:
+  IStream() = default;
+  IStream(const IStream&) = delete;
+  IStream& operator=(const IStream&) = delete;
+  virtual ~IStream();
+
+  /// Reads up to `size` bytes at the position and moves behind them. Returns how many were read;
+  /// fewer than `size` only at the end or after an error.
+  virtual std::size_t Read(void* data, std::size_t size) = 0;
+
+  /// Writes `size` bytes at the position, over what stands there, and moves behind them. Returns how
+  /// many were written.
+  virtual std::size_t Write(const void* data, std::size_t size) = 0;
+
+  /// Moves to `position`, which may lie behind the end. Returns false if that can't be done.
+  virtual bool Seek(std::uint64_t position) = 0;
+
+  virtual std::uint64_t GetPosition() const = 0;
+  virtual std::uint64_t GetSize() const = 0;
+
+  /// Writes the bytes of `data` like `Write`. Override it in a stream that can share them.
+  virtual std::uint64_t WriteBuffer(const Memory::Buffer& data);
+
+  /// Reads from the position to the end, appends what was read to `target` and moves to the end.
+  /// Returns false if fewer bytes came than the size told. Override it in a stream that can share
+  /// its bytes.
+  virtual bool ReadToEnd(Memory::Buffer& target);
+};
+
+/// A handle on a shared stream: a copy works on the same bytes and the same position.
+///
+/// A handle over nothing reads as empty and takes no bytes.
+class TALVCS_API Stream {
+ public:
+  Stream() noexcept = default;
+  explicit Stream(std::shared_ptr<IStream> stream) noexcept : m_stream(std::move(stream)) {}
+
+  /// Returns the stream behind the handle, or null. The handles keep it alive.
+  operator IStream*() const noexcept { return m_stream.get(); }
+
+  bool SeekToBegin();
+
+  /// Writes all bytes of `data` at the position. Returns how many were taken.
+  std::uint64_t Write(const Memory::Buffer& data);
+
+ private:
+  std::shared_ptr<IStream> m_stream;
+};
+
+/// Makes streams in memory.
+class TALVCS_API MemStream {
+ public:
+  MemStream() = delete;
+
+  /// Returns a stream over bytes of its own, `size` zeros.
+  static Stream Create(std::size_t size);
+
+  /// Returns a stream over `buffer`, at its start: what is written lands there. The buffer has to
+  /// outlive every handle on the stream.
+  static Stream CreateOnRef(Memory::Buffer& buffer);
+};
+
+namespace Serialization {
+
+/// A reader over a stream. A copy reads from the same position.
+///
+/// A host's reader tells that there is nothing to read by a default-made one, which tests false.
+class TALVCS_API StreamIO {
+ public:
+  StreamIO() noexcept = default;
+  /// Reads from `stream`, from where it stands.
+  StreamIO(const Stream& stream) noexcept : m_stream(stream) {}
+  StreamIO(const StreamIO&) = default;
+  StreamIO(StreamIO&&) noexcept = default;
+  StreamIO& operator=(const StreamIO&) = default;
+  StreamIO& operator=(StreamIO&&) noexcept = default;
+  virtual ~StreamIO();
+
+  /// True if there is a stream to read from, be it empty.
+  operator bool() const noexcept { return static_cast<IStream*>(m_stream) != nullptr; }
+
+  /// Returns the size of the whole stream, 0 without one.
+  std::uint64_t GetSize() const;
+  virtual std::uint64_t GetPosition() const;
+
+  /// Reads exactly `size` bytes. Returns false if there were fewer; what there was is in `data`.
+  bool Read(void* data, std::size_t size);
+
+  /// Copies everything from the position to the end to `target`, and puts the number of bytes in
+  /// `copied` unless that is null. Returns false if not everything arrived.
+  bool CopyTo(IStream* target, std::size_t* copied);
+
+  /// Appends everything from the position to the end to `target`, sharing the bytes where the stream
+  /// allows it. Returns false if fewer bytes came than the size told.
+  bool ReadToEnd(Memory::Buffer& target);
+
+ private:
+  Stream m_stream;
+};
+
+}  // namespace Serialization
+}  // namespace TalUtils

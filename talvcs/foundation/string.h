@@ -1,0 +1,188 @@
+#pragma once
+
+#include <talvcs/export.h>
+#include <talvcs/foundation/string_view.h>
+#include <talvcs/foundation/wide_char.h>
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+
+namespace TalPlatform {
+
+/// An owning text of `char` (bytes, normally UTF-8) or of `WideChar` (UTF-16).
+///
+/// A value: no holder sees another's change. A short text (15 bytes or 7 wide characters) lies in
+/// the object; a longer one is shared, so that a copy costs one atomic count and never an
+/// allocation. A change of shared text copies it first. A moved-from string is empty. The text may
+/// hold zeros; it always has a terminator behind it. A text longer than an `int` can tell raises
+/// `std::length_error`.
+///
+/// Threads: different strings may be used by different threads, also when they share their text.
+template <class C>
+class TALVCS_API TalStringT {
+ public:
+  TalStringT() noexcept { SetInlineLength(0); }
+  TalStringT(const C* terminated) : TalStringT(TalStringViewT<C>(terminated)) {}
+  TalStringT(const C* first, int count) : TalStringT(TalStringViewT<C>(first, count)) {}
+  TalStringT(TalStringViewT<C> text);
+  TalStringT(const TalStringT& other) noexcept {
+    std::memcpy(m_units, other.m_units, sizeof(m_units));
+    if (IsShared()) AcquireShared();
+  }
+  TalStringT(TalStringT&& other) noexcept {
+    std::memcpy(m_units, other.m_units, sizeof(m_units));
+    other.SetInlineLength(0);
+  }
+
+  /// Decodes UTF-8. Bytes that are no UTF-8 become U+FFFD, one for each maximal subpart; the
+  /// three-byte form of a lone surrogate gives that surrogate back. Never fails.
+  template <std::same_as<char> Narrow>
+    requires(!std::same_as<C, char>)
+  TalStringT(const TalStringT<Narrow>& utf8) : TalStringT(Decode(utf8)) {}
+
+  TalStringT& operator=(const TalStringT& other) noexcept {
+    TalStringT copy(other);
+    Swap(copy);
+    return *this;
+  }
+  TalStringT& operator=(TalStringT&& other) noexcept {
+    TalStringT taken(static_cast<TalStringT&&>(other));
+    Swap(taken);
+    return *this;
+  }
+  ~TalStringT() {
+    if (IsShared()) ReleaseShared();
+  }
+
+  int GetLength() const noexcept { return IsShared() ? GetShared().length : InlineLength(); }
+  bool IsEmpty() const noexcept { return GetLength() == 0; }
+
+  /// Returns the text with its terminator. It stays valid until the string changes or ends.
+  const C* GetString() const noexcept { return IsShared() ? GetShared().text : m_units; }
+  operator const C*() const noexcept { return GetString(); }
+
+  /// Returns the character at `index`, which has to be below the length (at it: the terminator).
+  C GetAt(int index) const noexcept { return GetString()[index]; }
+  C operator[](int index) const noexcept { return GetString()[index]; }
+
+  /// Return parts of the text, clamped like `TalStringViewT::Mid`: no index or count is an error.
+  TalStringT Left(int count) const;
+  TalStringT Right(int count) const;
+  TalStringT Mid(int start) const;
+  TalStringT Mid(int start, int count) const;
+
+  TalStringT& operator+=(const C* terminated) { return Append(TalStringViewT<C>(terminated)); }
+  TalStringT& operator+=(C character) { return Append(TalStringViewT<C>(&character, 1)); }
+  /// Appends `text`, which may be a part of this string.
+  TalStringT& Append(TalStringViewT<C> text);
+
+  /// Compares like `TalStringViewT::Compare`. This is the order of all names and ids.
+  int Compare(TalStringViewT<C> other,
+              CompareCase compare = CompareCase::Sensitive) const noexcept {
+    return TalStringViewT<C>(*this).Compare(other, compare);
+  }
+  bool StartsWith(TalStringViewT<C> prefix,
+                  CompareCase compare = CompareCase::Sensitive) const noexcept {
+    return TalStringViewT<C>(*this).StartsWith(prefix, compare);
+  }
+  bool EndsWith(TalStringViewT<C> suffix,
+                CompareCase compare = CompareCase::Sensitive) const noexcept {
+    return TalStringViewT<C>(*this).EndsWith(suffix, compare);
+  }
+  /// Returns the index of the first match at or behind `start`, or -1.
+  int Find(TalStringViewT<C> pattern,
+           CompareCase compare = CompareCase::Sensitive) const noexcept {
+    return TalStringViewT<C>(*this).Find(pattern, 0, compare);
+  }
+  int Find(TalStringViewT<C> pattern, int start,
+           CompareCase compare = CompareCase::Sensitive) const noexcept {
+    return TalStringViewT<C>(*this).Find(pattern, start, compare);
+  }
+
+  friend bool operator==(const TalStringT& a, const TalStringT& b) noexcept { return a.Equals(b); }
+  friend bool operator==(const TalStringT& a, TalStringViewT<C> b) noexcept {
+    return TalStringViewT<C>(a) == b;
+  }
+  friend bool operator==(const TalStringT& a, const C* b) noexcept {
+    return TalStringViewT<C>(a) == TalStringViewT<C>(b);
+  }
+
+ private:
+  static constexpr int kUnits = 16 / sizeof(C);
+  static constexpr int kInlineCapacity = kUnits - 1;
+  static constexpr C kSharedMark = static_cast<C>(-1);
+
+  struct Shared {
+    C* text;
+    std::int32_t length;
+  };
+  static_assert(sizeof(Shared) <= 16);
+
+  static TalStringT Decode(TalStringViewT<char> utf8);
+
+  // The last unit tells the state: kSharedMark, or how many inline units are free. It is the
+  // terminator of an inline text that fills the object. A shared text keeps the address of its
+  // first unit and its length in the bytes in front.
+  bool IsShared() const noexcept { return m_units[kUnits - 1] == kSharedMark; }
+  int InlineLength() const noexcept {
+    return kInlineCapacity - static_cast<int>(m_units[kUnits - 1]);
+  }
+  void SetInlineLength(int length) noexcept {
+    m_units[length] = C();
+    m_units[kUnits - 1] = static_cast<C>(kInlineCapacity - length);
+  }
+  Shared GetShared() const noexcept {
+    Shared shared;
+    std::memcpy(&shared, m_units, sizeof(shared));
+    return shared;
+  }
+  void SetShared(C* text, int length) noexcept;
+  void AcquireShared() const noexcept;
+  void ReleaseShared() noexcept;
+  bool Equals(const TalStringT& other) const noexcept;
+  void Swap(TalStringT& other) noexcept {
+    C kept[kUnits];
+    std::memcpy(kept, m_units, sizeof(m_units));
+    std::memcpy(m_units, other.m_units, sizeof(m_units));
+    std::memcpy(other.m_units, kept, sizeof(m_units));
+  }
+
+  alignas(8) C m_units[kUnits];
+};
+
+template <class C>
+TalStringViewT<C>::TalStringViewT(const TalStringT<C>& string) noexcept
+    : text(string.GetString()), length(string.GetLength()) {}
+
+template <class C>
+TalStringT<C> TalStringViewT<C>::ToString() const {
+  return TalStringT<C>(*this);
+}
+
+extern template class TALVCS_API TalStringViewT<char>;
+extern template class TALVCS_API TalStringViewT<WideChar>;
+extern template class TALVCS_API TalStringT<char>;
+extern template class TALVCS_API TalStringT<WideChar>;
+
+/// Returns the two texts as one.
+TALVCS_API TalStringT<WideChar> operator+(TalStringViewT<WideChar> first,
+                                          TalStringViewT<WideChar> second);
+
+/// Hashes at most about ten code units of `text`, spread over its whole length.
+///
+/// All hash tables keyed by ids and names use it. Only the place in a table depends on the value.
+TALVCS_API std::uint64_t SampleHash(TalStringViewT<WideChar> text) noexcept;
+
+}  // namespace TalPlatform
+
+template <>
+struct std::hash<TalPlatform::TalStringT<TalPlatform::WideChar>> {
+  // Not noexcept on purpose: the standard library's tables then keep the value beside each entry
+  // and don't have to read neighbouring keys in a look-up.
+  std::size_t operator()(const TalPlatform::TalStringT<TalPlatform::WideChar>& text) const {
+    return static_cast<std::size_t>(TalPlatform::SampleHash(text));
+  }
+};

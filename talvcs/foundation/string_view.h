@@ -1,0 +1,86 @@
+#pragma once
+
+#include <talvcs/export.h>
+#include <talvcs/foundation/wide_char.h>
+
+#include <string>
+#include <string_view>
+
+namespace TalPlatform {
+
+template <class C>
+class TalStringT;
+
+/// How texts are compared. There is one way: by the values of their code units, exactly.
+enum class CompareCase { Sensitive = 0 };
+
+/// A view of `length` characters from `text` on, owned by somebody else.
+///
+/// The text isn't terminated. Whoever passes a view keeps the text alive and unchanged while the
+/// view is used. A null `text` goes with length 0. Indices and lengths are `int`.
+///
+/// `C` is `char` for bytes, normally UTF-8, or `WideChar` for UTF-16.
+template <class C>
+class TALVCS_API TalStringViewT {
+ public:
+  const C* text = nullptr;
+  int length = 0;
+
+  constexpr TalStringViewT() noexcept = default;
+  constexpr TalStringViewT(const C* first, int count) noexcept : text(first), length(count) {}
+
+  /// Views the whole of `string`, which has to outlive the view.
+  TalStringViewT(const TalStringT<C>& string) noexcept;
+
+  /// Views `terminated` up to its terminator; null gives an empty view.
+  constexpr TalStringViewT(const C* terminated) noexcept
+      : text(terminated),
+        length(terminated == nullptr
+                   ? 0
+                   : static_cast<int>(std::char_traits<C>::length(terminated))) {}
+
+  constexpr TalStringViewT(std::basic_string_view<C> view) noexcept
+      : text(view.data()), length(static_cast<int>(view.size())) {}
+  TalStringViewT(const std::basic_string<C>& string) noexcept
+      : TalStringViewT(std::basic_string_view<C>(string)) {}
+
+  constexpr const C* GetRawUnterminatedString() const noexcept { return text; }
+  constexpr int GetLength() const noexcept { return length; }
+  constexpr bool IsEmpty() const noexcept { return length == 0; }
+
+  /// Returns the index of the first `pattern` at or behind `start`, or -1.
+  ///
+  /// A negative start counts as 0; a start at or past the end finds nothing but an empty pattern
+  /// at the end itself.
+  int Find(TalStringViewT pattern, int start = 0,
+           CompareCase compare = CompareCase::Sensitive) const noexcept;
+  int Find(C character, int start = 0,
+           CompareCase compare = CompareCase::Sensitive) const noexcept;
+
+  /// Returns `count` characters from `start` on, clamped to the view: a negative argument counts as
+  /// 0, a start past the end gives an empty view at the end.
+  constexpr TalStringViewT Mid(int start, int count) const noexcept {
+    const int from = start < 0 ? 0 : (start > length ? length : start);
+    const int most = length - from;
+    const int kept = count < 0 ? 0 : (count > most ? most : count);
+    return TalStringViewT(text + from, kept);
+  }
+
+  /// Compares code unit by code unit, as unsigned values; a proper prefix stands before the longer
+  /// text. Returns a negative value, zero or a positive one for before, equal, after.
+  int Compare(TalStringViewT other, CompareCase compare = CompareCase::Sensitive) const noexcept;
+
+  bool StartsWith(TalStringViewT prefix,
+                  CompareCase compare = CompareCase::Sensitive) const noexcept;
+  bool EndsWith(TalStringViewT suffix,
+                CompareCase compare = CompareCase::Sensitive) const noexcept;
+
+  /// Returns a string with a copy of the characters.
+  TalStringT<C> ToString() const;
+
+  friend bool operator==(TalStringViewT a, TalStringViewT b) noexcept {
+    return a.length == b.length && a.Compare(b) == 0;
+  }
+};
+
+}  // namespace TalPlatform

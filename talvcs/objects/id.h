@@ -1,0 +1,47 @@
+#pragma once
+
+#include <talvcs/export.h>
+#include <talvcs/foundation/names.h>
+
+#include <cstddef>
+#include <functional>
+
+namespace TalVcs {
+
+/// The name of an object: the hexadecimal SHA-256 of its packed form, 64 characters.
+///
+/// A value around one text; a copy shares the text and never allocates. The empty text means that
+/// there is no object. Nothing is validated: any text makes an id, and ids are equal when their
+/// texts are, to the letter.
+class TALVCS_API Id {
+ public:
+  /// The empty id.
+  Id() noexcept = default;
+  /// Copies `text`.
+  Id(TalStringViewT<WideChar> text) : m_text(text) {}
+  /// Takes over `text`.
+  explicit Id(TalStringT<WideChar> text) noexcept : m_text(std::move(text)) {}
+  /// The digest of exactly these bytes, without a header; the empty id for an empty buffer.
+  explicit Id(const Buffer& data);
+
+  TalStringT<WideChar> ToString() const { return m_text; }
+
+  friend bool operator==(const Id& a, const Id& b) noexcept { return a.m_text == b.m_text; }
+
+  /// Hashes like the text.
+  std::size_t GetHash() const { return std::hash<TalStringT<WideChar>>()(m_text); }
+
+  /// Returns a view of the text, valid as long as this id is unchanged.
+  TalStringViewT<WideChar> View() const noexcept { return m_text; }
+
+ private:
+  TalStringT<WideChar> m_text;
+};
+
+}  // namespace TalVcs
+
+template <>
+struct std::hash<TalVcs::Id> {
+  // Not noexcept on purpose, like the hash of the text.
+  std::size_t operator()(const TalVcs::Id& id) const { return id.GetHash(); }
+};

@@ -1,0 +1,87 @@
+#include <talvcs/objects/object.h>
+
+#include <talvcs/foundation/data_encoding.h>
+#include <talvcs/foundation/helpers.h>
+#include <talvcs/foundation/sha256.h>
+#include <talvcs/objects/packed_header.h>
+
+#include <string>
+
+namespace TalVcs {
+
+IObject::~IObject() = default;
+
+Object::Object() noexcept = default;
+Object::Object(const Object& other) = default;
+Object& Object::operator=(const Object& other) = default;
+Object::~Object() = default;
+
+bool Object::operator==(const IObject& other) const { return GetId() == other.GetId(); }
+
+bool Object::operator!=(const IObject& other) const {
+  const IObject& self = *this;
+  return !self.operator==(other);
+}
+
+Id Object::GetId() const {
+  if (!HasId()) m_id = Id(Helpers::ComputeEncodedSHA256Hash(GetPackedData()));
+  return m_id;
+}
+
+const Buffer& Object::GetPackedData() const {
+  if (m_packedData.IsEmpty()) {
+    const TalStringT<char> type = GetHeader();
+    const Buffer& data = GetData();
+    m_packedData = Pack(type, data);
+  }
+  return m_packedData;
+}
+
+TalStringT<WideChar> Object::ToString() const {
+  const TalStringT<char> packed = Helpers::StringAFromBuffer(GetPackedData());
+  std::basic_string<WideChar> printed;
+  printed.reserve(static_cast<std::size_t>(packed.GetLength()));
+  for (int index = 0; index < packed.GetLength(); ++index) {
+    const auto byte = static_cast<signed char>(packed[index]);
+    if (byte == 0) {
+      printed += TAL_WIDE("\\0");
+    } else {
+      printed += static_cast<WideChar>(byte);
+    }
+  }
+  return TalStringT<WideChar>(TalStringViewT<WideChar>(printed));
+}
+
+void Object::ResetState() {
+  m_id = Id();
+  m_packedData = Buffer();
+}
+
+Buffer Object::Pack(TalStringViewT<char> type, const Buffer& data) {
+  std::string header(type.text, static_cast<std::size_t>(type.length));
+  header += ' ';
+  header += std::to_string(data.GetSize());
+  header += '\0';
+  Buffer packed;
+  packed.Append(header.data(), header.size(), 1);
+  packed.Append(data);
+  return packed;
+}
+
+const Id& Object::IdOfData(TalStringViewT<char> type, const Buffer& data) const {
+  if (!HasId()) {
+    const PackedHeader header(type, data.GetSize());
+    TalUtils::Sha256 hash;
+    hash.Update(header.GetData(), header.GetSize());
+    hash.Update(data);
+    const auto digest = hash.Finish();
+    m_id = Id(TalUtils::DataEncoding::HexEncode(digest.data(), digest.size()));
+  }
+  return m_id;
+}
+
+void Object::KeepPackedData() const {
+  if (HasId()) GetPackedData();
+}
+
+}  // namespace TalVcs

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <talvcs/objects/tree.h>
+#include <talvcs/objects/tree_entries.h>
+
+namespace TalVcs {
+
+/// What the library's own sources may do with a tree beyond its public face.
+class TreeAccess {
+ public:
+  static const TreeEntries* Entries(const Tree& tree) noexcept { return tree.m_entries; }
+
+  /// Takes the entries away from a dying tree. Its caches are wrong from then on.
+  static TreeEntries* TakeEntries(Tree& tree) noexcept {
+    TreeEntries* taken = tree.m_entries;
+    tree.m_entries = nullptr;
+    return taken;
+  }
+
+  /// Gives a tree without entries the list, with its hold.
+  static void AdoptEntries(Tree& tree, TreeEntries* list) noexcept { tree.m_entries = list; }
+
+  /// Puts a stored object into the tree as it is.
+  static void SetEntry(Tree& tree, TalStringViewT<WideChar> name, EntryKind kind,
+                       const cow_ptr<Object>& child) {
+    tree.SetEntry(name, kind, child);
+  }
+};
+
+}  // namespace TalVcs

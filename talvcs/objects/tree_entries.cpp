@@ -1,0 +1,487 @@
+#include <talvcs/objects/tree_entries.h>
+
+#include <talvcs/foundation/text_compare.h>
+#include <talvcs/foundation/utf.h>
+#include <talvcs/objects/blob.h>
+#include <talvcs/objects/tree_access.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+// A directory is a list of chunks; an edit makes one chunk anew and a new list of pointers:
+//
+//   state 1   [ a b c ]  [ d e f ]  [ g h ]
+//                 \          :          /
+//   state 2   [ a b c ]  [ d E f ]  [ g h ]       the outer chunks are the same memory
+//
+// The bytes of the records lie with each chunk, so the entry list of a state is the run of its
+// chunks' bytes, hashed where it lies:
+//
+//   tree   := record*                      ascending by name, in 16-bit code units
+//   record := mode SP type SP name NUL id  id: 64 hexadecimal characters
+
+namespace TalVcs {
+
+namespace {
+
+// With about ten entries a chunk, an edit of a directory of 100 entries costs about as many bytes
+// for the new chunk as for the new list of pointers.
+constexpr std::size_t kMostSlots = 8;
+constexpr std::size_t kFewSlots = kMostSlots / 2;
+constexpr std::size_t kStackBytes = 2048;
+
+int CompareNames(TalStringViewT<WideChar> a, TalStringViewT<WideChar> b) noexcept {
+  return TalPlatform::CompareUnits(a.text, static_cast<std::size_t>(a.length), b.text,
+                                   static_cast<std::size_t>(b.length));
+}
+
+std::uint32_t CheckedEnd(std::uint64_t end) {
+  if (end > std::numeric_limits<std::uint32_t>::max()) {
+    throw std::length_error("entry name too long");
+  }
+  return static_cast<std::uint32_t>(end);
+}
+
+bool SameName(const EntryChunk::Slot& a, const EntryChunk::Slot& b) noexcept {
+  return CompareNames(a.name, b.name) == 0;
+}
+
+char* PutText(TalStringViewT<char> text, char* out) noexcept {
+  std::memcpy(out, text.text, static_cast<std::size_t>(text.length));
+  return out + text.length;
+}
+
+// U+0000 ends a text where it is written.
+char* PutWideText(TalStringViewT<WideChar> text, char* out) noexcept {
+  const WideChar* const end = std::find(text.text, text.text + text.length, WideChar());
+  return out + TalPlatform::EncodeUtf8(text.text, static_cast<std::size_t>(end - text.text), out);
+}
+
+char* PutRecord(const EntryChunk::Slot& slot, const Id& id, char* out) noexcept {
+  const bool blob = slot.kind == EntryKind::kBlob;
+  out = PutText(blob ? Blob::kMode : Tree::kMode, out);
+  *out++ = ' ';
+  out = PutText(blob ? Blob::kType : Tree::kType, out);
+  *out++ = ' ';
+  out = PutWideText(slot.name, out);
+  *out++ = '\0';
+  return PutWideText(id.View(), out);
+}
+
+std::size_t MostRecordBytes(const EntryChunk::Slot& slot, const Id& id) noexcept {
+  constexpr std::size_t kWordsAndSeparators = 16;
+  const auto units = static_cast<std::size_t>(slot.name.length) +
+                     static_cast<std::size_t>(id.View().length);
+  return kWordsAndSeparators + units * TalPlatform::kMaxUtf8BytesPerUnit;
+}
+
+/// Holds new chunks until a list takes them over.
+class ChunkHolder {
+ public:
+  ChunkHolder() = default;
+  ChunkHolder(const ChunkHolder&) = delete;
+  ChunkHolder& operator=(const ChunkHolder&) = delete;
+  ~ChunkHolder() {
+    for (std::size_t index = 0; index < m_count; ++index) EntryChunk::Free(m_chunks[index]);
+  }
+
+  void Make(std::span<const EntryChunk::Slot> slots) {
+    m_chunks[m_count] = EntryChunk::Make(slots);
+    ++m_count;
+  }
+  std::span<EntryChunk* const> Get() const noexcept { return {m_chunks.data(), m_count}; }
+  void Disown() noexcept { m_count = 0; }
+
+ private:
+  std::array<EntryChunk*, 2> m_chunks{};
+  std::size_t m_count = 0;
+};
+
+/// The slots of one chunk under change.
+struct SlotPlan {
+  std::array<EntryChunk::Slot, 2 * kMostSlots> slots;
+  std::size_t count = 0;
+
+  void Add(const EntryChunk::Slot& slot) noexcept { slots[count++] = slot; }
+  void AddAll(const EntryChunk& chunk, std::size_t first, std::size_t last) noexcept {
+    for (std::size_t index = first; index < last; ++index) Add(chunk.At(index));
+  }
+  std::span<const EntryChunk::Slot> Part(std::size_t first, std::size_t last) const noexcept {
+    return std::span(slots).subspan(first, last - first);
+  }
+  /// Returns the place near `wanted` where a cut parts no two entries of one name.
+  std::size_t CutNear(std::size_t wanted) const noexcept {
+    if (!SameName(slots[wanted - 1], slots[wanted])) return wanted;
+    return wanted > 1 ? wanted - 1 : wanted + 1;
+  }
+};
+
+}  // namespace
+
+cow_ptr<Object>* EntryChunk::Children() const noexcept {
+  static_assert(sizeof(EntryChunk) % alignof(cow_ptr<Object>) == 0);
+  return static_cast<cow_ptr<Object>*>(
+      static_cast<void*>(const_cast<EntryChunk*>(this) + 1));
+}
+
+EntryChunk::Ends* EntryChunk::EndsOfEntries() const noexcept {
+  return static_cast<Ends*>(static_cast<void*>(Children() + m_count));
+}
+
+WideChar* EntryChunk::Names() const noexcept {
+  return static_cast<WideChar*>(static_cast<void*>(EndsOfEntries() + m_count));
+}
+
+EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
+  std::array<Id, 2 * kMostSlots> ids;
+  std::uint64_t units = 0;
+  std::size_t most_bytes = 0;
+  bool hides_tree = false;
+  std::array<bool, 2 * kMostSlots> recorded{};
+  for (std::size_t index = 0; index < slots.size(); ++index) {
+    const Slot& slot = slots[index];
+    units += static_cast<std::uint64_t>(slot.name.length);
+    const bool hidden = index > 0 && SameName(slots[index - 1], slot);
+    hides_tree = hides_tree || (hidden && *slots[index - 1].child && *slot.child);
+    if (hidden || !*slot.child) continue;
+    recorded[index] = true;
+    if (slot.record.length == 0) ids[index] = (*slot.child)->GetId();
+    most_bytes += slot.record.length == 0 ? MostRecordBytes(slot, ids[index])
+                                          : static_cast<std::size_t>(slot.record.length);
+  }
+  CheckedEnd(units);
+  CheckedEnd(most_bytes);
+
+  std::array<char, kStackBytes> on_stack;
+  std::vector<char> on_heap(most_bytes > kStackBytes ? most_bytes : 0);
+  char* const bytes = on_heap.empty() ? on_stack.data() : on_heap.data();
+  char* end = bytes;
+  std::array<std::uint32_t, 2 * kMostSlots> record_ends;
+  for (std::size_t index = 0; index < slots.size(); ++index) {
+    const Slot& slot = slots[index];
+    if (recorded[index]) {
+      end = slot.record.length == 0 ? PutRecord(slot, ids[index], end) : PutText(slot.record, end);
+    }
+    record_ends[index] = static_cast<std::uint32_t>(end - bytes);
+  }
+  Buffer records;
+  records.Append(bytes, static_cast<std::size_t>(end - bytes), 1);
+
+  const std::size_t size = sizeof(EntryChunk) +
+                           slots.size() * (sizeof(cow_ptr<Object>) + sizeof(Ends)) +
+                           static_cast<std::size_t>(units) * sizeof(WideChar);
+  auto* chunk = ::new (::operator new(size)) EntryChunk;
+  chunk->m_count = static_cast<std::uint16_t>(slots.size());
+  chunk->m_hidesTree = hides_tree;
+  chunk->m_records = std::move(records);
+  std::uint32_t name_end = 0;
+  for (std::size_t index = 0; index < slots.size(); ++index) {
+    const Slot& slot = slots[index];
+    std::construct_at(chunk->Children() + index, *slot.child);
+    const auto length = static_cast<std::uint32_t>(slot.name.length);
+    std::memcpy(chunk->Names() + name_end, slot.name.text, length * sizeof(WideChar));
+    name_end += length;
+    ::new (chunk->EndsOfEntries() + index) Ends{name_end, record_ends[index]};
+    if (slot.kind == EntryKind::kTree) {
+      chunk->m_treeBits |= 1U << index;
+      ++chunk->m_treeCount;
+    }
+  }
+  return chunk;
+}
+
+void EntryChunk::Free(EntryChunk* chunk) noexcept {
+  std::destroy_n(chunk->Children(), chunk->m_count);
+  std::destroy_at(chunk);
+  ::operator delete(chunk);
+}
+
+TalStringViewT<WideChar> EntryChunk::Name(std::size_t index) const noexcept {
+  const Ends* ends = EndsOfEntries();
+  const std::uint32_t start = index == 0 ? 0 : ends[index - 1].name;
+  return {Names() + start, static_cast<int>(ends[index].name - start)};
+}
+
+EntryKind EntryChunk::Kind(std::size_t index) const noexcept {
+  return (m_treeBits >> index & 1) != 0 ? EntryKind::kTree : EntryKind::kBlob;
+}
+
+EntryChunk::Slot EntryChunk::At(std::size_t index) const noexcept {
+  const Ends* ends = EndsOfEntries();
+  const std::uint32_t start = index == 0 ? 0 : ends[index - 1].record;
+  TalStringViewT<char> record;
+  if (ends[index].record != start) {
+    const auto* bytes =
+        static_cast<const char*>(static_cast<const void*>(m_records.GetSegment(0).data()));
+    record = {bytes + start, static_cast<int>(ends[index].record - start)};
+  }
+  return {Name(index), Kind(index), &Child(index), record};
+}
+
+std::size_t EntryChunk::LowerBound(TalStringViewT<WideChar> name, EntryKind kind) const noexcept {
+  std::size_t index = 0;
+  for (; index < m_count; ++index) {
+    const int order = CompareNames(Name(index), name);
+    if (order > 0 || (order == 0 && Kind(index) >= kind)) break;
+  }
+  return index;
+}
+
+EntryChunk** TreeEntries::ChunkArray() const noexcept {
+  return static_cast<EntryChunk**>(static_cast<void*>(const_cast<TreeEntries*>(this) + 1));
+}
+
+TreeEntries* TreeEntries::New(std::size_t capacity) {
+  void* memory = ::operator new(sizeof(TreeEntries) + capacity * sizeof(EntryChunk*));
+  auto* list = ::new (memory) TreeEntries;
+  list->m_capacity = capacity;
+  return list;
+}
+
+TreeEntries* TreeEntries::Share(TreeEntries* list) noexcept {
+  if (list != nullptr) list->m_holders.Acquire();
+  return list;
+}
+
+void TreeEntries::Release(TreeEntries* list) noexcept {
+  if (list != nullptr && list->m_holders.Release()) Free(list);
+}
+
+// Dying lists wait in a chain of their own memory, so that nothing has to be allocated. A subtree
+// that dies with its entry has its entries taken into the chain before it goes.
+void TreeEntries::Free(TreeEntries* list) noexcept {
+  list->m_next = nullptr;
+  while (list != nullptr) {
+    TreeEntries* const dying = std::exchange(list, list->m_next);
+    for (EntryChunk* chunk : dying->Chunks()) {
+      if (!chunk->ReleaseHold()) continue;
+      for (std::size_t index = 0; index < chunk->Count(); ++index) {
+        const cow_ptr<Object>& child = chunk->Child(index);
+        if (chunk->Kind(index) != EntryKind::kTree || child.use_count() != 1) continue;
+        auto& tree = const_cast<Tree&>(static_cast<const Tree&>(*child));
+        TreeEntries* below = TreeAccess::TakeEntries(tree);
+        if (below != nullptr && below->m_holders.Release()) {
+          below->m_next = std::exchange(list, below);
+        }
+      }
+      EntryChunk::Free(chunk);
+    }
+    std::destroy_at(dying);
+    ::operator delete(dying);
+  }
+}
+
+std::size_t TreeEntries::FindChunk(TalStringViewT<WideChar> name) const noexcept {
+  const auto chunks = Chunks();
+  const auto behind = std::upper_bound(
+      chunks.begin(), chunks.end(), name, [](TalStringViewT<WideChar> wanted, const EntryChunk* c) {
+        return CompareNames(wanted, c->Name(0)) < 0;
+      });
+  return behind == chunks.begin() ? 0 : static_cast<std::size_t>(behind - chunks.begin()) - 1;
+}
+
+const cow_ptr<Object>* TreeEntries::Find(const TreeEntries* list, TalStringViewT<WideChar> name,
+                                         EntryKind kind) noexcept {
+  if (list == nullptr) return nullptr;
+  const EntryChunk& chunk = *list->Chunks()[list->FindChunk(name)];
+  const std::size_t index = chunk.LowerBound(name, kind);
+  if (index == chunk.Count() || chunk.Kind(index) != kind) return nullptr;
+  return CompareNames(chunk.Name(index), name) == 0 ? &chunk.Child(index) : nullptr;
+}
+
+void TreeEntries::Count(const EntryChunk& chunk, bool added) noexcept {
+  const auto change = [added](std::uint64_t& total, std::uint64_t part) {
+    total = added ? total + part : total - part;
+  };
+  change(m_count, chunk.Count());
+  change(m_treeCount, chunk.TreeCount());
+  change(m_recordBytes, chunk.Records().GetSize());
+}
+
+// Returns a list that nobody else holds, with the pointers of `list` and a gap of `added` pointers
+// in place of the `removed` ones. The removed chunks keep their holds: with a list that was shared
+// the others keep them, otherwise the caller has copied the pointers and releases them.
+TreeEntries* TreeEntries::MakeWritable(TreeEntries* list, std::size_t first, std::size_t removed,
+                                       std::size_t added) {
+  const std::size_t old_count = list == nullptr ? 0 : list->m_chunkCount;
+  const std::size_t new_count = old_count - removed + added;
+  const bool sole = list != nullptr && list->m_holders.IsSole();
+  TreeEntries* target = list;
+  if (!sole || list->m_capacity < new_count) {
+    target = New(sole ? new_count + new_count / 2 : new_count);
+  }
+  EntryChunk** const to = target->ChunkArray();
+  if (list != nullptr) {
+    EntryChunk** const from = list->ChunkArray();
+    std::memmove(to + first + added, from + first + removed,
+                 (old_count - first - removed) * sizeof(*to));
+    if (target != list) {
+      std::memcpy(to, from, first * sizeof(*to));
+      target->m_count = list->m_count;
+      target->m_treeCount = list->m_treeCount;
+      target->m_recordBytes = list->m_recordBytes;
+    }
+  }
+  target->m_chunkCount = new_count;
+  return target;
+}
+
+// Puts `chunks`, whose holds it takes over, in the place of `removed` chunks from `first` on.
+void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
+                          std::span<EntryChunk* const> chunks) {
+  const bool sole = list != nullptr && list->m_holders.IsSole();
+  TreeEntries* const gone = removed == 0 ? nullptr : New(removed);
+  TreeEntries* const old = list;
+  TreeEntries* target = nullptr;
+  if (gone != nullptr) {
+    std::copy_n(old->ChunkArray() + first, removed, gone->ChunkArray());
+    gone->m_chunkCount = removed;
+  }
+  try {
+    target = MakeWritable(old, first, removed, chunks.size());
+  } catch (...) {
+    if (gone != nullptr) {
+      std::destroy_at(gone);
+      ::operator delete(gone);
+    }
+    throw;
+  }
+  std::copy(chunks.begin(), chunks.end(), target->ChunkArray() + first);
+  for (const EntryChunk* chunk : chunks) target->Count(*chunk, true);
+  if (gone != nullptr) {
+    for (const EntryChunk* chunk : gone->Chunks()) target->Count(*chunk, false);
+  }
+  list = target;
+  if (sole) {
+    if (target != old) {
+      std::destroy_at(old);
+      ::operator delete(old);
+    }
+    if (gone != nullptr) Free(gone);
+    return;
+  }
+  for (std::size_t index = 0; index < target->m_chunkCount; ++index) {
+    if (index < first || index >= first + chunks.size()) target->ChunkArray()[index]->Acquire();
+  }
+  if (gone != nullptr) {
+    std::destroy_at(gone);
+    ::operator delete(gone);
+  }
+  Release(old);
+}
+
+void TreeEntries::Set(TreeEntries*& list, TalStringViewT<WideChar> name, EntryKind kind,
+                      const cow_ptr<Object>& child) {
+  const EntryChunk::Slot slot{name, kind, &child, {}};
+  SlotPlan plan;
+  ChunkHolder made;
+  if (list == nullptr) {
+    plan.Add(slot);
+    made.Make(plan.Part(0, 1));
+    Replace(list, 0, 0, made.Get());
+    made.Disown();
+    return;
+  }
+  const std::size_t at = list->FindChunk(name);
+  const EntryChunk& chunk = *list->Chunks()[at];
+  const std::size_t index = chunk.LowerBound(name, kind);
+  const bool replaces = index < chunk.Count() && chunk.Kind(index) == kind &&
+                        CompareNames(chunk.Name(index), name) == 0;
+  plan.AddAll(chunk, 0, index);
+  plan.Add(slot);
+  plan.AddAll(chunk, replaces ? index + 1 : index, chunk.Count());
+  if (plan.count <= kMostSlots) {
+    made.Make(plan.Part(0, plan.count));
+  } else {
+    // Names that arrive in ascending order fill one chunk after the other.
+    const bool appends = at + 1 == list->m_chunkCount && index + 1 == plan.count;
+    const std::size_t cut = plan.CutNear(appends ? plan.count - 1 : plan.count / 2);
+    made.Make(plan.Part(0, cut));
+    made.Make(plan.Part(cut, plan.count));
+  }
+  Replace(list, at, 1, made.Get());
+  made.Disown();
+}
+
+bool TreeEntries::Erase(TreeEntries*& list, TalStringViewT<WideChar> name) {
+  if (list == nullptr) return false;
+  std::size_t at = list->FindChunk(name);
+  const EntryChunk& chunk = *list->Chunks()[at];
+  const std::size_t first = chunk.LowerBound(name, EntryKind::kBlob);
+  std::size_t last = first;
+  while (last < chunk.Count() && CompareNames(chunk.Name(last), name) == 0) ++last;
+  if (first == last) return false;
+  const std::size_t left = chunk.Count() - (last - first);
+  if (left == 0 && list->m_chunkCount == 1) {
+    Release(std::exchange(list, nullptr));
+    return true;
+  }
+  SlotPlan plan;
+  std::size_t removed = 1;
+  const EntryChunk* before = at == 0 ? nullptr : list->Chunks()[at - 1];
+  const EntryChunk* behind = at + 1 == list->m_chunkCount ? nullptr : list->Chunks()[at + 1];
+  // A chunk that has become small joins a small neighbour, so that directories shrink again.
+  const bool join_before = left != 0 && before != nullptr && left + before->Count() <= kFewSlots;
+  const bool join_behind = left != 0 && !join_before && behind != nullptr &&
+                           left + behind->Count() <= kFewSlots;
+  if (join_before) plan.AddAll(*before, 0, before->Count());
+  plan.AddAll(chunk, 0, first);
+  plan.AddAll(chunk, last, chunk.Count());
+  if (join_behind) plan.AddAll(*behind, 0, behind->Count());
+  if (join_before || join_behind) removed = 2;
+  if (join_before) --at;
+  ChunkHolder made;
+  if (plan.count != 0) made.Make(plan.Part(0, plan.count));
+  Replace(list, at, removed, made.Get());
+  made.Disown();
+  return true;
+}
+
+TreeEntriesBuilder::~TreeEntriesBuilder() {
+  for (EntryChunk* chunk : m_chunks) {
+    if (chunk->ReleaseHold()) EntryChunk::Free(chunk);
+  }
+}
+
+void TreeEntriesBuilder::Append(TalStringViewT<WideChar> name, EntryKind kind,
+                                const cow_ptr<Object>& child) {
+  m_pending.push_back({TalStringT<WideChar>(name), kind, child});
+  if (m_pending.size() > kMostSlots) Flush(kMostSlots);
+}
+
+void TreeEntriesBuilder::Append(EntryChunk& chunk) {
+  Flush(m_pending.size());
+  m_chunks.reserve(m_chunks.size() + 1);
+  chunk.Acquire();
+  m_chunks.push_back(&chunk);
+}
+
+// Makes a chunk of the first `count` entries, or of one fewer so as not to part two of one name.
+void TreeEntriesBuilder::Flush(std::size_t count) {
+  if (count == 0) return;
+  SlotPlan plan;
+  for (const Pending& entry : m_pending) plan.Add({entry.name, entry.kind, &entry.child, {}});
+  const std::size_t cut = count < plan.count ? plan.CutNear(count) : count;
+  m_chunks.reserve(m_chunks.size() + 1);
+  m_chunks.push_back(EntryChunk::Make(plan.Part(0, cut)));
+  m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(cut));
+}
+
+TreeEntries* TreeEntriesBuilder::Finish() {
+  Flush(m_pending.size());
+  if (m_chunks.empty()) return nullptr;
+  TreeEntries* list = TreeEntries::New(m_chunks.size());
+  std::copy(m_chunks.begin(), m_chunks.end(), list->ChunkArray());
+  list->m_chunkCount = m_chunks.size();
+  for (const EntryChunk* chunk : m_chunks) list->Count(*chunk, true);
+  m_chunks.clear();
+  return list;
+}
+
+}  // namespace TalVcs
