@@ -30,8 +30,6 @@ namespace TalVcs {
 
 namespace {
 
-// With about ten entries a chunk, an edit of a directory of 100 entries costs about as many bytes
-// for the new chunk as for the new list of pointers.
 constexpr std::size_t kMostSlots = 8;
 constexpr std::size_t kFewSlots = kMostSlots / 2;
 constexpr std::size_t kStackBytes = 2048;
@@ -250,31 +248,36 @@ TreeEntries* TreeEntries::Share(TreeEntries* list) noexcept {
 }
 
 void TreeEntries::Release(TreeEntries* list) noexcept {
-  if (list != nullptr && list->m_holders.Release()) Free(list);
+  if (list != nullptr && list->m_holders.Release()) FreeChain(list);
 }
 
-// Dying lists wait in a chain of their own memory, so that nothing has to be allocated. A subtree
-// that dies with its entry has its entries taken into the chain before it goes.
-void TreeEntries::Free(TreeEntries* list) noexcept {
-  list->m_next = nullptr;
+// Dying lists wait in a chain of their own memory, so that nothing has to be allocated.
+void TreeEntries::FreeChain(TreeEntries* list) noexcept {
   while (list != nullptr) {
     TreeEntries* const dying = std::exchange(list, list->m_next);
-    for (EntryChunk* chunk : dying->Chunks()) {
-      if (!chunk->ReleaseHold()) continue;
-      for (std::size_t index = 0; index < chunk->Count(); ++index) {
-        const cow_ptr<Object>& child = chunk->Child(index);
-        if (chunk->Kind(index) != EntryKind::kTree || child.use_count() != 1) continue;
-        auto& tree = const_cast<Tree&>(static_cast<const Tree&>(*child));
-        TreeEntries* below = TreeAccess::TakeEntries(tree);
-        if (below != nullptr && below->m_holders.Release()) {
-          below->m_next = std::exchange(list, below);
-        }
-      }
-      EntryChunk::Free(chunk);
-    }
-    std::destroy_at(dying);
-    ::operator delete(dying);
+    for (EntryChunk* chunk : dying->Chunks()) ReleaseChunk(chunk, list);
+    FreeAlone(dying);
   }
+}
+
+void TreeEntries::FreeAlone(TreeEntries* list) noexcept {
+  std::destroy_at(list);
+  ::operator delete(list);
+}
+
+// A subtree that dies with its entry has its entries moved to the chain before it goes.
+void TreeEntries::ReleaseChunk(EntryChunk* chunk, TreeEntries*& chain) noexcept {
+  if (!chunk->ReleaseHold()) return;
+  for (std::size_t index = 0; index < chunk->Count(); ++index) {
+    const cow_ptr<Object>& child = chunk->Child(index);
+    if (chunk->Kind(index) != EntryKind::kTree || child.use_count() != 1) continue;
+    auto& tree = const_cast<Tree&>(static_cast<const Tree&>(*child));
+    TreeEntries* below = TreeAccess::TakeEntries(tree);
+    if (below != nullptr && below->m_holders.Release()) {
+      below->m_next = std::exchange(chain, below);
+    }
+  }
+  EntryChunk::Free(chunk);
 }
 
 std::size_t TreeEntries::FindChunk(TalStringViewT<WideChar> name) const noexcept {
@@ -295,7 +298,7 @@ const cow_ptr<Object>* TreeEntries::Find(const TreeEntries* list, TalStringViewT
   return CompareNames(chunk.Name(index), name) == 0 ? &chunk.Child(index) : nullptr;
 }
 
-void TreeEntries::Count(const EntryChunk& chunk, bool added) noexcept {
+void TreeEntries::CountChunk(const EntryChunk& chunk, bool added) noexcept {
   const auto change = [added](std::uint64_t& total, std::uint64_t part) {
     total = added ? total + part : total - part;
   };
@@ -304,75 +307,46 @@ void TreeEntries::Count(const EntryChunk& chunk, bool added) noexcept {
   change(m_recordBytes, chunk.Records().GetSize());
 }
 
-// Returns a list that nobody else holds, with the pointers of `list` and a gap of `added` pointers
-// in place of the `removed` ones. The removed chunks keep their holds: with a list that was shared
-// the others keep them, otherwise the caller has copied the pointers and releases them.
-TreeEntries* TreeEntries::MakeWritable(TreeEntries* list, std::size_t first, std::size_t removed,
-                                       std::size_t added) {
-  const std::size_t old_count = list == nullptr ? 0 : list->m_chunkCount;
-  const std::size_t new_count = old_count - removed + added;
-  const bool sole = list != nullptr && list->m_holders.IsSole();
-  TreeEntries* target = list;
-  if (!sole || list->m_capacity < new_count) {
-    target = New(sole ? new_count + new_count / 2 : new_count);
-  }
-  EntryChunk** const to = target->ChunkArray();
-  if (list != nullptr) {
-    EntryChunk** const from = list->ChunkArray();
-    std::memmove(to + first + added, from + first + removed,
-                 (old_count - first - removed) * sizeof(*to));
-    if (target != list) {
-      std::memcpy(to, from, first * sizeof(*to));
-      target->m_count = list->m_count;
-      target->m_treeCount = list->m_treeCount;
-      target->m_recordBytes = list->m_recordBytes;
-    }
-  }
-  target->m_chunkCount = new_count;
-  return target;
-}
-
 // Puts `chunks`, whose holds it takes over, in the place of `removed` chunks from `first` on.
 void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
                           std::span<EntryChunk* const> chunks) {
-  const bool sole = list != nullptr && list->m_holders.IsSole();
-  TreeEntries* const gone = removed == 0 ? nullptr : New(removed);
   TreeEntries* const old = list;
-  TreeEntries* target = nullptr;
-  if (gone != nullptr) {
-    std::copy_n(old->ChunkArray() + first, removed, gone->ChunkArray());
-    gone->m_chunkCount = removed;
+  const bool sole = old != nullptr && old->m_holders.IsSole();
+  const std::size_t old_count = old == nullptr ? 0 : old->m_chunkCount;
+  const std::size_t new_count = old_count - removed + chunks.size();
+  TreeEntries* target = old;
+  if (!sole || old->m_capacity < new_count) {
+    target = New(sole ? new_count + new_count / 2 : new_count);
   }
-  try {
-    target = MakeWritable(old, first, removed, chunks.size());
-  } catch (...) {
-    if (gone != nullptr) {
-      std::destroy_at(gone);
-      ::operator delete(gone);
+  // From here on nothing can fail.
+  std::array<EntryChunk*, 2> gone{};
+  EntryChunk** const to = target->ChunkArray();
+  if (old != nullptr) {
+    EntryChunk** const from = old->ChunkArray();
+    std::copy_n(from + first, removed, gone.begin());
+    if (target != old) {
+      std::copy_n(from, first, to);
+      target->m_count = old->m_count;
+      target->m_treeCount = old->m_treeCount;
+      target->m_recordBytes = old->m_recordBytes;
     }
-    throw;
+    std::memmove(to + first + chunks.size(), from + first + removed,
+                 (old_count - first - removed) * sizeof(*to));
   }
-  std::copy(chunks.begin(), chunks.end(), target->ChunkArray() + first);
-  for (const EntryChunk* chunk : chunks) target->Count(*chunk, true);
-  if (gone != nullptr) {
-    for (const EntryChunk* chunk : gone->Chunks()) target->Count(*chunk, false);
-  }
+  std::copy(chunks.begin(), chunks.end(), to + first);
+  target->m_chunkCount = new_count;
+  for (const EntryChunk* chunk : chunks) target->CountChunk(*chunk, true);
+  for (std::size_t index = 0; index < removed; ++index) target->CountChunk(*gone[index], false);
   list = target;
   if (sole) {
-    if (target != old) {
-      std::destroy_at(old);
-      ::operator delete(old);
-    }
-    if (gone != nullptr) Free(gone);
+    if (target != old) FreeAlone(old);
+    TreeEntries* chain = nullptr;
+    for (std::size_t index = 0; index < removed; ++index) ReleaseChunk(gone[index], chain);
+    if (chain != nullptr) FreeChain(chain);
     return;
   }
-  for (std::size_t index = 0; index < target->m_chunkCount; ++index) {
-    if (index < first || index >= first + chunks.size()) target->ChunkArray()[index]->Acquire();
-  }
-  if (gone != nullptr) {
-    std::destroy_at(gone);
-    ::operator delete(gone);
-  }
+  for (std::size_t index = 0; index < first; ++index) to[index]->Acquire();
+  for (std::size_t index = first + chunks.size(); index < new_count; ++index) to[index]->Acquire();
   Release(old);
 }
 
@@ -445,7 +419,7 @@ bool TreeEntries::Erase(TreeEntries*& list, TalStringViewT<WideChar> name) {
 
 TreeEntriesBuilder::~TreeEntriesBuilder() {
   for (EntryChunk* chunk : m_chunks) {
-    if (chunk->ReleaseHold()) EntryChunk::Free(chunk);
+    if (chunk != nullptr && chunk->ReleaseHold()) EntryChunk::Free(chunk);
   }
 }
 
@@ -457,9 +431,8 @@ void TreeEntriesBuilder::Append(TalStringViewT<WideChar> name, EntryKind kind,
 
 void TreeEntriesBuilder::Append(EntryChunk& chunk) {
   Flush(m_pending.size());
-  m_chunks.reserve(m_chunks.size() + 1);
-  chunk.Acquire();
   m_chunks.push_back(&chunk);
+  chunk.Acquire();
 }
 
 // Makes a chunk of the first `count` entries, or of one fewer so as not to part two of one name.
@@ -468,8 +441,8 @@ void TreeEntriesBuilder::Flush(std::size_t count) {
   SlotPlan plan;
   for (const Pending& entry : m_pending) plan.Add({entry.name, entry.kind, &entry.child, {}});
   const std::size_t cut = count < plan.count ? plan.CutNear(count) : count;
-  m_chunks.reserve(m_chunks.size() + 1);
-  m_chunks.push_back(EntryChunk::Make(plan.Part(0, cut)));
+  m_chunks.push_back(nullptr);
+  m_chunks.back() = EntryChunk::Make(plan.Part(0, cut));
   m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(cut));
 }
 
@@ -479,7 +452,7 @@ TreeEntries* TreeEntriesBuilder::Finish() {
   TreeEntries* list = TreeEntries::New(m_chunks.size());
   std::copy(m_chunks.begin(), m_chunks.end(), list->ChunkArray());
   list->m_chunkCount = m_chunks.size();
-  for (const EntryChunk* chunk : m_chunks) list->Count(*chunk, true);
+  for (const EntryChunk* chunk : m_chunks) list->CountChunk(*chunk, true);
   m_chunks.clear();
   return list;
 }

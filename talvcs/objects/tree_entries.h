@@ -45,7 +45,6 @@ class EntryChunk {
   TalStringViewT<WideChar> Name(std::size_t index) const noexcept;
   EntryKind Kind(std::size_t index) const noexcept;
   const cow_ptr<Object>& Child(std::size_t index) const noexcept { return Children()[index]; }
-  cow_ptr<Object>& MutableChild(std::size_t index) noexcept { return Children()[index]; }
   Slot At(std::size_t index) const noexcept;
 
   /// Returns the first index whose entry is not before (`name`, `kind`).
@@ -100,14 +99,14 @@ class TreeEntries {
   friend class TreeEntriesBuilder;
   TreeEntries() = default;
   static TreeEntries* New(std::size_t capacity);
-  static TreeEntries* MakeWritable(TreeEntries* list, std::size_t first, std::size_t removed,
-                                   std::size_t added);
   static void Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
                       std::span<EntryChunk* const> chunks);
-  static void Free(TreeEntries* list) noexcept;
+  static void ReleaseChunk(EntryChunk* chunk, TreeEntries*& chain) noexcept;
+  static void FreeChain(TreeEntries* list) noexcept;
+  static void FreeAlone(TreeEntries* list) noexcept;
   std::size_t FindChunk(TalStringViewT<WideChar> name) const noexcept;
   EntryChunk** ChunkArray() const noexcept;
-  void Count(const EntryChunk& chunk, bool added) noexcept;
+  void CountChunk(const EntryChunk& chunk, bool added) noexcept;
 
   TalUtils::RefCount m_holders;
   std::size_t m_chunkCount = 0;

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <talvcs/export.h>
+#include <talvcs/foundation/names.h>
+#include <talvcs/objects/id.h>
+
+namespace TalVcs {
+
+/// Computes the paths of a store below a root path, with "/" between components:
+///
+///     <root>/.vcs/objects/<first two characters of an id>/<the others>
+///     <root>/.vcs/refs/heads/<name of a branch>
+///
+/// A root that ends with "/" gives no doubled separator; an empty root gives paths that begin with
+/// one. Names aren't looked into: one that holds "/" gives a deeper path.
+class TALVCS_API PathBuilder {
+ public:
+  explicit PathBuilder(const TalStringT<WideChar>& rootPath);
+
+  TalStringT<WideChar> GetStoragePath() const;
+  static TalStringT<WideChar> GetObjectsPath(const TalStringT<WideChar>& storagePath);
+  static TalStringT<WideChar> GetBranchesPath(const TalStringT<WideChar>& storagePath);
+  TalStringT<WideChar> GetObjectsPath() const { return objectsPath; }
+  TalStringT<WideChar> GetBranchesPath() const { return branchesPath; }
+
+  /// Return the path of an object; the text isn't checked to be an id.
+  TalStringT<WideChar> GetObjectW(const TalStringT<WideChar>& id) const;
+  TalStringT<WideChar> GetObjectW(const Id& id) const;
+  TalStringT<WideChar> GetBranch(const TalStringT<WideChar>& name) const;
+
+ private:
+  TalStringT<WideChar> rootPath;
+  TalStringT<WideChar> objectsPath;
+  TalStringT<WideChar> branchesPath;
+};
+
+}  // namespace TalVcs
