@@ -22,6 +22,7 @@ function(talvcs_install_library target export_set component module)
 
   file(RELATIVE_PATH talvcs_prefix_from_module
     "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+  string(REGEX REPLACE "/$" "" talvcs_prefix_from_module "${talvcs_prefix_from_module}")
   configure_file("${PROJECT_SOURCE_DIR}/cmake/${module}.pc.in" "${module}.pc" @ONLY)
   install(FILES "${CMAKE_CURRENT_BINARY_DIR}/${module}.pc"
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT ${component}_dev)
