@@ -46,6 +46,10 @@ void AppendToBuffer(Buffer& target, TalStringViewT<WideChar> text) {
 TalStringT<char> StringAFromBuffer(const Buffer& data) {
   constexpr std::uint64_t kMost = std::numeric_limits<int>::max();
   const auto size = static_cast<std::size_t>(std::min(data.GetSize(), kMost));
+  if (data.GetSegmentCount() == 1) {
+    const void* bytes = data.GetSegment(0).data();
+    return TalStringT<char>(static_cast<const char*>(bytes), static_cast<int>(size));
+  }
   std::string bytes(size, '\0');
   data.ReadAt(0, bytes.data(), size);
   return TalStringT<char>(bytes.data(), static_cast<int>(size));

@@ -120,12 +120,12 @@ class TALVCS_API Commit : public Object {
 
   void ResetPropertiesForAmend(const Commit& head);
   void RebuildTree(IRepository* repository);
+  void FinishEdit(IRepository* repository);
+  bool HasRoot() const noexcept;
   void ReleaseParents() noexcept;
   void KeepCaches() const;
   void ComputeIdsOfParents() const;
   Buffer BuildText() const;
-  template <class Edit>
-  auto EditTree(IRepository* repository, Edit edit);
 
   static TalStringT<WideChar> GetAuthorInfo(TalStringViewT<WideChar> role,
                                             TalStringViewT<WideChar> name,

@@ -137,17 +137,18 @@ class TALVCS_API Tree : public Object {
   friend class TreeAccess;
   using Components = array_view<const TalStringViewT<WideChar>>;
 
+  Buffer BuildData() const;
   cow_ptr<Object> GetDeepObject(Components components) const;
   const Tree* FindTree(Components components) const noexcept;
   bool LocalObjectExists(TalStringViewT<WideChar> name) const noexcept;
-  void SetEntry(TalStringViewT<WideChar> name, EntryKind kind, cow_ptr<Object> child);
+  void SetEntry(TalStringViewT<WideChar> name, EntryKind kind, const cow_ptr<Object>& child);
   void EraseEntries(TalStringViewT<WideChar> name);
 
   std::vector<cow_ptr<Tree>> OpenDirectories(Components directories) const;
-  void StoreDirectories(IRepository* repository, Components directories,
+  void StoreDirectories(IRepository& repository, Components directories,
                         std::vector<cow_ptr<Tree>>& opened);
   template <class T>
-  cow_ptr<T> AddStored(IRepository* repository, Components path, EntryKind kind, const T& object);
+  cow_ptr<T> AddAt(IRepository* repository, Components path, const T& object);
   bool RemoveObjectFromTree(IRepository* repository, Components path);
 
   // Null for no entries. Shared with copies until one of them changes.

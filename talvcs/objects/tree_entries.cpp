@@ -141,12 +141,14 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   std::uint64_t units = 0;
   std::size_t most_bytes = 0;
   bool hides_tree = false;
+  bool faithful = true;
   std::array<bool, 2 * kMostSlots> recorded{};
   for (std::size_t index = 0; index < slots.size(); ++index) {
     const Slot& slot = slots[index];
     units += static_cast<std::uint64_t>(slot.name.length);
     const bool hidden = index > 0 && SameName(slots[index - 1], slot);
     hides_tree = hides_tree || (hidden && *slots[index - 1].child && *slot.child);
+    faithful = faithful && !hidden && *slot.child && slot.name.Find(WideChar()) < 0;
     if (hidden || !*slot.child) continue;
     recorded[index] = true;
     if (slot.record.length == 0) ids[index] = (*slot.child)->GetId();
@@ -177,6 +179,7 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   auto* chunk = ::new (::operator new(size)) EntryChunk;
   chunk->m_count = static_cast<std::uint16_t>(slots.size());
   chunk->m_hidesTree = hides_tree;
+  chunk->m_faithful = faithful;
   chunk->m_records = std::move(records);
   std::uint32_t name_end = 0;
   for (std::size_t index = 0; index < slots.size(); ++index) {

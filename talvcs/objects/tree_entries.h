@@ -40,6 +40,9 @@ class EntryChunk {
   std::size_t TreeCount() const noexcept { return m_treeCount; }
   /// True if a blob of the chunk hides a subtree of the same name.
   bool HidesTree() const noexcept { return m_hidesTree; }
+  /// True if each entry has a record that tells its whole name, so that a directory whose list holds
+  /// these bytes has these entries.
+  bool IsFaithful() const noexcept { return m_faithful; }
   const Buffer& Records() const noexcept { return m_records; }
 
   TalStringViewT<WideChar> Name(std::size_t index) const noexcept;
@@ -66,6 +69,7 @@ class EntryChunk {
   std::uint16_t m_treeCount = 0;
   std::uint32_t m_treeBits = 0;
   bool m_hidesTree = false;
+  bool m_faithful = false;
   Buffer m_records;
 };
 

@@ -1,0 +1,187 @@
+#include <talvcs/objects/commit.h>
+
+#include <talvcs/objects/commit_access.h>
+#include <talvcs/repository/irepository.h>
+
+#include <utility>
+
+namespace TalVcs {
+
+Commit::Commit() = default;
+
+Commit::Commit(IRepository* repository, bool amend)
+    : Commit(repository == nullptr ? nullptr : repository->GetHead(), amend) {}
+
+Commit::Commit(cow_ptr<Commit> head, bool amend) : m_isAmend(amend) {
+  if (head) {
+    m_tree = head->m_tree;
+    m_parent = amend ? head->m_parent : head;
+    if (amend) ResetPropertiesForAmend(*head);
+  }
+  if (!m_tree) m_tree.write();
+}
+
+Commit::Commit(const Commit& other) = default;
+
+// The source keeps its caches, as the base class has copies only.
+Commit::Commit(Commit&& other)
+    : Object((other.KeepCaches(), other)),
+      m_tree(std::move(other.m_tree)),
+      m_parent(std::move(other.m_parent)),
+      m_description(std::move(other.m_description)),
+      m_authorName(std::move(other.m_authorName)),
+      m_authorEmail(std::move(other.m_authorEmail)),
+      m_commitTime(other.m_commitTime),
+      m_commitTimezoneBias(other.m_commitTimezoneBias),
+      m_isAmend(other.m_isAmend),
+      m_data(std::move(other.m_data)) {}
+
+Commit& Commit::operator=(const Commit& other) = default;
+
+Commit& Commit::operator=(Commit&& other) {
+  if (this == &other) return *this;
+  other.KeepCaches();
+  Object::operator=(other);
+  m_tree = std::move(other.m_tree);
+  m_parent = std::move(other.m_parent);
+  m_description = std::move(other.m_description);
+  m_authorName = std::move(other.m_authorName);
+  m_authorEmail = std::move(other.m_authorEmail);
+  m_commitTime = other.m_commitTime;
+  m_commitTimezoneBias = other.m_commitTimezoneBias;
+  m_isAmend = other.m_isAmend;
+  m_data = std::move(other.m_data);
+  return *this;
+}
+
+Commit::~Commit() { ReleaseParents(); }
+
+// A history that dies with this commit is taken apart link by link, so that its length doesn't matter.
+void Commit::ReleaseParents() noexcept {
+  cow_ptr<Commit> next = std::move(m_parent);
+  while (next.use_count() == 1) {
+    cow_ptr<Commit> parent = std::move(next.write()->m_parent);
+    next = std::move(parent);
+  }
+}
+
+void Commit::ResetPropertiesForAmend(const Commit& head) {
+  SetAuthorName(head.m_authorName);
+  SetAuthorEmail(head.m_authorEmail);
+  SetDescription(head.m_description);
+}
+
+void Commit::ResetState() {
+  Object::ResetState();
+  m_data = Buffer();
+}
+
+void Commit::SetParent(cow_ptr<Commit> parent) {
+  m_parent = std::move(parent);
+  ResetState();
+}
+
+void Commit::SetDescription(const TalStringT<WideChar>& description) {
+  m_description = description;
+  ResetState();
+}
+
+void Commit::SetAuthorName(const TalStringT<WideChar>& name) {
+  m_authorName = name;
+  ResetState();
+}
+
+void Commit::SetAuthorEmail(const TalStringT<WideChar>& email) {
+  m_authorEmail = email;
+  ResetState();
+}
+
+void Commit::SetCommitTime(const Time& time) {
+  m_commitTime = time;
+  ResetState();
+}
+
+void Commit::SetCommitTimezoneBias(const TimeDelta& bias) {
+  m_commitTimezoneBias = bias;
+  ResetState();
+}
+
+cow_ptr<Blob> Commit::GetBlob(TalStringViewT<WideChar> path) const {
+  return m_tree ? m_tree->GetBlob(path) : nullptr;
+}
+
+cow_ptr<CommitTree> Commit::GetTree(TalStringViewT<WideChar> path) const {
+  cow_ptr<Tree> found = m_tree ? m_tree->GetTree(path) : nullptr;
+  if (!found) return nullptr;
+  cow_ptr<CommitTree> handle;
+  *handle.write() = CommitTree(std::move(found));
+  return handle;
+}
+
+bool Commit::HasRoot() const noexcept { return m_tree && m_tree->GetRoot(); }
+
+cow_ptr<Blob> Commit::AddBlob(IRepository* repository, TalStringViewT<WideChar> path,
+                              const Blob& blob) {
+  if (!HasRoot()) KeepCaches();
+  cow_ptr<Blob> added = m_tree.write()->AddBlob(repository, path, blob);
+  if (added) FinishEdit(repository);
+  return added;
+}
+
+cow_ptr<Object> Commit::AddObject(IRepository* repository, TalStringViewT<WideChar> path,
+                                  const Id& id) {
+  if (!HasRoot()) KeepCaches();
+  cow_ptr<Object> added = m_tree.write()->AddObject(repository, path, id);
+  if (added) FinishEdit(repository);
+  return added;
+}
+
+bool Commit::RemoveObject(IRepository* repository, TalStringViewT<WideChar> path) {
+  if (!m_tree || !m_tree.write()->RemoveObject(repository, path)) return false;
+  FinishEdit(repository);
+  return true;
+}
+
+void Commit::ReplaceRoot(IRepository* repository, cow_ptr<Tree> tree) {
+  KeepCaches();
+  m_tree.write()->ReplaceRoot(repository, std::move(tree));
+  RebuildTree(repository);
+}
+
+void Commit::FinishEdit(IRepository* repository) {
+  RebuildTree(repository);
+  ResetState();
+}
+
+// Makes the root the instance that the storage holds, and stores it if it is new.
+void Commit::RebuildTree(IRepository* repository) {
+  const Id id = m_tree ? m_tree->GetRootId() : Id();
+  if (repository == nullptr) return;
+  cow_ptr<Tree> stored = repository->GetTreeFromStorage(id);
+  if (!stored) {
+    cow_ptr<Tree> root = m_tree ? m_tree->GetRoot() : nullptr;
+    if (!root) return;
+    stored = repository->SyncWithStorage(std::move(root));
+  }
+  m_tree.write()->ReplaceRoot(repository, std::move(stored));
+}
+
+void CommitAccess::Rewrite(cow_ptr<Commit>& commit, cow_ptr<Commit> parent,
+                           IRepository& repository) {
+  commit.write()->SetParent(std::move(parent));
+  commit = repository.SyncWithStorage(std::move(commit));
+}
+
+bool Commit::MakeCommitLinksInOrder(std::vector<cow_ptr<Commit>>& commits,
+                                    IRepository* repository) {
+  if (repository == nullptr || commits.empty()) return false;
+  commits.back().write()->ResetState();
+  commits.back() = repository->SyncWithStorage(std::move(commits.back()));
+  for (std::size_t index = commits.size() - 1; index-- > 0;) {
+    const cow_ptr<Commit>& behind = commits[index + 1];
+    if (commits[index] && behind) CommitAccess::Rewrite(commits[index], behind, *repository);
+  }
+  return true;
+}
+
+}  // namespace TalVcs

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <talvcs/foundation/names.h>
+#include <talvcs/objects/commit.h>
+#include <talvcs/objects/tree.h>
+
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+namespace TalVcs {
+
+/// Reads packed objects through a getter and stores the trees and blobs in a repository.
+///
+/// One loader serves one load. It reads each stream once at most for each kind of object, also one
+/// that proves unreadable, or whose content turns out to have another id. What asks for itself, by
+/// however long a way, counts as unreadable where the circle closes. No recursion follows the nesting
+/// of directories.
+class ObjectLoader {
+ public:
+  using Getter = Delegate<StreamIO(const Id&)>;
+
+  ObjectLoader(IRepository* repository, Getter getter);
+
+  /// Says that the commits asked for from now on are a line of history of their own.
+  void BeginHistory();
+  /// Forgets the commits of the present line of history: the storage has them all.
+  void ForgetHistory();
+
+  /// Does what `Commit::Deserialize` tells.
+  cow_ptr<Commit> LoadCommit(const Id& id, Id& parentId);
+  /// Does what `Tree::Deserialize` tells.
+  cow_ptr<Tree> LoadTree(const Id& id);
+
+ private:
+  /// The content of a commit's stream.
+  struct CommitText {
+    bool readable = false;
+    Id treeId;
+    Id parentId;
+    TalStringT<WideChar> authorName;
+    TalStringT<WideChar> authorEmail;
+    TalStringT<WideChar> description;
+    Time time;
+    TimeDelta bias;
+    std::uint64_t history = 0;
+  };
+  struct OpenTree;
+
+  static CommitText ParseCommit(StreamIO stream);
+  static void ParseAuthor(const TalStringT<char>& author, CommitText& parsed);
+  bool OpenTreeStream(const Id& id, const Tree* reference, std::vector<OpenTree>& open);
+  void ReadEntries(OpenTree& tree, std::vector<OpenTree>& open);
+  void TakeSharedChunks(OpenTree& tree);
+  cow_ptr<Tree> CloseTree(OpenTree& tree);
+  cow_ptr<Blob> LoadBlob(const Id& id);
+  void AddEntry(OpenTree& tree, TalStringViewT<char> name, const cow_ptr<Blob>& blob,
+                const cow_ptr<Tree>& subtree);
+
+  IRepository* m_repository;
+  Getter m_getter;
+  std::uint64_t m_history = 0;
+  std::vector<Id> m_historyIds;
+  std::unordered_map<Id, CommitText> m_commits;
+  // What the streams of these ids gave, if that is nothing or has another id.
+  std::unordered_map<Id, cow_ptr<Tree>> m_otherTrees;
+  std::unordered_map<Id, cow_ptr<Blob>> m_otherBlobs;
+  cow_ptr<Tree> m_lastRoot;
+};
+
+}  // namespace TalVcs

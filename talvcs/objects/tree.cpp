@@ -1,0 +1,124 @@
+#include <talvcs/objects/tree.h>
+
+#include <talvcs/foundation/data_encoding.h>
+#include <talvcs/foundation/sha256.h>
+#include <talvcs/objects/packed_header.h>
+#include <talvcs/objects/tree_entries.h>
+
+#include <unordered_map>
+#include <utility>
+
+namespace TalVcs {
+
+Tree::Tree() noexcept = default;
+
+Tree::Tree(const Tree& other)
+    : Object(other), m_entries(TreeEntries::Share(other.m_entries)), m_treeData(other.m_treeData) {}
+
+// The source keeps its caches, as the base class has copies only.
+Tree::Tree(Tree&& other)
+    : Object((other.KeepPackedData(), other)),
+      m_entries(std::exchange(other.m_entries, nullptr)),
+      m_treeData(std::move(other.m_treeData)) {}
+
+Tree& Tree::operator=(const Tree& other) {
+  Object::operator=(other);
+  TreeEntries::Release(std::exchange(m_entries, TreeEntries::Share(other.m_entries)));
+  m_treeData = other.m_treeData;
+  return *this;
+}
+
+Tree& Tree::operator=(Tree&& other) {
+  if (this == &other) return *this;
+  other.KeepPackedData();
+  Object::operator=(other);
+  TreeEntries::Release(std::exchange(m_entries, std::exchange(other.m_entries, nullptr)));
+  m_treeData = std::move(other.m_treeData);
+  return *this;
+}
+
+Tree::~Tree() { TreeEntries::Release(m_entries); }
+
+// Hashes the records where they lie, one chunk after the other.
+Id Tree::GetId() const {
+  if (!HasId()) {
+    const PackedHeader header(kType, m_entries == nullptr ? 0 : m_entries->RecordBytes());
+    TalUtils::Sha256 hash;
+    hash.Update(header.GetData(), header.GetSize());
+    if (m_entries != nullptr) {
+      for (const EntryChunk* chunk : m_entries->Chunks()) hash.Update(chunk->Records());
+    }
+    const auto digest = hash.Finish();
+    CacheId(Id(TalUtils::DataEncoding::HexEncode(digest.data(), digest.size())));
+  }
+  return CachedId();
+}
+
+TalStringT<char> Tree::GetHeader() const { return kType; }
+TalStringT<char> Tree::GetStoragePrefix() const { return kMode; }
+
+const Buffer& Tree::GetData() const {
+  if (m_treeData.IsEmpty()) m_treeData = BuildData();
+  return m_treeData;
+}
+
+Buffer Tree::BuildData() const {
+  Buffer data;
+  if (m_entries == nullptr) return data;
+  const auto chunks = m_entries->Chunks();
+  if (chunks.size() > 1) data.ReserveSegments(chunks.size());
+  for (const EntryChunk* chunk : chunks) data.Append(chunk->Records());
+  return data;
+}
+
+Buffer Tree::BuildPackedData() const {
+  if (!CachedPackedData().IsEmpty()) return CachedPackedData();
+  return Pack(kType, m_treeData.IsEmpty() ? BuildData() : m_treeData);
+}
+
+void Tree::ResetState() {
+  Object::ResetState();
+  m_treeData = Buffer();
+}
+
+std::uint64_t Tree::GetLocalObjectCount() const noexcept {
+  return m_entries == nullptr ? 0 : m_entries->Count();
+}
+
+std::uint64_t Tree::GetLocalBlobCount() const noexcept {
+  return m_entries == nullptr ? 0 : m_entries->Count() - m_entries->TreeCount();
+}
+
+bool Tree::IsEmpty() const noexcept { return m_entries == nullptr; }
+
+// Counts each different subtree once, below before above: shared subtrees can make the number of
+// paths exponential.
+std::uint64_t Tree::GetDeepBlobCount() const {
+  std::unordered_map<const Tree*, std::uint64_t> counts;
+  std::vector<const Tree*> open{this};
+  while (!open.empty()) {
+    const Tree* tree = open.back();
+    std::uint64_t count = tree->GetLocalBlobCount();
+    const std::size_t before = open.size();
+    if (tree->m_entries != nullptr && tree->m_entries->TreeCount() != 0) {
+      for (const EntryChunk* chunk : tree->m_entries->Chunks()) {
+        for (std::size_t index = 0; index < chunk->Count(); ++index) {
+          if (chunk->Kind(index) != EntryKind::kTree || !chunk->Child(index)) continue;
+          const auto* child = static_cast<const Tree*>(chunk->Child(index).get());
+          const auto known = counts.find(child);
+          if (known == counts.end()) {
+            open.push_back(child);
+          } else {
+            count += known->second;
+          }
+        }
+      }
+    }
+    if (open.size() != before) continue;
+    counts[tree] = count;
+    open.pop_back();
+  }
+  return counts[this];
+}
+
+}  // namespace TalVcs
