@@ -18,9 +18,12 @@ class CommitAccess {
   static void RebuildTree(Commit& commit, IRepository* repository) {
     commit.RebuildTree(repository);
   }
-  static const Commit* Parent(const Commit& commit) noexcept { return commit.m_parent.get(); }
-  static const cow_ptr<Commit>& ParentHandle(const Commit& commit) noexcept {
-    return commit.m_parent;
+  /// The handle on the parent, which the commit keeps.
+  static const cow_ptr<Commit>& Parent(const Commit& commit) noexcept { return commit.m_parent; }
+  /// The id, without a copy; valid until the commit changes.
+  static const Id& GetId(const Commit& commit) {
+    if (!commit.HasId()) static_cast<const Object&>(commit).GetId();
+    return commit.CachedId();
   }
 
   /// Makes `parent` the parent and stores the commit. The handle becomes the stored instance; whoever

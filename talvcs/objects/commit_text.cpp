@@ -127,8 +127,8 @@ std::optional<TalStringT<char>> Commit::ParseCommitInfo(const TalStringT<char>& 
   const int start = found + key.length;
   const int end = text.Find("\n", start);
   position = end;
-  // Without a line end the value runs to the end of the text.
-  return end < 0 ? text.Mid(start) : text.Mid(start, end - start);
+  // Without a line end the count is negative and the value empty.
+  return text.Mid(start, end - start);
 }
 
 }  // namespace TalVcs

@@ -1,0 +1,241 @@
+#include <talvcs/merge/three_way_merge.h>
+
+#include <talvcs/merge/entry_rule.h>
+#include <talvcs/repository/irepository.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+// One directory is merged in two stages, blobs and then subtrees, each of which goes by names:
+//
+//   changed on one side only, or on both alike    taken from there
+//   changed on both sides, differently            asked (blobs), or merged as a directory (subtrees)
+//
+// The stages don't know of each other: what the second one writes under a name stands. Directories
+// wait on a stack of their own, so that nesting has no limit.
+
+namespace TalVcs {
+
+namespace {
+
+using Name = TalStringT<WideChar>;
+using Names = std::vector<Name>;
+using Components = array_view<const TalStringViewT<WideChar>>;
+
+/// The names of one stage, each list in ascending order.
+struct DiffPartition {
+  Names conflicts;
+  Names same_on_both;
+  Names left_only;
+  Names right_only;
+};
+
+const TreeEntries* EntriesOf(const cow_ptr<Tree>& tree) {
+  return tree ? TreeAccess::Entries(*tree) : nullptr;
+}
+
+/// The names that one side changed, for both stages.
+struct ChangedNames {
+  std::vector<TalStringViewT<WideChar>> blobs;
+  std::vector<TalStringViewT<WideChar>> trees;
+
+  ChangedNames(const cow_ptr<Tree>& root, const cow_ptr<Tree>& side) {
+    const auto visit = [this](auto name, const NamedEntries& of_root, const NamedEntries& of_side) {
+      if (EntriesDiffer(EntryKind::kBlob, of_root, of_side)) blobs.push_back(name);
+      if (EntriesDiffer(EntryKind::kTree, of_root, of_side)) trees.push_back(name);
+    };
+    VisitUnsharedNames(EntriesOf(root), EntriesOf(side), visit);
+  }
+};
+
+NamedEntries EntriesUnder(const cow_ptr<Tree>& tree, TalStringViewT<WideChar> name) {
+  const TreeEntries* list = EntriesOf(tree);
+  return {TreeEntries::Find(list, name, EntryKind::kBlob),
+          TreeEntries::Find(list, name, EntryKind::kTree)};
+}
+
+DiffPartition PartitionDiffs(EntryKind stage, const MergeTrees& trees,
+                             const std::vector<TalStringViewT<WideChar>>& left_changed,
+                             const std::vector<TalStringViewT<WideChar>>& right_changed) {
+  std::vector<TalStringViewT<WideChar>> names;
+  names.reserve(left_changed.size() + right_changed.size());
+  std::set_union(left_changed.begin(), left_changed.end(), right_changed.begin(),
+                 right_changed.end(), std::back_inserter(names),
+                 [](const auto& a, const auto& b) { return a.Compare(b) < 0; });
+  DiffPartition partition;
+  for (const auto& name : names) {
+    switch (DecideEntry(stage, EntriesUnder(trees.root, name), EntriesUnder(trees.left, name),
+                        EntriesUnder(trees.right, name))) {
+      case EntryDecision::kConflict:
+        partition.conflicts.emplace_back(name);
+        break;
+      case EntryDecision::kTakeSame:
+        partition.same_on_both.emplace_back(name);
+        break;
+      case EntryDecision::kTakeLeft:
+        partition.left_only.emplace_back(name);
+        break;
+      case EntryDecision::kTakeRight:
+        partition.right_only.emplace_back(name);
+        break;
+      case EntryDecision::kKeepRoot:
+        break;
+    }
+  }
+  return partition;
+}
+
+/// A directory that is being merged.
+struct Level {
+  MergeTrees trees;
+  Resolvers resolvers;  // a copy of those of the level above
+  cow_ptr<Tree> result;
+  Names subtree_conflicts;
+  std::size_t next_conflict = 0;
+};
+
+class TreeMerge {
+ public:
+  TreeMerge(IRepository& repository, const MergeTrees& trees)
+      : m_repository(repository), m_trees(trees) {}
+
+  cow_ptr<Tree> Run(Resolvers resolvers) {
+    std::vector<Level> levels;
+    std::optional<cow_ptr<Tree>> done = Enter(m_trees, resolvers, levels);
+    while (!levels.empty()) {
+      Level& level = levels.back();
+      if (level.next_conflict == level.subtree_conflicts.size()) {
+        done = std::move(level.result);
+        levels.pop_back();
+      } else {
+        const Name& name = level.subtree_conflicts[level.next_conflict];
+        m_path.push_back(name);
+        const std::size_t depth = levels.size();
+        const Resolvers inherited = level.resolvers;
+        done = Enter(Narrow(level.trees, name), inherited, levels);
+        if (levels.size() != depth) continue;
+      }
+      if (!done) return nullptr;
+      if (!levels.empty()) PutSubtree(levels.back(), *done);
+    }
+    return done ? *done : nullptr;
+  }
+
+ private:
+  // Settles a directory at once, or begins to merge it and puts it on top of `levels`. Without a
+  // value, and with nothing put there, the merge has failed.
+  std::optional<cow_ptr<Tree>> Enter(const MergeTrees& trees, const Resolvers& resolvers,
+                                     std::vector<Level>& levels) {
+    if (!trees.left && !trees.right) return cow_ptr<Tree>();
+    if (trees.left && trees.right && SameObject(trees.left.get(), trees.right.get())) {
+      return trees.left;
+    }
+    Level level{trees, resolvers, nullptr, {}, 0};
+    switch (AskForDirectory(level.resolvers.treeResolver)) {
+      case TreeConflictChoice::Left:
+        return trees.left;
+      case TreeConflictChoice::Right:
+        return trees.right;
+      case TreeConflictChoice::Root:
+        return trees.root;
+      case TreeConflictChoice::Undecided:
+        return std::nullopt;
+      default:
+        break;
+    }
+    if (!level.trees.root) level.trees.root.write();
+    if (MergeEntries(level)) levels.push_back(std::move(level));
+    return std::nullopt;
+  }
+
+  TreeConflictChoice AskForDirectory(const TreeConflictResolver& resolver) const {
+    return resolver ? resolver(Components(m_path), m_trees) : TreeConflictChoice::Undecided;
+  }
+
+  ConflictChoice AskForBlob(const ConflictResolver& resolver, TalStringViewT<WideChar> name) {
+    if (!resolver) return ConflictChoice::Undecided;
+    std::vector<TalStringViewT<WideChar>> path = m_path;
+    path.push_back(name);
+    return resolver(Components(path), m_trees);
+  }
+
+  // Does both stages but for the subtrees in conflict. Returns false if a conflict stays undecided.
+  bool MergeEntries(Level& level) {
+    const MergeTrees& trees = level.trees;
+    const ChangedNames left(trees.root, trees.left);
+    const ChangedNames right(trees.root, trees.right);
+    level.result = trees.root;
+    const DiffPartition blobs =
+        PartitionDiffs(EntryKind::kBlob, trees, left.blobs, right.blobs);
+    for (const Name& name : blobs.conflicts) {
+      switch (AskForBlob(level.resolvers.blobResolver, name)) {
+        case ConflictChoice::Left:
+          TakeEntry(level.result, trees.left, name);
+          break;
+        case ConflictChoice::Right:
+          TakeEntry(level.result, trees.right, name);
+          break;
+        case ConflictChoice::Undecided:
+          return false;
+        default:
+          break;
+      }
+    }
+    ApplyPartition(level.result, trees, blobs);
+    DiffPartition subtrees = PartitionDiffs(EntryKind::kTree, trees, left.trees, right.trees);
+    ApplyPartition(level.result, trees, subtrees);
+    level.subtree_conflicts = std::move(subtrees.conflicts);
+    return true;
+  }
+
+  void ApplyPartition(cow_ptr<Tree>& result, const MergeTrees& trees,
+                      const DiffPartition& partition) {
+    for (const Name& name : partition.same_on_both) TakeEntry(result, trees.left, name);
+    for (const Name& name : partition.right_only) TakeEntry(result, trees.right, name);
+    for (const Name& name : partition.left_only) TakeEntry(result, trees.left, name);
+  }
+
+  void TakeEntry(cow_ptr<Tree>& result, const cow_ptr<Tree>& source, const Name& name) {
+    Tree& target = *result.write();
+    target.RemoveObject(&m_repository, name);
+    const NamedEntries entries = EntriesUnder(source, name);
+    if (entries.BlobObject() != nullptr) {
+      target.AddBlob(&m_repository, name, static_cast<const Blob&>(*entries.BlobObject()));
+    } else if (entries.TreeObject() != nullptr) {
+      target.AddTree(&m_repository, name, *entries.TreeObject());
+    }
+  }
+
+  void PutSubtree(Level& level, const cow_ptr<Tree>& subtree) {
+    const Name& name = level.subtree_conflicts[level.next_conflict];
+    if (subtree) {
+      level.result.write()->AddTree(&m_repository, name, *subtree);
+    } else {
+      level.result.write()->RemoveObject(&m_repository, name);
+    }
+    ++level.next_conflict;
+    m_path.pop_back();
+  }
+
+  static MergeTrees Narrow(const MergeTrees& trees, const Name& name) {
+    const auto below = [&name](const cow_ptr<Tree>& tree) {
+      return tree ? tree->GetLocalTree(name) : nullptr;
+    };
+    return {below(trees.left), below(trees.root), below(trees.right)};
+  }
+
+  IRepository& m_repository;
+  const MergeTrees& m_trees;
+  // Views of the names in the lists of the levels.
+  std::vector<TalStringViewT<WideChar>> m_path;
+};
+
+}  // namespace
+
+cow_ptr<Tree> ThreeWayMerge(IRepository* repository, MergeTrees trees, Resolvers resolvers) {
+  if (repository == nullptr) return nullptr;
+  return TreeMerge(*repository, trees).Run(std::move(resolvers));
+}
+
+}  // namespace TalVcs

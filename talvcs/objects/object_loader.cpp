@@ -1,0 +1,334 @@
+#include <talvcs/objects/object_loader.h>
+
+#include <talvcs/foundation/helpers.h>
+#include <talvcs/foundation/string_conversion.h>
+#include <talvcs/objects/commit_access.h>
+#include <talvcs/objects/tree_walk.h>
+#include <talvcs/repository/irepository.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace TalVcs {
+
+namespace {
+
+constexpr int kIdLength = 64;
+constexpr std::int64_t kTicksPerMinute = 600'000'000;
+
+bool IsEmptyId(const Id& id) noexcept { return id.View().IsEmpty(); }
+
+Id IdOfText(TalStringViewT<char> text) {
+  return Id(TalStringT<WideChar>(TalStringT<char>(text)));
+}
+
+/// Cuts a text into pieces, each up to a separator. A separator that is missing gives the rest.
+class TextCutter {
+ public:
+  TextCutter(TalStringViewT<char> text, int position) noexcept
+      : m_text(text), m_position(position) {}
+
+  TalStringViewT<char> UpTo(char separator) noexcept {
+    const int found = m_text.Find(separator, m_position);
+    const int end = found < 0 ? m_text.length : found;
+    const TalStringViewT<char> piece = m_text.Mid(m_position, end - m_position);
+    m_position = std::min(end + 1, m_text.length);
+    return piece;
+  }
+  TalStringViewT<char> Next(int count) noexcept {
+    const TalStringViewT<char> piece = m_text.Mid(m_position, count);
+    m_position += piece.length;
+    return piece;
+  }
+  int Position() const noexcept { return m_position; }
+
+ private:
+  TalStringViewT<char> m_text;
+  int m_position;
+};
+
+}  // namespace
+
+/// A tree whose stream is being read.
+struct ObjectLoader::OpenTree {
+  Id id;
+  TalStringT<char> text;
+  int position = 0;
+  // The tree grows in the builder while names ascend, as in every stream that the library wrote, and
+  // by single edits from the first name on that doesn't.
+  std::unique_ptr<TreeEntriesBuilder> builder = std::make_unique<TreeEntriesBuilder>();
+  cow_ptr<Tree> tree;
+  TalStringT<WideChar> last_name;
+  // A former state of the directory: runs of equal records are taken from it whole.
+  std::span<EntryChunk* const> former;
+  const Tree* former_tree = nullptr;
+  // The entry whose subtree is being read.
+  TalStringT<char> waiting_name;
+  bool failed = false;
+};
+
+ObjectLoader::ObjectLoader(IRepository* repository, Getter getter)
+    : m_repository(repository), m_getter(getter) {}
+
+void ObjectLoader::BeginHistory() {
+  ++m_history;
+  m_historyIds.clear();
+}
+
+void ObjectLoader::ForgetHistory() {
+  for (const Id& id : m_historyIds) m_commits.erase(id);
+  m_historyIds.clear();
+}
+
+cow_ptr<Commit> ObjectLoader::LoadCommit(const Id& id, Id& parentId) {
+  if (IsEmptyId(id) || m_repository == nullptr) return nullptr;
+  if (cow_ptr<Commit> stored = m_repository->GetCommitFromStorage(id)) return stored;
+  if (!m_getter) return nullptr;
+  const auto [known, added] = m_commits.try_emplace(id);
+  CommitText& parsed = known->second;
+  if (added) {
+    parsed = ParseCommit(m_getter(id));
+  } else if (parsed.history == m_history) {
+    return nullptr;  // the commit is its own ancestor
+  }
+  parsed.history = m_history;
+  m_historyIds.push_back(id);
+  if (!parsed.readable) return nullptr;
+  parentId = parsed.parentId;
+
+  cow_ptr<Commit> commit = std::make_shared<Commit>(m_repository, false);
+  Commit& fresh = *commit.write();
+  fresh.SetAuthorName(parsed.authorName);
+  fresh.SetAuthorEmail(parsed.authorEmail);
+  fresh.SetDescription(parsed.description);
+  fresh.SetCommitTime(parsed.time);
+  fresh.SetCommitTimezoneBias(parsed.bias);
+  if (IsEmptyId(parsed.treeId)) {
+    CommitAccess::RebuildTree(fresh, m_repository);
+    return commit;
+  }
+  cow_ptr<CommitTree> handle;
+  if (cow_ptr<Tree> root = LoadTree(parsed.treeId)) {
+    m_lastRoot = root;
+    *handle.write() = CommitTree(std::move(root));
+  }
+  CommitAccess::SetTree(fresh, std::move(handle), m_repository);
+  return commit;
+}
+
+ObjectLoader::CommitText ObjectLoader::ParseCommit(StreamIO stream) {
+  CommitText parsed;
+  if (!Helpers::ShiftObjectIdentifier(stream, "commit ")) return parsed;
+  const TalStringT<char> text = Helpers::StreamToStringA(stream);
+  if (text.IsEmpty()) return parsed;
+  int position = 0;
+  const auto tree = CommitAccess::ParseCommitInfo(text, "tree ", position);
+  if (!tree) return parsed;
+  parsed.readable = true;
+  parsed.treeId = IdOfText(*tree);
+  if (const auto parent = CommitAccess::ParseCommitInfo(text, "parent ", position)) {
+    parsed.parentId = IdOfText(*parent);
+  }
+  const auto author = CommitAccess::ParseCommitInfo(text, "author ", position);
+  ParseAuthor(author.value_or(TalStringT<char>()), parsed);
+  const auto description = CommitAccess::ParseCommitInfo(text, "\n\n", position);
+  if (description) parsed.description = TalUtils::String::ToStringW(*description);
+  return parsed;
+}
+
+// Indices of a search that failed are -1; the cutting of texts takes any index.
+void ObjectLoader::ParseAuthor(const TalStringT<char>& author, CommitText& parsed) {
+  using TalUtils::String::Int64FromString;
+  using TalUtils::String::IntFromString;
+  const int open = author.Find("<", 0);
+  const int close = author.Find(">", open);
+  parsed.authorName = TalUtils::String::ToStringW(author.Left(open - 1));
+  parsed.authorEmail = TalUtils::String::ToStringW(author.Mid(open + 1, close - open - 1));
+  const TalStringT<char> stamp = author.Mid(close + 2);
+  const int blank = stamp.Find(" ");
+  const TalStringT<WideChar> seconds(stamp.Left(blank));
+  const TalStringT<WideChar> zone(stamp.Mid(blank + 1));
+  const std::int64_t sign = zone.GetAt(0) == TAL_WIDE('+') ? 1 : -1;
+  const std::int64_t hours = sign * IntFromString(zone.Mid(1, 2));
+  const std::int64_t minutes = sign * IntFromString(zone.Mid(3, 4));
+  parsed.time = Time::FromTimeT(Int64FromString(seconds));
+  parsed.bias = TimeDelta{(hours * 60 + minutes) * kTicksPerMinute};
+}
+
+cow_ptr<Tree> ObjectLoader::LoadTree(const Id& id) {
+  if (IsEmptyId(id) || m_repository == nullptr) return nullptr;
+  if (cow_ptr<Tree> stored = m_repository->GetTreeFromStorage(id)) return stored;
+  if (!m_getter) return nullptr;
+  const auto other = m_otherTrees.find(id);
+  if (other != m_otherTrees.end()) return other->second;
+  std::vector<OpenTree> open;
+  if (!OpenTreeStream(id, m_lastRoot.get(), open)) return nullptr;
+  for (;;) {
+    const std::size_t depth = open.size();
+    ReadEntries(open.back(), open);
+    if (open.size() != depth) continue;
+    OpenTree closed = std::move(open.back());
+    open.pop_back();
+    cow_ptr<Tree> tree = CloseTree(closed);
+    if (open.empty()) return tree;
+    if (tree) AddEntry(open.back(), open.back().waiting_name, nullptr, tree);
+  }
+}
+
+// Starts to read a tree. Returns false, and remembers it, if the stream has nothing to read. While a
+// tree is open, its id stands for nothing.
+bool ObjectLoader::OpenTreeStream(const Id& id, const Tree* reference,
+                                  std::vector<OpenTree>& open) {
+  m_otherTrees.try_emplace(id);
+  StreamIO stream = m_getter(id);
+  if (!Helpers::ShiftObjectIdentifier(stream, Tree::kType)) return false;
+  OpenTree tree;
+  tree.text = Helpers::StreamToStringA(stream);
+  if (tree.text.IsEmpty()) return false;
+  tree.id = id;
+  tree.former_tree = reference;
+  if (reference != nullptr && TreeAccess::Entries(*reference) != nullptr) {
+    tree.former = TreeAccess::Entries(*reference)->Chunks();
+  }
+  open.push_back(std::move(tree));
+  return true;
+}
+
+// Reads entries until the text ends or a subtree has to be read first, which is then on top of
+// `open`; `tree` is not valid any more in that case.
+void ObjectLoader::ReadEntries(OpenTree& tree, std::vector<OpenTree>& open) {
+  while (tree.position < tree.text.GetLength()) {
+    TakeSharedChunks(tree);
+    if (tree.position == tree.text.GetLength()) return;
+    TextCutter cutter(tree.text, tree.position);
+    cutter.UpTo(' ');  // the mode says nothing that the type doesn't
+    const TalStringViewT<char> type = cutter.UpTo(' ');
+    const TalStringViewT<char> name = cutter.UpTo('\0');
+    const Id id = IdOfText(cutter.Next(kIdLength));
+    tree.position = cutter.Position();
+    if (type == Blob::kType) {
+      if (const cow_ptr<Blob> blob = LoadBlob(id)) AddEntry(tree, name, blob, nullptr);
+      continue;
+    }
+    if (type != Tree::kType) {
+      tree.failed = true;
+      return;
+    }
+    if (IsEmptyId(id)) continue;
+    cow_ptr<Tree> subtree = m_repository->GetTreeFromStorage(id);
+    if (!subtree) {
+      const auto other = m_otherTrees.find(id);
+      if (other == m_otherTrees.end()) {
+        tree.waiting_name = name;
+        const cow_ptr<Object>* former =
+            tree.former_tree == nullptr
+                ? nullptr
+                : TreeEntries::Find(TreeAccess::Entries(*tree.former_tree),
+                                    TalStringT<WideChar>(TalStringT<char>(name)), EntryKind::kTree);
+        const Object* reference = former == nullptr ? nullptr : former->get();
+        if (OpenTreeStream(id, static_cast<const Tree*>(reference), open)) return;
+        continue;
+      }
+      subtree = other->second;
+    }
+    if (subtree) AddEntry(tree, name, nullptr, subtree);
+  }
+}
+
+// Most directories of a history are a former state with one entry changed. Where the text goes on
+// with the very bytes of a chunk of that state, the chunk is taken as it is, and its entries needn't
+// be looked up one by one.
+void ObjectLoader::TakeSharedChunks(OpenTree& tree) {
+  if (!tree.builder) return;
+  while (!tree.former.empty()) {
+    EntryChunk& chunk = *tree.former.front();
+    if (!tree.last_name.IsEmpty() && tree.last_name.Compare(chunk.Name(0)) >= 0) {
+      tree.former = tree.former.subspan(1);
+      continue;
+    }
+    if (!chunk.IsFaithful()) return;
+    const auto bytes = chunk.Records().GetSegment(0);
+    const auto left = static_cast<std::size_t>(tree.text.GetLength() - tree.position);
+    if (bytes.size() > left ||
+        std::memcmp(tree.text.GetString() + tree.position, bytes.data(), bytes.size()) != 0) {
+      return;
+    }
+    tree.builder->Append(chunk);
+    tree.last_name = chunk.Name(chunk.Count() - 1);
+    tree.position += static_cast<int>(bytes.size());
+    tree.former = tree.former.subspan(1);
+  }
+}
+
+void ObjectLoader::AddEntry(OpenTree& tree, TalStringViewT<char> name, const cow_ptr<Blob>& blob,
+                            const cow_ptr<Tree>& subtree) {
+  TalStringT<WideChar> wide{TalStringT<char>(name)};
+  const bool plain = !wide.IsEmpty() && TalStringViewT<WideChar>(wide).Find(TAL_WIDE('/')) < 0 &&
+                     wide.Compare(tree.last_name) > 0;
+  if (tree.builder && plain) {
+    if (blob) {
+      tree.builder->Append(wide, EntryKind::kBlob, blob);
+    } else {
+      tree.builder->Append(wide, EntryKind::kTree, subtree);
+    }
+    tree.last_name = std::move(wide);
+    return;
+  }
+  if (tree.builder) {
+    TreeAccess::AdoptEntries(*tree.tree.write(), tree.builder->Finish());
+    tree.builder.reset();
+  }
+  if (blob) {
+    tree.tree.write()->AddBlob(m_repository, wide, *blob);
+  } else {
+    tree.tree.write()->AddTree(m_repository, wide, *subtree);
+  }
+}
+
+// Stores the tree that was read. A tree whose content has another id than its stream is remembered
+// under that; one that is stored under its id needn't be.
+cow_ptr<Tree> ObjectLoader::CloseTree(OpenTree& tree) {
+  if (tree.failed) return nullptr;
+  if (tree.builder) TreeAccess::AdoptEntries(*tree.tree.write(), tree.builder->Finish());
+  cow_ptr<Tree> stored = m_repository->SyncWithStorage(std::move(tree.tree));
+  if (stored && stored->GetId() == tree.id) {
+    m_otherTrees.erase(tree.id);
+  } else {
+    m_otherTrees[tree.id] = stored;
+  }
+  return stored;
+}
+
+cow_ptr<Blob> ObjectLoader::LoadBlob(const Id& id) {
+  if (cow_ptr<Blob> stored = m_repository->GetBlobFromStorage(id)) return stored;
+  const auto other = m_otherBlobs.find(id);
+  if (other != m_otherBlobs.end()) return other->second;
+  StreamIO stream = m_getter(id);
+  cow_ptr<Blob> blob = Blob::Deserialize(stream);
+  if (blob) blob = m_repository->SyncWithStorage(std::move(blob));
+  if (!blob || !(blob->GetId() == id)) m_otherBlobs.emplace(id, blob);
+  return blob;
+}
+
+cow_ptr<Commit> Commit::Deserialize(const Id& id, Id& parentId, IRepository* repository,
+                                    Delegate<StreamIO(const Id&)> getter) {
+  return ObjectLoader(repository, getter).LoadCommit(id, parentId);
+}
+
+cow_ptr<CommitTree> CommitTree::Deserialize(const Id& id, IRepository* repository,
+                                            Delegate<StreamIO(const Id&)> getter) {
+  cow_ptr<Tree> root = Tree::Deserialize(id, repository, getter);
+  if (!root) return nullptr;
+  cow_ptr<CommitTree> handle;
+  *handle.write() = CommitTree(std::move(root));
+  return handle;
+}
+
+cow_ptr<Tree> Tree::Deserialize(const Id& id, IRepository* repository,
+                                Delegate<StreamIO(const Id&)> getter) {
+  return ObjectLoader(repository, getter).LoadTree(id);
+}
+
+}  // namespace TalVcs

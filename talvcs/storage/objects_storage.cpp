@@ -1,0 +1,7 @@
+#include <talvcs/storage/objects_storage.h>
+
+namespace TalVcs {
+
+IObjectsStorage::~IObjectsStorage() = default;
+
+}  // namespace TalVcs
