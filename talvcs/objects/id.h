@@ -3,8 +3,10 @@
 #include <talvcs/export.h>
 #include <talvcs/foundation/names.h>
 
+#include <concepts>
 #include <cstddef>
 #include <functional>
+#include <utility>
 
 namespace TalVcs {
 
@@ -19,8 +21,9 @@ class TALVCS_API Id {
   Id() noexcept = default;
   /// Copies `text`.
   Id(TalStringViewT<WideChar> text) : m_text(text) {}
-  /// Takes over `text`.
-  explicit Id(TalStringT<WideChar> text) noexcept : m_text(std::move(text)) {}
+  /// Takes over `text`. A template, so that a literal finds the other constructor alone.
+  template <std::same_as<TalStringT<WideChar>> Text>
+  explicit Id(Text text) noexcept : m_text(std::move(text)) {}
   /// The digest of exactly these bytes, without a header; the empty id for an empty buffer.
   explicit Id(const Buffer& data);
 

@@ -4,6 +4,8 @@
 #include <talvcs/foundation/names.h>
 #include <talvcs/objects/id.h>
 
+#include <concepts>
+
 namespace TalVcs {
 
 /// Whatever can be stored under the digest of its own bytes.
@@ -43,6 +45,16 @@ class TALVCS_API IObject {
   IObject(const IObject&) = default;
   IObject& operator=(const IObject&) = default;
 };
+
+/// Compare objects through their interface, whatever their static types.
+template <std::derived_from<IObject> A, std::derived_from<IObject> B>
+bool operator==(const A& a, const B& b) {
+  return static_cast<const IObject&>(a).operator==(b);
+}
+template <std::derived_from<IObject> A, std::derived_from<IObject> B>
+bool operator!=(const A& a, const B& b) {
+  return static_cast<const IObject&>(a).operator!=(b);
+}
 
 /// The base of all objects: computes the id and the packed form at most once between two resets.
 ///

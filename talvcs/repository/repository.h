@@ -11,6 +11,13 @@
 
 namespace TalVcs {
 
+#if defined(__GNUC__)
+// A repository is destroyed as what it is and never through its interface, so that its destructor
+// needn't be virtual.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+#endif
+
 /// A history: an objects storage that it owns, and the name of the current branch.
 ///
 /// Failures are results: null, false or 0. A repository without a storage, as a moved-from one, is
@@ -129,5 +136,8 @@ class TALVCS_API Repository : public IRepository {
   std::unique_ptr<IObjectsStorage> m_storage;
   TalStringT<WideChar> m_currentBranch;
 };
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
 
 }  // namespace TalVcs
