@@ -1,0 +1,386 @@
+// The drawings in the comments show parents to the left.
+
+#include <talvcs/repository/repository.h>
+
+#include <gtest/gtest.h>
+#include <tests/support/contents.h>
+#include <tests/support/history_drawing.h>
+
+#include <string>
+#include <vector>
+
+namespace TalVcs::Testing {
+namespace {
+
+// The private overloads, by the one door that the language leaves: names in an explicit
+// instantiation aren't checked for access.
+template <class Member, Member pointer>
+struct Door {
+  friend Member Open(Member) { return pointer; }
+};
+using RebaseCommit = cow_ptr<Commit> (Repository::*)(cow_ptr<Commit>, cow_ptr<Commit>,
+                                                     cow_ptr<Commit>);
+using RebaseBranch = cow_ptr<Commit> (Repository::*)(TalStringViewT<WideChar>,
+                                                     TalStringViewT<WideChar>);
+RebaseCommit Open(RebaseCommit);
+RebaseBranch Open(RebaseBranch);
+template struct Door<RebaseCommit, &Repository::MergelessRebase>;
+template struct Door<RebaseBranch, &Repository::MergelessRebase>;
+
+class Rebase : public ::testing::Test {
+ protected:
+  void Draw(const char* drawing, const char* branches = "") {
+    history = DrawHistory(repository, drawing);
+    PlaceBranches(repository, history, branches);
+  }
+  bool EnsureCommonRoot(const char* first, const char* second, const char* root) {
+    return repository.EnsureCommonRootFor(Wide(first), Wide(second), Wide(root));
+  }
+  cow_ptr<Commit> Place(cow_ptr<Commit> tip, cow_ptr<Commit> stop, cow_ptr<Commit> newBase) {
+    return (repository.*Open(RebaseCommit()))(tip, stop, newBase);
+  }
+  cow_ptr<Commit> Place(const char* branch, const char* onto) {
+    return (repository.*Open(RebaseBranch()))(Wide(branch), Wide(onto));
+  }
+  cow_ptr<Commit> At(const char* name) const { return history.at(name); }
+  std::string Chain(const char* branch) const { return ChainOf(repository, branch); }
+
+  Repository repository = NewRepository();
+  History history;
+};
+
+using EnsureCommonRootFor = Rebase;
+using MergelessRebase = Rebase;
+
+TEST_F(EnsureCommonRootFor, RelatedBranchesStayAndNoRootBranchIsMade) {
+  Draw("A-B-C; B-D", "c=C d=D");
+  EXPECT_TRUE(EnsureCommonRoot("c", "d", "root"));
+  EXPECT_FALSE(repository.BranchExist(TAL_WIDE("root")));
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("c")), At("C"));
+  EXPECT_EQ(repository.GetCommitCount(), 4u);
+}
+
+TEST_F(EnsureCommonRootFor, NothingExistingPutsAllThreeOnARootCommit) {
+  EXPECT_TRUE(EnsureCommonRoot("a", "b", "root"));
+  EXPECT_EQ(Chain("root"), "Root commit");
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("a")), repository.GetHead(TAL_WIDE("root")));
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("b")), repository.GetHead(TAL_WIDE("root")));
+  EXPECT_EQ(repository.GetCommitCount(), 1u);
+}
+
+TEST_F(EnsureCommonRootFor, RootCommitIsTheSameEverywhere) {
+  ASSERT_TRUE(EnsureCommonRoot("a", "b", "root"));
+  const cow_ptr<Commit> root = repository.GetHead(TAL_WIDE("root"));
+  EXPECT_EQ(IdOf(root), "2181c8f28ee8418b1478fddf0ee42f5611b4bfaafd9f39a96b756bf50f9cb6fc");
+  EXPECT_FALSE(root->GetTree());
+  EXPECT_FALSE(root->IsAmend());
+  EXPECT_TRUE(root->GetAuthorName().IsEmpty());
+  EXPECT_EQ(root->GetCommitTime(), Time());
+}
+
+TEST_F(EnsureCommonRootFor, SecondRootCommitOfAStorageIsTheStoredOne) {
+  ASSERT_TRUE(EnsureCommonRoot("a", "b", "root"));
+  const cow_ptr<Commit> root = repository.GetHead(TAL_WIDE("root"));
+  ASSERT_TRUE(EnsureCommonRoot("c", "d", "other"));
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("other")), root);
+  EXPECT_EQ(repository.GetCommitCount(), 1u);
+}
+
+TEST_F(EnsureCommonRootFor, ExistingFirstIsPlacedWholeAndMissingSecondStartsAtTheRoot) {
+  Draw("A-B", "a=B");
+  EXPECT_TRUE(EnsureCommonRoot("a", "b", "root"));
+  EXPECT_EQ(Chain("a"), "Root commit-A-B");
+  EXPECT_EQ(Chain("b"), "Root commit");
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("a"))->GetParent()->GetParent(),
+            repository.GetHead(TAL_WIDE("root")));
+  EXPECT_NE(IdOf(repository.GetHead(TAL_WIDE("a"))), IdOf(At("B")));
+}
+
+TEST_F(EnsureCommonRootFor, OldCommitsStayStoredAndUnchanged) {
+  Draw("A-B", "a=B");
+  ASSERT_TRUE(EnsureCommonRoot("a", "b", "root"));
+  EXPECT_EQ(repository.GetCommitCount(), 5u);
+  EXPECT_EQ(repository.GetCommitFromStorage(At("B")->GetId()), At("B"));
+  EXPECT_EQ(ChainOf(At("B")), "A-B");
+}
+
+TEST_F(EnsureCommonRootFor, PlacedCommitsKeepAllButTheirParent) {
+  Draw("A-B", "a=B");
+  ASSERT_TRUE(EnsureCommonRoot("a", "b", "root"));
+  const cow_ptr<Commit> placed = repository.GetHead(TAL_WIDE("a"));
+  EXPECT_EQ(placed->GetTree()->GetRoot(), At("B")->GetTree()->GetRoot());
+  EXPECT_EQ(Ascii(placed->GetAuthorName()), "Ann");
+  EXPECT_EQ(Ascii(placed->GetAuthorEmail()), "ann@example.org");
+  EXPECT_EQ(placed->GetCommitTime(), At("B")->GetCommitTime());
+}
+
+TEST_F(EnsureCommonRootFor, TwoUnrelatedBranchesAreBothPlacedOnANewRoot) {
+  Draw("A-B; X-Y", "a=B x=Y");
+  EXPECT_TRUE(EnsureCommonRoot("a", "x", "root"));
+  EXPECT_EQ(Chain("a"), "Root commit-A-B");
+  EXPECT_EQ(Chain("x"), "Root commit-X-Y");
+}
+
+TEST_F(EnsureCommonRootFor, BranchThatIsRelatedToTheRootStays) {
+  Draw("R-S; R-A; X", "root=S a=A x=X");
+  EXPECT_TRUE(EnsureCommonRoot("a", "x", "root"));
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("a")), At("A"));
+  EXPECT_EQ(Chain("x"), "R-S-X");
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("root")), At("S"));
+}
+
+TEST_F(EnsureCommonRootFor, RootThatIsTheFirstTakesTheSecondOnItsHead) {
+  Draw("A-B; X-Y", "a=B x=Y");
+  EXPECT_TRUE(EnsureCommonRoot("a", "x", "a"));
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("a")), At("B"));
+  EXPECT_EQ(Chain("x"), "A-B-X-Y");
+}
+
+TEST_F(EnsureCommonRootFor, RootThatIsTheMissingFirstIsCreatedOnTheRootCommit) {
+  EXPECT_TRUE(EnsureCommonRoot("a", "b", "a"));
+  EXPECT_EQ(Chain("a"), "Root commit");
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("b")), repository.GetHead(TAL_WIDE("a")));
+}
+
+TEST_F(EnsureCommonRootFor, ExistingBranchWithoutHeadIsMovedToTheRoot) {
+  Draw("A", "a=A empty=");
+  EXPECT_TRUE(EnsureCommonRoot("empty", "a", "root"));
+  EXPECT_EQ(Chain("empty"), "Root commit");
+  EXPECT_EQ(Chain("a"), "Root commit-A");
+}
+
+TEST_F(EnsureCommonRootFor, RootBranchWithoutHeadFails) {
+  Draw("A; X", "a=A x=X root=");
+  EXPECT_FALSE(EnsureCommonRoot("a", "x", "root"));
+  EXPECT_FALSE(repository.GetHead(TAL_WIDE("root")));
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("a")), At("A"));
+}
+
+TEST_F(EnsureCommonRootFor, EmptyRootNameFailsAndLeavesTheRootCommitStored) {
+  Draw("A; X", "a=A x=X");
+  EXPECT_FALSE(EnsureCommonRoot("a", "x", ""));
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("a")), At("A"));
+  EXPECT_EQ(repository.GetCommitCount(), 3u);
+}
+
+TEST_F(EnsureCommonRootFor, FailureOfTheFirstLeavesTheSecond) {
+  Draw("X", "x=X");
+  EXPECT_FALSE(EnsureCommonRoot("", "x", "root"));
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("x")), At("X"));
+  EXPECT_EQ(Chain("root"), "Root commit");
+}
+
+TEST_F(EnsureCommonRootFor, FailureOfTheSecondLeavesTheFirstMoved) {
+  Draw("A", "a=A");
+  EXPECT_FALSE(EnsureCommonRoot("a", "", "root"));
+  EXPECT_EQ(Chain("a"), "Root commit-A");
+  EXPECT_EQ(Chain("root"), "Root commit");
+}
+
+TEST_F(EnsureCommonRootFor, CurrentBranchStaysTheSame) {
+  Draw("A; X", "master=A x=X");
+  ASSERT_TRUE(EnsureCommonRoot("master", "x", "root"));
+  EXPECT_EQ(Ascii(repository.GetCurentBranch()), "master");
+  EXPECT_EQ(ChainOf(repository.GetHead()), "Root commit-A");
+}
+
+TEST_F(EnsureCommonRootFor, SecondCallFindsThemRelatedAndMakesNothing) {
+  Draw("A; X", "a=A x=X");
+  ASSERT_TRUE(EnsureCommonRoot("a", "x", "root"));
+  const std::uint64_t count = repository.GetCommitCount();
+  EXPECT_TRUE(EnsureCommonRoot("a", "x", "root"));
+  EXPECT_EQ(repository.GetCommitCount(), count);
+}
+
+TEST_F(MergelessRebase, NullTipOrNewBaseGivesNull) {
+  Draw("A-B");
+  EXPECT_FALSE(Place(nullptr, nullptr, At("A")));
+  EXPECT_FALSE(Place(At("B"), nullptr, nullptr));
+  EXPECT_EQ(repository.GetCommitCount(), 2u);
+}
+
+TEST_F(MergelessRebase, NullStopTakesTheWholeChain) {
+  Draw("A-B; X");
+  const cow_ptr<Commit> tip = Place(At("B"), nullptr, At("X"));
+  EXPECT_EQ(ChainOf(tip), "X-A-B");
+  EXPECT_EQ(IdOf(tip), IdOfChain("X-A-B"));
+  EXPECT_EQ(repository.GetCommitFromStorage(tip->GetId()), tip);
+}
+
+TEST_F(MergelessRebase, StopIsLeftOutOfTheChain) {
+  Draw("A-B-C-D; X");
+  EXPECT_EQ(ChainOf(Place(At("D"), At("B"), At("X"))), "X-C-D");
+}
+
+TEST_F(MergelessRebase, TipThatIsTheStopIsPlacedAllTheSame) {
+  Draw("A-B; X");
+  EXPECT_EQ(ChainOf(Place(At("B"), At("B"), At("X"))), "X-B");
+}
+
+TEST_F(MergelessRebase, StopOfTheSameIdButAnotherInstanceIsNotRecognised) {
+  Draw("A-B-C; X");
+  Repository elsewhere = NewRepository();
+  const cow_ptr<Commit> twin = DrawHistory(elsewhere, "A-B").at("B");
+  ASSERT_EQ(IdOf(twin), IdOf(At("B")));
+  EXPECT_EQ(ChainOf(Place(At("C"), twin, At("X"))), "X-A-B-C");
+}
+
+TEST_F(MergelessRebase, ChainInPlaceGivesTheOldTipAndStoresNothing) {
+  Draw("A-B-C");
+  EXPECT_EQ(Place(At("C"), At("A"), At("A")), At("C"));
+  EXPECT_EQ(repository.GetCommitCount(), 3u);
+}
+
+TEST_F(MergelessRebase, StoredCommitOfTheNewIdTakesItsPlace) {
+  Draw("A-B; X");
+  const cow_ptr<Commit> known = repository.SyncWithStorage(MakeCommit(repository, "A", At("X")));
+  const cow_ptr<Commit> tip = Place(At("B"), nullptr, At("X"));
+  EXPECT_EQ(ChainOf(tip), "X-A-B");
+  EXPECT_EQ(tip->GetParent(), known);
+}
+
+TEST_F(MergelessRebase, OldChainKeepsItsParents) {
+  Draw("A-B; X");
+  Place(At("B"), nullptr, At("X"));
+  EXPECT_EQ(ChainOf(At("B")), "A-B");
+  EXPECT_EQ(At("B")->GetParent(), At("A"));
+}
+
+TEST_F(MergelessRebase, NamesOfAForkPlaceWhatLiesAboveIt) {
+  Draw("A-B-C-D; B-X", "d=D x=X");
+  EXPECT_EQ(ChainOf(Place("d", "x")), "A-B-X-C-D");
+  EXPECT_EQ(repository.GetHead(TAL_WIDE("d")), At("D"));
+}
+
+TEST_F(MergelessRebase, NamesOfUnrelatedBranchesPlaceTheWholeChain) {
+  Draw("A-B; X", "b=B x=X");
+  EXPECT_EQ(ChainOf(Place("b", "x")), "X-A-B");
+}
+
+TEST_F(MergelessRebase, TipThatIsAnAncestorOfTheNewBaseIsCopiedOnTopOfIt) {
+  Draw("A-B-C", "low=B high=C");
+  const cow_ptr<Commit> tip = Place("low", "high");
+  EXPECT_EQ(ChainOf(tip), "A-B-C-B");
+  EXPECT_EQ(tip->GetParent(), At("C"));
+}
+
+TEST_F(MergelessRebase, TwoBranchesOnOneCommitCopyItOnTopOfItself) {
+  Draw("A-B", "one=B two=B");
+  const cow_ptr<Commit> tip = Place("one", "two");
+  EXPECT_EQ(ChainOf(tip), "A-B-B");
+  EXPECT_EQ(tip->GetParent(), At("B"));
+}
+
+TEST_F(MergelessRebase, BranchAboveTheNewBaseIsInPlace) {
+  Draw("A-B-C", "low=B high=C");
+  EXPECT_EQ(Place("high", "low"), At("C"));
+}
+
+TEST_F(MergelessRebase, UnknownNamesGiveNull) {
+  Draw("A", "a=A");
+  EXPECT_FALSE(Place("unknown", "a"));
+  EXPECT_FALSE(Place("a", "unknown"));
+}
+
+class MakeCommitLinksInOrder : public ::testing::Test {
+ protected:
+  cow_ptr<Commit> Loose(const char* name) { return MakeCommit(repository, name); }
+
+  Repository repository = NewRepository();
+};
+
+TEST_F(MakeCommitLinksInOrder, NullRepositoryLeavesTheListUntouched) {
+  const cow_ptr<Commit> commit = Loose("A");
+  std::vector<cow_ptr<Commit>> commits{commit, nullptr};
+  EXPECT_FALSE(Commit::MakeCommitLinksInOrder(commits, nullptr));
+  EXPECT_EQ(commits, (std::vector<cow_ptr<Commit>>{commit, nullptr}));
+}
+
+TEST_F(MakeCommitLinksInOrder, EmptyListGivesFalse) {
+  std::vector<cow_ptr<Commit>> commits;
+  EXPECT_FALSE(Commit::MakeCommitLinksInOrder(commits, &repository));
+}
+
+TEST_F(MakeCommitLinksInOrder, OneElementIsStoredWithTheParentThatItHas) {
+  const cow_ptr<Commit> parent = Loose("P");
+  std::vector<cow_ptr<Commit>> commits{MakeCommit(repository, "A", parent)};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_EQ(commits[0]->GetParent(), parent);
+  EXPECT_EQ(repository.GetCommitFromStorage(commits[0]->GetId()), commits[0]);
+  EXPECT_EQ(repository.GetCommitCount(), 1u);
+}
+
+TEST_F(MakeCommitLinksInOrder, StaleIdOfTheLastElementIsComputedAnew) {
+  cow_ptr<Commit> commit = Loose("A");
+  const Id stale = commit->GetId();
+  commit.write()->ReplaceRoot(&repository, Make<Tree>());
+  ASSERT_TRUE(commit->GetId() == stale);
+  std::vector<cow_ptr<Commit>> commits{commit};
+  ASSERT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_FALSE(commits[0]->GetId() == stale);
+  EXPECT_FALSE(repository.GetCommitFromStorage(stale));
+}
+
+TEST_F(MakeCommitLinksInOrder, ListNewestFirstBecomesAChain) {
+  std::vector<cow_ptr<Commit>> commits{Loose("C"), Loose("B"), Loose("A")};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_EQ(ChainOf(commits[0]), "A-B-C");
+  EXPECT_EQ(IdOf(commits[0]), IdOfChain("A-B-C"));
+  EXPECT_EQ(commits[0]->GetParent(), commits[1]);
+  EXPECT_EQ(repository.GetCommitCount(), 3u);
+}
+
+TEST_F(MakeCommitLinksInOrder, OtherHandlesKeepTheOldCommits) {
+  const cow_ptr<Commit> old = Loose("B");
+  std::vector<cow_ptr<Commit>> commits{old, Loose("A")};
+  ASSERT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_NE(commits[0], old);
+  EXPECT_FALSE(old->GetParent());
+}
+
+TEST_F(MakeCommitLinksInOrder, StoredCommitsReplaceTheElements) {
+  const History stored = DrawHistory(repository, "A-B");
+  std::vector<cow_ptr<Commit>> commits{Loose("B"), Loose("A")};
+  ASSERT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_EQ(commits[0], stored.at("B"));
+  EXPECT_EQ(commits[1], stored.at("A"));
+  EXPECT_EQ(repository.GetCommitCount(), 2u);
+}
+
+TEST_F(MakeCommitLinksInOrder, NullSplitsTheListAndItsFrontNeighbourIsNotStored) {
+  const cow_ptr<Commit> front = Loose("C");
+  std::vector<cow_ptr<Commit>> commits{Loose("D"), front, nullptr, Loose("A")};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_EQ(ChainOf(commits[0]), "C-D");
+  EXPECT_EQ(commits[0]->GetParent(), front);
+  EXPECT_EQ(commits[1], front);
+  EXPECT_FALSE(repository.GetCommitFromStorage(front->GetId()));
+  EXPECT_FALSE(commits[2]);
+  EXPECT_EQ(repository.GetCommitCount(), 2u);
+}
+
+TEST_F(MakeCommitLinksInOrder, NullInFrontIsSkipped) {
+  std::vector<cow_ptr<Commit>> commits{nullptr, Loose("B"), Loose("A")};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_FALSE(commits[0]);
+  EXPECT_EQ(ChainOf(commits[1]), "A-B");
+}
+
+TEST_F(MakeCommitLinksInOrder, NullAtTheEndBecomesADefaultCommit) {
+  std::vector<cow_ptr<Commit>> commits{Loose("B"), nullptr};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  ASSERT_TRUE(commits[1]);
+  EXPECT_EQ(IdOf(commits[1]), IdOf(Make<Commit>()));
+  EXPECT_EQ(commits[0]->GetParent(), commits[1]);
+  EXPECT_EQ(repository.GetCommitCount(), 2u);
+}
+
+TEST_F(MakeCommitLinksInOrder, NullAloneBecomesADefaultCommit) {
+  std::vector<cow_ptr<Commit>> commits{nullptr};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  ASSERT_TRUE(commits[0]);
+  EXPECT_EQ(repository.GetCommitFromStorage(Make<Commit>()->GetId()), commits[0]);
+}
+
+}  // namespace
+}  // namespace TalVcs::Testing

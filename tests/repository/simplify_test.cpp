@@ -1,0 +1,208 @@
+#include <talvcs/repository/repository.h>
+
+#include <gtest/gtest.h>
+#include <tests/support/contents.h>
+#include <tests/support/history_drawing.h>
+
+#include <string>
+
+namespace TalVcs::Testing {
+namespace {
+
+class SimplifyCommitGraph : public ::testing::Test {
+ protected:
+  void Draw(const char* drawing, const char* branches) {
+    PlaceBranches(repository, DrawHistory(repository, drawing), branches);
+  }
+  bool Simplify(bool updateStorage = true) { return repository.SimplifyCommitGraph(updateStorage); }
+  std::string Chain(const char* branch) const { return ChainOf(repository, branch); }
+  cow_ptr<Commit> Head(const char* branch) const { return repository.GetHead(Wide(branch)); }
+
+  Repository repository = NewRepository();
+};
+
+TEST_F(SimplifyCommitGraph, WithoutStorageGivesFalse) {
+  Repository without(nullptr);
+  EXPECT_FALSE(without.SimplifyCommitGraph(true));
+  EXPECT_FALSE(without.SimplifyCommitGraph(false));
+}
+
+TEST_F(SimplifyCommitGraph, WithoutBranchesPurgesOnlyIfAsked) {
+  ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
+  DrawHistory(repository, "A-B");
+  EXPECT_TRUE(Simplify(false));
+  EXPECT_EQ(repository.GetCommitCount(), 2u);
+  EXPECT_TRUE(Simplify(true));
+  EXPECT_EQ(repository.GetCommitCount(), 0u);
+  EXPECT_EQ(repository.GetTreeCount(), 0u);
+}
+
+TEST_F(SimplifyCommitGraph, LongChainOfOneBranchBecomesItsHead) {
+  Draw("A-B-C-D-E", "master=E");
+  EXPECT_TRUE(Simplify());
+  EXPECT_EQ(Chain("master"), "E");
+  EXPECT_EQ(repository.GetCommitCount(), 1u);
+  EXPECT_EQ(ListingOf(Head("master")), "lib/common=common name=E");
+  EXPECT_EQ(repository.GetTreeCount(), 2u);
+  EXPECT_EQ(repository.GetBlobCount(), 2u);
+}
+
+TEST_F(SimplifyCommitGraph, TipsAndForkOfTwoBranchesStay) {
+  Draw("A-B-C-D; B-E-F", "master=D fork=F");
+  EXPECT_TRUE(Simplify());
+  EXPECT_EQ(Chain("master"), "B-D");
+  EXPECT_EQ(Chain("fork"), "B-F");
+  EXPECT_EQ(Head("master")->GetParent(), Head("fork")->GetParent());
+  EXPECT_EQ(repository.GetCommitCount(), 3u);
+}
+
+TEST_F(SimplifyCommitGraph, TwoBranchesOnOneCommitMoveTogether) {
+  Draw("A-B", "master=B other=B");
+  EXPECT_TRUE(Simplify());
+  EXPECT_EQ(Chain("master"), "B");
+  EXPECT_EQ(Head("other"), Head("master"));
+  EXPECT_EQ(repository.GetCommitCount(), 1u);
+}
+
+TEST_F(SimplifyCommitGraph, HeadThatIsAnAncestorBecomesTheParent) {
+  Draw("A-B-C-D-E", "low=B master=E");
+  EXPECT_TRUE(Simplify());
+  EXPECT_EQ(Chain("low"), "B");
+  EXPECT_EQ(Chain("master"), "B-E");
+  EXPECT_EQ(Head("master")->GetParent(), Head("low"));
+}
+
+TEST_F(SimplifyCommitGraph, UnrelatedHistoriesGetARootEach) {
+  Draw("A-B; X-Y-Z", "master=B other=Z");
+  EXPECT_TRUE(Simplify());
+  EXPECT_EQ(Chain("master"), "B");
+  EXPECT_EQ(Chain("other"), "Z");
+  EXPECT_EQ(repository.GetCommitCount(), 2u);
+}
+
+TEST_F(SimplifyCommitGraph, NestedForksKeepTheirOrder) {
+  Draw("A-B-C-D-E-F; C-G-H; E-I", "f=F h=H i=I");
+  EXPECT_TRUE(Simplify());
+  EXPECT_EQ(Chain("f"), "C-E-F");
+  EXPECT_EQ(Chain("h"), "C-H");
+  EXPECT_EQ(Chain("i"), "C-E-I");
+  EXPECT_EQ(repository.GetCommitCount(), 5u);
+}
+
+TEST_F(SimplifyCommitGraph, RootThatIsAForkKeepsItsId) {
+  Draw("A-B-C; A-D-E", "c=C e=E");
+  EXPECT_TRUE(Simplify());
+  EXPECT_EQ(IdOf(Head("c")->GetParent()), IdOfChain("A"));
+  EXPECT_EQ(Chain("c"), "A-C");
+}
+
+TEST_F(SimplifyCommitGraph, BranchWithoutHeadStaysAsItIs) {
+  Draw("A-B", "topic=B empty=");
+  EXPECT_TRUE(Simplify());
+  EXPECT_TRUE(repository.BranchExist(TAL_WIDE("empty")));
+  EXPECT_FALSE(Head("empty"));
+  EXPECT_FALSE(Head("master"));
+  EXPECT_EQ(Chain("topic"), "B");
+}
+
+TEST_F(SimplifyCommitGraph, WithoutPurgeTheOldCommitsStayUntilOne) {
+  Draw("A-B-C-D; B-E-F", "master=D fork=F");
+  const Id oldHead = Head("master")->GetId();
+  EXPECT_TRUE(Simplify(false));
+  EXPECT_TRUE(repository.GetCommitFromStorage(oldHead));
+  EXPECT_EQ(Chain("master"), "B-D");
+  EXPECT_EQ(repository.GetCommitCount(), 6u + 3u);
+  EXPECT_EQ(repository.GetTreeCount(), 7u);
+  repository.UpdateStorage();
+  EXPECT_EQ(repository.GetCommitCount(), 3u);
+  EXPECT_EQ(repository.GetTreeCount(), 4u);
+}
+
+TEST_F(SimplifyCommitGraph, SecondCallChangesNothing) {
+  Draw("A-B-C-D; B-E-F", "master=D fork=F");
+  ASSERT_TRUE(Simplify());
+  const cow_ptr<Commit> master = Head("master");
+  const cow_ptr<Commit> fork = Head("fork");
+  EXPECT_TRUE(Simplify(false));
+  EXPECT_EQ(Head("master"), master);
+  EXPECT_EQ(Head("fork"), fork);
+  EXPECT_EQ(repository.GetCommitCount(), 3u);
+}
+
+TEST_F(SimplifyCommitGraph, KeptCommitsKeepAllButTheirParent) {
+  Draw("A-B", "master=B");
+  const cow_ptr<Tree> root = Head("master")->GetTree()->GetRoot();
+  ASSERT_TRUE(Simplify());
+  const cow_ptr<Commit> head = Head("master");
+  EXPECT_EQ(head->GetTree()->GetRoot(), root);
+  EXPECT_EQ(Ascii(head->GetAuthorName()), "Ann");
+  EXPECT_EQ(Ascii(head->GetAuthorEmail()), "ann@example.org");
+  EXPECT_EQ(head->GetCommitTime().ToTimeT(), 1000000000);
+  EXPECT_EQ(IdOf(head), IdOfChain("B"));
+}
+
+TEST_F(SimplifyCommitGraph, HeldOldHeadSurvivesThePurge) {
+  Draw("A-B-C", "master=C");
+  const cow_ptr<Commit> held = Head("master");
+  ASSERT_TRUE(Simplify());
+  EXPECT_EQ(repository.GetCommitCount(), 4u);
+  EXPECT_EQ(ChainOf(held), "A-B-C");
+}
+
+TEST_F(SimplifyCommitGraph, ForkThatTheStorageHasLostKeepsItsChildrenWhereTheyAre) {
+  Draw("A-B-C-D; B-E", "master=D fork=E");
+  const cow_ptr<Commit> master = Head("master");
+  const cow_ptr<Commit> fork = Head("fork");
+  repository.GetStorage()->DeleteCommit(fork->GetParent());
+  EXPECT_TRUE(Simplify());
+  EXPECT_EQ(Head("master"), master);
+  EXPECT_EQ(Head("fork"), fork);
+  EXPECT_EQ(Chain("master"), "A-B-C-D");
+}
+
+TEST_F(SimplifyCommitGraph, TipThatTheStorageHasLostStaysWhereItIs) {
+  Draw("A-B; X-Y", "master=B other=Y");
+  const cow_ptr<Commit> lost = Head("other");
+  repository.GetStorage()->DeleteCommit(lost);
+  EXPECT_TRUE(Simplify());
+  EXPECT_EQ(Head("other"), lost);
+  EXPECT_EQ(Chain("other"), "X-Y");
+  EXPECT_EQ(Chain("master"), "B");
+}
+
+TEST_F(SimplifyCommitGraph, LostTipBelowAKnownOneKeepsThatOneToo) {
+  Draw("A-B-C", "low=B master=C");
+  const cow_ptr<Commit> low = Head("low");
+  const cow_ptr<Commit> master = Head("master");
+  repository.GetStorage()->DeleteCommit(low);
+  EXPECT_TRUE(Simplify());
+  EXPECT_EQ(Head("low"), low);
+  EXPECT_EQ(Head("master"), master);
+}
+
+TEST_F(SimplifyCommitGraph, HeadThatIsAnotherInstanceFollowsItsId) {
+  Draw("A-B", "master=B");
+  Repository elsewhere = NewRepository();
+  ASSERT_TRUE(repository.CreateBranch(TAL_WIDE("twin"), DrawHistory(elsewhere, "A-B").at("B")));
+  ASSERT_NE(Head("twin"), Head("master"));
+  EXPECT_TRUE(Simplify());
+  EXPECT_EQ(Head("twin"), Head("master"));
+  EXPECT_EQ(Chain("twin"), "B");
+}
+
+TEST_F(SimplifyCommitGraph, CurrentBranchStaysTheSame) {
+  Draw("A-B", "master=B");
+  ASSERT_TRUE(Simplify());
+  EXPECT_EQ(Ascii(repository.GetCurentBranch()), "master");
+  EXPECT_EQ(ChainOf(repository.GetHead()), "B");
+}
+
+TEST_F(SimplifyCommitGraph, KeptCommitWithAnAlreadyStoredIdBecomesThatInstance) {
+  Draw("A-B", "master=B");
+  const cow_ptr<Commit> known = repository.SyncWithStorage(MakeCommit(repository, "B"));
+  ASSERT_TRUE(Simplify());
+  EXPECT_EQ(Head("master"), known);
+}
+
+}  // namespace
+}  // namespace TalVcs::Testing
