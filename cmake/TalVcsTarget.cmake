@@ -12,7 +12,7 @@ function(talvcs_target_settings target)
   target_compile_features(${target} PRIVATE cxx_std_20)
   if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     target_compile_options(${target} PRIVATE
-      -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wundef
+      -Wall -Wextra -Wpedantic -Wshadow -Woverloaded-virtual -Wundef
       -Wold-style-cast -Wcast-qual $<$<BOOL:${TALVCS_WERROR}>:-Werror>)
   endif()
   if(TALVCS_SANITIZE)
