@@ -15,10 +15,10 @@ Blob& Blob::operator=(const Blob& other) = default;
 Blob::~Blob() = default;
 
 // The source keeps its caches, as the base class has copies only.
-Blob::Blob(Blob&& other) : Object((other.KeepPackedData(), other)), m_buffer(std::move(other.m_buffer)) {}
+Blob::Blob(Blob&& other) : Object((other.KeepCaches(), other)), m_buffer(std::move(other.m_buffer)) {}
 
 Blob& Blob::operator=(Blob&& other) {
-  other.KeepPackedData();
+  other.KeepCaches();
   Object::operator=(other);
   if (this != &other) m_buffer = std::move(other.m_buffer);
   return *this;

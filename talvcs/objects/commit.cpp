@@ -25,7 +25,7 @@ Commit::Commit(const Commit& other) = default;
 
 // The source keeps its caches, as the base class has copies only.
 Commit::Commit(Commit&& other)
-    : Object((other.KeepCaches(), other)),
+    : Object((other.KeepAllCaches(), other)),
       m_tree(std::move(other.m_tree)),
       m_parent(std::move(other.m_parent)),
       m_description(std::move(other.m_description)),
@@ -40,7 +40,7 @@ Commit& Commit::operator=(const Commit& other) = default;
 
 Commit& Commit::operator=(Commit&& other) {
   if (this == &other) return *this;
-  other.KeepCaches();
+  other.KeepAllCaches();
   Object::operator=(other);
   m_tree = std::move(other.m_tree);
   m_parent = std::move(other.m_parent);
@@ -122,7 +122,7 @@ bool Commit::HasRoot() const noexcept { return m_tree && m_tree->GetRoot(); }
 
 cow_ptr<Blob> Commit::AddBlob(IRepository* repository, TalStringViewT<WideChar> path,
                               const Blob& blob) {
-  if (!HasRoot()) KeepCaches();
+  if (!HasRoot()) KeepAllCaches();
   cow_ptr<Blob> added = m_tree.write()->AddBlob(repository, path, blob);
   if (added) FinishEdit(repository);
   return added;
@@ -130,7 +130,7 @@ cow_ptr<Blob> Commit::AddBlob(IRepository* repository, TalStringViewT<WideChar> 
 
 cow_ptr<Object> Commit::AddObject(IRepository* repository, TalStringViewT<WideChar> path,
                                   const Id& id) {
-  if (!HasRoot()) KeepCaches();
+  if (!HasRoot()) KeepAllCaches();
   cow_ptr<Object> added = m_tree.write()->AddObject(repository, path, id);
   if (added) FinishEdit(repository);
   return added;
@@ -143,14 +143,15 @@ bool Commit::RemoveObject(IRepository* repository, TalStringViewT<WideChar> path
 }
 
 void Commit::ReplaceRoot(IRepository* repository, cow_ptr<Tree> tree) {
-  KeepCaches();
+  KeepAllCaches();
   m_tree.write()->ReplaceRoot(repository, std::move(tree));
   RebuildTree(repository);
 }
 
+// The caches go first: should storing the root fail for want of memory, they don't tell an old state.
 void Commit::FinishEdit(IRepository* repository) {
-  RebuildTree(repository);
   ResetState();
+  RebuildTree(repository);
 }
 
 // Makes the root the instance that the storage holds, and stores it if it is new.

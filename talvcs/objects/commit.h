@@ -123,7 +123,7 @@ class TALVCS_API Commit : public Object {
   void FinishEdit(IRepository* repository);
   bool HasRoot() const noexcept;
   void ReleaseParents() noexcept;
-  void KeepCaches() const;
+  void KeepAllCaches() const;
   void ComputeIdsOfParents() const;
   Buffer BuildText() const;
 

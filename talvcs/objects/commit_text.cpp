@@ -64,9 +64,9 @@ Buffer Commit::BuildPackedData() const {
 
 // An id tells a state of the commit. Whoever changes the commit without a reset has the texts of
 // that state made first.
-void Commit::KeepCaches() const {
+void Commit::KeepAllCaches() const {
+  KeepCaches();
   if (HasId()) GetData();
-  KeepPackedData();
 }
 
 // The text holds the parent's id, and so on down to the root. The oldest comes first, so that no id

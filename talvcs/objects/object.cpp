@@ -80,8 +80,12 @@ const Id& Object::IdOfData(TalStringViewT<char> type, const Buffer& data) const 
   return m_id;
 }
 
-void Object::KeepPackedData() const {
-  if (HasId()) GetPackedData();
+void Object::KeepCaches() const {
+  if (m_packedData.IsEmpty()) {
+    if (HasId()) GetPackedData();
+  } else if (!HasId()) {
+    m_id = Id(Helpers::ComputeEncodedSHA256Hash(m_packedData));
+  }
 }
 
 }  // namespace TalVcs

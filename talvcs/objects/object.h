@@ -84,9 +84,9 @@ class TALVCS_API Object : public IObject {
   /// Returns the packed form of `type` and `data`, which shares the bytes of `data`.
   static Buffer Pack(TalStringViewT<char> type, const Buffer& data);
 
-  /// Caches the packed form if the id is cached, for a caller that is about to take the content
-  /// away: the two caches stay or go together.
-  void KeepPackedData() const;
+  /// Fills both caches if one is filled, for a caller that is about to change the content and has to
+  /// leave id and packed form as they are.
+  void KeepCaches() const;
 
   bool HasId() const noexcept { return !m_id.View().IsEmpty(); }
   const Id& CachedId() const noexcept { return m_id; }

@@ -17,7 +17,7 @@ Tree::Tree(const Tree& other)
 
 // The source keeps its caches, as the base class has copies only.
 Tree::Tree(Tree&& other)
-    : Object((other.KeepPackedData(), other)),
+    : Object((other.KeepCaches(), other)),
       m_entries(std::exchange(other.m_entries, nullptr)),
       m_treeData(std::move(other.m_treeData)) {}
 
@@ -30,7 +30,7 @@ Tree& Tree::operator=(const Tree& other) {
 
 Tree& Tree::operator=(Tree&& other) {
   if (this == &other) return *this;
-  other.KeepPackedData();
+  other.KeepCaches();
   Object::operator=(other);
   TreeEntries::Release(std::exchange(m_entries, std::exchange(other.m_entries, nullptr)));
   m_treeData = std::move(other.m_treeData);
