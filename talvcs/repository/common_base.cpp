@@ -1,64 +1,57 @@
 #include <talvcs/objects/commit_access.h>
 #include <talvcs/repository/repository.h>
 
-#include <cstring>
+#include <cstdint>
 
 // Every commit has one parent, so two chains that meet stay one from there on:
 //
 //   A - B - C - D      first
 //       |
-//       + - E          second:  it records E and, in pass 2, B, which the other walker finds in
+//       + - E          second:  it stands on E and, in pass 2, on B, which the other walker finds in
 //                               pass 3
 //
-// Both walkers advance together and the search ends at the first commit that either has stood on
-// before, so the cost follows the larger distance and not the depth of the history.
+// Both walkers advance together and the search ends where one steps on a commit that the other has
+// stood on, so the cost follows the larger distance and not the depth of the history.
+//
+// Commits count as the same when their ids are equal. Stored commits are one instance an id, so the
+// walkers look for instances, which needs no id to be read, and ids decide at the end: chains whose
+// ids are equal at some commit are equal from there to the root, so from the common instance, or
+// from the two roots, the search goes down again as long as the ids on both sides agree.
 
 namespace TalVcs {
 
 namespace {
 
-/// The commits that the walkers have stood on, by id. Open addressing over pointers: ids are random
-/// digits, so their first characters are as good a hash as any, and no entry needs an allocation.
-class VisitedCommits {
+/// A set of instances: open addressing over pointers, so that no entry needs an allocation.
+class InstanceSet {
  public:
-  /// Returns false if a commit of that id is there already.
-  bool Insert(const Commit& commit) {
+  bool Contains(const Commit* commit) const noexcept {
+    return !m_slots.empty() && m_slots[FindSlot(commit)] == commit;
+  }
+
+  void Insert(const Commit* commit) {
     if (2 * (m_count + 1) > m_slots.size()) Grow();
-    const Commit** slot = FindSlot(commit);
-    if (*slot != nullptr) return false;
-    *slot = &commit;
+    m_slots[FindSlot(commit)] = commit;
     ++m_count;
-    return true;
   }
 
  private:
   static constexpr std::size_t kFirstSize = 64;
 
-  static std::size_t HashOf(const Id& id) noexcept {
-    const TalStringViewT<WideChar> text = id.View();
-    std::uint64_t words[2] = {};
-    const auto bytes = static_cast<std::size_t>(text.length) * sizeof(WideChar);
-    if (bytes != 0) std::memcpy(words, text.text, bytes < sizeof(words) ? bytes : sizeof(words));
-    const std::uint64_t mixed = (words[0] * 31 + words[1]) * 0x9E3779B97F4A7C15;
-    return static_cast<std::size_t>(mixed >> 32);
-  }
-
-  const Commit** FindSlot(const Commit& commit) {
-    const Id& id = CommitAccess::GetId(commit);
+  std::size_t FindSlot(const Commit* commit) const noexcept {
+    const std::hash<const Commit*> hash;
+    const std::uint64_t mixed = std::uint64_t{hash(commit)} * 0x9E3779B97F4A7C15;
     const std::size_t mask = m_slots.size() - 1;
-    std::size_t index = HashOf(id) & mask;
-    while (m_slots[index] != nullptr && m_slots[index] != &commit &&
-           !(CommitAccess::GetId(*m_slots[index]) == id)) {
-      index = (index + 1) & mask;
-    }
-    return &m_slots[index];
+    auto index = static_cast<std::size_t>(mixed >> 32) & mask;
+    while (m_slots[index] != nullptr && m_slots[index] != commit) index = (index + 1) & mask;
+    return index;
   }
 
   void Grow() {
     std::vector<const Commit*> old(m_slots.empty() ? kFirstSize : 2 * m_slots.size());
     old.swap(m_slots);
     for (const Commit* commit : old) {
-      if (commit != nullptr) *FindSlot(*commit) = commit;
+      if (commit != nullptr) m_slots[FindSlot(commit)] = commit;
     }
   }
 
@@ -66,21 +59,59 @@ class VisitedCommits {
   std::size_t m_count = 0;
 };
 
-/// Stands on a commit through the handle that holds it.
+/// Walks from a commit to its root, by the handles that hold the commits.
 class Walker {
  public:
-  explicit Walker(const cow_ptr<Commit>& start) noexcept : m_handle(&start) {}
+  explicit Walker(const cow_ptr<Commit>& start) : m_path{&start} {}
 
-  bool AtEnd() const noexcept { return !*m_handle; }
-  const cow_ptr<Commit>& Handle() const noexcept { return *m_handle; }
-  bool FindsVisited(VisitedCommits& visited) const { return !AtEnd() && !visited.Insert(**m_handle); }
-  void Step() noexcept {
-    if (!AtEnd()) m_handle = &CommitAccess::Parent(**m_handle);
+  bool AtEnd() const noexcept { return m_ended; }
+  const Commit* Here() const noexcept { return m_path.back()->get(); }
+  bool Visited(const Commit* commit) const noexcept { return m_visited.Contains(commit); }
+  void Remember() { m_visited.Insert(Here()); }
+  void Step() {
+    if (m_ended) return;
+    const cow_ptr<Commit>& parent = CommitAccess::Parent(*Here());
+    m_ended = !parent;
+    if (parent) m_path.push_back(&parent);
+  }
+
+  std::size_t Length() const noexcept { return m_path.size(); }
+  const cow_ptr<Commit>& At(std::size_t step) const noexcept { return *m_path[step]; }
+  std::size_t StepOf(const Commit* commit) const noexcept {
+    std::size_t step = Length() - 1;
+    while (At(step).get() != commit) --step;
+    return step;
   }
 
  private:
-  const cow_ptr<Commit>* m_handle;
+  std::vector<const cow_ptr<Commit>*> m_path;
+  InstanceSet m_visited;
+  bool m_ended = false;
 };
+
+/// How far two walkers have gone on a part of history that they may share.
+struct Meeting {
+  std::size_t first;
+  std::size_t second;
+};
+
+/// Returns where the walkers met, or the ends of both paths if they share no instance.
+Meeting WalkUntilMeeting(Walker& first, Walker& second) {
+  while (!first.AtEnd() || !second.AtEnd()) {
+    for (const bool turn_of_first : {true, false}) {
+      Walker& walker = turn_of_first ? first : second;
+      const Walker& other = turn_of_first ? second : first;
+      if (walker.AtEnd()) continue;
+      const Commit* here = walker.Here();
+      if (other.Visited(here)) return {first.StepOf(here), second.StepOf(here)};
+      // Nobody will ask any more once the other one has come to its root.
+      if (!other.AtEnd()) walker.Remember();
+    }
+    first.Step();
+    second.Step();
+  }
+  return {first.Length() - 1, second.Length() - 1};
+}
 
 }  // namespace
 
@@ -88,14 +119,19 @@ cow_ptr<Commit> Repository::GetCommonBase(cow_ptr<Commit> first, cow_ptr<Commit>
   if (!first || !second) return nullptr;
   Walker first_walker(first);
   Walker second_walker(second);
-  VisitedCommits visited;
-  while (!first_walker.AtEnd() || !second_walker.AtEnd()) {
-    if (first_walker.FindsVisited(visited)) return first_walker.Handle();
-    if (second_walker.FindsVisited(visited)) return second_walker.Handle();
-    first_walker.Step();
-    second_walker.Step();
+  const auto same = [&](std::size_t of_first, std::size_t of_second) {
+    const cow_ptr<Commit>& a = first_walker.At(of_first);
+    const cow_ptr<Commit>& b = second_walker.At(of_second);
+    return a == b || CommitAccess::GetId(*a) == CommitAccess::GetId(*b);
+  };
+  auto [of_first, of_second] = WalkUntilMeeting(first_walker, second_walker);
+  if (!same(of_first, of_second)) return nullptr;
+  while (of_first > 0 && of_second > 0 && same(of_first - 1, of_second - 1)) {
+    --of_first;
+    --of_second;
   }
-  return nullptr;
+  // Of the two handles the later one counts, and the second argument's at equal distance.
+  return of_first > of_second ? first_walker.At(of_first) : second_walker.At(of_second);
 }
 
 }  // namespace TalVcs
