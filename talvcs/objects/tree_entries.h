@@ -94,6 +94,8 @@ class TreeEntries {
   static const cow_ptr<Object>* Find(const TreeEntries* list, TalStringViewT<WideChar> name,
                                      EntryKind kind) noexcept;
 
+  /// True if one tree alone holds the list.
+  bool IsSole() const noexcept { return m_holders.IsSole(); }
   std::uint64_t TreeCount() const noexcept { return m_treeCount; }
   std::uint64_t Count() const noexcept { return m_count; }
   std::uint64_t RecordBytes() const noexcept { return m_recordBytes; }

@@ -1,5 +1,5 @@
 #include <talvcs/objects/commit_access.h>
-#include <talvcs/objects/tree_walk.h>
+#include <talvcs/objects/tree_access.h>
 #include <talvcs/storage/mem_objects_storage.h>
 
 #include <utility>
@@ -16,52 +16,54 @@ namespace TalVcs {
 
 namespace {
 
-constexpr long kSoleHolder = 1;
-constexpr long kTableAndOneMore = 2;
-
-// Append the ids of the objects that may be free once `object` is gone: those that the table and one
-// more hold. What `object` alone holds stands in no table and dies with it, so the search goes on
-// below that.
-void CollectReferences(const Commit& commit, std::vector<Id>& ids) {
-  const cow_ptr<Commit>* parent = &CommitAccess::Parent(commit);
-  while (parent->use_count() == kSoleHolder) parent = &CommitAccess::Parent(**parent);
-  if (parent->use_count() == kTableAndOneMore) ids.push_back(CommitAccess::GetId(**parent));
+// Append handles on what `object` holds, before it goes. Entries that another tree shares with it
+// stay held by that one.
+void CollectReferences(const Commit& commit, std::vector<cow_ptr<Commit>>& released) {
+  const cow_ptr<Commit>& parent = CommitAccess::Parent(commit);
+  if (parent) released.push_back(parent);
 }
 
-void CollectReferences(const Tree& tree, std::vector<Id>& ids) {
-  std::vector<const Tree*> dying{&tree};
-  while (!dying.empty()) {
-    EntryCursor cursor(TreeAccess::Entries(*dying.back()));
-    dying.pop_back();
-    while (!cursor.AtEnd()) {
-      const NamedEntries entries = cursor.Take();
-      const Tree* subtree = entries.TreeObject();
-      if (subtree == nullptr) continue;
-      if (entries.tree->use_count() == kTableAndOneMore) ids.push_back(subtree->GetId());
-      if (entries.tree->use_count() == kSoleHolder) dying.push_back(subtree);
+void CollectReferences(const Tree& tree, std::vector<cow_ptr<Tree>>& released) {
+  const TreeEntries* list = TreeAccess::Entries(tree);
+  if (list == nullptr || !list->IsSole() || list->TreeCount() == 0) return;
+  for (const EntryChunk* chunk : list->Chunks()) {
+    if (!chunk->IsSole()) continue;
+    for (std::size_t index = 0; index < chunk->Count(); ++index) {
+      const cow_ptr<Object>& child = chunk->Child(index);
+      if (child && chunk->Kind(index) == EntryKind::kTree) released.push_back(child.as<Tree>());
     }
   }
 }
 
-void CollectReferences(const Blob&, std::vector<Id>&) {}
+void CollectReferences(const Blob&, std::vector<cow_ptr<Blob>>&) {}
 
+// A handle on the work list is a holder itself. Where it is the only one, the object stands in no
+// table and dies with it; where the object's own entry is the other one, the entry goes. An object
+// with several handles on the list is judged by the last of them.
 template <class T>
 void PurgeTable(std::unordered_map<Id, cow_ptr<T>>& table) {
-  std::vector<Id> to_visit;
+  std::vector<cow_ptr<T>> released;
   for (auto entry = table.begin(); entry != table.end();) {
-    if (entry->second.use_count() != kSoleHolder) {
+    if (entry->second.use_count() != 1) {
       ++entry;
       continue;
     }
-    CollectReferences(*entry->second, to_visit);
+    CollectReferences(*entry->second, released);
     entry = table.erase(entry);
   }
-  while (!to_visit.empty()) {
-    const auto found = table.find(to_visit.back());
-    to_visit.pop_back();
-    if (found == table.end() || found->second.use_count() != kSoleHolder) continue;
-    CollectReferences(*found->second, to_visit);
-    table.erase(found);
+  while (!released.empty()) {
+    const cow_ptr<T> object = std::move(released.back());
+    released.pop_back();
+    const long holders = object.use_count();
+    if (holders > 2) continue;
+    if (holders == 1) {
+      CollectReferences(*object, released);
+      continue;
+    }
+    const auto entry = table.find(object->GetId());
+    if (entry == table.end() || !(entry->second == object)) continue;
+    CollectReferences(*object, released);
+    table.erase(entry);
   }
 }
 
