@@ -1,0 +1,55 @@
+#include "fixed_clock.h"
+
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+
+#if defined(__linux__) && defined(__LP64__)
+#include <sys/syscall.h>
+#include <unistd.h>
+#endif
+
+namespace ModelTest {
+namespace {
+
+std::optional<std::int64_t>& Now() {
+  static std::optional<std::int64_t> now;
+  return now;
+}
+
+void SetZone([[maybe_unused]] const char* zone) {
+#if !defined(_WIN32)
+  setenv("TZ", zone, 1);
+  tzset();
+#endif
+}
+
+}  // namespace
+
+FixedClock::FixedClock(std::int64_t second, const char* zone) {
+  Now() = second;
+  SetZone(zone);
+}
+
+FixedClock::~FixedClock() {
+  Now().reset();
+  SetZone("UTC0");
+}
+
+void FixedClock::Advance(std::int64_t seconds) { *Now() += seconds; }
+
+}  // namespace ModelTest
+
+#if defined(__linux__) && defined(__LP64__)
+// The program's own definition is found before that of the C library.
+extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock,
+                                                                    struct timespec* now) noexcept {
+  const auto& fixed = ModelTest::Now();
+  if (clock == CLOCK_REALTIME && fixed) {
+    now->tv_sec = *fixed;
+    now->tv_nsec = 987654321;
+    return 0;
+  }
+  return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+}
+#endif
