@@ -1,0 +1,222 @@
+#include "graph.h"
+#include "graph_style.h"
+#include "utf8.h"
+
+#include <algorithm>
+#include <cmath>
+#include <sstream>
+
+// The picture is a list, one row a commit: the lanes on the left, then the names of the branches
+// that stand on it, its description, and on the right id, author and time. Lines run down to the
+// parents, each in the colour of its line of commits.
+
+namespace Tal {
+namespace {
+
+constexpr int kMargin = 28;
+constexpr int kHeader = 72;
+constexpr int kRowHeight = 34;
+constexpr int kLaneWidth = 24;
+constexpr int kTextWidth = 560;
+constexpr int kIdWidth = 104;
+constexpr int kAuthorWidth = 130;
+constexpr int kTimeWidth = 130;
+constexpr double kCharacterWidth = 6.9;  // of the description's font, on average
+constexpr std::size_t kMostLabels = 4;
+
+std::size_t Place(int index) { return static_cast<std::size_t>(index); }
+
+/// Estimates the width of `text`; characters of East Asian scripts and pictures count twice.
+double TextWidth(std::string_view text) {
+  double width = 0;
+  for (std::size_t at = 0; at < text.size();) {
+    const Utf8Character character = DecodeUtf8(text, at);
+    width +=
+        character.code >= 0x1100 && character.size >= 3 ? 2 * kCharacterWidth : kCharacterWidth;
+    at += character.size;
+  }
+  return width;
+}
+
+std::string FittingText(const std::string& text, double width) {
+  auto characters = static_cast<std::size_t>(std::max(width / kCharacterWidth, 4.0));
+  std::string cut = CutText(text, characters);
+  while (TextWidth(cut) > width && characters > 4) cut = CutText(text, --characters);
+  return cut;
+}
+
+class Picture {
+ public:
+  Picture(const History& history, const GraphLayout& layout, const std::string& currentBranch)
+      : m_history(history),
+        m_layout(layout),
+        m_current(currentBranch),
+        m_textX(kMargin + layout.laneCount * kLaneWidth + 14),
+        m_width(m_textX + kTextWidth + kIdWidth + kAuthorWidth + kTimeWidth + kMargin),
+        m_height(kHeader + Rows() * kRowHeight + kMargin) {}
+
+  std::string Draw(const std::string& title) {
+    Begin(title);
+    for (int row = 0; row < Rows(); row += 2) DrawBand(row);
+    for (int row = 0; row < Rows(); ++row) DrawEdge(row);
+    for (int row = 0; row < Rows(); ++row) {
+      DrawNode(row);
+      DrawTexts(row);
+    }
+    m_out << "</svg>\n";
+    return m_out.str();
+  }
+
+ private:
+  int Rows() const { return static_cast<int>(m_history.commits.size()); }
+  const HistoryCommit& CommitOf(int row) const { return m_history.commits[Place(row)]; }
+  int X(int row) const { return kMargin + m_layout.LaneOfRow(row) * kLaneWidth + kLaneWidth / 2; }
+  static int Y(int row) { return kHeader + row * kRowHeight + kRowHeight / 2; }
+  std::string ColourOf(int row) const { return LineColour(m_layout.lineOfRow[Place(row)]); }
+
+  void Begin(const std::string& title) {
+    m_out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << m_width << "\" height=\""
+          << m_height << "\" viewBox=\"0 0 " << m_width << ' ' << m_height << "\">\n"
+          << "<title>" << XmlEscaped(title) << "</title>\n"
+          << "<style>\n"
+             "text { font-family: 'DejaVu Sans', Verdana, sans-serif; font-size: 12px; "
+             "fill: #1e293b; dominant-baseline: central; }\n"
+             ".title { font-size: 17px; font-weight: bold; }\n"
+             ".quiet { fill: #64748b; font-size: 11px; }\n"
+             ".id { font-family: 'DejaVu Sans Mono', Consolas, monospace; font-size: 11px; "
+             "fill: #475569; }\n"
+             ".label { font-size: 11px; font-weight: bold; }\n"
+             ".empty { fill: #94a3b8; font-style: italic; }\n"
+             "</style>\n"
+          << "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n"
+          << "<text class=\"title\" x=\"" << kMargin << "\" y=\"28\">" << XmlEscaped(title)
+          << "</text>\n";
+    DrawLegend();
+  }
+
+  void DrawLegend() {
+    int x = kMargin + 8;
+    const auto entry = [&](const char* name, const auto& draw) {
+      draw(x);
+      m_out << "<text class=\"quiet\" x=\"" << x + 14 << "\" y=\"54\">" << name << "</text>\n";
+      x += 32 + 7 * static_cast<int>(std::string_view(name).size());
+    };
+    entry("commit", [&](int at) { DrawDisc(at, 54, "#64748b"); });
+    entry("tip of a branch", [&](int at) { DrawTip(at, 54, "#64748b"); });
+    entry("fork", [&](int at) { DrawFork(at, 54, "#64748b"); });
+  }
+
+  void DrawBand(int row) {
+    m_out << "<rect x=\"" << kMargin / 2 << "\" y=\"" << Y(row) - kRowHeight / 2 << "\" width=\""
+          << m_width - kMargin << "\" height=\"" << kRowHeight
+          << "\" rx=\"6\" fill=\"#f1f5f9\"/>\n";
+  }
+
+  void DrawEdge(int row) {
+    const int parent = CommitOf(row).parent;
+    if (parent < 0) return;
+    const int x = X(row);
+    const int parentX = X(parent);
+    const int parentY = Y(parent);
+    m_out << "<path d=\"M" << x << ' ' << Y(row);
+    if (x == parentX) {
+      m_out << " V" << parentY;
+    } else {
+      const int bend = parentY - kRowHeight;
+      m_out << " V" << bend << " C" << x << ' ' << bend + 22 << ' ' << parentX << ' ' << bend + 12
+            << ' ' << parentX << ' ' << parentY;
+    }
+    m_out << "\" fill=\"none\" stroke=\"" << ColourOf(row) << "\" stroke-width=\"2.5\"/>\n";
+  }
+
+  void DrawNode(int row) {
+    const HistoryCommit& commit = CommitOf(row);
+    m_out << "<g><title>" << XmlEscaped(commit.id) << "</title>\n";
+    if (!commit.branches.empty()) {
+      DrawTip(X(row), Y(row), ColourOf(row));
+      if (IsFork(commit)) DrawCentre(X(row), Y(row));
+    } else if (IsFork(commit)) {
+      DrawFork(X(row), Y(row), ColourOf(row));
+    } else {
+      DrawDisc(X(row), Y(row), ColourOf(row));
+    }
+    m_out << "</g>\n";
+  }
+
+  void DrawCircle(int x, int y, double radius, const std::string& style) {
+    m_out << "<circle cx=\"" << x << "\" cy=\"" << y << "\" r=\"" << radius << "\" " << style
+          << "/>\n";
+  }
+  void DrawDisc(int x, int y, const std::string& colour) {
+    DrawCircle(x, y, 4.5, "fill=\"" + colour + "\" stroke=\"#ffffff\" stroke-width=\"1.5\"");
+  }
+  void DrawTip(int x, int y, const std::string& colour) {
+    DrawCircle(x, y, 8.5, "fill=\"#ffffff\" stroke=\"" + colour + "\" stroke-width=\"2\"");
+    DrawCircle(x, y, 5, "fill=\"" + colour + "\"");
+  }
+  void DrawFork(int x, int y, const std::string& colour) {
+    DrawCircle(x, y, 6, "fill=\"#ffffff\" stroke=\"" + colour + "\" stroke-width=\"3\"");
+  }
+  void DrawCentre(int x, int y) { DrawCircle(x, y, 2, "fill=\"#ffffff\""); }
+
+  void DrawText(const char* style, double x, int y, const std::string& text) {
+    m_out << "<text class=\"" << style << "\" x=\"" << std::lround(x) << "\" y=\"" << y << "\">"
+          << XmlEscaped(text) << "</text>\n";
+  }
+
+  /// Draws the name of a branch and returns the x behind it.
+  double DrawLabel(double x, int row, const std::string& text, bool isCurrent) {
+    const double width = TextWidth(text) * 1.08 + 16;
+    const std::string colour = ColourOf(row);
+    m_out << "<rect x=\"" << std::lround(x) << "\" y=\"" << Y(row) - 10 << "\" width=\""
+          << std::lround(width) << "\" height=\"20\" rx=\"10\" fill=\""
+          << (isCurrent ? colour : "#ffffff") << "\" stroke=\"" << colour
+          << "\" stroke-width=\"1.5\"/>\n"
+          << "<text class=\"label\" text-anchor=\"middle\" x=\"" << std::lround(x + width / 2)
+          << "\" y=\"" << Y(row) << "\" style=\"fill: " << (isCurrent ? "#ffffff" : colour) << "\">"
+          << XmlEscaped(text) << "</text>\n";
+    return x + width + 6;
+  }
+
+  void DrawTexts(int row) {
+    const HistoryCommit& commit = CommitOf(row);
+    double x = m_textX;
+    for (std::size_t i = 0; i < commit.branches.size() && i < kMostLabels; ++i) {
+      const std::string& name = commit.branches[i];
+      x = DrawLabel(x, row, CutText(name, 20), name == m_current);
+    }
+    if (commit.branches.size() > kMostLabels)
+      x = DrawLabel(x, row, "+" + std::to_string(commit.branches.size() - kMostLabels), false);
+
+    const double room = m_textX + kTextWidth - x - 12;
+    const std::string description = ShortDescription(commit, kDescriptionCharacters);
+    if (description.empty()) {
+      DrawText("empty", x, Y(row), "no description");
+    } else {
+      DrawText("line", x, Y(row), FittingText(description, room));
+    }
+    x = m_textX + kTextWidth;
+    DrawText("id", x, Y(row), ShortId(commit.id));
+    x += kIdWidth;
+    DrawText("quiet", x, Y(row),
+             FittingText(ToUtf8(commit.commit->GetAuthorName()), kAuthorWidth - 10));
+    DrawText("quiet", x + kAuthorWidth, Y(row), FormatTime(*commit.commit).substr(0, 16));
+  }
+
+  const History& m_history;
+  const GraphLayout& m_layout;
+  const std::string m_current;
+  int m_textX;
+  int m_width;
+  int m_height;
+  std::ostringstream m_out;
+};
+
+}  // namespace
+
+std::string DrawSvg(const History& history, const GraphLayout& layout, const std::string& title,
+                    const std::string& currentBranch) {
+  return Picture(history, layout, currentBranch).Draw(title);
+}
+
+}  // namespace Tal

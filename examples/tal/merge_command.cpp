@@ -1,0 +1,163 @@
+#include "author.h"
+#include "commands.h"
+#include "conflicts.h"
+#include "folder_update.h"
+
+#include <iostream>
+
+namespace Tal {
+namespace {
+
+/// What a merge comes to: one of these ways, and for `Combine` a tree.
+struct Outcome {
+  enum class Way { Nothing, Forward, Combine };
+
+  Way way = Way::Nothing;
+  TreePtr tree;
+  Conflicts conflicts;
+};
+
+bool Same(const CommitPtr& a, const CommitPtr& b) { return a && b && a->GetId() == b->GetId(); }
+
+bool SameTrees(const TreePtr& a, const TreePtr& b) {
+  return a && b ? a->GetId() == b->GetId() : !a && !b;
+}
+
+/// Finds out what a merge of `commit` into the current branch comes to. Stores objects in
+/// `repository`, and moves nothing.
+Outcome TryMerge(const Host& host, TalVcs::Repository& repository, const CommitPtr& commit,
+                 const MergeOptions& options) {
+  Outcome outcome;
+  const CommitPtr head = repository.GetHead();
+  const CommitPtr base = repository.GetCommonBase(head, commit);
+  outcome.tree = RootOf(commit);
+  if (!head || Same(base, head)) {
+    if (!Same(head, commit)) outcome.way = Outcome::Way::Forward;
+    return outcome;
+  }
+  if (Same(base, commit)) {
+    outcome.tree = RootOf(head);
+    return outcome;
+  }
+  if (!base) host.terminal.Say("the branches have no common commit; all of both is new");
+
+  const TalVcs::MergeTrees trees{RootOf(head), RootOf(base), RootOf(commit)};
+  const auto conflicts = std::make_shared<Conflicts>();
+  const TalVcs::always_return_t descend{TalVcs::TreeConflictChoice::Descend};
+  TreePtr merged;
+  if (trees.left || trees.right) {
+    merged = TalVcs::ThreeWayMerge(
+        &repository, trees, {Recorded(MakeResolver(host.terminal, options), conflicts), descend});
+    if (!merged) throw Failure("the trees can't be merged");
+  }
+  const std::string twofold = FindFileAndFolder(merged);
+  if (!twofold.empty()) {
+    throw Failure("the merge would leave a file and a folder named \"" + Printable(twofold) +
+                  "\"; rename one of them first");
+  }
+  outcome.tree = WithoutEmptyFolders(repository, merged);
+  outcome.conflicts = *conflicts;
+  const bool changes = !SameTrees(outcome.tree, trees.left) || CountUndecided(*conflicts) > 0;
+  outcome.way = changes ? Outcome::Way::Combine : Outcome::Way::Nothing;
+  return outcome;
+}
+
+const char* WayName(Outcome::Way way) {
+  switch (way) {
+    case Outcome::Way::Nothing:
+      return "nothing to do";
+    case Outcome::Way::Forward:
+      return "fast-forward";
+    case Outcome::Way::Combine:
+      return "merge";
+  }
+  return "";
+}
+
+void PrintOutcome(const Host& host, const Outcome& outcome) {
+  for (const Conflict& conflict : outcome.conflicts) {
+    std::cout << host.terminal.Paint(Colour::Red, "conflict") << '\t' << Printable(conflict.path)
+              << '\t' << conflict.kind << '\t' << Name(conflict.choice) << '\n';
+  }
+  if (outcome.conflicts.empty()) std::cout << WayName(outcome.way) << ", no conflicts\n";
+}
+
+void PrintOutcomeJson(const Outcome& outcome) {
+  JsonWriter json(std::cout);
+  json.BeginObject();
+  json.Key("way").Text(WayName(outcome.way));
+  json.Key("undecided").Number(static_cast<std::int64_t>(CountUndecided(outcome.conflicts)));
+  json.Key("conflicts").BeginArray();
+  for (const Conflict& conflict : outcome.conflicts) {
+    json.BeginObject();
+    json.Key("path").Text(conflict.path);
+    json.Key("kind").Text(conflict.kind);
+    json.Key("choice").Text(Name(conflict.choice));
+    json.EndObject();
+  }
+  json.EndArray();
+  json.EndObject();
+}
+
+/// Works on a copy of the repository, so that not even an object is added to it.
+ExitCode DryRun(const Host& host, const MergeOptions& options) {
+  Session session(host, Access::Read);
+  TalVcs::Repository copy(session.Repository());
+  const Outcome outcome = TryMerge(host, copy, FindCommit(copy, options.branch), options);
+  if (host.json) {
+    PrintOutcomeJson(outcome);
+  } else {
+    PrintOutcome(host, outcome);
+  }
+  if (CountUndecided(outcome.conflicts) > 0) return ExitCode::Differs;
+  const FolderUpdate update(session.WorkFolder(), RootOf(session.Head()), outcome.tree);
+  host.terminal.Say(Plural(update.FileCount(), "file") + " would change; nothing was changed");
+  return ExitCode::Done;
+}
+
+void CommitMerge(TalVcs::Repository& repository, const TreePtr& tree, const MergeOptions& options) {
+  const Author author = FindAuthor(options.author, options.email);
+  TalVcs::Commit commit(&repository, false);
+  commit.ReplaceRoot(&repository, tree);
+  commit.SetDescription(ToWide("Merge " + Printable(options.branch)));
+  commit.SetAuthorName(ToWide(author.name));
+  commit.SetAuthorEmail(ToWide(author.email));
+  repository.DoCommit(commit);
+}
+
+}  // namespace
+
+ExitCode RunMerge(const Host& host, const MergeOptions& options) {
+  if (options.dryRun) return DryRun(host, options);
+  Session session(host, Access::Change);
+  TalVcs::Repository& repository = session.Repository();
+  const CommitPtr commit = FindCommit(repository, options.branch);
+  const TreePtr before = RootOf(session.Head());
+  const Outcome outcome = TryMerge(host, repository, commit, options);
+  if (const std::size_t undecided = CountUndecided(outcome.conflicts)) {
+    PrintOutcome(host, outcome);
+    throw Failure(Plural(undecided, "conflict") +
+                  " to decide: take --ours, --theirs, --base, --newest or --interactive");
+  }
+  switch (outcome.way) {
+    case Outcome::Way::Nothing:
+      host.terminal.Say("nothing to merge: it is all here");
+      return ExitCode::Done;
+    case Outcome::Way::Forward:
+      repository.Merge(commit, {});
+      break;
+    case Outcome::Way::Combine:
+      CommitMerge(repository, outcome.tree, options);
+      break;
+  }
+  repository.UpdateStorage();
+  SaveWithFolder(session, before);
+  for (const Conflict& conflict : outcome.conflicts)
+    host.terminal.Say(Printable(conflict.path) + ": " + conflict.kind + ", took " +
+                      Name(conflict.choice));
+  host.terminal.Say(std::string(WayName(outcome.way)) + " done: " + Printable(session.Branch()) +
+                    " is at " + ShortId(ToUtf8(session.Head()->GetId())));
+  return ExitCode::Done;
+}
+
+}  // namespace Tal

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "folder.h"
+#include "terminal.h"
+#include "text.h"
+#include "trees.h"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace Tal {
+
+/// What every command gets: where it was started and how it talks.
+struct Host {
+  std::filesystem::path start = ".";
+  Terminal terminal;
+  bool json = false;
+};
+
+/// What a command wants to do with the store.
+enum class Access { Read, Change };
+
+/// A folder with its history, loaded from the store in its ".vcs" folder.
+///
+/// Beside the store's own files that folder holds two of this program: "tal-branch" with the name
+/// of the current branch, and "tal-freed" with what the last clean-up freed.
+class Session {
+ public:
+  /// Makes an empty store in the folder where the host was started. Throws `Failure` if there is
+  /// one.
+  static void Create(const Host& host);
+
+  /// Finds the store of the folder in which the host was started, or of one above it, and loads it.
+  /// Throws `Failure`: `Damaged` if it doesn't come in whole. With `Access::Change` no other
+  /// process can change the store while the session lives.
+  Session(const Host& host, Access access);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  TalVcs::Repository& Repository() noexcept;
+  const Folder& WorkFolder() const noexcept;
+  TalVcs::IBlobReader& Reader() noexcept;
+
+  /// The current branch, which has no commit yet after `Create`.
+  std::string Branch() const;
+  CommitPtr Head() const { return m_repository->GetHead(); }
+
+  /// Replaces the store by what the repository holds, in one step. Throws `Failure`, with the store
+  /// as it was, if that fails or if a commit wouldn't come back from the store.
+  void Save();
+
+  /// Makes `name`, which has to exist, the current branch, for this session and later ones.
+  void SetBranch(const std::string& name);
+
+  /// The number of bytes that the last clean-up freed; 0 if there was none.
+  std::uint64_t LastFreed() const;
+  void SetLastFreed(std::uint64_t bytes);
+
+ private:
+  class Store;
+
+  void Load();
+
+  const Host& m_host;
+  Folder m_folder;
+  std::unique_ptr<Store> m_store;
+  std::unique_ptr<TalVcs::Repository> m_repository;
+};
+
+/// Returns the commit that `name` tells: a branch, "HEAD" for the current one, or at least four
+/// characters of an id, and behind it perhaps "~" with how many commits to go back. Throws
+/// `Failure`.
+CommitPtr FindCommit(const TalVcs::IRepository& repository, const std::string& name);
+
+/// Throws `Failure` with `Usage` if `name` can't name a branch.
+void CheckBranchName(const std::string& name);
+
+}  // namespace Tal

@@ -1,0 +1,117 @@
+#include "terminal.h"
+
+#include "utf8.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <utility>
+
+namespace Tal {
+namespace {
+
+constexpr std::array<const char*, 9> kCodes = {"", "1", "2", "31", "32", "33", "34", "35", "36"};
+
+std::string Environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? std::string() : std::string(value);
+}
+
+bool LocaleIsUtf8() {
+  for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+    const std::string value = Environment(name);
+    if (value.empty()) continue;
+    return value.find("UTF-8") != std::string::npos || value.find("utf8") != std::string::npos;
+  }
+  return false;
+}
+
+std::string Painted(Colour colour, std::string_view text) {
+  if (colour == Colour::Plain) return std::string(text);
+  return "\x1b[" + std::string(kCodes[static_cast<std::size_t>(colour)]) + "m" + std::string(text) +
+         "\x1b[0m";
+}
+
+}  // namespace
+
+Terminal::Terminal() {
+  const bool colours = Environment("NO_COLOR").empty() && Environment("TERM") != "dumb";
+  m_paintsOutput = colours && isatty(STDOUT_FILENO) != 0;
+  m_paintsTalk = colours && isatty(STDERR_FILENO) != 0;
+  m_showsProgress = isatty(STDERR_FILENO) != 0;
+  m_drawsLines = LocaleIsUtf8();
+}
+
+std::string Terminal::Paint(Colour colour, std::string_view text) const {
+  return m_paintsOutput ? Painted(colour, text) : std::string(text);
+}
+
+void Terminal::Say(std::string_view text) const { std::cerr << text << '\n'; }
+
+void Terminal::Complain(std::string_view text) const {
+  std::cerr << (m_paintsTalk ? Painted(Colour::Red, "tal:") : "tal:") << ' ' << text << '\n';
+}
+
+Progress::Progress(const Terminal& terminal, std::string label)
+    : m_label(std::move(label)),
+      m_enabled(terminal.ShowsProgress()),
+      m_next(Clock::now() + std::chrono::milliseconds(300)) {}
+
+Progress::~Progress() {
+  if (m_shown) std::cerr << "\r\x1b[K" << std::flush;
+}
+
+void Progress::Count(std::uint64_t bytes) {
+  ++m_count;
+  m_bytes += bytes;
+  if (!m_enabled) return;
+  const Clock::time_point now = Clock::now();
+  if (now < m_next) return;
+  m_next = now + std::chrono::milliseconds(100);
+  m_shown = true;
+  std::cerr << '\r' << m_label << ": " << m_count << ", " << FormatBytes(m_bytes) << "\x1b[K"
+            << std::flush;
+}
+
+std::string Printable(std::string_view text) {
+  std::string result;
+  for (std::size_t at = 0; at < text.size();) {
+    const Utf8Character character = DecodeUtf8(text, at);
+    const std::string_view bytes = text.substr(at, character.size);
+    at += character.size;
+    const bool control = character.code < 0x20 || (character.code >= 0x7F && character.code < 0xA0);
+    if (character.valid && !control) {
+      result += bytes;
+      continue;
+    }
+    for (const char byte : bytes) {
+      std::array<char, 5> escape{};
+      std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned char>(byte));
+      result += escape.data();
+    }
+  }
+  return result;
+}
+
+std::string FormatBytes(std::uint64_t bytes) {
+  constexpr std::array<const char*, 5> units = {"B", "KiB", "MiB", "GiB", "TiB"};
+  std::size_t unit = 0;
+  auto value = static_cast<double>(bytes);
+  while (value >= 1024 && unit + 1 < units.size()) {
+    value /= 1024;
+    ++unit;
+  }
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", value, units[unit]);
+  return text.data();
+}
+
+std::string Plural(std::uint64_t count, std::string_view noun) {
+  const char* const ending = count == 1 ? "" : noun.ends_with("ch") ? "es" : "s";
+  return std::to_string(count) + " " + std::string(noun) + ending;
+}
+
+}  // namespace Tal
