@@ -101,10 +101,18 @@ void Buffer::Release(Part* part) noexcept {
 
 Buffer::Buffer(std::size_t size) {
   if (size == 0) return;
+  std::byte* bytes = nullptr;
+  *this = Allocate(size, bytes);
+  std::memset(bytes, 0, size);
+}
+
+Buffer Buffer::Allocate(std::size_t size, std::byte*& bytes) {
   Block* block = NewBlock(size);
-  std::memset(block->Bytes(), 0, size);
   block->size = size;
-  m_part = block;
+  bytes = block->Bytes();
+  Buffer buffer;
+  buffer.m_part = block;
+  return buffer;
 }
 
 Buffer::Buffer(const Buffer& other) noexcept : m_part(other.m_part) { Acquire(m_part); }
@@ -246,25 +254,28 @@ void Buffer::Append(const Buffer& source) {
 }
 
 void Buffer::AppendRange(const Buffer& source, std::uint64_t position, std::uint64_t size) {
-  const Buffer kept(source);  // the source may be this buffer
-  const std::uint64_t total = kept.GetSize();
+  if (this == &source) {
+    AppendRange(Buffer(source), position, size);
+    return;
+  }
+  const std::uint64_t total = source.GetSize();
   if (position >= total || size == 0) return;
   const std::uint64_t stop = position + std::min(size, total - position);
   if (position == 0 && stop == total && m_part == nullptr) {
-    *this = kept;
+    *this = source;
     return;
   }
-  const bool listed = kept.m_part->is_list;
+  const bool listed = source.m_part->is_list;
   std::uint64_t start = 0;
-  const std::size_t first = kept.FindSegment(position);
-  if (listed) start = static_cast<List*>(kept.m_part)->StartOf(first);
+  const std::size_t first = source.FindSegment(position);
+  if (listed) start = static_cast<List*>(source.m_part)->StartOf(first);
   for (std::size_t index = first; start < stop; ++index) {
-    const auto bytes = kept.GetSegment(index);
+    const auto bytes = source.GetSegment(index);
     const auto from = static_cast<std::size_t>(std::max(position, start) - start);
     const auto to = static_cast<std::size_t>(std::min<std::uint64_t>(stop - start, bytes.size()));
-    WritableList(index == first ? kept.GetSegmentCount() - first : 1);
-    Block* owner = listed ? static_cast<List*>(kept.m_part)->Segments()[index].owner
-                          : static_cast<Block*>(kept.m_part);
+    WritableList(index == first ? source.GetSegmentCount() - first : 1);
+    Block* owner = listed ? static_cast<List*>(source.m_part)->Segments()[index].owner
+                          : static_cast<Block*>(source.m_part);
     Acquire(owner);
     PushSegment(owner, bytes.data() + from, to - from);
     start += bytes.size();

@@ -249,7 +249,7 @@ void ObjectLoader::TakeSharedChunks(OpenTree& tree) {
       continue;
     }
     if (!chunk.IsFaithful()) return;
-    const auto bytes = chunk.Records().GetSegment(0);
+    const auto bytes = chunk.Records();
     const auto left = static_cast<std::size_t>(tree.text.GetLength() - tree.position);
     if (bytes.size() > left ||
         std::memcmp(tree.text.GetString() + tree.position, bytes.data(), bytes.size()) != 0) {

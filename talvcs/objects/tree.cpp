@@ -46,7 +46,10 @@ Id Tree::GetId() const {
     TalUtils::Sha256 hash;
     hash.Update(header.GetData(), header.GetSize());
     if (m_entries != nullptr) {
-      for (const EntryChunk* chunk : m_entries->Chunks()) hash.Update(chunk->Records());
+      for (const EntryChunk* chunk : m_entries->Chunks()) {
+        const auto records = chunk->Records();
+        hash.Update(records.data(), records.size());
+      }
     }
     const auto digest = hash.Finish();
     CacheId(Id(TalUtils::DataEncoding::HexEncode(digest.data(), digest.size())));
@@ -64,16 +67,24 @@ const Buffer& Tree::GetData() const {
 
 Buffer Tree::BuildData() const {
   Buffer data;
-  if (m_entries == nullptr) return data;
-  const auto chunks = m_entries->Chunks();
-  if (chunks.size() > 1) data.ReserveSegments(chunks.size());
-  for (const EntryChunk* chunk : chunks) data.Append(chunk->Records());
+  AppendRecordsTo(data);
   return data;
+}
+
+void Tree::AppendRecordsTo(Buffer& target) const {
+  if (m_entries == nullptr) return;
+  const auto chunks = m_entries->Chunks();
+  target.ReserveSegments(chunks.size());
+  for (const EntryChunk* chunk : chunks) chunk->AppendRecordsTo(target);
 }
 
 Buffer Tree::BuildPackedData() const {
   if (!CachedPackedData().IsEmpty()) return CachedPackedData();
-  return Pack(kType, m_treeData.IsEmpty() ? BuildData() : m_treeData);
+  const PackedHeader header(kType, m_entries == nullptr ? 0 : m_entries->RecordBytes());
+  Buffer packed;
+  packed.Append(header.GetData(), header.GetSize(), 1);
+  AppendRecordsTo(packed);
+  return packed;
 }
 
 void Tree::ResetState() {

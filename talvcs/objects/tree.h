@@ -138,6 +138,7 @@ class TALVCS_API Tree : public Object {
   using Components = array_view<const TalStringViewT<WideChar>>;
 
   Buffer BuildData() const;
+  void AppendRecordsTo(Buffer& target) const;
   cow_ptr<Object> GetDeepObject(Components components) const;
   const Tree* FindTree(Components components) const noexcept;
   bool LocalObjectExists(TalStringViewT<WideChar> name) const noexcept;

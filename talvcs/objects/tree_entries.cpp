@@ -138,28 +138,28 @@ WideChar* EntryChunk::Names() const noexcept {
 
 EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   std::array<Id, 2 * kMostSlots> ids;
+  std::array<bool, 2 * kMostSlots> recorded{};
   std::uint64_t units = 0;
-  std::size_t most_bytes = 0;
+  std::uint64_t most_bytes = 0;
   bool hides_tree = false;
   bool faithful = true;
-  std::array<bool, 2 * kMostSlots> recorded{};
   for (std::size_t index = 0; index < slots.size(); ++index) {
     const Slot& slot = slots[index];
     units += static_cast<std::uint64_t>(slot.name.length);
     const bool hidden = index > 0 && SameName(slots[index - 1], slot);
     hides_tree = hides_tree || (hidden && *slots[index - 1].child && *slot.child);
-    faithful = faithful && !hidden && *slot.child && slot.name.Find(WideChar()) < 0;
-    if (hidden || !*slot.child) continue;
-    recorded[index] = true;
-    if (slot.record.length == 0) ids[index] = (*slot.child)->GetId();
-    most_bytes += slot.record.length == 0 ? MostRecordBytes(slot, ids[index])
-                                          : static_cast<std::size_t>(slot.record.length);
+    recorded[index] = !hidden && *slot.child;
+    faithful = faithful && recorded[index] && slot.name.Find(WideChar()) < 0;
+    if (!recorded[index]) continue;
+    if (slot.record.length == 0) {
+      ids[index] = (*slot.child)->GetId();
+      most_bytes += MostRecordBytes(slot, ids[index]);
+    } else {
+      most_bytes += static_cast<std::uint64_t>(slot.record.length);
+    }
   }
-  CheckedEnd(units);
-  CheckedEnd(most_bytes);
-
   std::array<char, kStackBytes> on_stack;
-  std::vector<char> on_heap(most_bytes > kStackBytes ? most_bytes : 0);
+  std::vector<char> on_heap(most_bytes > kStackBytes ? CheckedEnd(most_bytes) : 0);
   char* const bytes = on_heap.empty() ? on_stack.data() : on_heap.data();
   char* end = bytes;
   std::array<std::uint32_t, 2 * kMostSlots> record_ends;
@@ -170,17 +170,20 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
     }
     record_ends[index] = static_cast<std::uint32_t>(end - bytes);
   }
-  Buffer records;
-  records.Append(bytes, static_cast<std::size_t>(end - bytes), 1);
 
-  const std::size_t size = sizeof(EntryChunk) +
-                           slots.size() * (sizeof(cow_ptr<Object>) + sizeof(Ends)) +
-                           static_cast<std::size_t>(units) * sizeof(WideChar);
-  auto* chunk = ::new (::operator new(size)) EntryChunk;
+  const std::uint64_t records_offset =
+      sizeof(EntryChunk) + slots.size() * (sizeof(cow_ptr<Object>) + sizeof(Ends)) +
+      units * sizeof(WideChar);
+  const auto record_bytes = static_cast<std::size_t>(end - bytes);
+  std::byte* memory = nullptr;
+  Buffer block = Buffer::Allocate(CheckedEnd(records_offset + record_bytes), memory);
+  std::memcpy(memory + records_offset, bytes, record_bytes);
+  auto* chunk = ::new (memory) EntryChunk;
+  chunk->m_memory = std::move(block);
+  chunk->m_recordsOffset = static_cast<std::uint32_t>(records_offset);
   chunk->m_count = static_cast<std::uint16_t>(slots.size());
   chunk->m_hidesTree = hides_tree;
   chunk->m_faithful = faithful;
-  chunk->m_records = std::move(records);
   std::uint32_t name_end = 0;
   for (std::size_t index = 0; index < slots.size(); ++index) {
     const Slot& slot = slots[index];
@@ -198,9 +201,18 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
 }
 
 void EntryChunk::Free(EntryChunk* chunk) noexcept {
+  const Buffer memory = std::move(chunk->m_memory);
   std::destroy_n(chunk->Children(), chunk->m_count);
-  std::destroy_at(chunk);
-  ::operator delete(chunk);
+  chunk->~EntryChunk();
+}
+
+std::span<const std::byte> EntryChunk::Records() const noexcept {
+  const auto* start = static_cast<const std::byte*>(static_cast<const void*>(this));
+  return {start + m_recordsOffset, EndsOfEntries()[m_count - 1].record};
+}
+
+void EntryChunk::AppendRecordsTo(Buffer& target) const {
+  target.AppendRange(m_memory, m_recordsOffset, Records().size());
 }
 
 TalStringViewT<WideChar> EntryChunk::Name(std::size_t index) const noexcept {
@@ -216,12 +228,8 @@ EntryKind EntryChunk::Kind(std::size_t index) const noexcept {
 EntryChunk::Slot EntryChunk::At(std::size_t index) const noexcept {
   const Ends* ends = EndsOfEntries();
   const std::uint32_t start = index == 0 ? 0 : ends[index - 1].record;
-  TalStringViewT<char> record;
-  if (ends[index].record != start) {
-    const auto* bytes =
-        static_cast<const char*>(static_cast<const void*>(m_records.GetSegment(0).data()));
-    record = {bytes + start, static_cast<int>(ends[index].record - start)};
-  }
+  const auto* bytes = static_cast<const char*>(static_cast<const void*>(Records().data()));
+  const TalStringViewT<char> record{bytes + start, static_cast<int>(ends[index].record - start)};
   return {Name(index), Kind(index), &Child(index), record};
 }
 
@@ -307,7 +315,7 @@ void TreeEntries::CountChunk(const EntryChunk& chunk, bool added) noexcept {
   };
   change(m_count, chunk.Count());
   change(m_treeCount, chunk.TreeCount());
-  change(m_recordBytes, chunk.Records().GetSize());
+  change(m_recordBytes, chunk.Records().size());
 }
 
 // Puts `chunks`, whose holds it takes over, in the place of `removed` chunks from `first` on.

@@ -15,7 +15,8 @@ enum class EntryKind { kBlob, kTree };
 
 /// An immutable run of entries of one directory, with the bytes of their records.
 ///
-/// Entries ascend by name; a blob stands in front of a subtree of the same name, and both always
+/// All of it is one piece of memory: the chunk, the handles, the ends of names and records, the names,
+/// the records. Entries ascend by name; a blob stands in front of a subtree of the same name, and both always
 /// stand in one chunk. Chunks are shared by count between all states of a directory.
 class EntryChunk {
  public:
@@ -24,7 +25,7 @@ class EntryChunk {
     TalStringViewT<WideChar> name;
     EntryKind kind;
     const cow_ptr<Object>* child;  // the handle may be null
-    TalStringViewT<char> record;   // the bytes if they are known; a null text if not
+    TalStringViewT<char> record;   // the bytes if they are known; empty if not
   };
 
   /// Returns a chunk with the slots, held once. `slots` is not empty.
@@ -43,7 +44,12 @@ class EntryChunk {
   /// True if each entry has a record that tells its whole name, so that a directory whose list holds
   /// these bytes has these entries.
   bool IsFaithful() const noexcept { return m_faithful; }
-  const Buffer& Records() const noexcept { return m_records; }
+
+  /// The bytes of the records, one run. A buffer that shares them keeps the memory alive, but not the
+  /// handles on the children.
+  std::span<const std::byte> Records() const noexcept;
+  void AppendRecordsTo(Buffer& target) const;
+
 
   TalStringViewT<WideChar> Name(std::size_t index) const noexcept;
   EntryKind Kind(std::size_t index) const noexcept;
@@ -60,6 +66,7 @@ class EntryChunk {
   };
 
   EntryChunk() = default;
+  ~EntryChunk() = default;
   cow_ptr<Object>* Children() const noexcept;
   Ends* EndsOfEntries() const noexcept;
   WideChar* Names() const noexcept;
@@ -70,7 +77,9 @@ class EntryChunk {
   std::uint32_t m_treeBits = 0;
   bool m_hidesTree = false;
   bool m_faithful = false;
-  Buffer m_records;
+  // The block that the chunk itself lies in. The records are the last bytes of it.
+  Buffer m_memory;
+  std::uint32_t m_recordsOffset = 0;
 };
 
 /// The entries of one directory: a list of chunks, shared by count between copies of a tree.
