@@ -168,12 +168,22 @@ TEST_F(TreeListings, HiddenSubtreeAgainstTheSameOneInTheOpen) {
 }
 
 TEST_F(TreeListings, HiddenSubtreesDeepBelowAreFoundWhereTheTreesDiffer) {
+  // In one repository the directory that hides a subtree would stand for the plain one of its id.
+  RecordingRepository other;
   const auto left = Of({{"d/a/x", "1"}, {"d/a", "3"}, {"d/b", "left"}});
-  const auto right = Of({{"d/a", "3"}, {"d/b", "right"}});
-  const auto equal_id = Of({{"d/a", "3"}, {"d/b", "left"}});
+  const auto right = Make<Tree>(TreeOf(&other, {{"d/a", "3"}, {"d/b", "right"}}));
+  const auto same_id = Make<Tree>(TreeOf(&other, {{"d/a", "3"}, {"d/b", "left"}}));
   EXPECT_EQ(Ascii(left->GetDeepBlobDiffs(right)), (Names{"d/a/x", "d/b"}));
-  EXPECT_EQ(IdOf(*left), IdOf(*equal_id));
-  EXPECT_EQ(Ascii(left->GetDeepBlobDiffs(equal_id)), Names());
+  EXPECT_EQ(Ascii(right->GetDeepBlobDiffs(left)), (Names{"d/a/x", "d/b"}));
+  EXPECT_EQ(IdOf(*left), IdOf(*same_id));
+  EXPECT_EQ(Ascii(left->GetDeepBlobDiffs(same_id)), Names());
+}
+
+TEST_F(TreeListings, StoredDirectoryThatHidesASubtreeStandsForThePlainOneOfItsId) {
+  const auto hiding = Of({{"d/a/x", "1"}, {"d/a", "3"}});
+  const auto plain = Of({{"d/a", "3"}});
+  EXPECT_TRUE(plain->GetLocalTree(TAL_WIDE("d")) == hiding->GetLocalTree(TAL_WIDE("d")));
+  EXPECT_EQ(Ascii(plain->GetDeepBlobPaths()), (Names{"d/a", "d/a/x"}));
 }
 
 TEST_F(TreeListings, DiffsOfLargeTreesWithOneEditFindIt) {
