@@ -78,7 +78,9 @@ void PlaceBranches(IRepository& repository, const History& history, std::string_
 std::string ChainOf(const cow_ptr<Commit>& tip) {
   std::string chain;
   for (cow_ptr<Commit> commit = tip; commit; commit = commit->GetParent()) {
-    chain = Ascii(commit->GetDesciption()) + (chain.empty() ? "" : "-") + chain;
+    const TalStringT<WideChar> description = commit->GetDesciption();
+    const std::string name = description.IsEmpty() ? "_" : Ascii(description);
+    chain = name + (chain.empty() ? "" : "-") + chain;
   }
   return chain;
 }

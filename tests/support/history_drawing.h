@@ -31,7 +31,8 @@ cow_ptr<Commit> MakeCommit(IRepository& repository, std::string_view name,
 /// without a head, which must be missing.
 void PlaceBranches(IRepository& repository, const History& history, std::string_view branches);
 
-/// Returns the names from the root to `tip`, "A-B-D", or "" for a null tip.
+/// Returns the descriptions from the root to `tip`, "A-B-D", with "_" for an empty one; "" for a
+/// null tip.
 std::string ChainOf(const cow_ptr<Commit>& tip);
 
 /// Returns the head's chain of a branch.
