@@ -3,12 +3,12 @@
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/foundation/string_conversion.h>
 #include <talvcs/objects/commit_access.h>
-#include <talvcs/objects/tree_walk.h>
+#include <talvcs/objects/former_entries.h>
 #include <talvcs/repository/irepository.h>
 
 #include <algorithm>
+#include <memory>
 #include <optional>
-#include <string>
 #include <utility>
 
 namespace TalVcs {
@@ -61,9 +61,8 @@ struct ObjectLoader::OpenTree {
   std::unique_ptr<TreeEntriesBuilder> builder = std::make_unique<TreeEntriesBuilder>();
   cow_ptr<Tree> tree;
   TalStringT<WideChar> last_name;
-  // A former state of the directory: runs of equal records are taken from it whole.
-  std::span<EntryChunk* const> former;
-  const Tree* former_tree = nullptr;
+  // A former state of the directory, from its first entry behind the last name on.
+  FormerEntries former;
   // The entry whose subtree is being read.
   TalStringT<char> waiting_name;
   bool failed = false;
@@ -188,10 +187,8 @@ bool ObjectLoader::OpenTreeStream(const Id& id, const Tree* reference,
   tree.text = Helpers::StreamToStringA(stream);
   if (tree.text.IsEmpty()) return false;
   tree.id = id;
-  tree.former_tree = reference;
-  if (reference != nullptr && TreeAccess::Entries(*reference) != nullptr) {
-    tree.former = TreeAccess::Entries(*reference)->Chunks();
-  }
+  // A tree that stood in the repository before the load may hold objects that don't stand there.
+  if (m_ownTrees.contains(reference)) tree.former = FormerEntries(reference);
   open.push_back(std::move(tree));
   return true;
 }
@@ -200,7 +197,7 @@ bool ObjectLoader::OpenTreeStream(const Id& id, const Tree* reference,
 // `open`; `tree` is not valid any more in that case.
 void ObjectLoader::ReadEntries(OpenTree& tree, std::vector<OpenTree>& open) {
   while (tree.position < tree.text.GetLength()) {
-    TakeSharedChunks(tree);
+    TakeFormerEntries(tree);
     if (tree.position == tree.text.GetLength()) return;
     TextCutter cutter(tree.text, tree.position);
     cutter.UpTo(' ');  // the mode says nothing that the type doesn't
@@ -222,13 +219,8 @@ void ObjectLoader::ReadEntries(OpenTree& tree, std::vector<OpenTree>& open) {
       const auto other = m_otherTrees.find(id);
       if (other == m_otherTrees.end()) {
         tree.waiting_name = name;
-        const cow_ptr<Object>* former =
-            tree.former_tree == nullptr
-                ? nullptr
-                : TreeEntries::Find(TreeAccess::Entries(*tree.former_tree),
-                                    TalStringT<WideChar>(TalStringT<char>(name)), EntryKind::kTree);
-        const Object* reference = former == nullptr ? nullptr : former->get();
-        if (OpenTreeStream(id, static_cast<const Tree*>(reference), open)) return;
+        const TalStringT<WideChar> wide{TalStringT<char>(name)};
+        if (OpenTreeStream(id, tree.former.Subtree(wide), open)) return;
         continue;
       }
       subtree = other->second;
@@ -238,27 +230,27 @@ void ObjectLoader::ReadEntries(OpenTree& tree, std::vector<OpenTree>& open) {
 }
 
 // Most directories of a history are a former state with one entry changed. Where the text goes on
-// with the very bytes of a chunk of that state, the chunk is taken as it is, and its entries needn't
-// be looked up one by one.
-void ObjectLoader::TakeSharedChunks(OpenTree& tree) {
+// with the very bytes of a chunk of that state, or of a record, the entries are taken from there and
+// needn't be looked up.
+void ObjectLoader::TakeFormerEntries(OpenTree& tree) {
   if (!tree.builder) return;
-  while (!tree.former.empty()) {
-    EntryChunk& chunk = *tree.former.front();
-    if (!tree.last_name.IsEmpty() && tree.last_name.Compare(chunk.Name(0)) >= 0) {
-      tree.former = tree.former.subspan(1);
-      continue;
-    }
-    if (!chunk.IsFaithful()) return;
-    const auto bytes = chunk.Records();
-    const auto left = static_cast<std::size_t>(tree.text.GetLength() - tree.position);
-    if (bytes.size() > left ||
-        std::memcmp(tree.text.GetString() + tree.position, bytes.data(), bytes.size()) != 0) {
+  tree.former.SkipThrough(tree.last_name);
+  while (!tree.former.AtEnd()) {
+    const TalStringViewT<char> rest(tree.text.GetString() + tree.position,
+                                    tree.text.GetLength() - tree.position);
+    if (EntryChunk* chunk = tree.former.ChunkThatBegins(rest)) {
+      tree.builder->Append(*chunk);
+      tree.last_name = chunk->Name(chunk->Count() - 1);
+      tree.position += static_cast<int>(chunk->Records().size());
+      tree.former.SkipChunk();
+    } else if (const std::optional<EntryChunk::Slot> slot = tree.former.EntryThatBegins(rest)) {
+      tree.builder->Append(slot->name, slot->kind, *slot->child);
+      tree.last_name = slot->name;
+      tree.position += slot->record.length;
+      tree.former.SkipEntry();
+    } else {
       return;
     }
-    tree.builder->Append(chunk);
-    tree.last_name = chunk.Name(chunk.Count() - 1);
-    tree.position += static_cast<int>(bytes.size());
-    tree.former = tree.former.subspan(1);
   }
 }
 
@@ -292,7 +284,9 @@ void ObjectLoader::AddEntry(OpenTree& tree, TalStringViewT<char> name, const cow
 cow_ptr<Tree> ObjectLoader::CloseTree(OpenTree& tree) {
   if (tree.failed) return nullptr;
   if (tree.builder) TreeAccess::AdoptEntries(*tree.tree.write(), tree.builder->Finish());
+  const Tree* own = tree.tree.get();
   cow_ptr<Tree> stored = m_repository->SyncWithStorage(std::move(tree.tree));
+  if (stored.get() == own) m_ownTrees.insert(own);
   if (stored && stored->GetId() == tree.id) {
     m_otherTrees.erase(tree.id);
   } else {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace TalVcs {
@@ -51,7 +52,7 @@ class ObjectLoader {
   static void ParseAuthor(const TalStringT<char>& author, CommitText& parsed);
   bool OpenTreeStream(const Id& id, const Tree* reference, std::vector<OpenTree>& open);
   void ReadEntries(OpenTree& tree, std::vector<OpenTree>& open);
-  void TakeSharedChunks(OpenTree& tree);
+  void TakeFormerEntries(OpenTree& tree);
   cow_ptr<Tree> CloseTree(OpenTree& tree);
   cow_ptr<Blob> LoadBlob(const Id& id);
   void AddEntry(OpenTree& tree, TalStringViewT<char> name, const cow_ptr<Blob>& blob,
@@ -65,6 +66,8 @@ class ObjectLoader {
   // What the streams of these ids gave, if that is nothing or has another id.
   std::unordered_map<Id, cow_ptr<Tree>> m_otherTrees;
   std::unordered_map<Id, cow_ptr<Blob>> m_otherBlobs;
+  // The trees that this load has stored, with all of their entries.
+  std::unordered_set<const Tree*> m_ownTrees;
   cow_ptr<Tree> m_lastRoot;
 };
 

@@ -1,18 +1,23 @@
 #include <talvcs/persistence/path_builder.h>
 
 #include <initializer_list>
+#include <string>
 
 namespace TalVcs {
 
 namespace {
 
-TalStringT<WideChar> Join(TalStringT<WideChar> path,
+TalStringT<WideChar> Join(const TalStringT<WideChar>& start,
                           std::initializer_list<TalStringViewT<WideChar>> components) {
+  std::basic_string<WideChar> path(start.GetString(), static_cast<std::size_t>(start.GetLength()));
+  std::size_t length = path.size();
+  for (const auto& component : components) length += static_cast<std::size_t>(component.length) + 1;
+  path.reserve(length);
   for (const auto& component : components) {
-    if (!path.EndsWith(TAL_WIDE("/"))) path += TAL_WIDE('/');
-    path.Append(component);
+    if (!path.ends_with(TAL_WIDE('/'))) path += TAL_WIDE('/');
+    path.append(component.text, static_cast<std::size_t>(component.length));
   }
-  return path;
+  return TalStringT<WideChar>(TalStringViewT<WideChar>(path));
 }
 
 }  // namespace
@@ -35,7 +40,8 @@ TalStringT<WideChar> PathBuilder::GetBranchesPath(const TalStringT<WideChar>& st
 }
 
 TalStringT<WideChar> PathBuilder::GetObjectW(const TalStringT<WideChar>& id) const {
-  return Join(objectsPath, {id.Left(2), id.Right(id.GetLength() - 2)});
+  const TalStringViewT<WideChar> text(id);
+  return Join(objectsPath, {text.Mid(0, 2), text.Mid(2, text.length)});
 }
 
 TalStringT<WideChar> PathBuilder::GetObjectW(const Id& id) const {
