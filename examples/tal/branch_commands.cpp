@@ -91,7 +91,8 @@ ExitCode RunSwitch(const Host& host, const SwitchOptions& options) {
     throw Failure("there is no branch \"" + Printable(options.name) + "\"");
 
   FolderUpdate update(session.WorkFolder(), RootOf(session.Head()),
-                      RootOf(repository.GetHead(ToWide(options.name))));
+                      RootOf(repository.GetHead(ToWide(options.name))),
+                      options.restore ? MissingFiles::Restore : MissingFiles::Respect);
   const std::size_t files = update.FileCount();
   update.Apply();
   try {

@@ -161,6 +161,8 @@ class CommandLine {
                       RunSwitch, false);
     command->add_option("name", target->name, "The branch")->required();
     command->add_flag("-c,--create", target->create, "Make the branch first");
+    command->add_flag("--restore", target->restore,
+                      "Write files that the folder lacks also where the branches agree");
 
     const auto merge = std::make_shared<MergeOptions>();
     command = AddWith(merge, "merge", "Merge a branch into the current one", RunMerge, true);

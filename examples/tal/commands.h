@@ -43,6 +43,7 @@ struct BranchOptions {
 struct SwitchOptions {
   std::string name;
   bool create = false;
+  bool restore = false;
 };
 
 struct MergeOptions {

@@ -17,12 +17,14 @@ fs::file_type TypeOf(const fs::path& path) {
 
 }  // namespace
 
-FolderUpdate::FolderUpdate(const Folder& folder, const TreePtr& from, const TreePtr& to)
-    : m_folder(folder), m_from(from), m_to(to) {
+FolderUpdate::FolderUpdate(const Folder& folder, const TreePtr& from, const TreePtr& to,
+                           MissingFiles missing)
+    : m_folder(folder), m_from(from), m_to(to), m_missing(missing) {
   const std::string twofold = FindFileAndFolder(to);
   if (!twofold.empty())
     throw Failure("the history holds a file and a folder named \"" + Printable(twofold) + "\"");
   for (const Change& change : CompareTrees(from, to)) Plan(change.path);
+  if (missing == MissingFiles::Restore) PlanMissing();
   std::stable_partition(m_steps.begin(), m_steps.end(),
                         [](const Step& step) { return !step.after; });
 
@@ -44,12 +46,20 @@ void FolderUpdate::Plan(const std::string& path) {
   m_steps.push_back(step);
 }
 
+void FolderUpdate::PlanMissing() {
+  for (const std::string& path : ListTree(m_to)) {
+    const BlobPtr before = FindBlob(m_from, path);
+    const bool isUnchanged = before && before->GetId() == FindBlob(m_to, path)->GetId();
+    if (isUnchanged && TypeOf(m_folder.PathOf(path)) == fs::file_type::not_found) Plan(path);
+  }
+}
+
 // A file may be replaced or removed if it holds what the old tree has. Where there is nothing, only
 // a file that the user removed, and that the new tree has in another form, is in the way.
 bool FolderUpdate::IsInTheWay(const Step& step) const {
   switch (TypeOf(m_folder.PathOf(step.path))) {
     case fs::file_type::not_found:
-      return step.before && step.after;
+      return m_missing == MissingFiles::Respect && step.before && step.after;
     case fs::file_type::regular:
       return !step.before || !m_folder.Holds(step.path, step.before->GetData());
     case fs::file_type::directory:

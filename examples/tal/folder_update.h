@@ -8,6 +8,9 @@
 
 namespace Tal {
 
+/// What a file means that the folder lacks: a change of the user's, or one to be written again.
+enum class MissingFiles { Respect, Restore };
+
 /// Takes a folder from one tree to another, file by file, and back again if something goes wrong.
 ///
 /// Nothing that isn't in a history is lost: whatever would be overwritten or removed has to hold
@@ -17,7 +20,8 @@ class FolderUpdate {
  public:
   /// Plans the way. Either tree may be null, for an empty folder. Throws `Failure`, with nothing
   /// changed, if the target can't stand in a folder or uncommitted changes are in the way.
-  FolderUpdate(const Folder& folder, const TreePtr& from, const TreePtr& to);
+  FolderUpdate(const Folder& folder, const TreePtr& from, const TreePtr& to,
+               MissingFiles missing = MissingFiles::Respect);
 
   /// Does it. Throws `Failure`, with the folder as it was, if a file can't be written or removed.
   void Apply();
@@ -36,6 +40,7 @@ class FolderUpdate {
   };
 
   void Plan(const std::string& path);
+  void PlanMissing();
   bool IsInTheWay(const Step& step) const;
   bool IsFreeOnceApplied(const std::string& path) const;
   void CheckFolders(const std::string& path) const;
@@ -44,6 +49,7 @@ class FolderUpdate {
   const Folder& m_folder;
   TreePtr m_from;
   TreePtr m_to;
+  MissingFiles m_missing;
   std::vector<Step> m_steps;                // removals first
   std::unordered_set<std::string> m_going;  // the files that are removed
   std::vector<const Step*> m_done;
