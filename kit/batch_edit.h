@@ -1,0 +1,60 @@
+#pragma once
+
+#include <kit/export.h>
+#include <talvcs/foundation/names.h>
+#include <talvcs/objects/blob.h>
+#include <talvcs/objects/commit.h>
+#include <talvcs/objects/id.h>
+#include <talvcs/objects/tree.h>
+
+#include <cstddef>
+#include <vector>
+
+namespace TalVcs {
+class IRepository;
+}  // namespace TalVcs
+
+namespace TalVcs::Kit {
+
+/// A list of edits by path, which are made together.
+///
+/// The result is that of the same edits made one by one in their order on a `Tree` or a `Commit`, to
+/// the id, but each directory is made once, and no directory that a later edit of the list changes
+/// enters the storage. Blobs, and trees that are added as such, are stored like there.
+///
+/// A value, which can be applied any number of times. It shares the bytes of what is added.
+///
+/// Threads: a list and what it is applied to belong to one thread at a time.
+class TALVCS_KIT_API BatchEdit {
+ public:
+  BatchEdit();
+  BatchEdit(const BatchEdit& other);
+  BatchEdit(BatchEdit&& other) noexcept;
+  BatchEdit& operator=(const BatchEdit& other);
+  BatchEdit& operator=(BatchEdit&& other) noexcept;
+  ~BatchEdit();
+
+  /// Append an edit to the list, which does what the operation of `Tree` with that name does.
+  void AddBlob(TalStringViewT<WideChar> path, Blob blob);
+  void AddTree(TalStringViewT<WideChar> path, const Tree& tree);
+  void AddObject(TalStringViewT<WideChar> path, const Id& id);
+  void RemoveObject(TalStringViewT<WideChar> path);
+
+  std::size_t GetCount() const noexcept;
+  void Clear() noexcept;
+
+  /// Makes the edits on `tree`, which isn't stored itself. An edit that fails changes nothing, and
+  /// the others are made. Returns how many edits took effect: all, if that equals `GetCount`.
+  std::size_t ApplyTo(IRepository* repository, Tree& tree) const;
+
+  /// Makes the edits on the tree of `commit`, and stores the new root.
+  std::size_t ApplyTo(IRepository* repository, Commit& commit) const;
+
+ private:
+  struct Edit;
+  class Draft;
+
+  std::vector<Edit> m_edits;
+};
+
+}  // namespace TalVcs::Kit

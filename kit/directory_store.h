@@ -1,0 +1,126 @@
+#pragma once
+
+#include <kit/export.h>
+#include <talvcs/foundation/names.h>
+#include <talvcs/persistence/blob_io.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+class FileSystem;
+
+/// How a `DirectoryStore` works.
+struct DirectoryStoreOptions {
+  /// The root path that the host gives to its `Serializer` and `Deserializer`.
+  TalStringT<WideChar> rootPath;
+
+  /// Whether a commit waits until everything is on the medium, so that it outlives a loss of power.
+  /// Without it, a commit still outlives the end of the process at any point.
+  bool durable = true;
+
+  /// Whether an object that the store has is read and compared with what is saved, and written anew
+  /// if it differs. Otherwise its size alone is looked at.
+  bool compareContents = false;
+};
+
+/// A store in the folder ".vcs" below a folder, whose saves are transactions.
+///
+///     .vcs/state               what the store holds: ids of the objects, branches with their heads
+///     .vcs/objects/ab/cdef...  one file an object, its packed form
+///     .vcs/lock, .vcs/readers  empty files that processes lock
+///
+/// Other files in ".vcs" are the host's and stay untouched.
+///
+/// *Saving.* The first `RemoveStorage` or `CommitBlobStream` begins a transaction, which ends with
+/// `Commit` or `Abandon`, or is abandoned when the store object ends. Until `Commit` replaces the file
+/// "state" by one rename, every reader finds the old store, this object too. An object that the store
+/// holds already isn't written again; what the new state lacks is removed at the end. What a killed
+/// process left behind is removed by the next commit. A transaction in which any stream failed can't
+/// be committed.
+///
+/// *Reading.* The first read takes in the state of that moment, and so does each listing of the
+/// branches, with which a load begins. Until the next one, or `Refresh`, the store object reads just
+/// that state, whatever others commit: their commits leave objects alone while readers are about.
+///
+/// *Writers.* One transaction at a time: while another process, or another store object, writes, a
+/// transaction fails at once. So does one of a store object that has read a state which somebody
+/// replaced since, as it would undo what was committed meanwhile; load again before saving.
+///
+/// *Paths.* With the root path of the options, the objects of `PathBuilder` are files and everything
+/// else, branches above all, stands in "state". So any path and any branch name can be used and comes
+/// back unchanged, whatever the file system thinks of it. An object's path has to name its content.
+///
+/// *Failures.* No operation throws for an error of the file system. It answers as its interface says,
+/// `LastError` tells what happened, and the old store stays. A damaged state is never taken for an
+/// empty store: it gives one branch, of empty name, that can't be opened, and refuses transactions.
+///
+/// Threads: a store object belongs to one thread at a time; several of them may work on one folder.
+class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
+ public:
+  /// Works below `folder`, which a transaction makes if it is missing. Nothing is opened yet.
+  explicit DirectoryStore(const std::filesystem::path& folder, DirectoryStoreOptions options = {});
+  /// Works through `files`, which tests replace.
+  DirectoryStore(const std::filesystem::path& folder, DirectoryStoreOptions options,
+                 std::shared_ptr<FileSystem> files);
+  DirectoryStore(DirectoryStore&& other) noexcept;
+  DirectoryStore& operator=(DirectoryStore&& other) noexcept;
+  /// Abandons a transaction that wasn't committed.
+  ~DirectoryStore() override;
+
+  /// Returns a stream in memory for one object, which `CommitBlobStream` writes.
+  Stream CreateBlobStream(const TalStringT<WideChar>& path) override;
+
+  /// Puts what the stream holds from its position on under `path` in the transaction. An object's
+  /// file is written at once, but isn't part of the store before `Commit`.
+  bool CommitBlobStream(const TalStringT<WideChar>& path, Stream stream) override;
+
+  /// Takes every stream below `storagePath` out of the transaction. No file is removed yet: what is
+  /// committed again under the same path stays where it is.
+  void RemoveStorage(const TalStringT<WideChar>& storagePath) override;
+
+  /// Returns a reader on the bytes under `path`, held in memory; one that tests false if the state
+  /// has no such path or its file can't be read.
+  StreamIO OpenBlob(const TalStringT<WideChar>& path) override;
+
+  /// Returns the names, in order, of the streams directly below `directoryPath`; below a path that
+  /// ends with "refs/heads", whole names of branches with any "/" in them.
+  std::vector<TalStringT<WideChar>> ListBlobs(
+      const TalStringT<WideChar>& directoryPath) override;
+
+  /// Makes what the transaction holds the store. True if there was none.
+  ///
+  /// False, with the old store in place and the transaction abandoned, if anything failed. There is
+  /// one exception: if the very last step fails, telling the medium to keep the new state, then
+  /// the new store is in place, which `LastError` says.
+  bool Commit();
+
+  /// Drops the transaction, and the object files that it wrote.
+  void Abandon();
+
+  /// Keeps other writers away from now on, until `Unlock` or the end of this object, so that nothing
+  /// changes between a load and a save. False if somebody else writes. Makes the folder.
+  bool Lock();
+  /// Ends what `Lock` began. A transaction goes on to its own end.
+  void Unlock();
+
+  /// Forgets the state that was read: the next read takes in the present one.
+  void Refresh();
+
+  /// Reads every object of the state and returns the paths of those that are missing, can't be read
+  /// or whose bytes don't have the digest that their path tells. Cost: reads and hashes the store.
+  std::vector<TalStringT<WideChar>> FindDamage();
+
+  /// Says which path failed in the last operation that failed, and why; empty if none did since the
+  /// transaction began or the store was made. In UTF-8 as far as the path is.
+  const std::string& LastError() const noexcept;
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <kit/export.h>
+#include <talvcs/foundation/names.h>
+#include <talvcs/objects/blob.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace TalVcs::Kit {
+
+using WideString = TalStringT<WideChar>;
+using WideView = TalStringViewT<WideChar>;
+
+/// Decodes UTF-8. Bytes that are no UTF-8 become U+FFFD; the three-byte form of a lone surrogate
+/// gives that surrogate. Zeros are characters like others. Never fails, but a text of more than
+/// 0x7FFFFFFF bytes raises `std::length_error`.
+TALVCS_KIT_API WideString ToWide(std::string_view utf8);
+
+/// Decodes UTF-8 that has to come back byte for byte by `ToUtf8`; nothing for other bytes.
+TALVCS_KIT_API std::optional<WideString> ToWideExactly(std::string_view utf8);
+
+/// Encodes as UTF-8, zeros included; a lone surrogate in its three-byte form, so that `ToWide` gives
+/// every text back.
+TALVCS_KIT_API std::string ToUtf8(WideView text);
+
+/// Returns the path with "/" between its components, or nothing if it can't be told in a wide string
+/// so that `PathFromWide` gives it back: on POSIX, a name is any bytes and need not be UTF-8.
+TALVCS_KIT_API std::optional<WideString> WideFromPath(const std::filesystem::path& path);
+
+/// Returns the path of that text, whose components stand between "/". Nothing for a text that holds
+/// U+0000, and on Windows for one that holds a backslash, as no file can have such a name.
+TALVCS_KIT_API std::optional<std::filesystem::path> PathFromWide(WideView text);
+
+/// Make a blob of a copy of the bytes.
+TALVCS_KIT_API Blob BlobFromBytes(std::span<const std::byte> bytes);
+TALVCS_KIT_API Blob BlobFromBytes(std::string_view bytes);
+
+/// Returns a copy of the blob's bytes, without the header of its packed form.
+TALVCS_KIT_API std::string BytesFromBlob(const Blob& blob);
+
+/// Returns a copy of the bytes of a buffer.
+TALVCS_KIT_API std::string BytesFromBuffer(const Buffer& buffer);
+
+}  // namespace TalVcs::Kit
