@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <new>
+
+namespace TalVcs::Testing {
+
+/// While it lives, lets one allocation of this thread fail with `std::bad_alloc`: the one in front
+/// of which `passed` others succeeded. A program that uses it links failing_allocations.cpp, which
+/// replaces the global operator new.
+class FailingAllocation {
+ public:
+  explicit FailingAllocation(std::size_t passed) noexcept;
+  FailingAllocation(const FailingAllocation&) = delete;
+  FailingAllocation& operator=(const FailingAllocation&) = delete;
+  ~FailingAllocation();
+
+  /// True once an allocation has failed.
+  bool HasFired() const noexcept;
+};
+
+/// Makes fresh things with `prepare`, calls `act` on them while the first allocation fails, and
+/// `check` on them with whether that threw; then all of it anew with the second one failing, and so
+/// on until nothing fails. Returns how many allocations failed.
+template <class Prepare, class Act, class Check>
+int ForEachFailingAllocation(Prepare prepare, Act act, Check check) {
+  for (int failures = 0;; ++failures) {
+    auto things = prepare();
+    bool threw = false;
+    bool fired = false;
+    {
+      const FailingAllocation fault(static_cast<std::size_t>(failures));
+      try {
+        act(things);
+      } catch (const std::bad_alloc&) {
+        threw = true;
+      }
+      fired = fault.HasFired();
+    }
+    check(things, threw);
+    if (!fired) return failures;
+  }
+}
+
+}  // namespace TalVcs::Testing
