@@ -15,11 +15,10 @@ class array_view {
   constexpr array_view(T* begin, T* end) noexcept : m_begin(begin), m_end(end) {}
 
   /// Views all elements of `elements`; a change of its size makes the view invalid.
-  array_view(const std::vector<std::remove_const_t<T>>& elements) noexcept
-    requires std::is_const_v<T>
+  array_view(
+      const std::vector<std::remove_const_t<T>>& elements) noexcept requires std::is_const_v<T>
       : array_view(elements.data(), elements.data() + elements.size()) {}
-  array_view(std::vector<T>& elements) noexcept
-    requires(!std::is_const_v<T>)
+  array_view(std::vector<T>& elements) noexcept requires(!std::is_const_v<T>)
       : array_view(elements.data(), elements.data() + elements.size()) {}
 
   constexpr std::size_t size() const noexcept { return static_cast<std::size_t>(m_end - m_begin); }

@@ -37,11 +37,13 @@ class cow_ptr {
 
   /// Shares the object of a handle on a derived class.
   template <class Derived>
-    requires(!std::same_as<Derived, T> && std::convertible_to<Derived*, T*>)
-  cow_ptr(const cow_ptr<Derived>& other) noexcept : m_shared(other.m_shared) {}
+  requires(!std::same_as<Derived, T> && std::convertible_to<Derived*, T*>)
+      cow_ptr(const cow_ptr<Derived>& other)
+  noexcept : m_shared(other.m_shared) {}
   template <class Derived>
-    requires(!std::same_as<Derived, T> && std::convertible_to<Derived*, T*>)
-  cow_ptr(cow_ptr<Derived>&& other) noexcept : m_shared(std::move(other.m_shared)) {}
+  requires(!std::same_as<Derived, T> && std::convertible_to<Derived*, T*>)
+      cow_ptr(cow_ptr<Derived>&& other)
+  noexcept : m_shared(std::move(other.m_shared)) {}
 
   const T* get() const noexcept { return m_shared.get(); }
   const T* operator->() const noexcept { return m_shared.get(); }
@@ -74,10 +76,8 @@ class cow_ptr {
 
   /// Returns a handle on the same object as a `Derived`, which it has to be.
   template <class Derived>
-    requires std::derived_from<Derived, T>
-  cow_ptr<Derived> as() const noexcept {
-    return cow_ptr<Derived>(std::static_pointer_cast<Derived>(m_shared));
-  }
+  requires std::derived_from<Derived, T> cow_ptr<Derived> as()
+  const noexcept { return cow_ptr<Derived>(std::static_pointer_cast<Derived>(m_shared)); }
 
  private:
   template <class Other>

@@ -31,10 +31,10 @@ class basic_safe_function<R(Args...), Safe> {
 
   /// Takes any callable that fits the signature. A null function pointer gives an empty one.
   template <class F>
-    requires(!std::same_as<std::remove_cvref_t<F>, basic_safe_function> &&
-             std::is_invocable_r_v<R, std::decay_t<F>&, Args...> &&
-             std::copy_constructible<std::decay_t<F>>)
-  basic_safe_function(F&& callable) : m_target(std::forward<F>(callable)) {}
+  requires(!std::same_as<std::remove_cvref_t<F>, basic_safe_function> &&
+           std::is_invocable_r_v<R, std::decay_t<F>&, Args...> &&
+           std::copy_constructible<std::decay_t<F>>) basic_safe_function(F&& callable)
+      : m_target(std::forward<F>(callable)) {}
 
   explicit operator bool() const noexcept { return static_cast<bool>(m_target); }
 

@@ -27,7 +27,8 @@ struct Lanes {
   uint32x4_t efgh;
 };
 
-TALVCS_SHA_TARGET inline void FourRounds(Lanes& lanes, uint32x4_t words, std::size_t round) noexcept {
+TALVCS_SHA_TARGET inline void FourRounds(Lanes& lanes, uint32x4_t words,
+                                         std::size_t round) noexcept {
   const uint32x4_t sum = vaddq_u32(words, vld1q_u32(kSha256Constants.data() + round));
   const uint32x4_t abcd = lanes.abcd;
   lanes.abcd = vsha256hq_u32(abcd, lanes.efgh, sum);

@@ -37,8 +37,8 @@ void MixBlock(Sha256::State& state, const std::uint8_t* block) noexcept {
   for (std::size_t round = 0; round < 64; ++round) {
     const std::uint32_t first = h + (std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25)) +
                                 ((e & f) ^ (~e & g)) + kSha256Constants[round] + schedule[round];
-    const std::uint32_t second = (std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22)) +
-                                 ((a & b) ^ (a & c) ^ (b & c));
+    const std::uint32_t second =
+        (std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22)) + ((a & b) ^ (a & c) ^ (b & c));
     h = g;
     g = f;
     f = e;

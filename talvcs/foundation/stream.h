@@ -25,8 +25,8 @@ class TALVCS_API IStream {
   /// fewer than `size` only at the end or after an error.
   virtual std::size_t Read(void* data, std::size_t size) = 0;
 
-  /// Writes `size` bytes at the position, over what stands there, and moves behind them. Returns how
-  /// many were written.
+  /// Writes `size` bytes at the position, over what stands there, and moves behind them. Returns
+  /// how many were written.
   virtual std::size_t Write(const void* data, std::size_t size) = 0;
 
   /// Moves to `position`, which may lie behind the end. Returns false if that can't be done.
@@ -107,8 +107,8 @@ class TALVCS_API StreamIO {
   /// `copied` unless that is null. Returns false if not everything arrived.
   bool CopyTo(IStream* target, std::size_t* copied);
 
-  /// Appends everything from the position to the end to `target`, sharing the bytes where the stream
-  /// allows it. Returns false if fewer bytes came than the size told.
+  /// Appends everything from the position to the end to `target`, sharing the bytes where the
+  /// stream allows it. Returns false if fewer bytes came than the size told.
   bool ReadToEnd(Memory::Buffer& target);
 
  private:

@@ -40,8 +40,8 @@ class TALVCS_API TalStringT {
   /// Decodes UTF-8. Bytes that are no UTF-8 become U+FFFD, one for each maximal subpart; the
   /// three-byte form of a lone surrogate gives that surrogate back. Never fails.
   template <std::same_as<char> Narrow>
-    requires(!std::same_as<C, char>)
-  TalStringT(const TalStringT<Narrow>& utf8) : TalStringT(Decode(utf8)) {}
+  requires(!std::same_as<C, char>) TalStringT(const TalStringT<Narrow>& utf8)
+      : TalStringT(Decode(utf8)) {}
 
   TalStringT& operator=(const TalStringT& other) noexcept {
     TalStringT copy(other);
@@ -93,8 +93,7 @@ class TALVCS_API TalStringT {
     return TalStringViewT<C>(*this).EndsWith(suffix, compare);
   }
   /// Returns the index of the first match at or behind `start`, or -1.
-  int Find(TalStringViewT<C> pattern,
-           CompareCase compare = CompareCase::Sensitive) const noexcept {
+  int Find(TalStringViewT<C> pattern, CompareCase compare = CompareCase::Sensitive) const noexcept {
     return TalStringViewT<C>(*this).Find(pattern, 0, compare);
   }
   int Find(TalStringViewT<C> pattern, int start,

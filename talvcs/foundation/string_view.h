@@ -35,9 +35,8 @@ class TALVCS_API TalStringViewT {
   /// Views `terminated` up to its terminator; null gives an empty view.
   constexpr TalStringViewT(const C* terminated) noexcept
       : text(terminated),
-        length(terminated == nullptr
-                   ? 0
-                   : static_cast<int>(std::char_traits<C>::length(terminated))) {}
+        length(terminated == nullptr ? 0
+                                     : static_cast<int>(std::char_traits<C>::length(terminated))) {}
 
   constexpr TalStringViewT(std::basic_string_view<C> view) noexcept
       : text(view.data()), length(static_cast<int>(view.size())) {}
@@ -54,8 +53,7 @@ class TALVCS_API TalStringViewT {
   /// at the end itself.
   int Find(TalStringViewT pattern, int start = 0,
            CompareCase compare = CompareCase::Sensitive) const noexcept;
-  int Find(C character, int start = 0,
-           CompareCase compare = CompareCase::Sensitive) const noexcept;
+  int Find(C character, int start = 0, CompareCase compare = CompareCase::Sensitive) const noexcept;
 
   /// Returns `count` characters from `start` on, clamped to the view: a negative argument counts as
   /// 0, a start past the end gives an empty view at the end.
@@ -72,8 +70,7 @@ class TALVCS_API TalStringViewT {
 
   bool StartsWith(TalStringViewT prefix,
                   CompareCase compare = CompareCase::Sensitive) const noexcept;
-  bool EndsWith(TalStringViewT suffix,
-                CompareCase compare = CompareCase::Sensitive) const noexcept;
+  bool EndsWith(TalStringViewT suffix, CompareCase compare = CompareCase::Sensitive) const noexcept;
 
   /// Returns a string with a copy of the characters.
   TalStringT<C> ToString() const;

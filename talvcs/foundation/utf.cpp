@@ -91,7 +91,8 @@ std::size_t EncodeUtf8(const WideChar* text, std::size_t count, char* out) noexc
   std::size_t index = 0;
   while (index < count) {
     while (index + 4 <= count && (LoadWord(text + index) & kNonAsciiBitsOfUnits) == 0) {
-      for (std::size_t step = 0; step < 4; ++step) out[step] = static_cast<char>(text[index + step]);
+      for (std::size_t step = 0; step < 4; ++step)
+        out[step] = static_cast<char>(text[index + step]);
       out += 4;
       index += 4;
     }

@@ -15,9 +15,9 @@ enum class EntryDecision {
 
 /// Decides about the entries under one name from what stands there on the three sides.
 ///
-/// A merge looks at blobs first and at subtrees in a second stage; `stage` tells which entries count
-/// as changed. Compared is the object that the name stands for, of whatever kind, so a name that is a
-/// blob on one side and a subtree on another is changed in both stages.
+/// A merge looks at blobs first and at subtrees in a second stage; `stage` tells which entries
+/// count as changed. Compared is the object that the name stands for, of whatever kind, so a name
+/// that is a blob on one side and a subtree on another is changed in both stages.
 EntryDecision DecideEntry(EntryKind stage, const NamedEntries& root, const NamedEntries& left,
                           const NamedEntries& right);
 

@@ -73,8 +73,8 @@ TreeConflictResolver ChainResolvers(TreeConflictResolver first, TreeConflictReso
 
 ConflictResolver TimeBasedConflictResolver(std::vector<TalStringT<WideChar>> timeFilePaths,
                                            BlobTimeGetter readTime) {
-  return [times = DirectoryTime(std::move(timeFilePaths), std::move(readTime))](
-             Components path, MergeTrees trees) {
+  return [times = DirectoryTime(std::move(timeFilePaths), std::move(readTime))](Components path,
+                                                                                MergeTrees trees) {
     for (;; path = path.without_last(1)) {
       const ConflictChoice choice =
           ChooseLater(times.ReadTimeAt(trees.left, path), times.ReadTimeAt(trees.right, path));

@@ -42,8 +42,9 @@ enum class TreeConflictChoice : std::uint32_t {
 /// or remembers keeps that behind a reference. An empty one counts as `Undecided` in a merge.
 using ConflictResolver =
     basic_safe_function<ConflictChoice(array_view<const TalStringViewT<WideChar>>, MergeTrees), 1>;
-using TreeConflictResolver = basic_safe_function<
-    TreeConflictChoice(array_view<const TalStringViewT<WideChar>>, MergeTrees), 1>;
+using TreeConflictResolver =
+    basic_safe_function<TreeConflictChoice(array_view<const TalStringViewT<WideChar>>, MergeTrees),
+                        1>;
 
 /// Reads a time out of a blob; absent if it holds none.
 using BlobTimeGetter = basic_safe_function<std::optional<Time>(cow_ptr<Blob>), 1>;
@@ -69,11 +70,11 @@ TALVCS_API TreeConflictResolver ChainResolvers(TreeConflictResolver first,
 
 /// Returns a resolver that takes the side with the later time.
 ///
-/// In the conflict's directory, then in the ones above it up to the top, it looks for a blob at each
-/// of `timeFilePaths` on both sides and asks `readTime`, the first time found counting. A time on
-/// one side only decides for that side; the nearest directory whose times differ decides. Without
-/// any it is undecided.
-TALVCS_API ConflictResolver TimeBasedConflictResolver(
-    std::vector<TalStringT<WideChar>> timeFilePaths, BlobTimeGetter readTime);
+/// In the conflict's directory, then in the ones above it up to the top, it looks for a blob at
+/// each of `timeFilePaths` on both sides and asks `readTime`, the first time found counting. A time
+/// on one side only decides for that side; the nearest directory whose times differ decides.
+/// Without any it is undecided.
+TALVCS_API ConflictResolver
+TimeBasedConflictResolver(std::vector<TalStringT<WideChar>> timeFilePaths, BlobTimeGetter readTime);
 
 }  // namespace TalVcs

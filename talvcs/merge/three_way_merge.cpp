@@ -10,7 +10,8 @@
 // One directory is merged in two stages, blobs and then subtrees, each of which goes by names:
 //
 //   changed on one side only, or on both alike    taken from there
-//   changed on both sides, differently            asked (blobs), or merged as a directory (subtrees)
+//   changed on both sides, differently            asked (blobs), or merged as a directory
+//   (subtrees)
 //
 // The stages don't know of each other: what the second one writes under a name stands. Directories
 // wait on a stack of their own, so that nesting has no limit.
@@ -166,8 +167,7 @@ class TreeMerge {
     const ChangedNames left(trees.root, trees.left);
     const ChangedNames right(trees.root, trees.right);
     level.result = trees.root;
-    const DiffPartition blobs =
-        PartitionDiffs(EntryKind::kBlob, trees, left.blobs, right.blobs);
+    const DiffPartition blobs = PartitionDiffs(EntryKind::kBlob, trees, left.blobs, right.blobs);
     for (const Name& name : blobs.conflicts) {
       switch (AskForBlob(level.resolvers.blobResolver, name)) {
         case ConflictChoice::Left:

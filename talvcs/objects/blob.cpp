@@ -15,7 +15,8 @@ Blob& Blob::operator=(const Blob& other) = default;
 Blob::~Blob() = default;
 
 // The source keeps its caches, as the base class has copies only.
-Blob::Blob(Blob&& other) : Object((other.KeepCaches(), other)), m_buffer(std::move(other.m_buffer)) {}
+Blob::Blob(Blob&& other)
+    : Object((other.KeepCaches(), other)), m_buffer(std::move(other.m_buffer)) {}
 
 Blob& Blob::operator=(Blob&& other) {
   other.KeepCaches();

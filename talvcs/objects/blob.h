@@ -8,9 +8,9 @@ namespace TalVcs {
 
 /// The leaf of the model: opaque bytes.
 ///
-/// A value whose copies share the bytes. Once made, it changes only by assignment of a whole blob. A
-/// moved-from blob has no bytes but keeps the id and packed form that it had computed; assign to it
-/// before using it again.
+/// A value whose copies share the bytes. Once made, it changes only by assignment of a whole blob.
+/// A moved-from blob has no bytes but keeps the id and packed form that it had computed; assign to
+/// it before using it again.
 ///
 /// Threads: no blob may be used by two threads at once, because observers fill caches.
 class TALVCS_API Blob : public Object {

@@ -56,7 +56,8 @@ Commit& Commit::operator=(Commit&& other) {
 
 Commit::~Commit() { ReleaseParents(); }
 
-// A history that dies with this commit is taken apart link by link, so that its length doesn't matter.
+// A history that dies with this commit is taken apart link by link, so that its length doesn't
+// matter.
 void Commit::ReleaseParents() noexcept {
   cow_ptr<Commit> next = std::move(m_parent);
   while (next.use_count() == 1) {
@@ -148,7 +149,8 @@ void Commit::ReplaceRoot(IRepository* repository, cow_ptr<Tree> tree) {
   RebuildTree(repository);
 }
 
-// The caches go first: should storing the root fail for want of memory, they don't tell an old state.
+// The caches go first: should storing the root fail for want of memory, they don't tell an old
+// state.
 void Commit::FinishEdit(IRepository* repository) {
   ResetState();
   RebuildTree(repository);

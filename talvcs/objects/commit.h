@@ -39,8 +39,8 @@ class TALVCS_API Commit : public Object {
   /// A commit that follows `head`, or takes its place if `amend` is true.
   ///
   /// It shares the head's tree. To follow, it has the head as its parent and no texts; to amend, it
-  /// has the head's parent and the head's author, e-mail and description. A null head gives a commit
-  /// without a parent, with an empty `CommitTree`.
+  /// has the head's parent and the head's author, e-mail and description. A null head gives a
+  /// commit without a parent, with an empty `CommitTree`.
   Commit(cow_ptr<Commit> head, bool amend);
 
   Commit(const Commit& other);
@@ -81,9 +81,9 @@ class TALVCS_API Commit : public Object {
   /// Returns a new handle on the subtree at `path`, whose edits don't touch this commit, or null.
   cow_ptr<CommitTree> GetTree(TalStringViewT<WideChar> path) const;
 
-  /// Puts `blob` at `path` and stores it with all trees up to the root. Returns the stored instance,
-  /// or null if the path is empty or `repository` is null; an absent root is then an empty one, and
-  /// what was cached stays cached.
+  /// Puts `blob` at `path` and stores it with all trees up to the root. Returns the stored
+  /// instance, or null if the path is empty or `repository` is null; an absent root is then an
+  /// empty one, and what was cached stays cached.
   cow_ptr<Blob> AddBlob(IRepository* repository, TalStringViewT<WideChar> path, const Blob& blob);
   /// Puts the stored object of that id at `path`, likewise. `repository` must not be null.
   cow_ptr<Object> AddObject(IRepository* repository, TalStringViewT<WideChar> path, const Id& id);
@@ -97,8 +97,8 @@ class TALVCS_API Commit : public Object {
   /// Makes each of `commits`, which are ordered newest first, the child of the one behind it.
   ///
   /// Each gets a new id and is stored in `repository`, oldest first, and the list then holds the
-  /// stored instances. The last one keeps its parent; if it is null, a default-made commit takes its
-  /// place. A null elsewhere splits the list: neither it nor the one in front of it is touched.
+  /// stored instances. The last one keeps its parent; if it is null, a default-made commit takes
+  /// its place. A null elsewhere splits the list: neither it nor the one in front of it is touched.
   /// Returns false, with nothing changed, for a null `repository` or an empty list.
   static bool MakeCommitLinksInOrder(std::vector<cow_ptr<Commit>>& commits,
                                      IRepository* repository);
@@ -106,9 +106,9 @@ class TALVCS_API Commit : public Object {
   /// Reads the packed commit `id` and its trees and blobs through `getter`.
   ///
   /// Returns the stored commit if `repository` holds the id, with `parentId` left alone. Otherwise
-  /// sets `parentId` to the parent's id, or to the empty one, and returns a commit that isn't stored
-  /// yet and has no link to that parent. Returns null if `id` is empty, `repository` is null, the
-  /// stream is missing or no packed commit.
+  /// sets `parentId` to the parent's id, or to the empty one, and returns a commit that isn't
+  /// stored yet and has no link to that parent. Returns null if `id` is empty, `repository` is
+  /// null, the stream is missing or no packed commit.
   static cow_ptr<Commit> Deserialize(const Id& id, Id& parentId, IRepository* repository,
                                      Delegate<StreamIO(const Id&)> getter);
 

@@ -89,8 +89,8 @@ Buffer Commit::BuildText() const {
     head += TAL_WIDE('\n');
   }
   for (const auto* role : {TAL_WIDE("author"), TAL_WIDE("committer")}) {
-    head.Append(GetAuthorInfo(role, m_authorName, m_authorEmail, m_commitTime,
-                              m_commitTimezoneBias));
+    head.Append(
+        GetAuthorInfo(role, m_authorName, m_authorEmail, m_commitTime, m_commitTimezoneBias));
     head += TAL_WIDE('\n');
   }
   head += TAL_WIDE('\n');
@@ -101,8 +101,8 @@ Buffer Commit::BuildText() const {
   return text;
 }
 
-// The sign follows the hours alone, so a negative bias of less than an hour is written with "+". The
-// ids of all commits depend on it.
+// The sign follows the hours alone, so a negative bias of less than an hour is written with "+".
+// The ids of all commits depend on it.
 TalStringT<WideChar> Commit::GetAuthorInfo(TalStringViewT<WideChar> role,
                                            TalStringViewT<WideChar> name,
                                            TalStringViewT<WideChar> email, Time time,

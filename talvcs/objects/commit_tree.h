@@ -13,9 +13,9 @@ namespace TalVcs {
 /// The handle through which a commit reaches its root tree, which may be absent.
 ///
 /// A value: a copy shares the root, and the first edit separates the two. It has no id and isn't
-/// stored. The editing operations take write access to the root before they do their work, so also a
-/// failed one leaves an empty root in place of none, and a private copy in place of a shared root.
-/// `RemoveObject` alone does nothing without a root.
+/// stored. The editing operations take write access to the root before they do their work, so also
+/// a failed one leaves an empty root in place of none, and a private copy in place of a shared
+/// root. `RemoveObject` alone does nothing without a root.
 ///
 /// Threads: like `Tree`.
 class TALVCS_API CommitTree {

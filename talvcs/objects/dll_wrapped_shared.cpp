@@ -40,13 +40,13 @@ std::shared_ptr<std::vector<cow_ptr<Commit>>> dll_wrapped_shared(
 
 }  // namespace TalVcs
 
-#define TALVCS_DEFINE_COW_FACTORY(Type)                                                     \
-  std::shared_ptr<TalVcs::Type> TalUtils::cow_factory<TalVcs::Type>::create() {             \
-    return std::make_shared<TalVcs::Type>();                                                \
-  }                                                                                         \
-  std::shared_ptr<TalVcs::Type> TalUtils::cow_factory<TalVcs::Type>::copy(                  \
-      const TalVcs::Type& source) {                                                         \
-    return std::make_shared<TalVcs::Type>(source);                                          \
+#define TALVCS_DEFINE_COW_FACTORY(Type)                                         \
+  std::shared_ptr<TalVcs::Type> TalUtils::cow_factory<TalVcs::Type>::create() { \
+    return std::make_shared<TalVcs::Type>();                                    \
+  }                                                                             \
+  std::shared_ptr<TalVcs::Type> TalUtils::cow_factory<TalVcs::Type>::copy(      \
+      const TalVcs::Type& source) {                                             \
+    return std::make_shared<TalVcs::Type>(source);                              \
   }
 TALVCS_DEFINE_COW_FACTORY(Blob)
 TALVCS_DEFINE_COW_FACTORY(Commit)

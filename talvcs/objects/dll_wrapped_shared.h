@@ -14,9 +14,9 @@ class CommitTree;
 class Object;
 class Tree;
 
-/// Turns a sole owner into a shared one whose control block is made, and whose object is deleted, in
-/// the library, whoever holds it last. An empty pointer gives an empty result. If the control block
-/// can't be allocated, `object` still owns what it did and deletes it.
+/// Turns a sole owner into a shared one whose control block is made, and whose object is deleted,
+/// in the library, whoever holds it last. An empty pointer gives an empty result. If the control
+/// block can't be allocated, `object` still owns what it did and deletes it.
 TALVCS_API std::shared_ptr<Blob> dll_wrapped_shared(std::unique_ptr<Blob> object);
 TALVCS_API std::shared_ptr<Commit> dll_wrapped_shared(std::unique_ptr<Commit> object);
 TALVCS_API std::shared_ptr<CommitTree> dll_wrapped_shared(std::unique_ptr<CommitTree> object);
@@ -28,10 +28,10 @@ TALVCS_API std::shared_ptr<std::vector<TalUtils::cow_ptr<Commit>>> dll_wrapped_s
 }  // namespace TalVcs
 
 // The library makes its own objects, in one allocation with their counts.
-#define TALVCS_DECLARE_COW_FACTORY(Type)                        \
-  template <>                                                   \
-  struct TALVCS_API TalUtils::cow_factory<TalVcs::Type> {       \
-    static std::shared_ptr<TalVcs::Type> create();              \
+#define TALVCS_DECLARE_COW_FACTORY(Type)                                   \
+  template <>                                                              \
+  struct TALVCS_API TalUtils::cow_factory<TalVcs::Type> {                  \
+    static std::shared_ptr<TalVcs::Type> create();                         \
     static std::shared_ptr<TalVcs::Type> copy(const TalVcs::Type& source); \
   };
 TALVCS_DECLARE_COW_FACTORY(Blob)

@@ -34,8 +34,8 @@ class TALVCS_API IObject {
   /// Returns the data alone, valid likewise.
   virtual const Buffer& GetData() const = 0;
 
-  /// Returns the packed form for people to look at: one character a byte, a zero byte as "\0", bytes
-  /// from 0x80 on as 0xFF80 and up.
+  /// Returns the packed form for people to look at: one character a byte, a zero byte as "\0",
+  /// bytes from 0x80 on as 0xFF80 and up.
   virtual TalStringT<WideChar> ToString() const = 0;
 
   virtual ~IObject();
@@ -58,8 +58,8 @@ bool operator!=(const A& a, const B& b) {
 
 /// The base of all objects: computes the id and the packed form at most once between two resets.
 ///
-/// A copy takes both caches along. A class that derives from it tells type, mode and data, and calls
-/// `ResetState` after each change of its content.
+/// A copy takes both caches along. A class that derives from it tells type, mode and data, and
+/// calls `ResetState` after each change of its content.
 class TALVCS_API Object : public IObject {
  public:
   bool operator==(const IObject& other) const override;
@@ -84,8 +84,8 @@ class TALVCS_API Object : public IObject {
   /// Returns the packed form of `type` and `data`, which shares the bytes of `data`.
   static Buffer Pack(TalStringViewT<char> type, const Buffer& data);
 
-  /// Fills both caches if one is filled, for a caller that is about to change the content and has to
-  /// leave id and packed form as they are.
+  /// Fills both caches if one is filled, for a caller that is about to change the content and has
+  /// to leave id and packed form as they are.
   void KeepCaches() const;
 
   bool HasId() const noexcept { return !m_id.View().IsEmpty(); }

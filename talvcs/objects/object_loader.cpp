@@ -1,7 +1,6 @@
 #include <talvcs/objects/object_loader.h>
 
 #include <talvcs/foundation/helpers.h>
-#include <talvcs/foundation/string_conversion.h>
 #include <talvcs/objects/commit_access.h>
 #include <talvcs/objects/former_entries.h>
 #include <talvcs/repository/irepository.h>
@@ -16,13 +15,10 @@ namespace TalVcs {
 namespace {
 
 constexpr int kIdLength = 64;
-constexpr std::int64_t kTicksPerMinute = 600'000'000;
 
 bool IsEmptyId(const Id& id) noexcept { return id.View().IsEmpty(); }
 
-Id IdOfText(TalStringViewT<char> text) {
-  return Id(TalStringT<WideChar>(TalStringT<char>(text)));
-}
+Id IdOfText(TalStringViewT<char> text) { return Id(TalStringT<WideChar>(TalStringT<char>(text))); }
 
 /// Cuts a text into pieces, each up to a separator. A separator that is missing gives the rest.
 class TextCutter {
@@ -56,8 +52,8 @@ struct ObjectLoader::OpenTree {
   Id id;
   TalStringT<char> text;
   int position = 0;
-  // The tree grows in the builder while names ascend, as in every stream that the library wrote, and
-  // by single edits from the first name on that doesn't.
+  // The tree grows in the builder while names ascend, as in every stream that the library wrote,
+  // and by single edits from the first name on that doesn't.
   std::unique_ptr<TreeEntriesBuilder> builder = std::make_unique<TreeEntriesBuilder>();
   cow_ptr<Tree> tree;
   TalStringT<WideChar> last_name;
@@ -86,74 +82,35 @@ cow_ptr<Commit> ObjectLoader::LoadCommit(const Id& id, Id& parentId) {
   if (cow_ptr<Commit> stored = m_repository->GetCommitFromStorage(id)) return stored;
   if (!m_getter) return nullptr;
   const auto [known, added] = m_commits.try_emplace(id);
-  CommitText& parsed = known->second;
+  KnownCommit& parsed = known->second;
   if (added) {
-    parsed = ParseCommit(m_getter(id));
+    parsed.text = ParseCommit(m_getter(id));
   } else if (parsed.history == m_history) {
     return nullptr;  // the commit is its own ancestor
   }
   parsed.history = m_history;
   m_historyIds.push_back(id);
-  if (!parsed.readable) return nullptr;
-  parentId = parsed.parentId;
+  if (!parsed.text.readable) return nullptr;
+  parentId = parsed.text.parentId;
 
   cow_ptr<Commit> commit = std::make_shared<Commit>(m_repository, false);
   Commit& fresh = *commit.write();
-  fresh.SetAuthorName(parsed.authorName);
-  fresh.SetAuthorEmail(parsed.authorEmail);
-  fresh.SetDescription(parsed.description);
-  fresh.SetCommitTime(parsed.time);
-  fresh.SetCommitTimezoneBias(parsed.bias);
-  if (IsEmptyId(parsed.treeId)) {
+  fresh.SetAuthorName(parsed.text.authorName);
+  fresh.SetAuthorEmail(parsed.text.authorEmail);
+  fresh.SetDescription(parsed.text.description);
+  fresh.SetCommitTime(parsed.text.time);
+  fresh.SetCommitTimezoneBias(parsed.text.bias);
+  if (IsEmptyId(parsed.text.treeId)) {
     CommitAccess::RebuildTree(fresh, m_repository);
     return commit;
   }
   cow_ptr<CommitTree> handle;
-  if (cow_ptr<Tree> root = LoadTree(parsed.treeId)) {
+  if (cow_ptr<Tree> root = LoadTree(parsed.text.treeId)) {
     m_lastRoot = root;
     *handle.write() = CommitTree(std::move(root));
   }
   CommitAccess::SetTree(fresh, std::move(handle), m_repository);
   return commit;
-}
-
-ObjectLoader::CommitText ObjectLoader::ParseCommit(StreamIO stream) {
-  CommitText parsed;
-  if (!Helpers::ShiftObjectIdentifier(stream, "commit ")) return parsed;
-  const TalStringT<char> text = Helpers::StreamToStringA(stream);
-  if (text.IsEmpty()) return parsed;
-  int position = 0;
-  const auto tree = CommitAccess::ParseCommitInfo(text, "tree ", position);
-  if (!tree) return parsed;
-  parsed.readable = true;
-  parsed.treeId = IdOfText(*tree);
-  if (const auto parent = CommitAccess::ParseCommitInfo(text, "parent ", position)) {
-    parsed.parentId = IdOfText(*parent);
-  }
-  const auto author = CommitAccess::ParseCommitInfo(text, "author ", position);
-  ParseAuthor(author.value_or(TalStringT<char>()), parsed);
-  const auto description = CommitAccess::ParseCommitInfo(text, "\n\n", position);
-  if (description) parsed.description = TalUtils::String::ToStringW(*description);
-  return parsed;
-}
-
-// Indices of a search that failed are -1; the cutting of texts takes any index.
-void ObjectLoader::ParseAuthor(const TalStringT<char>& author, CommitText& parsed) {
-  using TalUtils::String::Int64FromString;
-  using TalUtils::String::IntFromString;
-  const int open = author.Find("<", 0);
-  const int close = author.Find(">", open);
-  parsed.authorName = TalUtils::String::ToStringW(author.Left(open - 1));
-  parsed.authorEmail = TalUtils::String::ToStringW(author.Mid(open + 1, close - open - 1));
-  const TalStringT<char> stamp = author.Mid(close + 2);
-  const int blank = stamp.Find(" ");
-  const TalStringT<WideChar> seconds(stamp.Left(blank));
-  const TalStringT<WideChar> zone(stamp.Mid(blank + 1));
-  const std::int64_t sign = zone.GetAt(0) == TAL_WIDE('+') ? 1 : -1;
-  const std::int64_t hours = sign * IntFromString(zone.Mid(1, 2));
-  const std::int64_t minutes = sign * IntFromString(zone.Mid(3, 4));
-  parsed.time = Time::FromTimeT(Int64FromString(seconds));
-  parsed.bias = TimeDelta{(hours * 60 + minutes) * kTicksPerMinute};
 }
 
 cow_ptr<Tree> ObjectLoader::LoadTree(const Id& id) {
@@ -176,8 +133,8 @@ cow_ptr<Tree> ObjectLoader::LoadTree(const Id& id) {
   }
 }
 
-// Starts to read a tree. Returns false, and remembers it, if the stream has nothing to read. While a
-// tree is open, its id stands for nothing.
+// Starts to read a tree. Returns false, and remembers it, if the stream has nothing to read. While
+// a tree is open, its id stands for nothing.
 bool ObjectLoader::OpenTreeStream(const Id& id, const Tree* reference,
                                   std::vector<OpenTree>& open) {
   m_otherTrees.try_emplace(id);
@@ -230,8 +187,8 @@ void ObjectLoader::ReadEntries(OpenTree& tree, std::vector<OpenTree>& open) {
 }
 
 // Most directories of a history are a former state with one entry changed. Where the text goes on
-// with the very bytes of a chunk of that state, or of a record, the entries are taken from there and
-// needn't be looked up.
+// with the very bytes of a chunk of that state, or of a record, the entries are taken from there
+// and needn't be looked up.
 void ObjectLoader::TakeFormerEntries(OpenTree& tree) {
   if (!tree.builder) return;
   tree.former.SkipThrough(tree.last_name);

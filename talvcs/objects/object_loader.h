@@ -2,6 +2,7 @@
 
 #include <talvcs/foundation/names.h>
 #include <talvcs/objects/commit.h>
+#include <talvcs/objects/commit_parser.h>
 #include <talvcs/objects/tree.h>
 
 #include <cstdint>
@@ -15,8 +16,8 @@ namespace TalVcs {
 ///
 /// One loader serves one load. It reads each stream once at most for each kind of object, also one
 /// that proves unreadable, or whose content turns out to have another id. What asks for itself, by
-/// however long a way, counts as unreadable where the circle closes. No recursion follows the nesting
-/// of directories.
+/// however long a way, counts as unreadable where the circle closes. No recursion follows the
+/// nesting of directories.
 class ObjectLoader {
  public:
   using Getter = Delegate<StreamIO(const Id&)>;
@@ -34,22 +35,12 @@ class ObjectLoader {
   cow_ptr<Tree> LoadTree(const Id& id);
 
  private:
-  /// The content of a commit's stream.
-  struct CommitText {
-    bool readable = false;
-    Id treeId;
-    Id parentId;
-    TalStringT<WideChar> authorName;
-    TalStringT<WideChar> authorEmail;
-    TalStringT<WideChar> description;
-    Time time;
-    TimeDelta bias;
-    std::uint64_t history = 0;
+  struct KnownCommit {
+    CommitText text;
+    std::uint64_t history = 0;  // in which it was last asked for
   };
   struct OpenTree;
 
-  static CommitText ParseCommit(StreamIO stream);
-  static void ParseAuthor(const TalStringT<char>& author, CommitText& parsed);
   bool OpenTreeStream(const Id& id, const Tree* reference, std::vector<OpenTree>& open);
   void ReadEntries(OpenTree& tree, std::vector<OpenTree>& open);
   void TakeFormerEntries(OpenTree& tree);
@@ -62,7 +53,7 @@ class ObjectLoader {
   Getter m_getter;
   std::uint64_t m_history = 0;
   std::vector<Id> m_historyIds;
-  std::unordered_map<Id, CommitText> m_commits;
+  std::unordered_map<Id, KnownCommit> m_commits;
   // What the streams of these ids gave, if that is nothing or has another id.
   std::unordered_map<Id, cow_ptr<Tree>> m_otherTrees;
   std::unordered_map<Id, cow_ptr<Blob>> m_otherBlobs;

@@ -69,10 +69,10 @@ class TALVCS_API Tree : public Object {
 
   /// Puts `blob` at `path`, making the directories that are missing.
   ///
-  /// The blob and every tree on the path below this one are stored in `repository`; this tree itself
-  /// is changed in place and is not stored. Returns the stored instance, or null, with nothing
-  /// changed, if the path is empty or `repository` is null. Cost: a few dozen entries and the hash
-  /// of one directory for each component.
+  /// The blob and every tree on the path below this one are stored in `repository`; this tree
+  /// itself is changed in place and is not stored. Returns the stored instance, or null, with
+  /// nothing changed, if the path is empty or `repository` is null. Cost: a few dozen entries and
+  /// the hash of one directory for each component.
   cow_ptr<Blob> AddBlob(IRepository* repository, TalStringViewT<WideChar> path, const Blob& blob);
 
   /// Puts a copy of `tree` at `path`, likewise.
@@ -85,8 +85,8 @@ class TALVCS_API Tree : public Object {
   /// Removes whatever stands at `path`, of both kinds, and every directory on the path that this
   /// leaves empty. Returns false, with nothing changed, if nothing stands there.
   ///
-  /// With a null `repository`, changed directories can't be put back: such a removal changes nothing
-  /// and still returns true.
+  /// With a null `repository`, changed directories can't be put back: such a removal changes
+  /// nothing and still returns true.
   bool RemoveObject(IRepository* repository, TalStringViewT<WideChar> path);
 
   /// Return the entry of this level under exactly that name, or null.
@@ -109,12 +109,13 @@ class TALVCS_API Tree : public Object {
   std::vector<TalStringT<WideChar>> GetLocalSubtreePaths() const;
   std::vector<TalStringT<WideChar>> GetLocalObjectPaths() const;
 
-  /// Paths of all blobs under this tree, sorted, each once. Blobs under a hidden subtree are listed.
+  /// Paths of all blobs under this tree, sorted, each once. Blobs under a hidden subtree are
+  /// listed.
   std::vector<TalStringT<WideChar>> GetDeepBlobPaths() const;
 
   /// Names of the blobs, or subtrees, of either tree whose counterpart under the same name in the
-  /// other, whatever its kind, is missing or has another id. Sorted, each once. A null `other` is an
-  /// empty tree. Cost: what two trees share by history is passed over as a whole.
+  /// other, whatever its kind, is missing or has another id. Sorted, each once. A null `other` is
+  /// an empty tree. Cost: what two trees share by history is passed over as a whole.
   std::vector<TalStringT<WideChar>> GetLocalBlobDiffs(cow_ptr<Tree> other) const;
   std::vector<TalStringT<WideChar>> GetLocalTreeDiffs(cow_ptr<Tree> other) const;
 
@@ -124,9 +125,9 @@ class TALVCS_API Tree : public Object {
 
   /// Reads the packed tree `id` and all below it through `getter`, and stores it in `repository`.
   ///
-  /// Returns the stored instance; null if `id` is empty, `repository` is null, the stream is missing
-  /// or no packed tree, or it has no entry. An entry that can't be read is left out, which gives the
-  /// tree another id. Every stream is read once at most.
+  /// Returns the stored instance; null if `id` is empty, `repository` is null, the stream is
+  /// missing or no packed tree, or it has no entry. An entry that can't be read is left out, which
+  /// gives the tree another id. Every stream is read once at most.
   static cow_ptr<Tree> Deserialize(const Id& id, IRepository* repository,
                                    Delegate<StreamIO(const Id&)> getter);
 

@@ -5,8 +5,8 @@
 
 #include <utility>
 
-// An edit opens the directories on its path from the top, changes the last one, and then stores each
-// from the bottom up and puts it into the one above:
+// An edit opens the directories on its path from the top, changes the last one, and then stores
+// each from the bottom up and puts it into the one above:
 //
 //   AddBlob("a/b/f")   open a, a/b;   a/b gets f;   store a/b, a gets it;   store a, this gets it
 //

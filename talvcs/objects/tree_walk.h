@@ -1,14 +1,13 @@
 #pragma once
 
-#include <talvcs/foundation/text_compare.h>
 #include <talvcs/objects/tree_access.h>
 
 #include <cstddef>
 
 namespace TalVcs {
 
-/// What stands under one name in one directory. A null pointer means no entry; an entry's handle may
-/// be null as well.
+/// What stands under one name in one directory. A null pointer means no entry; an entry's handle
+/// may be null as well.
 struct NamedEntries {
   const cow_ptr<Object>* blob = nullptr;
   const cow_ptr<Object>* tree = nullptr;
@@ -32,9 +31,7 @@ class EntryCursor {
  public:
   explicit EntryCursor(const TreeEntries* list) noexcept : m_list(list) {}
 
-  bool AtEnd() const noexcept {
-    return m_list == nullptr || m_chunk == m_list->Chunks().size();
-  }
+  bool AtEnd() const noexcept { return m_list == nullptr || m_chunk == m_list->Chunks().size(); }
   bool AtChunkStart() const noexcept { return m_slot == 0; }
   const EntryChunk& Chunk() const noexcept { return *m_list->Chunks()[m_chunk]; }
   TalStringViewT<WideChar> Name() const noexcept { return Chunk().Name(m_slot); }
@@ -47,7 +44,7 @@ class EntryCursor {
     do {
       (chunk.Kind(m_slot) == EntryKind::kBlob ? entries.blob : entries.tree) = &chunk.Child(m_slot);
       ++m_slot;
-    } while (m_slot < chunk.Count() && chunk.Name(m_slot) == name);
+    } while (m_slot < chunk.Count() && SameName(chunk.Name(m_slot), name));
     if (m_slot == chunk.Count()) SkipChunk();
     return entries;
   }
@@ -63,8 +60,8 @@ class EntryCursor {
   std::size_t m_slot = 0;
 };
 
-/// Calls `visit(name, entries of a, entries of b)` for each name that stands in either directory, in
-/// ascending order.
+/// Calls `visit(name, entries of a, entries of b)` for each name that stands in either directory,
+/// in ascending order.
 ///
 /// Chunks that both share are passed over as a whole: their entries are the same objects. One in
 /// which a blob hides a subtree isn't, since that subtree differs from what its name stands for.
@@ -91,7 +88,7 @@ void VisitUnsharedNames(const TreeEntries* a, const TreeEntries* b, Visit visit)
     }
     const auto left_name = left.Name();
     const auto right_name = right.Name();
-    const int order = left_name.Compare(right_name);
+    const int order = CompareNames(left_name, right_name);
     const auto name = order <= 0 ? left_name : right_name;
     const NamedEntries of_left = order <= 0 ? left.Take() : NamedEntries();
     const NamedEntries of_right = order >= 0 ? right.Take() : NamedEntries();

@@ -22,8 +22,8 @@ class TALVCS_API IBlobWriter {
   /// Returns a writable, seekable stream for the bytes of `path`.
   virtual Stream CreateBlobStream(const TalStringT<WideChar>& path) = 0;
 
-  /// Stores the bytes of `stream`, which comes from `CreateBlobStream` and stands at its start, under
-  /// `path`. Returns true if they stand there now.
+  /// Stores the bytes of `stream`, which comes from `CreateBlobStream` and stands at its start,
+  /// under `path`. Returns true if they stand there now.
   virtual bool CommitBlobStream(const TalStringT<WideChar>& path, Stream stream) = 0;
 
   /// Removes every stream below `storagePath`.
@@ -38,8 +38,8 @@ class TALVCS_API IBlobReader {
   IBlobReader& operator=(const IBlobReader&) = default;
   virtual ~IBlobReader();
 
-  /// Returns a reader on the bytes under `path`, at their start; one that tests false or is empty if
-  /// there are none.
+  /// Returns a reader on the bytes under `path`, at their start; one that tests false or is empty
+  /// if there are none.
   virtual StreamIO OpenBlob(const TalStringT<WideChar>& path) = 0;
 
   /// Returns the names, not paths, of the streams directly below `directoryPath`. For the directory

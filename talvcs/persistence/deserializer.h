@@ -26,10 +26,10 @@ class TALVCS_API Deserializer {
   Deserializer& operator=(const Deserializer&) = default;
   virtual ~Deserializer();
 
-  /// Loads every branch of the store. Returns true if each came in whole, under the id that the store
-  /// tells. A branch whose head can't be read stays as it was; one whose history or trees are damaged
-  /// comes in under other ids, isn't moved, and gives false. The other branches are loaded all the
-  /// same. Null arguments give false.
+  /// Loads every branch of the store. Returns true if each came in whole, under the id that the
+  /// store tells. A branch whose head can't be read stays as it was; one whose history or trees are
+  /// damaged comes in under other ids, isn't moved, and gives false. The other branches are loaded
+  /// all the same. Null arguments give false.
   virtual bool Deserialize(IRepository* repository);
 
  private:

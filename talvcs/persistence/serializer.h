@@ -11,8 +11,8 @@ namespace TalVcs {
 /// Writes a whole storage through an `IBlobWriter`: one stream an object, with its packed form, and
 /// one a branch, with the id of its head.
 ///
-/// A save replaces the store: `RemoveStorage` comes first. A failed save leaves a partial store, so a
-/// host writes to a place that it can abandon.
+/// A save replaces the store: `RemoveStorage` comes first. A failed save leaves a partial store, so
+/// a host writes to a place that it can abandon.
 class TALVCS_API Serializer {
  public:
   /// Writes below `rootPath` with `writer`, which the host owns and which may be null.

@@ -7,7 +7,8 @@
 //
 //   A - B - C - D      first
 //       |
-//       + - E          second:  it stands on E and, in pass 2, on B, which the other walker finds in
+//       + - E          second:  it stands on E and, in pass 2, on B, which the other walker finds
+//       in
 //                               pass 3
 //
 // Both walkers advance together and the search ends where one steps on a commit that the other has

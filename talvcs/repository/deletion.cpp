@@ -4,8 +4,8 @@
 #include <unordered_map>
 #include <utility>
 
-// History is cut at its old end. Of the run that goes, the commits on which a branch stands are kept
-// and strung together:
+// History is cut at its old end. Of the run that goes, the commits on which a branch stands are
+// kept and strung together:
 //
 //   A - B - C - D - E    DeleteCommits(D)       B - D'    and E, untouched, still holds D
 //       |       |               becomes         |   |

@@ -48,8 +48,7 @@ class TALVCS_API IRepository {
   virtual bool BranchExist(TalStringViewT<WideChar> name) = 0;
   virtual bool MoveBranchTo(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) = 0;
   virtual bool RemoveBranch(TalStringViewT<WideChar> name) = 0;
-  virtual bool EnsureCommonRootFor(TalStringViewT<WideChar> first,
-                                   TalStringViewT<WideChar> second,
+  virtual bool EnsureCommonRootFor(TalStringViewT<WideChar> first, TalStringViewT<WideChar> second,
                                    TalStringViewT<WideChar> rootBranch) = 0;
   virtual bool FastForwardMerge(cow_ptr<Commit> commit) = 0;
   virtual bool Merge3Way(cow_ptr<Commit> commit, Resolvers resolvers) = 0;

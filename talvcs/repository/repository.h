@@ -25,8 +25,8 @@ namespace TalVcs {
 /// objects. There is no working tree: the current branch is only a name that later operations use,
 /// at first "master", whether it exists or not.
 ///
-/// Commits form chains that fork but never join; a merge makes a commit with one parent too. Objects
-/// that nothing uses any more stay until `UpdateStorage`.
+/// Commits form chains that fork but never join; a merge makes a commit with one parent too.
+/// Objects that nothing uses any more stay until `UpdateStorage`.
 ///
 /// Threads: a repository and all that is reachable from it belong to one thread at a time. Separate
 /// repositories may be used by separate threads.
@@ -40,8 +40,8 @@ class TALVCS_API Repository : public IRepository {
   Repository& operator=(Repository&& other) noexcept;
   ~Repository();
 
-  /// Stamps `commit` with the present time, in whole seconds, and the local time zone, stores a copy
-  /// and moves the current branch to it, if that exists.
+  /// Stamps `commit` with the present time, in whole seconds, and the local time zone, stores a
+  /// copy and moves the current branch to it, if that exists.
   ///
   /// Returns the stored instance; the one of an equal commit that is already stored. Returns null,
   /// with `commit` untouched, without a storage or for an amending commit while the current branch
@@ -72,13 +72,13 @@ class TALVCS_API Repository : public IRepository {
   /// stands: those are strung together into a new chain, with new ids, and their branches follow.
   ///
   /// Commits above are untouched: a child still holds its parent in memory, and a store written
-  /// afterwards lacks it. A null or parentless `commit` changes nothing. Purges only if a commit was
-  /// kept. Returns false only without a storage. Cost: the length of the run plus the branches.
+  /// afterwards lacks it. A null or parentless `commit` changes nothing. Purges only if a commit
+  /// was kept. Returns false only without a storage. Cost: the length of the run plus the branches.
   bool DeleteCommits(cow_ptr<Commit> commit) override;
 
-  /// Drops every commit that is neither the head of a branch nor a fork of two branches. Kept commits
-  /// keep all but their parent, and so their id; branches follow. Purges if `updateStorage` is true.
-  /// Returns false only without a storage. Cost: linear in commits plus branches.
+  /// Drops every commit that is neither the head of a branch nor a fork of two branches. Kept
+  /// commits keep all but their parent, and so their id; branches follow. Purges if `updateStorage`
+  /// is true. Returns false only without a storage. Cost: linear in commits plus branches.
   bool SimplifyCommitGraph(bool updateStorage) override;
 
   /// Removes all objects that nothing uses; see `IObjectsStorage::PurgeUnusedObjects`.
@@ -88,16 +88,16 @@ class TALVCS_API Repository : public IRepository {
   IObjectsStorage* GetStorage() override;
   const IObjectsStorage* GetStorage() const override;
 
-  /// Returns the nearest commit that both are or descend from, found along their parents without the
-  /// storage; null if there is none or an argument is null. Of two instances of one id, the result is
-  /// the one on the chain of the later finder, the second argument's at equal distance. Cost: linear
-  /// in the larger distance.
+  /// Returns the nearest commit that both are or descend from, found along their parents without
+  /// the storage; null if there is none or an argument is null. Of two instances of one id, the
+  /// result is the one on the chain of the later finder, the second argument's at equal distance.
+  /// Cost: linear in the larger distance.
   cow_ptr<Commit> GetCommonBase(cow_ptr<Commit> first, cow_ptr<Commit> second) const override;
 
   /// Makes an existing branch the current one; false for one that doesn't exist.
   bool Checkout(TalStringViewT<WideChar> name) override;
-  /// Creates a branch at `commit`, or at the current head if that is null. False for an empty name or
-  /// one that exists. The current branch stays.
+  /// Creates a branch at `commit`, or at the current head if that is null. False for an empty name
+  /// or one that exists. The current branch stays.
   bool CreateBranch(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) override;
   bool BranchExist(TalStringViewT<WideChar> name) override;
   /// Moves an existing branch to any commit but null.
@@ -108,18 +108,18 @@ class TALVCS_API Repository : public IRepository {
   /// Makes sure that two branches share an ancestor.
   ///
   /// If they don't, the whole history of each that isn't related to `rootBranch` is placed on that
-  /// branch's head, with new ids and the same contents; branches that don't exist are created there.
-  /// A `rootBranch` that doesn't exist is created with an empty commit "Root commit". Returns false
-  /// if a branch can't be created or moved; what was done before stays.
+  /// branch's head, with new ids and the same contents; branches that don't exist are created
+  /// there. A `rootBranch` that doesn't exist is created with an empty commit "Root commit".
+  /// Returns false if a branch can't be created or moved; what was done before stays.
   bool EnsureCommonRootFor(TalStringViewT<WideChar> first, TalStringViewT<WideChar> second,
                            TalStringViewT<WideChar> rootBranch) override;
 
-  /// Moves the current branch to `commit` if that is, or descends from, the head. Returns false, with
-  /// nothing changed, otherwise. Without a head it moves the branch.
+  /// Moves the current branch to `commit` if that is, or descends from, the head. Returns false,
+  /// with nothing changed, otherwise. Without a head it moves the branch.
   bool FastForwardMerge(cow_ptr<Commit> commit) override;
-  /// Merges the trees of the head, the common base and `commit`, and commits the result with the head
-  /// as its only parent, without author and description. Returns false, with the branch unmoved, if
-  /// there is no head or the merge fails.
+  /// Merges the trees of the head, the common base and `commit`, and commits the result with the
+  /// head as its only parent, without author and description. Returns false, with the branch
+  /// unmoved, if there is no head or the merge fails.
   bool Merge3Way(cow_ptr<Commit> commit, Resolvers resolvers) override;
   /// Moves a branch without a head, fast-forwards, or merges, whichever fits. False for null.
   bool Merge(cow_ptr<Commit> commit, Resolvers resolvers) override;

@@ -11,8 +11,8 @@
 //       |                         becomes      |
 //       + - E - F      other                   + - F'
 //
-// Walking up from one tip after the other, the first commit that an earlier walk has stood on is the
-// fork of the two, and above it everything is known. So each commit is visited once.
+// Walking up from one tip after the other, the first commit that an earlier walk has stood on is
+// the fork of the two, and above it everything is known. So each commit is visited once.
 
 namespace TalVcs {
 
@@ -115,7 +115,8 @@ void RewriteKept(const KeptGraph& graph, const RefTable& refs, IRepository& repo
 bool Repository::SimplifyCommitGraph(bool updateStorage) {
   if (m_storage == nullptr) return false;
   {
-    // The branches change on the way. The copy's handles have to go before the purge counts holders.
+    // The branches change on the way. The copy's handles have to go before the purge counts
+    // holders.
     const RefTable refs = m_storage->GetRefs();
     const KeptGraph graph = FindKeptGraph(refs, *m_storage);
     RewriteKept(graph, refs, *this, *m_storage);

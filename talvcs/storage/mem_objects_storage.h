@@ -9,9 +9,9 @@ namespace TalVcs {
 
 /// A storage in memory: four hash tables.
 ///
-/// A copy has entries of its own that share the objects, so it is a cheap snapshot; while it lives, a
-/// purge of either finds everything in use. A moved-from storage is empty, without any branch, and
-/// stays usable.
+/// A copy has entries of its own that share the objects, so it is a cheap snapshot; while it lives,
+/// a purge of either finds everything in use. A moved-from storage is empty, without any branch,
+/// and stays usable.
 class TALVCS_API MemObjectsStorage : public IObjectsStorage {
  public:
   /// A storage with the branch "master", which has no head yet.

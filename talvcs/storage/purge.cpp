@@ -5,8 +5,9 @@
 #include <utility>
 
 // An object is in use while anybody but its own table entry holds it: a branch, a child commit, a
-// tree above, a host. So nothing has to be marked. Each stage sweeps its table once and removes what
-// only the table holds; what the removed objects held may be free by then, and is looked at again:
+// tree above, a host. So nothing has to be marked. Each stage sweeps its table once and removes
+// what only the table holds; what the removed objects held may be free by then, and is looked at
+// again:
 //
 //   commits:  tip -> parent -> parent ...     up to the first with another child, branch or holder
 //   trees:    root -> subtrees ...            those that a tree still in use shares stay
