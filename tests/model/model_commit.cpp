@@ -177,11 +177,10 @@ void Commit::ReadAuthor(const Bytes& author) {
   m_stamp.bias = (zone.starts_with('+') ? minutes : -minutes) * kTicksOfMinute;
 }
 
-Handle<Commit> Commit::Deserialize(const Id& id, Id& parentId, Repository* repository,
-                                   const StreamSource& source) {
+Handle<Commit> Commit::Deserialize(const Id& id, Id& parentId, Repository* repository, Load& load) {
   if (id.empty() || repository == nullptr) return {};
   if (const Handle<Commit> found = repository->GetCommitFromStorage(id)) return found;
-  const std::optional<Bytes> text = DataBehindHeader(source.ObjectStream(id), "commit ");
+  const std::optional<Bytes> text = DataBehindHeader(load.ObjectStream(id), "commit ");
   if (!text || text->empty()) return {};
   std::int64_t position = 0;
   const std::optional<Bytes> treeId = NextValue(*text, "tree ", position);
@@ -196,17 +195,22 @@ Handle<Commit> Commit::Deserialize(const Id& id, Id& parentId, Repository* repos
   commit.m_description = DecodeUtf8(description);
   commit.ResetState();
   if (!treeId->empty()) {
-    const Handle<Tree> tree = Tree::Deserialize(*treeId, repository, source);
+    const Handle<Tree> tree = Tree::Deserialize(*treeId, repository, load);
     commit.m_tree = tree ? Handle<CommitTree>(CommitTree(tree)) : Handle<CommitTree>();
   }
   commit.RebuildTree(repository);
   return handle;
 }
 
-Handle<Tree> Tree::Deserialize(const Id& id, Repository* repository, const StreamSource& source) {
+Handle<Tree> Tree::Deserialize(const Id& id, Repository* repository, Load& load) {
   if (id.empty() || repository == nullptr) return {};
   if (const Handle<Tree> found = repository->GetTreeFromStorage(id)) return found;
-  const std::optional<Bytes> text = DataBehindHeader(source.ObjectStream(id), "tree");
+  if (!load.trees.contains(id)) load.trees[id] = Read(id, repository, load);
+  return load.trees[id];
+}
+
+Handle<Tree> Tree::Read(const Id& id, Repository* repository, Load& load) {
+  const std::optional<Bytes> text = DataBehindHeader(load.ObjectStream(id), "tree");
   if (!text || text->empty()) return {};
   Handle<Tree> handle{Tree()};
   std::int64_t index = 0;
@@ -223,11 +227,11 @@ Handle<Tree> Tree::Deserialize(const Id& id, Repository* repository, const Strea
     const Id child = Mid(*text, index, 64);
     index += 64;
     if (type == "tree") {
-      const Handle<Tree> subtree = Deserialize(child, repository, source);
+      const Handle<Tree> subtree = Deserialize(child, repository, load);
       if (subtree) handle.write()->AddTree(repository, name, *subtree);
     } else if (type == "blob") {
       Handle<Blob> blob = repository->GetBlobFromStorage(child);
-      if (!blob) blob = Blob::Parse(source.ObjectStream(child));
+      if (!blob) blob = Blob::Parse(load.ObjectStream(child));
       if (blob) handle.write()->AddBlob(repository, name, *blob);
     } else {
       return {};

@@ -122,6 +122,9 @@ bool Repository::SimplifyCommitGraph(bool updateStorage) {
         const bool isNew = !GetCommitFromStorage(commit->GetId());
         commit = SyncWithStorage(commit);
         if (isNew) added[commit->GetId()] = commit;
+        // A kept commit that the table lacked is there now: it is rewritten if its turn comes
+        // later.
+        if (isNew && kept.contains(commit->GetId())) m_orderUnknown = true;
         // Two commits became one: which of the two instances was first is up to the library.
         if (!isNew && added.contains(commit->GetId()) &&
             (rewritten->GetRoot() != commit->GetRoot() ||

@@ -59,11 +59,14 @@ struct Entry {
   const Id& GetId() const;
 };
 
-/// Gives the bytes of the stream of an object, or nothing.
-class StreamSource {
+/// One load: gives the bytes of the streams of objects, or nothing. What a tree's stream came to is
+/// kept, since no stream is read twice in a load.
+class Load {
  public:
-  virtual ~StreamSource() = default;
+  virtual ~Load() = default;
   virtual std::optional<Bytes> ObjectStream(const Id& id) const = 0;
+
+  std::map<Id, Handle<Tree>> trees;
 };
 
 class Tree : public Object {
@@ -97,7 +100,7 @@ class Tree : public Object {
   std::vector<Text> GetDeepBlobDiffs(const Handle<Tree>& other) const;
 
   /// Reads the tree `id` and all below it, and stores it in `repository`.
-  static Handle<Tree> Deserialize(const Id& id, Repository* repository, const StreamSource& source);
+  static Handle<Tree> Deserialize(const Id& id, Repository* repository, Load& load);
 
  protected:
   Bytes Type() const override { return "tree"; }
@@ -107,6 +110,7 @@ class Tree : public Object {
   Handle<Blob> AddBlobAt(Repository* repository, const Components& path, const Blob& blob);
   Handle<Tree> AddTreeAt(Repository* repository, const Components& path, const Tree& tree);
   bool RemoveAt(Repository* repository, const Components& path);
+  static Handle<Tree> Read(const Id& id, Repository* repository, Load& load);
 
   std::map<Text, Handle<Blob>> m_blobs;
   std::map<Text, Handle<Tree>> m_trees;
@@ -172,8 +176,7 @@ class Commit : public Object {
   static bool MakeCommitLinksInOrder(std::vector<Handle<Commit>>& commits, Repository* repository);
 
   /// Reads the commit `id`, and its parent's id; the stored commit if there is one.
-  static Handle<Commit> Deserialize(const Id& id, Id& parentId, Repository* repository,
-                                    const StreamSource& source);
+  static Handle<Commit> Deserialize(const Id& id, Id& parentId, Repository* repository, Load& load);
 
   void Reset() { ResetState(); }
 

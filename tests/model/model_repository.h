@@ -65,8 +65,8 @@ class Repository {
   bool Merge3Way(const Handle<Commit>& commit, const Resolvers& resolvers, const Stamp& now);
   bool Merge(const Handle<Commit>& commit, const Resolvers& resolvers, const Stamp& now);
 
-  /// True once two commits became one in a simplification and the instance that comes first, which
-  /// is up to the library, can be told from the other.
+  /// True once the outcome of a simplification depended on the order in which the kept commits are
+  /// rewritten, which is up to the library.
   bool IsOrderUnknown() const { return m_orderUnknown; }
 
  private:

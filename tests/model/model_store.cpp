@@ -3,9 +3,9 @@
 namespace Model {
 namespace {
 
-class StoreSource : public StreamSource {
+class StoreLoad : public Load {
  public:
-  StoreSource(const Store& store, const Text& rootPath) : m_store(store), m_rootPath(rootPath) {}
+  StoreLoad(const Store& store, const Text& rootPath) : m_store(store), m_rootPath(rootPath) {}
   std::optional<Bytes> ObjectStream(const Id& id) const override {
     if (id.empty()) return Bytes();
     const auto found = m_store.find(ObjectPath(m_rootPath, id));
@@ -17,11 +17,11 @@ class StoreSource : public StreamSource {
   const Text& m_rootPath;
 };
 
-bool DeserializeBranch(Repository* repository, const Id& headId, const StreamSource& source) {
+bool DeserializeBranch(Repository* repository, const Id& headId, Load& load) {
   std::vector<Handle<Commit>> chain;
   for (Id current = headId; !current.empty();) {
     Id parent;
-    const Handle<Commit> commit = Commit::Deserialize(current, parent, repository, source);
+    const Handle<Commit> commit = Commit::Deserialize(current, parent, repository, load);
     if (commit) chain.push_back(commit);
     current = parent;
   }
@@ -70,12 +70,12 @@ void Serialize(const Storage* storage, Store& store, const Text& rootPath) {
 
 bool Deserialize(const Store& store, const Text& rootPath, Repository* repository) {
   if (repository == nullptr) return false;
-  const StoreSource source(store, rootPath);
+  StoreLoad load(store, rootPath);
   bool complete = true;
   for (const Text& name : BranchNames(store, BranchesPath(rootPath))) {
     const auto ref = store.find(JoinPath(BranchesPath(rootPath), name));
     const Id id = ref == store.end() ? Id() : ref->second;
-    const bool loaded = !id.empty() && DeserializeBranch(repository, id, source) &&
+    const bool loaded = !id.empty() && DeserializeBranch(repository, id, load) &&
                         (repository->BranchExist(name) || repository->CreateBranch(name, {})) &&
                         repository->MoveBranchTo(name, repository->GetCommitFromStorage(id));
     complete = complete && loaded;
