@@ -18,9 +18,9 @@ namespace TalVcs::Kit {
 
 /// A list of edits by path, which are made together.
 ///
-/// The result is that of the same edits made one by one in their order on a `Tree` or a `Commit`, to
-/// the id, but each directory is made once, and no directory that a later edit of the list changes
-/// enters the storage. Blobs, and trees that are added as such, are stored like there.
+/// The result is that of the same edits made one by one in their order on a `Tree` or a `Commit`,
+/// to the id, but each directory is made once, and no directory that a later edit of the list
+/// changes enters the storage. Blobs, and trees that are added as such, are stored like there.
 ///
 /// A value, which can be applied any number of times. It shares the bytes of what is added.
 ///

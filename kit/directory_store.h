@@ -36,27 +36,30 @@ struct DirectoryStoreOptions {
 /// Other files in ".vcs" are the host's and stay untouched.
 ///
 /// *Saving.* The first `RemoveStorage` or `CommitBlobStream` begins a transaction, which ends with
-/// `Commit` or `Abandon`, or is abandoned when the store object ends. Until `Commit` replaces the file
-/// "state" by one rename, every reader finds the old store, this object too. An object that the store
-/// holds already isn't written again; what the new state lacks is removed at the end. What a killed
-/// process left behind is removed by the next commit. A transaction in which any stream failed can't
-/// be committed.
+/// `Commit` or `Abandon`, or is abandoned when the store object ends. Until `Commit` replaces the
+/// file "state" by one rename, every reader finds the old store, this object too. An object that
+/// the store holds already isn't written again; what the new state lacks is removed at the end.
+/// What a killed process left behind is removed by the next commit. A transaction in which any
+/// stream failed can't be committed.
 ///
 /// *Reading.* The first read takes in the state of that moment, and so does each listing of the
-/// branches, with which a load begins. Until the next one, or `Refresh`, the store object reads just
-/// that state, whatever others commit: their commits leave objects alone while readers are about.
+/// branches, with which a load begins. Until the next one, or `Refresh`, the store object reads
+/// just that state, whatever others commit: their commits leave objects alone while readers are
+/// about.
 ///
 /// *Writers.* One transaction at a time: while another process, or another store object, writes, a
 /// transaction fails at once. So does one of a store object that has read a state which somebody
 /// replaced since, as it would undo what was committed meanwhile; load again before saving.
 ///
-/// *Paths.* With the root path of the options, the objects of `PathBuilder` are files and everything
-/// else, branches above all, stands in "state". So any path and any branch name can be used and comes
-/// back unchanged, whatever the file system thinks of it. An object's path has to name its content.
+/// *Paths.* With the root path of the options, the objects of `PathBuilder` are files and
+/// everything else, branches above all, stands in "state". So any path and any branch name can be
+/// used and comes back unchanged, whatever the file system thinks of it. An object's path has to
+/// name its content.
 ///
-/// *Failures.* No operation throws for an error of the file system. It answers as its interface says,
-/// `LastError` tells what happened, and the old store stays. A damaged state is never taken for an
-/// empty store: it gives one branch, of empty name, that can't be opened, and refuses transactions.
+/// *Failures.* No operation throws for an error of the file system. It answers as its interface
+/// says, `LastError` tells what happened, and the old store stays. A damaged state is never taken
+/// for an empty store: it gives one branch, of empty name, that can't be opened, and refuses
+/// transactions.
 ///
 /// Threads: a store object belongs to one thread at a time; several of them may work on one folder.
 class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
@@ -88,8 +91,7 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
 
   /// Returns the names, in order, of the streams directly below `directoryPath`; below a path that
   /// ends with "refs/heads", whole names of branches with any "/" in them.
-  std::vector<TalStringT<WideChar>> ListBlobs(
-      const TalStringT<WideChar>& directoryPath) override;
+  std::vector<TalStringT<WideChar>> ListBlobs(const TalStringT<WideChar>& directoryPath) override;
 
   /// Makes what the transaction holds the store. True if there was none.
   ///
@@ -101,8 +103,8 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
   /// Drops the transaction, and the object files that it wrote.
   void Abandon();
 
-  /// Keeps other writers away from now on, until `Unlock` or the end of this object, so that nothing
-  /// changes between a load and a save. False if somebody else writes. Makes the folder.
+  /// Keeps other writers away from now on, until `Unlock` or the end of this object, so that
+  /// nothing changes between a load and a save. False if somebody else writes. Makes the folder.
   bool Lock();
   /// Ends what `Lock` began. A transaction goes on to its own end.
   void Unlock();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kit/export.h>
+#include <kit/text.h>
 #include <talvcs/foundation/names.h>
 #include <talvcs/persistence/blob_io.h>
 
@@ -13,12 +14,12 @@ namespace TalVcs::Kit {
 
 /// A store in memory: a map from paths to bytes.
 ///
-/// A value: a copy is a store of its own that shares the bytes. What a `Serializer` saves here shares
-/// the bytes of the repository's objects, and what is loaded shares the bytes of the store, so that
-/// neither copies any. A moved-from store is empty.
+/// A value: a copy is a store of its own that shares the bytes. What a `Serializer` saves here
+/// shares the bytes of the repository's objects, and what is loaded shares the bytes of the store,
+/// so that neither copies any. A moved-from store is empty.
 ///
-/// There is no transaction: each stream stands in the store as soon as it is committed. Every text is
-/// a path, and paths are equal when their texts are.
+/// There is no transaction: each stream stands in the store as soon as it is committed. Every text
+/// is a path, and paths are equal when their texts are.
 ///
 /// Threads: a store belongs to one thread at a time, also for reading.
 class TALVCS_KIT_API MemoryStore : public IBlobReader, public IBlobWriter {
@@ -31,26 +32,25 @@ class TALVCS_KIT_API MemoryStore : public IBlobReader, public IBlobWriter {
   ~MemoryStore() override;
 
   /// Returns a stream in memory, which has nothing to do with the store yet.
-  Stream CreateBlobStream(const TalStringT<WideChar>& path) override;
+  Stream CreateBlobStream(const WideString& path) override;
 
   /// Puts what the stream holds from its position on under `path`, in place of what was there.
   /// Returns false, with nothing changed, if the stream can't be read.
-  bool CommitBlobStream(const TalStringT<WideChar>& path, Stream stream) override;
+  bool CommitBlobStream(const WideString& path, Stream stream) override;
 
   /// Removes every stream whose path is `storagePath`, a "/" and anything. Cost: linear in what is
   /// removed.
-  void RemoveStorage(const TalStringT<WideChar>& storagePath) override;
+  void RemoveStorage(const WideString& storagePath) override;
 
-  /// Returns a reader on the bytes under `path`, which keeps them whatever becomes of the store; one
-  /// that tests false if there are none.
-  StreamIO OpenBlob(const TalStringT<WideChar>& path) override;
+  /// Returns a reader on the bytes under `path`, which keeps them whatever becomes of the store;
+  /// one that tests false if there are none.
+  StreamIO OpenBlob(const WideString& path) override;
 
   /// Returns the sorted names of the streams directly below `directoryPath`.
   ///
-  /// Below a path that ends with "refs/heads" stand the names of branches, which may hold "/": there,
-  /// all that stands behind the directory's path and a "/" is one name.
-  std::vector<TalStringT<WideChar>> ListBlobs(
-      const TalStringT<WideChar>& directoryPath) override;
+  /// Below a path that ends with "refs/heads" stand the names of branches, which may hold "/":
+  /// there, all that stands behind the directory's path and a "/" is one name.
+  std::vector<WideString> ListBlobs(const WideString& directoryPath) override;
 
   /// Number of streams.
   std::size_t GetCount() const noexcept;
@@ -58,13 +58,7 @@ class TALVCS_KIT_API MemoryStore : public IBlobReader, public IBlobWriter {
   std::uint64_t GetSizeInBytes() const noexcept;
 
  private:
-  struct PathOrder {
-    bool operator()(const TalStringT<WideChar>& a, const TalStringT<WideChar>& b) const noexcept {
-      return a.Compare(b) < 0;
-    }
-  };
-
-  std::map<TalStringT<WideChar>, Buffer, PathOrder> m_streams;
+  std::map<WideString, Buffer, TextOrder> m_streams;
 };
 
 }  // namespace TalVcs::Kit

@@ -12,12 +12,12 @@ namespace TalVcs::Kit {
 
 /// Stores in the repository what its branches and stored commits reach, and then saves it.
 ///
-/// A `Serializer` writes what stands in the tables of the storage. That can be less than the branches
-/// reach: after a failed edit a commit may stand on an instance of its tree that isn't the table's,
-/// and a purge then drops the table's one; after `DeleteCommits` the commits above still hold their
-/// parents, which no table has. Either way the store couldn't be loaded. Here every ancestor, tree and
-/// blob that can be reached, and every deleted commit that is still somebody's ancestor, enters the
-/// storage first.
+/// A `Serializer` writes what stands in the tables of the storage. That can be less than the
+/// branches reach: after a failed edit a commit may stand on an instance of its tree that isn't the
+/// table's, and a purge then drops the table's one; after `DeleteCommits` the commits above still
+/// hold their parents, which no table has. Either way the store couldn't be loaded. Here every
+/// ancestor, tree and blob that can be reached, and every deleted commit that is still somebody's
+/// ancestor, enters the storage first.
 ///
 /// Returns what the `Serializer` returns; false, with the store untouched, if `repository` has no
 /// storage. Only what a later commit changed in its parent's tree is looked at, besides each first
@@ -25,8 +25,8 @@ namespace TalVcs::Kit {
 TALVCS_KIT_API bool SaveRepository(IRepository& repository, IBlobWriter& writer,
                                    const TalStringT<WideChar>& rootPath);
 
-/// Does the first half alone: stores what the branches and the stored commits reach. False without a
-/// storage.
+/// Does the first half alone: stores what the branches and the stored commits reach. False without
+/// a storage.
 TALVCS_KIT_API bool StoreReachable(IRepository& repository);
 
 }  // namespace TalVcs::Kit

@@ -16,6 +16,13 @@ namespace TalVcs::Kit {
 using WideString = TalStringT<WideChar>;
 using WideView = TalStringViewT<WideChar>;
 
+/// The order of names and ids, for tables that are keyed by texts.
+struct TextOrder {
+  bool operator()(const WideString& a, const WideString& b) const noexcept {
+    return a.Compare(b) < 0;
+  }
+};
+
 /// Decodes UTF-8. Bytes that are no UTF-8 become U+FFFD; the three-byte form of a lone surrogate
 /// gives that surrogate. Zeros are characters like others. Never fails, but a text of more than
 /// 0x7FFFFFFF bytes raises `std::length_error`.
@@ -24,12 +31,13 @@ TALVCS_KIT_API WideString ToWide(std::string_view utf8);
 /// Decodes UTF-8 that has to come back byte for byte by `ToUtf8`; nothing for other bytes.
 TALVCS_KIT_API std::optional<WideString> ToWideExactly(std::string_view utf8);
 
-/// Encodes as UTF-8, zeros included; a lone surrogate in its three-byte form, so that `ToWide` gives
-/// every text back.
+/// Encodes as UTF-8, zeros included; a lone surrogate in its three-byte form, so that `ToWide`
+/// gives every text back.
 TALVCS_KIT_API std::string ToUtf8(WideView text);
 
-/// Returns the path with "/" between its components, or nothing if it can't be told in a wide string
-/// so that `PathFromWide` gives it back: on POSIX, a name is any bytes and need not be UTF-8.
+/// Returns the path with "/" between its components, or nothing if it can't be told in a wide
+/// string so that `PathFromWide` gives it back: on POSIX, a name is any bytes and need not be
+/// UTF-8.
 TALVCS_KIT_API std::optional<WideString> WideFromPath(const std::filesystem::path& path);
 
 /// Returns the path of that text, whose components stand between "/". Nothing for a text that holds

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <kit/export.h>
+#include <talvcs/foundation/names.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+/// A lock on a file, given back when the object ends, at the latest by the end of the process.
+class FileLock {
+ public:
+  FileLock() = default;
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+  virtual ~FileLock() = default;
+};
+
+enum class LockKind { Shared, Exclusive };
+enum class LockWait { No, Yes };
+
+/// Everything that a `DirectoryStore` asks of the operating system, so that tests can let any of it
+/// fail. Each operation reports by its result, which tests false if it was done, and never throws
+/// for an error of the system.
+class FileSystem {
+ public:
+  using Path = std::filesystem::path;
+
+  FileSystem() = default;
+  FileSystem(const FileSystem&) = delete;
+  FileSystem& operator=(const FileSystem&) = delete;
+  virtual ~FileSystem() = default;
+
+  /// Appends the bytes of the file to `bytes`.
+  virtual std::error_code ReadFile(const Path& path, Buffer& bytes) = 0;
+  virtual std::error_code GetFileSize(const Path& path, std::uint64_t& size) = 0;
+
+  /// Makes a new file; `errc::file_exists` if the name is taken. A failed one may leave a part.
+  virtual std::error_code CreateFile(const Path& path, const Buffer& bytes) = 0;
+
+  /// Wait until the bytes of a file, the names in a folder, or everything on the medium of `path`
+  /// is kept. The last gives `errc::function_not_supported` where there is no such call.
+  virtual std::error_code SyncFile(const Path& path) = 0;
+  virtual std::error_code SyncFolder(const Path& path) = 0;
+  virtual std::error_code SyncMedium(const Path& path) = 0;
+
+  /// Gives `from` the name `to`, whose file, if any, goes in the same step.
+  virtual std::error_code Rename(const Path& from, const Path& to) = 0;
+  virtual std::error_code RemoveFile(const Path& path) = 0;
+
+  /// Makes one folder; `errc::file_exists` if the name is taken, whatever has it.
+  virtual std::error_code MakeFolder(const Path& path) = 0;
+  /// Removes an empty folder.
+  virtual std::error_code RemoveFolder(const Path& path) = 0;
+  /// Appends the names in the folder, in no order, without "." and "..".
+  virtual std::error_code ListFolder(const Path& path, std::vector<std::string>& names) = 0;
+
+  /// Locks the file, which is made if it is missing. Without waiting, a lock that conflicts with
+  /// another gives `errc::resource_unavailable_try_again`. Other store objects of this process
+  /// conflict like other processes.
+  virtual std::error_code LockFile(const Path& path, LockKind kind, LockWait wait,
+                                   std::unique_ptr<FileLock>& lock) = 0;
+};
+
+/// Returns the file system of this machine.
+TALVCS_KIT_API std::shared_ptr<FileSystem> MakeNativeFileSystem();
+
+}  // namespace TalVcs::Kit
