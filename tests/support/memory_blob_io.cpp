@@ -134,9 +134,11 @@ std::string CommitText(std::string_view tree, std::string_view parent,
 }
 
 std::string FakeId(unsigned n) {
-  char text[65];
-  std::snprintf(text, sizeof(text), "%064x", n + 0x10000000u);
-  return text;
+  char digits[9];
+  std::snprintf(digits, sizeof(digits), "%08x", n + 0x10000000u);
+  std::string id;
+  while (id.size() < 64) id += digits;
+  return id;
 }
 
 }  // namespace TalVcs::Testing
