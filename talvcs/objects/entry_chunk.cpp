@@ -78,8 +78,8 @@ WideChar* EntryChunk::Names() const noexcept {
 }
 
 EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
-  std::array<Id, 2 * kMostSlots> ids;
-  std::array<bool, 2 * kMostSlots> recorded{};
+  std::array<Id, kMostSlots + 1> ids;
+  std::array<bool, kMostSlots + 1> recorded{};
   std::uint64_t units = 0;
   std::uint64_t most_bytes = 0;
   bool hides_tree = false;
@@ -103,7 +103,7 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   std::vector<char> on_heap(most_bytes > kStackBytes ? CheckedEnd(most_bytes) : 0);
   char* const bytes = on_heap.empty() ? on_stack.data() : on_heap.data();
   char* end = bytes;
-  std::array<std::uint32_t, 2 * kMostSlots> record_ends;
+  std::array<std::uint32_t, kMostSlots + 1> record_ends;
   for (std::size_t index = 0; index < slots.size(); ++index) {
     const Slot& slot = slots[index];
     if (recorded[index]) {

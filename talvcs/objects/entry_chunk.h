@@ -31,9 +31,8 @@ inline bool SameName(TalStringViewT<WideChar> a, TalStringViewT<WideChar> b) noe
 /// directory.
 class EntryChunk {
  public:
-  /// How many entries a chunk of a list has at most. An edit of a directory of a hundred entries
-  /// then costs about as many bytes for the new chunk as for the new list of pointers.
-  static constexpr std::size_t kMostSlots = 8;
+  /// The most entries that any chunk has.
+  static constexpr std::size_t kMostSlots = 16;
 
   /// What an entry is made of. The views and handles of a plan belong to somebody else.
   struct Slot {
@@ -43,7 +42,7 @@ class EntryChunk {
     TalStringViewT<char> record;   // the bytes if they are known; empty if not
   };
 
-  /// Returns a chunk with the slots, held once. There are one to `2 * kMostSlots` of them.
+  /// Returns a chunk with the slots, held once. There are one to `kMostSlots + 1` of them.
   static EntryChunk* Make(std::span<const Slot> slots);
 
   void Acquire() noexcept { m_holders.Acquire(); }

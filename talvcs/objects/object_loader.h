@@ -6,6 +6,8 @@
 #include <talvcs/objects/tree.h>
 
 #include <cstdint>
+#include <functional>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -35,6 +37,17 @@ class ObjectLoader {
   cow_ptr<Tree> LoadTree(const Id& id);
 
  private:
+  /// Ids in a stranger's store can be any text, and many that the sample hash can't tell apart.
+  struct WholeTextHash {
+    std::size_t operator()(const Id& id) const noexcept {
+      const TalStringViewT<WideChar> text = id.View();
+      const auto length = static_cast<std::size_t>(text.length);
+      return std::hash<std::basic_string_view<WideChar>>()({text.text, length});
+    }
+  };
+  template <class T>
+  using IdMap = std::unordered_map<Id, T, WholeTextHash>;
+
   struct KnownCommit {
     CommitText text;
     std::uint64_t history = 0;  // in which it was last asked for
@@ -53,10 +66,10 @@ class ObjectLoader {
   Getter m_getter;
   std::uint64_t m_history = 0;
   std::vector<Id> m_historyIds;
-  std::unordered_map<Id, KnownCommit> m_commits;
+  IdMap<KnownCommit> m_commits;
   // What the streams of these ids gave, if that is nothing or has another id.
-  std::unordered_map<Id, cow_ptr<Tree>> m_otherTrees;
-  std::unordered_map<Id, cow_ptr<Blob>> m_otherBlobs;
+  IdMap<cow_ptr<Tree>> m_otherTrees;
+  IdMap<cow_ptr<Blob>> m_otherBlobs;
   // The trees that this load has stored, with all of their entries.
   std::unordered_set<const Tree*> m_ownTrees;
   cow_ptr<Tree> m_lastRoot;

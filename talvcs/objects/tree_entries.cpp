@@ -19,8 +19,13 @@ namespace TalVcs {
 
 namespace {
 
-constexpr std::size_t kMostSlots = EntryChunk::kMostSlots;
-constexpr std::size_t kFewSlots = kMostSlots / 2;
+// An edit costs the bytes of one chunk and of the list of pointers, about 110 an entry and 8 a
+// chunk, so the best size of chunks grows with the square root of the directory: 3 entries for a
+// directory of a hundred, 9 for one of a thousand, 27 for ten thousand.
+std::size_t MostSlots(std::size_t chunks) noexcept {
+  if (chunks <= 32) return 4;
+  return chunks <= 128 ? 8 : EntryChunk::kMostSlots;
+}
 
 /// Holds new chunks until a list takes them over.
 class ChunkHolder {
@@ -46,7 +51,7 @@ class ChunkHolder {
 
 /// The slots of one chunk under change.
 struct SlotPlan {
-  std::array<EntryChunk::Slot, 2 * kMostSlots> slots;
+  std::array<EntryChunk::Slot, EntryChunk::kMostSlots + 1> slots;
   std::size_t count = 0;
 
   void Add(const EntryChunk::Slot& slot) noexcept { slots[count++] = slot; }
@@ -204,7 +209,7 @@ void TreeEntries::Set(TreeEntries*& list, TalStringViewT<WideChar> name, EntryKi
   plan.AddAll(chunk, 0, index);
   plan.Add(slot);
   plan.AddAll(chunk, replaces ? index + 1 : index, chunk.Count());
-  if (plan.count <= kMostSlots) {
+  if (plan.count <= MostSlots(list->m_chunkCount)) {
     made.Make(plan.Part(0, plan.count));
   } else {
     // Names that arrive in ascending order fill one chunk after the other.
@@ -235,9 +240,10 @@ bool TreeEntries::Erase(TreeEntries*& list, TalStringViewT<WideChar> name) {
   const EntryChunk* before = at == 0 ? nullptr : list->Chunks()[at - 1];
   const EntryChunk* behind = at + 1 == list->m_chunkCount ? nullptr : list->Chunks()[at + 1];
   // A chunk that has become small joins a small neighbour, so that directories shrink again.
-  const bool join_before = left != 0 && before != nullptr && left + before->Count() <= kFewSlots;
+  const std::size_t few = MostSlots(list->m_chunkCount) / 2;
+  const bool join_before = left != 0 && before != nullptr && left + before->Count() <= few;
   const bool join_behind =
-      left != 0 && !join_before && behind != nullptr && left + behind->Count() <= kFewSlots;
+      left != 0 && !join_before && behind != nullptr && left + behind->Count() <= few;
   if (join_before) plan.AddAll(*before, 0, before->Count());
   plan.AddAll(chunk, 0, first);
   plan.AddAll(chunk, last, chunk.Count());
@@ -260,7 +266,8 @@ TreeEntriesBuilder::~TreeEntriesBuilder() {
 void TreeEntriesBuilder::Append(TalStringViewT<WideChar> name, EntryKind kind,
                                 const cow_ptr<Object>& child) {
   m_pending.push_back({TalStringT<WideChar>(name), kind, child});
-  if (m_pending.size() > kMostSlots) Flush(kMostSlots);
+  const std::size_t most = MostSlots(m_chunks.size());
+  if (m_pending.size() > most) Flush(most);
 }
 
 void TreeEntriesBuilder::Append(EntryChunk& chunk) {
