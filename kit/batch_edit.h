@@ -8,6 +8,7 @@
 #include <talvcs/objects/tree.h>
 
 #include <cstddef>
+#include <optional>
 #include <vector>
 
 namespace TalVcs {
@@ -53,6 +54,10 @@ class TALVCS_KIT_API BatchEdit {
  private:
   struct Edit;
   class Draft;
+
+  template <class Target>
+  std::size_t ApplyOneByOne(IRepository* repository, Target& target) const;
+  std::optional<std::size_t> ApplyTo(IRepository& repository, Draft& draft) const;
 
   std::vector<Edit> m_edits;
 };

@@ -1,0 +1,254 @@
+#include <kit/batch_edit.h>
+#include <talvcs/foundation/helpers.h>
+#include <talvcs/repository/irepository.h>
+
+#include <optional>
+#include <type_traits>
+#include <unordered_map>
+#include <utility>
+#include <variant>
+
+// The directories that edits touch are opened once and changed in place, unstored. A directory that
+// is open isn't up to date in the one above it; what counts is then the open one. At the end all
+// that changed are stored and put into the one above, from the bottom up:
+//
+//     add a/b/f, add a/c/g, remove a/b/h      open a, a/b, a/c;   store a/b, a/c, a
+
+namespace TalVcs::Kit {
+
+struct Removal {};
+
+struct BatchEdit::Edit {
+  TalStringT<WideChar> path;
+  std::variant<Removal, Blob, Tree, Id> what;
+};
+
+namespace {
+
+using Components = std::vector<TalStringViewT<WideChar>>;
+
+constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+}  // namespace
+
+/// A tree with the directories that are open in it.
+class BatchEdit::Draft {
+ public:
+  Draft(IRepository& repository, const Tree& root) : m_repository(repository) {
+    m_directories.push_back({root, kNone, {}, {}, false, true});
+  }
+
+  /// Puts an object at a path. Returns false, with nothing changed, for the empty path.
+  template <class T>
+  bool Add(TalStringViewT<WideChar> path, const T& object) {
+    const Components components = Helpers::SplitVcsPath(path);
+    if (components.empty()) return false;
+    const std::size_t at = OpenAbove(components, true);
+    Directory& directory = m_directories[at];
+    directory.changed = true;
+    if constexpr (std::is_same_v<T, Tree>) {
+      Close(at, components.back());
+      directory.tree.AddTree(&m_repository, components.back(), object);
+    } else {
+      directory.tree.AddBlob(&m_repository, components.back(), object);
+    }
+    return true;
+  }
+
+  /// Removes what stands at a path, and what that leaves empty. Returns false, with nothing
+  /// changed, if nothing stands there.
+  bool Remove(TalStringViewT<WideChar> path) {
+    const Components components = Helpers::SplitVcsPath(path);
+    std::size_t at = components.empty() ? kNone : OpenAbove(components, false);
+    if (at == kNone || !Holds(at, components.back())) return false;
+    for (TalStringViewT<WideChar> name = components.back();;) {
+      Close(at, name);
+      Directory& directory = m_directories[at];
+      directory.tree.RemoveObject(&m_repository, name);
+      directory.changed = true;
+      if (at == 0 || !directory.tree.IsEmpty() || !directory.below.empty()) return true;
+      // An emptied directory goes from the one above.
+      name = directory.name;
+      at = directory.above;
+    }
+  }
+
+  /// Stores the open directories that changed, all but the root, and returns the root.
+  Tree Finish() {
+    // A directory stands behind the one above it.
+    for (std::size_t index = m_directories.size(); --index > 0;) {
+      Directory& directory = m_directories[index];
+      if (!directory.exists || !directory.changed) continue;
+      Directory& above = m_directories[directory.above];
+      above.tree.AddTree(&m_repository, directory.name, directory.tree);
+      above.changed = true;
+      directory.tree = Tree();
+    }
+    return std::move(m_directories.front().tree);
+  }
+
+ private:
+  struct Directory {
+    Tree tree;  // without what is open below
+    std::size_t above;
+    TalStringT<WideChar> name;
+    std::unordered_map<TalStringT<WideChar>, std::size_t> below;  // the open ones
+    bool changed;
+    bool exists;  // false once it was removed or replaced
+  };
+
+  /// Returns the open directory of that name, opening it if need be; kNone if there is none and
+  /// `make` is false.
+  std::size_t Open(std::size_t above, TalStringViewT<WideChar> view, bool make) {
+    const TalStringT<WideChar> name(view);
+    const auto found = m_directories[above].below.find(name);
+    if (found != m_directories[above].below.end()) return found->second;
+    const cow_ptr<Tree> held = m_directories[above].tree.GetLocalTree(name);
+    if (!held && !make) return kNone;
+    const std::size_t index = m_directories.size();
+    m_directories.push_back({held ? *held : Tree(), above, name, {}, !held, true});
+    m_directories[above].below.emplace(name, index);
+    return index;
+  }
+
+  std::size_t OpenAbove(const Components& path, bool make) {
+    std::size_t at = 0;
+    for (std::size_t level = 0; level + 1 < path.size() && at != kNone; ++level) {
+      at = Open(at, path[level], make);
+    }
+    return at;
+  }
+
+  bool Holds(std::size_t at, TalStringViewT<WideChar> name) const {
+    const Directory& directory = m_directories[at];
+    return directory.tree.GetLocalObject(name) || directory.below.contains(name);
+  }
+
+  /// Takes an open directory, if there is one, out of the draft with all below it.
+  void Close(std::size_t above, TalStringViewT<WideChar> name) {
+    const auto found = m_directories[above].below.find(name);
+    if (found == m_directories[above].below.end()) return;
+    std::vector<std::size_t> closing{found->second};
+    m_directories[above].below.erase(found);
+    while (!closing.empty()) {
+      Directory& directory = m_directories[closing.back()];
+      closing.pop_back();
+      directory.exists = false;
+      for (const auto& [below, index] : directory.below) closing.push_back(index);
+      directory.below.clear();
+      directory.tree = Tree();
+    }
+  }
+
+  IRepository& m_repository;
+  std::vector<Directory> m_directories;  // the root is the first
+};
+
+namespace {
+
+cow_ptr<Object> AddStored(IRepository* repository, Commit& commit, TalStringViewT<WideChar> path,
+                          const Tree& tree) {
+  cow_ptr<Tree> stored;
+  *stored.write() = tree;
+  if (repository == nullptr || Helpers::SplitVcsPath(path).empty()) return nullptr;
+  return commit.AddObject(repository, path, repository->SyncWithStorage(stored)->GetId());
+}
+
+cow_ptr<Object> AddStored(IRepository* repository, Tree& target, TalStringViewT<WideChar> path,
+                          const Tree& tree) {
+  return target.AddTree(repository, path, tree);
+}
+
+}  // namespace
+
+BatchEdit::BatchEdit() = default;
+BatchEdit::BatchEdit(const BatchEdit& other) = default;
+BatchEdit::BatchEdit(BatchEdit&& other) noexcept = default;
+BatchEdit& BatchEdit::operator=(const BatchEdit& other) = default;
+BatchEdit& BatchEdit::operator=(BatchEdit&& other) noexcept = default;
+BatchEdit::~BatchEdit() = default;
+
+void BatchEdit::AddBlob(TalStringViewT<WideChar> path, Blob blob) {
+  m_edits.push_back({path, std::move(blob)});
+}
+void BatchEdit::AddTree(TalStringViewT<WideChar> path, const Tree& tree) {
+  m_edits.push_back({path, tree});
+}
+void BatchEdit::AddObject(TalStringViewT<WideChar> path, const Id& id) {
+  m_edits.push_back({path, id});
+}
+void BatchEdit::RemoveObject(TalStringViewT<WideChar> path) {
+  m_edits.push_back({path, Removal()});
+}
+
+std::size_t BatchEdit::GetCount() const noexcept { return m_edits.size(); }
+void BatchEdit::Clear() noexcept { m_edits.clear(); }
+
+template <class Target>
+std::size_t BatchEdit::ApplyOneByOne(IRepository* repository, Target& target) const {
+  std::size_t done = 0;
+  for (const Edit& edit : m_edits) {
+    bool success = false;
+    if (const Blob* blob = std::get_if<Blob>(&edit.what)) {
+      success = target.AddBlob(repository, edit.path, *blob) != nullptr;
+    } else if (const Tree* tree = std::get_if<Tree>(&edit.what)) {
+      success = AddStored(repository, target, edit.path, *tree) != nullptr;
+    } else if (const Id* id = std::get_if<Id>(&edit.what)) {
+      success = repository != nullptr && target.AddObject(repository, edit.path, *id) != nullptr;
+    } else {
+      success = target.RemoveObject(repository, edit.path);
+    }
+    if (success) ++done;
+  }
+  return done;
+}
+
+// Returns how many edits took effect; nothing if they have to be made one by one: an id that isn't
+// stored may be that of a directory which only the edits before it bring about.
+std::optional<std::size_t> BatchEdit::ApplyTo(IRepository& repository, Draft& draft) const {
+  std::size_t done = 0;
+  for (const Edit& edit : m_edits) {
+    bool success = false;
+    if (const Blob* blob = std::get_if<Blob>(&edit.what)) {
+      success = draft.Add(edit.path, *blob);
+    } else if (const Tree* tree = std::get_if<Tree>(&edit.what)) {
+      success = draft.Add(edit.path, *tree);
+    } else if (const Id* id = std::get_if<Id>(&edit.what)) {
+      const cow_ptr<Blob> storedBlob = repository.GetBlobFromStorage(*id);
+      const cow_ptr<Tree> storedTree = storedBlob ? nullptr : repository.GetTreeFromStorage(*id);
+      if (!storedBlob && !storedTree) return std::nullopt;
+      success = storedBlob ? draft.Add(edit.path, *storedBlob) : draft.Add(edit.path, *storedTree);
+    } else {
+      success = draft.Remove(edit.path);
+    }
+    if (success) ++done;
+  }
+  return done;
+}
+
+std::size_t BatchEdit::ApplyTo(IRepository* repository, Tree& tree) const {
+  if (repository == nullptr) return ApplyOneByOne(repository, tree);
+  Draft draft(*repository, tree);
+  const std::optional<std::size_t> done = ApplyTo(*repository, draft);
+  if (!done) return ApplyOneByOne(repository, tree);
+  if (*done != 0) tree = draft.Finish();
+  return *done;
+}
+
+std::size_t BatchEdit::ApplyTo(IRepository* repository, Commit& commit) const {
+  if (repository == nullptr) return ApplyOneByOne(repository, commit);
+  const cow_ptr<CommitTree> held = commit.GetTree();
+  const cow_ptr<Tree> root = held ? held->GetRoot() : nullptr;
+  Draft draft(*repository, root ? *root : Tree());
+  const std::optional<std::size_t> done = ApplyTo(*repository, draft);
+  // Where no edit takes effect, one by one costs nothing and leaves what failed edits leave.
+  if (done.value_or(0) == 0) return ApplyOneByOne(repository, commit);
+  cow_ptr<Tree> changed;
+  *changed.write() = draft.Finish();
+  commit.ReplaceRoot(repository, std::move(changed));
+  // A new root alone keeps what the commit has cached of the old one.
+  commit.SetDescription(commit.GetDesciption());
+  return *done;
+}
+
+}  // namespace TalVcs::Kit
