@@ -34,6 +34,13 @@ class EndlessStream final : public IStream {
   std::uint64_t GetSize() const override { return 10; }
 };
 
+/// A reader that tells that it has come to the end.
+class EndedReader final : public StreamIO {
+ public:
+  using StreamIO::StreamIO;
+  std::uint64_t GetPosition() const override { return GetSize(); }
+};
+
 std::string ByteRun() {
   std::string bytes;
   for (int value = 0; value < 200; ++value) bytes += static_cast<char>(value);
@@ -131,6 +138,11 @@ TEST(StreamToStringA, OfNothingOrEmptyStreamIsEmpty) {
   StreamIO empty(MemStream::Create(0));
   EXPECT_TRUE(StreamToStringA(nothing).IsEmpty());
   EXPECT_TRUE(StreamToStringA(empty).IsEmpty());
+}
+
+TEST(StreamToStringA, AsksTheReaderForItsPosition) {
+  EndedReader reader{StreamOf("abc")};
+  EXPECT_TRUE(StreamToStringA(reader).IsEmpty());
 }
 
 TEST(StreamToStringA, AfterAFailedReadIsEmpty) {

@@ -147,6 +147,31 @@ TEST(ObjectAllocationFailure, OfASharedOwnerDeletesTheObject) {
   EXPECT_EQ(failures, 1);
 }
 
+TEST(ObjectAllocationFailure, OfCopiesOfIdsTreesAndHandlesCannotHappen) {
+  struct Things {
+    Workspace all;
+    Id id;
+    Id id_copy;
+    Tree tree_copy;
+    cow_ptr<Tree> handle = Make<Tree>();
+    cow_ptr<Object> handle_copy;
+  };
+  const int failures = ForEachFailingAllocation(
+      [] {
+        Things things;
+        things.id = things.all.tree.GetId();
+        things.all.tree.GetPackedData();
+        return things;
+      },
+      [](Things& things) {
+        things.id_copy = things.id;
+        things.tree_copy = things.all.tree;
+        things.handle_copy = things.handle;
+      },
+      [](const Things& things, bool) { EXPECT_EQ(IdOf(things.tree_copy), kBeforeId); });
+  EXPECT_EQ(failures, 0);
+}
+
 TEST(ObjectAllocationFailure, OfDestructionCannotHappen) {
   const int failures = ForEachFailingAllocation(
       [] {

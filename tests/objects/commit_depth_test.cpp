@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <tests/support/objects.h>
 
+#include <string>
 #include <utility>
 
 namespace TalVcs::Testing {
@@ -11,9 +12,9 @@ namespace {
 constexpr int kCommits = 1'000'000;
 
 /// A history of default-made commits, linked by `SetParent` alone.
-cow_ptr<Commit> LongChain() {
+cow_ptr<Commit> LongChain(int commits = kCommits) {
   cow_ptr<Commit> tip = Make<Commit>();
-  for (int made = 1; made < kCommits; ++made) {
+  for (int made = 1; made < commits; ++made) {
     cow_ptr<Commit> next = Make<Commit>();
     next.write()->SetParent(std::move(tip));
     tip = std::move(next);
@@ -24,6 +25,16 @@ cow_ptr<Commit> LongChain() {
 TEST(CommitDepth, LongChainIsHashedFromItsTipAndDestroyed) {
   const cow_ptr<Commit> tip = LongChain();
   EXPECT_EQ(IdOf(*tip), "49f87faf53c2aad65a93b1dbef5f67897af3dec312366bb5cfcbb834195ec3bb");
+}
+
+TEST(CommitDepth, EachRoadToTheIdsOfTheParentsIsIterative) {
+  constexpr int kFew = 200'000;
+  const std::string parent_line =
+      "parent 2a73b978994c9300f790aac9999f648b33b2f6d25fd9c9809ed362c1564f7d15\n";
+  EXPECT_EQ(Bytes(LongChain(kFew)->GetData()).substr(6, 72), parent_line);
+  EXPECT_EQ(Bytes(LongChain(kFew)->GetPackedData()).substr(17, 72), parent_line);
+  EXPECT_EQ(Bytes(LongChain(kFew)->BuildPackedData()).substr(17, 72), parent_line);
+  EXPECT_TRUE(*LongChain(kFew) == *LongChain(kFew));
 }
 
 TEST(CommitDepth, LongChainThatWasNeverHashedIsDestroyed) {

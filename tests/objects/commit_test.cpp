@@ -6,6 +6,7 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace TalVcs::Testing {
 namespace {
@@ -213,11 +214,13 @@ TEST_F(CommitState, MovedFromKeepsItsIdAndGivesItsFieldsAway) {
 
 TEST_F(CommitState, MoveAssignmentDropsTheTargetsCaches) {
   Commit target;
+  target.GetPackedData();
   const std::string old = IdOf(target);
   Commit source(*m_head);
   source.SetDescription(TAL_WIDE("moved"));  // no cache is left
   target = std::move(source);
   EXPECT_EQ(Ascii(target.GetDesciption()), "moved");
+  EXPECT_NE(Bytes(target.GetData()).find("\nmoved\n"), std::string::npos);
   EXPECT_NE(IdOf(target), old);
   EXPECT_NE(IdOf(target), IdOf(*m_head));
 }

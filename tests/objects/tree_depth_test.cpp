@@ -4,9 +4,9 @@
 #include <tests/support/objects.h>
 #include <tests/support/recording_repository.h>
 
-#include <algorithm>
+#include <memory>
 #include <string>
-#include <vector>
+#include <utility>
 
 namespace TalVcs::Testing {
 namespace {
@@ -79,6 +79,34 @@ TEST(TreeDepthWithoutStorage, IsDestroyedByAnEdit) {
   tree.AddBlob(&repository, DeepPath("f"), *blob);
   tree = Tree();
   EXPECT_EQ(blob.use_count(), 1);
+}
+
+TEST(TreeDepthWithoutStorage, IsNestedFromBelowWithoutLimit) {
+  RecordingRepository repository(RecordingRepository::Mode::kPassThrough);
+  Tree tree = TreeOf(&repository, {{"f", "x"}});
+  const cow_ptr<Blob> blob = tree.GetLocalBlob(TAL_WIDE("f"));
+  for (int level = 0; level < 10 * kLevels; ++level) {
+    Tree above;
+    above.AddTree(&repository, TAL_WIDE("d"), tree);
+    tree = std::move(above);
+  }
+  EXPECT_EQ(tree.GetDeepBlobCount(), 1U);
+  EXPECT_EQ(IdOf(tree), "6f851c745e6d1d7e843d32bf7ee517f9d017e0eefec81c79487c1114e8909720");
+  tree = Tree();
+  EXPECT_EQ(blob.use_count(), 1);
+}
+
+TEST(TreeDepthWithoutStorage, SharedSubtreesAreCountedWithoutWalkingEachPath) {
+  RecordingRepository repository;
+  Tree tree = TreeOf(&repository, {{"f", "x"}});
+  for (int level = 0; level < 60; ++level) {
+    Tree above;
+    above.AddTree(&repository, TAL_WIDE("a"), tree);
+    above.AddTree(&repository, TAL_WIDE("b"), tree);
+    tree = std::move(above);
+  }
+  EXPECT_EQ(tree.GetDeepBlobCount(), std::uint64_t{1} << 60);
+  EXPECT_TRUE(tree.GetDeepBlobDiffs(Make<Tree>(tree)).empty());
 }
 
 }  // namespace

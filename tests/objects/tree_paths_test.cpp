@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace TalVcs::Testing {
@@ -116,6 +117,22 @@ TEST_F(TreePaths, StoredInstanceIsCountedOnceForEachHolder) {
   EXPECT_EQ(blob.use_count(), 4);
   m_tree.RemoveObject(&m_repository, TAL_WIDE("a"));
   EXPECT_EQ(blob.use_count(), 3);
+}
+
+TEST_F(TreePaths, StoredInstanceSharesTheBytesOfTheArgument) {
+  const Blob blob = BlobOf("the bytes of a file");
+  const cow_ptr<Blob> added = m_tree.AddBlob(&m_repository, TAL_WIDE("a"), blob);
+  EXPECT_EQ(added->GetData().GetSegment(0).data(), blob.GetData().GetSegment(0).data());
+}
+
+TEST_F(TreePaths, AddOfAMovedFromBlobFindsTheStoredOneByItsOldId) {
+  Blob source = BlobOf("x");
+  const cow_ptr<Blob> stored = m_tree.AddBlob(&m_repository, TAL_WIDE("a"), source);
+  source.GetId();
+  const Blob target(std::move(source));
+  // NOLINTNEXTLINE(bugprone-use-after-move)
+  EXPECT_TRUE(m_tree.AddBlob(&m_repository, TAL_WIDE("b"), source) == stored);
+  EXPECT_EQ(IdOf(m_tree), "9c3d38178fb9fcec4ffebe3d093458261407a31928e9af78f0a38368ea26dd70");
 }
 
 TEST_F(TreePaths, AddBlobOnAnExistingNameOverwrites) {
