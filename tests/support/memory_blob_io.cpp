@@ -40,6 +40,10 @@ MemoryBlobIo::Fault MemoryBlobIo::NextFault(Plan& plan) {
   return std::exchange(plan.fault, Fault::None);
 }
 
+void MemoryBlobIo::Record(const char* call, const std::string& path) {
+  if (records) calls.push_back(call + path);
+}
+
 std::string MemoryBlobIo::ObjectPath(std::string_view id) {
   return "doc/.vcs/objects/" + std::string(id.substr(0, 2)) + '/' +
          std::string(id.substr(std::min<std::size_t>(2, id.size())));
@@ -71,12 +75,12 @@ std::size_t MemoryBlobIo::MostOpensOfOneStream() const {
 }
 
 Stream MemoryBlobIo::CreateBlobStream(const TalStringT<WideChar>& path) {
-  calls.push_back("create " + ToUtf8(path));
+  Record("create ", ToUtf8(path));
   return MemStream::Create(0);
 }
 
 bool MemoryBlobIo::CommitBlobStream(const TalStringT<WideChar>& path, Stream stream) {
-  calls.push_back("commit " + ToUtf8(path));
+  Record("commit ", ToUtf8(path));
   const Fault fault = NextFault(m_commitPlan);
   if (fault == Fault::Missing) return false;
   Buffer bytes;
@@ -87,13 +91,13 @@ bool MemoryBlobIo::CommitBlobStream(const TalStringT<WideChar>& path, Stream str
 }
 
 void MemoryBlobIo::RemoveStorage(const TalStringT<WideChar>& storagePath) {
-  calls.push_back("remove " + ToUtf8(storagePath));
+  Record("remove ", ToUtf8(storagePath));
   const std::string below = ToUtf8(storagePath) + '/';
   std::erase_if(streams, [&](const auto& stream) { return stream.first.starts_with(below); });
 }
 
 StreamIO MemoryBlobIo::OpenBlob(const TalStringT<WideChar>& path) {
-  calls.push_back("open " + ToUtf8(path));
+  Record("open ", ToUtf8(path));
   const Fault fault = NextFault(m_openPlan);
   const auto found = streams.find(ToUtf8(path));
   if (found == streams.end() || fault == Fault::Missing) {
@@ -106,7 +110,7 @@ StreamIO MemoryBlobIo::OpenBlob(const TalStringT<WideChar>& path) {
 
 std::vector<TalStringT<WideChar>> MemoryBlobIo::ListBlobs(
     const TalStringT<WideChar>& directoryPath) {
-  calls.push_back("list " + ToUtf8(directoryPath));
+  Record("list ", ToUtf8(directoryPath));
   const std::string below = ToUtf8(directoryPath) + '/';
   std::vector<TalStringT<WideChar>> names;
   for (const auto& [path, bytes] : streams) {

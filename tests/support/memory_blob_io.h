@@ -23,6 +23,7 @@ class MemoryBlobIo final : public IBlobWriter, public IBlobReader {
   /// What was called, in order: "remove PATH", "create PATH", "commit PATH", "open PATH", "list
   /// PATH".
   std::vector<std::string> calls;
+  bool records = true;
 
   /// Spoils the stream of the `n`-th `OpenBlob` from now on, or of the `n`-th `CommitBlobStream`,
   /// counted from 0. A commit with the fault `Missing` stores nothing and returns false.
@@ -51,6 +52,8 @@ class MemoryBlobIo final : public IBlobWriter, public IBlobReader {
   std::vector<TalStringT<WideChar>> ListBlobs(const TalStringT<WideChar>& directoryPath) override;
 
  private:
+  void Record(const char* call, const std::string& path);
+
   struct Plan {
     std::size_t countdown = 0;
     Fault fault = Fault::None;
