@@ -22,7 +22,7 @@ TEST(StringView, DefaultIsEmpty) {
 
 TEST(StringView, IsMadeFieldByField) {
   WideView view;
-  view.text = TAL_WIDE("abcdef") + 1;
+  view.text = &TAL_WIDE("abcdef")[1];
   view.length = 3;
   EXPECT_EQ(Ascii(view), "bcd");
   EXPECT_EQ(view.GetRawUnterminatedString(), view.text);
