@@ -2,6 +2,7 @@
 
 #include <talvcs/export.h>
 
+#include <compare>
 #include <cstdint>
 
 namespace TalUtils {

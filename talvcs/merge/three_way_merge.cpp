@@ -196,14 +196,21 @@ class TreeMerge {
     for (const Name& name : partition.left_only) TakeEntry(result, trees.left, name);
   }
 
+  // Makes the result's entry what it is in `source`. Putting an entry overwrites one of its kind,
+  // so only one of the other kind has to be removed first.
   void TakeEntry(cow_ptr<Tree>& result, const cow_ptr<Tree>& source, const Name& name) {
+    const NamedEntries present = EntriesUnder(result, name);
+    const NamedEntries wanted = EntriesUnder(source, name);
+    const bool blob = wanted.BlobObject() != nullptr;
+    const bool tree = !blob && wanted.TreeObject() != nullptr;
     Tree& target = *result.write();
-    target.RemoveObject(&m_repository, name);
-    const NamedEntries entries = EntriesUnder(source, name);
-    if (entries.BlobObject() != nullptr) {
-      target.AddBlob(&m_repository, name, static_cast<const Blob&>(*entries.BlobObject()));
-    } else if (entries.TreeObject() != nullptr) {
-      target.AddTree(&m_repository, name, *entries.TreeObject());
+    if ((present.blob != nullptr && !blob) || (present.tree != nullptr && !tree)) {
+      target.RemoveObject(&m_repository, name);
+    }
+    if (blob) {
+      target.AddBlob(&m_repository, name, static_cast<const Blob&>(*wanted.BlobObject()));
+    } else if (tree) {
+      target.AddTree(&m_repository, name, *wanted.TreeObject());
     }
   }
 

@@ -1,6 +1,7 @@
 #include <talvcs/objects/tree.h>
 
 #include <talvcs/foundation/data_encoding.h>
+#include <talvcs/foundation/prefetch.h>
 #include <talvcs/foundation/sha256.h>
 #include <talvcs/objects/packed_header.h>
 #include <talvcs/objects/tree_entries.h>
@@ -9,6 +10,16 @@
 #include <utility>
 
 namespace TalVcs {
+
+namespace {
+
+// Chunks lie anywhere in memory; waiting for each in turn cost a third of the time of a save.
+void PrefetchAhead(std::span<EntryChunk* const> chunks, std::size_t index) noexcept {
+  constexpr std::size_t kAhead = 4;
+  if (index + kAhead < chunks.size()) TalUtils::Prefetch(chunks[index + kAhead]);
+}
+
+}  // namespace
 
 Tree::Tree() noexcept = default;
 
@@ -46,8 +57,10 @@ Id Tree::GetId() const {
     TalUtils::Sha256 hash;
     hash.Update(header.GetData(), header.GetSize());
     if (m_entries != nullptr) {
-      for (const EntryChunk* chunk : m_entries->Chunks()) {
-        const auto records = chunk->Records();
+      const auto chunks = m_entries->Chunks();
+      for (std::size_t index = 0; index < chunks.size(); ++index) {
+        PrefetchAhead(chunks, index);
+        const auto records = chunks[index]->Records();
         hash.Update(records.data(), records.size());
       }
     }
@@ -75,7 +88,10 @@ void Tree::AppendRecordsTo(Buffer& target) const {
   if (m_entries == nullptr) return;
   const auto chunks = m_entries->Chunks();
   target.ReserveSegments(chunks.size());
-  for (const EntryChunk* chunk : chunks) chunk->AppendRecordsTo(target);
+  for (std::size_t index = 0; index < chunks.size(); ++index) {
+    PrefetchAhead(chunks, index);
+    chunks[index]->AppendRecordsTo(target);
+  }
 }
 
 Buffer Tree::BuildPackedData() const {

@@ -1,5 +1,7 @@
 #include <talvcs/persistence/path_builder.h>
 
+#include <algorithm>
+#include <array>
 #include <initializer_list>
 #include <string>
 
@@ -7,17 +9,39 @@ namespace TalVcs {
 
 namespace {
 
-TalStringT<WideChar> Join(const TalStringT<WideChar>& start,
-                          std::initializer_list<TalStringViewT<WideChar>> components) {
-  std::basic_string<WideChar> path(start.GetString(), static_cast<std::size_t>(start.GetLength()));
-  std::size_t length = path.size();
-  for (const auto& component : components) length += static_cast<std::size_t>(component.length) + 1;
-  path.reserve(length);
+using Components = std::initializer_list<TalStringViewT<WideChar>>;
+
+/// Writes a path to `out` and returns its end; counts only, if `out` is null.
+std::size_t PutPath(TalStringViewT<WideChar> start, Components components, WideChar* out) {
+  std::size_t length = 0;
+  WideChar last = WideChar();
+  const auto put = [&](TalStringViewT<WideChar> text) {
+    if (text.length == 0) return;
+    const auto count = static_cast<std::size_t>(text.length);
+    if (out != nullptr) std::copy_n(text.text, count, out + length);
+    length += count;
+    last = text.text[count - 1];
+  };
+  put(start);
   for (const auto& component : components) {
-    if (!path.ends_with(TAL_WIDE('/'))) path += TAL_WIDE('/');
-    path.append(component.text, static_cast<std::size_t>(component.length));
+    if (last != TAL_WIDE('/')) put(TAL_WIDE("/"));
+    put(component);
   }
-  return TalStringT<WideChar>(TalStringViewT<WideChar>(path));
+  return length;
+}
+
+TalStringT<WideChar> Join(TalStringViewT<WideChar> start, Components components) {
+  constexpr std::size_t kStackUnits = 256;
+  std::array<WideChar, kStackUnits> on_stack;
+  const std::size_t length = PutPath(start, components, nullptr);
+  std::basic_string<WideChar> on_heap(length > kStackUnits ? length : 0, WideChar());
+  WideChar* const path = on_heap.empty() ? on_stack.data() : on_heap.data();
+  PutPath(start, components, path);
+  return TalStringT<WideChar>(TalStringViewT<WideChar>(path, static_cast<int>(length)));
+}
+
+TalStringT<WideChar> JoinObject(TalStringViewT<WideChar> objects, TalStringViewT<WideChar> id) {
+  return Join(objects, {id.Mid(0, 2), id.Mid(2, id.length)});
 }
 
 }  // namespace
@@ -40,12 +64,11 @@ TalStringT<WideChar> PathBuilder::GetBranchesPath(const TalStringT<WideChar>& st
 }
 
 TalStringT<WideChar> PathBuilder::GetObjectW(const TalStringT<WideChar>& id) const {
-  const TalStringViewT<WideChar> text(id);
-  return Join(objectsPath, {text.Mid(0, 2), text.Mid(2, text.length)});
+  return JoinObject(objectsPath, id);
 }
 
 TalStringT<WideChar> PathBuilder::GetObjectW(const Id& id) const {
-  return GetObjectW(id.ToString());
+  return JoinObject(objectsPath, id.View());
 }
 
 TalStringT<WideChar> PathBuilder::GetBranch(const TalStringT<WideChar>& name) const {
