@@ -133,21 +133,6 @@ void BM_Merge(benchmark::State& state) {
   }
 }
 
-/// Puts a chain of `count` commits on `parent`, with every `step`-th number.
-cow_ptr<Commit> Chain(Repository& repository, cow_ptr<Commit> parent, std::uint32_t count,
-                      std::uint32_t number, std::uint32_t step, cow_ptr<Commit>* lastButOne) {
-  for (std::uint32_t i = 0; i < count; ++i, number += step) {
-    if (lastButOne != nullptr) *lastButOne = parent;
-    Commit commit(parent, false);
-    commit.SetAuthorName(Widen(kAuthorName));
-    commit.SetAuthorEmail(Widen(kAuthorEmail));
-    commit.SetDescription(Widen(Message(number)));
-    commit.SetCommitTime(Time::FromTimeT(kFirstTime + number));
-    parent = repository.SyncWithStorage(Share(std::move(commit)));
-  }
-  return parent;
-}
-
 enum class Shape { kFar, kNear, kFork };
 
 void FindBase(benchmark::State& state, Shape shape) {
@@ -159,15 +144,13 @@ void FindBase(benchmark::State& state, Shape shape) {
   cow_ptr<Commit> expected = first;
   cow_ptr<Commit> one;
   if (shape == Shape::kFork) {
-    one = Chain(repository, first, commits / 2, 1, 2, nullptr);
+    one = Chain(repository, first, commits / 2, 1);
   } else {
-    cow_ptr<Commit> lastButOne;
-    one = Chain(repository, first, commits - 1, 1, 1, &lastButOne);
-    if (shape == Shape::kNear) expected = lastButOne;
+    one = Chain(repository, first, commits - 1, 1);
+    if (shape == Shape::kNear) expected = one->GetParent();
   }
   const std::uint32_t others = shape == Shape::kFork ? commits / 2 : 1;
-  const std::uint32_t number = shape == Shape::kFork ? 2 : commits + 1;
-  const cow_ptr<Commit> two = Chain(repository, expected, others, number, 2, nullptr);
+  const cow_ptr<Commit> two = Chain(repository, expected, others, commits + 1);
   cow_ptr<Commit> found;
   for (auto _ : state) {
     Section section;
@@ -183,7 +166,8 @@ void BM_MergeBaseNear(benchmark::State& state) { FindBase(state, Shape::kNear); 
 void BM_MergeBaseFork(benchmark::State& state) { FindBase(state, Shape::kFork); }
 
 void TwoSizes(benchmark::internal::Benchmark* benchmark) {
-  benchmark->Arg(10000)->Arg(100000)->UseManualTime()->Iterations(15)->Unit(benchmark::kMillisecond);
+  benchmark->Arg(10000)->Arg(100000)->UseManualTime()->Iterations(15)->Unit(
+      benchmark::kMillisecond);
 }
 
 BENCHMARK(BM_Diff)->Name("diff")->Apply(TwoSizes);

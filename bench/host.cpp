@@ -1,59 +1,24 @@
 #include <bench/host.h>
 #include <bench/measure.h>
+#include <kit/batch_edit.h>
 
-#include <algorithm>
-#include <map>
-#include <unordered_set>
+#include <utility>
 
 namespace TalVcs::Bench {
 namespace {
 
-void AddFile(Commit& commit, Repository& repository, const WideText& path,
+/// Adds a file to the list of edits if there is one, else to the commit.
+void AddFile(Kit::BatchEdit* together, Commit& commit, Repository& repository, const WideText& path,
              const std::string& content) {
-  Require(commit.AddBlob(&repository, path, MakeBlob(content)) != nullptr, "the blob is stored");
+  if (together != nullptr) {
+    together->AddBlob(path, MakeBlob(content));
+  } else {
+    Require(commit.AddBlob(&repository, path, MakeBlob(content)) != nullptr, "the blob is stored");
+  }
 }
 
-/// Builds the directories bottom up, out of one blob after the other in the order of the paths.
-Tree BuildRoot(Repository& repository, const Files& files) {
-  const auto count = static_cast<std::uint32_t>(files.contents.size());
-  Tree root;
-  for (std::uint32_t top = 0; top < count; top += kFilesPerTop) {
-    Tree middle;
-    for (std::uint32_t leaf = top; leaf < std::min(count, top + kFilesPerTop);
-         leaf += kFilesPerLeaf) {
-      Tree directory;
-      for (std::uint32_t i = leaf; i < std::min(count, leaf + kFilesPerLeaf); ++i) {
-        directory.AddBlob(&repository, files.names[i], MakeBlob(files.contents[i]));
-      }
-      middle.AddTree(&repository, Widen(MiddleName(leaf / kFilesPerLeaf)), directory);
-    }
-    root.AddTree(&repository, Widen(TopName(top / kFilesPerLeaf)), middle);
-  }
-  return root;
-}
-
-/// Changes the files of one commit, touching each directory once.
-Tree ChangeTogether(Repository& repository, const Tree& base, const std::vector<Change>& changes,
-                    const std::vector<std::string>& contents) {
-  std::map<std::uint32_t, std::map<std::uint32_t, std::vector<std::size_t>>> places;
-  for (std::size_t i = 0; i < changes.size(); ++i) {
-    places[changes[i].index / kFilesPerTop][changes[i].index / kFilesPerLeaf].push_back(i);
-  }
-  Tree root = base;
-  for (const auto& [top, leaves] : places) {
-    const WideText topName = Widen(TopName(top * 10));
-    Tree middle = *root.GetLocalTree(topName);
-    for (const auto& [leaf, files] : leaves) {
-      const WideText leafName = Widen(MiddleName(leaf));
-      Tree directory = *middle.GetLocalTree(leafName);
-      for (const std::size_t i : files) {
-        directory.AddBlob(&repository, Widen(LeafName(changes[i].index)), MakeBlob(contents[i]));
-      }
-      middle.AddTree(&repository, leafName, directory);
-    }
-    root.AddTree(&repository, topName, middle);
-  }
-  return root;
+void ApplyTo(Commit& commit, Repository& repository, const Kit::BatchEdit& together) {
+  Require(together.ApplyTo(&repository, commit) == together.GetCount(), "the edits are made");
 }
 
 std::uint64_t PackedSize(const Object& object) {
@@ -111,13 +76,12 @@ cow_ptr<Commit> Record(Repository& repository, Commit& commit, std::uint32_t num
 cow_ptr<Commit> Import(Repository& repository, const Files& files,
                        const std::vector<std::uint32_t>& order, Way way) {
   Commit commit(&repository, false);
-  if (way == Way::kPerFile) {
-    for (const std::uint32_t i : order) {
-      AddFile(commit, repository, files.paths[i], files.contents[i]);
-    }
-  } else {
-    commit.ReplaceRoot(&repository, Share(BuildRoot(repository, files)));
+  Kit::BatchEdit together;
+  for (const std::uint32_t i : order) {
+    AddFile(way == Way::kBatch ? &together : nullptr, commit, repository, files.paths[i],
+            files.contents[i]);
   }
+  ApplyTo(commit, repository, together);
   return Record(repository, commit, 0);
 }
 
@@ -126,18 +90,31 @@ cow_ptr<Commit> Replay(Repository& repository, const Changes& changes, Way way,
   cow_ptr<Commit> head;
   for (std::size_t c = 0; c < changes.plan.size(); ++c) {
     Commit commit(&repository, false);
-    if (way == Way::kPerFile) {
-      for (std::size_t i = 0; i < changes.plan[c].size(); ++i) {
-        AddFile(commit, repository, changes.paths[c][i], changes.contents[c][i]);
-      }
-    } else {
-      const cow_ptr<Tree> base = commit.GetTree()->GetRoot();
-      commit.ReplaceRoot(&repository, Share(ChangeTogether(repository, *base, changes.plan[c],
-                                                           changes.contents[c])));
+    Kit::BatchEdit together;
+    for (std::size_t i = 0; i < changes.plan[c].size(); ++i) {
+      AddFile(way == Way::kBatch ? &together : nullptr, commit, repository, changes.paths[c][i],
+              changes.contents[c][i]);
     }
+    ApplyTo(commit, repository, together);
     head = Record(repository, commit, number + static_cast<std::uint32_t>(c));
   }
   return head;
+}
+
+cow_ptr<Commit> Chain(Repository& repository, cow_ptr<Commit> parent, std::uint32_t count,
+                      std::uint32_t number, std::vector<cow_ptr<Commit>>* made) {
+  const WideText name = Widen(kAuthorName);
+  const WideText email = Widen(kAuthorEmail);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    Commit commit(parent, false);
+    commit.SetAuthorName(name);
+    commit.SetAuthorEmail(email);
+    commit.SetDescription(Widen(Message(number + i)));
+    commit.SetCommitTime(Time::FromTimeT(kFirstTime + number + i));
+    parent = repository.SyncWithStorage(Share(std::move(commit)));
+    if (made != nullptr) made->push_back(parent);
+  }
+  return parent;
 }
 
 Volume Measure(const Repository& repository) {

@@ -42,7 +42,7 @@ struct Changes {
 /// How several files get into one commit.
 enum class Way {
   kPerFile,  ///< one by one, each making all directories on its path anew
-  kBatch,    ///< together, each directory made once
+  kBatch,    ///< by one `BatchEdit`, each directory made once
 };
 
 /// Commits what `commit` holds, as number `number` on the current branch.
@@ -52,18 +52,22 @@ cow_ptr<Commit> Record(Repository& repository, Commit& commit, std::uint32_t num
 cow_ptr<Commit> Import(Repository& repository, const Files& files,
                        const std::vector<std::uint32_t>& order, Way way);
 
-/// Makes one commit for each element of the plan on top of the current branch, the first of which has
-/// the number `number`.
+/// Makes one commit for each element of the plan on top of the current branch, the first of which
+/// has the number `number`.
 cow_ptr<Commit> Replay(Repository& repository, const Changes& changes, Way way,
                        std::uint32_t number = 1);
 
-/// Number of objects that the repository holds, and the sum of the bytes of their packed forms: what
-/// has to be hashed if each is hashed once.
+/// Stores a chain of `count` commits on `parent`, all with its tree, numbered from `number` on, and
+/// returns the last. Appends each to `made` unless that is null.
+cow_ptr<Commit> Chain(Repository& repository, cow_ptr<Commit> parent, std::uint32_t count,
+                      std::uint32_t number, std::vector<cow_ptr<Commit>>* made = nullptr);
+
+/// Number of objects that the repository holds, and the sum of the bytes of their packed forms:
+/// what has to be hashed if each is hashed once.
 struct Volume {
   std::uint64_t objects = 0;
   std::uint64_t bytes = 0;
 };
 Volume Measure(const Repository& repository);
-
 
 }  // namespace TalVcs::Bench

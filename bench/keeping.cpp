@@ -30,6 +30,7 @@ void Save(benchmark::State& state, Store& store) {
   const Repository repository = MakePurgedHistory(state);
   const Volume volume = Measure(repository);
   for (auto _ : state) {
+    store.RemoveStorage(TalStringT<WideChar>());
     Section section;
     const bool saved = Serializer(&store, Widen("store")).Serialize(repository.GetStorage());
     section.Stop(state);
@@ -56,6 +57,7 @@ template <class Store>
 void Load(benchmark::State& state, Store& store) {
   const Repository source = MakePurgedHistory(state);
   Serializer(&store, Widen("store")).Serialize(source.GetStorage());
+  store.BuildIndex();
   const Volume volume = Measure(source);
   for (auto _ : state) {
     Repository repository = MakeRepository();

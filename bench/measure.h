@@ -11,8 +11,8 @@ namespace TalVcs::Bench {
 /// The part of a benchmark's iteration that counts: processor time, live heap and peak memory from
 /// its construction to `Stop`.
 ///
-/// Every workload runs in one thread and touches no disk, so that processor time is what it takes on
-/// an idle machine; unlike elapsed time it stays about the same on a busy one.
+/// Every workload runs in one thread and touches no disk, so that processor time is what it takes
+/// on an idle machine; unlike elapsed time it stays about the same on a busy one.
 class Section {
  public:
   Section();

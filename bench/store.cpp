@@ -6,19 +6,11 @@
 namespace TalVcs::Bench {
 namespace {
 
-/// Returns the names of the streams directly below a directory.
-template <class Streams>
-std::vector<TalStringT<WideChar>> ListBelow(const Streams& streams,
-                                            const TalStringT<WideChar>& directory) {
-  std::vector<TalStringT<WideChar>> names;
-  const TalStringViewT<WideChar> prefix = directory;
-  for (const auto& [path, stream] : streams) {
-    const TalStringViewT<WideChar> view = path;
-    if (view.length > prefix.length + 1 && view.StartsWith(prefix)) {
-      names.push_back(view.Mid(prefix.length + 1, view.length).ToString());
-    }
-  }
-  return names;
+/// Adds the name of the stream at `path` if that is directly below `directory`.
+void AddNameBelow(TalStringViewT<WideChar> directory, TalStringViewT<WideChar> path,
+                  std::vector<TalStringT<WideChar>>& names) {
+  if (path.length <= directory.length + 1 || !path.StartsWith(directory)) return;
+  names.push_back(path.Mid(directory.length + 1, path.length).ToString());
 }
 
 }  // namespace
@@ -26,8 +18,13 @@ std::vector<TalStringT<WideChar>> ListBelow(const Streams& streams,
 /// A stream over a part of the buffer, whose end moves while it is written.
 class StreamStore::Window final : public IStream {
  public:
-  Window(char* bytes, std::size_t size, std::size_t capacity)
-      : m_bytes(bytes), m_size(size), m_capacity(capacity) {}
+  /// Shows `size` bytes from `bytes` on, where there is room for `capacity`.
+  void Show(char* bytes, std::size_t size, std::size_t capacity) {
+    m_bytes = bytes;
+    m_size = size;
+    m_capacity = capacity;
+    m_position = 0;
+  }
 
   std::size_t Read(void* data, std::size_t size) override {
     const std::size_t count = m_position < m_size ? std::min(size, m_size - m_position) : 0;
@@ -54,42 +51,53 @@ class StreamStore::Window final : public IStream {
   std::uint64_t GetSize() const override { return m_size; }
 
  private:
-  char* m_bytes;
-  std::size_t m_size;
-  std::size_t m_capacity;
+  char* m_bytes = nullptr;
+  std::size_t m_size = 0;
+  std::size_t m_capacity = 0;
   std::size_t m_position = 0;
 };
 
-StreamStore::StreamStore(std::size_t capacity) : m_bytes(capacity, 'x') {}
+StreamStore::StreamStore(std::size_t capacity)
+    : m_bytes(capacity, 'x'), m_window(std::make_shared<Window>()) {}
+
+StreamStore::~StreamStore() = default;
 
 Stream StreamStore::CreateBlobStream(const TalStringT<WideChar>&) {
-  return Stream(
-      std::make_shared<Window>(m_bytes.data() + m_used, std::size_t{0}, m_bytes.size() - m_used));
+  m_window->Show(m_bytes.data() + m_used, 0, m_bytes.size() - m_used);
+  return Stream(m_window);
 }
 
 bool StreamStore::CommitBlobStream(const TalStringT<WideChar>& path, Stream stream) {
   const IStream* const written = stream;
   const auto size = static_cast<std::size_t>(written->GetSize());
-  m_streams[path] = {m_used, size};
+  m_written.push_back({path, m_used, size});
   m_used += size;
   return true;
 }
 
 void StreamStore::RemoveStorage(const TalStringT<WideChar>&) {
-  m_streams.clear();
+  m_written.clear();
+  m_index.clear();
   m_used = 0;
 }
 
+void StreamStore::BuildIndex() {
+  for (std::size_t i = 0; i < m_written.size(); ++i) m_index[m_written[i].path] = i;
+}
+
 StreamIO StreamStore::OpenBlob(const TalStringT<WideChar>& path) {
-  const auto found = m_streams.find(path);
-  if (found == m_streams.end()) return StreamIO();
-  const Range range = found->second;
-  return StreamIO(
-      Stream(std::make_shared<Window>(m_bytes.data() + range.offset, range.size, range.size)));
+  const auto found = m_index.find(path);
+  if (found == m_index.end()) return StreamIO();
+  const Written& written = m_written[found->second];
+  const auto window = std::make_shared<Window>();
+  window->Show(m_bytes.data() + written.offset, written.size, written.size);
+  return StreamIO(Stream(window));
 }
 
 std::vector<TalStringT<WideChar>> StreamStore::ListBlobs(const TalStringT<WideChar>& directory) {
-  return ListBelow(m_streams, directory);
+  std::vector<TalStringT<WideChar>> names;
+  for (const Written& written : m_written) AddNameBelow(directory, written.path, names);
+  return names;
 }
 
 Stream SharingStore::CreateBlobStream(const TalStringT<WideChar>&) { return MemStream::Create(0); }
@@ -109,7 +117,9 @@ StreamIO SharingStore::OpenBlob(const TalStringT<WideChar>& path) {
 }
 
 std::vector<TalStringT<WideChar>> SharingStore::ListBlobs(const TalStringT<WideChar>& directory) {
-  return ListBelow(m_streams, directory);
+  std::vector<TalStringT<WideChar>> names;
+  for (const auto& [path, bytes] : m_streams) AddNameBelow(directory, path, names);
+  return names;
 }
 
 }  // namespace TalVcs::Bench

@@ -53,21 +53,12 @@ void BM_ImportShuffled(benchmark::State& state) { ImportFiles(state, Way::kPerFi
 
 void FillDirectory(benchmark::State& state, Way way) {
   const auto count = static_cast<std::uint32_t>(state.range(0));
-  const Files files(count);
+  Files flat(count);
+  flat.paths = flat.names;
   for (auto _ : state) {
     Section section;
     Repository repository = MakeRepository();
-    Commit commit(&repository, false);
-    Tree directory;
-    for (std::uint32_t i = 0; i < count; ++i) {
-      if (way == Way::kPerFile) {
-        commit.AddBlob(&repository, files.names[i], MakeBlob(files.contents[i]));
-      } else {
-        directory.AddBlob(&repository, files.names[i], MakeBlob(files.contents[i]));
-      }
-    }
-    if (way == Way::kBatch) commit.ReplaceRoot(&repository, Share(std::move(directory)));
-    const cow_ptr<Commit> head = Record(repository, commit, 0);
+    const cow_ptr<Commit> head = Import(repository, flat, InOrder(count), way);
     section.Stop(state);
     const Volume volume = Measure(repository);
     section.Report(state, count, volume.objects, volume.bytes);
@@ -120,7 +111,13 @@ void FlatSizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 }
 
-BENCHMARK(BM_Hash)->Name("hash")->Arg(64)->Arg(4 << 10)->Arg(1 << 20)->Arg(64 << 20)->UseManualTime();
+BENCHMARK(BM_Hash)
+    ->Name("hash")
+    ->Arg(64)
+    ->Arg(4 << 10)
+    ->Arg(1 << 20)
+    ->Arg(64 << 20)
+    ->UseManualTime();
 BENCHMARK(BM_ImportBatch)->Name("import/batch")->Apply(ImportSizes);
 BENCHMARK(BM_ImportPerFile)->Name("import/perfile")->Apply(ImportSizes);
 BENCHMARK(BM_ImportShuffled)->Name("import/shuffled")->Apply(ImportSizes);
