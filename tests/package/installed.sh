@@ -18,11 +18,16 @@ if grep -rIl -e "$BUILD" -e "$SOURCE" -e "$work/first" moved; then
   exit 1
 fi
 
-# By find_package.
-"$CMAKE_COMMAND" -S "$here/installed" -B host -DCMAKE_PREFIX_PATH="$work/moved" \
-  -DCMAKE_BUILD_TYPE=Release -DSOURCE="$SOURCE" -DKIT="$KIT" >configure.txt
-"$CMAKE_COMMAND" --build host >build.txt || { cat build.txt; exit 1; }
-expect_quick_start host/quick_start
+# By find_package: the examples as a project of their own, and a host of the kit.
+"$CMAKE_COMMAND" -S "$SOURCE/examples" -B examples -DCMAKE_PREFIX_PATH="$work/moved" >configure.txt
+"$CMAKE_COMMAND" --build examples --parallel "$(nproc)" >build.txt || { cat build.txt; exit 1; }
+expect_quick_start examples/quick_start
+if [ "$KIT" -eq 1 ]; then
+  examples/tal --version
+  "$CMAKE_COMMAND" -S "$here/installed" -B host -DCMAKE_PREFIX_PATH="$work/moved" >configure.txt
+  "$CMAKE_COMMAND" --build host >build.txt || { cat build.txt; exit 1; }
+  host/kit_host
+fi
 
 # By pkg-config; its hosts say themselves where the libraries are at run time.
 PKG_CONFIG_PATH=$(dirname "$(find "$work/moved" -name talvcs.pc)")
@@ -39,7 +44,6 @@ build_by_pkg_config talvcs "$SOURCE/examples/quick_start.cpp" quick_start
 expect_quick_start ./quick_start
 
 if [ "$KIT" -eq 1 ]; then
-  host/kit_host
   build_by_pkg_config talvcs-kit "$here/installed/kit_host.cpp" kit_host
   ./kit_host
 fi
