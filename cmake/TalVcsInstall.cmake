@@ -29,7 +29,7 @@ function(talvcs_install_library target export_set component module)
 endfunction()
 
 talvcs_install_library(talvcs TalVcsTargets talvcs talvcs)
-if(TARGET talvcs_kit)
+if(TALVCS_BUILD_KIT)
   talvcs_install_library(talvcs_kit TalVcsKitTargets kit talvcs-kit)
 endif()
 
