@@ -1,0 +1,113 @@
+#include <talvcs/repository/repository.h>
+
+#include <gtest/gtest.h>
+#include <tests/support/contents.h>
+#include <tests/support/history_drawing.h>
+
+#include <vector>
+
+namespace TalVcs::Testing {
+namespace {
+
+class MakeCommitLinksInOrder : public ::testing::Test {
+ protected:
+  cow_ptr<Commit> Loose(const char* name) { return MakeCommit(repository, name); }
+
+  Repository repository = NewRepository();
+};
+
+TEST_F(MakeCommitLinksInOrder, NullRepositoryLeavesTheListUntouched) {
+  const cow_ptr<Commit> commit = Loose("A");
+  std::vector<cow_ptr<Commit>> commits{commit, nullptr};
+  EXPECT_FALSE(Commit::MakeCommitLinksInOrder(commits, nullptr));
+  EXPECT_EQ(commits, (std::vector<cow_ptr<Commit>>{commit, nullptr}));
+}
+
+TEST_F(MakeCommitLinksInOrder, EmptyListGivesFalse) {
+  std::vector<cow_ptr<Commit>> commits;
+  EXPECT_FALSE(Commit::MakeCommitLinksInOrder(commits, &repository));
+}
+
+TEST_F(MakeCommitLinksInOrder, OneElementIsStoredWithTheParentThatItHas) {
+  const cow_ptr<Commit> parent = Loose("P");
+  std::vector<cow_ptr<Commit>> commits{MakeCommit(repository, "A", parent)};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_EQ(commits[0]->GetParent(), parent);
+  EXPECT_EQ(repository.GetCommitFromStorage(commits[0]->GetId()), commits[0]);
+  EXPECT_EQ(repository.GetCommitCount(), 1u);
+}
+
+TEST_F(MakeCommitLinksInOrder, StaleIdOfTheLastElementIsComputedAnew) {
+  cow_ptr<Commit> commit = Loose("A");
+  const Id stale = commit->GetId();
+  commit.write()->ReplaceRoot(&repository, Make<Tree>());
+  ASSERT_TRUE(commit->GetId() == stale);
+  std::vector<cow_ptr<Commit>> commits{commit};
+  ASSERT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_FALSE(commits[0]->GetId() == stale);
+  EXPECT_FALSE(repository.GetCommitFromStorage(stale));
+}
+
+TEST_F(MakeCommitLinksInOrder, ListNewestFirstBecomesAChain) {
+  std::vector<cow_ptr<Commit>> commits{Loose("C"), Loose("B"), Loose("A")};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_EQ(ChainOf(commits[0]), "A-B-C");
+  EXPECT_EQ(IdOf(commits[0]), IdOfChain("A-B-C"));
+  EXPECT_EQ(commits[0]->GetParent(), commits[1]);
+  EXPECT_EQ(repository.GetCommitCount(), 3u);
+}
+
+TEST_F(MakeCommitLinksInOrder, OtherHandlesKeepTheOldCommits) {
+  const cow_ptr<Commit> old = Loose("B");
+  std::vector<cow_ptr<Commit>> commits{old, Loose("A")};
+  ASSERT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_NE(commits[0], old);
+  EXPECT_FALSE(old->GetParent());
+}
+
+TEST_F(MakeCommitLinksInOrder, StoredCommitsReplaceTheElements) {
+  const History stored = DrawHistory(repository, "A-B");
+  std::vector<cow_ptr<Commit>> commits{Loose("B"), Loose("A")};
+  ASSERT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_EQ(commits[0], stored.at("B"));
+  EXPECT_EQ(commits[1], stored.at("A"));
+  EXPECT_EQ(repository.GetCommitCount(), 2u);
+}
+
+TEST_F(MakeCommitLinksInOrder, NullSplitsTheListAndItsFrontNeighbourIsNotStored) {
+  const cow_ptr<Commit> front = Loose("C");
+  std::vector<cow_ptr<Commit>> commits{Loose("D"), front, nullptr, Loose("A")};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_EQ(ChainOf(commits[0]), "C-D");
+  EXPECT_EQ(commits[0]->GetParent(), front);
+  EXPECT_EQ(commits[1], front);
+  EXPECT_FALSE(repository.GetCommitFromStorage(front->GetId()));
+  EXPECT_FALSE(commits[2]);
+  EXPECT_EQ(repository.GetCommitCount(), 2u);
+}
+
+TEST_F(MakeCommitLinksInOrder, NullInFrontIsSkipped) {
+  std::vector<cow_ptr<Commit>> commits{nullptr, Loose("B"), Loose("A")};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  EXPECT_FALSE(commits[0]);
+  EXPECT_EQ(ChainOf(commits[1]), "A-B");
+}
+
+TEST_F(MakeCommitLinksInOrder, NullAtTheEndBecomesADefaultCommit) {
+  std::vector<cow_ptr<Commit>> commits{Loose("B"), nullptr};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  ASSERT_TRUE(commits[1]);
+  EXPECT_EQ(IdOf(commits[1]), IdOf(Make<Commit>()));
+  EXPECT_EQ(commits[0]->GetParent(), commits[1]);
+  EXPECT_EQ(repository.GetCommitCount(), 2u);
+}
+
+TEST_F(MakeCommitLinksInOrder, NullAloneBecomesADefaultCommit) {
+  std::vector<cow_ptr<Commit>> commits{nullptr};
+  EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+  ASSERT_TRUE(commits[0]);
+  EXPECT_EQ(repository.GetCommitFromStorage(Make<Commit>()->GetId()), commits[0]);
+}
+
+}  // namespace
+}  // namespace TalVcs::Testing
