@@ -58,13 +58,12 @@ struct Figures {
 }  // namespace
 
 ExitCode RunVerify(const Host& host) {
-  // Loading fails with its own message if something that a branch reaches is missing or changed.
-  Session session(host, Access::Read);
+  Session session(host, Access::Inspect);
   const Findings findings = HashStore(host, session.Reader());
   const TalVcs::Repository& repository = session.Repository();
   const std::uint64_t reached =
       repository.GetCommitCount() + repository.GetTreeCount() + repository.GetBlobCount();
-  const bool isWhole = findings.wrong.empty() && findings.size.objects >= reached;
+  const bool isWhole = session.CameInWhole() && findings.wrong.empty();
   if (host.json) {
     JsonWriter json(std::cout);
     json.BeginObject();
@@ -78,7 +77,7 @@ ExitCode RunVerify(const Host& host) {
     json.EndObject();
   }
   for (const std::string& id : findings.wrong)
-    host.terminal.Complain("damaged: the bytes of " + Printable(id) + " have another hash");
+    host.terminal.Complain("missing or changed: " + Printable(id));
   if (!isWhole) throw Failure("the store is damaged", ExitCode::Damaged);
   if (!host.json) {
     std::cout << "whole: " << Plural(findings.size.objects, "object") << ", "

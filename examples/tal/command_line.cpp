@@ -36,6 +36,9 @@ class CommandLine {
     m_app.footer(kFooter);
     m_app.set_version_flag("--version", std::string("tal ") + TalVcs::GetVersionText());
     m_app.require_subcommand(1);
+    m_app.failure_message([](const CLI::App*, const CLI::Error& error) {
+      return std::string("tal: ") + error.what() + "\ntal --help tells the commands.\n";
+    });
     m_app.add_option("-C,--folder", m_start, "Work in this folder instead of the current one");
     AddWork();
     AddHistory();

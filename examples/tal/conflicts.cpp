@@ -46,7 +46,7 @@ void ShowSides(const Terminal& terminal, Path path, const MergeTrees& trees) {
   FileSides sides{{Change::Kind::Changed, JoinPath(path)}, "", "", "", ""};
   const auto read = [&](const TreePtr& tree) {
     const BlobPtr blob = tree ? tree->GetDeepBlob(path) : nullptr;
-    return blob ? ToBytes(blob->GetData()) : std::string();
+    return blob ? TalVcs::Kit::BytesFromBlob(*blob) : std::string();
   };
   sides.before = read(trees.left);
   sides.after = read(trees.right);
@@ -85,7 +85,9 @@ ConflictResolver MakeLastResolver(const Terminal& terminal, const MergeOptions& 
 ConflictResolver MakeResolver(const Terminal& terminal, const MergeOptions& options) {
   ConflictResolver last = MakeLastResolver(terminal, options);
   if (options.newest.empty()) return last;
-  const auto readTime = [](const BlobPtr& blob) { return ParseTime(ToBytes(blob->GetData())); };
+  const auto readTime = [](const BlobPtr& blob) {
+    return ParseTime(TalVcs::Kit::BytesFromBlob(*blob));
+  };
   return TalVcs::ChainResolvers(
       TalVcs::TimeBasedConflictResolver({ToWide(options.newest)}, readTime), std::move(last));
 }

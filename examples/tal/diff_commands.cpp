@@ -18,7 +18,7 @@ void ReadSide(const Folder& folder, const Side& side, const std::string& path, s
   const BlobPtr stored = side.isFolder ? nullptr : FindBlob(side.tree, path);
   if (!side.isFolder && !stored) return;
   const TalVcs::Blob blob = side.isFolder ? TalVcs::Blob(folder.Read(path)) : *stored;
-  bytes = ToBytes(blob.GetData());
+  bytes = TalVcs::Kit::BytesFromBlob(blob);
   id = ToUtf8(blob.GetId());
 }
 

@@ -65,7 +65,7 @@ ExitCode RunCat(const Host& host, const PathOptions& options) {
   const std::string path = Normal(options.path);
   const BlobPtr blob = FindBlob(root, path);
   if (!blob) ThrowNothingThere(path);
-  const std::string bytes = ToBytes(blob->GetData());
+  const std::string bytes = TalVcs::Kit::BytesFromBlob(*blob);
   if (!host.json) {
     std::cout.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     return ExitCode::Done;

@@ -157,7 +157,7 @@ FolderContents Folder::List(const TreePtr& tracked) const {
   IgnoreRules rules;
   std::error_code error;
   if (fs::is_regular_file(fs::symlink_status(PathOf(kIgnoreName), error)))
-    rules = IgnoreRules(ToBytes(Read(kIgnoreName)));
+    rules = IgnoreRules(TalVcs::Kit::BytesFromBuffer(Read(kIgnoreName)));
   return Lister(*this, tracked, rules).List();
 }
 
@@ -194,7 +194,7 @@ void Folder::Write(const std::string& path, const TalVcs::Buffer& bytes) const {
   fs::create_directories(target.parent_path(), error);
   if (error) Fail("make the folder of", path, error.value());
 
-  const fs::path parked = m_top / kStoreName / ("tal-incoming-" + std::to_string(getpid()));
+  const fs::path parked = m_top / kStoreName / "tal-incoming";
   File file(parked, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0666);
   if (file.Handle() < 0) Fail("write", path, errno);
   struct stat status {};

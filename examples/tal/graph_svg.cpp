@@ -21,6 +21,8 @@ constexpr int kTextWidth = 560;
 constexpr int kIdWidth = 104;
 constexpr int kAuthorWidth = 130;
 constexpr int kTimeWidth = 130;
+constexpr int kLegendY = 52;
+constexpr int kBaseline = 4;             // how far below its middle a line of text stands
 constexpr double kCharacterWidth = 6.9;  // of the description's font, on average
 constexpr std::size_t kMostLabels = 4;
 
@@ -80,7 +82,7 @@ class Picture {
           << "<title>" << XmlEscaped(title) << "</title>\n"
           << "<style>\n"
              "text { font-family: 'DejaVu Sans', Verdana, sans-serif; font-size: 12px; "
-             "fill: #1e293b; dominant-baseline: central; }\n"
+             "fill: #1e293b; }\n"
              ".title { font-size: 17px; font-weight: bold; }\n"
              ".quiet { fill: #64748b; font-size: 11px; }\n"
              ".id { font-family: 'DejaVu Sans Mono', Consolas, monospace; font-size: 11px; "
@@ -95,15 +97,18 @@ class Picture {
   }
 
   void DrawLegend() {
-    int x = kMargin + 8;
-    const auto entry = [&](const char* name, const auto& draw) {
-      draw(x);
-      m_out << "<text class=\"quiet\" x=\"" << x + 14 << "\" y=\"54\">" << name << "</text>\n";
-      x += 32 + 7 * static_cast<int>(std::string_view(name).size());
+    constexpr const char* kGrey = "#64748b";
+    int x = kMargin + kLaneWidth / 2;
+    const auto name = [&](const char* text) {
+      DrawText("quiet", x + 16, kLegendY, text);
+      x += 48 + static_cast<int>(TextWidth(text));
     };
-    entry("commit", [&](int at) { DrawDisc(at, 54, "#64748b"); });
-    entry("tip of a branch", [&](int at) { DrawTip(at, 54, "#64748b"); });
-    entry("fork", [&](int at) { DrawFork(at, 54, "#64748b"); });
+    DrawDisc(x, kLegendY, kGrey);
+    name("commit");
+    DrawTip(x, kLegendY, kGrey);
+    name("tip of a branch");
+    DrawFork(x, kLegendY, kGrey);
+    name("fork");
   }
 
   void DrawBand(int row) {
@@ -123,8 +128,9 @@ class Picture {
       m_out << " V" << parentY;
     } else {
       const int bend = parentY - kRowHeight;
-      m_out << " V" << bend << " C" << x << ' ' << bend + 22 << ' ' << parentX << ' ' << bend + 12
-            << ' ' << parentX << ' ' << parentY;
+      const int middle = parentY - kRowHeight / 2;
+      m_out << " V" << bend << " C" << x << ' ' << middle << ' ' << parentX << ' ' << middle << ' '
+            << parentX << ' ' << parentY;
     }
     m_out << "\" fill=\"none\" stroke=\"" << ColourOf(row) << "\" stroke-width=\"2.5\"/>\n";
   }
@@ -160,8 +166,8 @@ class Picture {
   void DrawCentre(int x, int y) { DrawCircle(x, y, 2, "fill=\"#ffffff\""); }
 
   void DrawText(const char* style, double x, int y, const std::string& text) {
-    m_out << "<text class=\"" << style << "\" x=\"" << std::lround(x) << "\" y=\"" << y << "\">"
-          << XmlEscaped(text) << "</text>\n";
+    m_out << "<text class=\"" << style << "\" x=\"" << std::lround(x) << "\" y=\"" << y + kBaseline
+          << "\">" << XmlEscaped(text) << "</text>\n";
   }
 
   /// Draws the name of a branch and returns the x behind it.
@@ -173,8 +179,9 @@ class Picture {
           << (isCurrent ? colour : "#ffffff") << "\" stroke=\"" << colour
           << "\" stroke-width=\"1.5\"/>\n"
           << "<text class=\"label\" text-anchor=\"middle\" x=\"" << std::lround(x + width / 2)
-          << "\" y=\"" << Y(row) << "\" style=\"fill: " << (isCurrent ? "#ffffff" : colour) << "\">"
-          << XmlEscaped(text) << "</text>\n";
+          << "\" y=\"" << Y(row) + kBaseline
+          << "\" style=\"fill: " << (isCurrent ? "#ffffff" : colour) << "\">" << XmlEscaped(text)
+          << "</text>\n";
     return x + width + 6;
   }
 

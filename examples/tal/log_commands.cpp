@@ -85,7 +85,7 @@ ExitCode RunGraph(const Host& host, const GraphOptions& options) {
     PrintTextGraph(host, history, layout);
     return ExitCode::Done;
   }
-  const auto name = std::filesystem::absolute(session.WorkFolder().Top()).filename().string();
+  const std::string name = session.WorkFolder().Top().filename().string();
   const std::string title = name + ": " + Plural(history.commits.size(), "commit") + ", " +
                             Plural(branches.size(), "branch");
   const std::string picture =

@@ -74,7 +74,7 @@ const char* WayName(Outcome::Way way) {
   return "";
 }
 
-void PrintOutcome(const Host& host, const Outcome& outcome) {
+void PrintAsText(const Host& host, const Outcome& outcome) {
   for (const Conflict& conflict : outcome.conflicts) {
     std::cout << host.terminal.Paint(Colour::Red, "conflict") << '\t' << Printable(conflict.path)
               << '\t' << conflict.kind << '\t' << Name(conflict.choice) << '\n';
@@ -82,7 +82,7 @@ void PrintOutcome(const Host& host, const Outcome& outcome) {
   if (outcome.conflicts.empty()) std::cout << WayName(outcome.way) << ", no conflicts\n";
 }
 
-void PrintOutcomeJson(const Outcome& outcome) {
+void PrintAsJson(const Outcome& outcome) {
   JsonWriter json(std::cout);
   json.BeginObject();
   json.Key("way").Text(WayName(outcome.way));
@@ -99,16 +99,20 @@ void PrintOutcomeJson(const Outcome& outcome) {
   json.EndObject();
 }
 
+void PrintOutcome(const Host& host, const Outcome& outcome) {
+  if (host.json) {
+    PrintAsJson(outcome);
+  } else {
+    PrintAsText(host, outcome);
+  }
+}
+
 /// Works on a copy of the repository, so that not even an object is added to it.
 ExitCode DryRun(const Host& host, const MergeOptions& options) {
   Session session(host, Access::Read);
   TalVcs::Repository copy(session.Repository());
   const Outcome outcome = TryMerge(host, copy, FindCommit(copy, options.branch), options);
-  if (host.json) {
-    PrintOutcomeJson(outcome);
-  } else {
-    PrintOutcome(host, outcome);
-  }
+  PrintOutcome(host, outcome);
   if (CountUndecided(outcome.conflicts) > 0) return ExitCode::Differs;
   const FolderUpdate update(session.WorkFolder(), RootOf(session.Head()), outcome.tree);
   host.terminal.Say(Plural(update.FileCount(), "file") + " would change; nothing was changed");
@@ -152,6 +156,7 @@ ExitCode RunMerge(const Host& host, const MergeOptions& options) {
   }
   repository.UpdateStorage();
   SaveWithFolder(session, before);
+  if (host.json) PrintOutcome(host, outcome);
   for (const Conflict& conflict : outcome.conflicts)
     host.terminal.Say(Printable(conflict.path) + ": " + conflict.kind + ", took " +
                       Name(conflict.choice));

@@ -1,9 +1,10 @@
 #include "session.h"
 
 #include "author.h"
+#include "counted_io.h"
 #include "failure.h"
 
-#include <kit/directory_store.h>
+#include <kit/save_repository.h>
 
 #include <charconv>
 #include <fstream>
@@ -14,13 +15,17 @@ namespace fs = std::filesystem;
 namespace Tal {
 namespace {
 
+using TalVcs::Kit::DirectoryStore;
+
+constexpr const char* kStateFile = "state";  // the store's own: without it there is no store
 constexpr const char* kBranchFile = "tal-branch";
 constexpr const char* kFreedFile = "tal-freed";
 constexpr const char* kFirstBranch = "master";
 
 fs::path FindTop(const fs::path& start) {
   std::error_code error;
-  const fs::path absolute = fs::absolute(start).lexically_normal();
+  fs::path absolute = fs::absolute(start).lexically_normal();
+  if (!absolute.has_filename()) absolute = absolute.parent_path();
   for (fs::path top = absolute;; top = top.parent_path()) {
     if (fs::is_directory(top / Folder::kStoreName, error)) return top;
     if (top == top.parent_path()) break;
@@ -63,11 +68,6 @@ std::unique_ptr<TalVcs::Repository> MakeRepository() {
 
 }  // namespace
 
-class Session::Store : public TalVcs::Kit::DirectoryStore {
- public:
-  using DirectoryStore::DirectoryStore;
-};
-
 void Session::Create(const Host& host) {
   const fs::path folder = host.start / Folder::kStoreName;
   std::error_code error;
@@ -76,39 +76,55 @@ void Session::Create(const Host& host) {
                         : "there is a store already");
   }
   WriteSmallFile(folder / kBranchFile, kFirstBranch);
+  DirectoryStore store(host.start);
+  TalVcs::Serializer(&store, WideString()).CleanUpStorage();
+  if (!store.Commit()) throw Failure("the store can't be made: " + Printable(store.LastError()));
 }
 
 Session::Session(const Host& host, Access access)
-    : m_host(host), m_folder(FindTop(host.start)), m_repository(MakeRepository()) {
-  static_cast<void>(access);
-  m_store = std::make_unique<Store>(m_folder.Top());
+    : m_terminal(host.terminal),
+      m_folder(FindTop(host.start)),
+      m_store(m_folder.Top()),
+      m_repository(MakeRepository()) {
+  if (access == Access::Change && !m_store.Lock())
+    throw Failure("the store can't be changed now: " + Printable(m_store.LastError()));
   Load();
+  if (access != Access::Inspect && !m_cameInWhole)
+    throw Failure("the store is damaged: " + DescribeDamage(), ExitCode::Damaged);
 }
 
-Session::~Session() = default;
-
 void Session::Load() {
-  if (!TalVcs::Deserializer(m_store.get(), WideString()).Deserialize(m_repository.get()))
-    throw Failure("the store is damaged: a branch doesn't come in whole", ExitCode::Damaged);
-  const std::string branch = ReadSmallFile(m_folder.Top() / Folder::kStoreName / kBranchFile);
+  const fs::path folder = m_folder.Top() / Folder::kStoreName;
+  std::error_code error;
+  const bool hasState = fs::exists(folder / kStateFile, error);
+  CountedReader reader(m_store, m_terminal, "loading");
+  m_cameInWhole = TalVcs::Deserializer(&reader, WideString()).Deserialize(m_repository.get());
+  m_cameInWhole = m_cameInWhole && hasState;
+  const std::string branch = ReadSmallFile(folder / kBranchFile);
   const WideString name = ToWide(branch.empty() ? kFirstBranch : branch);
   m_repository->CreateBranch(name, nullptr);
   m_repository->Checkout(name);
 }
 
-TalVcs::Repository& Session::Repository() noexcept { return *m_repository; }
-const Folder& Session::WorkFolder() const noexcept { return m_folder; }
-TalVcs::IBlobReader& Session::Reader() noexcept { return *m_store; }
+std::string Session::DescribeDamage() {
+  const std::string error = m_store.LastError();
+  std::string text;
+  for (const WideString& path : m_store.FindDamage()) text += "\n  " + Printable(ToUtf8(path));
+  if (!text.empty()) return "these objects are missing or changed:" + text;
+  return error.empty() ? "a branch doesn't come in whole" : Printable(error);
+}
+
 std::string Session::Branch() const { return ToUtf8(m_repository->GetCurentBranch()); }
 
 void Session::Save() {
-  const TalVcs::IObjectsStorage& storage = *m_repository->GetStorage();
-  for (const auto& [id, commit] : storage.GetCommits()) {
+  for (const auto& [id, commit] : m_repository->GetStorage()->GetCommits()) {
     const std::string lost = WhyLost(*commit);
     if (!lost.empty()) throw Failure(lost);
   }
-  const bool written = TalVcs::Serializer(m_store.get(), WideString()).Serialize(&storage);
-  if (!written || !m_store->Commit()) throw Failure("the store can't be saved");
+  CountedWriter writer(m_store, m_terminal, "saving");
+  const bool isWritten = TalVcs::Kit::SaveRepository(*m_repository, writer, WideString());
+  if (!isWritten || !m_store.Commit())
+    throw Failure("the store can't be saved: " + Printable(m_store.LastError()));
 }
 
 void Session::SetBranch(const std::string& name) {

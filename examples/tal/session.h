@@ -5,6 +5,8 @@
 #include "text.h"
 #include "trees.h"
 
+#include <kit/directory_store.h>
+
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -18,8 +20,8 @@ struct Host {
   bool json = false;
 };
 
-/// What a command wants to do with the store.
-enum class Access { Read, Change };
+/// What a command wants to do with the store: `Inspect` is to read one that may be damaged.
+enum class Access { Read, Inspect, Change };
 
 /// A folder with its history, loaded from the store in its ".vcs" folder.
 ///
@@ -35,13 +37,13 @@ class Session {
   /// Throws `Failure`: `Damaged` if it doesn't come in whole. With `Access::Change` no other
   /// process can change the store while the session lives.
   Session(const Host& host, Access access);
-  ~Session();
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
 
-  TalVcs::Repository& Repository() noexcept;
-  const Folder& WorkFolder() const noexcept;
-  TalVcs::IBlobReader& Reader() noexcept;
+  TalVcs::Repository& Repository() noexcept { return *m_repository; }
+  const Folder& WorkFolder() const noexcept { return m_folder; }
+  TalVcs::IBlobReader& Reader() noexcept { return m_store; }
+
+  /// False for a store of which not every branch came in as it was saved.
+  bool CameInWhole() const noexcept { return m_cameInWhole; }
 
   /// The current branch, which has no commit yet after `Create`.
   std::string Branch() const;
@@ -59,14 +61,14 @@ class Session {
   void SetLastFreed(std::uint64_t bytes);
 
  private:
-  class Store;
-
   void Load();
+  std::string DescribeDamage();
 
-  const Host& m_host;
+  const Terminal& m_terminal;
   Folder m_folder;
-  std::unique_ptr<Store> m_store;
+  TalVcs::Kit::DirectoryStore m_store;
   std::unique_ptr<TalVcs::Repository> m_repository;
+  bool m_cameInWhole = false;
 };
 
 /// Returns the commit that `name` tells: a branch, "HEAD" for the current one, or at least four

@@ -6,30 +6,6 @@
 
 namespace Tal {
 
-WideString ToWide(std::string_view utf8) {
-  return WideString(TalVcs::TalStringT<char>(TalVcs::TalStringViewT<char>(utf8)));
-}
-
-std::string ToUtf8(WideView text) {
-  const WideString terminated = text.ToString();
-  const TalVcs::TalStringT<char> utf8 = TalUtils::DataEncoding::Utf8Encode(terminated.GetString());
-  return {utf8.GetString(), static_cast<std::size_t>(utf8.GetLength())};
-}
-
-std::string ToUtf8(const TalVcs::Id& id) { return ToUtf8(id.View()); }
-
-std::optional<WideString> ToWideExactly(std::string_view bytes) {
-  WideString wide = ToWide(bytes);
-  if (ToUtf8(wide) != bytes) return std::nullopt;
-  return wide;
-}
-
-std::string ToBytes(const TalVcs::Buffer& buffer) {
-  std::string bytes(buffer.GetSize(), '\0');
-  buffer.ReadAt(0, bytes.data(), bytes.size());
-  return bytes;
-}
-
 std::string ShortId(std::string_view id) { return std::string(id.substr(0, 10)); }
 
 std::string FormatTime(const TalVcs::Commit& commit) {

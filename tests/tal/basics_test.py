@@ -1,0 +1,231 @@
+"""Commits, and the commands that read them."""
+
+import base64
+import unittest
+
+from support import DIFFERS, DONE, USAGE, TalTest, blob_id
+
+
+class Usage(TalTest):
+    def test_no_command_is_wrong_usage(self):
+        self.tal(code=USAGE)
+
+    def test_an_unknown_command_is_wrong_usage(self):
+        self.tal("frobnicate", code=USAGE)
+
+    def test_an_unknown_option_is_wrong_usage(self):
+        self.tal("init", "--frobnicate", code=USAGE)
+
+    def test_help_tells_the_commands_and_the_limits(self):
+        text = self.tal("--help", code=DONE)
+        for word in ("commit", "merge", "simplify", "first line", "Exit codes"):
+            self.assertIn(word, text)
+
+    def test_without_a_store_a_command_fails(self):
+        self.tal("status", code=DIFFERS)
+        self.assertIn("tal init", self.talk)
+
+    def test_a_second_init_fails(self):
+        self.tal("init")
+        self.tal("init", code=DIFFERS)
+
+    def test_a_command_finds_the_store_of_a_folder_above(self):
+        self.tal("init")
+        self.write("deep/er/file.txt", "x")
+        self.tal("commit", "-m", "One", folder=self.folder / "deep/er")
+        self.assertEqual(self.tal("ls"), "deep/er/file.txt\n")
+
+
+class Commits(TalTest):
+    def setUp(self):
+        super().setUp()
+        self.tal("init")
+
+    def test_status_tells_what_was_added_changed_and_removed(self):
+        self.commit("First", a="1", b="2")
+        self.write("a.txt", "other")
+        self.remove("b.txt")
+        self.write("c.txt", "3")
+        changes = {c["path"]: c["change"] for c in self.read_json("status")["changes"]}
+        self.assertEqual(changes, {"a.txt": "changed", "b.txt": "removed", "c.txt": "added"})
+
+    def test_a_commit_takes_the_whole_state(self):
+        self.commit("First", a="1", b="2")
+        self.write("a.txt", "other")
+        self.remove("b.txt")
+        self.commit("Second", c="3")
+        self.assertEqual(self.tal("ls"), "a.txt\nc.txt\n")
+        self.assertEqual(self.read_json("status")["changes"], [])
+
+    def test_a_commit_of_nothing_fails_unless_it_is_wanted(self):
+        self.commit("First", a="1")
+        self.tal("commit", "-m", "Again", code=DIFFERS)
+        self.tal("commit", "-m", "Again", "--allow-empty")
+        self.assertEqual(len(self.read_json("log")), 2)
+
+    def test_a_folder_without_files_can_be_committed(self):
+        self.commit("First", a="1")
+        self.remove("a.txt")
+        self.tal("commit", "-m", "Nothing left")
+        self.assertEqual(self.tal("ls"), "")
+        self.tal("verify")
+
+    def test_a_file_takes_the_place_of_a_folder_and_back(self):
+        self.write("x/y", "1")
+        self.tal("commit", "-m", "Folder")
+        self.remove("x/y")
+        (self.folder / "x").rmdir()
+        self.write("x", "2")
+        self.tal("commit", "-m", "File")
+        self.assertEqual(self.tal("ls"), "x\n")
+        self.remove("x")
+        self.write("x/z", "3")
+        self.tal("commit", "-m", "Folder again")
+        self.assertEqual(self.tal("ls"), "x/z\n")
+        self.tal("verify")
+
+    def test_author_comes_from_options_before_the_environment(self):
+        self.write("a", "1")
+        self.tal("commit", "-m", "One", "--author", "Bob Ünal", "--email", "bob@example.org")
+        self.commit("Two", b="2")
+        log = self.read_json("log")
+        self.assertEqual([(c["author"], c["email"]) for c in log],
+                         [("Ann", "ann@example.org"), ("Bob Ünal", "bob@example.org")])
+
+    def test_without_author_there_is_a_default(self):
+        del self.environment["TAL_AUTHOR"], self.environment["TAL_EMAIL"]
+        self.commit("One", a="1")
+        self.assertNotEqual(self.read_json("log")[0]["author"], "")
+
+    def test_texts_that_a_store_cannot_give_back_are_refused(self):
+        self.write("a", "1")
+        before = self.store()
+        for arguments in (["-m", "two\nlines"],
+                          ["-m", b"not utf-8 \xff"],
+                          ["-m", "x", "--author", "A <b>"],
+                          ["-m", "x", "--author", "A\nB"],
+                          ["-m", "x", "--email", "a>b"],
+                          ["-m", "the parent folder"],
+                          ["-m", "x", "--author", "A parent"]):
+            self.tal("commit", *arguments, code=USAGE)
+            self.assertEqual(self.store(), before, arguments)
+
+    def test_the_word_parent_is_fine_in_a_later_commit(self):
+        self.commit("First", a="1")
+        self.commit("Tidy the parent folder", a="2")
+        self.assertEqual(self.read_json("log")[0]["description"], "Tidy the parent folder")
+
+    def test_bytes_come_back_unchanged(self):
+        content = bytes(range(256)) * 300 + b"\r\n\n\0"
+        self.write("binary", content)
+        self.write("empty", b"")
+        self.tal("commit", "-m", "Bytes")
+        self.assertEqual(self.run_tal("cat", "binary").stdout, content)
+        self.assertEqual(self.run_tal("cat", "empty").stdout, b"")
+        answer = self.read_json("cat", "binary")
+        self.assertEqual(base64.b64decode(answer["base64"]), content)
+        self.assertEqual(answer["id"], blob_id(content))
+
+
+class Reading(TalTest):
+    def setUp(self):
+        super().setUp()
+        self.tal("init")
+        self.commit("First", a="1\n2\n3\n", b="same")
+        self.write("dir/c.txt", "c")
+        self.commit("Second", a="1\ntwo\n3\n")
+
+    def test_log_lists_the_newest_first(self):
+        self.assertEqual([c["description"] for c in self.read_json("log")], ["Second", "First"])
+        text = self.tal("log")
+        self.assertLess(text.index("Second"), text.index("First"))
+        self.assertNotIn("\x1b", text)
+
+    def test_log_begins_where_it_is_told_and_ends_at_its_limit(self):
+        self.assertEqual([c["description"] for c in self.read_json("log", "HEAD~1")], ["First"])
+        self.assertEqual([c["description"] for c in self.read_json("log", "-n", "1")], ["Second"])
+
+    def test_commits_are_linked(self):
+        second, first = self.read_json("log")
+        self.assertEqual(second["parent"], first["id"])
+        self.assertIsNone(first["parent"])
+
+    def test_abbreviated_ids_name_a_commit(self):
+        second = self.head()
+        for name in (second, second[:4], second[:20], "HEAD", "master", "HEAD~0"):
+            self.assertEqual(self.head(name), second)
+        self.assertEqual(self.head(second[:8] + "~"), self.head("HEAD~1"))
+
+    def test_names_of_no_commit_fail(self):
+        for name in ("abc", "nowhere", "HEAD~2", "HEAD~x", "0" * 64, "~"):
+            self.tal("log", "--", name, code=DIFFERS)
+
+    def test_show_tells_the_commit_and_its_changes(self):
+        answer = self.read_json("show")
+        self.assertEqual(answer["description"], "Second")
+        self.assertEqual([(c["path"], c["change"]) for c in answer["changes"]],
+                         [("a.txt", "changed"), ("dir/c.txt", "added")])
+        self.assertEqual(answer["changes"][0]["before"], blob_id(b"1\n2\n3\n"))
+        self.assertEqual(answer["changes"][0]["after"], blob_id(b"1\ntwo\n3\n"))
+        self.assertIn("+two", self.tal("show"))
+
+    def test_ls_lists_a_commit_or_a_folder_of_it(self):
+        self.assertEqual(self.tal("ls"), "a.txt\nb.txt\ndir/c.txt\n")
+        self.assertEqual(self.tal("ls", "dir/"), "dir/c.txt\n")
+        self.assertEqual(self.tal("ls", "-r", "HEAD~1"), "a.txt\nb.txt\n")
+        self.assertEqual(self.read_json("ls", "b.txt"),
+                         [{"path": "b.txt", "id": blob_id(b"same"), "bytes": 4}])
+        self.tal("ls", "nowhere", code=DIFFERS)
+
+    def test_cat_reads_a_file_of_a_commit(self):
+        self.assertEqual(self.tal("cat", "a.txt"), "1\ntwo\n3\n")
+        self.assertEqual(self.tal("cat", "a.txt", "-r", "HEAD~1"), "1\n2\n3\n")
+        self.tal("cat", "dir", code=DIFFERS)
+        self.tal("cat", code=USAGE)
+
+    def test_diff_of_two_commits(self):
+        text = self.tal("diff", "HEAD~1", "HEAD", code=DIFFERS)
+        self.assertIn("changed a.txt\n@@ -1,3 +1,3 @@\n 1\n-2\n+two\n 3\n", text)
+        self.assertIn("added dir/c.txt\n", text)
+        self.assertIn("\\ No newline at end of file", text)
+        answer = self.read_json("diff", "HEAD", "HEAD~1", code=DIFFERS)
+        self.assertEqual([(c["path"], c["change"]) for c in answer["changes"]],
+                         [("a.txt", "changed"), ("dir/c.txt", "removed")])
+        self.assertEqual((answer["changes"][0]["lines_added"],
+                          answer["changes"][0]["lines_removed"]), (1, 1))
+
+    def test_diff_with_the_folder(self):
+        self.assertEqual(self.tal("diff", code=DONE), "")
+        self.write("b.txt", "same\n")
+        self.write("new.bin", b"a\0b")
+        self.assertEqual(self.tal("diff", "--names", code=DIFFERS), "C\tb.txt\nA\tnew.bin\n")
+        self.assertIn("binary", self.tal("diff", code=DIFFERS))
+        self.assertEqual(self.tal("diff", "--names", "HEAD~1", code=DIFFERS),
+                         "C\ta.txt\nC\tb.txt\nA\tdir/c.txt\nA\tnew.bin\n")
+
+    def test_stat_counts_objects_and_bytes(self):
+        answer = self.read_json("stat")
+        # Trees: the first root, "dir", the second root. Blobs: a.txt twice, b.txt, c.txt.
+        self.assertEqual([answer[k]["count"] for k in ("commits", "trees", "blobs")], [2, 3, 4])
+        self.assertEqual(answer["blobs"]["bytes"], len(b"blob 6\0") * 4 + 6 + 8 + 4 + 1)
+        self.assertEqual(answer["files_of_all_commits"], 5)
+        self.assertEqual(answer["bytes_of_all_commits"], 6 + 4 + 8 + 4 + 1)
+        self.assertEqual(answer["store_objects"], 9)
+        self.assertEqual(answer["unreached_bytes"], 0)
+        self.assertIn("sharing", self.tal("stat"))
+
+    def test_verify_finds_a_whole_store(self):
+        answer = self.read_json("verify")
+        self.assertTrue(answer["whole"])
+        self.assertEqual((answer["objects"], answer["reached"]), (9, 9))
+
+    def test_reading_leaves_the_store_alone(self):
+        before = self.store()
+        for arguments in (["status"], ["log"], ["show"], ["ls"], ["cat", "a.txt"], ["diff"],
+                          ["branch"], ["verify"], ["stat"], ["graph"]):
+            self.tal(*arguments)
+        self.assertEqual(self.store(), before)
+
+
+if __name__ == "__main__":
+    unittest.main()

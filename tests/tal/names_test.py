@@ -1,0 +1,169 @@
+"""Names of files, what isn't a file, and the ignore file."""
+
+import json
+import os
+import socket
+import unittest
+
+from support import DIFFERS, TalTest, contents_of
+
+NAMES = ["grün.txt", "日本語/説明.txt", "emoji 😀", "fullwidth ～", "a b", "-dash", "quote\"'", "tab\there",
+         "new\nline", "back\\slash", "dot.", "...", ".hidden", "%41", "*", "#", "e\u0301 combining",
+         "é precomposed", "x" * 255]
+
+
+class Names(TalTest):
+    def setUp(self):
+        super().setUp()
+        self.tal("init")
+
+    def test_names_come_back_unchanged(self):
+        for name in NAMES:
+            self.write(name, name)
+        expected = self.contents()
+        self.tal("commit", "-m", "Names")
+        self.assertEqual(len(expected), len(NAMES))
+        self.assertEqual({f["path"] for f in self.read_json("ls")}, set(NAMES))
+        self.assertEqual(self.restored(), expected)
+
+    def test_a_name_with_a_lone_surrogate_comes_back_unchanged(self):
+        with open(os.fsencode(self.folder) + b"/lone \xed\xa0\x80", "wb") as file:
+            file.write(b"x")
+        expected = self.contents()
+        self.tal("commit", "-m", "A surrogate")
+        self.assertEqual(self.read_json("ls")[0]["path"], "lone \ud800")
+        self.assertEqual(self.restored(), expected)
+
+    def test_names_that_are_no_utf8_are_refused_by_name(self):
+        self.write("good", "1")
+        # Stray bytes, and a pair of surrogates in three bytes each, which would come back as one.
+        for name in (b"bad \xff", b"pair \xed\xa0\xbd\xed\xb8\x80"):
+            path = os.fsencode(self.folder) + b"/" + name
+            with open(path, "wb") as file:
+                file.write(b"x")
+            before = self.store()
+            self.tal("commit", "-m", "Names", code=DIFFERS)
+            self.assertIn(name.decode("ascii", "backslashreplace"), self.talk)
+            self.assertEqual(self.store(), before)
+            self.assertEqual(len(self.read_json("status")["not_utf8"]), 1)
+            os.remove(path)
+
+    def test_a_name_that_is_no_utf8_can_be_ignored(self):
+        with open(os.fsencode(self.folder) + b"/bad\xff", "wb") as file:
+            file.write(b"x")
+        self.write(".talignore", b"bad*\n")
+        self.tal("commit", "-m", "Without it")
+        self.assertEqual(self.tal("ls"), ".talignore\n")
+
+    def test_names_of_branches_come_back_unchanged(self):
+        self.commit("First", a="1")
+        names = ["a/b", "..", ".", "grün 😀", "UPPER", "upper", "new\nline", "x" * 300, " ", "-d"]
+        for name in names:
+            self.tal("branch", "--", name)
+        self.assertEqual({b["name"] for b in self.read_json("branch")}, {*names, "master"})
+        for name in names:
+            self.tal("switch", "--", name)
+            self.assertEqual(self.read_json("status")["branch"], name)
+        self.tal("switch", "master")
+        for name in names:
+            self.tal("branch", "-d", "--", name)
+        self.assertEqual([b["name"] for b in self.read_json("branch")], ["master"])
+        self.tal("verify")
+
+    def restored(self):
+        """Returns what the store gives back in an empty folder."""
+        other = self.scratch / "other"
+        other.mkdir()
+        (self.folder / ".vcs").rename(other / ".vcs")
+        self.tal("switch", "--restore", "master", folder=other)
+        return contents_of(other)
+
+
+class NoFiles(TalTest):
+    def setUp(self):
+        super().setUp()
+        self.tal("init")
+        self.write("file", "1")
+
+    def test_links_and_special_files_are_told_and_passed_over(self):
+        (self.folder / "link").symlink_to("file")
+        (self.folder / "broken").symlink_to("nowhere")
+        outside = self.scratch / "outside"
+        outside.mkdir()
+        (outside / "secret").write_text("s")
+        (self.folder / "linked-folder").symlink_to(outside)
+        os.mkfifo(self.folder / "pipe")
+        server = socket.socket(socket.AF_UNIX)
+        self.addCleanup(server.close)
+        server.bind(str(self.folder / "socket"))
+        self.tal("commit", "-m", "The file")
+        for name in ("link", "broken", "linked-folder", "pipe", "socket"):
+            self.assertIn("skipped " + name + " ", self.talk)
+        self.assertEqual(self.tal("ls"), "file\n")
+        skipped = {s["path"]: s["reason"] for s in self.read_json("status")["skipped"]}
+        self.assertEqual(skipped["link"], "symbolic link")
+        self.assertEqual(skipped["pipe"], "pipe")
+        self.assertEqual(len(skipped), 5)
+
+    def test_the_store_of_another_history_is_passed_over(self):
+        (self.folder / "inner").mkdir()
+        self.tal("init", folder=self.folder / "inner")
+        self.write("inner/file", "2")
+        self.tal("commit", "-m", "Both files")
+        self.assertEqual(self.tal("ls"), "file\ninner/file\n")
+
+    def test_empty_folders_are_passed_over(self):
+        (self.folder / "empty/er").mkdir(parents=True)
+        self.tal("commit", "-m", "The file")
+        self.assertEqual(self.tal("ls"), "file\n")
+
+
+class Ignoring(TalTest):
+    def setUp(self):
+        super().setUp()
+        self.tal("init")
+
+    def test_patterns(self):
+        self.write(".talignore", "# comment\n*.o\nbuild/\n/top\ndocs/*.tmp\n\nx[12]\n")
+        for path in ("a.o", "deep/b.o", "build/x", "sub/build/y", "top", "sub/top", "docs/a.tmp",
+                     "other/docs/a.tmp", "x1", "x3", "sub/buildings", "kept"):
+            self.write(path, path)
+        self.write("file-named/build", "a file, not a folder")
+        self.tal("commit", "-m", "Some")
+        self.assertEqual(self.tal("ls").split("\n")[:-1],
+                         [".talignore", "file-named/build", "kept", "other/docs/a.tmp",
+                          "sub/buildings", "sub/top", "x3"])
+
+    def test_what_is_in_the_history_stays_there(self):
+        self.write("old.o", "1")
+        self.write("build/old", "1")
+        self.tal("commit", "-m", "First")
+        self.write(".talignore", "*.o\nbuild/\n")
+        self.write("old.o", "2")
+        self.write("new.o", "2")
+        changes = [c["path"] for c in self.read_json("status")["changes"]]
+        self.assertEqual(changes, [".talignore", "old.o"])
+
+
+class Json(TalTest):
+    def test_texts_are_escaped(self):
+        self.tal("init")
+        text = "quote \" backslash \\ tab \t bell \a e\u0301 😀 </script>"
+        self.write("a\"b\\c\n", "1")
+        self.tal("commit", "-m", text)
+        self.assertEqual(self.read_json("log")[0]["description"], text)
+        self.assertEqual(self.read_json("ls")[0]["path"], "a\"b\\c\n")
+
+    def test_every_reader_answers_in_json(self):
+        self.tal("init")
+        self.commit("First", a="1")
+        self.commit("Second", b="2")
+        for arguments, code in ((["status"], 0), (["log"], 0), (["log", "--all"], 0), (["show"], 0),
+                                (["ls"], 0), (["cat", "a.txt"], 0), (["diff", "HEAD~"], 1),
+                                (["branch"], 0), (["verify"], 0), (["stat"], 0), (["graph"], 0),
+                                (["merge", "--dry-run", "HEAD~"], 0)):
+            json.loads(self.tal(*arguments, "--json", code=code))
+
+
+if __name__ == "__main__":
+    unittest.main()
