@@ -3,61 +3,59 @@
 namespace ModelTest {
 namespace {
 
-template <class LibTable, class ModelTable>
-void CompareTables(const std::string& what, const LibTable& lib, const ModelTable& model,
-                   bool countsAreExact) {
+// Compares the keys, the numbers of users and, by `compareObjects`, the objects.
+template <class LibTable, class ModelTable, class CompareObjects>
+void CompareTables(const LibTable& lib, const ModelTable& model, bool countsAreExact,
+                   const CompareObjects& compareObjects) {
   for (const auto& [libId, object] : lib) {
-    const Model::Id id = FromLib(libId);
-    const auto found = model.find(id);
-    if (found == model.end()) throw Mismatch(what + " " + id + " stands in the library only");
-    const auto libUsers = static_cast<std::uint64_t>(object.use_count());
-    const auto users = static_cast<std::uint64_t>(found->second.UseCount());
-    if (countsAreExact) {
-      ExpectSame<std::uint64_t>("users of " + what + " " + id, libUsers, users);
-    } else {
-      ExpectSameBool(what + " " + id + " is used", libUsers > 1, users > 1);
+    const auto found = model.find(FromLib(libId));
+    if (found == model.end()) throw Mismatch("only the library has " + FromLib(libId));
+    const long libUsers = object.use_count();
+    const long users = found->second.UseCount();
+    if (countsAreExact ? libUsers != users : (libUsers > 1) != (users > 1)) {
+      throw Mismatch("users of " + found->first + ": library " + std::to_string(libUsers) +
+                     ", model " + std::to_string(users));
     }
+    compareObjects(object, found->second);
   }
   if (lib.size() == model.size()) return;
   for (const auto& [id, object] : model) {
-    if (!lib.contains(ToLibId(id))) throw Mismatch(what + " " + id + " stands in the model only");
+    if (!lib.contains(ToLibId(id))) throw Mismatch("only the model has " + id);
   }
 }
 
 }  // namespace
 
-bool Comparison::IsNewPair(const std::string& what, const void* lib, const void* model) {
-  const bool newLib = m_modelOf.emplace(lib, model).second;
-  const bool newModel = m_libOf.emplace(model, lib).second;
-  if (m_modelOf.at(lib) != model || m_libOf.at(model) != lib) {
-    throw Mismatch(what + ": other handles share the instance in the library than in the model");
+bool Comparison::IsNewPair(std::string_view what, const void* lib, const void* model) {
+  const auto [knownModel, newLib] = m_modelOf.emplace(lib, model);
+  const auto [knownLib, newModel] = m_libOf.emplace(model, lib);
+  if (knownModel->second != model || knownLib->second != lib) {
+    throw Mismatch(std::string(what) + ": other handles share it in the library than in the model");
   }
   return newLib && newModel;
 }
 
-void Comparison::Repositories(const std::string& name, const RepositoryTwin& twin) {
-  ExpectSame("current branch of " + name, FromLib(twin.lib->GetCurentBranch()),
+void Comparison::Repositories(const RepositoryTwin& twin) {
+  ExpectSame("current branch", FromLib(twin.lib->GetCurentBranch()),
              twin.model->GetCurrentBranch());
   const TalVcs::IObjectsStorage* lib = std::as_const(*twin.lib).GetStorage();
   const Model::Storage* model = twin.model->GetStorage();
-  ExpectSameBool("storage of " + name, lib, model != nullptr);
+  ExpectSameBool("storage", lib, model != nullptr);
   if (lib == nullptr) return;
-  ExpectSame<std::uint64_t>("commit count of " + name, twin.lib->GetCommitCount(),
-                            model->commits.size());
-  ExpectSame<std::uint64_t>("tree count of " + name, twin.lib->GetTreeCount(), model->trees.size());
-  ExpectSame<std::uint64_t>("blob count of " + name, twin.lib->GetBlobCount(), model->blobs.size());
-  CompareTables("commit of " + name, lib->GetCommits(), model->commits, true);
-  CompareTables("tree of " + name, lib->GetTrees(), model->trees, false);
-  CompareTables("blob of " + name, lib->GetBlobs(), model->blobs, false);
-  for (const auto& [id, commit] : lib->GetCommits()) {
-    Commits(commit, model->commits.at(FromLib(id)));
-  }
-  for (const auto& [id, tree] : lib->GetTrees()) Trees(tree, model->trees.at(FromLib(id)));
-  for (const auto& [id, blob] : lib->GetBlobs()) Blobs(blob, model->blobs.at(FromLib(id)));
-  ExpectSame<std::uint64_t>("branch count of " + name, lib->GetRefs().size(), model->refs.size());
+  ExpectSame<std::uint64_t>("commit count", twin.lib->GetCommitCount(), model->commits.size());
+  ExpectSame<std::uint64_t>("tree count", twin.lib->GetTreeCount(), model->trees.size());
+  ExpectSame<std::uint64_t>("blob count", twin.lib->GetBlobCount(), model->blobs.size());
+  // Trees may share the handles on their entries, so that only their being used can be compared.
+  CompareTables(lib->GetCommits(), model->commits, true,
+                [this](const auto& a, const auto& b) { Commits(a, b); });
+  CompareTables(lib->GetTrees(), model->trees, false,
+                [this](const auto& a, const auto& b) { Trees(a, b); });
+  CompareTables(lib->GetBlobs(), model->blobs, false,
+                [this](const auto& a, const auto& b) { Blobs(a, b); });
+  ExpectSame<std::uint64_t>("branch count", lib->GetRefs().size(), model->refs.size());
   for (const auto& [branch, head] : lib->GetRefs()) {
     const auto found = model->refs.find(FromLib(branch));
-    if (found == model->refs.end()) throw Mismatch("branch " + Show(FromLib(branch)) + " is new");
+    if (found == model->refs.end()) throw Mismatch("only the library has " + Show(FromLib(branch)));
     Commits(head, found->second);
   }
 }
@@ -68,7 +66,7 @@ void Comparison::Commits(const TalVcs::cow_ptr<TalVcs::Commit>& lib,
   const Model::Commit* commit = model.get();
   while (libCommit || commit != nullptr) {
     ExpectSameBool("commit", libCommit, commit != nullptr);
-    if (!IsNewPair("commit " + commit->GetId(), libCommit.get(), commit)) return;
+    if (!IsNewPair("commit", libCommit.get(), commit)) return;
     ExpectSame("id of a commit", FromLib(libCommit->GetId()), commit->GetId());
     Drafts(*libCommit, *commit);
     libCommit = libCommit->GetParent();

@@ -2,6 +2,7 @@
 
 #include "twins.h"
 
+#include <string_view>
 #include <unordered_map>
 
 namespace ModelTest {
@@ -12,7 +13,7 @@ namespace ModelTest {
 /// Each operation raises a `Mismatch` where the two differ.
 class Comparison {
  public:
-  void Repositories(const std::string& name, const RepositoryTwin& twin);
+  void Repositories(const RepositoryTwin& twin);
   void Commits(const TalVcs::cow_ptr<TalVcs::Commit>& lib,
                const Model::Handle<Model::Commit>& model);
   /// Compares without asking for the id, which a draft would keep.
@@ -21,7 +22,7 @@ class Comparison {
   void Blobs(const TalVcs::cow_ptr<TalVcs::Blob>& lib, const Model::Handle<Model::Blob>& model);
 
  private:
-  bool IsNewPair(const std::string& what, const void* lib, const void* model);
+  bool IsNewPair(std::string_view what, const void* lib, const void* model);
   void TreeContents(const TalVcs::Tree& lib, const Model::Tree& model);
 
   std::unordered_map<const void*, const void*> m_modelOf;

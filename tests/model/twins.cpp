@@ -22,7 +22,15 @@ Model::Text FromLib(TalVcs::TalStringViewT<TalVcs::WideChar> text) {
   return Model::Text(text.text, text.text + text.length);
 }
 
-Model::Id FromLib(const TalVcs::Id& id) { return Model::EncodeUtf8(FromLib(id.View())); }
+Model::Id FromLib(const TalVcs::Id& id) {
+  const auto view = id.View();
+  Model::Id text;
+  for (int i = 0; i < view.length; ++i) {
+    if (view.text[i] >= 0x80) return Model::EncodeUtf8(FromLib(view));
+    text += static_cast<char>(view.text[i]);
+  }
+  return text;
+}
 
 Model::Bytes FromLib(const TalVcs::Buffer& buffer) {
   Model::Bytes bytes;
@@ -34,6 +42,7 @@ Model::Bytes FromLib(const TalVcs::Buffer& buffer) {
 
 std::vector<Model::Text> FromLib(const std::vector<LibText>& texts) {
   std::vector<Model::Text> result;
+  result.reserve(texts.size());
   for (const LibText& text : texts) result.push_back(FromLib(text));
   return result;
 }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ModelTest {
@@ -55,13 +56,13 @@ std::string Show(const std::vector<Model::Text>& texts);
 
 /// Raises a `Mismatch` that names `what` unless both values are equal.
 template <class T>
-void ExpectSame(const std::string& what, const T& lib, const T& model) {
+void ExpectSame(std::string_view what, const T& lib, const T& model) {
   if (lib == model) return;
-  throw Mismatch(what + ": library " + Show(lib) + ", model " + Show(model));
+  throw Mismatch(std::string(what) + ": library " + Show(lib) + ", model " + Show(model));
 }
 
 template <class T>
-void ExpectSameBool(const std::string& what, const T& lib, bool model) {
+void ExpectSameBool(std::string_view what, const T& lib, bool model) {
   ExpectSame<std::uint64_t>(what, static_cast<bool>(lib) ? 1 : 0, model ? 1 : 0);
 }
 

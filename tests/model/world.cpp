@@ -24,11 +24,12 @@ const char* Zone(Choices& choices) {
 
 World::World(Choices& choices) : m_choices(choices), m_clock(FirstSecond(choices), Zone(choices)) {
   for (RepositoryTwin& twin : m_repositories) {
-    twin = {std::make_unique<TalVcs::Repository>(std::make_unique<TalVcs::MemObjectsStorage>()),
-            std::make_unique<Model::Repository>(std::make_unique<Model::Storage>())};
+    twin.lib = std::make_unique<TalVcs::Repository>(std::make_unique<TalVcs::MemObjectsStorage>());
+    twin.model = std::make_unique<Model::Repository>(std::make_unique<Model::Storage>());
   }
   for (DraftTwin& draft : m_drafts) {
-    draft = {std::make_unique<TalVcs::Commit>(), std::make_unique<Model::Commit>()};
+    draft.lib = std::make_unique<TalVcs::Commit>();
+    draft.model = std::make_unique<Model::Commit>();
   }
   // Each run leans towards some of the operations and leaves out others.
   for (const Kind& kind : Kinds()) {
@@ -94,9 +95,7 @@ bool World::IsOrderUnknown() const {
 
 void World::Check() {
   Comparison comparison;
-  for (std::size_t i = 0; i < m_repositories.size(); ++i) {
-    comparison.Repositories("repository " + std::to_string(i), m_repositories[i]);
-  }
+  for (const RepositoryTwin& repository : m_repositories) comparison.Repositories(repository);
   for (const CommitTwin& commit : m_commits) comparison.Commits(commit.lib, commit.model);
   for (const TreeTwin& tree : m_trees) comparison.Trees(tree.lib, tree.model);
   for (const BlobTwin& blob : m_blobs) comparison.Blobs(blob.lib, blob.model);

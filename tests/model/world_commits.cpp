@@ -17,28 +17,29 @@ void World::MakeDraft() {
   switch (m_choices.Below(6)) {
     case 0:
       Say("by default");
-      draft = {std::make_unique<TalVcs::Commit>(), std::make_unique<Model::Commit>()};
+      draft.lib = std::make_unique<TalVcs::Commit>();
+      draft.model = std::make_unique<Model::Commit>();
       break;
     case 1: {
       const CommitTwin source = PickCommit();
       if (!source) return;
       Say("as a copy of " + source.model->GetId());
-      draft = {std::make_unique<TalVcs::Commit>(*source.lib),
-               std::make_unique<Model::Commit>(*source.model)};
+      draft.lib = std::make_unique<TalVcs::Commit>(*source.lib);
+      draft.model = std::make_unique<Model::Commit>(*source.model);
       break;
     }
     case 2: {
       const CommitTwin head = PickCommit();
       Say(amend ? "to amend a commit" : "on a commit");
-      draft = {std::make_unique<TalVcs::Commit>(head.lib, amend),
-               std::make_unique<Model::Commit>(head.model, amend)};
+      draft.lib = std::make_unique<TalVcs::Commit>(head.lib, amend);
+      draft.model = std::make_unique<Model::Commit>(head.model, amend);
       break;
     }
     default: {
       const auto repository = PickRepositoryOrNull();
       Say(amend ? "to amend a head" : "on a head");
-      draft = {std::make_unique<TalVcs::Commit>(repository.lib, amend),
-               std::make_unique<Model::Commit>(repository.model, amend)};
+      draft.lib = std::make_unique<TalVcs::Commit>(repository.lib, amend);
+      draft.model = std::make_unique<Model::Commit>(repository.model, amend);
       break;
     }
   }
@@ -153,8 +154,9 @@ void World::CommitDraft() { CommitInto(PickRepository(), PickDraft(), m_choices.
 void World::CommitQuickly() {
   RepositoryTwin& repository = PickRepository();
   const bool amend = m_choices.OneIn(8);
-  DraftTwin draft = {std::make_unique<TalVcs::Commit>(repository.lib.get(), amend),
-                     std::make_unique<Model::Commit>(repository.model.get(), amend)};
+  DraftTwin draft;
+  draft.lib = std::make_unique<TalVcs::Commit>(repository.lib.get(), amend);
+  draft.model = std::make_unique<Model::Commit>(repository.model.get(), amend);
   const Model::Text words = PickWords();
   draft.lib->SetDescription(ToLib(words));
   draft.model->SetDescription(words);

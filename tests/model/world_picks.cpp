@@ -54,15 +54,9 @@ Model::Text World::PickWords() {
 }
 
 Model::Bytes World::PickContent() {
+  // The last one is longer than a block of the digest and than any text inside an object.
   static const std::vector<Model::Bytes> contents = {
-      "1",
-      "2",
-      "x",
-      "",
-      "9",
-      std::string("\0\x80", 2),
-      "a text that is longer than one block of "
-      "the digest, which has sixty-four bytes, and longer than any text inside an object"};
+      "1", "2", "x", "", "9", std::string("\0\x80", 2), std::string(100, 'l')};
   return m_choices.Of(contents);
 }
 

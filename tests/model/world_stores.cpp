@@ -73,7 +73,9 @@ void World::DropHandles() {
 }
 
 void World::DropDraft() {
-  PickDraft() = {std::make_unique<TalVcs::Commit>(), std::make_unique<Model::Commit>()};
+  DraftTwin& draft = PickDraft();
+  draft.lib = std::make_unique<TalVcs::Commit>();
+  draft.model = std::make_unique<Model::Commit>();
 }
 
 void World::ReplaceRepository() {
@@ -83,8 +85,8 @@ void World::ReplaceRepository() {
     case 0:
       if (&target == &source) return;
       Say("by a move");
-      target = {std::make_unique<TalVcs::Repository>(std::move(*source.lib)),
-                std::make_unique<Model::Repository>(std::move(*source.model))};
+      target.lib = std::make_unique<TalVcs::Repository>(std::move(*source.lib));
+      target.model = std::make_unique<Model::Repository>(std::move(*source.model));
       break;
     case 1:
       Say("by assignment");
@@ -99,21 +101,22 @@ void World::ReplaceRepository() {
       break;
     case 3:
       Say("by one with other branches");
-      target = {std::make_unique<TalVcs::Repository>(std::make_unique<TalVcs::MemObjectsStorage>(
-                    std::initializer_list<TalVcs::TalStringViewT<TalVcs::WideChar>>{
-                        TAL_WIDE("b"), TAL_WIDE(""), TAL_WIDE("b")})),
-                std::make_unique<Model::Repository>(
-                    std::make_unique<Model::Storage>(std::vector<Model::Text>{u"b", u""}))};
+      target.lib = std::make_unique<TalVcs::Repository>(std::make_unique<TalVcs::MemObjectsStorage>(
+          std::initializer_list<TalVcs::TalStringViewT<TalVcs::WideChar>>{
+              TAL_WIDE("b"), TAL_WIDE(""), TAL_WIDE("b")}));
+      target.model = std::make_unique<Model::Repository>(
+          std::make_unique<Model::Storage>(std::vector<Model::Text>{u"b", u""}));
       break;
     case 4:
       Say("by a new one");
-      target = {std::make_unique<TalVcs::Repository>(std::make_unique<TalVcs::MemObjectsStorage>()),
-                std::make_unique<Model::Repository>(std::make_unique<Model::Storage>())};
+      target.lib =
+          std::make_unique<TalVcs::Repository>(std::make_unique<TalVcs::MemObjectsStorage>());
+      target.model = std::make_unique<Model::Repository>(std::make_unique<Model::Storage>());
       break;
     default:
       Say("by a copy");
-      target = {std::make_unique<TalVcs::Repository>(std::as_const(*source.lib)),
-                std::make_unique<Model::Repository>(std::as_const(*source.model))};
+      target.lib = std::make_unique<TalVcs::Repository>(std::as_const(*source.lib));
+      target.model = std::make_unique<Model::Repository>(std::as_const(*source.model));
       break;
   }
 }
