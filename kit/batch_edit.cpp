@@ -13,6 +13,11 @@
 // that changed are stored and put into the one above, from the bottom up:
 //
 //     add a/b/f, add a/c/g, remove a/b/h      open a, a/b, a/c;   store a/b, a/c, a
+//
+// In two cases the directories in between matter, and the edits are made one by one. An id that
+// isn't stored may be that of such a directory. And where a path leads through a subtree that a
+// blob of the same name hides, what the subtree holds depends on instances that the storage has:
+// trees that differ in nothing but what is hidden have one id and so one instance.
 
 namespace TalVcs::Kit {
 
@@ -35,7 +40,7 @@ constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 class BatchEdit::Draft {
  public:
   Draft(IRepository& repository, const Tree& root) : m_repository(repository) {
-    m_directories.push_back({root, kNone, {}, {}, false, true});
+    m_directories.push_back({root, kNone, {}, {}, false, true, false});
   }
 
   /// Puts an object at a path. Returns false, with nothing changed, for the empty path.
@@ -44,6 +49,7 @@ class BatchEdit::Draft {
     const Components components = Helpers::SplitVcsPath(path);
     if (components.empty()) return false;
     const std::size_t at = OpenAbove(components, true);
+    if (at == kNone) return false;
     Directory& directory = m_directories[at];
     directory.changed = true;
     if constexpr (std::is_same_v<T, Tree>) {
@@ -51,9 +57,14 @@ class BatchEdit::Draft {
       directory.tree.AddTree(&m_repository, components.back(), object);
     } else {
       directory.tree.AddBlob(&m_repository, components.back(), object);
+      const auto open = directory.below.find(components.back());
+      if (open != directory.below.end()) m_directories[open->second].hidden = true;
     }
     return true;
   }
+
+  /// True once an edit failed because its path leads through a hidden directory.
+  bool MetHidden() const noexcept { return m_metHidden; }
 
   /// Removes what stands at a path, and what that leaves empty. Returns false, with nothing
   /// changed, if nothing stands there.
@@ -95,18 +106,23 @@ class BatchEdit::Draft {
     std::unordered_map<TalStringT<WideChar>, std::size_t> below;  // the open ones
     bool changed;
     bool exists;  // false once it was removed or replaced
+    bool hidden;  // by a blob of the same name
   };
 
-  /// Returns the open directory of that name, opening it if need be; kNone if there is none and
-  /// `make` is false.
+  /// Returns the open directory of that name, opening it if need be; kNone if it is hidden, or if
+  /// there is none and `make` is false.
   std::size_t Open(std::size_t above, TalStringViewT<WideChar> view, bool make) {
     const TalStringT<WideChar> name(view);
     const auto found = m_directories[above].below.find(name);
-    if (found != m_directories[above].below.end()) return found->second;
+    if (found != m_directories[above].below.end()) {
+      m_metHidden = m_metHidden || m_directories[found->second].hidden;
+      return m_metHidden ? kNone : found->second;
+    }
+    m_metHidden = m_metHidden || m_directories[above].tree.GetLocalBlob(name);
     const cow_ptr<Tree> held = m_directories[above].tree.GetLocalTree(name);
-    if (!held && !make) return kNone;
+    if (m_metHidden || (!held && !make)) return kNone;
     const std::size_t index = m_directories.size();
-    m_directories.push_back({held ? *held : Tree(), above, name, {}, !held, true});
+    m_directories.push_back({held ? *held : Tree(), above, name, {}, !held, true, false});
     m_directories[above].below.emplace(name, index);
     return index;
   }
@@ -142,6 +158,7 @@ class BatchEdit::Draft {
 
   IRepository& m_repository;
   std::vector<Directory> m_directories;  // the root is the first
+  bool m_metHidden = false;
 };
 
 namespace {
@@ -203,8 +220,7 @@ std::size_t BatchEdit::ApplyOneByOne(IRepository* repository, Target& target) co
   return done;
 }
 
-// Returns how many edits took effect; nothing if they have to be made one by one: an id that isn't
-// stored may be that of a directory which only the edits before it bring about.
+// Returns how many edits took effect; nothing if they have to be made one by one.
 std::optional<std::size_t> BatchEdit::ApplyTo(IRepository& repository, Draft& draft) const {
   std::size_t done = 0;
   for (const Edit& edit : m_edits) {
@@ -221,6 +237,7 @@ std::optional<std::size_t> BatchEdit::ApplyTo(IRepository& repository, Draft& dr
     } else {
       success = draft.Remove(edit.path);
     }
+    if (draft.MetHidden()) return std::nullopt;
     if (success) ++done;
   }
   return done;

@@ -1,0 +1,301 @@
+#include <gtest/gtest.h>
+#include <kit/batch_edit.h>
+#include <tests/kit/saved_states.h>
+
+#include <random>
+
+namespace TalVcs::Kit {
+namespace {
+
+using namespace TalVcs::Testing;
+
+/// One edit in a form that can be made one by one and in a batch.
+struct Step {
+  enum Kind { kBlob, kTree, kObject, kRemove } kind;
+  std::string path;
+  std::string text;  // of the blob, or of the blobs in the tree
+};
+
+Tree SmallTree(Repository& repository, const std::string& text) {
+  if (text.empty()) return Tree();
+  return TreeOf(&repository, {{"in/x", text}, {"y", text + "2"}});
+}
+
+Id KnownId(Repository& repository, const std::string& text) {
+  if (text == "unknown") return Id(Wide(std::string(64, '0')));
+  return repository.SyncWithStorage(SharedBlob(text))->GetId();
+}
+
+void Append(BatchEdit& batch, Repository& repository, const Step& step) {
+  const WideString path = Wide(step.path);
+  switch (step.kind) {
+    case Step::kBlob:
+      return batch.AddBlob(path, BlobOf(step.text));
+    case Step::kTree:
+      return batch.AddTree(path, SmallTree(repository, step.text));
+    case Step::kObject:
+      return batch.AddObject(path, KnownId(repository, step.text));
+    case Step::kRemove:
+      return batch.RemoveObject(path);
+  }
+}
+
+bool MakeAlone(Tree& tree, Repository& repository, const Step& step) {
+  const WideString path = Wide(step.path);
+  switch (step.kind) {
+    case Step::kBlob:
+      return tree.AddBlob(&repository, path, BlobOf(step.text)) != nullptr;
+    case Step::kTree:
+      return tree.AddTree(&repository, path, SmallTree(repository, step.text)) != nullptr;
+    case Step::kObject:
+      return tree.AddObject(&repository, path, KnownId(repository, step.text)) != nullptr;
+    case Step::kRemove:
+      return tree.RemoveObject(&repository, path);
+  }
+  return false;
+}
+
+/// All entries of a tree and the trees below, with what a blob hides.
+std::string Listing(const Tree& tree, const std::string& indent = {}) {
+  std::string text;
+  for (const WideString& name : tree.GetLocalBlobPaths()) {
+    text += indent + Ascii(name) + " = " + Bytes(tree.GetLocalBlob(name)->GetData()) + "\n";
+  }
+  for (const WideString& name : tree.GetLocalSubtreePaths()) {
+    text += indent + Ascii(name) + "/\n" + Listing(*tree.GetLocalTree(name), indent + "  ");
+  }
+  return text;
+}
+
+/// Makes the steps on `start` both ways, and expects the same. What a blob hides may differ: it is
+/// no part of the id.
+void ExpectSameBothWays(const Tree& start, Repository& repository, const std::vector<Step>& steps) {
+  Tree alone = start;
+  Tree together = start;
+  BatchEdit batch;
+  std::size_t done = 0;
+  for (const Step& step : steps) {
+    Append(batch, repository, step);
+    if (MakeAlone(alone, repository, step)) ++done;
+  }
+  Repository other(repository);
+  EXPECT_EQ(batch.ApplyTo(&other, together), done);
+  EXPECT_EQ(IdOf(together), IdOf(alone)) << Listing(together) << "instead of\n" << Listing(alone);
+}
+
+using Steps = std::vector<Step>;
+
+class BatchEditCases : public testing::TestWithParam<Steps> {};
+
+TEST_P(BatchEditCases, GivesWhatOneByOneGives) {
+  Repository repository = EmptyRepository();
+  const Tree start =
+      TreeOf(&repository, {{"f", "1"}, {"d/f", "2"}, {"d/e/g", "3"}, {"d/e/h", "4"}});
+  ExpectSameBothWays(Tree(), repository, GetParam());
+  ExpectSameBothWays(start, repository, GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, BatchEditCases,
+    testing::Values(
+        Steps{}, Steps{{Step::kBlob, "a", "1"}},
+        Steps{{Step::kBlob, "", "1"}, {Step::kRemove, "", ""}},
+        Steps{{Step::kBlob, "//", "1"}, {Step::kBlob, "/d//e/", "1"}},
+        // A path that runs through a blob, and a blob in place of a directory.
+        Steps{{Step::kBlob, "f/below", "1"}}, Steps{{Step::kBlob, "d", "1"}},
+        Steps{{Step::kBlob, "d", "1"}, {Step::kBlob, "d/new", "2"}},
+        Steps{{Step::kBlob, "d", "1"}, {Step::kRemove, "d/e", ""}, {Step::kRemove, "d/f", ""}},
+        Steps{{Step::kBlob, "f/b", "1"}, {Step::kRemove, "f/b", ""}},
+        Steps{{Step::kBlob, "f/b", "1"}, {Step::kRemove, "f", ""}, {Step::kBlob, "f/c", "2"}},
+        // The same path added and removed.
+        Steps{{Step::kBlob, "x/y/z", "1"}, {Step::kRemove, "x/y/z", ""}},
+        Steps{{Step::kBlob, "x/y/z", "1"}, {Step::kRemove, "x", ""}, {Step::kBlob, "x/w", "2"}},
+        Steps{{Step::kRemove, "d/e", ""}, {Step::kBlob, "d/e/g", "5"}},
+        Steps{
+            {Step::kBlob, "d/e/k", "1"}, {Step::kRemove, "d/e", ""}, {Step::kRemove, "d/e/k", ""}},
+        // Directories that are left empty.
+        Steps{{Step::kRemove, "d/e/g", ""}, {Step::kRemove, "d/e/h", ""}},
+        Steps{
+            {Step::kRemove, "d/e/g", ""}, {Step::kRemove, "d/e/h", ""}, {Step::kRemove, "d/f", ""}},
+        Steps{{Step::kRemove, "d/f", ""},
+              {Step::kBlob, "d/e/x/y", ""},
+              {Step::kRemove, "d/e/g", ""},
+              {Step::kRemove, "d/e/h", ""},
+              {Step::kRemove, "d/e/x", ""}},
+        // What isn't there.
+        Steps{{Step::kRemove, "no", ""}, {Step::kRemove, "d/no/x", ""}, {Step::kRemove, "f/x", ""}},
+        Steps{{Step::kObject, "d/o", "known"}, {Step::kObject, "d/p", "unknown"}},
+        // Trees, empty ones among them.
+        Steps{{Step::kTree, "d", "t"}, {Step::kBlob, "d/in/z", "1"}},
+        Steps{
+            {Step::kBlob, "d/e/new", "1"}, {Step::kTree, "d/e", "t"}, {Step::kRemove, "d/e/y", ""}},
+        Steps{
+            {Step::kTree, "void", ""}, {Step::kTree, "v/void", ""}, {Step::kRemove, "v/void", ""}},
+        Steps{{Step::kTree, "v/void", ""},
+              {Step::kBlob, "v/void/x", "1"},
+              {Step::kRemove, "v/void/x", ""}},
+        Steps{{Step::kTree, "f", "t"}, {Step::kRemove, "f/in/x", ""}, {Step::kRemove, "f/y", ""}}));
+
+TEST(BatchEdit, RandomEditsGiveWhatOneByOneGives) {
+  const unsigned seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const auto below = [&](int bound) {
+    return std::uniform_int_distribution<>(0, bound - 1)(random);
+  };
+  for (int round = 0; round < 300; ++round) {
+    Repository repository = EmptyRepository();
+    Tree start;
+    std::vector<Step> steps;
+    const int before = below(10);
+    for (int number = 0; number < 40; ++number) {
+      Step step;
+      step.kind = static_cast<Step::Kind>(below(10) < 5 ? Step::kRemove : below(3));
+      for (int level = below(4); level >= 0; --level)
+        step.path += std::string(1, "abc"[below(3)]) + "/";
+      step.text = step.kind == Step::kTree && below(4) == 0 ? "" : std::to_string(below(5));
+      if (number < before) {
+        MakeAlone(start, repository, step);
+      } else {
+        steps.push_back(step);
+      }
+    }
+    ExpectSameBothWays(start, repository, steps);
+    if (testing::Test::HasFailure()) return;
+  }
+}
+
+// Only the one-by-one edits bring the directory into the storage under that id.
+TEST(BatchEdit, IdOfADirectoryThatTheEditsBringAboutIsFound) {
+  Repository repository = EmptyRepository();
+  Repository scratch = EmptyRepository();
+  Tree expected;
+  expected.AddBlob(&scratch, Wide("d/one"), BlobOf("1"));
+  const Id between = expected.GetLocalTree(Wide("d"))->GetId();
+  expected.AddBlob(&scratch, Wide("d/two"), BlobOf("2"));
+  expected.AddObject(&scratch, Wide("copy"), between);
+  BatchEdit batch;
+  batch.AddBlob(Wide("d/one"), BlobOf("1"));
+  batch.AddBlob(Wide("d/two"), BlobOf("2"));
+  batch.AddObject(Wide("copy"), between);
+  Tree tree;
+  EXPECT_EQ(batch.ApplyTo(&repository, tree), 3u);
+  EXPECT_EQ(IdOf(tree), IdOf(expected));
+}
+
+TEST(BatchEdit, NoIntermediateTreeIsStored) {
+  Repository repository = EmptyRepository();
+  BatchEdit batch;
+  for (int number = 0; number < 100; ++number) {
+    batch.AddBlob(Wide("a/b" + std::to_string(number % 4) + "/" + std::to_string(number)),
+                  BlobOf(std::to_string(number)));
+  }
+  Tree tree;
+  EXPECT_EQ(batch.ApplyTo(&repository, tree), 100u);
+  EXPECT_EQ(repository.GetTreeCount(), 5u);
+  EXPECT_EQ(repository.GetBlobCount(), 100u);
+  EXPECT_EQ(tree.GetDeepBlobCount(), 100u);
+}
+
+TEST(BatchEdit, UntouchedTreesAreShared) {
+  Repository repository = EmptyRepository();
+  Tree tree = TreeOf(&repository, {{"a/f", "1"}, {"b/f", "2"}});
+  const cow_ptr<Tree> before = tree.GetLocalTree(Wide("b"));
+  BatchEdit batch;
+  batch.AddBlob(Wide("a/g"), BlobOf("3"));
+  batch.RemoveObject(Wide("b/missing"));
+  EXPECT_EQ(batch.ApplyTo(&repository, tree), 1u);
+  EXPECT_EQ(tree.GetLocalTree(Wide("b")), before);
+}
+
+TEST(BatchEdit, CommitGetsTheSameIdAsByOneByOne) {
+  Repository repository = EmptyRepository();
+  const cow_ptr<Commit> base = CommitFile(repository, Wide("master"), "d/f", "1");
+  Commit alone(base, false);
+  Commit together(base, false);
+  const Id before = together.GetId();
+  BatchEdit batch;
+  batch.AddBlob(Wide("d/g"), BlobOf("2"));
+  batch.RemoveObject(Wide("d/f"));
+  batch.AddTree(Wide("t"), SmallTree(repository, "3"));
+  alone.AddBlob(&repository, Wide("d/g"), BlobOf("2"));
+  alone.RemoveObject(&repository, Wide("d/f"));
+  const cow_ptr<Tree> tree = repository.SyncWithStorage(Make<Tree>(SmallTree(repository, "3")));
+  alone.AddObject(&repository, Wide("t"), tree->GetId());
+  EXPECT_EQ(batch.ApplyTo(&repository, together), 3u);
+  EXPECT_EQ(IdOf(together), IdOf(alone));
+  EXPECT_NE(Ascii(before), IdOf(together));
+  const cow_ptr<Tree> root = together.GetTree()->GetRoot();
+  EXPECT_EQ(repository.GetTreeFromStorage(root->GetId()), root);
+}
+
+TEST(BatchEdit, CommitThatLosesEverythingStandsOnAnEmptyRoot) {
+  Repository repository = EmptyRepository();
+  const cow_ptr<Commit> base = CommitFile(repository, Wide("master"), "d/f", "1");
+  Commit alone(base, false);
+  Commit together(base, false);
+  BatchEdit batch;
+  batch.RemoveObject(Wide("d"));
+  alone.RemoveObject(&repository, Wide("d"));
+  EXPECT_EQ(batch.ApplyTo(&repository, together), 1u);
+  EXPECT_EQ(IdOf(together), IdOf(alone));
+}
+
+TEST(BatchEdit, FailedEditsLeaveACommitWhatOneByOneLeaves) {
+  Repository repository = EmptyRepository();
+  Commit alone;
+  Commit together;
+  BatchEdit batch;
+  batch.AddBlob(WideString(), BlobOf("1"));
+  alone.AddBlob(&repository, WideString(), BlobOf("1"));
+  EXPECT_EQ(batch.ApplyTo(&repository, together), 0u);
+  EXPECT_EQ(together.GetTree()->GetRoot() != nullptr, alone.GetTree()->GetRoot() != nullptr);
+  EXPECT_EQ(IdOf(together), IdOf(alone));
+}
+
+TEST(BatchEdit, WithoutRepositoryOnlyRemovalsTakeEffect) {
+  Repository repository = EmptyRepository();
+  Tree tree = TreeOf(&repository, {{"a", "1"}, {"b", "2"}});
+  BatchEdit batch;
+  batch.AddBlob(Wide("c"), BlobOf("3"));
+  batch.AddObject(Wide("d"), BlobOf("1").GetId());
+  batch.AddTree(Wide("e"), Tree());
+  batch.RemoveObject(Wide("a"));
+  EXPECT_EQ(batch.ApplyTo(nullptr, tree), 1u);
+  EXPECT_EQ(Listing(tree), "b = 2\n");
+  Commit commit;
+  EXPECT_EQ(batch.ApplyTo(nullptr, commit), 0u);
+}
+
+TEST(BatchEdit, DeepPathNeedsNoDepth) {
+  Repository repository = EmptyRepository();
+  std::string path;
+  for (int level = 0; level < 10000; ++level) path += "d/";
+  BatchEdit batch;
+  batch.AddBlob(Wide(path + "f"), BlobOf("1"));
+  batch.AddBlob(Wide(path + "g"), BlobOf("2"));
+  batch.RemoveObject(Wide(path + "f"));
+  Tree tree;
+  EXPECT_EQ(batch.ApplyTo(&repository, tree), 3u);
+  EXPECT_EQ(tree.GetDeepBlobCount(), 1u);
+  EXPECT_EQ(repository.GetTreeCount(), 10000u);
+  batch.Clear();
+  EXPECT_EQ(batch.GetCount(), 0u);
+  batch.RemoveObject(Wide(path + "g"));
+  EXPECT_EQ(batch.ApplyTo(&repository, tree), 1u);
+  EXPECT_TRUE(tree.IsEmpty());
+}
+
+TEST(BatchEdit, CopyIsAListOfItsOwn) {
+  BatchEdit batch;
+  batch.RemoveObject(Wide("a"));
+  BatchEdit copy = batch;
+  copy.RemoveObject(Wide("b"));
+  EXPECT_EQ(batch.GetCount(), 1u);
+  EXPECT_EQ(copy.GetCount(), 2u);
+  batch = std::move(copy);
+  EXPECT_EQ(batch.GetCount(), 2u);
+}
+
+}  // namespace
+}  // namespace TalVcs::Kit
