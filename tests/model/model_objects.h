@@ -107,8 +107,9 @@ class Tree : public Object {
   void ResetState() override;
 
  private:
-  Handle<Blob> AddBlobAt(Repository* repository, const Components& path, const Blob& blob);
-  Handle<Tree> AddTreeAt(Repository* repository, const Components& path, const Tree& tree);
+  template <class T>
+  Handle<T> AddAt(Repository* repository, const Components& path, const T& object,
+                  std::map<Text, Handle<T>> Tree::*table);
   bool RemoveAt(Repository* repository, const Components& path);
   static Handle<Tree> Read(const Id& id, Repository* repository, Load& load);
 

@@ -75,44 +75,28 @@ std::uint64_t Tree::GetDeepBlobCount() const {
   return count;
 }
 
-Handle<Blob> Tree::AddBlob(Repository* repository, const Text& path, const Blob& blob) {
-  return AddBlobAt(repository, SplitPath(path), blob);
-}
-
-Handle<Blob> Tree::AddBlobAt(Repository* repository, const Components& path, const Blob& blob) {
+template <class T>
+Handle<T> Tree::AddAt(Repository* repository, const Components& path, const T& object,
+                      std::map<Text, Handle<T>> Tree::*table) {
   if (path.empty() || repository == nullptr) return {};
   if (path.size() >= 2) {
     Handle<Tree> sub = GetDeepTree(Head(path));
-    Handle<Blob> result = sub.write()->AddBlobAt(repository, Tail(path), blob);
-    AddTreeAt(repository, Head(path), *sub);
+    Handle<T> result = sub.write()->AddAt(repository, Tail(path), object, table);
+    AddAt(repository, Head(path), *sub, &Tree::m_trees);
     return result;
   }
-  Handle<Blob> stored = repository->GetBlobFromStorage(blob.GetId());
-  if (!stored) stored = Handle<Blob>(blob);
-  stored = repository->SyncWithStorage(stored);
-  m_blobs[path[0]] = stored;
+  Handle<T> stored = repository->SyncWithStorage(Handle<T>(object));
+  (this->*table)[path[0]] = stored;
   ResetState();
   return stored;
+}
+
+Handle<Blob> Tree::AddBlob(Repository* repository, const Text& path, const Blob& blob) {
+  return AddAt(repository, SplitPath(path), blob, &Tree::m_blobs);
 }
 
 Handle<Tree> Tree::AddTree(Repository* repository, const Text& path, const Tree& tree) {
-  return AddTreeAt(repository, SplitPath(path), tree);
-}
-
-Handle<Tree> Tree::AddTreeAt(Repository* repository, const Components& path, const Tree& tree) {
-  if (path.empty() || repository == nullptr) return {};
-  if (path.size() >= 2) {
-    Handle<Tree> sub = GetDeepTree(Head(path));
-    Handle<Tree> result = sub.write()->AddTreeAt(repository, Tail(path), tree);
-    AddTreeAt(repository, Head(path), *sub);
-    return result;
-  }
-  Handle<Tree> stored = repository->GetTreeFromStorage(tree.GetId());
-  if (!stored) stored = Handle<Tree>(tree);
-  stored = repository->SyncWithStorage(stored);
-  m_trees[path[0]] = stored;
-  ResetState();
-  return stored;
+  return AddAt(repository, SplitPath(path), tree, &Tree::m_trees);
 }
 
 Entry Tree::AddObject(Repository* repository, const Text& path, const Id& id) {
@@ -142,7 +126,7 @@ bool Tree::RemoveAt(Repository* repository, const Components& path) {
   if (sub->IsEmpty()) {
     RemoveAt(repository, Head(path));
   } else {
-    AddTreeAt(repository, Head(path), *sub);
+    AddAt(repository, Head(path), *sub, &Tree::m_trees);
   }
   return true;
 }
