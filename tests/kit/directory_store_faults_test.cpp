@@ -15,6 +15,7 @@ struct Fault {
   const char* name;
   std::errc error;
   int count;  // how many calls fail, from the n-th on
+  bool syncsMedium;
 };
 
 /// Lets the n-th call of a save fail, for every n, and looks at the store with other eyes after
@@ -45,6 +46,7 @@ class DirectoryStoreFaults : public testing::TestWithParam<std::tuple<Fault, boo
     auto files = std::make_shared<FaultyFileSystem>();
     files->FailFrom(number, fault.count);
     files->FailWith(fault.error);
+    if (fault.syncsMedium) files->OfferSyncMedium();
     DirectoryStore store(folder, Options(), files);
     const bool saved = Save(repository, store);
     const bool done = store.Commit() && saved;
@@ -117,11 +119,11 @@ std::string NameOf(const testing::TestParamInfo<std::tuple<Fault, bool>>& info) 
 
 INSTANTIATE_TEST_SUITE_P(
     All, DirectoryStoreFaults,
-    testing::Combine(testing::Values(Fault{"OneError", std::errc::io_error, 1},
-                                     Fault{"FullMedium", std::errc::no_space_on_device, 1},
-                                     Fault{"NoPermission", std::errc::permission_denied, 1},
+    testing::Combine(testing::Values(Fault{"OneError", std::errc::io_error, 1, false},
+                                     Fault{"FullMedium", std::errc::no_space_on_device, 1, true},
+                                     Fault{"NoPermission", std::errc::permission_denied, 1, false},
                                      Fault{"EndOfTheProcess", std::errc::io_error,
-                                           std::numeric_limits<int>::max()}),
+                                           std::numeric_limits<int>::max(), true}),
                      testing::Bool()),
     NameOf);
 

@@ -22,6 +22,9 @@ class FaultyFileSystem final : public Kit::FileSystem {
   /// What the calls that are to fail tell.
   void FailWith(std::errc error) { m_error = std::make_error_code(error); }
 
+  /// Says that there is a call to wait for all files at once.
+  void OfferSyncMedium() { m_syncsMedium = std::error_code(); }
+
   int Calls() const { return static_cast<int>(m_calls.size()); }
   bool HasFailed() const { return m_first > 0 && Calls() >= m_first; }
   void Restart() { m_calls.clear(); }
@@ -53,7 +56,7 @@ class FaultyFileSystem final : public Kit::FileSystem {
     return Fails("SyncFolder", path) ? m_error : std::error_code();
   }
   std::error_code SyncMedium(const Path& path) override {
-    return Fails("SyncMedium", path) ? m_error : std::error_code();
+    return Fails("SyncMedium", path) ? m_error : m_syncsMedium;
   }
   std::error_code Rename(const Path& from, const Path& to) override {
     return Fails("Rename", to) ? m_error : m_files->Rename(from, to);
@@ -83,6 +86,7 @@ class FaultyFileSystem final : public Kit::FileSystem {
 
   std::shared_ptr<Kit::FileSystem> m_files = Kit::MakeNativeFileSystem();
   std::error_code m_error = std::make_error_code(std::errc::io_error);
+  std::error_code m_syncsMedium = std::make_error_code(std::errc::function_not_supported);
   int m_first = 0;
   int m_count = 0;
   std::vector<std::string> m_calls;

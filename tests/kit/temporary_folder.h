@@ -46,7 +46,9 @@ inline std::string ReadWhole(const std::filesystem::path& path) {
   return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
+/// Writes a new file. Some file systems wait for the medium when one is overwritten.
 inline void WriteWhole(const std::filesystem::path& path, std::string_view bytes) {
+  std::filesystem::remove(path);
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
