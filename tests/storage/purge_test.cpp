@@ -271,6 +271,15 @@ TEST(DeleteCommit, EqualInstanceRemovesTheEntryToo) {
   EXPECT_EQ(repository.GetCommitCount(), 0u);
 }
 
+TEST(DeleteCommit, WhatStandsBelowItGoesInOneRunWithItsLastDescendant) {
+  Repository repository = NewRepository();
+  Draw(repository, "A-B-C-D-E", "");
+  const Id middle(Wide(IdOfChain("A-B-C")));
+  repository.GetStorage()->DeleteCommit(repository.GetCommitFromStorage(middle));
+  repository.UpdateStorage();
+  EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
+}
+
 TEST(DeleteCommit, ChildKeepsTheCommitAndItsTreeThroughAPurge) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C", "master=C");
