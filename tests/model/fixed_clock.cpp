@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <optional>
 
 #if defined(__linux__) && defined(__LP64__)
 #include <sys/syscall.h>
@@ -17,9 +16,14 @@ std::optional<std::int64_t>& Now() {
   return now;
 }
 
-void SetZone([[maybe_unused]] const char* zone) {
+// Nothing stands for the zone of the system.
+void SetZone([[maybe_unused]] const std::optional<std::string>& zone) {
 #if !defined(_WIN32)
-  setenv("TZ", zone, 1);
+  if (zone) {
+    setenv("TZ", zone->c_str(), 1);
+  } else {
+    unsetenv("TZ");
+  }
   tzset();
 #endif
 }
@@ -27,13 +31,14 @@ void SetZone([[maybe_unused]] const char* zone) {
 }  // namespace
 
 FixedClock::FixedClock(std::int64_t second, const char* zone) {
+  if (const char* former = std::getenv("TZ")) m_formerZone = former;
   Now() = second;
   SetZone(zone);
 }
 
 FixedClock::~FixedClock() {
   Now().reset();
-  SetZone("UTC0");
+  SetZone(m_formerZone);
 }
 
 void FixedClock::Advance(std::int64_t seconds) { *Now() += seconds; }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string>
 
 namespace ModelTest {
 
@@ -18,6 +20,9 @@ class FixedClock {
   ~FixedClock();
 
   void Advance(std::int64_t seconds);
+
+ private:
+  std::optional<std::string> m_formerZone;
 };
 
 }  // namespace ModelTest
