@@ -29,7 +29,7 @@ int main() {
   third.AddBlob(&repository, TAL_WIDE("main.txt"), vcs::Blob(text));
   repository.DoCommit(third);
 
-  const vcs::always_return_t descend{vcs::TreeConflictChoice::Descend};
+  const vcs::always_return_t<vcs::TreeConflictChoice> descend{vcs::TreeConflictChoice::Descend};
   const bool merged =
       repository.Merge(repository.GetHead(TAL_WIDE("topic")), {vcs::AlwaysChooseLeft(), descend});
   for (const auto& path : repository.GetHead()->GetTree()->GetAllBlobPaths())

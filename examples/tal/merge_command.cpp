@@ -43,7 +43,8 @@ Outcome TryMerge(const Host& host, TalVcs::Repository& repository, const CommitP
 
   const TalVcs::MergeTrees trees{RootOf(head), RootOf(base), RootOf(commit)};
   const auto conflicts = std::make_shared<Conflicts>();
-  const TalVcs::always_return_t descend{TalVcs::TreeConflictChoice::Descend};
+  const TalVcs::always_return_t<TalVcs::TreeConflictChoice> descend{
+      TalVcs::TreeConflictChoice::Descend};
   TreePtr merged;
   if (trees.left || trees.right) {
     merged = TalVcs::ThreeWayMerge(

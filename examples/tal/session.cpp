@@ -8,6 +8,8 @@
 
 #include <charconv>
 #include <fstream>
+#include <initializer_list>
+#include <memory>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -58,11 +60,11 @@ void WriteSmallFile(const fs::path& path, const std::string& text) {
 /// A loader lets a commit without a tree or a parent begin like the current branch's head. No
 /// branch of a store can be this one, so commits come in as they were saved, whatever was loaded
 /// before.
-std::unique_ptr<TalVcs::Repository> MakeRepository() {
-  auto repository = std::make_unique<TalVcs::Repository>(
-      std::unique_ptr<TalVcs::IObjectsStorage>(new TalVcs::MemObjectsStorage({WideView()})));
-  repository->Checkout(WideView());
-  repository->RemoveBranch(WideView());
+TalVcs::Repository MakeRepository() {
+  TalVcs::Repository repository(
+      std::make_unique<TalVcs::MemObjectsStorage>(std::initializer_list<WideView>{WideView()}));
+  repository.Checkout(WideView());
+  repository.RemoveBranch(WideView());
   return repository;
 }
 
@@ -98,12 +100,12 @@ void Session::Load() {
   std::error_code error;
   const bool hasState = fs::exists(folder / kStateFile, error);
   CountedReader reader(m_store, m_terminal, "loading");
-  m_cameInWhole = TalVcs::Deserializer(&reader, WideString()).Deserialize(m_repository.get());
+  m_cameInWhole = TalVcs::Deserializer(&reader, WideString()).Deserialize(&m_repository);
   m_cameInWhole = m_cameInWhole && hasState;
   const std::string branch = ReadSmallFile(folder / kBranchFile);
   const WideString name = ToWide(branch.empty() ? kFirstBranch : branch);
-  m_repository->CreateBranch(name, nullptr);
-  m_repository->Checkout(name);
+  m_repository.CreateBranch(name, nullptr);
+  m_repository.Checkout(name);
 }
 
 std::string Session::DescribeDamage() {
@@ -114,22 +116,22 @@ std::string Session::DescribeDamage() {
   return error.empty() ? "a branch doesn't come in whole" : Printable(error);
 }
 
-std::string Session::Branch() const { return ToUtf8(m_repository->GetCurentBranch()); }
+std::string Session::Branch() const { return ToUtf8(m_repository.GetCurentBranch()); }
 
 void Session::Save() {
-  for (const auto& [id, commit] : m_repository->GetStorage()->GetCommits()) {
+  for (const auto& [id, commit] : m_repository.GetStorage()->GetCommits()) {
     const std::string lost = WhyLost(*commit);
     if (!lost.empty()) throw Failure(lost);
   }
   CountedWriter writer(m_store, m_terminal, "saving");
-  const bool isWritten = TalVcs::Kit::SaveRepository(*m_repository, writer, WideString());
+  const bool isWritten = TalVcs::Kit::SaveRepository(m_repository, writer, WideString());
   if (!isWritten || !m_store.Commit())
     throw Failure("the store can't be saved: " + Printable(m_store.LastError()));
 }
 
 void Session::SetBranch(const std::string& name) {
   WriteSmallFile(m_folder.Top() / Folder::kStoreName / kBranchFile, name);
-  m_repository->Checkout(ToWide(name));
+  m_repository.Checkout(ToWide(name));
 }
 
 std::uint64_t Session::LastFreed() const {

@@ -8,7 +8,6 @@
 #include <kit/directory_store.h>
 
 #include <filesystem>
-#include <memory>
 #include <string>
 
 namespace Tal {
@@ -38,7 +37,7 @@ class Session {
   /// process can change the store while the session lives.
   Session(const Host& host, Access access);
 
-  TalVcs::Repository& Repository() noexcept { return *m_repository; }
+  TalVcs::Repository& Repository() noexcept { return m_repository; }
   const Folder& WorkFolder() const noexcept { return m_folder; }
   TalVcs::IBlobReader& Reader() noexcept { return m_store; }
 
@@ -47,7 +46,7 @@ class Session {
 
   /// The current branch, which has no commit yet after `Create`.
   std::string Branch() const;
-  CommitPtr Head() const { return m_repository->GetHead(); }
+  CommitPtr Head() const { return m_repository.GetHead(); }
 
   /// Replaces the store by what the repository holds, in one step. Throws `Failure`, with the store
   /// as it was, if that fails or if a commit wouldn't come back from the store.
@@ -67,7 +66,7 @@ class Session {
   const Terminal& m_terminal;
   Folder m_folder;
   TalVcs::Kit::DirectoryStore m_store;
-  std::unique_ptr<TalVcs::Repository> m_repository;
+  TalVcs::Repository m_repository;
   bool m_cameInWhole = false;
 };
 
