@@ -42,13 +42,3 @@ function(talvcs_shared_library_settings target version_script)
     endif()
   endif()
 endfunction()
-
-# While the tree grows: what is listed and not there yet is left out, with a warning.
-macro(talvcs_drop_missing list)
-  foreach(file IN LISTS ${list})
-    if(NOT EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
-      message(STATUS "not there yet: ${CMAKE_CURRENT_SOURCE_DIR}/${file}")
-      list(REMOVE_ITEM ${list} ${file})
-    endif()
-  endforeach()
-endmacro()
