@@ -23,6 +23,28 @@ bool SameTrees(const TreePtr& a, const TreePtr& b) {
   return a && b ? a->GetId() == b->GetId() : !a && !b;
 }
 
+/// Where a merge has put a file beside a changed folder of the same name, without asking, asks
+/// whose entry to take. Neither a folder nor a store could hold both.
+TreePtr WithoutTwofoldNames(TalVcs::Repository& repository, TreePtr merged,
+                            const TalVcs::MergeTrees& trees,
+                            const TalVcs::ConflictResolver& resolver) {
+  for (;;) {
+    const WideString path = ToWide(FindFileAndFolder(merged));
+    if (path.IsEmpty()) return merged;
+    const TalVcs::ConflictChoice choice = resolver(TalVcs::Helpers::SplitVcsPath(path), trees);
+    const TreePtr& side = choice == TalVcs::ConflictChoice::Right  ? trees.right
+                          : choice == TalVcs::ConflictChoice::Root ? trees.root
+                                                                   : trees.left;
+    merged.write()->RemoveObject(&repository, path);
+    if (!side) continue;
+    if (const BlobPtr blob = side->GetDeepBlob(path)) {
+      merged.write()->AddBlob(&repository, path, *blob);
+    } else if (const TreePtr tree = side->GetDeepTree(path)) {
+      merged.write()->AddTree(&repository, path, *tree);
+    }
+  }
+}
+
 /// Finds out what a merge of `commit` into the current branch comes to. Stores objects in
 /// `repository`, and moves nothing.
 Outcome TryMerge(const Host& host, TalVcs::Repository& repository, const CommitPtr& commit,
@@ -45,17 +67,14 @@ Outcome TryMerge(const Host& host, TalVcs::Repository& repository, const CommitP
   const auto conflicts = std::make_shared<Conflicts>();
   const TalVcs::always_return_t<TalVcs::TreeConflictChoice> descend{
       TalVcs::TreeConflictChoice::Descend};
+  const TalVcs::ConflictResolver resolver =
+      Recorded(MakeResolver(host.terminal, options), conflicts);
   TreePtr merged;
   if (trees.left || trees.right) {
-    merged = TalVcs::ThreeWayMerge(
-        &repository, trees, {Recorded(MakeResolver(host.terminal, options), conflicts), descend});
+    merged = TalVcs::ThreeWayMerge(&repository, trees, {resolver, descend});
     if (!merged) throw Failure("the trees can't be merged");
   }
-  const std::string twofold = FindFileAndFolder(merged);
-  if (!twofold.empty()) {
-    throw Failure("the merge would leave a file and a folder named \"" + Printable(twofold) +
-                  "\"; rename one of them first");
-  }
+  merged = WithoutTwofoldNames(repository, merged, trees, resolver);
   outcome.tree = WithoutEmptyFolders(repository, merged);
   outcome.conflicts = *conflicts;
   const bool changes = !SameTrees(outcome.tree, trees.left) || CountUndecided(*conflicts) > 0;

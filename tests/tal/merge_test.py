@@ -220,7 +220,7 @@ class Kinds(MergeTest):
                                            b"c.txt": b"base"})
         self.tal("verify")
 
-    def test_a_result_with_a_file_and_a_folder_of_one_name_is_refused(self):
+    def test_a_file_against_a_changed_folder_is_a_conflict(self):
         self.write("x/y", "base")
         self.tal("commit", "-m", "A folder")
         self.tal("branch", "-d", "topic")
@@ -232,12 +232,18 @@ class Kinds(MergeTest):
         self.tal("switch", "master")
         self.write("x/y", "changed")
         self.tal("commit", "-m", "Changed in the folder")
-        for way in ("--theirs", "--base", "--ours"):
-            result = self.run_tal("merge", "topic", way)
-            if result.returncode == DIFFERS:
-                self.assertIn(b"x", result.stderr)
+        before = self.head()
+        self.assertIn(("x", "changed folder here, added there"), self.conflicts())
+        self.assert_nothing_changes("merge", "topic")
+        for way, expected in (("--theirs", {b"x": b"a file"}), ("--base", {b"x/y": b"base"}),
+                              ("--ours", {b"x/y": b"changed"})):
+            self.tal("merge", "topic", way)
+            files = {path: content for path, content in self.contents().items() if path[:1] == b"x"}
+            self.assertEqual(files, expected)
             self.tal("verify")
-            self.assertEqual(self.read_json("status")["changes"], [])
+            self.tal("branch", "again" + way[2:], before)
+            self.tal("switch", "again" + way[2:])
+            self.assertEqual(self.read("x/y"), b"changed")
 
     def test_a_folder_that_a_merge_empties_goes(self):
         self.write("dir/one", "1")
