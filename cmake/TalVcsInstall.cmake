@@ -16,6 +16,7 @@ function(talvcs_install_library target export_set component module)
       NAMELINK_COMPONENT ${component}_dev
     ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT ${component}_dev
     FILE_SET HEADERS DESTINATION "${talvcs_include_dir}" COMPONENT ${component}_dev
+    FILE_SET generated_headers DESTINATION "${talvcs_include_dir}" COMPONENT ${component}_dev
     INCLUDES DESTINATION "${talvcs_include_dir}")
   install(EXPORT ${export_set} NAMESPACE TalVcs::
     DESTINATION "${talvcs_package_dir}" COMPONENT ${component}_dev)
