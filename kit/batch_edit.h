@@ -52,12 +52,13 @@ class TALVCS_KIT_API BatchEdit {
   std::size_t ApplyTo(IRepository* repository, Commit& commit) const;
 
  private:
-  struct Edit;
-  class Draft;
+  struct TALVCS_KIT_NO_EXPORT Edit;
+  class TALVCS_KIT_NO_EXPORT Draft;
 
   template <class Target>
   std::size_t ApplyOneByOne(IRepository* repository, Target& target) const;
-  std::optional<std::size_t> ApplyTo(IRepository& repository, Draft& draft) const;
+  TALVCS_KIT_NO_EXPORT std::optional<std::size_t> ApplyTo(IRepository& repository,
+                                                          Draft& draft) const;
 
   std::vector<Edit> m_edits;
 };

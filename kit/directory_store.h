@@ -121,7 +121,7 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
   const std::string& LastError() const noexcept;
 
  private:
-  class Impl;
+  class TALVCS_KIT_NO_EXPORT Impl;
   std::unique_ptr<Impl> m_impl;
 };
 
