@@ -155,6 +155,7 @@ BENCHMARK(BM_LoadSharing)->Name("load/sharing")->Apply(StoreSizes);
 BENCHMARK(BM_Walk)->Name("walk")->Apply(StoreSizes);
 BENCHMARK(BM_Purge)
     ->Name("purge")
+    ->Args({1000, 100, 100})
     ->Args({10000, 1000, 100})
     ->Args({10000, 1000, 1000})
     ->UseManualTime()
