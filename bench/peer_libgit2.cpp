@@ -196,7 +196,8 @@ void BM_Merge(benchmark::State& state) {
   const git_oid second = repository.Record(ours, {first}, 1);
   const git_oid third = repository.Record(theirs, {first}, 2);
   for (auto _ : state) {
-    git_merge_options options = GIT_MERGE_OPTIONS_INIT;
+    git_merge_options options;
+    Check(git_merge_options_init(&options, GIT_MERGE_OPTIONS_VERSION));
     options.flags = 0;                  // renames aren't looked for
     options.default_driver = "binary";  // nor is text merged
     Section section;
