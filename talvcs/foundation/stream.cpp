@@ -69,7 +69,8 @@ class OwningBufferStream final : private Buffer, public BufferStream {
 IStream::~IStream() = default;
 
 std::uint64_t IStream::WriteBuffer(const Buffer& data) {
-  const Buffer kept(data);  // the stream may write into the very buffer
+  // The stream may write into the very buffer.
+  const Buffer kept(data);  // NOLINT(performance-unnecessary-copy-initialization)
   std::uint64_t total = 0;
   for (std::size_t index = 0; index < kept.GetSegmentCount(); ++index) {
     const auto bytes = kept.GetSegment(index);

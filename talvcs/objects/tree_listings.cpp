@@ -94,8 +94,8 @@ void DiffDirectories(const DiffTask& task, Paths& paths, std::vector<DiffTask>& 
     Descend(below, name);
     if (a != nullptr && b != nullptr) {
       tasks.push_back({std::move(below), a, b});
-    } else {
-      CollectBlobPaths(a != nullptr ? *a : *b, std::move(below), paths);
+    } else if (const Tree* only = a != nullptr ? a : b) {
+      CollectBlobPaths(*only, std::move(below), paths);
     }
   };
   VisitUnsharedNames(TreeAccess::Entries(*task.a), TreeAccess::Entries(*task.b), visit);
