@@ -179,7 +179,7 @@ void Commit::ReadAuthor(const Bytes& author) {
 
 Handle<Commit> Commit::Deserialize(const Id& id, Id& parentId, Repository* repository, Load& load) {
   if (id.empty() || repository == nullptr) return {};
-  if (const Handle<Commit> found = repository->GetCommitFromStorage(id)) return found;
+  if (Handle<Commit> found = repository->GetCommitFromStorage(id)) return found;
   const std::optional<Bytes> text = DataBehindHeader(load.ObjectStream(id), "commit ");
   if (!text || text->empty()) return {};
   std::int64_t position = 0;
@@ -204,7 +204,7 @@ Handle<Commit> Commit::Deserialize(const Id& id, Id& parentId, Repository* repos
 
 Handle<Tree> Tree::Deserialize(const Id& id, Repository* repository, Load& load) {
   if (id.empty() || repository == nullptr) return {};
-  if (const Handle<Tree> found = repository->GetTreeFromStorage(id)) return found;
+  if (Handle<Tree> found = repository->GetTreeFromStorage(id)) return found;
   if (!load.trees.contains(id)) load.trees[id] = Read(id, repository, load);
   return load.trees[id];
 }
@@ -216,7 +216,7 @@ Handle<Tree> Tree::Read(const Id& id, Repository* repository, Load& load) {
   std::int64_t index = 0;
   const auto next = [&](const Bytes& separator) {
     const std::int64_t end = Find(*text, separator, index);
-    const Bytes piece = Mid(*text, index, end - index);
+    Bytes piece = Mid(*text, index, end - index);
     index = end + 1;
     return piece;
   };

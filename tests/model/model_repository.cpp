@@ -16,7 +16,8 @@ Handle<T> Sync(std::map<Id, Handle<T>>& table, const Handle<T>& object) {
 }
 
 std::unique_ptr<Storage> Clone(const std::unique_ptr<Storage>& storage) {
-  return storage ? std::make_unique<Storage>(*storage) : nullptr;
+  if (!storage) return nullptr;
+  return std::make_unique<Storage>(*storage);
 }
 
 }  // namespace

@@ -25,6 +25,7 @@ Handle<T> Lookup(const std::map<Text, Handle<T>>& table, const Text& name) {
 template <class T>
 std::vector<Text> Names(const std::map<Text, Handle<T>>& table) {
   std::vector<Text> names;
+  names.reserve(table.size());
   for (const auto& [name, child] : table) names.push_back(name);
   return names;
 }
@@ -35,7 +36,7 @@ std::vector<Text> SortedUnique(const std::vector<Text>& texts) {
 }
 
 void AppendBelow(std::vector<Text>& paths, const Text& name, const std::vector<Text>& below) {
-  for (const Text& path : below) paths.push_back(name + u"/" + path);
+  for (const Text& path : below) paths.push_back(JoinPath(name, path));
 }
 
 // The names in `table` whose object the tree `other` lacks or has with another id.
