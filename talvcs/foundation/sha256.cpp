@@ -42,6 +42,11 @@ std::span<const Sha256::Implementation> Sha256::GetImplementations() noexcept {
 
 Sha256::Sha256() noexcept : Sha256(GetImplementations().front().function) {}
 
+Sha256::Sha256(const Checkpoint& checkpoint) noexcept
+    : m_function(GetImplementations().front().function),
+      m_state(checkpoint.state),
+      m_size(checkpoint.size) {}
+
 Sha256::Sha256(BlockFunction function) noexcept : m_function(function), m_state(kInitialState) {}
 
 void Sha256::Update(const void* data, std::size_t size) noexcept {

@@ -26,13 +26,24 @@ class Sha256 {
     BlockFunction function;
   };
 
+  /// What is known after a number of whole blocks.
+  struct Checkpoint {
+    State state;
+    std::uint64_t size;  // bytes so far, a multiple of `kBlockSize`
+  };
+
   /// Uses the fastest block function that the processor has.
   Sha256() noexcept;
+  /// Goes on behind the bytes that led to `checkpoint`.
+  explicit Sha256(const Checkpoint& checkpoint) noexcept;
   explicit Sha256(BlockFunction function) noexcept;
 
   void Update(const void* data, std::size_t size) noexcept;
   void Update(const Memory::Buffer& data) noexcept;
   Digest Finish() noexcept;
+
+  /// Returns what is known after the last whole block of the bytes so far.
+  Checkpoint GetCheckpoint() const noexcept { return {m_state, m_size / kBlockSize * kBlockSize}; }
 
   /// Returns the block functions that this processor can run, the fastest first, the portable one
   /// last.

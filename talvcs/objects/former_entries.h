@@ -18,6 +18,8 @@ class FormerEntries {
   /// Starts at the first entry of `tree`, which may be null and has to outlive the walk.
   explicit FormerEntries(const Tree* tree) noexcept;
 
+  /// Returns all entries of the former state, null for none.
+  const TreeEntries* List() const noexcept { return m_list; }
   bool AtEnd() const noexcept { return m_chunks.empty(); }
   /// Moves to the first entry behind `name`; an empty name stands in front of all.
   void SkipThrough(TalStringViewT<WideChar> name) noexcept;

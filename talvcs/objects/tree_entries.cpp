@@ -49,6 +49,12 @@ class ChunkHolder {
   std::size_t m_count = 0;
 };
 
+std::uint64_t BytesOfRecords(std::span<EntryChunk* const> chunks) noexcept {
+  std::uint64_t total = 0;
+  for (const EntryChunk* chunk : chunks) total += chunk->Records().size();
+  return total;
+}
+
 /// The slots of one chunk under change.
 struct SlotPlan {
   std::array<EntryChunk::Slot, EntryChunk::kMostSlots + 1> slots;
@@ -74,10 +80,13 @@ EntryChunk** TreeEntries::ChunkArray() const noexcept {
   return static_cast<EntryChunk**>(static_cast<void*>(const_cast<TreeEntries*>(this) + 1));
 }
 
-TreeEntries* TreeEntries::New(std::size_t capacity) {
-  void* memory = ::operator new(sizeof(TreeEntries) + capacity * sizeof(EntryChunk*));
+TreeEntries* TreeEntries::New(std::size_t capacity, bool milestones) {
+  static_assert(alignof(Milestone) <= alignof(EntryChunk*));
+  const std::size_t more = milestones ? kMilestones * sizeof(Milestone) : 0;
+  void* memory = ::operator new(sizeof(TreeEntries) + capacity * sizeof(EntryChunk*) + more);
   auto* list = ::new (memory) TreeEntries;
   list->m_capacity = capacity;
+  list->m_hasRoomForMilestones = milestones;
   return list;
 }
 
@@ -146,23 +155,28 @@ void TreeEntries::CountChunk(const EntryChunk& chunk, bool added) noexcept {
   change(m_recordBytes, chunk.Records().size());
 }
 
-// Puts `chunks`, whose holds it takes over, in the place of `removed` chunks from `first` on.
+// Puts `chunks`, whose holds it takes over, in the place of `removed` chunks from `first` on. Only
+// a list that follows another of its length and size has room for milestones, so that directories
+// which grow, where they are of no use, don't pay for them.
 void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
                           std::span<EntryChunk* const> chunks) {
   TreeEntries* const old = list;
   const bool sole = old != nullptr && old->m_holders.IsSole();
   const std::size_t old_count = old == nullptr ? 0 : old->m_chunkCount;
   const std::size_t new_count = old_count - removed + chunks.size();
+  const auto replaced = old == nullptr ? chunks.first(0) : old->Chunks().subspan(first, removed);
+  const bool keeps_digest = new_count >= kFewestChunksForMilestones && new_count == old_count &&
+                            BytesOfRecords(replaced) == BytesOfRecords(chunks);
   TreeEntries* target = old;
   if (!sole || old->m_capacity < new_count) {
-    target = New(sole ? new_count + new_count / 2 : new_count);
+    target = New(sole ? new_count + new_count / 2 : new_count, keeps_digest);
   }
   // From here on nothing can fail.
   std::array<EntryChunk*, 2> gone{};
   EntryChunk** const to = target->ChunkArray();
   if (old != nullptr) {
     EntryChunk** const from = old->ChunkArray();
-    std::copy_n(from + first, removed, gone.begin());
+    std::copy(replaced.begin(), replaced.end(), gone.begin());
     if (target != old) {
       std::copy_n(from, first, to);
       target->m_count = old->m_count;
@@ -174,6 +188,7 @@ void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t rem
   }
   std::copy(chunks.begin(), chunks.end(), to + first);
   target->m_chunkCount = new_count;
+  if (old != nullptr) target->TakeMilestones(*old, keeps_digest ? first : 0);
   for (const EntryChunk* chunk : chunks) target->CountChunk(*chunk, true);
   for (std::size_t index = 0; index < removed; ++index) target->CountChunk(*gone[index], false);
   list = target;
@@ -287,12 +302,20 @@ void TreeEntriesBuilder::Flush(std::size_t count) {
   m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(cut));
 }
 
-TreeEntries* TreeEntriesBuilder::Finish() {
+TreeEntries* TreeEntriesBuilder::Finish(const TreeEntries* former) {
   Flush(m_pending.size());
   if (m_chunks.empty()) return nullptr;
-  TreeEntries* list = TreeEntries::New(m_chunks.size());
+  const bool keeps_digest =
+      former != nullptr && m_chunks.size() >= TreeEntries::kFewestChunksForMilestones &&
+      m_chunks.size() == former->m_chunkCount && BytesOfRecords(m_chunks) == former->m_recordBytes;
+  TreeEntries* list = TreeEntries::New(m_chunks.size(), keeps_digest);
   std::copy(m_chunks.begin(), m_chunks.end(), list->ChunkArray());
   list->m_chunkCount = m_chunks.size();
+  if (keeps_digest) {
+    const auto theirs = former->Chunks();
+    const auto differs = std::mismatch(theirs.begin(), theirs.end(), m_chunks.begin()).first;
+    list->TakeMilestones(*former, static_cast<std::size_t>(differs - theirs.begin()));
+  }
   for (const EntryChunk* chunk : m_chunks) list->CountChunk(*chunk, true);
   m_chunks.clear();
   return list;

@@ -2,6 +2,7 @@
 
 #include <talvcs/foundation/names.h>
 #include <talvcs/foundation/ref_count.h>
+#include <talvcs/foundation/sha256.h>
 #include <talvcs/objects/entry_chunk.h>
 
 #include <cstddef>
@@ -39,10 +40,29 @@ class TreeEntries {
   std::uint64_t RecordBytes() const noexcept { return m_recordBytes; }
   std::span<EntryChunk* const> Chunks() const noexcept { return {ChunkArray(), m_chunkCount}; }
 
+  /// Returns the digest of the packed form of a tree with these entries, null for none.
+  ///
+  /// A list that came from another by replacing an entry doesn't hash again what stands before it:
+  /// it goes on from a milestone, and leaves milestones itself if one tree alone holds it.
+  static TalUtils::Sha256::Digest ComputeDigest(TreeEntries* list);
+
  private:
   friend class TreeEntriesBuilder;
+
+  /// The state of the hash where a chunk begins.
+  struct Milestone {
+    TalUtils::Sha256::Checkpoint checkpoint;  // the last whole block before the chunk
+    std::uint32_t tail;                       // bytes between that block and the chunk
+    std::uint32_t chunk;
+  };
+  static constexpr std::size_t kMilestones = 3;
+  static constexpr std::size_t kFewestChunksForMilestones = 8;
+
   TreeEntries() = default;
-  static TreeEntries* New(std::size_t capacity);
+  static TreeEntries* New(std::size_t capacity, bool milestones);
+  void TakeMilestones(const TreeEntries& former, std::size_t equalChunks) noexcept;
+  void LeaveMilestone(const TalUtils::Sha256& hash, std::size_t size, std::size_t chunk) noexcept;
+  Milestone* Milestones() const noexcept;
   static void Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
                       std::span<EntryChunk* const> chunks);
   static void ReleaseChunk(EntryChunk* chunk, TreeEntries*& chain) noexcept;
@@ -53,6 +73,8 @@ class TreeEntries {
   void CountChunk(const EntryChunk& chunk, bool added) noexcept;
 
   TalUtils::RefCount m_holders;
+  bool m_hasRoomForMilestones = false;
+  std::uint8_t m_milestoneCount = 0;
   std::size_t m_chunkCount = 0;
   std::size_t m_capacity = 0;
   std::uint64_t m_count = 0;
@@ -73,8 +95,9 @@ class TreeEntriesBuilder {
   void Append(TalStringViewT<WideChar> name, EntryKind kind, const cow_ptr<Object>& child);
   /// Appends a whole chunk, shared.
   void Append(EntryChunk& chunk);
-  /// Returns the list, held once, or null for no entries. The builder is empty afterwards.
-  TreeEntries* Finish();
+  /// Returns the list, held once, or null for no entries. The builder is empty afterwards. What of
+  /// the digest of `former`, which may be null, holds for the list too is taken from there.
+  TreeEntries* Finish(const TreeEntries* former);
 
  private:
   struct Pending {

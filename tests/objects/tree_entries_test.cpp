@@ -97,7 +97,7 @@ TEST(TreeEntries, OfNothingIsNull) {
   EXPECT_EQ(entries.Get(), nullptr);
   EXPECT_FALSE(entries.Erase("a"));
   EXPECT_FALSE(entries.Has("a", EntryKind::kBlob));
-  EXPECT_EQ(TreeEntriesBuilder().Finish(), nullptr);
+  EXPECT_EQ(TreeEntriesBuilder().Finish(nullptr), nullptr);
 }
 
 TEST(TreeEntries, EraseOfTheLastEntryGivesNull) {
@@ -234,7 +234,7 @@ TEST(TreeEntriesBuilder, MakesTheListThatEditsMake) {
     edited.SetTree(std::to_string(number));
     builder.Append(Wide(std::to_string(number)), EntryKind::kTree, Make<Tree>());
   }
-  const Entries built(builder.Finish());
+  const Entries built(builder.Finish(nullptr));
   built.ExpectSound();
   EXPECT_EQ(built.Listed(), edited.Listed());
   EXPECT_EQ(built.Records(), edited.Records());
@@ -246,7 +246,7 @@ TEST(TreeEntriesBuilder, TakesWholeChunksByShare) {
   TreeEntriesBuilder builder;
   for (EntryChunk* chunk : source.Get()->Chunks()) builder.Append(*chunk);
   builder.Append(Wide("zz"), EntryKind::kTree, Make<Tree>());
-  const Entries built(builder.Finish());
+  const Entries built(builder.Finish(nullptr));
   built.ExpectSound();
   EXPECT_EQ(built.Get()->Count(), 31U);
   EXPECT_EQ(built.Get()->Chunks()[0], source.Get()->Chunks()[0]);
