@@ -70,6 +70,9 @@ class TALVCS_API Buffer {
   /// they lie in that range and copying the rest.
   void AppendRange(const Buffer& source, std::uint64_t position, std::uint64_t size);
 
+  /// Asks the processor to fetch the first bytes, which soon will be read.
+  void Prefetch() const noexcept;
+
   /// Says that about `segments` more segments will be appended.
   void ReserveSegments(std::size_t segments);
 

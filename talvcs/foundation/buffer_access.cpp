@@ -1,10 +1,17 @@
 #include <talvcs/foundation/buffer_parts.h>
+#include <talvcs/foundation/prefetch.h>
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
 namespace TalUtils::Memory {
+
+namespace {
+
+constexpr std::size_t kPrefetched = 256;
+
+}  // namespace
 
 std::vector<Buffer::ReadDataAccessor> Buffer::LockForRead() const {
   std::vector<ReadDataAccessor> accessors;
@@ -18,6 +25,8 @@ std::vector<Buffer::ReadDataAccessor> Buffer::LockForRead() const {
   }
   return accessors;
 }
+
+void Buffer::Prefetch() const noexcept { PrefetchRange(m_part, kPrefetched); }
 
 // Returns the segment that holds the byte at `position`, which has to be below the size.
 std::size_t Buffer::FindSegment(std::uint64_t position) const noexcept {

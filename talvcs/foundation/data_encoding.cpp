@@ -2,6 +2,8 @@
 
 #include <talvcs/foundation/utf.h>
 
+#include <array>
+#include <cstring>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -18,11 +20,24 @@ constexpr std::size_t kDigestBytes = 32;
 constexpr std::size_t kStackBytes = 768;
 constexpr std::size_t kMostCharacters = std::numeric_limits<int>::max();
 
-void PutHexDigits(const unsigned char* bytes, std::size_t count, WideChar* out) noexcept {
+struct DigitPair {
+  WideChar digits[2];
+};
+
+// Both digits of each byte: looked up one by one they took a tenth of the time of a small id.
+constexpr std::array<DigitPair, 256> kDigitPairs = [] {
   constexpr char kDigits[] = "0123456789abcdef";
+  std::array<DigitPair, 256> pairs{};
+  for (std::size_t byte = 0; byte < pairs.size(); ++byte) {
+    pairs[byte] = {
+        {static_cast<WideChar>(kDigits[byte >> 4]), static_cast<WideChar>(kDigits[byte & 0xF])}};
+  }
+  return pairs;
+}();
+
+void PutHexDigits(const unsigned char* bytes, std::size_t count, WideChar* out) noexcept {
   for (std::size_t index = 0; index < count; ++index) {
-    out[2 * index] = static_cast<WideChar>(kDigits[bytes[index] >> 4]);
-    out[2 * index + 1] = static_cast<WideChar>(kDigits[bytes[index] & 0xF]);
+    std::memcpy(out + 2 * index, &kDigitPairs[bytes[index]], sizeof(DigitPair));
   }
 }
 

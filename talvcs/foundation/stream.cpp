@@ -44,6 +44,8 @@ class BufferStream : public IStream {
     return size;
   }
 
+  bool SharesBytes() const override { return true; }
+
   bool ReadToEnd(Buffer& target) override {
     const std::uint64_t size = m_buffer.GetSize();
     if (m_position < size) target.AppendRange(m_buffer, m_position, size - m_position);
@@ -80,6 +82,8 @@ std::uint64_t IStream::WriteBuffer(const Buffer& data) {
   }
   return total;
 }
+
+bool IStream::SharesBytes() const { return false; }
 
 bool IStream::ReadToEnd(Buffer& target) {
   const std::uint64_t size = GetSize();

@@ -38,6 +38,10 @@ class TALVCS_API IStream {
   /// Writes the bytes of `data` like `Write`. Override it in a stream that can share them.
   virtual std::uint64_t WriteBuffer(const Memory::Buffer& data);
 
+  /// True if `WriteBuffer` shares the bytes of a buffer. Such a stream gets whole buffers, any
+  /// other gets copies of the bytes in pieces.
+  virtual bool SharesBytes() const;
+
   /// Reads from the position to the end, appends what was read to `target` and moves to the end.
   /// Returns false if fewer bytes came than the size told. Override it in a stream that can share
   /// its bytes.

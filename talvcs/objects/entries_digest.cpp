@@ -2,8 +2,6 @@
 #include <talvcs/objects/tree.h>
 #include <talvcs/objects/tree_entries.h>
 
-#include <talvcs/foundation/prefetch.h>
-
 #include <algorithm>
 #include <memory>
 
@@ -75,7 +73,7 @@ Sha256::Digest TreeEntries::ComputeDigest(TreeEntries* list) {
   }
   const bool leaves_milestones = list->m_hasRoomForMilestones && list->IsSole();
   for (; index < chunks.size(); ++index) {
-    TalUtils::PrefetchAhead(chunks, index);
+    EntryChunk::PrefetchAhead(chunks, index);
     if (leaves_milestones) list->LeaveMilestone(hash, size, index);
     const auto records = chunks[index]->Records();
     hash.Update(records.data(), records.size());

@@ -1,5 +1,6 @@
 #include <talvcs/objects/entry_chunk.h>
 
+#include <talvcs/foundation/prefetch.h>
 #include <talvcs/foundation/utf.h>
 #include <talvcs/objects/blob.h>
 #include <talvcs/objects/tree.h>
@@ -122,6 +123,7 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   auto* chunk = ::new (memory) EntryChunk;
   chunk->m_memory = std::move(block);
   chunk->m_recordsOffset = static_cast<std::uint32_t>(records_offset);
+  chunk->m_recordBytes = static_cast<std::uint32_t>(record_bytes);
   chunk->m_count = static_cast<std::uint16_t>(slots.size());
   chunk->m_hidesTree = hides_tree;
   chunk->m_faithful = faithful;
@@ -147,13 +149,19 @@ void EntryChunk::Free(EntryChunk* chunk) noexcept {
   chunk->~EntryChunk();
 }
 
-std::span<const std::byte> EntryChunk::Records() const noexcept {
-  const auto* start = static_cast<const std::byte*>(static_cast<const void*>(this));
-  return {start + m_recordsOffset, EndsOfEntries()[m_count - 1].record};
+void EntryChunk::AppendRecordsTo(Buffer& target) const {
+  target.AppendRange(m_memory, m_recordsOffset, m_recordBytes);
 }
 
-void EntryChunk::AppendRecordsTo(Buffer& target) const {
-  target.AppendRange(m_memory, m_recordsOffset, Records().size());
+void EntryChunk::PrefetchAhead(std::span<EntryChunk* const> chunks, std::size_t index) noexcept {
+  constexpr std::size_t kStepsToChunk = 8;
+  constexpr std::size_t kStepsToRecords = 4;
+  constexpr std::size_t kMostBytes = 384;  // the processor goes on by itself
+  if (index + kStepsToChunk < chunks.size()) TalUtils::Prefetch(chunks[index + kStepsToChunk]);
+  if (index + kStepsToRecords < chunks.size()) {
+    const auto records = chunks[index + kStepsToRecords]->Records();
+    TalUtils::PrefetchRange(records.data(), std::min(records.size(), kMostBytes));
+  }
 }
 
 TalStringViewT<WideChar> EntryChunk::Name(std::size_t index) const noexcept {

@@ -61,8 +61,15 @@ class EntryChunk {
 
   /// The bytes of the records, one run. A buffer that shares them keeps the memory alive, but not
   /// the handles on the children.
-  std::span<const std::byte> Records() const noexcept;
+  std::span<const std::byte> Records() const noexcept {
+    const auto* start = static_cast<const std::byte*>(static_cast<const void*>(this));
+    return {start + m_recordsOffset, m_recordBytes};
+  }
   void AppendRecordsTo(Buffer& target) const;
+  /// Has the records of a chunk some steps behind `index` fetched, for a walk over the records of
+  /// all. Chunks lie anywhere in memory; waiting for each in turn cost a third of the time of a
+  /// save.
+  static void PrefetchAhead(std::span<EntryChunk* const> chunks, std::size_t index) noexcept;
 
   TalStringViewT<WideChar> Name(std::size_t index) const noexcept;
   EntryKind Kind(std::size_t index) const noexcept;
@@ -93,6 +100,7 @@ class EntryChunk {
   // The block that the chunk itself lies in. The records are the last bytes of it.
   Buffer m_memory;
   std::uint32_t m_recordsOffset = 0;
+  std::uint32_t m_recordBytes = 0;
 };
 
 }  // namespace TalVcs

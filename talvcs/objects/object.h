@@ -94,6 +94,8 @@ class TALVCS_API Object : public IObject {
   const Buffer& CachedPackedData() const noexcept { return m_packedData; }
 
  private:
+  friend class PackedWriter;
+
   // Empty while not computed: no id is empty, nor is any packed form.
   mutable Id m_id;
   mutable Buffer m_packedData;

@@ -1,7 +1,6 @@
 #include <talvcs/objects/tree.h>
 
 #include <talvcs/foundation/data_encoding.h>
-#include <talvcs/foundation/prefetch.h>
 #include <talvcs/objects/packed_header.h>
 #include <talvcs/objects/tree_entries.h>
 
@@ -66,7 +65,7 @@ void Tree::AppendRecordsTo(Buffer& target) const {
   const auto chunks = m_entries->Chunks();
   target.ReserveSegments(chunks.size());
   for (std::size_t index = 0; index < chunks.size(); ++index) {
-    TalUtils::PrefetchAhead(chunks, index);
+    EntryChunk::PrefetchAhead(chunks, index);
     chunks[index]->AppendRecordsTo(target);
   }
 }

@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 // A directory is a list of chunks; an edit makes one chunk anew and a new list of pointers:
@@ -82,10 +84,13 @@ EntryChunk** TreeEntries::ChunkArray() const noexcept {
 
 TreeEntries* TreeEntries::New(std::size_t capacity, bool milestones) {
   static_assert(alignof(Milestone) <= alignof(EntryChunk*));
+  if (capacity > std::numeric_limits<std::uint32_t>::max()) {
+    throw std::length_error("too many entries");
+  }
   const std::size_t more = milestones ? kMilestones * sizeof(Milestone) : 0;
   void* memory = ::operator new(sizeof(TreeEntries) + capacity * sizeof(EntryChunk*) + more);
   auto* list = ::new (memory) TreeEntries;
-  list->m_capacity = capacity;
+  list->m_capacity = static_cast<std::uint32_t>(capacity);
   list->m_hasRoomForMilestones = milestones;
   return list;
 }
@@ -147,12 +152,13 @@ const cow_ptr<Object>* TreeEntries::Find(const TreeEntries* list, TalStringViewT
 }
 
 void TreeEntries::CountChunk(const EntryChunk& chunk, bool added) noexcept {
-  const auto change = [added](std::uint64_t& total, std::uint64_t part) {
+  const auto change = [added](auto& total, auto part) {
     total = added ? total + part : total - part;
   };
   change(m_count, chunk.Count());
   change(m_treeCount, chunk.TreeCount());
   change(m_recordBytes, chunk.Records().size());
+  change(m_hidingChunks, std::uint32_t{chunk.HidesTree()});
 }
 
 // Puts `chunks`, whose holds it takes over, in the place of `removed` chunks from `first` on. Only
@@ -181,13 +187,14 @@ void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t rem
       std::copy_n(from, first, to);
       target->m_count = old->m_count;
       target->m_treeCount = old->m_treeCount;
+      target->m_hidingChunks = old->m_hidingChunks;
       target->m_recordBytes = old->m_recordBytes;
     }
     std::memmove(to + first + chunks.size(), from + first + removed,
                  (old_count - first - removed) * sizeof(*to));
   }
   std::copy(chunks.begin(), chunks.end(), to + first);
-  target->m_chunkCount = new_count;
+  target->m_chunkCount = static_cast<std::uint32_t>(new_count);
   if (old != nullptr) target->TakeMilestones(*old, keeps_digest ? first : 0);
   for (const EntryChunk* chunk : chunks) target->CountChunk(*chunk, true);
   for (std::size_t index = 0; index < removed; ++index) target->CountChunk(*gone[index], false);
@@ -310,7 +317,7 @@ TreeEntries* TreeEntriesBuilder::Finish(const TreeEntries* former) {
       m_chunks.size() == former->m_chunkCount && BytesOfRecords(m_chunks) == former->m_recordBytes;
   TreeEntries* list = TreeEntries::New(m_chunks.size(), keeps_digest);
   std::copy(m_chunks.begin(), m_chunks.end(), list->ChunkArray());
-  list->m_chunkCount = m_chunks.size();
+  list->m_chunkCount = static_cast<std::uint32_t>(m_chunks.size());
   if (keeps_digest) {
     const auto theirs = former->Chunks();
     const auto differs = std::mismatch(theirs.begin(), theirs.end(), m_chunks.begin()).first;

@@ -38,6 +38,8 @@ class TreeEntries {
   std::uint64_t TreeCount() const noexcept { return m_treeCount; }
   std::uint64_t Count() const noexcept { return m_count; }
   std::uint64_t RecordBytes() const noexcept { return m_recordBytes; }
+  /// True if any blob of the directory hides a subtree of the same name.
+  bool HidesTree() const noexcept { return m_hidingChunks != 0; }
   std::span<EntryChunk* const> Chunks() const noexcept { return {ChunkArray(), m_chunkCount}; }
 
   /// Returns the digest of the packed form of a tree with these entries, null for none.
@@ -75,8 +77,9 @@ class TreeEntries {
   TalUtils::RefCount m_holders;
   bool m_hasRoomForMilestones = false;
   std::uint8_t m_milestoneCount = 0;
-  std::size_t m_chunkCount = 0;
-  std::size_t m_capacity = 0;
+  std::uint32_t m_hidingChunks = 0;
+  std::uint32_t m_chunkCount = 0;
+  std::uint32_t m_capacity = 0;
   std::uint64_t m_count = 0;
   std::uint64_t m_treeCount = 0;
   std::uint64_t m_recordBytes = 0;

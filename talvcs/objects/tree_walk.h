@@ -1,7 +1,9 @@
 #pragma once
 
+#include <talvcs/foundation/prefetch.h>
 #include <talvcs/objects/tree_access.h>
 
+#include <algorithm>
 #include <cstddef>
 
 namespace TalVcs {
@@ -32,7 +34,6 @@ class EntryCursor {
   explicit EntryCursor(const TreeEntries* list) noexcept : m_list(list) {}
 
   bool AtEnd() const noexcept { return m_list == nullptr || m_chunk == m_list->Chunks().size(); }
-  bool AtChunkStart() const noexcept { return m_slot == 0; }
   const EntryChunk& Chunk() const noexcept { return *m_list->Chunks()[m_chunk]; }
   TalStringViewT<WideChar> Name() const noexcept { return Chunk().Name(m_slot); }
 
@@ -45,13 +46,25 @@ class EntryCursor {
       (chunk.Kind(m_slot) == EntryKind::kBlob ? entries.blob : entries.tree) = &chunk.Child(m_slot);
       ++m_slot;
     } while (m_slot < chunk.Count() && SameName(chunk.Name(m_slot), name));
-    if (m_slot == chunk.Count()) SkipChunk();
+    if (m_slot == chunk.Count()) {
+      ++m_chunk;
+      m_slot = 0;
+    }
     return entries;
   }
 
-  void SkipChunk() noexcept {
-    ++m_chunk;
-    m_slot = 0;
+  /// Moves over the chunks that both directories have next, where both stand at a chunk. Their
+  /// entries are the same objects. Where a blob hides a subtree nothing is passed over, since that
+  /// subtree differs from what its name stands for.
+  static void SkipShared(EntryCursor& a, EntryCursor& b) noexcept {
+    if (a.m_slot != 0 || b.m_slot != 0 || a.m_list->HidesTree()) return;
+    const auto of_a = a.m_list->Chunks().subspan(a.m_chunk);
+    const auto of_b = b.m_list->Chunks().subspan(b.m_chunk);
+    const std::size_t most = std::min(of_a.size(), of_b.size());
+    std::size_t shared = 0;
+    while (shared < most && of_a[shared] == of_b[shared]) ++shared;
+    a.m_chunk += shared;
+    b.m_chunk += shared;
   }
 
  private:
@@ -60,16 +73,30 @@ class EntryCursor {
   std::size_t m_slot = 0;
 };
 
+/// Has the chunks fetched that stand at equal places but aren't shared: the next ones to be read.
+inline void PrefetchUnshared(const TreeEntries* a, const TreeEntries* b) noexcept {
+  constexpr std::size_t kHeadBytes = 192;  // handles and names of a small chunk
+  if (a == nullptr || b == nullptr) return;
+  const auto of_a = a->Chunks();
+  const auto of_b = b->Chunks();
+  const std::size_t most = std::min(of_a.size(), of_b.size());
+  for (std::size_t index = 0; index < most; ++index) {
+    if (of_a[index] == of_b[index]) continue;
+    TalUtils::PrefetchRange(of_a[index], kHeadBytes);
+    TalUtils::PrefetchRange(of_b[index], kHeadBytes);
+  }
+}
+
 /// Calls `visit(name, entries of a, entries of b)` for each name that stands in either directory,
-/// in ascending order.
-///
-/// Chunks that both share are passed over as a whole: their entries are the same objects. One in
-/// which a blob hides a subtree isn't, since that subtree differs from what its name stands for.
+/// in ascending order. Chunks that both share may be passed over.
 template <class Visit>
 void VisitUnsharedNames(const TreeEntries* a, const TreeEntries* b, Visit visit) {
+  PrefetchUnshared(a, b);
   EntryCursor left(a);
   EntryCursor right(b);
-  while (!left.AtEnd() || !right.AtEnd()) {
+  for (;;) {
+    if (!left.AtEnd() && !right.AtEnd()) EntryCursor::SkipShared(left, right);
+    if (left.AtEnd() && right.AtEnd()) return;
     if (right.AtEnd()) {
       const auto name = left.Name();
       visit(name, left.Take(), NamedEntries());
@@ -78,12 +105,6 @@ void VisitUnsharedNames(const TreeEntries* a, const TreeEntries* b, Visit visit)
     if (left.AtEnd()) {
       const auto name = right.Name();
       visit(name, NamedEntries(), right.Take());
-      continue;
-    }
-    if (left.AtChunkStart() && right.AtChunkStart() && &left.Chunk() == &right.Chunk() &&
-        !left.Chunk().HidesTree()) {
-      left.SkipChunk();
-      right.SkipChunk();
       continue;
     }
     const auto left_name = left.Name();

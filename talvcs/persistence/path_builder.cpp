@@ -11,33 +11,24 @@ namespace {
 
 using Components = std::initializer_list<TalStringViewT<WideChar>>;
 
-/// Writes a path to `out` and returns its end; counts only, if `out` is null.
-std::size_t PutPath(TalStringViewT<WideChar> start, Components components, WideChar* out) {
-  std::size_t length = 0;
-  WideChar last = WideChar();
-  const auto put = [&](TalStringViewT<WideChar> text) {
-    if (text.length == 0) return;
-    const auto count = static_cast<std::size_t>(text.length);
-    if (out != nullptr) std::copy_n(text.text, count, out + length);
-    length += count;
-    last = text.text[count - 1];
-  };
-  put(start);
-  for (const auto& component : components) {
-    if (last != TAL_WIDE('/')) put(TAL_WIDE("/"));
-    put(component);
-  }
-  return length;
+WideChar* PutText(TalStringViewT<WideChar> text, WideChar* out) {
+  return std::copy_n(text.text, text.length, out);
 }
 
+/// Puts a slash before each component, unless one stands there already.
 TalStringT<WideChar> Join(TalStringViewT<WideChar> start, Components components) {
   constexpr std::size_t kStackUnits = 256;
+  auto most = static_cast<std::size_t>(start.length);
+  for (const auto& component : components) most += static_cast<std::size_t>(component.length) + 1;
   std::array<WideChar, kStackUnits> on_stack;
-  const std::size_t length = PutPath(start, components, nullptr);
-  std::basic_string<WideChar> on_heap(length > kStackUnits ? length : 0, WideChar());
+  std::basic_string<WideChar> on_heap(most > kStackUnits ? most : 0, WideChar());
   WideChar* const path = on_heap.empty() ? on_stack.data() : on_heap.data();
-  PutPath(start, components, path);
-  return TalStringT<WideChar>(TalStringViewT<WideChar>(path, static_cast<int>(length)));
+  WideChar* end = PutText(start, path);
+  for (const auto& component : components) {
+    if (end == path || end[-1] != TAL_WIDE('/')) *end++ = TAL_WIDE('/');
+    end = PutText(component, end);
+  }
+  return TalStringT<WideChar>(TalStringViewT<WideChar>(path, static_cast<int>(end - path)));
 }
 
 TalStringT<WideChar> JoinObject(TalStringViewT<WideChar> objects, TalStringViewT<WideChar> id) {

@@ -1,11 +1,64 @@
 #include <talvcs/persistence/serializer.h>
 
 #include <talvcs/foundation/helpers.h>
+#include <talvcs/foundation/prefetch.h>
+#include <talvcs/objects/tree_access.h>
+#include <talvcs/persistence/packed_writer.h>
 
 // object := packed                       the packed form of a commit, a blob or a tree
 // ref    := id                           64 hexadecimal characters, no line end
 
 namespace TalVcs {
+
+namespace {
+
+template <class T>
+Buffer Share(const T& object) {
+  return object.BuildPackedData();
+}
+const Buffer& Share(const Buffer& bytes) { return bytes; }
+
+void PrefetchContent(const Blob& blob) noexcept { blob.GetData().Prefetch(); }
+void PrefetchContent(const Tree& tree) noexcept {
+  if (const TreeEntries* entries = TreeAccess::Entries(tree)) {
+    TalUtils::PrefetchRange(entries, 256);
+  }
+}
+void PrefetchContent(const Commit&) noexcept {}
+
+/// Walks a table some steps in front of the save, and has the memory fetched that will be read.
+template <class Table>
+class Lookahead {
+ public:
+  explicit Lookahead(const Table& table)
+      : m_object(table.begin()), m_content(table.begin()), m_end(table.end()) {
+    for (int step = 0; step < 8 && m_object != m_end; ++step) {
+      FetchObject();
+      if (step >= 4) FetchContent();
+    }
+  }
+  void Step() noexcept {
+    if (m_object != m_end) FetchObject();
+    if (m_content != m_end) FetchContent();
+  }
+
+ private:
+  using Iterator = typename Table::const_iterator;
+  void FetchObject() noexcept {
+    TalUtils::Prefetch(m_object->second.get());
+    TalUtils::Prefetch(m_object->first.View().text);
+    ++m_object;
+  }
+  void FetchContent() noexcept {
+    if (m_content->second) PrefetchContent(*m_content->second);
+    ++m_content;
+  }
+  Iterator m_object;
+  Iterator m_content;
+  Iterator m_end;
+};
+
+}  // namespace
 
 Serializer::Serializer(IBlobWriter* blobWriter, const TalStringT<WideChar>& rootPath)
     : writer(blobWriter), pathBuilder(rootPath) {}
@@ -25,13 +78,14 @@ void Serializer::CleanUpStorage() {
   if (writer != nullptr) writer->RemoveStorage(pathBuilder.GetStoragePath());
 }
 
-// The packed forms are made for the stream and not kept in the objects.
 template <class Table>
 bool Serializer::SerializeObjects(const Table& objects) {
   bool complete = true;
+  Lookahead<Table> lookahead(objects);
   for (const auto& [id, object] : objects) {
+    lookahead.Step();
     if (!object) continue;
-    complete = BuildStream(object->BuildPackedData(), pathBuilder.GetObjectW(id)) && complete;
+    complete = BuildStream(*object, pathBuilder.GetObjectW(id)) && complete;
   }
   return complete;
 }
@@ -49,10 +103,19 @@ bool Serializer::SerializeRef(const TalStringT<WideChar>& name, const cow_ptr<Co
   return BuildStream(text, pathBuilder.GetBranch(name));
 }
 
-bool Serializer::BuildStream(const Buffer& data, const TalStringT<WideChar>& path) const {
+// The packed forms are made for the stream and not kept in the objects.
+template <class Content>
+bool Serializer::BuildStream(const Content& content, const TalStringT<WideChar>& path) const {
   if (writer == nullptr) return false;
   Stream stream = writer->CreateBlobStream(path);
-  data.AppendTo(stream, nullptr);
+  IStream* const target = stream;
+  if (target == nullptr || target->SharesBytes()) {
+    stream.Write(Share(content));
+  } else {
+    PackedWriter packed(*target);
+    packed.Write(content);
+    packed.Flush();
+  }
   stream.SeekToBegin();
   return writer->CommitBlobStream(path, stream);
 }

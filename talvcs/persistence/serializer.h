@@ -34,7 +34,8 @@ class TALVCS_API Serializer {
   bool SerializeObjects(const Table& objects);
   bool SerializeRefs(const RefTable& refs);
   bool SerializeRef(const TalStringT<WideChar>& name, const cow_ptr<Commit>& commit);
-  bool BuildStream(const Buffer& data, const TalStringT<WideChar>& path) const;
+  template <class Content>
+  bool BuildStream(const Content& content, const TalStringT<WideChar>& path) const;
 
   IBlobWriter* writer;
   PathBuilder pathBuilder;
