@@ -19,6 +19,7 @@ import time
 ROWS = [
     ("id of 64 bytes", "hash/64", "ns", 1.47),
     ("id of 1 MiB", "hash/1048576", "µs", 1.02),
+    ("ids of blobs of 64 KiB together", "hash/many/65536", "µs", 0.78),
     ("import one by one, 10,000: a file", "import/perfile/10000", "µs", 1.96),
     ("import one by one, 100,000, shuffled: a file", "import/shuffled/100000", "µs", 1.93),
     ("import in one batch, 100,000: a file", "import/batch/100000", "µs", 2.37),

@@ -327,6 +327,9 @@ void RegisterAll() {
   for (const int size : {64, 4 << 10, 1 << 20, 64 << 20}) {
     benchmark::RegisterBenchmark("hash", BM_Hash)->Arg(size)->UseManualTime();
   }
+  for (const int size : {1 << 10, 64 << 10, 1 << 20}) {
+    benchmark::RegisterBenchmark("hash/many", BM_Hash)->Arg(size)->UseManualTime();
+  }
   RegisterWrites("", Keep::kNothing);
   RegisterWrites("table/", Keep::kTable);
   for (const int count : {10000, 100000}) {

@@ -2,6 +2,7 @@
 #include <bench/measure.h>
 
 #include <algorithm>
+#include <vector>
 
 // Workloads that write: ids, imports, one large directory, a history on top of an import.
 
@@ -25,6 +26,24 @@ void BM_Hash(benchmark::State& state) {
     section.Report(state, batch, 0, batch * size);
   }
   Require(Blob(data).GetId() == expected.GetId(), "the id");
+}
+
+/// The ids of as many blobs as fit into four megabytes.
+void BM_HashMany(benchmark::State& state) {
+  const auto size = static_cast<std::size_t>(state.range(0));
+  const std::size_t count = std::max<std::size_t>(16, (4 << 20) / size);
+  const Blob content = MakeBlob(HashContent(size));
+  for (auto _ : state) {
+    std::vector<Blob> blobs;
+    std::vector<const Blob*> pointers;
+    for (std::size_t i = 0; i < count; ++i) blobs.push_back(MakeBlob(HashContent(size)));
+    for (const Blob& blob : blobs) pointers.push_back(&blob);
+    Section section;
+    Blob::ComputeIds(pointers);
+    section.Stop(state);
+    section.Report(state, count, 0, count * size);
+    Require(blobs.back().GetId() == content.GetId(), "the id");
+  }
 }
 
 void ImportFiles(benchmark::State& state, Way way, bool shuffled) {
@@ -117,6 +136,12 @@ BENCHMARK(BM_Hash)
     ->Arg(4 << 10)
     ->Arg(1 << 20)
     ->Arg(64 << 20)
+    ->UseManualTime();
+BENCHMARK(BM_HashMany)
+    ->Name("hash/many")
+    ->Arg(1 << 10)
+    ->Arg(64 << 10)
+    ->Arg(1 << 20)
     ->UseManualTime();
 BENCHMARK(BM_ImportBatch)->Name("import/batch")->Apply(ImportSizes);
 BENCHMARK(BM_ImportPerFile)->Name("import/perfile")->Apply(ImportSizes);

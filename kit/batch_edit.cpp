@@ -2,6 +2,8 @@
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/repository/irepository.h>
 
+#include <algorithm>
+#include <array>
 #include <optional>
 #include <type_traits>
 #include <unordered_map>
@@ -33,6 +35,7 @@ namespace {
 using Components = std::vector<TalStringViewT<WideChar>>;
 
 constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+constexpr std::size_t kIdsTogether = 16;
 
 }  // namespace
 
@@ -220,10 +223,22 @@ std::size_t BatchEdit::ApplyOneByOne(IRepository* repository, Target& target) co
   return done;
 }
 
+// Computes the ids of the blobs among the next edits, which soon will be asked for.
+void BatchEdit::ComputeIds(std::span<const Edit> edits) {
+  std::array<const Blob*, kIdsTogether> blobs{};
+  const std::size_t count = std::min(edits.size(), blobs.size());
+  for (std::size_t index = 0; index < count; ++index) {
+    blobs[index] = std::get_if<Blob>(&edits[index].what);
+  }
+  Blob::ComputeIds(std::span(blobs).first(count));
+}
+
 // Returns how many edits took effect; nothing if they have to be made one by one.
 std::optional<std::size_t> BatchEdit::ApplyTo(IRepository& repository, Draft& draft) const {
   std::size_t done = 0;
-  for (const Edit& edit : m_edits) {
+  for (std::size_t index = 0; index < m_edits.size(); ++index) {
+    if (index % kIdsTogether == 0) ComputeIds(std::span(m_edits).subspan(index));
+    const Edit& edit = m_edits[index];
     bool success = false;
     if (const Blob* blob = std::get_if<Blob>(&edit.what)) {
       success = draft.Add(edit.path, *blob);

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace TalVcs {
@@ -55,6 +56,7 @@ class TALVCS_KIT_API BatchEdit {
   struct TALVCS_KIT_NO_EXPORT Edit;
   class TALVCS_KIT_NO_EXPORT Draft;
 
+  TALVCS_KIT_NO_EXPORT static void ComputeIds(std::span<const Edit> edits);
   template <class Target>
   std::size_t ApplyOneByOne(IRepository* repository, Target& target) const;
   TALVCS_KIT_NO_EXPORT std::optional<std::size_t> ApplyTo(IRepository& repository,

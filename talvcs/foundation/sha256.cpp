@@ -7,8 +7,6 @@ namespace TalUtils {
 
 namespace {
 
-constexpr Sha256::State kInitialState = {0x6A09E667, 0xBB67AE85, 0x3C6EF372, 0xA54FF53A,
-                                         0x510E527F, 0x9B05688C, 0x1F83D9AB, 0x5BE0CD19};
 constexpr std::size_t kLengthSize = 8;
 
 /// The block functions of this processor, found once.
@@ -85,11 +83,19 @@ Sha256::Digest Sha256::Finish() noexcept {
     filled = 0;
   }
   std::memset(m_block.data() + filled, 0, kBlockSize - kLengthSize - filled);
-  PutBigEndian(m_block.data() + kBlockSize - kLengthSize, m_size * 8, kLengthSize);
+  PutLength(m_block.data() + kBlockSize, m_size);
   m_function(m_state, m_block.data(), 1);
+  return DigestOf(m_state);
+}
+
+void Sha256::PutLength(std::uint8_t* end, std::uint64_t size) noexcept {
+  PutBigEndian(end - kLengthSize, size * 8, kLengthSize);
+}
+
+Sha256::Digest Sha256::DigestOf(const State& state) noexcept {
   Digest digest;
-  for (std::size_t word = 0; word < m_state.size(); ++word) {
-    PutBigEndian(digest.data() + 4 * word, m_state[word], 4);
+  for (std::size_t word = 0; word < state.size(); ++word) {
+    PutBigEndian(digest.data() + 4 * word, state[word], 4);
   }
   return digest;
 }

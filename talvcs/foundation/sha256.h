@@ -16,9 +16,15 @@ class Sha256 {
   using Digest = std::array<std::uint8_t, 32>;
   using State = std::array<std::uint32_t, 8>;
   static constexpr std::size_t kBlockSize = 64;
+  static constexpr State kInitialState = {0x6A09E667, 0xBB67AE85, 0x3C6EF372, 0xA54FF53A,
+                                          0x510E527F, 0x9B05688C, 0x1F83D9AB, 0x5BE0CD19};
 
   /// Mixes `count` blocks of 64 bytes into `state`.
   using BlockFunction = void (*)(State& state, const std::uint8_t* blocks, std::size_t count);
+
+  /// Mixes `count` blocks into each of two states.
+  using PairFunction = void (*)(State& state, const std::uint8_t* blocks, State& otherState,
+                                const std::uint8_t* otherBlocks, std::size_t count);
 
   /// A block function and the name of the instructions that it is made of.
   struct Implementation {
@@ -49,6 +55,11 @@ class Sha256 {
   /// last.
   static std::span<const Implementation> GetImplementations() noexcept;
 
+  /// Writes the length of a message of `size` bytes, with which its last block ends, before `end`.
+  static void PutLength(std::uint8_t* end, std::uint64_t size) noexcept;
+  /// Returns the digest that the state after the last block stands for.
+  static Digest DigestOf(const State& state) noexcept;
+
  private:
   BlockFunction m_function;
   State m_state;
@@ -65,5 +76,9 @@ void Sha256BlocksPortable(Sha256::State& state, const std::uint8_t* blocks,
 /// Return the block function for the processor's own instructions, or null if it has none.
 Sha256::BlockFunction GetSha256BlocksX86() noexcept;
 Sha256::BlockFunction GetSha256BlocksArm() noexcept;
+
+/// Returns the function that mixes the blocks of two messages at once, or null if the processor has
+/// nothing that makes it faster than one after the other.
+Sha256::PairFunction GetSha256PairX86() noexcept;
 
 }  // namespace TalUtils

@@ -36,41 +36,93 @@ TALVCS_SHA_TARGET inline __m128i NextWords(__m128i a, __m128i b, __m128i c, __m1
   return _mm_sha256msg2_epu32(partial, d);
 }
 
-TALVCS_SHA_TARGET void MixBlocks(Sha256::State& state, const std::uint8_t* blocks,
-                                 std::size_t count) {
-  const __m128i byte_order = _mm_set_epi64x(0x0C0D0E0F08090A0B, 0x0405060700010203);
+const auto kByteOrder = std::array<std::uint64_t, 2>{0x0405060700010203, 0x0C0D0E0F08090A0B};
+
+TALVCS_SHA_TARGET inline Lanes LoadState(const Sha256::State& state) noexcept {
   const __m128i badc = _mm_shuffle_epi32(LoadVector(state.data()), 0xB1);
   const __m128i hgfe = _mm_shuffle_epi32(LoadVector(state.data() + 4), 0x1B);
-  Lanes lanes{_mm_alignr_epi8(badc, hgfe, 8), _mm_blend_epi16(hgfe, badc, 0xF0)};
-  for (; count != 0; --count, blocks += Sha256::kBlockSize) {
-    const Lanes before = lanes;
-    __m128i a = _mm_shuffle_epi8(LoadVector(blocks), byte_order);
-    __m128i b = _mm_shuffle_epi8(LoadVector(blocks + 16), byte_order);
-    __m128i c = _mm_shuffle_epi8(LoadVector(blocks + 32), byte_order);
-    __m128i d = _mm_shuffle_epi8(LoadVector(blocks + 48), byte_order);
-    FourRounds(lanes, a, 0);
-    FourRounds(lanes, b, 4);
-    FourRounds(lanes, c, 8);
-    FourRounds(lanes, d, 12);
-#pragma GCC unroll 3
-    for (std::size_t round = 16; round < 64; round += 16) {
-      a = NextWords(a, b, c, d);
-      FourRounds(lanes, a, round);
-      b = NextWords(b, c, d, a);
-      FourRounds(lanes, b, round + 4);
-      c = NextWords(c, d, a, b);
-      FourRounds(lanes, c, round + 8);
-      d = NextWords(d, a, b, c);
-      FourRounds(lanes, d, round + 12);
-    }
-    lanes.abef = _mm_add_epi32(lanes.abef, before.abef);
-    lanes.cdgh = _mm_add_epi32(lanes.cdgh, before.cdgh);
-  }
+  return {_mm_alignr_epi8(badc, hgfe, 8), _mm_blend_epi16(hgfe, badc, 0xF0)};
+}
+
+TALVCS_SHA_TARGET inline void StoreState(const Lanes& lanes, Sha256::State& state) noexcept {
   const __m128i feba = _mm_shuffle_epi32(lanes.abef, 0x1B);
   const __m128i dchg = _mm_shuffle_epi32(lanes.cdgh, 0xB1);
   auto* out = static_cast<__m128i*>(static_cast<void*>(state.data()));
   _mm_storeu_si128(out, _mm_blend_epi16(feba, dchg, 0xF0));
   _mm_storeu_si128(out + 1, _mm_alignr_epi8(dchg, feba, 8));
+}
+
+/// The sixteen latest words of the schedule.
+struct Words {
+  __m128i a, b, c, d;
+};
+
+TALVCS_SHA_TARGET inline Words LoadWords(const std::uint8_t* block) noexcept {
+  const __m128i byte_order = LoadVector(kByteOrder.data());
+  return {_mm_shuffle_epi8(LoadVector(block), byte_order),
+          _mm_shuffle_epi8(LoadVector(block + 16), byte_order),
+          _mm_shuffle_epi8(LoadVector(block + 32), byte_order),
+          _mm_shuffle_epi8(LoadVector(block + 48), byte_order)};
+}
+
+// A block of one message, or of each of several at a time: rounds wait for each other, those of two
+// messages don't, so that two together take three quarters of the time of one after the other.
+template <std::size_t kMessages>
+TALVCS_SHA_TARGET inline void MixBlock(Lanes (&lanes)[kMessages],
+                                       const std::uint8_t* const (&blocks)[kMessages]) noexcept {
+  Lanes before[kMessages];
+  Words words[kMessages];
+  for (std::size_t i = 0; i < kMessages; ++i) before[i] = lanes[i];
+  for (std::size_t i = 0; i < kMessages; ++i) words[i] = LoadWords(blocks[i]);
+  for (std::size_t i = 0; i < kMessages; ++i) FourRounds(lanes[i], words[i].a, 0);
+  for (std::size_t i = 0; i < kMessages; ++i) FourRounds(lanes[i], words[i].b, 4);
+  for (std::size_t i = 0; i < kMessages; ++i) FourRounds(lanes[i], words[i].c, 8);
+  for (std::size_t i = 0; i < kMessages; ++i) FourRounds(lanes[i], words[i].d, 12);
+#pragma GCC unroll 3
+  for (std::size_t round = 16; round < 64; round += 16) {
+    for (std::size_t i = 0; i < kMessages; ++i) {
+      Words& w = words[i];
+      w.a = NextWords(w.a, w.b, w.c, w.d);
+      FourRounds(lanes[i], w.a, round);
+    }
+    for (std::size_t i = 0; i < kMessages; ++i) {
+      Words& w = words[i];
+      w.b = NextWords(w.b, w.c, w.d, w.a);
+      FourRounds(lanes[i], w.b, round + 4);
+    }
+    for (std::size_t i = 0; i < kMessages; ++i) {
+      Words& w = words[i];
+      w.c = NextWords(w.c, w.d, w.a, w.b);
+      FourRounds(lanes[i], w.c, round + 8);
+    }
+    for (std::size_t i = 0; i < kMessages; ++i) {
+      Words& w = words[i];
+      w.d = NextWords(w.d, w.a, w.b, w.c);
+      FourRounds(lanes[i], w.d, round + 12);
+    }
+  }
+  for (std::size_t i = 0; i < kMessages; ++i) {
+    lanes[i].abef = _mm_add_epi32(lanes[i].abef, before[i].abef);
+    lanes[i].cdgh = _mm_add_epi32(lanes[i].cdgh, before[i].cdgh);
+  }
+}
+
+TALVCS_SHA_TARGET void MixBlocks(Sha256::State& state, const std::uint8_t* blocks,
+                                 std::size_t count) {
+  Lanes lanes[1] = {LoadState(state)};
+  for (; count != 0; --count, blocks += Sha256::kBlockSize) MixBlock<1>(lanes, {blocks});
+  StoreState(lanes[0], state);
+}
+
+TALVCS_SHA_TARGET void MixBlocksOfTwo(Sha256::State& state, const std::uint8_t* blocks,
+                                      Sha256::State& otherState, const std::uint8_t* otherBlocks,
+                                      std::size_t count) {
+  Lanes lanes[2] = {LoadState(state), LoadState(otherState)};
+  for (; count != 0; --count, blocks += Sha256::kBlockSize, otherBlocks += Sha256::kBlockSize) {
+    MixBlock<2>(lanes, {blocks, otherBlocks});
+  }
+  StoreState(lanes[0], state);
+  StoreState(lanes[1], otherState);
 }
 
 bool HasShaExtensions() noexcept {
@@ -91,9 +143,14 @@ Sha256::BlockFunction GetSha256BlocksX86() noexcept {
   return HasShaExtensions() ? &MixBlocks : nullptr;
 }
 
+Sha256::PairFunction GetSha256PairX86() noexcept {
+  return HasShaExtensions() ? &MixBlocksOfTwo : nullptr;
+}
+
 #else
 
 Sha256::BlockFunction GetSha256BlocksX86() noexcept { return nullptr; }
+Sha256::PairFunction GetSha256PairX86() noexcept { return nullptr; }
 
 #endif
 

@@ -1,8 +1,13 @@
 #include <talvcs/objects/blob.h>
 
+#include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/helpers.h>
+#include <talvcs/foundation/sha256_many.h>
 #include <talvcs/objects/dll_wrapped_shared.h>
+#include <talvcs/objects/packed_header.h>
 
+#include <array>
+#include <optional>
 #include <utility>
 
 namespace TalVcs {
@@ -32,6 +37,36 @@ const Buffer& Blob::GetData() const { return m_buffer; }
 
 Buffer Blob::BuildPackedData() const {
   return CachedPackedData().IsEmpty() ? Pack(kType, m_buffer) : CachedPackedData();
+}
+
+void Blob::ComputeIds(std::span<const Blob* const> blobs) {
+  constexpr std::size_t kTogether = 32;
+  constexpr std::size_t kFewestBytes = 256;  // below, there is nothing to win
+  std::array<std::optional<PackedHeader>, kTogether> headers;
+  std::array<TalUtils::Sha256Message, kTogether> messages;
+  std::array<TalUtils::Sha256::Digest, kTogether> digests;
+  std::array<const Blob*, kTogether> waiting;
+  std::size_t count = 0;
+  const auto compute = [&] {
+    TalUtils::ComputeSha256(std::span(messages).first(count));
+    for (std::size_t index = 0; index < count; ++index) {
+      waiting[index]->CacheId(
+          Id(TalUtils::DataEncoding::HexEncode(digests[index].data(), digests[index].size())));
+    }
+    count = 0;
+  };
+  for (const Blob* blob : blobs) {
+    if (blob == nullptr || blob->HasId() || blob->m_buffer.GetSegmentCount() != 1) continue;
+    const auto body = blob->m_buffer.GetSegment(0);
+    if (body.size() < kFewestBytes) continue;
+    headers[count].emplace(kType, body.size());
+    messages[count] = {
+        std::as_bytes(std::span(headers[count]->GetData(), headers[count]->GetSize())), body,
+        &digests[count]};
+    waiting[count] = blob;
+    if (++count == kTogether) compute();
+  }
+  compute();
 }
 
 cow_ptr<Blob> Blob::Deserialize(StreamIO& stream) {

@@ -4,6 +4,8 @@
 #include <talvcs/foundation/names.h>
 #include <talvcs/objects/object.h>
 
+#include <span>
+
 namespace TalVcs {
 
 /// The leaf of the model: opaque bytes.
@@ -36,6 +38,12 @@ class TALVCS_API Blob : public Object {
 
   /// Returns the packed form like `GetPackedData`, without keeping it in the object.
   Buffer BuildPackedData() const;
+
+  /// Computes the ids of several blobs together, which takes about five sixths of the time that it
+  /// takes to ask each for its own, on processors that can interleave two computations and for blobs
+  /// of a kilobyte and more. `GetId` gives the same ids with or without it, and then at once. Null
+  /// pointers are passed over.
+  static void ComputeIds(std::span<const Blob* const> blobs);
 
   /// Reads a packed blob from `stream`, sharing its bytes where the stream allows it. Returns null
   /// if there is no stream or the header doesn't begin with "blob"; the size that the header tells

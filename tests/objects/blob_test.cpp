@@ -1,5 +1,7 @@
 #include <talvcs/objects/blob.h>
 
+#include <talvcs/foundation/helpers.h>
+
 #include <gtest/gtest.h>
 #include <tests/support/objects.h>
 
@@ -166,6 +168,29 @@ TEST(BlobMove, CopyOfAMovedFromOneTakesItsStateOver) {
   const Blob copy(source);  // NOLINT(bugprone-use-after-move)
   EXPECT_EQ(IdOf(copy), kHelloId);
   EXPECT_EQ(copy.GetData().GetSize(), 0U);
+}
+
+TEST(Blob, IdsComputedTogetherAreThoseOfEach) {
+  std::vector<Blob> blobs;
+  const auto add = [&blobs](std::size_t size) {
+    std::string bytes;
+    for (std::size_t index = 0; index < size; ++index) bytes += static_cast<char>(index * 7 + 3);
+    Buffer buffer = BufferOf(bytes.substr(0, size / 2));
+    // Some lie in two segments.
+    buffer.Append(BufferOf(bytes.substr(size / 2)));
+    blobs.push_back(size % 5 == 0 ? Blob(std::move(buffer)) : BlobOf(bytes));
+  };
+  for (std::size_t size = 0; size < 600; ++size) add(size);
+  add(5000);
+  add(70000);
+  std::vector<const Blob*> pointers{nullptr};
+  for (const Blob& blob : blobs) pointers.push_back(&blob);
+  Blob::ComputeIds(pointers);
+  Blob::ComputeIds(pointers);
+  std::string ids;
+  for (const Blob& blob : blobs) ids += IdOf(blob);
+  EXPECT_EQ(Ascii(Helpers::ComputeEncodedSHA256Hash(BufferOf(ids))),
+            "607ce2a39315d11ac5ad6316d9bd150580776098f1bda0660aada74976d15ac9");
 }
 
 TEST(Blob, BuildPackedDataGivesThePackedForm) {
