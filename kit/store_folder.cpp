@@ -116,10 +116,14 @@ bool StoreFolder::ReplaceFile(const Path& path, const Buffer& bytes) {
   m_files->RemoveFile(parked);
   std::error_code error = m_files->CreateFile(parked, bytes);
   if (!error && m_durable) error = m_files->SyncFile(parked);
-  if (!error) error = m_files->Rename(parked, path);
+  if (error) {
+    m_files->RemoveFile(parked);
+    return Fail("cannot write", parked, error);
+  }
+  error = m_files->Rename(parked, path);
   if (!error) return true;
   m_files->RemoveFile(parked);
-  return Fail("cannot write", path, error);
+  return Fail("cannot replace", path, error);
 }
 
 StoreFolder::Replaced StoreFolder::ReplaceState(StoredState& stored) {
