@@ -2,7 +2,7 @@
 // nothing allocated, a repository in order, and nothing in the way of a second try.
 
 #include <gtest/gtest.h>
-#include <tests/faults/invariants.h>
+#include <tests/support/invariants.h>
 #include <tests/faults/scenario.h>
 #include <tests/kit/saved_states.h>
 #include <tests/kit/temporary_folder.h>

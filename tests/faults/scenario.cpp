@@ -3,7 +3,7 @@
 #include <kit/batch_edit.h>
 #include <kit/save_repository.h>
 #include <talvcs/persistence/deserializer.h>
-#include <tests/faults/invariants.h>
+#include <tests/support/invariants.h>
 #include <tests/support/contents.h>
 
 #include <optional>

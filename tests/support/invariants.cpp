@@ -1,4 +1,4 @@
-#include <tests/faults/invariants.h>
+#include <tests/support/invariants.h>
 
 #include <talvcs/foundation/helpers.h>
 #include <tests/support/contents.h>
