@@ -2,13 +2,14 @@
 // nothing allocated, a repository in order, and nothing in the way of a second try.
 
 #include <gtest/gtest.h>
-#include <tests/support/invariants.h>
+#include <kit/directory_store.h>
 #include <tests/faults/scenario.h>
 #include <tests/kit/saved_states.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/model/fixed_clock.h>
 #include <tests/support/contents.h>
 #include <tests/support/failing_allocations.h>
+#include <tests/support/invariants.h>
 #include <tests/support/scale.h>
 
 #include <cstdlib>
@@ -17,8 +18,6 @@
 #include <optional>
 #include <random>
 #include <stdexcept>
-
-#include <kit/directory_store.h>
 
 namespace TalVcs::Testing {
 namespace {

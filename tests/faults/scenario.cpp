@@ -3,8 +3,8 @@
 #include <kit/batch_edit.h>
 #include <kit/save_repository.h>
 #include <talvcs/persistence/deserializer.h>
-#include <tests/support/invariants.h>
 #include <tests/support/contents.h>
+#include <tests/support/invariants.h>
 
 #include <optional>
 #include <stdexcept>
