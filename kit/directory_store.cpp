@@ -18,6 +18,9 @@
 //     lock  -  new objects  -  sync  -  state.new  -  sync  -  rename to state  -  unused objects
 //     go
 //
+// The first save of all puts an empty state in front, so that objects without a state are never
+// those of a save that didn't end.
+//
 // Up to the rename the file "state" names the old objects, all of which are still there; from then
 // on it names the new ones, all of which are there already. Objects that "state" doesn't name are
 // no part of the store, so what a killed process left of the first or the last step has no effect.
@@ -105,6 +108,7 @@ void DirectoryStore::Impl::Begin() {
                "it was replaced since this store object has read it");
     transaction->base.reset();
   }
+  if (transaction->base && !files.MakeState()) transaction->base.reset();
   if (transaction->base) {
     transaction->next = transaction->base->state;
   } else {

@@ -57,9 +57,9 @@ struct DirectoryStoreOptions {
 /// name its content.
 ///
 /// *Failures.* No operation throws for an error of the file system. It answers as its interface
-/// says, `LastError` tells what happened, and the old store stays. A damaged state is never taken
-/// for an empty store: it gives one branch, of empty name, that can't be opened, and refuses
-/// transactions.
+/// says, `LastError` tells what happened, and the old store stays. A state that is damaged, or
+/// missing beside objects, is never taken for an empty store: it gives one branch, of empty name,
+/// that can't be opened, and refuses transactions.
 ///
 /// Threads: a store object belongs to one thread at a time; several of them may work on one folder.
 class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {

@@ -62,8 +62,16 @@ std::shared_ptr<const StoredState> StoreFolder::ReadState() {
   const Path path = StatePath();
   auto stored = std::make_shared<StoredState>();
   Buffer bytes;
-  const std::error_code error = m_files->ReadFile(path, bytes);
-  if (error == std::errc::no_such_file_or_directory) return stored;
+  std::error_code error = m_files->ReadFile(path, bytes);
+  if (error == std::errc::no_such_file_or_directory) {
+    if (!HasObjectFiles()) return stored;
+    // Another process may have begun to save just now.
+    error = m_files->ReadFile(path, bytes);
+    if (error == std::errc::no_such_file_or_directory) {
+      Fail("cannot read", path, "it is missing, although the store has objects");
+      return nullptr;
+    }
+  }
   if (error) {
     Fail("cannot read", path, error);
     return nullptr;
@@ -74,8 +82,31 @@ std::shared_ptr<const StoredState> StoreFolder::ReadState() {
     return nullptr;
   }
   stored->state = std::move(*state);
-  stored->digest = StoreState::DigestOf(bytes);
+  if (!stored->state.IsEmpty()) stored->digest = StoreState::DigestOf(bytes);
   return stored;
+}
+
+bool StoreFolder::HasObjectFiles() {
+  std::vector<std::string> folders;
+  const std::error_code error = m_files->ListFolder(m_objects, folders);
+  // What can't be looked at may be there.
+  if (error) return error != std::errc::no_such_file_or_directory;
+  for (const std::string& prefix : folders) {
+    std::vector<std::string> names;
+    if (prefix.size() != 2 || m_files->ListFolder(m_objects / prefix, names)) continue;
+    for (const std::string& name : names) {
+      bool complete = false;
+      if (KeyFromFile(prefix, name, complete)) return true;
+    }
+  }
+  return false;
+}
+
+bool StoreFolder::MakeState() {
+  std::uint64_t size = 0;
+  if (!m_files->GetFileSize(StatePath(), size)) return true;
+  StoredState empty;
+  return ReplaceState(empty) == Replaced::Yes;
 }
 
 /// Writes a file beside the one that it is to replace, so that the name always has a whole one.
@@ -85,15 +116,19 @@ bool StoreFolder::ReplaceFile(const Path& path, const Buffer& bytes) {
   m_files->RemoveFile(parked);
   std::error_code error = m_files->CreateFile(parked, bytes);
   if (!error && m_durable) error = m_files->SyncFile(parked);
-  if (!error) error = m_files->Rename(parked, path);
+  if (error) {
+    m_files->RemoveFile(parked);
+    return Fail("cannot write", parked, error);
+  }
+  error = m_files->Rename(parked, path);
   if (!error) return true;
   m_files->RemoveFile(parked);
-  return Fail("cannot write", path, error);
+  return Fail("cannot replace", path, error);
 }
 
 StoreFolder::Replaced StoreFolder::ReplaceState(StoredState& stored) {
   const Buffer bytes = stored.state.Encode();
-  stored.digest = StoreState::DigestOf(bytes);
+  stored.digest = stored.state.IsEmpty() ? std::string() : StoreState::DigestOf(bytes);
   if (!ReplaceFile(StatePath(), bytes)) return Replaced::No;
   const std::error_code error = m_durable ? m_files->SyncFolder(m_store) : std::error_code();
   if (!error) return Replaced::Yes;

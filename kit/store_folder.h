@@ -12,8 +12,8 @@
 
 namespace TalVcs::Kit {
 
-/// A state with the digest that its file ends with, by which two states are told apart; empty for a
-/// store that isn't there.
+/// A state with the digest that its file ends with, by which two states are told apart; empty for
+/// an empty store, whether it is there or not.
 struct StoredState {
   StoreState state;
   std::string digest;
@@ -35,8 +35,13 @@ class StoreFolder {
 
   Path StatePath() const { return m_store / "state"; }
 
-  /// Reads the file "state"; an empty state if there is none, null if it can't be read.
+  /// Reads the file "state"; an empty state if there is neither that nor an object, null if it
+  /// can't be read or is missing.
   std::shared_ptr<const StoredState> ReadState();
+
+  /// Makes an empty file "state" if there is none, which has to be done before any object is
+  /// written: objects without it belong to a store that has lost its state.
+  bool MakeState();
 
   /// Puts a state in place of the file "state", and sets its digest.
   Replaced ReplaceState(StoredState& stored);
@@ -79,6 +84,7 @@ class StoreFolder {
   Path FolderOf(const ObjectKey& key) const;
   Path FileOf(const ObjectKey& key) const;
   bool ReplaceFile(const Path& path, const Buffer& bytes);
+  bool HasObjectFiles();
   bool SyncEach();
   void RemoveUnusedIn(const Path& folder, const std::string& prefix, const StoreState& state);
 

@@ -27,6 +27,7 @@ struct StoreState {
   /// Everything that isn't an object: path and bytes.
   std::map<WideString, Buffer, TextOrder> streams;
 
+  bool IsEmpty() const noexcept { return objects.empty() && streams.empty(); }
   bool HasObject(const ObjectKey& key) const;
 
   /// Returns the bytes of the file, which end with a digest of all that stands before.

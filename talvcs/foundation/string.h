@@ -63,6 +63,9 @@ class TALVCS_API TalStringT {
   /// Returns the text with its terminator. It stays valid until the string changes or ends.
   const C* GetString() const noexcept { return IsShared() ? GetShared().text : m_units; }
   operator const C*() const noexcept { return GetString(); }
+  /// A character is appended by `+=`; here it would count as a step of that pointer.
+  template <std::integral Number>
+  friend void operator+(const TalStringT& text, Number step) = delete;
 
   /// Returns the character at `index`, which has to be below the length (at it: the terminator).
   C GetAt(int index) const noexcept { return GetString()[index]; }

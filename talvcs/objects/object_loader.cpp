@@ -226,7 +226,7 @@ void ObjectLoader::AddEntry(OpenTree& tree, TalStringViewT<char> name, const cow
     return;
   }
   if (tree.builder) {
-    TreeAccess::AdoptEntries(*tree.tree.write(), tree.builder->Finish(tree.former.List()));
+    TreeAccess::AdoptEntries(*tree.tree.write(), *tree.builder, tree.former.List());
     tree.builder.reset();
   }
   if (blob) {
@@ -240,8 +240,7 @@ void ObjectLoader::AddEntry(OpenTree& tree, TalStringViewT<char> name, const cow
 // under that; one that is stored under its id needn't be.
 cow_ptr<Tree> ObjectLoader::CloseTree(OpenTree& tree) {
   if (tree.failed) return nullptr;
-  if (tree.builder)
-    TreeAccess::AdoptEntries(*tree.tree.write(), tree.builder->Finish(tree.former.List()));
+  if (tree.builder) TreeAccess::AdoptEntries(*tree.tree.write(), *tree.builder, tree.former.List());
   const Tree* own = tree.tree.get();
   cow_ptr<Tree> stored = m_repository->SyncWithStorage(std::move(tree.tree));
   if (stored.get() == own) m_ownTrees.insert(own);

@@ -17,8 +17,10 @@ class TreeAccess {
     return taken;
   }
 
-  /// Gives a tree without entries the list, with its hold.
-  static void AdoptEntries(Tree& tree, TreeEntries* list) noexcept { tree.m_entries = list; }
+  /// Gives a tree without entries what was built. `former` is as for the builder's `Finish`.
+  static void AdoptEntries(Tree& tree, TreeEntriesBuilder& builder, const TreeEntries* former) {
+    tree.m_entries = builder.Finish(former);
+  }
 
   /// Puts a stored object into the tree as it is.
   static void SetEntry(Tree& tree, TalStringViewT<WideChar> name, EntryKind kind,

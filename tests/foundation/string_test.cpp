@@ -201,6 +201,19 @@ TEST(StringConcatenation, GivesTheTwoTexts) {
   EXPECT_EQ(Ascii(TalStringViewT<WideChar>(name) + TalStringViewT<WideChar>()), "directory");
 }
 
+template <class Left, class Right>
+concept Addable = requires(Left left, Right right) {
+  left + right;
+};
+
+// It once was a step of the pointer that a string converts to, out of its text.
+TEST(StringConcatenation, TakesNoCharacterOrNumber) {
+  EXPECT_TRUE((Addable<WideString, WideString>));
+  EXPECT_FALSE((Addable<WideString, WideChar>));
+  EXPECT_FALSE((Addable<WideString, int>));
+  EXPECT_FALSE((Addable<Narrow, char>));
+}
+
 TEST(StringCompare, IsTheOrderOfViews) {
   const WideString string(TAL_WIDE("abc"));
   EXPECT_EQ(string.Compare(TAL_WIDE("abc"), CompareCase::Sensitive), 0);

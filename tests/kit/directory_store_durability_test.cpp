@@ -34,6 +34,9 @@ class DirectoryStoreDurability : public testing::Test {
     return last;
   }
 
+  /// The file of the newest commit, which is written like those of the other objects.
+  std::string NameOfHead() const { return IdOf(*m_state.GetHead(Wide("new"))).substr(2); }
+
   TemporaryFolder m_folder;
   std::shared_ptr<FaultyFileSystem> m_files = std::make_shared<FaultyFileSystem>();
   Repository m_state = NewState();
@@ -42,14 +45,16 @@ class DirectoryStoreDurability : public testing::Test {
 
 TEST_F(DirectoryStoreDurability, EverythingIsKeptBeforeTheStateIsReplaced) {
   ASSERT_TRUE(SaveState());
-  const std::ptrdiff_t commit = First("Rename state");
+  EXPECT_LT(First("Rename state"), First("CreateFile " + NameOfHead()));
+  const std::ptrdiff_t commit = Last("Rename state");
   EXPECT_EQ(commit, Last("Rename"));
   const std::ptrdiff_t objects = static_cast<std::ptrdiff_t>(
       m_state.GetCommitCount() + m_state.GetTreeCount() + m_state.GetBlobCount());
-  EXPECT_EQ(m_files->CallsOf("SyncFile"), objects + 1);
+  EXPECT_EQ(m_files->CallsOf("SyncFile"), objects + 2);
   EXPECT_LT(Last("SyncFile"), commit);
   EXPECT_LT(Last("CreateFile"), commit);
-  EXPECT_LT(First("CreateFile state.new"), First("SyncFile state.new"));
+  EXPECT_LT(Last("CreateFile state.new"), Last("SyncFile state.new"));
+  EXPECT_LT(First("SyncFolder .vcs"), First("CreateFile " + NameOfHead()));
   EXPECT_LT(First("SyncFolder objects"), commit);
   EXPECT_EQ(Last("SyncFolder .vcs"), commit + 1);
 }
@@ -67,8 +72,8 @@ TEST_F(DirectoryStoreDurability, ManyObjectsAreKeptByOneCall) {
   m_files->OfferSyncMedium();
   ASSERT_TRUE(SaveState());
   EXPECT_EQ(m_files->CallsOf("SyncMedium"), 1);
-  EXPECT_EQ(m_files->CallsOf("SyncFile"), 1);
-  EXPECT_LT(First("SyncMedium .vcs"), First("CreateFile state.new"));
+  EXPECT_EQ(m_files->CallsOf("SyncFile"), 2);
+  EXPECT_LT(First("SyncMedium .vcs"), Last("CreateFile state.new"));
 }
 
 TEST_F(DirectoryStoreDurability, FewObjectsAreKeptOneByOne) {

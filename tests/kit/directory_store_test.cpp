@@ -315,6 +315,34 @@ TEST_F(DirectoryStoreTest, EveryDamageOfTheStateIsFound) {
   EXPECT_TRUE(store.FindDamage().empty());
 }
 
+// It once looked like an empty store, whose first save removed all the objects.
+TEST_F(DirectoryStoreTest, MissingStateIsDamageWhereThereAreObjects) {
+  DirectoryStore store = Open();
+  SaveAndCommit(store, m_old);
+  const int objects = CountFiles(File("objects"));
+  fs::remove(File("state"));
+  DirectoryStore damaged = Open();
+  EXPECT_EQ(Load(damaged), "damaged 0 commits, 0 trees, 0 blobs");
+  EXPECT_NE(damaged.LastError().find("missing"), std::string::npos) << damaged.LastError();
+  EXPECT_FALSE(Save(m_new, damaged));
+  EXPECT_FALSE(damaged.Commit());
+  EXPECT_EQ(damaged.FindDamage().size(), 1u);
+  EXPECT_EQ(CountFiles(File("objects")), objects);
+  EXPECT_FALSE(fs::exists(File("state")));
+}
+
+TEST_F(DirectoryStoreTest, AbandonedFirstTransactionLeavesAnEmptyStore) {
+  DirectoryStore reader = Open();
+  EXPECT_EQ(Load(reader), "0 commits, 0 trees, 0 blobs");
+  {
+    DirectoryStore store = Open();
+    ASSERT_TRUE(Save(m_old, store));
+  }
+  EXPECT_EQ(Load(reader), "0 commits, 0 trees, 0 blobs");
+  EXPECT_EQ(reader.LastError(), "");
+  SaveAndCommit(reader, m_new);
+}
+
 TEST_F(DirectoryStoreTest, FolderIsMadeWithoutItsParents) {
   DirectoryStore store(m_folder.Path() / "made", NotDurable());
   SaveAndCommit(store, m_old);

@@ -145,6 +145,26 @@ TEST_F(Deserialize, HistoryGoesOnFromWhatTheRepositoryHas) {
   EXPECT_EQ(ChainOf(loaded, "topic"), "A-B-C");
 }
 
+// A tree can stand in a repository without what it refers to. A load that met it once took the
+// entries of its older states from it, and so left their blobs unstored.
+TEST_F(Deserialize, EntriesOfATreeThatStandsAloneAreStored) {
+  Repository source = NewRepository();
+  Commit older;
+  older.AddBlob(&source, TAL_WIDE("x"), BlobOf("1"));
+  older.AddBlob(&source, TAL_WIDE("y"), BlobOf("2"));
+  Commit newer(source.SyncWithStorage(Make<Commit>(older)), false);
+  newer.RemoveObject(&source, TAL_WIDE("y"));
+  const cow_ptr<Commit> head = source.SyncWithStorage(Make<Commit>(newer));
+  source.MoveBranchTo(TAL_WIDE("master"), head);
+  ASSERT_TRUE(Serializer(&store, TAL_WIDE("doc")).Serialize(source.GetStorage()));
+
+  loaded.SyncWithStorage(head->GetTree()->GetRoot());
+  EXPECT_TRUE(Load());
+  EXPECT_EQ(loaded.GetCommitCount(), 2u);
+  EXPECT_EQ(loaded.GetTreeCount(), 2u);
+  EXPECT_EQ(loaded.GetBlobCount(), 2u);
+}
+
 TEST_F(Deserialize, CurrentBranchStaysTheSame) {
   SaveHistory("A", "topic=A");
   ASSERT_TRUE(Load());

@@ -1,5 +1,6 @@
 #include <tests/support/failing_allocations.h>
 
+#include <atomic>
 #include <cstdlib>
 
 namespace {
@@ -8,6 +9,8 @@ enum class Fault { kNone, kArmed, kFired };
 
 thread_local Fault fault = Fault::kNone;
 thread_local std::size_t allocations_left = 0;
+thread_local std::size_t allocations_made = 0;
+std::atomic<std::ptrdiff_t> live_blocks = 0;
 
 bool HasToFail() noexcept {
   if (fault != Fault::kArmed) return false;
@@ -19,15 +22,38 @@ bool HasToFail() noexcept {
   return true;
 }
 
-}  // namespace
-
-void* operator new(std::size_t size) {
+void* Allocate(std::size_t size) noexcept {
+  ++allocations_made;
   void* memory = HasToFail() ? nullptr : std::malloc(size == 0 ? 1 : size);
+  if (memory != nullptr) live_blocks.fetch_add(1, std::memory_order_relaxed);
+  return memory;
+}
+
+void* AllocateOrThrow(std::size_t size) {
+  void* memory = Allocate(size);
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+void Free(void* memory) noexcept {
+  if (memory != nullptr) live_blocks.fetch_sub(1, std::memory_order_relaxed);
+  std::free(memory);
+}
+
+}  // namespace
+
+// All of them, as a sanitizer brings its own for those that are left out. Nothing here asks for
+// more than the usual alignment.
+void* operator new(std::size_t size) { return AllocateOrThrow(size); }
+void* operator new[](std::size_t size) { return AllocateOrThrow(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void operator delete(void* memory) noexcept { Free(memory); }
+void operator delete[](void* memory) noexcept { Free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { Free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { Free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { Free(memory); }
+void operator delete[](void* memory, const std::nothrow_t&) noexcept { Free(memory); }
 
 namespace TalVcs::Testing {
 
@@ -39,5 +65,9 @@ FailingAllocation::FailingAllocation(std::size_t passed) noexcept {
 FailingAllocation::~FailingAllocation() { fault = Fault::kNone; }
 
 bool FailingAllocation::HasFired() const noexcept { return fault == Fault::kFired; }
+
+std::ptrdiff_t LiveBlocks() noexcept { return live_blocks.load(std::memory_order_relaxed); }
+
+std::size_t AllocationsMade() noexcept { return allocations_made; }
 
 }  // namespace TalVcs::Testing

@@ -19,6 +19,12 @@ class FailingAllocation {
   bool HasFired() const noexcept;
 };
 
+/// Number of blocks that the program has from operator new and hasn't given back.
+std::ptrdiff_t LiveBlocks() noexcept;
+
+/// Number of times that this thread has asked operator new, failures among them.
+std::size_t AllocationsMade() noexcept;
+
 /// Makes fresh things with `prepare`, calls `act` on them while the first allocation fails, and
 /// `check` on them with whether that threw; then all of it anew with the second one failing, and so
 /// on until nothing fails. Returns how many allocations failed.

@@ -1,0 +1,288 @@
+#!/usr/bin/env python3
+"""Changes single tokens of talvcs/, one at a time, and tells which changes the tests notice.
+
+Usage: mutate.py [--count 200] [--seed 1] [--jobs 1] [--only REGEX] FOLDER
+
+FOLDER takes a copy of the sources, builds of it and "results.json", from which a later run goes on.
+A mutant that the tests let pass is a survivor, unless "equivalent_mutants.txt", beside this
+script, gives the reason why nobody can tell it from the original. Exits with 1 if fewer than 95 %
+of the others are killed.
+"""
+
+import argparse
+import concurrent.futures
+import hashlib
+import json
+import os
+import pathlib
+import queue
+import random
+import re
+import resource
+import subprocess
+import sys
+import threading
+import time
+
+from mutations import mutations_of
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+EQUIVALENT = pathlib.Path(__file__).with_name("equivalent_mutants.txt")
+
+# Programs of tests, without what is large or deep and only costs time.
+SLOW = "*Large*:*Depth*:*Gibi*:*Threads*"
+STAGES = {
+    "talvcs_tests": ["talvcs_tests", f"--gtest_filter=-{SLOW}"],
+    "talvcs_internal_tests": ["talvcs_internal_tests", f"--gtest_filter=-{SLOW}"],
+    "talvcs_kit_tests": ["talvcs_kit_tests", "--gtest_filter=-*Kill*"],
+    "talvcs_model_tests": ["model/talvcs_model_tests"],
+}
+# Those that meet a changed library without being built anew.
+WITH_LIBRARY = {"talvcs_tests", "talvcs_kit_tests", "talvcs_model_tests"}
+LIBRARY = "talvcs/libtalvcs.so"
+PROGRAMS = {LIBRARY} | {f"tests/{program}" for program, *_ in STAGES.values()}
+# What is run with the few that are left after these, by CTest.
+LAST = r"^tal\.(basics|branches|damage|merge|rewrite)"
+
+MEMORY = 6 << 30
+KILLED = ("killed", "timeout")
+COUNTED = KILLED + ("survived",)
+
+
+def sources():
+    """Returns the files that are mutated. Code for other processors isn't compiled here."""
+    names = subprocess.run(["git", "ls-files", "talvcs/*.cpp", "talvcs/*.h"], cwd=ROOT, check=True,
+                           capture_output=True, text=True).stdout.split()
+    return [name for name in names if not name.endswith("_arm.cpp")]
+
+
+def equivalents():
+    """Returns the mutants with a reason: path, line before, line after."""
+    found = set()
+    path = before = None
+    for line in EQUIVALENT.read_text(encoding="utf-8").splitlines():
+        if line.startswith("- "):
+            before = line[2:]
+        elif line.startswith("+ "):
+            found.add((path, before, line[2:]))
+        elif line and line[0] not in "# ":
+            path = line
+    return found
+
+
+def target_of(stage):
+    return pathlib.PurePath(STAGES[stage][0]).name
+
+
+class Mutant:
+    def __init__(self, path, mutation, source):
+        self.path = path
+        self.text = mutation.apply(source)
+        self.line = mutation.line(source)
+        self.before, self.after = mutation.describe(source)
+        digest = hashlib.sha256(self.text.encode()).hexdigest()[:12]
+        self.key = f"{path}:{self.line}:{digest}"
+
+
+def plan(count, seed, only):
+    """Yields for each file how many mutants it has to give, and its mutants in random order."""
+    files = []
+    for path in sources():
+        source = (ROOT / path).read_text(encoding="utf-8")
+        mutants = [Mutant(path, mutation, source) for mutation in mutations_of(source)]
+        random.Random(f"{seed} {path}").shuffle(mutants)
+        if mutants:
+            files.append((path, source.count("\n"), mutants))
+    # Every header is read by many files: one mutant each, the sources share the others.
+    weights = [0 if path.endswith(".h") else lines for path, lines, _ in files]
+    left = max(0, count - len(files))
+    for (path, _, mutants), weight in zip(files, weights):
+        if re.search(only, path):
+            yield 1 + round(left * weight / sum(weights)), mutants
+
+
+def limit_memory():
+    resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+
+
+class Workshop:
+    """A copy of the sources and a build of it."""
+
+    def __init__(self, folder, number):
+        self.source = folder / f"source-{number}"
+        self.build = folder / f"build-{number}"
+        self.scratch = folder / f"scratch-{number}"
+        self.seconds = {}
+        self.original = {}
+        self.rebuilt = False
+
+    def prepare(self):
+        self.copy()
+        self.scratch.mkdir(exist_ok=True)
+        subprocess.run(
+            ["cmake", "-S", self.source, "-B", self.build, "-G", "Ninja",
+             "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -D_GLIBCXX_ASSERTIONS",
+             "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"], check=True, stdout=subprocess.DEVNULL)
+        for stage in STAGES:
+            if not self.make(target_of(stage)):
+                sys.exit(f"{stage} does not build")
+            began = time.monotonic()
+            failure = self.run(stage, 600)
+            if failure:
+                sys.exit(f"{stage} fails as it is: {failure}")
+            self.seconds[stage] = time.monotonic() - began
+        self.original = {file: self.digest(file) for file in PROGRAMS}
+
+    def copy(self):
+        names = subprocess.run(["git", "ls-files", "--cached", "--others", "--exclude-standard"],
+                               cwd=ROOT, check=True, capture_output=True, text=True).stdout
+        for name in names.splitlines():
+            target = self.source / name
+            content = (ROOT / name).read_bytes()
+            if not target.exists() or target.read_bytes() != content:
+                target.parent.mkdir(parents=True, exist_ok=True)
+                target.write_bytes(content)
+                target.chmod((ROOT / name).stat().st_mode)
+
+    def digest(self, file):
+        return hashlib.sha256((self.build / file).read_bytes()).digest()
+
+    def is_original(self, *files):
+        return all(self.digest(file) == self.original[file] for file in files)
+
+    def make(self, *targets):
+        return subprocess.run(["ninja", "-C", self.build, "-j1", *targets],
+                              stdout=subprocess.DEVNULL).returncode == 0
+
+    def execute(self, command, seconds):
+        """Returns None if the command passes, otherwise what went wrong."""
+        environment = dict(os.environ, TEST_TMPDIR=str(self.scratch), TMPDIR=str(self.scratch),
+                           TALVCS_MODEL_SEQUENCES="60")
+        try:
+            done = subprocess.run(command, cwd=self.build, env=environment, timeout=seconds,
+                                  preexec_fn=limit_memory, capture_output=True, errors="replace",
+                                  text=True)
+        except subprocess.TimeoutExpired:
+            return "timeout"
+        if done.returncode == 0:
+            return None
+        failed = re.search(r"\[  FAILED  \] ([\w./]+)|\d+ - (\S+) \(", done.stdout)
+        return failed.group(1) or failed.group(2) if failed else f"code {done.returncode}"
+
+    def run(self, stage, seconds):
+        program, *options = STAGES[stage]
+        return self.execute([self.build / "tests" / program, *options, "--gtest_fail_fast",
+                             "--gtest_brief=1"], seconds)
+
+    def judge(self, mutant, order):
+        """Returns the outcome, and which stage and test told it."""
+        target = self.source / mutant.path
+        original = target.read_text(encoding="utf-8")
+        target.write_text(mutant.text, encoding="utf-8")
+        try:
+            return self.judge_applied(mutant, order)
+        finally:
+            target.write_text(original, encoding="utf-8")
+            if self.rebuilt:
+                self.make(*map(target_of, STAGES))
+
+    def judge_applied(self, mutant, order):
+        """Tests the changed library, then what compiles a changed header into itself as well."""
+        self.rebuilt = False
+        if not self.make("talvcs"):
+            return "does not compile", ""
+        if mutant.path.endswith(".cpp") and self.is_original(LIBRARY):
+            return "same code", ""
+        runs = [(stage, stage not in WITH_LIBRARY) for stage in order]
+        if mutant.path.endswith(".h"):
+            runs += [(stage, True) for stage in order if stage in WITH_LIBRARY]
+        for stage, build in runs:
+            self.rebuilt = self.rebuilt or build
+            if build and not self.make(target_of(stage)):
+                return "does not compile", ""
+            failure = self.run(stage, 30 + 10 * self.seconds[stage])
+            if failure:
+                return "timeout" if failure == "timeout" else "killed", f"{stage} {failure}"
+        if self.is_original(*PROGRAMS):
+            return "same code", ""
+        if not self.make("all"):
+            return "does not compile", ""
+        failure = self.execute(["ctest", "-R", LAST, "--stop-on-failure"], 900)
+        return ("killed", f"ctest {failure}") if failure else ("survived", "")
+
+
+class Run:
+    def __init__(self, options):
+        self.folder = options.folder.resolve()
+        self.file = self.folder / "results.json"
+        self.results = json.loads(self.file.read_text()) if self.file.exists() else {}
+        self.reasons = equivalents()
+        self.lock = threading.Lock()
+        self.shops = queue.Queue()
+        self.folder.mkdir(parents=True, exist_ok=True)
+        for number in range(options.jobs):
+            shop = Workshop(self.folder, number)
+            shop.prepare()
+            self.shops.put(shop)
+
+    def order(self):
+        """The stages, those first that have killed most."""
+        kills = [result["by"].split(" ")[0] for result in self.results.values()]
+        return sorted(STAGES, key=lambda stage: -kills.count(stage))
+
+    def judge(self, mutant):
+        began = time.monotonic()
+        shop = self.shops.get()
+        try:
+            outcome, by = shop.judge(mutant, self.order())
+        finally:
+            self.shops.put(shop)
+        with self.lock:
+            self.results[mutant.key] = {
+                "outcome": outcome, "by": by, "seconds": round(time.monotonic() - began, 1),
+                "before": mutant.before, "after": mutant.after}
+            self.file.write_text(json.dumps(self.results, indent=1), encoding="utf-8")
+            print(f"{mutant.path}:{mutant.line}: {outcome} {by}\n  - {mutant.before}\n"
+                  f"  + {mutant.after}", flush=True)
+        return outcome
+
+    def outcome(self, mutant):
+        if (mutant.path, mutant.before, mutant.after) in self.reasons:
+            return "equivalent"
+        known = self.results.get(mutant.key)
+        return known["outcome"] if known else self.judge(mutant)
+
+    def take(self, wanted, mutants):
+        """Judges mutants of one file until so many have counted; returns those outcomes."""
+        outcomes = []
+        for mutant in mutants:
+            if sum(outcome in COUNTED for outcome in outcomes) == wanted:
+                break
+            outcomes.append(self.outcome(mutant))
+        return outcomes
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
+    parser.add_argument("--count", type=int, default=200, help="mutants that compile")
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--jobs", type=int, default=1)
+    parser.add_argument("--only", default="", help="a regular expression for paths")
+    parser.add_argument("folder", type=pathlib.Path)
+    options = parser.parse_args()
+    files = sorted(plan(options.count, options.seed, options.only),
+                   key=lambda file: file[1][0].path.endswith(".h"))
+    run = Run(options)
+    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+        outcomes = sum(pool.map(lambda file: run.take(*file), files), [])
+    counts = {outcome: outcomes.count(outcome) for outcome in sorted(set(outcomes))}
+    print(", ".join(f"{count} {outcome}" for outcome, count in counts.items()))
+    killed = sum(counts.get(outcome, 0) for outcome in KILLED)
+    counted = killed + counts.get("survived", 0)
+    print(f"killed {killed} of {counted}")
+    return 0 if counted and killed >= 0.95 * counted else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
