@@ -315,6 +315,34 @@ TEST_F(DirectoryStoreTest, EveryDamageOfTheStateIsFound) {
   EXPECT_TRUE(store.FindDamage().empty());
 }
 
+// A commit over such a state could have taken files of objects that it names for unused ones.
+TEST_F(DirectoryStoreTest, StateThatNoStoreWritesIsDamagedWhateverItsDigest) {
+  const std::string a(32, 'a');
+  const std::string b(32, 'b');
+  const std::pair<std::string, const char*> states[] = {
+      {"2 objects\n" + b + a + "0 streams\n",  // not ascending
+       "95fb61d1511e7eee07afb3f1d0042cee7a4d82a36e343d0682c1fc1ddbebe979"},
+      {"2 objects\n" + a + a + "0 streams\n",  // twice
+       "03d083f7030ef9d4804ce484c58b284e13b26dea485bf373ba1c1110be2f7243"},
+      {"0 objects\n2 streams\n1 1\nbx1 1\nax",  // not ascending
+       "6d1cd0b9d684beb067bc54dbc4351879dc2db7241e93b40e782013c70743c140"},
+      {"0 objects\n2 streams\n1 1\nax1 1\nay",  // twice
+       "81364538e2f713a0868ecb7988533c289d5c312fabef06f33891d78831a319b3"},
+      {"00 objects\n0 streams\n",  // not the shortest number
+       "18c21893d704b7f471b14af0b3bb0db3804db7601de3004344c2552db7f79b23"},
+      {"0 objects\n1 streams\n1 1\n\xC0x",  // no UTF-8
+       "c8996fe18080f03bb279305c7d65d58a1372b4543c13e13f0a80a3c850c88ebf"},
+  };
+  DirectoryStore first = Open();
+  SaveAndCommit(first, m_old);
+  for (const auto& [body, digest] : states) {
+    WriteWhole(File("state"), "TalVcs store 1\n" + body + digest + "\n");
+    DirectoryStore store = Open();
+    EXPECT_EQ(Load(store), "damaged 0 commits, 0 trees, 0 blobs") << body;
+    EXPECT_NE(store.LastError().find("damaged"), std::string::npos) << store.LastError();
+  }
+}
+
 TEST_F(DirectoryStoreTest, FolderIsMadeWithoutItsParents) {
   DirectoryStore store(m_folder.Path() / "made", NotDurable());
   SaveAndCommit(store, m_old);
