@@ -173,7 +173,7 @@ def directory_seeds():
     yield "faults", b"\2d\nooA\nbx\n1\nCx\x07ooB\nbx\n2\nCNV"
     yield "state", b"\0d\nooA\nbx\n1\nCd\1TalVcs store 1\n0 objects\n1 streams\n1 1\n"
     yield "empty-state", b"\0d\nd\1TalVcs store 1\n0 objects\n0 streams\n"
-    yield "full-state", b"\0d\nd\1TalVcs store 1\n1 objects\n" + b"k" * 32 + b"1 streams\n17 1\nd/.vcs/refs/heads/x"
+    yield "full-state", b"\0d\nd\1TalVcs store 1\n1 objects\n" + b"k" * 32 + b"1 streams\n19 1\nd/.vcs/refs/heads/x1"
     yield "damaged-state", b"\0d\nbx\n1\nCd\0nonsense"
     yield "fake-objects", b"\0d\nf0\nfA\nfa\nCN"
 
