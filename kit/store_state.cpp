@@ -35,27 +35,26 @@ class Scanner {
   bool IsAtEnd() const noexcept { return m_rest.empty(); }
 
   std::string_view Take(std::uint64_t size) {
-    if (size > m_rest.size()) Fail();
+    Require(size <= m_rest.size());
     const std::string_view taken = m_rest.substr(0, m_good ? static_cast<std::size_t>(size) : 0);
     m_rest.remove_prefix(taken.size());
     return taken;
   }
 
-  void Expect(std::string_view text) {
-    if (Take(text.size()) != text) Fail();
-  }
+  void Expect(std::string_view text) { Require(Take(text.size()) == text); }
+
+  void Require(bool holds) noexcept { m_good = m_good && holds; }
 
   std::uint64_t TakeNumber() {
     std::uint64_t number = 0;
     const auto [end, error] = std::from_chars(m_rest.data(), m_rest.data() + m_rest.size(), number);
-    if (error != std::errc()) Fail();
-    Take(static_cast<std::uint64_t>(end - m_rest.data()));
+    Require(error == std::errc());
+    const std::string_view digits = Take(static_cast<std::uint64_t>(end - m_rest.data()));
+    Require(digits.size() == 1 || !digits.starts_with('0'));
     return m_good ? number : 0;
   }
 
  private:
-  void Fail() noexcept { m_good = false; }
-
   std::string_view m_rest;
   bool m_good = true;
 };
@@ -120,8 +119,11 @@ std::optional<StoreState> StoreState::Decode(const Buffer& bytes) {
   const std::uint64_t objects = scanner.TakeNumber();
   scanner.Expect(" objects\n");
   for (std::uint64_t index = 0; index < objects && scanner.IsGood(); ++index) {
-    const std::string_view key = scanner.Take(sizeof(ObjectKey));
-    std::copy(key.begin(), key.end(), state.objects.emplace_back().begin());
+    const std::string_view bytesOfKey = scanner.Take(sizeof(ObjectKey));
+    ObjectKey key{};
+    std::copy(bytesOfKey.begin(), bytesOfKey.end(), key.begin());
+    scanner.Require(state.objects.empty() || state.objects.back() < key);
+    state.objects.push_back(key);
   }
   const std::uint64_t streams = scanner.TakeNumber();
   scanner.Expect(" streams\n");
@@ -130,10 +132,12 @@ std::optional<StoreState> StoreState::Decode(const Buffer& bytes) {
     scanner.Expect(" ");
     const std::uint64_t dataSize = scanner.TakeNumber();
     scanner.Expect("\n");
-    const std::string_view name = scanner.Take(nameSize);
+    const std::optional<WideString> path = ToWideExactly(scanner.Take(nameSize));
     Buffer data;
     Append(data, scanner.Take(dataSize));
-    state.streams.insert_or_assign(ToWide(name), std::move(data));
+    scanner.Require(path &&
+                    (state.streams.empty() || TextOrder()(state.streams.rbegin()->first, *path)));
+    if (scanner.IsGood()) state.streams.emplace_hint(state.streams.end(), *path, std::move(data));
   }
   if (!scanner.IsGood() || !scanner.IsAtEnd()) return std::nullopt;
   return state;

@@ -20,6 +20,11 @@ bool IsEmptyId(const Id& id) noexcept { return id.View().IsEmpty(); }
 
 Id IdOfText(TalStringViewT<char> text) { return Id(TalStringT<WideChar>(TalStringT<char>(text))); }
 
+/// True for a name under which nothing can stand: it has no component.
+bool IsNoName(TalStringViewT<char> name) noexcept {
+  return std::all_of(name.text, name.text + name.length, [](char c) { return c == '/'; });
+}
+
 /// Cuts a text into pieces, each up to a separator. A separator that is missing gives the rest.
 class TextCutter {
  public:
@@ -163,6 +168,7 @@ void ObjectLoader::ReadEntries(OpenTree& tree, std::vector<OpenTree>& open) {
     const Id id = IdOfText(cutter.Next(kIdLength));
     tree.position = cutter.Position();
     if (type == Blob::kType) {
+      if (IsNoName(name)) continue;
       if (const cow_ptr<Blob> blob = LoadBlob(id)) AddEntry(tree, name, blob, nullptr);
       continue;
     }

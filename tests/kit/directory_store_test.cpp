@@ -1,41 +1,8 @@
-#include <gtest/gtest.h>
-#include <kit/directory_store.h>
+#include <tests/kit/directory_store_fixture.h>
 #include <tests/kit/faulty_file_system.h>
-#include <tests/kit/saved_states.h>
-#include <tests/kit/temporary_folder.h>
 
 namespace TalVcs::Kit {
 namespace {
-
-using namespace TalVcs::Testing;
-namespace fs = std::filesystem;
-
-DirectoryStoreOptions NotDurable() {
-  DirectoryStoreOptions options;
-  options.durable = false;
-  return options;
-}
-
-class DirectoryStoreTest : public testing::Test {
- protected:
-  DirectoryStore Open() { return DirectoryStore(m_folder.Path(), NotDurable()); }
-
-  void SaveAndCommit(DirectoryStore& store, Repository& repository) {
-    ASSERT_TRUE(Save(repository, store)) << store.LastError();
-    ASSERT_TRUE(store.Commit()) << store.LastError();
-  }
-
-  fs::path File(const std::string& name) const { return m_folder.Path() / ".vcs" / name; }
-  fs::path ObjectFile(const IObject& object) const {
-    const std::string id = IdOf(object);
-    return File("objects") / id.substr(0, 2) / id.substr(2);
-  }
-  int ObjectFiles() const { return CountFiles(File("objects")); }
-
-  TemporaryFolder m_folder;
-  Repository m_old = OldState();
-  Repository m_new = NewState();
-};
 
 // The file as an independent program writes it: two objects, one branch.
 TEST_F(DirectoryStoreTest, StateFileHasItsFormat) {
@@ -230,107 +197,6 @@ TEST_F(DirectoryStoreTest, SaveOverAStateThatWasNotLoadedIsRefused) {
   SaveAndCommit(second, m_new);
 }
 
-TEST_F(DirectoryStoreTest, LeftoversOfAKilledSaveGo) {
-  DirectoryStore store = Open();
-  SaveAndCommit(store, m_old);
-  const std::string name(62, '5');
-  fs::create_directories(File("objects") / "55");
-  WriteWhole(File("objects") / "55" / name, "half an obj");
-  WriteWhole(File("objects") / "55" / (name + ".new"), "");
-  WriteWhole(File("state.new"), "TalVcs store 1\n");
-  EXPECT_EQ(Load(store), Describe(m_old));
-  SaveAndCommit(store, m_new);
-  EXPECT_FALSE(fs::exists(File("objects") / "55"));
-  EXPECT_FALSE(fs::exists(File("state.new")));
-  EXPECT_EQ(Load(store), Describe(m_new));
-}
-
-// What a killed save wrote isn't trusted, even where its name is that of an object of the next one.
-TEST_F(DirectoryStoreTest, HalfWrittenLeftoverIsWrittenAnew) {
-  DirectoryStore store = Open();
-  SaveAndCommit(store, m_old);
-  const fs::path file = ObjectFile(*m_new.GetHead(Wide("new")));
-  fs::create_directories(file.parent_path());
-  std::string bytes = Bytes(m_new.GetHead(Wide("new"))->GetPackedData());
-  bytes.back() ^= 1;
-  WriteWhole(file, bytes);
-  SaveAndCommit(store, m_new);
-  EXPECT_EQ(Load(store), Describe(m_new));
-  EXPECT_TRUE(store.FindDamage().empty());
-}
-
-TEST_F(DirectoryStoreTest, ObjectOfWrongSizeIsWrittenAnew) {
-  DirectoryStore store = Open();
-  SaveAndCommit(store, m_old);
-  WriteWhole(ObjectFile(*m_old.GetHead(Wide("old"))), "short");
-  EXPECT_EQ(store.FindDamage().size(), 1u);
-  SaveAndCommit(store, m_old);
-  EXPECT_TRUE(store.FindDamage().empty());
-}
-
-TEST_F(DirectoryStoreTest, ObjectOfWrongContentIsFoundAndWrittenAnewIfCompared) {
-  DirectoryStore store = Open();
-  SaveAndCommit(store, m_old);
-  const cow_ptr<Commit> head = m_old.GetHead(Wide("old"));
-  std::string bytes = Bytes(head->GetPackedData());
-  bytes.back() ^= 1;
-  WriteWhole(ObjectFile(*head), bytes);
-  const std::vector<WideString> damaged = store.FindDamage();
-  ASSERT_EQ(damaged.size(), 1u);
-  EXPECT_EQ(Ascii(damaged[0]), Ascii(PathBuilder(WideString()).GetObjectW(head->GetId())));
-  DirectoryStoreOptions options = NotDurable();
-  options.compareContents = true;
-  DirectoryStore careful(m_folder.Path(), options);
-  SaveAndCommit(careful, m_old);
-  EXPECT_TRUE(careful.FindDamage().empty());
-}
-
-TEST_F(DirectoryStoreTest, MissingObjectFileIsReported) {
-  DirectoryStore store = Open();
-  SaveAndCommit(store, m_old);
-  fs::remove(ObjectFile(*m_old.GetHead(Wide("old"))));
-  EXPECT_EQ(Load(store).compare(0, 8, "damaged "), 0);
-  EXPECT_NE(store.LastError().find("cannot read"), std::string::npos) << store.LastError();
-  EXPECT_EQ(store.FindDamage().size(), 1u);
-}
-
-TEST_F(DirectoryStoreTest, EveryDamageOfTheStateIsFound) {
-  DirectoryStore store = Open();
-  SaveAndCommit(store, m_old);
-  const std::string good = ReadWhole(File("state"));
-  for (std::size_t index = 0; index < good.size(); ++index) {
-    std::string flipped = good;
-    flipped[index] ^= 1;
-    for (const std::string& bad : {flipped, good.substr(0, index)}) {
-      WriteWhole(File("state"), bad);
-      DirectoryStore damaged = Open();
-      ASSERT_EQ(Load(damaged), "damaged 0 commits, 0 trees, 0 blobs") << index;
-      ASSERT_FALSE(Save(m_new, damaged)) << index;
-      ASSERT_FALSE(damaged.Commit()) << index;
-      ASSERT_EQ(damaged.FindDamage().size(), 1u) << index;
-    }
-  }
-  WriteWhole(File("state"), good);
-  EXPECT_EQ(Load(store), Describe(m_old));
-  EXPECT_TRUE(store.FindDamage().empty());
-}
-
-// It once looked like an empty store, whose first save removed all the objects.
-TEST_F(DirectoryStoreTest, MissingStateIsDamageWhereThereAreObjects) {
-  DirectoryStore store = Open();
-  SaveAndCommit(store, m_old);
-  const int objects = CountFiles(File("objects"));
-  fs::remove(File("state"));
-  DirectoryStore damaged = Open();
-  EXPECT_EQ(Load(damaged), "damaged 0 commits, 0 trees, 0 blobs");
-  EXPECT_NE(damaged.LastError().find("missing"), std::string::npos) << damaged.LastError();
-  EXPECT_FALSE(Save(m_new, damaged));
-  EXPECT_FALSE(damaged.Commit());
-  EXPECT_EQ(damaged.FindDamage().size(), 1u);
-  EXPECT_EQ(CountFiles(File("objects")), objects);
-  EXPECT_FALSE(fs::exists(File("state")));
-}
-
 TEST_F(DirectoryStoreTest, AbandonedFirstTransactionLeavesAnEmptyStore) {
   DirectoryStore reader = Open();
   EXPECT_EQ(Load(reader), "0 commits, 0 trees, 0 blobs");
@@ -357,35 +223,6 @@ TEST_F(DirectoryStoreTest, ReadingMakesNoFile) {
   EXPECT_EQ(Load(store), "0 commits, 0 trees, 0 blobs");
   EXPECT_EQ(store.LastError(), "");
   EXPECT_TRUE(fs::is_empty(m_folder.Path()));
-}
-
-TEST_F(DirectoryStoreTest, FileInPlaceOfTheFolderIsReported) {
-  WriteWhole(m_folder.Path() / ".vcs", "a file");
-  DirectoryStore store = Open();
-  EXPECT_EQ(Load(store).compare(0, 8, "damaged "), 0);
-  EXPECT_FALSE(Save(m_old, store));
-  EXPECT_FALSE(store.Commit());
-  EXPECT_NE(store.LastError().find(".vcs"), std::string::npos) << store.LastError();
-}
-
-TEST_F(DirectoryStoreTest, FolderThatVanishesFailsTheCommit) {
-  DirectoryStore store = Open();
-  SaveAndCommit(store, m_old);
-  ASSERT_TRUE(Save(m_new, store));
-  fs::remove_all(m_folder.Path());
-  EXPECT_FALSE(store.Commit());
-  EXPECT_NE(store.LastError().find("state"), std::string::npos) << store.LastError();
-}
-
-TEST_F(DirectoryStoreTest, FolderInPlaceOfAnObjectFailsTheSave) {
-  DirectoryStore store = Open();
-  SaveAndCommit(store, m_old);
-  const fs::path file = ObjectFile(*m_new.GetHead(Wide("new")));
-  fs::create_directories(file / "inside");
-  EXPECT_FALSE(Save(m_new, store));
-  EXPECT_NE(store.LastError().find(file.filename().string()), std::string::npos);
-  EXPECT_FALSE(store.Commit());
-  EXPECT_EQ(Load(store), Describe(m_old));
 }
 
 TEST_F(DirectoryStoreTest, MovedStoreGoesOn) {

@@ -47,7 +47,8 @@ class SeededChoices : public Choices {
   std::uint64_t m_state;
 };
 
-/// Decisions from the bytes of an input; zeros behind its end.
+/// Decisions from the bytes of an input, and behind its end from a fixed seed, so that an operation
+/// that goes on by a decision comes to its end.
 class ByteChoices : public Choices {
  public:
   explicit ByteChoices(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {}
@@ -62,13 +63,14 @@ class ByteChoices : public Choices {
 
  private:
   std::uint32_t Next() {
-    if (m_bytes.empty()) return 0;
+    if (m_bytes.empty()) return m_behind.Below(256);
     const std::uint8_t byte = m_bytes.front();
     m_bytes = m_bytes.subspan(1);
     return byte;
   }
 
   std::span<const std::uint8_t> m_bytes;
+  SeededChoices m_behind{1};
 };
 
 }  // namespace ModelTest

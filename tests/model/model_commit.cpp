@@ -1,6 +1,7 @@
 #include "model_objects.h"
 #include "model_repository.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace Model {
@@ -24,8 +25,8 @@ Bytes PersonLine(const Bytes& role, const Commit& commit) {
   const std::int64_t hours = bias / (60 * kTicksOfMinute);
   const std::int64_t minutes = bias / kTicksOfMinute;
   const auto seconds = static_cast<std::int32_t>(WholeSeconds(commit.GetStamp().time));
-  return role + " " + EncodeUtf8(commit.GetAuthorName()) + " <" +
-         EncodeUtf8(commit.GetAuthorEmail()) + "> " + std::to_string(seconds) + " " +
+  return role + " " + EncodeTerminated(commit.GetAuthorName()) + " <" +
+         EncodeTerminated(commit.GetAuthorEmail()) + "> " + std::to_string(seconds) + " " +
          (hours < 0 ? "-" : "+") + TwoDigits(hours < 0 ? -hours : hours) +
          TwoDigits((minutes < 0 ? -minutes : minutes) % 60) + "\n";
 }
@@ -67,7 +68,7 @@ const Bytes& Commit::GetData() const {
     const Id root = m_tree ? m_tree->GetRootId() : Id();
     m_data = "tree " + root + "\n" + (m_parent ? "parent " + m_parent->GetId() + "\n" : "") +
              PersonLine("author", *this) + PersonLine("committer", *this) + "\n" +
-             EncodeUtf8(m_description) + "\n";
+             EncodeTerminated(m_description) + "\n";
   }
   return *m_data;
 }
@@ -164,28 +165,29 @@ void Commit::ReadAuthor(const Bytes& author) {
   m_authorEmail = DecodeUtf8(Mid(author, a + 1, b - a - 1));
   const Bytes when = Mid(author, b + 2);
   const std::int64_t c = Find(when, " ");
-  const Bytes zone = Mid(when, c + 1);
+  const Text zone = DecodeUtf8(Mid(when, c + 1));
   const std::int64_t seconds =
       ReadNumber(DecodeUtf8(Mid(when, 0, c)), std::numeric_limits<std::int64_t>::min(),
                  std::numeric_limits<std::int64_t>::max());
-  const auto part = [&](std::int64_t start, std::int64_t count) {
-    return ReadNumber(DecodeUtf8(Mid(zone, start, count)), std::numeric_limits<int>::min(),
-                      std::numeric_limits<int>::max());
+  const auto part = [&](std::size_t start, std::size_t count) {
+    const Text digits = zone.substr(std::min(start, zone.size()), count);
+    return ReadNumber(digits, std::numeric_limits<int>::min(), std::numeric_limits<int>::max());
   };
   const std::int64_t minutes = part(1, 2) * 60 + part(3, 4);
   m_stamp.time = static_cast<std::uint64_t>(seconds) * kTicksOfSecond;
-  m_stamp.bias = (zone.starts_with('+') ? minutes : -minutes) * kTicksOfMinute;
+  m_stamp.bias = (zone.starts_with(u'+') ? minutes : -minutes) * kTicksOfMinute;
 }
 
 Handle<Commit> Commit::Deserialize(const Id& id, Id& parentId, Repository* repository, Load& load) {
   if (id.empty() || repository == nullptr) return {};
   if (Handle<Commit> found = repository->GetCommitFromStorage(id)) return found;
+  if (!load.line.insert(id).second) return {};
   const std::optional<Bytes> text = DataBehindHeader(load.ObjectStream(id), "commit ");
   if (!text || text->empty()) return {};
   std::int64_t position = 0;
   const std::optional<Bytes> treeId = NextValue(*text, "tree ", position);
   if (!treeId) return {};
-  parentId = NextValue(*text, "parent ", position).value_or("");
+  parentId = ReadId(NextValue(*text, "parent ", position).value_or(""));
   const Bytes author = NextValue(*text, "author ", position).value_or("");
   const Bytes description = NextValue(*text, "\n\n", position).value_or("");
 
@@ -195,7 +197,7 @@ Handle<Commit> Commit::Deserialize(const Id& id, Id& parentId, Repository* repos
   commit.m_description = DecodeUtf8(description);
   commit.ResetState();
   if (!treeId->empty()) {
-    const Handle<Tree> tree = Tree::Deserialize(*treeId, repository, load);
+    const Handle<Tree> tree = Tree::Deserialize(ReadId(*treeId), repository, load);
     commit.m_tree = tree ? Handle<CommitTree>(CommitTree(tree)) : Handle<CommitTree>();
   }
   commit.RebuildTree(repository);
@@ -205,7 +207,8 @@ Handle<Commit> Commit::Deserialize(const Id& id, Id& parentId, Repository* repos
 Handle<Tree> Tree::Deserialize(const Id& id, Repository* repository, Load& load) {
   if (id.empty() || repository == nullptr) return {};
   if (Handle<Tree> found = repository->GetTreeFromStorage(id)) return found;
-  if (!load.trees.contains(id)) load.trees[id] = Read(id, repository, load);
+  // While the tree is being read, it stands for nothing.
+  if (load.trees.try_emplace(id).second) load.trees[id] = Read(id, repository, load);
   return load.trees[id];
 }
 
@@ -214,17 +217,19 @@ Handle<Tree> Tree::Read(const Id& id, Repository* repository, Load& load) {
   if (!text || text->empty()) return {};
   Handle<Tree> handle{Tree()};
   std::int64_t index = 0;
+  const auto size = static_cast<std::int64_t>(text->size());
   const auto next = [&](const Bytes& separator) {
-    const std::int64_t end = Find(*text, separator, index);
+    const std::int64_t found = Find(*text, separator, index);
+    const std::int64_t end = found < 0 ? size : found;
     Bytes piece = Mid(*text, index, end - index);
     index = end + 1;
     return piece;
   };
-  while (index < static_cast<std::int64_t>(text->size())) {
+  while (index < size) {
     next(" ");
     const Bytes type = next(" ");
     const Text name = DecodeUtf8(next(Bytes(1, '\0')));
-    const Id child = Mid(*text, index, 64);
+    const Id child = ReadId(Mid(*text, index, 64));
     index += 64;
     if (type == "tree") {
       const Handle<Tree> subtree = Deserialize(child, repository, load);

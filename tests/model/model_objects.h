@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <vector>
 
 namespace Model {
@@ -60,13 +61,15 @@ struct Entry {
 };
 
 /// One load: gives the bytes of the streams of objects, or nothing. What a tree's stream came to is
-/// kept, since no stream is read twice in a load.
+/// kept, since no stream is read twice in a load. What is its own ancestor is unreadable there.
 class Load {
  public:
   virtual ~Load() = default;
   virtual std::optional<Bytes> ObjectStream(const Id& id) const = 0;
 
   std::map<Id, Handle<Tree>> trees;
+  /// The commits of the present line of history.
+  std::set<Id> line;
 };
 
 class Tree : public Object {

@@ -19,6 +19,7 @@ class StoreLoad : public Load {
 
 bool DeserializeBranch(Repository* repository, const Id& headId, Load& load) {
   std::vector<Handle<Commit>> chain;
+  load.line.clear();
   for (Id current = headId; !current.empty();) {
     Id parent;
     const Handle<Commit> commit = Commit::Deserialize(current, parent, repository, load);
@@ -74,7 +75,7 @@ bool Deserialize(const Store& store, const Text& rootPath, Repository* repositor
   bool complete = true;
   for (const Text& name : BranchNames(store, BranchesPath(rootPath))) {
     const auto ref = store.find(JoinPath(BranchesPath(rootPath), name));
-    const Id id = ref == store.end() ? Id() : ref->second;
+    const Id id = ref == store.end() ? Id() : ReadId(ref->second);
     const bool loaded = !id.empty() && DeserializeBranch(repository, id, load) &&
                         (repository->BranchExist(name) || repository->CreateBranch(name, {})) &&
                         repository->MoveBranchTo(name, repository->GetCommitFromStorage(id));

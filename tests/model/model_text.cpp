@@ -70,6 +70,29 @@ void AppendUtf8(Bytes& bytes, char32_t c) {
   }
 }
 
+// How many bytes the form of a character has that begins with `lead`; 1 if there is none.
+std::size_t SizeByLead(unsigned lead) {
+  if (lead < 0xC0 || lead >= 0xF8) return 1;
+  return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+}
+
+// True if a character of `size` bytes, the first `taken` of which are known, can be one between
+// `lowest` and what the unknown bits make of it.
+bool BeginsCharacter(char32_t lowest, std::size_t size, std::size_t taken) {
+  constexpr std::array<char32_t, 5> limits = {0, 0x80, 0x800, 0x10000, 0x110000};
+  const char32_t highest = lowest | ((1U << 6 * (size - taken)) - 1);
+  return highest >= limits[size - 1] && lowest < limits[size];
+}
+
+void AppendCodePoint(Text& text, char32_t c) {
+  if (c >= 0x10000) {
+    text += static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
+    text += static_cast<char16_t>(0xDC00 + (c & 0x3FF));
+  } else {
+    text += static_cast<char16_t>(c);
+  }
+}
+
 }  // namespace
 
 std::string Sha256Hex(std::string_view data) {
@@ -102,26 +125,36 @@ Bytes EncodeUtf8(const Text& text) {
   return bytes;
 }
 
+Bytes EncodeTerminated(const Text& text) { return EncodeUtf8(text.substr(0, text.find(u'\0'))); }
+
 Text DecodeUtf8(const Bytes& bytes) {
   Text text;
   for (std::size_t i = 0; i < bytes.size();) {
-    const auto lead = static_cast<unsigned char>(bytes[i++]);
-    const int more = lead < 0x80 ? 0 : lead < 0xC0 ? -1 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-    if (more < 0 || i + static_cast<std::size_t>(more) > bytes.size()) {
-      text += u'\uFFFD';
-      continue;
+    const auto lead = static_cast<unsigned char>(bytes[i]);
+    const std::size_t size = SizeByLead(lead);
+    // The code points that the bytes so far leave possible.
+    char32_t lowest = size == 1 ? lead : lead & (0x7FU >> size);
+    lowest <<= 6 * (size - 1);
+    std::size_t taken = 1;
+    bool possible = BeginsCharacter(lowest, size, taken);
+    while (possible && taken < size && i + taken < bytes.size()) {
+      const auto next = static_cast<unsigned char>(bytes[i + taken]);
+      const char32_t further = lowest | (next & 0x3FU) << 6 * (size - taken - 1);
+      if ((next & 0xC0) != 0x80 || !BeginsCharacter(further, size, taken + 1)) break;
+      lowest = further;
+      ++taken;
     }
-    char32_t c = more == 0 ? lead : lead & (0x3FU >> more);
-    for (int k = 0; k < more; ++k) c = c << 6 | (static_cast<unsigned char>(bytes[i++]) & 0x3F);
-    if (c >= 0x10000) {
-      text += static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
-      text += static_cast<char16_t>(0xDC00 + (c & 0x3FF));
-    } else {
-      text += static_cast<char16_t>(c);
-    }
+    // The form of a surrogate counts as a whole or not at all.
+    const bool surrogate = lowest >= 0xD800 && lowest < 0xE000;
+    if (taken < size && surrogate && taken > 1) taken = 1;
+    possible = possible && taken == size;
+    AppendCodePoint(text, possible ? lowest : 0xFFFD);
+    i += taken;
   }
   return text;
 }
+
+Id ReadId(const Bytes& bytes) { return EncodeUtf8(DecodeUtf8(bytes)); }
 
 Components SplitPath(const Text& path) {
   Components components;
@@ -143,7 +176,7 @@ Text JoinPath(const Text& path, const Text& name) {
 
 std::int64_t ReadNumber(const Text& text, std::int64_t lowest, std::int64_t highest) {
   std::size_t i = 0;
-  while (i < text.size() && text[i] == u' ') ++i;
+  while (i < text.size() && (text[i] == u' ' || (text[i] >= u'\t' && text[i] <= u'\r'))) ++i;
   const bool negative = i < text.size() && text[i] == u'-';
   if (i < text.size() && (text[i] == u'-' || text[i] == u'+')) ++i;
   std::int64_t value = 0;

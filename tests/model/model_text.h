@@ -26,8 +26,15 @@ std::string Sha256Hex(std::string_view data);
 /// unit.
 Bytes EncodeUtf8(const Text& text);
 
-/// Takes `EncodeUtf8` back. A byte that begins no character becomes U+FFFD.
+/// Returns the UTF-8 form of `text` up to its first zero, as it is written into an object.
+Bytes EncodeTerminated(const Text& text);
+
+/// Takes `EncodeUtf8` back. Of other bytes, the longest run that begins some character becomes one
+/// U+FFFD, and so does each byte that begins none.
 Text DecodeUtf8(const Bytes& bytes);
+
+/// Returns the id that a stream names by these bytes.
+Id ReadId(const Bytes& bytes);
 
 /// Returns the components of `path`, without the empty ones.
 Components SplitPath(const Text& path);
@@ -35,7 +42,7 @@ Components SplitPath(const Text& path);
 /// Appends the component `name` to `path`, with one "/" between them.
 Text JoinPath(const Text& path, const Text& name);
 
-/// Reads optional blanks and sign and then digits; cut off at the limits.
+/// Reads optional white space and sign and then digits; cut off at the limits.
 std::int64_t ReadNumber(const Text& text, std::int64_t lowest, std::int64_t highest);
 
 /// Parts of a text with all arguments clamped, and a search that gives -1 for nothing.

@@ -60,10 +60,10 @@ const Bytes& Tree::GetData() const {
   if (m_treeData) return *m_treeData;
   std::map<Text, Bytes> records;
   for (const auto& [name, blob] : m_blobs) {
-    records.emplace(name, "100644 blob " + EncodeUtf8(name) + '\0' + blob->GetId());
+    records.emplace(name, "100644 blob " + EncodeTerminated(name) + '\0' + blob->GetId());
   }
   for (const auto& [name, tree] : m_trees) {
-    records.emplace(name, "40000 tree " + EncodeUtf8(name) + '\0' + tree->GetId());
+    records.emplace(name, "40000 tree " + EncodeTerminated(name) + '\0' + tree->GetId());
   }
   m_treeData = Bytes();
   for (const auto& [name, record] : records) *m_treeData += record;

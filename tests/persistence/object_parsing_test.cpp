@@ -116,6 +116,13 @@ TEST_F(TreeParsing, EmptyNameOrOneOfSeparatorsLosesItsEntry) {
   EXPECT_EQ(ListingOf(tree), "a=1");
 }
 
+// The blob was stored all the same, where nothing used it.
+TEST_F(TreeParsing, BlobUnderNoNameIsNotStored) {
+  PutBlob(7, "1");
+  ParseTree(Record("blob", "", FakeId(7)) + Record("blob", "//", FakeId(7)));
+  EXPECT_EQ(repository.GetBlobCount(), 0u);
+}
+
 TEST_F(TreeParsing, SecondEntryOfANameWins) {
   PutBlob(7, "1");
   PutBlob(8, "2");

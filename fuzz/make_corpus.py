@@ -1,0 +1,201 @@
+#!/usr/bin/env python3
+"""Writes the seeds of the corpora: inputs that say what a fuzzer would take long to guess.
+
+Usage: make_corpus.py FOLDER
+
+What the inputs mean stands at the top of each target, and in streams.h. Files that a fuzzer found
+stand beside the seeds, named by their digests, and are left alone.
+"""
+
+import pathlib
+import random
+import sys
+
+END = b"\xff"  # of a part
+AUTHOR = b"author Ann <ann@example.org> 1000000000 +0130\ncommitter Ann <ann@example.org> 1000000000 +0130\n"
+
+
+def ref(letter):
+    """The id of the object with that letter, or the one that consists of that character."""
+    return b"\x01" + letter.encode()
+
+
+def obj(kind, data, key="o"):
+    return key.encode() + kind + b" \x02\0" + data + END
+
+
+def branch(name, letter):
+    return b"b" + name.encode("utf-8", "surrogatepass") + b"\n" + ref(letter) + END
+
+
+def blob(data, key="o"):
+    return obj(b"blob", data, key)
+
+
+def record(kind, name, letter):
+    mode = b"40000" if kind == "tree" else b"100644"
+    return mode + b" " + kind.encode() + b" " + name.encode("utf-8", "surrogatepass") + b"\0" + ref(letter)
+
+
+def tree(*records, key="o"):
+    return obj(b"tree", b"".join(records), key)
+
+
+def commit_text(root, parent=None, description="what was done", author=AUTHOR):
+    text = b"tree " + (ref(root) if root else b"") + b"\n"
+    if parent:
+        text += b"parent " + ref(parent) + b"\n"
+    return text + author + b"\n" + description.encode() + b"\n"
+
+
+def commit(root, parent=None, description="what was done", key="o"):
+    return obj(b"commit", commit_text(root, parent, description), key)
+
+
+def load_seeds():
+    file = record("blob", "file", "A")
+    good = blob(b"1") + tree(file) + commit("B") + branch("master", "C")
+    chain = (blob(b"1") + tree(file) + commit("B", None, "one") + blob(b"2")
+             + tree(record("tree", "dir", "B"), record("blob", "file", "D")) + commit("E", "C", "two")
+             + branch("a", "F") + branch("feature/b", "C"))
+    yield "one-commit", b"\0" + good
+    yield "two-commits", b"\1" + chain
+    yield "rewritten", b"\xff" + chain
+    yield "twice", b"\0" + good + END + good
+    yield "two-stores", b"\2" + good + END + blob(b"3") + tree(record("blob", "file", "E")) + commit("F", "C", "on top") + branch("master", "G")
+    yield "fork", b"\x0d" + good + commit("B", "C", "left") + commit("B", "C", "right") + branch("a", "D") + branch("b", "E")
+    yield "empty", b""
+    yield "branch-alone", b"\0" + branch("master", "A")
+    yield "empty-branch", b"\0" + b"bmaster\n" + END
+    yield "unnamed-branch", b"\0" + good + branch("", "C")
+    yield "surrogate-branch", b"\1" + good + branch("\ud800/\U0001F600", "C")
+    yield "tree-in-itself", b"\0" + blob(b"1") + tree(file, record("tree", "self", "1"), key="1") + commit("1") + branch("m", "C")
+    yield "trees-in-a-circle", (b"\0" + blob(b"1") + tree(record("tree", "x", "2"), file, key="1")
+                                + tree(record("tree", "y", "1"), file, key="2") + commit("1") + branch("m", "D"))
+    yield "commits-in-a-circle", b"\0" + commit(None, "2", "1", "1") + commit(None, "1", "2", "2") + branch("a", "1") + branch("b", "2")
+    yield "own-parent", b"\0" + commit(None, "1", "1", "1") + branch("m", "1")
+    yield "missing-parent", b"\0" + good + commit("B", "9", "cut") + branch("cut", "D")
+    yield "missing-blob", b"\1" + tree(record("blob", "gone", "9")) + commit("A") + branch("m", "B")
+    yield "missing-tree", b"\1" + commit("9") + branch("m", "A")
+    yield "unknown-type", b"\0" + blob(b"1") + tree(file, b"100644 link x\0" + ref("A")) + commit("B") + branch("m", "C")
+    yield "names", (b"\1" + blob(b"1") + tree(record("blob", "", "A"), record("blob", "/a//b/", "A"), record("blob", "a", "A"),
+                                           record("blob", "\uff5e", "A"), record("blob", "\U0001F600", "A"), record("blob", "\ud800", "A"))
+                    + commit("B") + branch("m", "C"))
+    yield "unordered", b"\0" + blob(b"1") + tree(record("blob", "b", "A"), record("blob", "a", "A"), record("blob", "b", "A")) + commit("B") + branch("m", "C")
+    yield "both-kinds", b"\1" + blob(b"1") + tree(file) + tree(record("blob", "x", "A"), record("tree", "x", "B")) + commit("C") + branch("m", "D")
+    yield "shared-root", b"\1" + blob(b"1") + tree(file) + commit("B", None, "1") + commit("B", "C", "2") + commit("B", "D", "3") + branch("m", "E")
+    yield "empty-tree", b"\1" + tree() + commit("A") + branch("m", "B")
+    yield "size-lies", b"\0" + b"oblob 99999999999999999999\0x" + END + b"otree 1\0" + record("blob", "f", "A") + END + commit("B") + branch("m", "C")
+    yield "no-zero", b"\0" + b"oblob 1" + END + b"otree " + END + b"ocommit 5" + END + branch("m", "C")
+    yield "type-begins-right", b"\0" + b"oblobby 1\0x" + END + b"otreeish 1\0" + record("blob", "f", "A") + END + commit("B") + branch("m", "C")
+    yield "one-stream-of-all-kinds", b"\0" + tree(record("blob", "b", "1"), record("tree", "t", "1"), key="1") + commit("1", "1") + branch("m", "1") + branch("n", "B")
+
+
+def tree_seeds():
+    file = record("blob", "file", "a")
+    sub = record("tree", "sub", "l")
+    yield "empty", b""
+    yield "plain", b"tree 1\0" + file + END
+    yield "with-subtree", b"tree 1\0" + file + sub + END + b"tree 1\0" + record("blob", "file", "b") + sub + END + b"aother\nbfile\n"
+    yield "nested", b"tree 1\0" + record("tree", "s", "p") + END + b"tree 1\0" + record("tree", "s", "q") + END + b"adeep/er/x\ndsub/x\n"
+    yield "circle", b"tree 1\0" + record("tree", "self", "t") + file + END
+    yield "dropped", b"tree 1\0" + record("tree", "x", "u") + record("tree", "y", "v") + record("tree", "z", "Z") + record("blob", "w", "w") + END
+    yield "wrong-kinds", b"tree 1\0" + record("blob", "x", "l") + record("tree", "y", "a") + END
+    yield "hidden", b"tree 1\0" + record("tree", "n", "l") + record("blob", "n", "a") + END + b"an/x\nen\ndn/x\n"
+    yield "unordered", b"tree 1\0" + record("blob", "b", "a") + record("blob", "a", "b") + record("blob", "b", "c") + END
+    yield "wide-names", b"tree 1\0" + record("blob", "\U0001F600", "a") + record("blob", "\uff5e", "b") + record("blob", "\ud800", "c") + END
+    yield "paths", b"tree 1\0" + record("blob", "/a//b/", "a") + record("tree", "a/c", "l") + record("blob", "//", "a") + END + b"da/b\nda/c/x\n"
+    yield "cut-short", b"tree 1\0" + b"100644 blob file\0abc" + END + b"tree 1\0" + b"100644 blob"
+    many = b"".join(record("blob", f"f{i:02}", "abc"[i % 3]) for i in range(20))
+    fewer = b"".join(record("blob", f"f{i:02}", "abc"[i % 3]) for i in range(20) if i % 7)
+    yield "chunks", b"tree 1\0" + many + END + b"tree 1\0" + fewer + END + b"af10a\ndf05\nef06\nbf19\n"
+
+
+def commit_seeds():
+    def packed(text, header=b"commit 1\0"):
+        return header + text
+    yield "empty", b""
+    yield "plain", packed(commit_text("a"))
+    yield "no-tree", packed(commit_text(None))
+    yield "with-parent", packed(commit_text("a", "p"))
+    yield "negative-zone", packed(commit_text("a", author=AUTHOR.replace(b"+0130", b"-0930")))
+    yield "no-author", packed(b"tree " + ref("a") + b"\n\nwhat\n")
+    yield "many-lines", packed(commit_text("a", description="first\nsecond\n\nparent of all"))
+    yield "parent-in-text", packed(commit_text("a", description="a parent here"))
+    yield "far-times", packed(commit_text("a", author=AUTHOR.replace(b"1000000000", b"99999999999999999999")))
+    yield "before-all", packed(commit_text("a", author=AUTHOR.replace(b"1000000000", b"-9223372036854775808")))
+    yield "odd-zones", packed(commit_text("a", author=b"author A <a> 1 +99999999\n"))
+    yield "brackets", packed(commit_text("a", author=b"author >A< <a<b>>c> 1 +0000\n"))
+    yield "tree-later", packed(b"x tree y\nparent \nauthor \n\n")
+    yield "headers", b"commits 1\0tree \n"
+    yield "no-line-end", packed(b"tree abc")
+    yield "wide", packed(commit_text("a", author="author Änn😀 <ä@example> 1 +0000\n".encode(), description="é\0after"))
+
+
+def path_seeds():
+    yield "empty", b""
+    yield "plain", b"doc" + END + b"a/b/c" + END + b"master"
+    yield "separators", b"/" + END + b"//a///b//" + END + b"/"
+    yield "wide", "dœc".encode() + END + "é/\U0001F600".encode() + END + "\ud800".encode("utf-8", "surrogatepass")
+    yield "id", b"" + END + b"0123456789abcdef" * 4 + END + b"feature/x"
+    yield "numbers", b" +12" + END + b"-9223372036854775809" + END + b"007x"
+    yield "zero", b"a\0b" + END + b"\0" + END + b"c\0/d"
+
+
+def utf_seeds():
+    text = "plain text of some length, é, \uff5e, \U0001F600"
+    yield "empty", b""
+    yield "text", text.encode()
+    yield "units", text.encode("utf-16-le")
+    yield "surrogates", "\ud800a\udc00\udfff\ud83d".encode("utf-8", "surrogatepass")
+    yield "halves-of-a-pair", "\ud83d\ude00".encode("utf-8", "surrogatepass")
+    yield "maximal-subparts", bytes.fromhex("61f18080e180c262806380bf64")
+    yield "overlong", bytes.fromhex("c080c1bfe080bfe09fbff08080aff08f8080")
+    yield "beyond", bytes.fromhex("f4908080f5808080f888808080fcfeff")
+    yield "cut", bytes.fromhex("e282") + b"12345678" + bytes.fromhex("eda0eda080edbf")
+    yield "limits", "\x00\x7f\x80\u07ff\u0800\ud7ff\ue000\ufffd\uffff\U00010000\U0010ffff".encode()
+
+
+def operations_seeds():
+    for number in range(12):
+        generator = random.Random(number)
+        yield f"random-{number:02}", generator.randbytes(40 + 60 * number)
+
+
+def directory_seeds():
+    yield "empty", b""
+    yield "save", b"\0doc\nS" + b"bmaster\nabc\nooone object\nC" + b"L\nRbmaster\nN"
+    yield "two-saves", b"\1\nbmaster\n1\nooA\nooB\nCbmaster\n2\nooA\nCL\nF"
+    yield "removal", b"\0r\nooA\nbx\n1\nCX.vcs\nooB\nCN"
+    yield "odd-names", "\0\nb../../x\n1\nb/etc/passwd\n2\nb\\\n3\nb\ud800\n4\nb\n5\np../up\n6\np/abs\n7\nCL\n".encode("utf-8", "surrogatepass")
+    yield "abandoned", b"\0d\nooA\nA" + b"bx\n1\nCN"
+    yield "reader", b"\0d\nooA\nbx\n1\nCKooB\nbx\n2\nCVKV"
+    yield "faults", b"\2d\nooA\nbx\n1\nCx\x07ooB\nbx\n2\nCNV"
+    yield "state", b"\0d\nooA\nbx\n1\nCd\1TalVcs store 1\n0 objects\n1 streams\n1 1\n"
+    yield "empty-state", b"\0d\nd\1TalVcs store 1\n0 objects\n0 streams\n"
+    yield "full-state", b"\0d\nd\1TalVcs store 1\n1 objects\n" + b"k" * 32 + b"1 streams\n19 1\nd/.vcs/refs/heads/x1"
+    yield "damaged-state", b"\0d\nbx\n1\nCd\0nonsense"
+    yield "fake-objects", b"\0d\nf0\nfA\nfa\nCN"
+
+
+SEEDS = {
+    "load": load_seeds,
+    "tree": tree_seeds,
+    "commit_text": commit_seeds,
+    "operations": operations_seeds,
+    "path": path_seeds,
+    "utf": utf_seeds,
+    "directory_store": directory_seeds,
+}
+
+
+def main():
+    folder = pathlib.Path(sys.argv[1])
+    for target, seeds in SEEDS.items():
+        (folder / target).mkdir(parents=True, exist_ok=True)
+        for name, data in seeds():
+            (folder / target / name).write_bytes(data)
+
+
+if __name__ == "__main__":
+    main()
