@@ -40,9 +40,9 @@ class TALVCS_API Blob : public Object {
   Buffer BuildPackedData() const;
 
   /// Computes the ids of several blobs together, which takes about five sixths of the time that it
-  /// takes to ask each for its own, on processors that can interleave two computations and for blobs
-  /// of a kilobyte and more. `GetId` gives the same ids with or without it, and then at once. Null
-  /// pointers are passed over.
+  /// takes to ask each for its own, on processors that can interleave two computations and for
+  /// blobs of a kilobyte and more. `GetId` gives the same ids with or without it, and then at once.
+  /// Null pointers are passed over.
   static void ComputeIds(std::span<const Blob* const> blobs);
 
   /// Reads a packed blob from `stream`, sharing its bytes where the stream allows it. Returns null
