@@ -104,7 +104,9 @@ bool StoreFolder::HasObjectFiles() {
 
 bool StoreFolder::MakeState() {
   std::uint64_t size = 0;
-  if (!m_files->GetFileSize(StatePath(), size)) return true;
+  const std::error_code error = m_files->GetFileSize(StatePath(), size);
+  if (!error) return true;
+  if (error != std::errc::no_such_file_or_directory) return Fail("cannot read", StatePath(), error);
   StoredState empty;
   return ReplaceState(empty) == Replaced::Yes;
 }

@@ -12,8 +12,9 @@ inline void Prefetch([[maybe_unused]] const void* address) noexcept {
 #endif
 }
 
-/// Asks for `size` bytes from `address` on.
+/// Asks for `size` bytes from `address` on; for none of a null one.
 inline void PrefetchRange(const void* address, std::size_t size) noexcept {
+  if (address == nullptr) return;
   constexpr std::size_t kCacheLine = 64;
   const auto* bytes = static_cast<const std::byte*>(address);
   for (std::size_t at = 0; at < size; at += kCacheLine) Prefetch(bytes + at);

@@ -1,4 +1,5 @@
 #include <tests/kit/directory_store_fixture.h>
+#include <tests/kit/faulty_file_system.h>
 
 #include <utility>
 
@@ -106,6 +107,24 @@ TEST_F(DirectoryStoreDamage, MissingStateIsDamageWhereThereAreObjects) {
   EXPECT_EQ(damaged.FindDamage().size(), 1u);
   EXPECT_EQ(CountFiles(File("objects")), objects);
   EXPECT_FALSE(fs::exists(File("state")));
+}
+
+// A state that couldn't be looked at was taken for a missing one, and an empty one took its place.
+TEST_F(DirectoryStoreDamage, TransactionThatFailsToBeginLeavesTheState) {
+  DirectoryStore store = Open();
+  SaveAndCommit(store, m_old);
+  const std::string state = ReadWhole(File("state"));
+  bool fired = true;
+  for (int number = 1; fired; ++number) {
+    const auto files = std::make_shared<FaultyFileSystem>();
+    files->FailFrom(number);
+    DirectoryStore failing(m_folder.Path(), NotDurable(), files);
+    failing.RemoveStorage(Wide("nothing below this"));
+    fired = files->HasFailed();
+    failing.Abandon();
+    EXPECT_EQ(ReadWhole(File("state")), state) << number;
+    ASSERT_LT(number, 100);
+  }
 }
 
 // A commit over such a state could have taken files of objects that it names for unused ones.

@@ -98,6 +98,15 @@ TEST_F(TreeListings, DiffsWithAnEmptyTreeGiveEverythingBothWaysRound) {
   EXPECT_EQ(Ascii(empty->GetLocalTreeDiffs(tree)), Names{"d"});
 }
 
+// The entries of the empty one were fetched ahead by arithmetic on a null pointer.
+TEST_F(TreeListings, SubtreeThatIsEmptyOnOneSideGivesWhatTheOtherHas) {
+  const auto tree = Of({{"d/x", "3"}});
+  auto hollow = Make<Tree>();
+  hollow.write()->AddTree(&m_repository, Wide("d"), Tree());
+  EXPECT_EQ(Ascii(tree->GetDeepBlobDiffs(hollow)), Names{"d/x"});
+  EXPECT_EQ(Ascii(hollow->GetDeepBlobDiffs(tree)), Names{"d/x"});
+}
+
 TEST_F(TreeListings, ChangedBlobIsListedOnce) {
   const auto left = Of({{"a", "1"}, {"b", "same"}, {"c", "1"}});
   const auto right = Of({{"a", "2"}, {"b", "same"}, {"c", "2"}});
