@@ -3,6 +3,7 @@
 #include <talvcs/objects/tree_entries.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 
 // The digest of a directory of which one entry was replaced. Header and length are those of the
@@ -27,7 +28,7 @@ TreeEntries::Milestone* TreeEntries::Milestones() const noexcept {
 // front of them.
 void TreeEntries::TakeMilestones(const TreeEntries& former, std::size_t equalChunks) noexcept {
   std::uint8_t count = 0;
-  while (count < former.m_milestoneCount && former.Milestones()[count].chunk <= equalChunks) {
+  while (count < former.m_milestoneCount && former.ChunkOfMilestone(count) <= equalChunks) {
     ++count;
   }
   if (&former != this && m_hasRoomForMilestones) {
@@ -41,13 +42,14 @@ void TreeEntries::TakeMilestones(const TreeEntries& former, std::size_t equalChu
 // Leaves a milestone in front of `chunk` if one belongs there and the bytes since the last whole
 // block, which is all that a milestone doesn't hold, can be read from the chunk before.
 void TreeEntries::LeaveMilestone(const Sha256& hash, std::size_t size, std::size_t chunk) noexcept {
-  const std::size_t next = std::size_t{m_milestoneCount} + 1;
-  if (next > kMilestones || chunk != next * m_chunkCount / (kMilestones + 1)) return;
+  if (m_milestoneCount == kMilestones || chunk != ChunkOfMilestone(m_milestoneCount)) return;
   const Sha256::Checkpoint checkpoint = hash.GetCheckpoint();
-  const std::size_t tail = size - static_cast<std::size_t>(checkpoint.size);
+  const std::uint64_t blocks = checkpoint.size / Sha256::kBlockSize;
+  const std::size_t tail = size % Sha256::kBlockSize;
   if (ChunkArray()[chunk - 1]->Records().size() < tail) return;
-  ::new (Milestones() + m_milestoneCount)
-      Milestone{checkpoint, static_cast<std::uint32_t>(tail), static_cast<std::uint32_t>(chunk)};
+  if (blocks > std::numeric_limits<std::uint32_t>::max()) return;
+  ::new (Milestones() + m_milestoneCount) Milestone{
+      checkpoint.state, static_cast<std::uint32_t>(blocks), static_cast<std::uint32_t>(tail)};
   ++m_milestoneCount;
 }
 
@@ -64,11 +66,13 @@ Sha256::Digest TreeEntries::ComputeDigest(TreeEntries* list) {
   if (list->m_milestoneCount == 0) {
     hash.Update(header.GetData(), size);
   } else {
-    const Milestone& last = list->Milestones()[list->m_milestoneCount - 1];
-    index = last.chunk;
-    size = static_cast<std::size_t>(last.checkpoint.size) + last.tail;
+    const std::size_t latest = list->m_milestoneCount - std::size_t{1};
+    const Milestone& last = list->Milestones()[latest];
+    const std::uint64_t hashed = std::uint64_t{last.blocks} * Sha256::kBlockSize;
+    index = list->ChunkOfMilestone(latest);
+    size = static_cast<std::size_t>(hashed) + last.tail;
     const auto before = chunks[index - 1]->Records();
-    hash = Sha256(last.checkpoint);
+    hash = Sha256(Sha256::Checkpoint{last.state, hashed});
     hash.Update(before.last(last.tail).data(), last.tail);
   }
   const bool leaves_milestones = list->m_hasRoomForMilestones && list->IsSole();

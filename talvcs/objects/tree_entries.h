@@ -51,11 +51,11 @@ class TreeEntries {
  private:
   friend class TreeEntriesBuilder;
 
-  /// The state of the hash where a chunk begins.
+  /// The state of the hash before a chunk: the milestones part the chunks into equal shares.
   struct Milestone {
-    TalUtils::Sha256::Checkpoint checkpoint;  // the last whole block before the chunk
-    std::uint32_t tail;                       // bytes between that block and the chunk
-    std::uint32_t chunk;
+    TalUtils::Sha256::State state;  // after the last whole block before the chunk
+    std::uint32_t blocks;           // up to there
+    std::uint32_t tail;             // bytes between that block and the chunk
   };
   static constexpr std::size_t kMilestones = 3;
   static constexpr std::size_t kFewestChunksForMilestones = 8;
@@ -65,6 +65,9 @@ class TreeEntries {
   void TakeMilestones(const TreeEntries& former, std::size_t equalChunks) noexcept;
   void LeaveMilestone(const TalUtils::Sha256& hash, std::size_t size, std::size_t chunk) noexcept;
   Milestone* Milestones() const noexcept;
+  std::size_t ChunkOfMilestone(std::size_t index) const noexcept {
+    return (index + 1) * m_chunkCount / (kMilestones + 1);
+  }
   static void Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
                       std::span<EntryChunk* const> chunks);
   static void ReleaseChunk(EntryChunk* chunk, TreeEntries*& chain) noexcept;
