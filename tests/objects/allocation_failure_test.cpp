@@ -172,6 +172,31 @@ TEST(ObjectAllocationFailure, OfCopiesOfIdsTreesAndHandlesCannotHappen) {
   EXPECT_EQ(failures, 0);
 }
 
+// The list of a directory's entries once stayed behind if the tree that was to hold it couldn't be
+// made.
+TEST(ObjectAllocationFailure, OfALoadLeavesNothingBehind) {
+  const Id tree_id(Wide(std::string(64, 't')));
+  const auto open = [](void* tree, const Id& id) {
+    const std::string record = "100644 blob name" + std::string(1, '\0') + std::string(64, 'b');
+    const bool is_tree = id == *static_cast<const Id*>(tree);
+    return StreamIO(
+        StreamOf(is_tree ? std::string("tree 81\0", 8) + record : std::string("blob 1\0x", 8)));
+  };
+  const std::ptrdiff_t before = LiveBlocks();
+  const int failures = ForEachFailingAllocation(
+      [] { return std::make_unique<RecordingRepository>(); },
+      [&](std::unique_ptr<RecordingRepository>& repository) {
+        Id id(tree_id);
+        const cow_ptr<Tree> tree = Tree::Deserialize(id, repository.get(), {&id, open});
+        EXPECT_EQ(tree->GetLocalBlobCount(), 1u);
+      },
+      [&](std::unique_ptr<RecordingRepository>& repository, bool) {
+        repository.reset();
+        EXPECT_EQ(LiveBlocks(), before);
+      });
+  EXPECT_GT(failures, 10);
+}
+
 TEST(ObjectAllocationFailure, OfDestructionCannotHappen) {
   const int failures = ForEachFailingAllocation(
       [] {
