@@ -83,7 +83,11 @@ EntryChunk** TreeEntries::ChunkArray() const noexcept {
 }
 
 TreeEntries* TreeEntries::New(std::size_t capacity, bool milestones) {
-  static_assert(alignof(Milestone) <= alignof(EntryChunk*));
+  // Where numbers of 64 bits are aligned more than pointers are, the milestones lie behind an even
+  // number of those.
+  constexpr std::size_t kStep = std::max<std::size_t>(alignof(Milestone) / sizeof(EntryChunk*), 1);
+  static_assert(alignof(TreeEntries) % alignof(Milestone) == 0);
+  capacity = (capacity + kStep - 1) / kStep * kStep;
   if (capacity > std::numeric_limits<std::uint32_t>::max()) {
     throw std::length_error("too many entries");
   }
