@@ -10,6 +10,28 @@ function(talvcs_add_gtest name)
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock_main)
   # Reading GoogleTest's header takes longer than all else in a test's source.
   target_precompile_headers(${name} PRIVATE <gtest/gtest.h>)
-  gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST
-    PROPERTIES TIMEOUT 300 LABELS "${arg_LABELS}")
+  if(TALVCS_PLATFORM)
+    talvcs_add_platform_test(${name})
+  else()
+    gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST
+      PROPERTIES TIMEOUT 300 LABELS "${arg_LABELS}")
+  endif()
+endfunction()
+
+# talvcs_add_platform_test(<name>): the whole program as one test of CTest, since an emulator takes
+# long to start, without the cases that the platform leaves out.
+function(talvcs_add_platform_test name)
+  set(list "${PROJECT_SOURCE_DIR}/tests/platforms/left_out.txt")
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${list}")
+  file(STRINGS "${list}" lines REGEX "^${TALVCS_PLATFORM} ")
+  set(filter "*")
+  foreach(line IN LISTS lines)
+    string(REGEX REPLACE "^[^ ]+ ([^ ]+).*" "\\1" pattern "${line}")
+    if(filter STREQUAL "*")
+      string(APPEND filter "-")
+    endif()
+    string(APPEND filter "${pattern}:")
+  endforeach()
+  add_test(NAME ${name} COMMAND ${name} "--gtest_filter=${filter}")
+  set_tests_properties(${name} PROPERTIES LABELS platform TIMEOUT 1500)
 endfunction()
