@@ -150,5 +150,15 @@ TEST(BufferSharing, ASegmentTakenManyTimesCountsItsBytesEachTime) {
   EXPECT_EQ(large.GetSegment(4999).data(), mebibyte.GetSegment(0).data());
 }
 
+TEST(BufferSharing, AssignedAccessorReadsWhatTheOtherReads) {
+  const Buffer first = BufferOf("abc");
+  Buffer second = BufferOf("defgh");
+  Buffer::ReadDataAccessor accessor = first.LockForRead().front();
+  accessor = second.LockForRead().front();
+  second = Buffer();
+  ASSERT_EQ(accessor.GetSize(), 5u);
+  EXPECT_EQ(std::string(static_cast<const char*>(accessor.GetData()), 5), "defgh");
+}
+
 }  // namespace
 }  // namespace TalVcs::Testing

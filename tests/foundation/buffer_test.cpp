@@ -4,6 +4,8 @@
 #include <tests/support/bytes.h>
 
 #include <cstdint>
+#include <limits>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +19,11 @@ TEST(Buffer, OfSizeZeroIsEmpty) {
   EXPECT_TRUE(buffer.IsEmpty());
   EXPECT_TRUE(buffer.LockForRead().empty());
   EXPECT_EQ(buffer.GetSegmentCount(), 0U);
+}
+
+TEST(Buffer, OfASizeThatNoMemoryHasIsALengthError) {
+  EXPECT_THROW(Buffer(std::numeric_limits<std::size_t>::max() / 2 + 1), std::length_error);
+  EXPECT_THROW(Buffer(std::numeric_limits<std::size_t>::max()), std::length_error);
 }
 
 TEST(Buffer, OfSizeHasZeros) {
