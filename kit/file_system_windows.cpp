@@ -63,11 +63,22 @@ std::error_code WriteAll(HANDLE handle, std::span<const std::byte> bytes) {
   return {};
 }
 
+/// Returns why a file wasn't opened. The system tells a folder that is missing and a file in its
+/// place alike; only the first means that nothing is there yet.
+std::error_code OpenError(const std::filesystem::path& path) {
+  const std::error_code error = SystemError();
+  if (error.value() != ERROR_PATH_NOT_FOUND) return error;
+  const DWORD parent = ::GetFileAttributesW(path.parent_path().c_str());
+  const bool is_file =
+      parent != INVALID_FILE_ATTRIBUTES && (parent & FILE_ATTRIBUTE_DIRECTORY) == 0;
+  return is_file ? std::make_error_code(std::errc::not_a_directory) : error;
+}
+
 class WindowsFileSystem final : public FileSystem {
  public:
   std::error_code ReadFile(const Path& path, Buffer& bytes) override {
     const Handle file(path, GENERIC_READ, OPEN_EXISTING);
-    if (!file.IsOpen()) return SystemError();
+    if (!file.IsOpen()) return OpenError(path);
     std::array<std::byte, std::size_t{1} << 16> piece;
     for (;;) {
       DWORD count = 0;

@@ -50,7 +50,7 @@ TEST(ToUtf8, EveryCodeUnitComesBack) {
 }
 
 TEST(WideFromPath, ComesBack) {
-  const std::filesystem::path path = std::filesystem::path("folder") / "f\xC3\xA4";
+  const std::filesystem::path path = std::filesystem::path("folder") / u8"f\u00E4";
   const std::optional<WideString> text = WideFromPath(path);
   ASSERT_TRUE(text);
   EXPECT_EQ(Ascii(*text), "folder/f\\u00E4");
