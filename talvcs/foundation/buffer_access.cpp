@@ -7,12 +7,6 @@
 
 namespace TalUtils::Memory {
 
-namespace {
-
-constexpr std::size_t kPrefetched = 256;
-
-}  // namespace
-
 std::vector<Buffer::ReadDataAccessor> Buffer::LockForRead() const {
   std::vector<ReadDataAccessor> accessors;
   const std::size_t count = GetSegmentCount();
@@ -26,7 +20,7 @@ std::vector<Buffer::ReadDataAccessor> Buffer::LockForRead() const {
   return accessors;
 }
 
-void Buffer::Prefetch() const noexcept { PrefetchRange(m_part, kPrefetched); }
+void Buffer::Prefetch() const noexcept { PrefetchRange(m_part, kPrefetchedHead); }
 
 // Returns the segment that holds the byte at `position`, which has to be below the size.
 std::size_t Buffer::FindSegment(std::uint64_t position) const noexcept {

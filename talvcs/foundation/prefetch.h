@@ -12,6 +12,9 @@ inline void Prefetch([[maybe_unused]] const void* address) noexcept {
 #endif
 }
 
+/// How much of a list or a block is worth asking for; the processor goes on by itself.
+constexpr std::size_t kPrefetchedHead = 256;
+
 /// Asks for `size` bytes from `address` on; for none of a null one.
 inline void PrefetchRange(const void* address, std::size_t size) noexcept {
   if (address == nullptr) return;

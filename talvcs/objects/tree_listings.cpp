@@ -95,8 +95,8 @@ void DiffDirectories(const DiffTask& task, Paths& paths, std::vector<DiffTask>& 
     Descend(below, name);
     if (a != nullptr && b != nullptr) {
       tasks.push_back({std::move(below), a, b});
-      TalUtils::PrefetchRange(TreeAccess::Entries(*a), 256);
-      TalUtils::PrefetchRange(TreeAccess::Entries(*b), 256);
+      TalUtils::PrefetchRange(TreeAccess::Entries(*a), TalUtils::kPrefetchedHead);
+      TalUtils::PrefetchRange(TreeAccess::Entries(*b), TalUtils::kPrefetchedHead);
     } else if (const Tree* only = a != nullptr ? a : b) {
       CollectBlobPaths(*only, std::move(below), paths);
     }

@@ -18,41 +18,44 @@ Buffer Share(const T& object) {
 }
 const Buffer& Share(const Buffer& bytes) { return bytes; }
 
-void PrefetchContent(const Blob& blob) noexcept { blob.GetData().Prefetch(); }
-void PrefetchContent(const Tree& tree) noexcept {
-  if (const TreeEntries* entries = TreeAccess::Entries(tree)) {
-    TalUtils::PrefetchRange(entries, 256);
-  }
+void PrefetchContent(const Blob& blob) { blob.GetData().Prefetch(); }
+void PrefetchContent(const Tree& tree) {
+  TalUtils::PrefetchRange(TreeAccess::Entries(tree), TalUtils::kPrefetchedHead);
 }
-void PrefetchContent(const Commit&) noexcept {}
+void PrefetchContent(const Commit&) {}
 
-/// Walks a table some steps in front of the save, and has the memory fetched that will be read.
+/// Walks a table in front of the save, and has the memory fetched that will be read: first the
+/// objects, a few steps later what they point to.
 template <class Table>
 class Lookahead {
  public:
   explicit Lookahead(const Table& table)
       : m_object(table.begin()), m_content(table.begin()), m_end(table.end()) {
-    for (int step = 0; step < 8 && m_object != m_end; ++step) {
+    for (int step = 0; step < kStepsToObject && m_object != m_end; ++step) {
       FetchObject();
-      if (step >= 4) FetchContent();
+      if (step >= kStepsToObject - kStepsToContent) FetchContent();
     }
   }
-  void Step() noexcept {
+  void Step() {
     if (m_object != m_end) FetchObject();
     if (m_content != m_end) FetchContent();
   }
 
  private:
   using Iterator = typename Table::const_iterator;
-  void FetchObject() noexcept {
+  static constexpr int kStepsToObject = 8;
+  static constexpr int kStepsToContent = 4;
+
+  void FetchObject() {
     TalUtils::Prefetch(m_object->second.get());
     TalUtils::Prefetch(m_object->first.View().text);
     ++m_object;
   }
-  void FetchContent() noexcept {
+  void FetchContent() {
     if (m_content->second) PrefetchContent(*m_content->second);
     ++m_content;
   }
+
   Iterator m_object;
   Iterator m_content;
   Iterator m_end;
