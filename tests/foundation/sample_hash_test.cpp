@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <tests/support/text.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 
@@ -14,8 +15,12 @@ using TalPlatform::SampleHash;
 
 constexpr char kIdText[] = "8aec4e4876f854f688d0ebfc8f37598f38e5fd6903cccc850ca36591175aeb60";
 
+/// Returns the hash, of which tables take as much as a size has bits.
 std::uint64_t HashOf(TalStringViewT<WideChar> text) {
-  return std::hash<TalStringT<WideChar>>()(TalStringT<WideChar>(text));
+  const std::uint64_t hash = SampleHash(text);
+  EXPECT_EQ(std::hash<TalStringT<WideChar>>()(TalStringT<WideChar>(text)),
+            static_cast<std::size_t>(hash));
+  return hash;
 }
 
 TEST(SampleHash, OfEmptyTextIsTheStartValue) {
@@ -49,9 +54,9 @@ TEST(SampleHash, TakesBothBytesOfAUnitLowByteFirst) {
 
 TEST(SampleHash, OfIdIsThatOfItsText) {
   const TalStringT<WideChar> text = Wide(kIdText);
-  EXPECT_EQ(std::hash<Id>()(Id(text)), 0xE9487C803AEA4565U);
+  EXPECT_EQ(std::hash<Id>()(Id(text)), static_cast<std::size_t>(0xE9487C803AEA4565U));
   EXPECT_EQ(HashOf(text), 0xE9487C803AEA4565U);
-  EXPECT_EQ(std::hash<Id>()(Id()), 0x42C52834B230EF45U);
+  EXPECT_EQ(std::hash<Id>()(Id()), static_cast<std::size_t>(0x42C52834B230EF45U));
 }
 
 }  // namespace
