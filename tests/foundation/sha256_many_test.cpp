@@ -1,6 +1,7 @@
 #include <talvcs/foundation/sha256_many.h>
 
 #include <gtest/gtest.h>
+#include <tests/support/digits.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -15,16 +16,6 @@ namespace {
 
 using TalUtils::Sha256;
 using TalUtils::Sha256Message;
-
-std::string Digits(const Sha256::Digest& digest) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const std::uint8_t byte : digest) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xF];
-  }
-  return text;
-}
 
 /// Messages of bytes that repeat after 256, from 0 to 700 and some longer ones, cut anywhere.
 class Messages {

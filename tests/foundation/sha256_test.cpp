@@ -1,6 +1,7 @@
 #include <talvcs/foundation/sha256.h>
 
 #include <gtest/gtest.h>
+#include <tests/support/digits.h>
 
 #include <cstdint>
 #include <span>
@@ -12,16 +13,6 @@ namespace TalVcs::Testing {
 namespace {
 
 using TalUtils::Sha256;
-
-std::string Digits(std::span<const std::uint8_t> bytes) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const std::uint8_t byte : bytes) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xF];
-  }
-  return text;
-}
 
 /// Bytes that repeat after 256: 3, 10, 17 and so on.
 std::string Pattern(std::size_t size) {
