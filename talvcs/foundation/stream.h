@@ -38,8 +38,8 @@ class TALVCS_API IStream {
   /// Writes the bytes of `data` like `Write`. Override it in a stream that can share them.
   virtual std::uint64_t WriteBuffer(const Memory::Buffer& data);
 
-  /// True if `WriteBuffer` shares the bytes of a buffer. Such a stream gets whole buffers, any
-  /// other gets copies of the bytes in pieces.
+  /// True if `WriteBuffer` shares the bytes of a buffer: override both together. A save hands such
+  /// a stream whole buffers; any other, as the default says, gets the bytes by `Write` in pieces.
   virtual bool SharesBytes() const;
 
   /// Reads from the position to the end, appends what was read to `target` and moves to the end.
