@@ -13,23 +13,8 @@
 namespace TalVcs::Bench {
 namespace {
 
-std::vector<std::string> Contents(std::uint32_t count) {
-  std::vector<std::string> contents;
-  for (std::uint32_t i = 0; i < count; ++i) contents.push_back(Content(Family::kBase, i, 0));
-  return contents;
-}
-
 std::vector<std::string_view> Views(const std::vector<std::string>& texts) {
   return std::vector<std::string_view>(texts.begin(), texts.end());
-}
-
-std::vector<std::vector<std::string>> Contents(const HistoryPlan& plan) {
-  std::vector<std::vector<std::string>> contents;
-  for (const std::vector<Change>& commit : plan) {
-    contents.emplace_back();
-    for (const Change& change : commit) contents.back().push_back(Content(change));
-  }
-  return contents;
 }
 
 std::vector<std::uint32_t> Indices(const std::vector<Change>& changes) {

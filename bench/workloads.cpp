@@ -1,5 +1,6 @@
 #include <bench/workloads.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <unordered_set>
@@ -82,6 +83,21 @@ std::string Content(const Change& change) {
   return Content(change.family, change.index, change.version);
 }
 
+std::vector<std::string> Contents(std::uint32_t count) {
+  std::vector<std::string> contents;
+  for (std::uint32_t i = 0; i < count; ++i) contents.push_back(Content(Family::kBase, i, 0));
+  return contents;
+}
+
+std::vector<std::vector<std::string>> Contents(const HistoryPlan& plan) {
+  std::vector<std::vector<std::string>> contents;
+  for (const std::vector<Change>& commit : plan) {
+    contents.emplace_back();
+    for (const Change& change : commit) contents.back().push_back(Content(change));
+  }
+  return contents;
+}
+
 std::string HashContent(std::size_t size) {
   Random random(ContentSeed(Family::kHash, size, 0));
   std::string content(size, '\0');
@@ -140,6 +156,20 @@ std::string Message(std::uint32_t number) { return Numbered("commit %06u", numbe
 void Fingerprint::Add(const void* bytes, std::size_t size) {
   const auto* const byte = static_cast<const unsigned char*>(bytes);
   for (std::size_t i = 0; i < size; ++i) m_value = (m_value ^ byte[i]) * 0x100000001B3u;
+}
+
+std::uint64_t FingerprintOf(const DiffPlan& plan) {
+  std::vector<std::pair<std::string, char>> entries;
+  for (const std::uint32_t i : plan.modified) entries.emplace_back(Path(i), 'M');
+  for (const std::uint32_t i : plan.deleted) entries.emplace_back(Path(i), 'D');
+  for (const std::uint32_t i : plan.added) entries.emplace_back(Path(i) + 'x', 'A');
+  std::sort(entries.begin(), entries.end());
+  Fingerprint fingerprint;
+  for (const auto& [path, status] : entries) {
+    fingerprint.Add(&status, 1);
+    fingerprint.Add(path);
+  }
+  return fingerprint.Value();
 }
 
 }  // namespace TalVcs::Bench

@@ -63,6 +63,9 @@ struct MergePlan {
 /// Returns 512 to 1536 bytes that don't compress.
 std::string Content(Family family, std::uint64_t index, std::uint64_t version);
 std::string Content(const Change& change);
+/// Return the contents of the first `count` files of the base, and those that each commit writes.
+std::vector<std::string> Contents(std::uint32_t count);
+std::vector<std::vector<std::string>> Contents(const HistoryPlan& plan);
 
 /// Returns `size` bytes for hashing.
 std::string HashContent(std::size_t size);
@@ -106,5 +109,8 @@ class Fingerprint {
  private:
   std::uint64_t m_value = 0xCBF29CE484222325u;
 };
+
+/// The fingerprint of the differing paths, in order, each with what happened to it.
+std::uint64_t FingerprintOf(const DiffPlan& plan);
 
 }  // namespace TalVcs::Bench

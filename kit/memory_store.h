@@ -58,7 +58,7 @@ class TALVCS_KIT_API MemoryStore : public IBlobReader, public IBlobWriter {
   std::uint64_t GetSizeInBytes() const noexcept;
 
  private:
-  std::map<WideString, Buffer, TextOrder> m_streams;
+  std::map<WideString, Buffer> m_streams;
 };
 
 }  // namespace TalVcs::Kit

@@ -17,8 +17,8 @@ inline bool HoldsBranches(const WideString& prefix) {
   return prefix == TAL_WIDE("refs/heads/") || prefix.EndsWith(TAL_WIDE("/refs/heads/"));
 }
 
-/// Calls `visit(name)` for each stream directly below `directory`. `streams` is a map from paths,
-/// ordered by `TextOrder`.
+/// Calls `visit(name)` for each stream directly below `directory`. `streams` is an ordered map from
+/// paths.
 template <class Map, class Visit>
 void VisitNames(const Map& streams, const WideString& directory, Visit visit) {
   const WideString prefix = PrefixBelow(directory);

@@ -135,8 +135,7 @@ std::optional<StoreState> StoreState::Decode(const Buffer& bytes) {
     const std::optional<WideString> path = ToWideExactly(scanner.Take(nameSize));
     Buffer data;
     Append(data, scanner.Take(dataSize));
-    scanner.Require(path &&
-                    (state.streams.empty() || TextOrder()(state.streams.rbegin()->first, *path)));
+    scanner.Require(path && (state.streams.empty() || state.streams.rbegin()->first < *path));
     if (scanner.IsGood()) state.streams.emplace_hint(state.streams.end(), *path, std::move(data));
   }
   if (!scanner.IsGood() || !scanner.IsAtEnd()) return std::nullopt;

@@ -25,7 +25,7 @@ struct StoreState {
   /// In order, each once.
   std::vector<ObjectKey> objects;
   /// Everything that isn't an object: path and bytes.
-  std::map<WideString, Buffer, TextOrder> streams;
+  std::map<WideString, Buffer> streams;
 
   bool IsEmpty() const noexcept { return objects.empty() && streams.empty(); }
   bool HasObject(const ObjectKey& key) const;

@@ -16,13 +16,6 @@ namespace TalVcs::Kit {
 using WideString = TalStringT<WideChar>;
 using WideView = TalStringViewT<WideChar>;
 
-/// The order of names and ids, for tables that are keyed by texts.
-struct TextOrder {
-  bool operator()(const WideString& a, const WideString& b) const noexcept {
-    return a.Compare(b) < 0;
-  }
-};
-
 /// Decodes UTF-8. Bytes that are no UTF-8 become U+FFFD; the three-byte form of a lone surrogate
 /// gives that surrogate. Zeros are characters like others. Never fails, but a text of more than
 /// 0x7FFFFFFF bytes raises `std::length_error`.

@@ -28,8 +28,9 @@ class TALVCS_API Buffer {
 
   /// Makes a buffer of `size` zero bytes.
   explicit Buffer(std::size_t size = 0);
-  /// Makes a buffer of `size` bytes, more than none, and puts the address of the first in `bytes`.
-  /// The caller fills them before anybody reads or copies the buffer.
+  /// Makes a buffer of `size` bytes, more than none, and puts the address of the first, which is
+  /// aligned like a pointer, in `bytes`. The caller fills them before anybody reads or copies the
+  /// buffer.
   static Buffer Allocate(std::size_t size, std::byte*& bytes);
   Buffer(const Buffer& other) noexcept;
   Buffer(Buffer&& other) noexcept;

@@ -4,6 +4,7 @@
 #include <talvcs/foundation/string_view.h>
 #include <talvcs/foundation/wide_char.h>
 
+#include <compare>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -78,6 +79,8 @@ class TALVCS_API TalStringT {
   TalStringT Mid(int start, int count) const;
 
   TalStringT& operator+=(const C* terminated) { return Append(TalStringViewT<C>(terminated)); }
+  TalStringT& operator+=(TalStringViewT<C> text) { return Append(text); }
+  TalStringT& operator+=(const TalStringT& text) { return Append(text); }
   TalStringT& operator+=(C character) { return Append(TalStringViewT<C>(&character, 1)); }
   /// Appends `text`, which may be a part of this string.
   TalStringT& Append(TalStringViewT<C> text);
@@ -110,6 +113,17 @@ class TALVCS_API TalStringT {
   }
   friend bool operator==(const TalStringT& a, const C* b) noexcept {
     return TalStringViewT<C>(a) == TalStringViewT<C>(b);
+  }
+
+  /// The order of `Compare`.
+  friend std::strong_ordering operator<=>(const TalStringT& a, const TalStringT& b) noexcept {
+    return a.Compare(b) <=> 0;
+  }
+  friend std::strong_ordering operator<=>(const TalStringT& a, TalStringViewT<C> b) noexcept {
+    return a.Compare(b) <=> 0;
+  }
+  friend std::strong_ordering operator<=>(const TalStringT& a, const C* b) noexcept {
+    return a.Compare(b) <=> 0;
   }
 
  private:

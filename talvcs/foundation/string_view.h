@@ -3,6 +3,10 @@
 #include <talvcs/export.h>
 #include <talvcs/foundation/wide_char.h>
 
+#include <compare>
+#include <cstddef>
+#include <limits>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -17,7 +21,8 @@ enum class CompareCase { Sensitive = 0 };
 /// A view of `length` characters from `text` on, owned by somebody else.
 ///
 /// The text isn't terminated. Whoever passes a view keeps the text alive and unchanged while the
-/// view is used. A null `text` goes with length 0. Indices and lengths are `int`.
+/// view is used. A null `text` goes with length 0. Indices and lengths are `int`: a text that
+/// is longer than an `int` can tell raises `std::length_error`.
 ///
 /// `C` is `char` for bytes, normally UTF-8, or `WideChar` for UTF-16.
 template <class C>
@@ -33,14 +38,13 @@ class TALVCS_API TalStringViewT {
   TalStringViewT(const TalStringT<C>& string) noexcept;
 
   /// Views `terminated` up to its terminator; null gives an empty view.
-  constexpr TalStringViewT(const C* terminated) noexcept
+  constexpr TalStringViewT(const C* terminated)
       : text(terminated),
-        length(terminated == nullptr ? 0
-                                     : static_cast<int>(std::char_traits<C>::length(terminated))) {}
+        length(terminated == nullptr ? 0 : Checked(std::char_traits<C>::length(terminated))) {}
 
-  constexpr TalStringViewT(std::basic_string_view<C> view) noexcept
-      : text(view.data()), length(static_cast<int>(view.size())) {}
-  TalStringViewT(const std::basic_string<C>& string) noexcept
+  constexpr TalStringViewT(std::basic_string_view<C> view)
+      : text(view.data()), length(Checked(view.size())) {}
+  TalStringViewT(const std::basic_string<C>& string)
       : TalStringViewT(std::basic_string_view<C>(string)) {}
 
   constexpr const C* GetRawUnterminatedString() const noexcept { return text; }
@@ -77,6 +81,18 @@ class TALVCS_API TalStringViewT {
 
   friend bool operator==(TalStringViewT a, TalStringViewT b) noexcept {
     return a.length == b.length && a.Compare(b) == 0;
+  }
+  /// The order of `Compare`.
+  friend std::strong_ordering operator<=>(TalStringViewT a, TalStringViewT b) noexcept {
+    return a.Compare(b) <=> 0;
+  }
+
+ private:
+  static constexpr int Checked(std::size_t length) {
+    if (length > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+      throw std::length_error("text longer than an int can tell");
+    }
+    return static_cast<int>(length);
   }
 };
 

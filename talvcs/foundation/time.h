@@ -15,6 +15,7 @@ struct TimeDelta {
   std::int64_t ticks = 0;
 
   friend constexpr bool operator==(TimeDelta, TimeDelta) noexcept = default;
+  friend constexpr auto operator<=>(TimeDelta, TimeDelta) noexcept = default;
 };
 
 /// An instant, in ticks of 100 ns since the Unix epoch.

@@ -10,8 +10,7 @@
 // One directory is merged in two stages, blobs and then subtrees, each of which goes by names:
 //
 //   changed on one side only, or on both alike    taken from there
-//   changed on both sides, differently            asked (blobs), or merged as a directory
-//   (subtrees)
+//   changed on both sides, differently            blobs: asked; subtrees: merged
 //
 // The stages don't know of each other: what the second one writes under a name stands. Directories
 // wait on a stack of their own, so that nesting has no limit.

@@ -16,9 +16,10 @@ class IRepository;
 /// is an empty tree.
 ///
 /// Returns the merged tree, which may be one of the given ones and needn't be stored yet. Returns
-/// null if `repository` is null, if a resolver is needed and empty or undecided, or if both sides
-/// are null. The given trees never change; objects that were stored on the way stay until a purge.
-/// An exception of a resolver passes through.
+/// null if `repository` is null, if a resolver is needed and empty or undecided, if it chooses for
+/// the topmost directory a tree that is null, or if both sides are null. The given trees never
+/// change; objects that were stored on the way stay until a purge. An exception of a resolver
+/// passes through.
 TALVCS_API cow_ptr<Tree> ThreeWayMerge(IRepository* repository, MergeTrees trees,
                                        Resolvers resolvers);
 

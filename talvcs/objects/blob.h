@@ -2,6 +2,7 @@
 
 #include <talvcs/export.h>
 #include <talvcs/foundation/names.h>
+#include <talvcs/objects/dll_wrapped_shared.h>
 #include <talvcs/objects/object.h>
 
 #include <span>

@@ -54,16 +54,18 @@ Commit& Commit::operator=(Commit&& other) {
   return *this;
 }
 
-Commit::~Commit() { ReleaseParents(); }
-
-// A history that dies with this commit is taken apart link by link, so that its length doesn't
-// matter.
-void Commit::ReleaseParents() noexcept {
+// A history that dies with its tip is taken apart link by link, so that its length doesn't matter:
+// the parent of a commit that goes with its child waits until the commit is gone.
+Commit::~Commit() {
+  thread_local cow_ptr<Commit>* waiting = nullptr;
   cow_ptr<Commit> next = std::move(m_parent);
-  while (next.use_count() == 1) {
-    cow_ptr<Commit> parent = std::move(next.write()->m_parent);
-    next = std::move(parent);
+  if (waiting != nullptr && *waiting == nullptr) {
+    *waiting = std::move(next);
+    return;
   }
+  cow_ptr<Commit>* const above = std::exchange(waiting, &next);
+  while (next) const cow_ptr<Commit> dying = std::move(next);
+  waiting = above;
 }
 
 void Commit::ResetPropertiesForAmend(const Commit& head) {

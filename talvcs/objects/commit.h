@@ -122,7 +122,6 @@ class TALVCS_API Commit : public Object {
   void RebuildTree(IRepository* repository);
   void FinishEdit(IRepository* repository);
   bool HasRoot() const noexcept;
-  void ReleaseParents() noexcept;
   void KeepAllCaches() const;
   void ComputeIdsOfParents() const;
   Buffer BuildText() const;

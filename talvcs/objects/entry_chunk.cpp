@@ -117,6 +117,8 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
                                        slots.size() * (sizeof(cow_ptr<Object>) + sizeof(Ends)) +
                                        units * sizeof(WideChar);
   const auto record_bytes = static_cast<std::size_t>(end - bytes);
+  static_assert(alignof(EntryChunk) <= alignof(void*) &&
+                alignof(cow_ptr<Object>) <= alignof(void*));
   std::byte* memory = nullptr;
   Buffer block = Buffer::Allocate(CheckedEnd(records_offset + record_bytes), memory);
   std::memcpy(memory + records_offset, bytes, record_bytes);
@@ -143,7 +145,8 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   return chunk;
 }
 
-void EntryChunk::Free(EntryChunk* chunk) noexcept {
+void EntryChunk::Release(EntryChunk* chunk) noexcept {
+  if (!chunk->m_holders.Release()) return;
   const Buffer memory = std::move(chunk->m_memory);
   std::destroy_n(chunk->Children(), chunk->m_count);
   chunk->~EntryChunk();

@@ -46,10 +46,9 @@ class EntryChunk {
   static EntryChunk* Make(std::span<const Slot> slots);
 
   void Acquire() noexcept { m_holders.Acquire(); }
-  [[nodiscard]] bool ReleaseHold() noexcept { return m_holders.Release(); }
   bool IsSole() const noexcept { return m_holders.IsSole(); }
-  /// Frees a chunk whose last hold was released.
-  static void Free(EntryChunk* chunk) noexcept;
+  /// Gives up one hold; the last one frees the chunk.
+  static void Release(EntryChunk* chunk) noexcept;
 
   std::size_t Count() const noexcept { return m_count; }
   std::size_t TreeCount() const noexcept { return m_treeCount; }

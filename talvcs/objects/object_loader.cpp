@@ -168,8 +168,11 @@ void ObjectLoader::ReadEntries(OpenTree& tree, std::vector<OpenTree>& open) {
     const Id id = IdOfText(cutter.Next(kIdLength));
     tree.position = cutter.Position();
     if (type == Blob::kType) {
-      if (IsNoName(name)) continue;
-      if (const cow_ptr<Blob> blob = LoadBlob(id)) AddEntry(tree, name, blob, nullptr);
+      if (IsNoName(name)) {
+        ReadBlobWithoutName(id);
+      } else if (const cow_ptr<Blob> blob = LoadBlob(id)) {
+        AddEntry(tree, name, blob, nullptr);
+      }
       continue;
     }
     if (type != Tree::kType) {
@@ -261,12 +264,19 @@ cow_ptr<Tree> ObjectLoader::CloseTree(OpenTree& tree) {
 cow_ptr<Blob> ObjectLoader::LoadBlob(const Id& id) {
   if (cow_ptr<Blob> stored = m_repository->GetBlobFromStorage(id)) return stored;
   const auto other = m_otherBlobs.find(id);
-  if (other != m_otherBlobs.end()) return other->second;
+  if (other != m_otherBlobs.end()) return m_repository->SyncWithStorage(other->second);
   StreamIO stream = m_getter(id);
   cow_ptr<Blob> blob = Blob::Deserialize(stream);
   if (blob) blob = m_repository->SyncWithStorage(std::move(blob));
   if (!blob || !(blob->GetId() == id)) m_otherBlobs.emplace(id, blob);
   return blob;
+}
+
+// The stream of a blob that has no place in its tree is read like any other, but nothing is stored.
+void ObjectLoader::ReadBlobWithoutName(const Id& id) {
+  if (m_repository->GetBlobFromStorage(id) || m_otherBlobs.contains(id)) return;
+  StreamIO stream = m_getter(id);
+  m_otherBlobs.emplace(id, Blob::Deserialize(stream));
 }
 
 cow_ptr<Commit> Commit::Deserialize(const Id& id, Id& parentId, IRepository* repository,

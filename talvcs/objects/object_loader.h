@@ -59,6 +59,7 @@ class ObjectLoader {
   void TakeFormerEntries(OpenTree& tree);
   cow_ptr<Tree> CloseTree(OpenTree& tree);
   cow_ptr<Blob> LoadBlob(const Id& id);
+  void ReadBlobWithoutName(const Id& id);
   void AddEntry(OpenTree& tree, TalStringViewT<char> name, const cow_ptr<Blob>& blob,
                 const cow_ptr<Tree>& subtree);
 
@@ -67,7 +68,7 @@ class ObjectLoader {
   std::uint64_t m_history = 0;
   std::vector<Id> m_historyIds;
   IdMap<KnownCommit> m_commits;
-  // What the streams of these ids gave, if that is nothing or has another id.
+  // What the streams of these ids gave, if that is nothing, has another id or wasn't stored.
   IdMap<cow_ptr<Tree>> m_otherTrees;
   IdMap<cow_ptr<Blob>> m_otherBlobs;
   // The trees that this load has stored, with all of their entries.

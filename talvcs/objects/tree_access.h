@@ -10,13 +10,6 @@ class TreeAccess {
  public:
   static const TreeEntries* Entries(const Tree& tree) noexcept { return tree.m_entries; }
 
-  /// Takes the entries away from a dying tree. Its caches are wrong from then on.
-  static TreeEntries* TakeEntries(Tree& tree) noexcept {
-    TreeEntries* taken = tree.m_entries;
-    tree.m_entries = nullptr;
-    return taken;
-  }
-
   /// Gives a tree without entries what was built. `former` is as for the builder's `Finish`.
   static void AdoptEntries(Tree& tree, TreeEntriesBuilder& builder, const TreeEntries* former) {
     tree.m_entries = builder.Finish(former);

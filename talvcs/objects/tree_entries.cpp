@@ -36,7 +36,7 @@ class ChunkHolder {
   ChunkHolder(const ChunkHolder&) = delete;
   ChunkHolder& operator=(const ChunkHolder&) = delete;
   ~ChunkHolder() {
-    for (std::size_t index = 0; index < m_count; ++index) EntryChunk::Free(m_chunks[index]);
+    for (std::size_t index = 0; index < m_count; ++index) EntryChunk::Release(m_chunks[index]);
   }
 
   void Make(std::span<const EntryChunk::Slot> slots) {
@@ -100,37 +100,28 @@ TreeEntries* TreeEntries::Share(TreeEntries* list) noexcept {
   return list;
 }
 
+// The list of a subtree that goes with its entry waits until the list above it is gone, so that
+// nesting has no limit, and in a chain of the lists' own memory, so that nothing has to be
+// allocated.
 void TreeEntries::Release(TreeEntries* list) noexcept {
-  if (list != nullptr && list->m_holders.Release()) FreeChain(list);
-}
-
-// Dying lists wait in a chain of their own memory, so that nothing has to be allocated.
-void TreeEntries::FreeChain(TreeEntries* list) noexcept {
+  thread_local TreeEntries** waiting = nullptr;
+  if (list == nullptr || !list->m_holders.Release()) return;
+  if (waiting != nullptr) {
+    list->m_next = std::exchange(*waiting, list);
+    return;
+  }
+  waiting = &list;
   while (list != nullptr) {
     TreeEntries* const dying = std::exchange(list, list->m_next);
-    for (EntryChunk* chunk : dying->Chunks()) ReleaseChunk(chunk, list);
+    for (EntryChunk* chunk : dying->Chunks()) EntryChunk::Release(chunk);
     FreeAlone(dying);
   }
+  waiting = nullptr;
 }
 
 void TreeEntries::FreeAlone(TreeEntries* list) noexcept {
   std::destroy_at(list);
   ::operator delete(list);
-}
-
-// A subtree that dies with its entry has its entries moved to the chain before it goes.
-void TreeEntries::ReleaseChunk(EntryChunk* chunk, TreeEntries*& chain) noexcept {
-  if (!chunk->ReleaseHold()) return;
-  for (std::size_t index = 0; index < chunk->Count(); ++index) {
-    const cow_ptr<Object>& child = chunk->Child(index);
-    if (chunk->Kind(index) != EntryKind::kTree || child.use_count() != 1) continue;
-    auto& tree = const_cast<Tree&>(static_cast<const Tree&>(*child));
-    TreeEntries* below = TreeAccess::TakeEntries(tree);
-    if (below != nullptr && below->m_holders.Release()) {
-      below->m_next = std::exchange(chain, below);
-    }
-  }
-  EntryChunk::Free(chunk);
 }
 
 std::size_t TreeEntries::FindChunk(TalStringViewT<WideChar> name) const noexcept {
@@ -201,9 +192,7 @@ void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t rem
   list = target;
   if (sole) {
     if (target != old) FreeAlone(old);
-    TreeEntries* chain = nullptr;
-    for (std::size_t index = 0; index < removed; ++index) ReleaseChunk(gone[index], chain);
-    if (chain != nullptr) FreeChain(chain);
+    for (std::size_t index = 0; index < removed; ++index) EntryChunk::Release(gone[index]);
     return;
   }
   for (std::size_t index = 0; index < first; ++index) to[index]->Acquire();
@@ -281,7 +270,7 @@ bool TreeEntries::Erase(TreeEntries*& list, TalStringViewT<WideChar> name) {
 
 TreeEntriesBuilder::~TreeEntriesBuilder() {
   for (EntryChunk* chunk : m_chunks) {
-    if (chunk != nullptr && chunk->ReleaseHold()) EntryChunk::Free(chunk);
+    if (chunk != nullptr) EntryChunk::Release(chunk);
   }
 }
 

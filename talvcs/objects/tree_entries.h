@@ -70,8 +70,6 @@ class TreeEntries {
   }
   static void Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
                       std::span<EntryChunk* const> chunks);
-  static void ReleaseChunk(EntryChunk* chunk, TreeEntries*& chain) noexcept;
-  static void FreeChain(TreeEntries* list) noexcept;
   static void FreeAlone(TreeEntries* list) noexcept;
   std::size_t FindChunk(TalStringViewT<WideChar> name) const noexcept;
   EntryChunk** ChunkArray() const noexcept;
@@ -86,7 +84,7 @@ class TreeEntries {
   std::uint64_t m_count = 0;
   std::uint64_t m_treeCount = 0;
   std::uint64_t m_recordBytes = 0;
-  TreeEntries* m_next = nullptr;  // links dying lists
+  TreeEntries* m_next = nullptr;  // links lists that wait for their end
 };
 
 /// Collects entries in ascending order and makes a list of them in one go.

@@ -19,7 +19,8 @@ class TALVCS_API IBlobWriter {
   IBlobWriter& operator=(const IBlobWriter&) = default;
   virtual ~IBlobWriter();
 
-  /// Returns a writable, seekable stream for the bytes of `path`.
+  /// Returns a writable, seekable stream for the bytes of `path`. One over nothing takes no bytes
+  /// and comes to `CommitBlobStream` all the same.
   virtual Stream CreateBlobStream(const TalStringT<WideChar>& path) = 0;
 
   /// Stores the bytes of `stream`, which comes from `CreateBlobStream` and stands at its start,

@@ -15,9 +15,14 @@ class IRepository;
 /// Fills a repository from a store, through an `IBlobReader`.
 ///
 /// It starts from the branches and follows what they reach; other streams are never asked for. What
-/// the store holds comes in beside what the repository has. Bytes of any kind are harmless: memory
-/// stays in proportion to what the reader gives, and nothing that the repository had is touched but
-/// the heads of branches that the store names.
+/// the store holds comes in beside what the repository has. Bytes of any kind are harmless: nothing
+/// that the repository had is touched but the heads of branches that the store names. Memory stays
+/// in proportion to what the reader gives, but for names that hold "/": each such entry of a tree
+/// is an edit, whose intermediate trees are stored until a purge. Time grows with the bytes, and
+/// with the number of branches times the length of a history that is damaged.
+///
+/// The reader is called by the thread that loads. It must not change the repository. An exception
+/// of the reader passes through, and what was stored until then stays.
 class TALVCS_API Deserializer {
  public:
   /// Reads below `rootPath` with `reader`, which the host owns and which may be null.
@@ -28,8 +33,9 @@ class TALVCS_API Deserializer {
 
   /// Loads every branch of the store. Returns true if each came in whole, under the id that the
   /// store tells. A branch whose head can't be read stays as it was; one whose history or trees are
-  /// damaged comes in under other ids, isn't moved, and gives false. The other branches are loaded
-  /// all the same. Null arguments give false.
+  /// damaged comes in under other ids, isn't moved, and gives false; one that didn't exist is made
+  /// in that case, at the current head. The other branches are loaded all the same. Null arguments
+  /// give false.
   virtual bool Deserialize(IRepository* repository);
 
  private:

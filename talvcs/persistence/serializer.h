@@ -12,7 +12,8 @@ namespace TalVcs {
 /// one a branch, with the id of its head.
 ///
 /// A save replaces the store: `RemoveStorage` comes first. A failed save leaves a partial store, so
-/// a host writes to a place that it can abandon.
+/// a host writes to a place that it can abandon. The writer is called by the thread that saves, and
+/// an exception of it passes through.
 class TALVCS_API Serializer {
  public:
   /// Writes below `rootPath` with `writer`, which the host owns and which may be null.
@@ -21,9 +22,9 @@ class TALVCS_API Serializer {
   Serializer& operator=(const Serializer&) = default;
   virtual ~Serializer();
 
-  /// Writes all of `storage`, which must not change meanwhile. A null storage erases the store. A
-  /// branch without a head leaves no stream. Returns false if any stream wasn't stored; the others
-  /// are written all the same.
+  /// Writes all of `storage`, which must not change meanwhile. A null storage erases the store
+  /// and gives true. A branch without a head leaves no stream. Returns false if any stream wasn't
+  /// stored, as all aren't with a null writer; the others are written all the same.
   virtual bool Serialize(const IObjectsStorage* storage);
 
   /// Erases the store.

@@ -2,14 +2,15 @@
 #include <talvcs/repository/repository.h>
 
 #include <cstdint>
+#include <functional>
+#include <vector>
 
 // Every commit has one parent, so two chains that meet stay one from there on:
 //
 //   A - B - C - D      first
 //       |
-//       + - E          second:  it stands on E and, in pass 2, on B, which the other walker finds
-//       in
-//                               pass 3
+//       + - E          second: it stands on E and, in pass 2, on B, which the other walker
+//                      finds in pass 3
 //
 // Both walkers advance together and the search ends where one steps on a commit that the other has
 // stood on, so the cost follows the larger distance and not the depth of the history.

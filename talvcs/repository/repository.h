@@ -21,9 +21,10 @@ namespace TalVcs {
 /// A history: an objects storage that it owns, and the name of the current branch.
 ///
 /// Failures are results: null, false or 0. A repository without a storage, as a moved-from one, is
-/// legal and answers everything in this way. A copy has a clone of the storage, which shares the
-/// objects. There is no working tree: the current branch is only a name that later operations use,
-/// at first "master", whether it exists or not.
+/// legal and answers in this way whatever needs the storage; `SyncWithStorage` gives its argument
+/// back. A copy has a clone of the storage, which shares the objects. There is no working tree: the
+/// current branch is only a name that later operations use, at first "master", whether it exists or
+/// not.
 ///
 /// Commits form chains that fork but never join; a merge makes a commit with one parent too.
 /// Objects that nothing uses any more stay until `UpdateStorage`.
@@ -76,9 +77,10 @@ class TALVCS_API Repository : public IRepository {
   /// was kept. Returns false only without a storage. Cost: the length of the run plus the branches.
   bool DeleteCommits(cow_ptr<Commit> commit) override;
 
-  /// Drops every commit that is neither the head of a branch nor a fork of two branches. Kept
-  /// commits keep all but their parent, and so their id; branches follow. Purges if `updateStorage`
-  /// is true. Returns false only without a storage. Cost: linear in commits plus branches.
+  /// Drops every commit that is neither the head of a branch nor a fork of two branches. Of
+  /// kept commits the parent alone changes, and with it the id; branches follow. Purges if
+  /// `updateStorage` is true. Returns false only without a storage. Cost: linear in commits plus
+  /// branches.
   bool SimplifyCommitGraph(bool updateStorage) override;
 
   /// Removes all objects that nothing uses; see `IObjectsStorage::PurgeUnusedObjects`.
@@ -110,7 +112,8 @@ class TALVCS_API Repository : public IRepository {
   /// If they don't, the whole history of each that isn't related to `rootBranch` is placed on that
   /// branch's head, with new ids and the same contents; branches that don't exist are created
   /// there. A `rootBranch` that doesn't exist is created with an empty commit "Root commit".
-  /// Returns false if a branch can't be created or moved; what was done before stays.
+  /// Returns false if a branch can't be created or moved, or if `rootBranch` exists without a head,
+  /// as the current branch may; what was done before stays.
   bool EnsureCommonRootFor(TalStringViewT<WideChar> first, TalStringViewT<WideChar> second,
                            TalStringViewT<WideChar> rootBranch) override;
 
@@ -119,7 +122,8 @@ class TALVCS_API Repository : public IRepository {
   bool FastForwardMerge(cow_ptr<Commit> commit) override;
   /// Merges the trees of the head, the common base and `commit`, and commits the result with the
   /// head as its only parent, without author and description. Returns false, with the branch
-  /// unmoved, if there is no head or the merge fails.
+  /// unmoved, if there is no head or the merge fails, as it does where a resolver is needed and
+  /// empty, and for two commits without trees; see `ThreeWayMerge`.
   bool Merge3Way(cow_ptr<Commit> commit, Resolvers resolvers) override;
   /// Moves a branch without a head, fast-forwards, or merges, whichever fits. False for null.
   bool Merge(cow_ptr<Commit> commit, Resolvers resolvers) override;

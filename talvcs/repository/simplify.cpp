@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 // Of a history its shape is kept: the tips of the branches and the forks where two of them part.
 //

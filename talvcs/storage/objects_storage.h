@@ -54,7 +54,8 @@ class TALVCS_API IObjectsStorage {
   virtual const BlobTable& GetBlobs() const = 0;
   virtual const RefTable& GetRefs() const = 0;
 
-  /// Takes the commit of that id out of the table. Branches and children keep their handles on it.
+  /// Takes the commit of that id out of the table, if it is there; null does nothing. Branches and
+  /// children keep their handles on it.
   virtual void DeleteCommit(cow_ptr<Commit> commit) = 0;
 
   /// Removes the commits, then the trees, then the blobs that nobody but their own table holds.
@@ -64,12 +65,14 @@ class TALVCS_API IObjectsStorage {
   virtual bool BranchExist(TalStringViewT<WideChar> name) const = 0;
   /// Returns false for an empty name or one that exists; `commit` may be null.
   virtual bool CreateBranch(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) = 0;
+  /// Returns false for an unknown name.
   virtual bool RemoveBranch(TalStringViewT<WideChar> name) = 0;
   /// Moves an existing branch. Returns false for an empty or unknown name or a null commit.
   virtual bool UpdateBranch(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) = 0;
   /// Returns the branch's head, or null if it has none or doesn't exist.
   virtual cow_ptr<Commit> GetHead(TalStringViewT<WideChar> name) const = 0;
-  /// Returns the names of all branches whose head is that very instance, in no order.
+  /// Returns the names of all branches whose head is that very instance, in no order; for null,
+  /// those of the branches without a head.
   virtual std::vector<TalStringT<WideChar>> GetCommitBranches(cow_ptr<Commit> commit) const = 0;
 
  protected:

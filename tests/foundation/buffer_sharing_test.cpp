@@ -80,6 +80,13 @@ TEST(BufferSharing, SoleWriterKeepsItsBytesInPlace) {
   EXPECT_EQ(Bytes(writer), "aXYZef");
 }
 
+TEST(BufferSharing, SoleWriterOfAPartWritesWhereThePartLies) {
+  Buffer writer = BufferOf("abc");
+  writer.AppendRange(BufferOf("0123456789"), 4, 3);
+  writer.WriteAt(4, "X", 1);
+  EXPECT_EQ(Bytes(writer), "abc4X6");
+}
+
 TEST(BufferSharing, WriteIntoOneOfTwoEqualSegmentsChangesThatOne) {
   Buffer buffer = BufferOf("abc");
   buffer.Append(buffer);

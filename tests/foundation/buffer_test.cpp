@@ -23,7 +23,7 @@ TEST(Buffer, OfSizeZeroIsEmpty) {
 
 TEST(Buffer, OfASizeThatNoMemoryHasIsALengthError) {
   EXPECT_THROW(Buffer(std::numeric_limits<std::size_t>::max() / 2 + 1), std::length_error);
-  EXPECT_THROW(Buffer(std::numeric_limits<std::size_t>::max()), std::length_error);
+  EXPECT_THROW(Buffer{std::numeric_limits<std::size_t>::max()}, std::length_error);
 }
 
 TEST(Buffer, OfSizeHasZeros) {

@@ -116,6 +116,9 @@ TEST(StreamIO, CopyToTakesNullCountAndNullTarget) {
   EXPECT_TRUE(stream.CopyTo(MemStream::CreateOnRef(target), nullptr));
   EXPECT_EQ(Bytes(target), "abc");
   EXPECT_FALSE(StreamIO(StreamOf("abc")).CopyTo(nullptr, nullptr));
+  std::size_t copied = 7;
+  EXPECT_FALSE(StreamIO(StreamOf("abc")).CopyTo(nullptr, &copied));
+  EXPECT_EQ(copied, 0U);
 }
 
 TEST(StreamIO, CopyToTellsWhatATornTargetTook) {

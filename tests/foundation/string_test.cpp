@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <tests/support/text.h>
 
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -176,6 +177,16 @@ TEST(StringAppend, TakesPointersAndViews) {
   EXPECT_EQ(Ascii(string), "abcde");
 }
 
+TEST(StringAppend, TakesWholeStringsAndViewsByTheOperator) {
+  const Narrow zeros("a\0b", 3);
+  Narrow text("x");
+  text += zeros;
+  text += TalStringViewT<char>("\0y", 2);
+  EXPECT_EQ(Bytes(text), std::string("xa\0b\0y", 6));
+  text += text;
+  EXPECT_EQ(text.GetLength(), 12);
+}
+
 TEST(StringAppend, TakesPartsOfItself) {
   WideString string(TAL_WIDE("abc"));
   std::string expected = "abc";
@@ -220,6 +231,21 @@ TEST(StringCompare, IsTheOrderOfViews) {
   EXPECT_LT(string.Compare(TAL_WIDE("abcd")), 0);
   EXPECT_GT(string.Compare(TAL_WIDE("abB")), 0);
   EXPECT_LT(WideString(TAL_WIDE("\U0001F600")).Compare(TAL_WIDE("\uFF5E")), 0);
+}
+
+TEST(StringCompare, IsTheOrderOfOperatorsAndTables) {
+  const WideString b(TAL_WIDE("b"));
+  EXPECT_TRUE(b < WideString(TAL_WIDE("c")));
+  EXPECT_FALSE(b < WideString(TAL_WIDE("b")));
+  EXPECT_TRUE(b > WideString(TAL_WIDE("ab")));
+  EXPECT_TRUE(b <= TAL_WIDE("b"));
+  EXPECT_TRUE(TAL_WIDE("a") < b);
+  EXPECT_TRUE(b >= TalStringViewT<WideChar>(TAL_WIDE("a")));
+  EXPECT_TRUE(TalStringViewT<WideChar>(TAL_WIDE("b")) > TalStringViewT<WideChar>(TAL_WIDE("a")));
+  const std::set<WideString> table{TAL_WIDE("d"), TAL_WIDE("a"), TAL_WIDE("\xFFFF"), TAL_WIDE("a")};
+  std::string order;
+  for (const WideString& text : table) order += text == TAL_WIDE("\xFFFF") ? "?" : Ascii(text);
+  EXPECT_EQ(order, "ad?");
 }
 
 TEST(StringEquality, ComparesTextsOfEitherKind) {

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <tests/support/text.h>
 
+#include <limits>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -49,6 +51,12 @@ TEST(StringView, OfStandardViewAndStringKeepsZeros) {
   const std::string bytes("a\0b", 3);
   EXPECT_EQ(NarrowView(bytes).length, 3);
   EXPECT_EQ(NarrowView(std::string_view("a\0bc", 4)).length, 4);
+}
+
+TEST(StringView, OfATextThatNoIntCanTellIsALengthError) {
+  constexpr std::size_t kMost = std::numeric_limits<int>::max();
+  EXPECT_EQ(NarrowView(std::string_view("never read", kMost)).length, 0x7FFFFFFF);
+  EXPECT_THROW(NarrowView(std::string_view("never read", kMost + 1)), std::length_error);
 }
 
 TEST(StringViewFind, GivesFirstMatchFromStart) {

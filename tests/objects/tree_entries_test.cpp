@@ -163,6 +163,14 @@ TEST(TreeEntries, NamesAreNeverPartedByACut) {
   }
 }
 
+TEST(TreeEntries, NamesThatArriveInOrderFillTheirChunks) {
+  Entries entries;
+  for (int number = 100; number < 200; ++number) entries.SetBlob(std::to_string(number));
+  std::size_t most = 0;
+  for (const EntryChunk* chunk : entries.Get()->Chunks()) most = std::max(most, chunk->Count());
+  EXPECT_EQ(entries.Get()->Chunks().size(), 100 / most);
+}
+
 TEST(TreeEntries, EditOfASharedListLeavesTheOtherAlone) {
   Entries entries;
   for (int number = 100; number < 200; ++number) entries.SetBlob(std::to_string(number));

@@ -116,11 +116,18 @@ TEST_F(TreeParsing, EmptyNameOrOneOfSeparatorsLosesItsEntry) {
   EXPECT_EQ(ListingOf(tree), "a=1");
 }
 
-// The blob was stored all the same, where nothing used it.
-TEST_F(TreeParsing, BlobUnderNoNameIsNotStored) {
+TEST_F(TreeParsing, BlobUnderNoNameIsReadButNotStored) {
   PutBlob(7, "1");
   ParseTree(Record("blob", "", FakeId(7)) + Record("blob", "//", FakeId(7)));
   EXPECT_EQ(repository.GetBlobCount(), 0u);
+  EXPECT_THAT(asked, ElementsAre(FakeId(1), FakeId(7)));
+}
+
+TEST_F(TreeParsing, BlobUnderNoNameAndUnderOneIsReadOnceAndStored) {
+  PutBlob(7, "1");
+  ParseTree(Record("blob", "", FakeId(7)) + Record("blob", "a", FakeId(7)));
+  EXPECT_EQ(repository.GetBlobCount(), 1u);
+  EXPECT_THAT(asked, ElementsAre(FakeId(1), FakeId(7)));
 }
 
 TEST_F(TreeParsing, SecondEntryOfANameWins) {

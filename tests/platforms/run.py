@@ -1,20 +1,22 @@
 #!/usr/bin/env python3
-"""Builds the test programs by presets for other platforms, runs them, and prints a table.
+"""Builds the test programs by presets for other platforms and checkers, runs them, and prints a table.
 
 Usage: run.py PRESET...
 
-What is built, and the cases left out, are the matter of CMakePresets.json and left_out.txt.
+What is built, and the cases left out, are the matter of CMakePresets.json and left_out.txt. Exits with
+1 if a preset didn't build, or a test of it failed.
 """
 
+import json
 import pathlib
 import re
 import subprocess
 import sys
 import time
+import xml.etree.ElementTree
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 PROGRAMS = ("talvcs_tests", "talvcs_internal_tests", "talvcs_kit_tests", "talvcs_model_tests")
-RUNNERS = {"big-endian": "qemu-s390x", "mingw": "wine"}
 
 
 def run(*command):
@@ -26,7 +28,8 @@ def version(command):
     """The program's version, from what it tells first about itself."""
     told = subprocess.run((command, "--version"), capture_output=True, text=True).stdout
     match = re.search(r"\d+(\.\d+)+", told)
-    return f"{command} {match.group(0)}" if match else command
+    name = pathlib.Path(command).name
+    return f"{name} {match.group(0)}" if match else name
 
 
 def compiler(preset):
@@ -37,36 +40,44 @@ def compiler(preset):
     return f"{name} {settings['CMAKE_CXX_COMPILER_VERSION']}"
 
 
-def results(preset):
-    """For each program the number of cases that passed, were skipped and failed."""
-    log = SOURCE / "build" / preset / "Testing/Temporary/LastTest.log"
+def runner(preset):
+    """What the test programs run under."""
+    told = subprocess.run(("ctest", "--preset", preset, "--show-only=json-v1"), cwd=SOURCE,
+                          check=True, capture_output=True, text=True).stdout
+    command = json.loads(told)["tests"][0]["command"][0]
+    return "the processor" if pathlib.Path(command).stem in PROGRAMS else version(command)
+
+
+def cases(report):
+    """For each program, in order, how many of its cases passed, were skipped, and failed."""
     told = {}
-    for part in log.read_text(errors="replace").split("\n----------------------------------------------------------\n"):
-        for program in PROGRAMS:
-            if not re.search(rf"Testing: {program}\n", part):
-                continue
-            counts = []
-            for word in ("PASSED", "SKIPPED", "FAILED"):
-                match = re.search(rf"^\[  {word} +\] (\d+) test", part, re.MULTILINE)
-                counts.append(f"{match.group(1)} {word.lower()}" if match else "")
-            told[program] = ", ".join(filter(None, counts)) or "no end"
-    return told
+    for test in xml.etree.ElementTree.parse(report).iter("testcase"):
+        output = test.findtext("system-out", "")
+        counts = [re.search(rf"^\[  {word} +\] (\d+) test", output, re.MULTILINE)
+                  for word in ("PASSED", "SKIPPED", "FAILED")]
+        told[test.get("name")] = ", ".join(
+            f"{count.group(1)} {word}" for count, word in zip(counts, ("passed", "skipped", "failed"))
+            if count) or "no end"
+    return [told.get(program, "-") for program in PROGRAMS]
+
+
+def judge(preset):
+    """Builds and runs the preset's tests. Returns its row of the table."""
+    start = time.monotonic()
+    if not (run("cmake", "--preset", preset) and run("cmake", "--build", "--preset", preset)):
+        return (preset, "-", "-", *("-" for _ in PROGRAMS), "-", "not built")
+    report = SOURCE / "build" / preset / "report.xml"
+    # Of a long output the report keeps the end, where the counts stand.
+    passed = run("ctest", "--preset", preset, "--output-junit", str(report),
+                 "--test-output-truncation", "head")
+    seconds = str(round(time.monotonic() - start))
+    return (preset, compiler(preset), runner(preset), *cases(report), seconds,
+            "passed" if passed else "failed")
 
 
 def main():
     rows = [("Platform", "Compiler", "Runs under", *PROGRAMS, "Seconds", "Result")]
-    for preset in sys.argv[1:]:
-        start = time.monotonic()
-        log = SOURCE / "build" / preset / "Testing/Temporary/LastTest.log"
-        log.unlink(missing_ok=True)
-        built = run("cmake", "--preset", preset) and run("cmake", "--build", "--preset", preset)
-        passed = built and run("ctest", "--preset", preset)
-        told = results(preset) if log.exists() else {}
-        result = "passed" if passed else "failed" if built else "not built"
-        runner = version(RUNNERS[preset]) if preset in RUNNERS else "the processor"
-        cases = [told.get(program, "-") for program in PROGRAMS]
-        seconds = str(round(time.monotonic() - start))
-        rows.append((preset, compiler(preset), runner, *cases, seconds, result))
+    rows += [judge(preset) for preset in sys.argv[1:]]
     print()
     for row in rows:
         print("| " + " | ".join(row) + " |")

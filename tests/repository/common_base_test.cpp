@@ -102,6 +102,17 @@ TEST_F(CommonBase, IsFoundAmongCommitsThatTheStorageHasLost) {
   EXPECT_EQ(BaseOf("C", "D"), "A-B");
 }
 
+TEST_F(CommonBase, IsFoundBehindHundredsOfCommitsOnBothSides) {
+  std::string drawing = "A-B";
+  for (const char* side : {"x", "y"}) {
+    drawing += "; B";
+    for (int number = 0; number < 300; ++number) drawing += "-" + (side + std::to_string(number));
+  }
+  Draw(drawing.c_str());
+  EXPECT_EQ(BaseOf("x299", "y299"), "A-B");
+  EXPECT_EQ(BaseOf("x299", "y150"), "A-B");
+}
+
 TEST_F(CommonBase, KeepsNoHandle) {
   Draw("A-B-C; B-D");
   const long before = history.at("B").use_count();

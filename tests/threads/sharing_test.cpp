@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 #include <talvcs/objects/id.h>
+#include <tests/support/contents.h>
 #include <tests/support/objects.h>
 
+#include <chrono>
 #include <thread>
 
 namespace TalVcs::Testing {
@@ -53,6 +55,28 @@ TEST(SharingThreads, HandlesAreCopiedAndDroppedAcrossThreads) {
     }
   });
   EXPECT_EQ(tree.use_count(), 1);
+}
+
+// What one thread has read of an object before it drops its handle, and another one frees after
+// that, is in order.
+TEST(SharingThreads, LastHandleFreesWhatTheOtherThreadHasRead) {
+  for (int turn = 0; turn < kTurns / 100; ++turn) {
+    auto tree = Make<Tree>();
+    {
+      Repository repository = NewRepository();
+      tree.write()->AddBlob(&repository, Wide("below/file"), BlobOf("x"));
+    }
+    auto commit = Make<Commit>();
+    commit.write()->SetParent(Make<Commit>());
+    std::thread reader([below = tree->GetLocalTree(Wide("below")), parent = commit->GetParent()] {
+      EXPECT_EQ(below->GetLocalBlobCount(), 1U);
+      EXPECT_FALSE(parent->GetParent());
+    });
+    if (turn % 2 == 0) std::this_thread::sleep_for(std::chrono::microseconds(100));
+    tree = nullptr;
+    commit = nullptr;
+    reader.join();
+  }
 }
 
 TEST(SharingThreads, IdsAreHashedAndComparedAcrossThreads) {

@@ -1,0 +1,19 @@
+#include <talvcs/version.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace TalVcs::Testing {
+namespace {
+
+TEST(Version, IsToldByNumbersAndText) {
+  const Version version = GetVersion();
+  EXPECT_EQ(version.major_number, 1);
+  EXPECT_EQ(version.minor_number, 0);
+  EXPECT_EQ(version.patch_number, 0);
+  EXPECT_EQ(std::string(GetVersionText()), "1.0.0");
+}
+
+}  // namespace
+}  // namespace TalVcs::Testing
