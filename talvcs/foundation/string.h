@@ -178,10 +178,13 @@ TalStringT<C> TalStringViewT<C>::ToString() const {
   return TalStringT<C>(*this);
 }
 
+// A DLL has what isn't defined in the classes; a host that doesn't optimise needs the rest as well.
+#if !defined(_WIN32)
 extern template class TALVCS_API TalStringViewT<char>;
 extern template class TALVCS_API TalStringViewT<WideChar>;
 extern template class TALVCS_API TalStringT<char>;
 extern template class TALVCS_API TalStringT<WideChar>;
+#endif
 
 /// Returns the two texts as one.
 TALVCS_API TalStringT<WideChar> operator+(TalStringViewT<WideChar> first,

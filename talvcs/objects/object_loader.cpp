@@ -79,7 +79,6 @@ void ObjectLoader::BeginHistory() {
 
 void ObjectLoader::ForgetHistory() {
   for (const Id& id : m_historyIds) m_commits.erase(id);
-  m_historyIds.clear();
 }
 
 cow_ptr<Commit> ObjectLoader::LoadCommit(const Id& id, Id& parentId) {

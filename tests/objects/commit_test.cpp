@@ -223,6 +223,8 @@ TEST_F(CommitState, MoveAssignmentDropsTheTargetsCaches) {
   EXPECT_NE(Bytes(target.GetData()).find("\nmoved\n"), std::string::npos);
   EXPECT_NE(IdOf(target), old);
   EXPECT_NE(IdOf(target), IdOf(*m_head));
+  EXPECT_TRUE(target.GetTree() == m_head->GetTree());
+  EXPECT_TRUE(target.GetParent() == m_head->GetParent());
 }
 
 TEST_F(CommitState, IsAnObjectLikeAnyOther) {

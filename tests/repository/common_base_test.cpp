@@ -102,7 +102,7 @@ TEST_F(CommonBase, IsFoundAmongCommitsThatTheStorageHasLost) {
   EXPECT_EQ(BaseOf("C", "D"), "A-B");
 }
 
-TEST_F(CommonBase, IsFoundBehindHundredsOfCommitsOnBothSides) {
+TEST_F(CommonBase, IsFoundFarBackOnBothSides) {
   std::string drawing = "A-B";
   for (const char* side : {"x", "y"}) {
     drawing += "; B";

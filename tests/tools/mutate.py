@@ -29,8 +29,9 @@ from mutations import mutations_of
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 EQUIVALENT = pathlib.Path(__file__).with_name("equivalent_mutants.txt")
 
-# Programs of tests, without what is large or deep, or waits, and only costs time.
-SLOW = "*Large*:*Depth*:*Gibi*:*Hundred*:*LaterSecond*:*StoredCommitMoves*:*SamplesAlike*"
+# Programs of tests, without what is large or deep, or waits, and takes long.
+DEEP = ("Depth", "Hundred", "LaterSecond", "StoredCommitMoves", "SamplesAlike")
+SLOW = ":".join(f"*{word}*" for word in ("Large", "Gibi", *DEEP))
 STAGES = {
     "talvcs_tests": ["talvcs_tests", f"--gtest_filter=-{SLOW}"],
     "talvcs_internal_tests": ["talvcs_internal_tests", f"--gtest_filter=-{SLOW}"],
@@ -42,7 +43,7 @@ WITH_LIBRARY = {"talvcs_tests", "talvcs_kit_tests", "talvcs_model_tests"}
 LIBRARY = "talvcs/libtalvcs.so"
 PROGRAMS = {LIBRARY} | {f"tests/{program}" for program, *_ in STAGES.values()}
 # What is run with the few that are left after these, by CTest.
-LAST = r"^tal\.(basics|branches|damage|merge|rewrite)"
+LAST = "|".join((r"^tal\.(basics|branches|damage|merge|rewrite)", *DEEP))
 
 MEMORY = 6 << 30
 KILLED = ("killed", "timeout")
