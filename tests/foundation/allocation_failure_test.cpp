@@ -3,8 +3,6 @@
 #include <tests/support/bytes.h>
 #include <tests/support/failing_allocations.h>
 
-#include <limits>
-#include <new>
 #include <string>
 #include <utility>
 
@@ -36,14 +34,6 @@ TEST(AllocationFailure, OfADetachingAppendLeavesBothAsTheyWere) {
         EXPECT_EQ(Ascii(pair.second), kLong);
       });
   EXPECT_EQ(failures, 1);
-}
-
-TEST(AllocationFailure, OfTheLongestTextIsNoLengthError) {
-  const TalStringViewT<WideChar> longest(TAL_WIDE("never read"), std::numeric_limits<int>::max());
-  TalStringT<WideChar> text;
-  const FailingAllocation first(0);
-  EXPECT_THROW(text.Append(longest), std::bad_alloc);
-  EXPECT_TRUE(text.IsEmpty());
 }
 
 TEST(AllocationFailure, OfCopiesOfStringsAndBuffersCannotHappen) {
