@@ -1,7 +1,7 @@
 #include <talvcs/objects/commit_access.h>
 #include <talvcs/repository/repository.h>
 
-#include <unordered_set>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -16,10 +16,16 @@ namespace TalVcs {
 
 namespace {
 
-std::unordered_set<const Commit*> Heads(const RefTable& refs) {
-  std::unordered_set<const Commit*> heads;
-  for (const auto& [name, head] : refs) heads.insert(head.get());
-  return heads;
+using BranchNames = std::vector<TalStringT<WideChar>>;
+
+/// The branches by the instance of their head, each commit's in the order of the table. The storage
+/// would look at every branch for each commit.
+std::unordered_map<const Commit*, BranchNames> BranchesByHead(const RefTable& refs) {
+  std::unordered_map<const Commit*, BranchNames> branches;
+  for (const auto& [name, head] : refs) {
+    if (head) branches[head.get()].push_back(name);
+  }
+  return branches;
 }
 
 }  // namespace
@@ -28,13 +34,14 @@ bool Repository::DeleteCommits(cow_ptr<Commit> commit) {
   if (m_storage == nullptr) return false;
   if (!commit || !CommitAccess::Parent(*commit)) return true;
   std::vector<cow_ptr<Commit>> kept;
-  std::vector<std::vector<TalStringT<WideChar>>> branches_of_kept;
-  const auto heads = Heads(m_storage->GetRefs());
+  std::vector<BranchNames> branches_of_kept;
+  auto branches = BranchesByHead(m_storage->GetRefs());
   for (cow_ptr<Commit> at = std::move(commit); at;) {
-    if (heads.contains(at.get())) {
-      branches_of_kept.push_back(m_storage->GetCommitBranches(at));
+    const auto found = branches.find(at.get());
+    if (found != branches.end()) {
       kept.push_back(at);
       kept.back().write()->SetParent(nullptr);
+      branches_of_kept.push_back(std::move(found->second));
     }
     m_storage->DeleteCommit(at);
     cow_ptr<Commit> parent = at->GetParent();
