@@ -49,16 +49,12 @@ Id Commit::GetId() const {
 }
 
 const Buffer& Commit::GetData() const {
-  if (m_data.IsEmpty()) {
-    ComputeIdsOfParents();
-    m_data = BuildText();
-  }
+  if (m_data.IsEmpty()) m_data = BuildText();
   return m_data;
 }
 
 Buffer Commit::BuildPackedData() const {
   if (!CachedPackedData().IsEmpty()) return CachedPackedData();
-  ComputeIdsOfParents();
   return Pack(kType, m_data.IsEmpty() ? BuildText() : m_data);
 }
 
