@@ -64,7 +64,7 @@ Commit::~Commit() {
     return;
   }
   cow_ptr<Commit>* const above = std::exchange(waiting, &next);
-  while (next) const cow_ptr<Commit> dying = std::move(next);
+  while (next) const cow_ptr<Commit> dying = std::exchange(next, nullptr);
   waiting = above;
 }
 
