@@ -125,6 +125,8 @@ TEST(CommitText, TextsEndAtZero) {
   commit.SetAuthorEmail(torn);
   commit.SetAuthorName(TAL_WIDE("n"));
   EXPECT_EQ(TextOf(commit), "tree \nauthor n <ab> 0 +0000\ncommitter n <ab> 0 +0000\n\nab\n");
+  commit.SetDescription(TalStringT<WideChar>(TAL_WIDE("\0cd"), 3));
+  EXPECT_EQ(TextOf(commit), "tree \nauthor n <ab> 0 +0000\ncommitter n <ab> 0 +0000\n\n\n");
 }
 
 TEST(CommitText, BiasHasSignHoursAndMinutes) {
