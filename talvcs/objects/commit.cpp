@@ -55,7 +55,8 @@ Commit& Commit::operator=(Commit&& other) {
 }
 
 // A history that dies with its tip is taken apart link by link, so that its length doesn't matter:
-// the parent of a commit that goes with its child waits until the commit is gone.
+// the parent of a commit that goes with its child waits until the commit is gone. Where one waits
+// already, because a host's class holds more commits, it is taken apart at once.
 Commit::~Commit() {
   thread_local cow_ptr<Commit>* waiting = nullptr;
   cow_ptr<Commit> next = std::move(m_parent);

@@ -1,7 +1,5 @@
 #include <talvcs/objects/tree_entries.h>
 
-#include <talvcs/objects/tree_access.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>

@@ -101,6 +101,7 @@ TEST(Time, NowIsTheSystemsClock) {
 TEST(TimeDelta, DefaultIsZero) {
   EXPECT_EQ(TimeDelta().ticks, 0);
   EXPECT_EQ(TimeDelta{kHour}, TimeDelta{36'000'000'000});
+  EXPECT_LT(TimeDelta{-1}, TimeDelta{});
 }
 
 TEST(TimezoneBias, IsPositiveEastOfGreenwich) {

@@ -8,11 +8,11 @@
 #include <tests/support/contents.h>
 #include <tests/support/memory_blob_io.h>
 #include <tests/support/merging.h>
+#include <tests/support/objects.h>
 
 #include <cstdint>
 #include <map>
 #include <string>
-#include <string_view>
 
 namespace TalVcs::Testing {
 namespace {
@@ -22,8 +22,6 @@ constexpr std::int64_t kTicksPerMinute = 600'000'000;
 class FixedStore : public ::testing::Test {
  protected:
   using Text = TalStringViewT<WideChar>;
-
-  static Blob BlobOf(std::string_view bytes) { return Blob(BufferOf(bytes)); }
 
   /// Stores the commit with these fields as the head of the current branch. `DoCommit` would give
   /// it the time of the clock.

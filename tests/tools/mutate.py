@@ -11,6 +11,7 @@ of the others are killed.
 
 import argparse
 import concurrent.futures
+import contextlib
 import hashlib
 import json
 import os
@@ -19,6 +20,7 @@ import queue
 import random
 import re
 import resource
+import signal
 import subprocess
 import sys
 import threading
@@ -160,16 +162,21 @@ class Workshop:
         """Returns None if the command passes, otherwise what went wrong."""
         environment = dict(os.environ, TEST_TMPDIR=str(self.scratch), TMPDIR=str(self.scratch),
                            TALVCS_MODEL_SEQUENCES="20")
-        try:
-            done = subprocess.run(command, cwd=self.build, env=environment, timeout=seconds,
-                                  preexec_fn=limit_memory, capture_output=True, errors="replace",
-                                  text=True)
-        except subprocess.TimeoutExpired:
-            return "timeout"
-        if done.returncode == 0:
+        # A session of its own, so that what the command has started ends with it.
+        with subprocess.Popen(command, cwd=self.build, env=environment, start_new_session=True,
+                              preexec_fn=limit_memory, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, errors="replace", text=True) as process:
+            try:
+                output, _ = process.communicate(timeout=seconds)
+            except subprocess.TimeoutExpired:
+                return "timeout"
+            finally:
+                with contextlib.suppress(ProcessLookupError):
+                    os.killpg(process.pid, signal.SIGKILL)
+        if process.returncode == 0:
             return None
-        failed = re.search(r"\[  FAILED  \] ([\w./]+)|\d+ - (\S+) \(", done.stdout)
-        return failed.group(1) or failed.group(2) if failed else f"code {done.returncode}"
+        failed = re.search(r"\[  FAILED  \] ([\w./]+)|\d+ - (\S+) \(", output)
+        return failed.group(1) or failed.group(2) if failed else f"code {process.returncode}"
 
     def run(self, stage, seconds):
         program, *options = STAGES[stage]
