@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Compares the binary interface of the library with a golden list.
+"""Compares the binary interface of the libraries with golden lists.
 
 Usage: golden.py symbols LIBRARY GOLDEN [--write]
        golden.py virtuals SOURCE_ROOT GOLDEN [--write]
@@ -29,6 +29,8 @@ CLASSES = {
     "talvcs/persistence/blob_io.h": ["IBlobWriter", "IBlobReader"],
     "talvcs/persistence/serializer.h": ["Serializer"],
     "talvcs/persistence/deserializer.h": ["Deserializer"],
+    "kit/directory_store.h": ["DirectoryStore"],
+    "kit/memory_store.h": ["MemoryStore"],
 }
 
 
