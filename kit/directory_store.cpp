@@ -84,6 +84,7 @@ class DirectoryStore::Impl {
   std::optional<Transaction> transaction;
   std::unique_ptr<FileLock> writerLock;
   bool lockedByHost = false;
+  bool newStateInPlace = false;
 };
 
 const StoreState* DirectoryStore::Impl::Reading() {
@@ -100,6 +101,7 @@ const StoreState* DirectoryStore::Impl::Reading() {
 
 void DirectoryStore::Impl::Begin() {
   transaction.emplace();
+  newStateInPlace = false;
   files.ClearError();
   if (!writerLock && files.Make()) writerLock = files.LockWriter();
   if (writerLock) transaction->base = files.ReadState();
@@ -145,6 +147,7 @@ bool DirectoryStore::Impl::PutInPlace(StoreState next) {
     return false;
   }
   files.ForgetWritten();
+  newStateInPlace = true;
   read = std::move(stored);
   if (replaced == StoreFolder::Replaced::ButNotKept) return false;
   CollectUnused();
@@ -229,6 +232,8 @@ bool DirectoryStore::Commit() {
   m_impl->End();
   return done;
 }
+
+bool DirectoryStore::IsNewStateInPlace() const noexcept { return m_impl->newStateInPlace; }
 
 void DirectoryStore::Abandon() {
   m_impl->files.RemoveWritten();

@@ -64,11 +64,13 @@ struct DirectoryStoreOptions {
 /// Threads: a store object belongs to one thread at a time; several of them may work on one folder.
 class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
  public:
-  /// Works below `folder`, which a transaction makes if it is missing. Nothing is opened yet.
+  /// Works below `folder`, which a transaction makes if its last component is missing. Nothing is
+  /// opened yet.
   explicit DirectoryStore(const std::filesystem::path& folder, DirectoryStoreOptions options = {});
-  /// Works through `files`, which tests replace.
+  /// Works through `files`, which the kit's own tests replace; `FileSystem` isn't for hosts.
   DirectoryStore(const std::filesystem::path& folder, DirectoryStoreOptions options,
                  std::shared_ptr<FileSystem> files);
+  /// Leaves an `other` that can be assigned to or destroyed, and nothing else.
   DirectoryStore(DirectoryStore&& other) noexcept;
   DirectoryStore& operator=(DirectoryStore&& other) noexcept;
   /// Abandons a transaction that wasn't committed.
@@ -97,8 +99,12 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
   ///
   /// False, with the old store in place and the transaction abandoned, if anything failed. There is
   /// one exception: if the very last step fails, telling the medium to keep the new state, then
-  /// the new store is in place, which `LastError` says.
+  /// the new store is in place, which `IsNewStateInPlace` and `LastError` say.
   bool Commit();
+
+  /// Tells the two failures of `Commit` apart: true if the last transaction's state is in place,
+  /// also where the medium may not keep it; false while a transaction is under way and before any.
+  bool IsNewStateInPlace() const noexcept;
 
   /// Drops the transaction, and the object files that it wrote.
   void Abandon();
@@ -113,11 +119,12 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
   void Refresh();
 
   /// Reads every object of the state and returns the paths of those that are missing, can't be read
-  /// or whose bytes don't have the digest that their path tells. Cost: reads and hashes the store.
+  /// or whose bytes don't have the digest that their path tells; the path of the folder ".vcs"
+  /// alone if the state itself can't be read. Cost: reads and hashes the store.
   std::vector<TalStringT<WideChar>> FindDamage();
 
-  /// Says which path failed in the last operation that failed, and why; empty if none did since the
-  /// transaction began or the store was made. In UTF-8 as far as the path is.
+  /// Says which path failed in the last operation that failed, and why; empty if none did since a
+  /// transaction began, `Lock` was called or the store was made. In UTF-8 as far as the path is.
   const std::string& LastError() const noexcept;
 
  private:

@@ -19,9 +19,9 @@ namespace TalVcs::Kit {
 /// ancestor, tree and blob that can be reached, and every deleted commit that is still somebody's
 /// ancestor, enters the storage first.
 ///
-/// Returns what the `Serializer` returns; false, with the store untouched, if `repository` has no
-/// storage. Only what a later commit changed in its parent's tree is looked at, besides each first
-/// tree of a history as a whole.
+/// Returns what the `Serializer` returns, so a `DirectoryStore` has still to `Commit`; false, with
+/// the store untouched, if `repository` has no storage. Only what a later commit changed in its
+/// parent's tree is looked at, besides each first tree of a history as a whole.
 TALVCS_KIT_API bool SaveRepository(IRepository& repository, IBlobWriter& writer,
                                    const TalStringT<WideChar>& rootPath);
 

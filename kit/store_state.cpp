@@ -6,10 +6,12 @@
 #include <cstddef>
 #include <utility>
 
-// state   := "TalVcs store 1" LF  count SP "objects" LF  key*  count SP "streams" LF  stream*
-// digest key     := the 32 bytes of an id                                  ascending stream  :=
-// size SP size LF path bytes                             sizes of path and bytes; ascending digest
-// := SHA-256 of everything before it, 64 hexadecimal digits, LF
+// The layout of the file, as docs/formats.md tells it:
+//
+//     state  := "TalVcs store 1" LF  count " objects" LF key*  count " streams" LF stream*  digest
+//     key    := the 32 bytes of an id; ascending
+//     stream := size " " size LF path bytes; sizes of path and bytes; ascending by path
+//     digest := the SHA-256 of all before it, 64 hexadecimal digits, LF
 //
 // Counts and sizes are decimal, paths UTF-8 with lone surrogates in their three-byte form.
 

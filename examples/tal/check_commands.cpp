@@ -68,6 +68,7 @@ ExitCode RunVerify(const Host& host) {
     JsonWriter json(std::cout);
     json.BeginObject();
     json.Key("whole").Bool(isWhole);
+    json.Key("reason").Text(Printable(session.WhyNotWhole()));
     json.Key("objects").Number(static_cast<std::int64_t>(findings.size.objects));
     json.Key("bytes").Number(static_cast<std::int64_t>(findings.size.bytes));
     json.Key("reached").Number(static_cast<std::int64_t>(reached));
@@ -78,7 +79,11 @@ ExitCode RunVerify(const Host& host) {
   }
   for (const std::string& id : findings.wrong)
     host.terminal.Complain("missing or changed: " + Printable(id));
-  if (!isWhole) throw Failure("the store is damaged", ExitCode::Damaged);
+  if (!isWhole) {
+    const std::string& reason = session.WhyNotWhole();
+    throw Failure("the store is damaged" + (reason.empty() ? "" : ": " + Printable(reason)),
+                  ExitCode::Damaged);
+  }
   if (!host.json) {
     std::cout << "whole: " << Plural(findings.size.objects, "object") << ", "
               << FormatBytes(findings.size.bytes) << ", all hash to their names; branches reach "
@@ -98,6 +103,8 @@ ExitCode RunStat(const Host& host) {
   const StoreSize apart = SizeWithoutSharing(session.Repository());
   std::uint64_t reached = 0;
   for (const Figures& figure : figures) reached += figure.bytes;
+  std::uint64_t contents = 0;
+  for (const auto& [id, blob] : storage.GetBlobs()) contents += blob->GetData().GetSize();
   const std::uint64_t waste = store.bytes > reached ? store.bytes - reached : 0;
 
   if (host.json) {
@@ -124,7 +131,7 @@ ExitCode RunStat(const Host& host) {
   std::cout << "branches\t" << storage.GetRefs().size() << '\n'
             << "sharing\t" << Plural(apart.objects, "file") << " of all commits, "
             << FormatBytes(apart.bytes) << ", are " << Plural(figures[2].count, "blob") << ", "
-            << FormatBytes(figures[2].bytes) << '\n'
+            << FormatBytes(contents) << '\n'
             << "store\t" << Plural(store.objects, "object") << ", " << FormatBytes(store.bytes)
             << ", of which no branch reaches " << FormatBytes(waste) << '\n'
             << "freed\t" << FormatBytes(session.LastFreed()) << " by the last clean-up\n";

@@ -106,7 +106,8 @@ class CommandLine {
     const auto log = std::make_shared<LogOptions>();
     CLI::App* command = AddWith(log, "log", "List commits, the newest first", RunLog, true);
     command->add_option("commit", log->start, "Begin here instead of at the current branch");
-    command->add_option("-n,--limit", log->limit, "List so many at most");
+    command->add_option("-n,--limit", log->limit, "List so many at most")
+        ->check(CLI::PositiveNumber);
     command->add_flag("--all", log->all, "List the commits of all branches");
     command->add_flag("--graph", log->graph, "Draw how the commits hang together");
 
@@ -114,7 +115,8 @@ class CommandLine {
     command = AddWith(graph, "graph", "Draw the history of all branches", RunGraph, true);
     CLI::Option* dot = command->add_flag("--dot", graph->dot, "As a graph in the DOT language");
     command->add_flag("--svg", graph->svg, "As a picture")->excludes(dot);
-    command->add_option("-o,--output", graph->output, "Write to this file");
+    command->add_option("-o,--output", graph->output,
+                        "Write the picture of --dot or --svg to this file");
 
     AddRevisionReader("show", "Show a commit and what it changed", RunShow);
     AddPathReader("ls", "List the files of a commit", RunLs, false);
@@ -189,7 +191,7 @@ class CommandLine {
                                 "Give two branches a common first commit by "
                                 "placing unrelated ones on another branch",
                                 RunRebase, false);
-    command->add_option("--onto", rebase->onto, "The branch to place them on; made if missing")
+    command->add_option("--onto", rebase->onto, "The branch to place them on; made if needed")
         ->required();
     command->add_option("branch", rebase->branch, "A branch instead of the current one");
     command->add_option("other", rebase->other, "The other branch instead of the one of --onto");

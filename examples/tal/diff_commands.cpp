@@ -61,7 +61,8 @@ ExitCode RunDiff(const Host& host, const DiffOptions& options) {
     changes = CompareTrees(before.tree, after.tree);
   } else {
     after.isFolder = true;
-    const FolderContents contents = session.WorkFolder().List(RootOf(session.Head()));
+    const FolderContents contents =
+        session.WorkFolder().List({before.tree, RootOf(session.Head())});
     changes = CompareFolder(session.WorkFolder(), contents, before.tree, host.terminal);
   }
 

@@ -90,15 +90,15 @@ const char* KindName(fs::file_type type) {
 /// Walks a folder with a work list, so that no depth of nesting matters.
 class Lister {
  public:
-  Lister(const Folder& folder, const TreePtr& tracked, const IgnoreRules& rules)
+  Lister(const Folder& folder, const std::vector<TreePtr>& tracked, const IgnoreRules& rules)
       : m_folder(folder), m_tracked(tracked), m_rules(rules) {}
 
   FolderContents List() {
-    m_pending.emplace_back();
+    m_pending.push_back({"", false});
     while (!m_pending.empty()) {
-      const std::string path = std::move(m_pending.back());
+      const Pending pending = std::move(m_pending.back());
       m_pending.pop_back();
-      ListOne(path);
+      ListOne(pending);
     }
     std::sort(m_contents.files.begin(), m_contents.files.end());
     std::sort(m_contents.refused.begin(), m_contents.refused.end());
@@ -108,24 +108,32 @@ class Lister {
   }
 
  private:
-  void ListOne(const std::string& folder) {
+  struct Pending {
+    std::string path;
+    bool isIgnored;  // it is here for what is tracked in it
+  };
+
+  void ListOne(const Pending& pending) {
+    const std::string& folder = pending.path;
     std::error_code error;
     fs::directory_iterator entries(m_folder.PathOf(folder), error);
     if (error) Fail("list", folder.empty() ? "." : folder, error.value());
     for (; entries != fs::directory_iterator(); entries.increment(error)) {
       const std::string name = entries->path().filename().string();
-      Place(folder.empty() ? name : folder + "/" + name, name, *entries);
+      Place(folder.empty() ? name : folder + "/" + name, name, *entries, pending.isIgnored);
     }
     if (error) Fail("list", folder, error.value());
   }
 
-  void Place(const std::string& path, const std::string& name, const fs::directory_entry& entry) {
+  void Place(const std::string& path, const std::string& name, const fs::directory_entry& entry,
+             bool isInIgnored) {
     if (path == Folder::kStoreName) return;
     std::error_code error;
     const fs::file_type type = entry.symlink_status(error).type();
     if (error) Fail("look at", path, error.value());
     const bool isFolder = type == fs::file_type::directory;
-    if (m_rules.Matches(path, isFolder) && !IsTracked(path)) return;
+    const bool isIgnored = isInIgnored || m_rules.Matches(path, isFolder);
+    if (isIgnored && !IsTracked(path)) return;
 
     if (name == Folder::kStoreName) {
       m_contents.skipped.push_back({path, "store of another history"});
@@ -134,26 +142,28 @@ class Lister {
     } else if (!ToWideExactly(name)) {
       m_contents.refused.push_back(path);
     } else if (isFolder) {
-      m_pending.push_back(path);
+      m_pending.push_back({path, isIgnored});
     } else {
       m_contents.files.push_back(path);
     }
   }
 
   bool IsTracked(const std::string& path) const {
-    return m_tracked && m_tracked->GetDeepObject(ToWide(path));
+    const WideString wide = ToWide(path);
+    return std::any_of(m_tracked.begin(), m_tracked.end(),
+                       [&](const TreePtr& tree) { return tree && tree->GetDeepObject(wide); });
   }
 
   const Folder& m_folder;
-  const TreePtr& m_tracked;
+  const std::vector<TreePtr>& m_tracked;
   const IgnoreRules& m_rules;
-  std::vector<std::string> m_pending;
+  std::vector<Pending> m_pending;
   FolderContents m_contents;
 };
 
 }  // namespace
 
-FolderContents Folder::List(const TreePtr& tracked) const {
+FolderContents Folder::List(const std::vector<TreePtr>& tracked) const {
   IgnoreRules rules;
   std::error_code error;
   if (fs::is_regular_file(fs::symlink_status(PathOf(kIgnoreName), error)))

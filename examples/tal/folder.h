@@ -32,8 +32,9 @@ class Folder {
   const std::filesystem::path& Top() const noexcept { return m_top; }
   std::filesystem::path PathOf(const std::string& path) const { return m_top / path; }
 
-  /// Lists the folder. What `tracked` holds is listed even where the ignore file names it.
-  FolderContents List(const TreePtr& tracked) const;
+  /// Lists the folder. What one of the trees holds is listed even where the ignore file names it or
+  /// a folder above it.
+  FolderContents List(const std::vector<TreePtr>& tracked) const;
 
   /// Reads a file, which may not be a symbolic link. Throws `Failure`.
   TalVcs::Buffer Read(const std::string& path) const;

@@ -129,7 +129,7 @@ void SaveWithFolder(Session& session, const TreePtr& before) {
   try {
     session.Save();
   } catch (const Failure&) {
-    update.Undo();
+    if (!session.IsSaved()) update.Undo();
     throw;
   }
 }

@@ -73,6 +73,8 @@ ExitCode RunLog(const Host& host, const LogOptions& options) {
 }
 
 ExitCode RunGraph(const Host& host, const GraphOptions& options) {
+  if (!options.output.empty() && (host.json || !(options.dot || options.svg)))
+    throw Failure("--output takes the picture of --dot or --svg", ExitCode::Usage);
   Session session(host, Access::Read);
   const History history = BuildHistory(session.Repository(), nullptr);
   if (host.json) {

@@ -165,6 +165,7 @@ ExitCode RunMerge(const Host& host, const MergeOptions& options) {
   }
   switch (outcome.way) {
     case Outcome::Way::Nothing:
+      if (host.json) PrintOutcome(host, outcome);
       host.terminal.Say("nothing to merge: it is all here");
       return ExitCode::Done;
     case Outcome::Way::Forward:

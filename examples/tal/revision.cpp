@@ -9,6 +9,7 @@ namespace Tal {
 namespace {
 
 constexpr std::size_t kLeastIdCharacters = 4;
+constexpr const char* kHead = "HEAD";
 
 CommitPtr FindById(const TalVcs::IRepository& repository, const std::string& prefix) {
   const bool isHex = prefix.find_first_not_of("0123456789abcdef") == std::string::npos;
@@ -23,15 +24,15 @@ CommitPtr FindById(const TalVcs::IRepository& repository, const std::string& pre
 }
 
 CommitPtr FindExactly(const TalVcs::IRepository& repository, const std::string& name) {
+  if (name == kHead) {
+    if (!repository.GetHead()) throw Failure("there is no commit yet");
+    return repository.GetHead();
+  }
   const WideString wide = ToWide(name);
   if (repository.GetStorage()->BranchExist(wide)) {
     const CommitPtr head = repository.GetHead(wide);
     if (!head) throw Failure("branch \"" + Printable(name) + "\" has no commit yet");
     return head;
-  }
-  if (name == "HEAD") {
-    if (!repository.GetHead()) throw Failure("there is no commit yet");
-    return repository.GetHead();
   }
   return FindById(repository, name);
 }
@@ -71,6 +72,10 @@ void CheckBranchName(const std::string& name) {
   if (name.empty()) throw Failure("a branch needs a name", ExitCode::Usage);
   if (!ToWideExactly(name)) {
     throw Failure("the name of a branch has to be UTF-8: \"" + Printable(name) + "\"",
+                  ExitCode::Usage);
+  }
+  if (name == kHead || SplitDistance(name)) {
+    throw Failure("\"" + Printable(name) + "\" tells a commit and can't name a branch",
                   ExitCode::Usage);
   }
 }

@@ -24,7 +24,14 @@ constexpr const char* kBranchFile = "tal-branch";
 constexpr const char* kFreedFile = "tal-freed";
 constexpr const char* kFirstBranch = "master";
 
+void CheckStart(const fs::path& start) {
+  std::error_code error;
+  if (!fs::is_directory(start, error))
+    throw Failure("there is no folder \"" + Printable(start.string()) + "\"", ExitCode::Usage);
+}
+
 fs::path FindTop(const fs::path& start) {
+  CheckStart(start);
   std::error_code error;
   fs::path absolute = fs::absolute(start).lexically_normal();
   if (!absolute.has_filename()) absolute = absolute.parent_path();
@@ -71,14 +78,15 @@ TalVcs::Repository MakeRepository() {
 }  // namespace
 
 void Session::Create(const Host& host) {
+  CheckStart(host.start);
   const fs::path folder = host.start / Folder::kStoreName;
-  std::error_code error;
-  if (!fs::create_directory(folder, error)) {
-    throw Failure(error ? "cannot make \"" + Printable(folder.string()) + "\": " + error.message()
-                        : "there is a store already");
-  }
-  WriteSmallFile(folder / kBranchFile, kFirstBranch);
   DirectoryStore store(host.start);
+  // This makes the folder, and keeps others from making a store in it at the same time.
+  if (!store.Lock()) throw Failure("the store can't be made: " + Printable(store.LastError()));
+  std::error_code error;
+  if (fs::exists(fs::symlink_status(folder / kStateFile, error)))
+    throw Failure("there is a store already");
+  WriteSmallFile(folder / kBranchFile, kFirstBranch);
   TalVcs::Serializer(&store, WideString()).CleanUpStorage();
   if (!store.Commit()) throw Failure("the store can't be made: " + Printable(store.LastError()));
 }
@@ -102,6 +110,12 @@ void Session::Load() {
   CountedReader reader(m_store, m_terminal, "loading");
   m_cameInWhole = TalVcs::Deserializer(&reader, WideString()).Deserialize(&m_repository);
   m_cameInWhole = m_cameInWhole && hasState;
+  if (!m_cameInWhole) {
+    m_whyNotWhole = m_store.LastError();
+    if (m_whyNotWhole.empty())
+      m_whyNotWhole = hasState ? "a branch doesn't come in whole"
+                               : "nothing was saved in it; tal init makes a store";
+  }
   const std::string branch = ReadSmallFile(folder / kBranchFile);
   const WideString name = ToWide(branch.empty() ? kFirstBranch : branch);
   m_repository.CreateBranch(name, nullptr);
@@ -109,11 +123,10 @@ void Session::Load() {
 }
 
 std::string Session::DescribeDamage() {
-  const std::string error = m_store.LastError();
-  std::string text;
-  for (const WideString& path : m_store.FindDamage()) text += "\n  " + Printable(ToUtf8(path));
-  if (!text.empty()) return "these objects are missing or changed:" + text;
-  return error.empty() ? "a branch doesn't come in whole" : Printable(error);
+  std::string paths;
+  for (const WideString& path : m_store.FindDamage()) paths += "\n  " + Printable(ToUtf8(path));
+  if (!paths.empty()) paths = "\nmissing, changed or unreadable:" + paths;
+  return Printable(m_whyNotWhole) + paths;
 }
 
 std::string Session::Branch() const { return ToUtf8(m_repository.GetCurentBranch()); }
@@ -125,8 +138,9 @@ void Session::Save() {
   }
   CountedWriter writer(m_store, m_terminal, "saving");
   const bool isWritten = TalVcs::Kit::SaveRepository(m_repository, writer, WideString());
-  if (!isWritten || !m_store.Commit())
-    throw Failure("the store can't be saved: " + Printable(m_store.LastError()));
+  if (isWritten && m_store.Commit()) return;
+  throw Failure((IsSaved() ? "saved, but not for certain: " : "the store can't be saved: ") +
+                Printable(m_store.LastError()));
 }
 
 void Session::SetBranch(const std::string& name) {

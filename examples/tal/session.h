@@ -43,14 +43,18 @@ class Session {
 
   /// False for a store of which not every branch came in as it was saved.
   bool CameInWhole() const noexcept { return m_cameInWhole; }
+  /// Why the store didn't come in whole, as far as the store can tell; otherwise empty.
+  const std::string& WhyNotWhole() const noexcept { return m_whyNotWhole; }
 
   /// The current branch, which has no commit yet after `Create`.
   std::string Branch() const;
   CommitPtr Head() const { return m_repository.GetHead(); }
 
-  /// Replaces the store by what the repository holds, in one step. Throws `Failure`, with the store
-  /// as it was, if that fails or if a commit wouldn't come back from the store.
+  /// Replaces the store by what the repository holds, in one step. Throws `Failure` if that fails
+  /// or if a commit wouldn't come back from the store. The store is then as it was, unless
+  /// `IsSaved` says that it was replaced, and just isn't known to outlive a loss of power.
   void Save();
+  bool IsSaved() const noexcept { return m_store.IsNewStateInPlace(); }
 
   /// Makes `name`, which has to exist, the current branch, for this session and later ones.
   void SetBranch(const std::string& name);
@@ -68,6 +72,7 @@ class Session {
   TalVcs::Kit::DirectoryStore m_store;
   TalVcs::Repository m_repository;
   bool m_cameInWhole = false;
+  std::string m_whyNotWhole;
 };
 
 /// Returns the commit that `name` tells: a branch, "HEAD" for the current one, or at least four

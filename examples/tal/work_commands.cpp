@@ -80,7 +80,7 @@ ExitCode RunInit(const Host& host) {
 ExitCode RunStatus(const Host& host) {
   Session session(host, Access::Read);
   const TreePtr tree = RootOf(session.Head());
-  const FolderContents contents = session.WorkFolder().List(tree);
+  const FolderContents contents = session.WorkFolder().List({tree});
   const std::vector<Change> changes =
       CompareFolder(session.WorkFolder(), contents, tree, host.terminal);
   if (host.json) {
@@ -98,7 +98,7 @@ ExitCode RunCommit(const Host& host, const CommitOptions& options) {
 
   Session session(host, Access::Change);
   const TreePtr before = RootOf(session.Head());
-  const FolderContents contents = session.WorkFolder().List(before);
+  const FolderContents contents = session.WorkFolder().List({before});
   SaySkipped(host, contents);
   RefuseNames(contents);
   const std::vector<Change> changes =

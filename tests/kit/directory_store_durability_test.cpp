@@ -19,6 +19,7 @@ class DirectoryStoreDurability : public testing::Test {
     DirectoryStore store(m_folder.Path(), options, m_files);
     const bool done = Save(m_state, store) && store.Commit();
     m_error = store.LastError();
+    m_isInPlace = store.IsNewStateInPlace();
     return done;
   }
 
@@ -41,6 +42,7 @@ class DirectoryStoreDurability : public testing::Test {
   std::shared_ptr<FaultyFileSystem> m_files = std::make_shared<FaultyFileSystem>();
   Repository m_state = NewState();
   std::string m_error;
+  bool m_isInPlace = false;
 };
 
 TEST_F(DirectoryStoreDurability, EverythingIsKeptBeforeTheStateIsReplaced) {
@@ -99,8 +101,33 @@ TEST_F(DirectoryStoreDurability, NewStateThatMayNotOutliveALossOfPowerIsReported
   std::filesystem::remove_all(m_folder.Path() / ".vcs");
   EXPECT_FALSE(SaveState());
   EXPECT_NE(m_error.find("in place"), std::string::npos) << m_error;
+  EXPECT_TRUE(m_isInPlace);
   DirectoryStore reader(m_folder.Path());
   EXPECT_EQ(Load(reader), Describe(m_state));
+}
+
+TEST_F(DirectoryStoreDurability, OldStateThatStaysIsToldApart) {
+  ASSERT_TRUE(SaveState());
+  EXPECT_TRUE(m_isInPlace);
+  const int rename = static_cast<int>(Last("Rename state"));
+  std::filesystem::remove_all(m_folder.Path() / ".vcs");
+  m_files->FailFrom(rename);
+  m_files->Restart();
+  EXPECT_FALSE(SaveState());
+  EXPECT_FALSE(m_isInPlace);
+}
+
+TEST_F(DirectoryStoreDurability, NothingIsInPlaceBeforeTheFirstCommitAndDuringTheNext) {
+  DirectoryStore store(m_folder.Path(), {}, m_files);
+  EXPECT_FALSE(store.IsNewStateInPlace());
+  ASSERT_TRUE(Save(m_state, store));
+  EXPECT_FALSE(store.IsNewStateInPlace());
+  ASSERT_TRUE(store.Commit());
+  EXPECT_TRUE(store.IsNewStateInPlace());
+  ASSERT_TRUE(Save(m_state, store));
+  EXPECT_FALSE(store.IsNewStateInPlace());
+  store.Abandon();
+  EXPECT_FALSE(store.IsNewStateInPlace());
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ if [ "$KIT" -eq 1 ]; then
   examples/tal --version
   "$CMAKE_COMMAND" -S "$here/installed" -B host -DCMAKE_PREFIX_PATH="$work/moved" >configure.txt
   "$CMAKE_COMMAND" --build host >build.txt || { cat build.txt; exit 1; }
-  host/kit_host
+  host/kit_host from_cmake
 fi
 
 # By pkg-config; its hosts say themselves where the libraries are at run time.
@@ -45,5 +45,5 @@ expect_quick_start ./quick_start
 
 if [ "$KIT" -eq 1 ]; then
   build_by_pkg_config talvcs-kit "$here/installed/kit_host.cpp" kit_host
-  ./kit_host
+  ./kit_host from_pkg_config
 fi

@@ -1,5 +1,5 @@
-"""Checks that the code on the first page is the example that is built and run, and that the page's
-links lead to files."""
+"""Checks that the code on the first page is the example that is built and run, that the guide's recipe
+for a store is what the host of the installed kit does, and that links lead to files."""
 
 import pathlib
 import re
@@ -12,6 +12,11 @@ errors = []
 shown = re.search(r"```cpp\n(.*?)```", page, re.DOTALL).group(1).strip()
 if shown not in example:
     errors.append("README.md shows other code than examples/quick_start.cpp")
+guide = (root / "docs/guide.md").read_text(encoding="utf-8")
+host = (root / "tests/package/installed/kit_host.cpp").read_text(encoding="utf-8")
+recipe = re.search(r"## A store\n.*?```cpp\n(.*?)```", guide, re.DOTALL).group(1).strip()
+if recipe not in host.replace("\n  ", "\n"):
+    errors.append("docs/guide.md shows another store than tests/package/installed/kit_host.cpp")
 for document in [root / "README.md", *sorted((root / "docs").glob("*.md"))]:
     prose = re.sub(r"```.*?```", "", document.read_text(encoding="utf-8"), flags=re.DOTALL)
     for link in re.findall(r"\]\(([^)#:]+)\)", prose):

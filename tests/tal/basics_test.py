@@ -1,9 +1,10 @@
 """Commits, and the commands that read them."""
 
 import base64
+import subprocess
 import unittest
 
-from support import DIFFERS, DONE, USAGE, TalTest, blob_id
+from support import DAMAGED, DIFFERS, DONE, PROGRAM, USAGE, TalTest, blob_id
 
 
 class Usage(TalTest):
@@ -28,6 +29,25 @@ class Usage(TalTest):
     def test_a_second_init_fails(self):
         self.tal("init")
         self.tal("init", code=DIFFERS)
+
+    def test_a_folder_that_is_not_there_is_wrong_usage(self):
+        self.tal("init")
+        self.write("file", "x")
+        for arguments in (["commit", "-m", "One"], ["status"], ["init"]):
+            self.tal("-C", "typo", *arguments, code=USAGE)
+            self.tal("-C", "file", *arguments, code=USAGE)
+        self.assertEqual(self.contents(), {b"file": b"x"})
+        self.assertFalse((self.folder / "typo").exists())
+
+    def test_an_init_that_failed_can_be_done_again(self):
+        limited = subprocess.run(
+            ["sh", "-c", "trap '' XFSZ; ulimit -f 0; exec \"$0\" init", PROGRAM], cwd=self.folder,
+            env=self.environment, capture_output=True, check=False)
+        self.assertEqual(limited.returncode, DIFFERS, limited.stderr)
+        self.tal("status", code=DAMAGED)
+        self.assertIn("tal init", self.talk)
+        self.tal("init")
+        self.tal("status")
 
     def test_a_command_finds_the_store_of_a_folder_above(self):
         self.tal("init")
@@ -144,6 +164,8 @@ class Reading(TalTest):
     def test_log_begins_where_it_is_told_and_ends_at_its_limit(self):
         self.assertEqual([c["description"] for c in self.read_json("log", "HEAD~1")], ["First"])
         self.assertEqual([c["description"] for c in self.read_json("log", "-n", "1")], ["Second"])
+        for limit in ("0", "-1", "x"):
+            self.tal("log", "-n", limit, code=USAGE)
 
     def test_commits_are_linked(self):
         second, first = self.read_json("log")
@@ -212,7 +234,7 @@ class Reading(TalTest):
         self.assertEqual(answer["bytes_of_all_commits"], 6 + 4 + 8 + 4 + 1)
         self.assertEqual(answer["store_objects"], 9)
         self.assertEqual(answer["unreached_bytes"], 0)
-        self.assertIn("sharing", self.tal("stat"))
+        self.assertIn("5 files of all commits, 23 B, are 4 blobs, 19 B\n", self.tal("stat"))
 
     def test_verify_finds_a_whole_store(self):
         answer = self.read_json("verify")

@@ -37,6 +37,11 @@ class Branches(TalTest):
         self.tal("branch", "-d", code=USAGE)
         self.tal("branch", "new", "nowhere", code=DIFFERS)
         self.tal("branch", b"bad \xff", code=USAGE)
+        for name in ("HEAD", "a~1", "a~"):
+            self.tal("branch", name, code=USAGE)
+            self.tal("switch", "-c", name, code=USAGE)
+        self.tal("branch", "a~b")
+        self.tal("branch", "-d", "a~b")
         self.tal("switch", "nowhere", code=DIFFERS)
         self.assertEqual(self.names(), ["master"])
 

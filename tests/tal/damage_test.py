@@ -1,10 +1,11 @@
 """Stores that are damaged, hostile, or in use by another process."""
 
 import os
+import shutil
 import subprocess
 import unittest
 
-from support import DAMAGED, DIFFERS, PROGRAM, TalTest
+from support import DAMAGED, DIFFERS, PROGRAM, TalTest, can_trace
 
 MAKE_BRANCH = os.environ["TAL_MAKE_BRANCH"]
 
@@ -66,7 +67,10 @@ class Damage(TalTest):
     def test_an_unreadable_folder_is_told(self):
         (self.folder / ".vcs/state").unlink()
         (self.folder / ".vcs/state").mkdir()
-        self.tal("log", code=DAMAGED)
+        for command in ("log", "verify"):
+            self.tal(command, code=DAMAGED)
+            self.assertIn("Is a directory", self.talk)
+        self.assertIn("Is a directory", self.read_json("verify", code=DAMAGED)["reason"])
 
 
 class HostileStore(TalTest):
@@ -131,6 +135,58 @@ class Locking(TalTest):
         self.assertEqual(first.returncode, 0)
         self.tal("commit", "-m", "Now")
         self.tal("verify")
+
+
+@unittest.skipUnless(can_trace(), "strace isn't there or may not trace")
+class FailingDisk(TalTest):
+    SYNCS = "fsync,fdatasync,syncfs"
+
+    def merge_under_strace(self, folder, *injection):
+        trace = self.scratch / "trace"
+        result = subprocess.run(
+            ["strace", "-qq", "-o", trace, "-e", "trace=" + self.SYNCS, *injection, PROGRAM, "merge",
+             "topic"], cwd=folder, env=self.environment, capture_output=True, check=False)
+        calls = trace.read_text().splitlines()
+        return result, [line.partition("(")[0] for line in calls]
+
+    def test_files_follow_a_store_that_was_replaced_but_not_kept(self):
+        # The check for leaks can't work in a process that is traced already.
+        self.environment["ASAN_OPTIONS"] = (
+            self.environment.get("ASAN_OPTIONS", "") + ":detect_leaks=0")
+        self.tal("init")
+        self.commit("First", a="1")
+        self.tal("switch", "-c", "topic")
+        self.commit("On the topic", a="2")
+        self.tal("switch", "master")
+        copy = self.scratch / "copy"
+        shutil.copytree(self.folder, copy)
+        result, calls = self.merge_under_strace(copy)
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+        # The last call is for the folder in which the new state took the old one's place.
+        last = calls[-1]
+        result, _ = self.merge_under_strace(
+            self.folder, "-e", f"inject={last}:error=EIO:when={calls.count(last)}")
+        self.assertEqual(result.returncode, DIFFERS, result.stderr)
+        self.assertIn(b"in place", result.stderr)
+        self.assertEqual(self.head(), self.head("topic"))
+        self.assertEqual(self.read("a.txt"), b"2")
+        self.assertEqual(self.read_json("status")["changes"], [])
+
+        # One that comes before it leaves the store and the files as they were.
+        shutil.rmtree(self.folder)
+        self.folder.mkdir()
+        self.tal("init")
+        self.commit("First", a="1")
+        self.tal("switch", "-c", "topic")
+        self.commit("On the topic", a="2")
+        self.tal("switch", "master")
+        result, _ = self.merge_under_strace(
+            self.folder, "-e", f"inject={last}:error=EIO:when={calls.count(last) - 1}")
+        self.assertEqual(result.returncode, DIFFERS, result.stderr)
+        self.assertNotEqual(self.head(), self.head("topic"))
+        self.assertEqual(self.read("a.txt"), b"1")
+        self.tal("merge", "topic")
 
 
 if __name__ == "__main__":

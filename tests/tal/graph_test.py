@@ -79,6 +79,9 @@ class Svg(GraphTest):
         self.assertEqual((self.scratch / "graph.svg").read_bytes(),
                          self.run_tal("graph", "--svg").stdout)
         self.tal("graph", "--svg", "-o", str(self.scratch / "no/such/folder"), code=DIFFERS)
+        for arguments in ([], ["--svg", "--json"]):
+            self.tal("graph", *arguments, "-o", str(self.scratch / "other"), code=USAGE)
+        self.assertFalse((self.scratch / "other").exists())
 
 
 class Dot(GraphTest):

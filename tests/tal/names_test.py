@@ -141,8 +141,22 @@ class Ignoring(TalTest):
         self.write(".talignore", "*.o\nbuild/\n")
         self.write("old.o", "2")
         self.write("new.o", "2")
+        self.write("build/new", "2")
+        self.write("build/deep/new", "2")
         changes = [c["path"] for c in self.read_json("status")["changes"]]
         self.assertEqual(changes, [".talignore", "old.o"])
+
+    def test_a_comparison_knows_what_is_in_either_commit(self):
+        self.write("old.o", "1")
+        self.tal("commit", "-m", "With it")
+        self.write(".talignore", "*.o\n")
+        self.remove("old.o")
+        self.write("kept", "1")
+        self.tal("commit", "-m", "Without it")
+        self.write("old.o", "2")
+        self.assertEqual(self.tal("diff"), "")
+        self.assertEqual(self.tal("diff", "--names", "HEAD~", code=DIFFERS),
+                         "A\t.talignore\nA\tkept\nC\told.o\n")
 
 
 class Json(TalTest):
@@ -161,7 +175,7 @@ class Json(TalTest):
         for arguments, code in ((["status"], 0), (["log"], 0), (["log", "--all"], 0), (["show"], 0),
                                 (["ls"], 0), (["cat", "a.txt"], 0), (["diff", "HEAD~"], 1),
                                 (["branch"], 0), (["verify"], 0), (["stat"], 0), (["graph"], 0),
-                                (["merge", "--dry-run", "HEAD~"], 0)):
+                                (["merge", "--dry-run", "HEAD~"], 0), (["merge", "HEAD~"], 0)):
             json.loads(self.tal(*arguments, "--json", code=code))
 
 

@@ -23,6 +23,12 @@ def scratch_parent():
     return memory if room.f_bavail * room.f_frsize > 1 << 29 else None
 
 
+def can_trace():
+    """Tells whether strace is there and may trace."""
+    return shutil.which("strace") is not None and subprocess.run(
+        ["strace", "-o", os.devnull, "true"], capture_output=True, check=False).returncode == 0
+
+
 class TalTest(unittest.TestCase):
     """Runs the program in `self.folder`, which is empty at first."""
 

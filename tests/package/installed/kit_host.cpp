@@ -1,5 +1,7 @@
-// A host of the installed kit: saves a repository into a store in memory and loads it back.
+// A host of the installed kit: saves a repository into a store in memory and into one in the folder
+// that it is told, and loads it back from both.
 
+#include <kit/directory_store.h>
 #include <kit/memory_store.h>
 #include <kit/save_repository.h>
 #include <kit/text.h>
@@ -10,7 +12,23 @@
 
 namespace vcs = TalVcs;
 
-int main() {
+namespace {
+
+/// The recipe of docs/guide.md.
+bool ComesBackFromFolder(vcs::Repository& repository, const char* folder) {
+  vcs::Kit::DirectoryStore store(folder);
+  const bool saved = vcs::Kit::SaveRepository(repository, store, TAL_WIDE("")) && store.Commit();
+  if (!saved) std::cerr << store.LastError() << '\n';
+
+  vcs::Repository loaded(std::make_unique<vcs::MemObjectsStorage>());
+  const bool whole = vcs::Deserializer(&store, TAL_WIDE("")).Deserialize(&loaded);
+  return saved && whole && loaded.GetHead()->GetId() == repository.GetHead()->GetId();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) return 1;
   vcs::Repository saved(std::make_unique<vcs::MemObjectsStorage>());
   vcs::Commit commit(&saved, false);
   commit.AddBlob(&saved, TAL_WIDE("hello.txt"), vcs::Kit::BlobFromBytes("Hello\n"));
@@ -24,5 +42,6 @@ int main() {
   if (!vcs::Deserializer(&store, folder).Deserialize(&loaded)) return 1;
   const auto blob = loaded.GetHead()->GetBlob(TAL_WIDE("hello.txt"));
   std::cout << vcs::Kit::BytesFromBlob(*blob);
-  return loaded.GetHead()->GetId() == saved.GetHead()->GetId() ? 0 : 1;
+  const bool same = loaded.GetHead()->GetId() == saved.GetHead()->GetId();
+  return same && ComesBackFromFolder(saved, argv[1]) ? 0 : 1;
 }
