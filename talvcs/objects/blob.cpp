@@ -1,6 +1,7 @@
 #include <talvcs/objects/blob.h>
 
 #include <talvcs/foundation/data_encoding.h>
+#include <talvcs/foundation/exact_type.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/foundation/sha256_many.h>
 #include <talvcs/objects/dll_wrapped_shared.h>
@@ -30,12 +31,15 @@ Blob& Blob::operator=(Blob&& other) {
   return *this;
 }
 
-Id Blob::GetId() const { return IdOfData(kType, m_buffer); }
+Id Blob::GetId() const {
+  return TalUtils::IsExactly<Blob>(*this) ? IdOfData(kType, m_buffer) : Object::GetId();
+}
 TalStringT<char> Blob::GetHeader() const { return kType; }
 TalStringT<char> Blob::GetStoragePrefix() const { return kMode; }
 const Buffer& Blob::GetData() const { return m_buffer; }
 
 Buffer Blob::BuildPackedData() const {
+  if (!TalUtils::IsExactly<Blob>(*this)) return GetPackedData();
   return CachedPackedData().IsEmpty() ? Pack(kType, m_buffer) : CachedPackedData();
 }
 
@@ -57,6 +61,7 @@ void Blob::ComputeIds(std::span<const Blob* const> blobs) {
   };
   for (const Blob* blob : blobs) {
     if (blob == nullptr || blob->HasId() || blob->m_buffer.GetSegmentCount() != 1) continue;
+    if (!TalUtils::IsExactly<Blob>(*blob)) continue;
     const auto body = blob->m_buffer.GetSegment(0);
     if (body.size() < kFewestBytes) continue;
     headers[count].emplace(kType, body.size());

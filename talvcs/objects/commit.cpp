@@ -36,14 +36,28 @@ Commit::Commit(Commit&& other)
       m_isAmend(other.m_isAmend),
       m_data(std::move(other.m_data)) {}
 
-Commit& Commit::operator=(const Commit& other) = default;
+// In both assignments the old parent ends last: it may be what keeps `other` alive.
+Commit& Commit::operator=(const Commit& other) {
+  if (this == &other) return *this;
+  Object::operator=(other);
+  m_data = other.m_data;
+  const cow_ptr<Commit> old_parent = std::exchange(m_parent, other.m_parent);
+  m_tree = other.m_tree;
+  m_description = other.m_description;
+  m_authorName = other.m_authorName;
+  m_authorEmail = other.m_authorEmail;
+  m_commitTime = other.m_commitTime;
+  m_commitTimezoneBias = other.m_commitTimezoneBias;
+  m_isAmend = other.m_isAmend;
+  return *this;
+}
 
 Commit& Commit::operator=(Commit&& other) {
   if (this == &other) return *this;
   other.KeepAllCaches();
   Object::operator=(other);
   m_tree = std::move(other.m_tree);
-  m_parent = std::move(other.m_parent);
+  const cow_ptr<Commit> old_parent = std::exchange(m_parent, std::move(other.m_parent));
   m_description = std::move(other.m_description);
   m_authorName = std::move(other.m_authorName);
   m_authorEmail = std::move(other.m_authorEmail);
@@ -175,14 +189,15 @@ void Commit::RebuildTree(IRepository* repository) {
 void CommitAccess::Rewrite(cow_ptr<Commit>& commit, cow_ptr<Commit> parent,
                            IRepository& repository) {
   commit.write()->SetParent(std::move(parent));
-  commit = repository.SyncWithStorage(std::move(commit));
+  commit = repository.SyncWithStorage(commit);
 }
 
+// The list keeps its handles while the storage works: should that throw, no commit is lost.
 bool Commit::MakeCommitLinksInOrder(std::vector<cow_ptr<Commit>>& commits,
                                     IRepository* repository) {
   if (repository == nullptr || commits.empty()) return false;
   commits.back().write()->ResetState();
-  commits.back() = repository->SyncWithStorage(std::move(commits.back()));
+  commits.back() = repository->SyncWithStorage(commits.back());
   for (std::size_t index = commits.size() - 1; index-- > 0;) {
     const cow_ptr<Commit>& behind = commits[index + 1];
     if (commits[index] && behind) CommitAccess::Rewrite(commits[index], behind, *repository);

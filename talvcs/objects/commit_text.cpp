@@ -1,3 +1,4 @@
+#include <talvcs/foundation/exact_type.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/objects/commit.h>
 
@@ -43,6 +44,7 @@ TalStringT<char> Commit::GetStoragePrefix() const { return {}; }
 Id Commit::GetId() const {
   if (!HasId()) {
     ComputeIdsOfParents();
+    if (!TalUtils::IsExactly<Commit>(*this)) return Object::GetId();
     IdOfData(kType, m_data.IsEmpty() ? BuildText() : m_data);
   }
   return CachedId();
@@ -54,6 +56,7 @@ const Buffer& Commit::GetData() const {
 }
 
 Buffer Commit::BuildPackedData() const {
+  if (!TalUtils::IsExactly<Commit>(*this)) return GetPackedData();
   if (!CachedPackedData().IsEmpty()) return CachedPackedData();
   return Pack(kType, m_data.IsEmpty() ? BuildText() : m_data);
 }

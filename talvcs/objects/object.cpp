@@ -69,7 +69,9 @@ Buffer Object::Pack(TalStringViewT<char> type, const Buffer& data) {
 }
 
 const Id& Object::IdOfData(TalStringViewT<char> type, const Buffer& data) const {
-  if (!HasId()) {
+  if (!HasId() && type.length > PackedHeader::kMostTypeLength) {
+    m_id = Id(Helpers::ComputeEncodedSHA256Hash(Pack(type, data)));
+  } else if (!HasId()) {
     const PackedHeader header(type, data.GetSize());
     TalUtils::Sha256 hash;
     hash.Update(header.GetData(), header.GetSize());

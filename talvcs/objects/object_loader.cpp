@@ -244,15 +244,15 @@ void ObjectLoader::AddEntry(OpenTree& tree, TalStringViewT<char> name, const cow
   }
 }
 
-// Stores the tree that was read. A tree whose content has another id than its stream is remembered
-// under that; one that is stored under its id needn't be.
+// Stores the tree that was read. One that the storage has under the id of its stream can be found
+// there, any other is remembered.
 cow_ptr<Tree> ObjectLoader::CloseTree(OpenTree& tree) {
   if (tree.failed) return nullptr;
   if (tree.builder) TreeAccess::AdoptEntries(*tree.tree.write(), *tree.builder, tree.former.List());
   const Tree* own = tree.tree.get();
   cow_ptr<Tree> stored = m_repository->SyncWithStorage(std::move(tree.tree));
   if (stored.get() == own) m_ownTrees.insert(own);
-  if (stored && stored->GetId() == tree.id) {
+  if (stored && stored->GetId() == tree.id && m_repository->GetTreeFromStorage(tree.id)) {
     m_otherTrees.erase(tree.id);
   } else {
     m_otherTrees[tree.id] = stored;
@@ -267,7 +267,8 @@ cow_ptr<Blob> ObjectLoader::LoadBlob(const Id& id) {
   StreamIO stream = m_getter(id);
   cow_ptr<Blob> blob = Blob::Deserialize(stream);
   if (blob) blob = m_repository->SyncWithStorage(std::move(blob));
-  if (!blob || !(blob->GetId() == id)) m_otherBlobs.emplace(id, blob);
+  if (!(blob && blob->GetId() == id && m_repository->GetBlobFromStorage(id)))
+    m_otherBlobs.emplace(id, blob);
   return blob;
 }
 

@@ -11,7 +11,9 @@ namespace TalVcs {
 /// The bytes in front of an object's data: type word, blank, decimal size, a zero byte.
 class PackedHeader {
  public:
-  /// `type` has at most 32 characters.
+  /// The longest type word that a header has room for.
+  static constexpr int kMostTypeLength = 32;
+
   PackedHeader(TalStringViewT<char> type, std::uint64_t size) noexcept {
     std::memcpy(m_bytes, type.text, static_cast<std::size_t>(type.length));
     char* at = m_bytes + type.length;

@@ -1,6 +1,7 @@
 #include <talvcs/objects/tree.h>
 
 #include <talvcs/foundation/data_encoding.h>
+#include <talvcs/foundation/exact_type.h>
 #include <talvcs/objects/packed_header.h>
 #include <talvcs/objects/tree_entries.h>
 
@@ -20,10 +21,11 @@ Tree::Tree(Tree&& other)
       m_entries(std::exchange(other.m_entries, nullptr)),
       m_treeData(std::move(other.m_treeData)) {}
 
+// In both assignments the old entries end last: they may be what keeps `other` alive.
 Tree& Tree::operator=(const Tree& other) {
   Object::operator=(other);
-  TreeEntries::Release(std::exchange(m_entries, TreeEntries::Share(other.m_entries)));
   m_treeData = other.m_treeData;
+  TreeEntries::Release(std::exchange(m_entries, TreeEntries::Share(other.m_entries)));
   return *this;
 }
 
@@ -31,14 +33,15 @@ Tree& Tree::operator=(Tree&& other) {
   if (this == &other) return *this;
   other.KeepCaches();
   Object::operator=(other);
-  TreeEntries::Release(std::exchange(m_entries, std::exchange(other.m_entries, nullptr)));
   m_treeData = std::move(other.m_treeData);
+  TreeEntries::Release(std::exchange(m_entries, std::exchange(other.m_entries, nullptr)));
   return *this;
 }
 
 Tree::~Tree() { TreeEntries::Release(m_entries); }
 
 Id Tree::GetId() const {
+  if (!TalUtils::IsExactly<Tree>(*this)) return Object::GetId();
   if (!HasId()) {
     const auto digest = TreeEntries::ComputeDigest(m_entries);
     CacheId(Id(TalUtils::DataEncoding::HexEncode(digest.data(), digest.size())));
@@ -71,6 +74,7 @@ void Tree::AppendRecordsTo(Buffer& target) const {
 }
 
 Buffer Tree::BuildPackedData() const {
+  if (!TalUtils::IsExactly<Tree>(*this)) return GetPackedData();
   if (!CachedPackedData().IsEmpty()) return CachedPackedData();
   const PackedHeader header(kType, m_entries == nullptr ? 0 : m_entries->RecordBytes());
   Buffer packed;
@@ -101,6 +105,10 @@ std::uint64_t Tree::GetDeepBlobCount() const {
   std::vector<const Tree*> open{this};
   while (!open.empty()) {
     const Tree* tree = open.back();
+    if (counts.contains(tree)) {
+      open.pop_back();  // it was open twice, as two entries name it
+      continue;
+    }
     std::uint64_t count = tree->GetLocalBlobCount();
     const std::size_t before = open.size();
     if (tree->m_entries != nullptr && tree->m_entries->TreeCount() != 0) {

@@ -1,5 +1,6 @@
 #include <talvcs/persistence/packed_writer.h>
 
+#include <talvcs/foundation/exact_type.h>
 #include <talvcs/objects/packed_header.h>
 #include <talvcs/objects/tree_access.h>
 
@@ -8,8 +9,8 @@
 namespace TalVcs {
 
 void PackedWriter::Write(const Blob& blob) {
-  if (!blob.CachedPackedData().IsEmpty()) {
-    Write(blob.CachedPackedData());
+  if (!blob.CachedPackedData().IsEmpty() || !TalUtils::IsExactly<Blob>(blob)) {
+    Write(blob.GetPackedData());
     return;
   }
   const Buffer& data = blob.GetData();
@@ -18,8 +19,8 @@ void PackedWriter::Write(const Blob& blob) {
 }
 
 void PackedWriter::Write(const Tree& tree) {
-  if (!tree.CachedPackedData().IsEmpty()) {
-    Write(tree.CachedPackedData());
+  if (!tree.CachedPackedData().IsEmpty() || !TalUtils::IsExactly<Tree>(tree)) {
+    Write(tree.GetPackedData());
     return;
   }
   const TreeEntries* entries = TreeAccess::Entries(tree);

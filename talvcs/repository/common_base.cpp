@@ -16,9 +16,11 @@
 // stood on, so the cost follows the larger distance and not the depth of the history.
 //
 // Commits count as the same when their ids are equal. Stored commits are one instance an id, so the
-// walkers look for instances, which needs no id to be read, and ids decide at the end: chains whose
-// ids are equal at some commit are equal from there to the root, so from the common instance, or
-// from the two roots, the search goes down again as long as the ids on both sides agree.
+// walkers look for instances, which needs no id to be read: of ids, each of them would cost a wait
+// for memory. Only chains that were stored apart are walked to their roots. Ids decide at the end:
+// chains whose ids are equal at some commit are equal from there to the root, so from the common
+// instance, or from the two roots, the search goes down again as long as the ids on both sides
+// agree.
 
 namespace TalVcs {
 

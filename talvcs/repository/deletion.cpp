@@ -1,5 +1,7 @@
+#include <talvcs/foundation/exact_type.h>
 #include <talvcs/objects/commit_access.h>
 #include <talvcs/repository/repository.h>
+#include <talvcs/storage/mem_objects_storage.h>
 
 #include <unordered_map>
 #include <utility>
@@ -18,15 +20,30 @@ namespace {
 
 using BranchNames = std::vector<TalStringT<WideChar>>;
 
-/// The branches by the instance of their head, each commit's in the order of the table. The storage
-/// would look at every branch for each commit.
-std::unordered_map<const Commit*, BranchNames> BranchesByHead(const RefTable& refs) {
-  std::unordered_map<const Commit*, BranchNames> branches;
-  for (const auto& [name, head] : refs) {
-    if (head) branches[head.get()].push_back(name);
+/// Tells which branches stand on a commit. A host's storage is asked for each. The library's own
+/// one would look at every branch each time, so its branches are sorted by their heads' instances
+/// first.
+class BranchFinder {
+ public:
+  explicit BranchFinder(const IObjectsStorage& storage)
+      : m_storage(storage), m_isSorted(TalUtils::IsExactly<MemObjectsStorage>(storage)) {
+    if (!m_isSorted) return;
+    for (const auto& [name, head] : storage.GetRefs()) {
+      if (head) m_branches[head.get()].push_back(name);
+    }
   }
-  return branches;
-}
+
+  BranchNames Find(const cow_ptr<Commit>& commit) const {
+    if (!m_isSorted) return m_storage.GetCommitBranches(commit);
+    const auto found = m_branches.find(commit.get());
+    return found == m_branches.end() ? BranchNames() : found->second;
+  }
+
+ private:
+  const IObjectsStorage& m_storage;
+  bool m_isSorted;
+  std::unordered_map<const Commit*, BranchNames> m_branches;
+};
 
 }  // namespace
 
@@ -35,13 +52,13 @@ bool Repository::DeleteCommits(cow_ptr<Commit> commit) {
   if (!commit || !CommitAccess::Parent(*commit)) return true;
   std::vector<cow_ptr<Commit>> kept;
   std::vector<BranchNames> branches_of_kept;
-  auto branches = BranchesByHead(m_storage->GetRefs());
+  const BranchFinder branches(*m_storage);
   for (cow_ptr<Commit> at = std::move(commit); at;) {
-    const auto found = branches.find(at.get());
-    if (found != branches.end()) {
+    BranchNames names = branches.Find(at);
+    if (!names.empty()) {
       kept.push_back(at);
       kept.back().write()->SetParent(nullptr);
-      branches_of_kept.push_back(std::move(found->second));
+      branches_of_kept.push_back(std::move(names));
     }
     m_storage->DeleteCommit(at);
     cow_ptr<Commit> parent = at->GetParent();

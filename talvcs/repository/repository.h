@@ -29,8 +29,9 @@ namespace TalVcs {
 /// Commits form chains that fork but never join; a merge makes a commit with one parent too.
 /// Objects that nothing uses any more stay until `UpdateStorage`.
 ///
-/// Threads: a repository and all that is reachable from it belong to one thread at a time. Separate
-/// repositories may be used by separate threads.
+/// Threads: a repository and all that is reachable from it belong to one thread at a time.
+/// Repositories that share no object may be used by separate threads; a repository and its copy
+/// share all that the copy began with.
 class TALVCS_API Repository : public IRepository {
  public:
   /// Takes over `storage`, which may be null.
@@ -93,7 +94,8 @@ class TALVCS_API Repository : public IRepository {
   /// Returns the nearest commit that both are or descend from, found along their parents without
   /// the storage; null if there is none or an argument is null. Of two instances of one id, the
   /// result is the one on the chain of the later finder, the second argument's at equal distance.
-  /// Cost: linear in the larger distance.
+  /// Cost: linear in the larger distance where both chains come to one instance, as chains of one
+  /// storage do; in the length of both chains where they are instances apart.
   cow_ptr<Commit> GetCommonBase(cow_ptr<Commit> first, cow_ptr<Commit> second) const override;
 
   /// Makes an existing branch the current one; false for one that doesn't exist.

@@ -30,7 +30,8 @@ class TALVCS_API IObjectsStorage {
  public:
   virtual ~IObjectsStorage();
 
-  /// Returns a second storage with the same entries, which share the objects.
+  /// Returns a second storage with the same entries, which share the objects, and so belongs to the
+  /// same thread.
   virtual std::unique_ptr<IObjectsStorage> Clone() const = 0;
 
   /// Return the stored instance of that id, or null.

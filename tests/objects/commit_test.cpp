@@ -235,5 +235,17 @@ TEST_F(CommitState, IsAnObjectLikeAnyOther) {
                                           "committer  <> 0 +0000\n\n\n"));
 }
 
+// The parent is held by the commit alone, which lets go of it while it takes its fields over.
+TEST_F(CommitState, AssignmentOfTheParentThatNobodyElseHoldsTakesItsFieldsOver) {
+  Commit child;
+  {
+    cow_ptr<Commit> parent = Make<Commit>(*m_head);
+    child.SetParent(std::move(parent));
+  }
+  child = *child.GetParent().get();
+  ExpectFieldsOfHead(child);
+  EXPECT_TRUE(child.GetParent() == m_parent);
+}
+
 }  // namespace
 }  // namespace TalVcs::Testing

@@ -83,6 +83,26 @@ TEST(ObjectId, GoesThroughTheVirtualPackedData) {
   EXPECT_EQ(IdOf(Packer()), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
+/// Has its id computed without a packed form.
+class Quick final : public Note {
+ public:
+  using Note::Note;
+  Id GetId() const override {
+    const TalStringT<char> type = GetHeader();
+    return IdOfData(type, GetData());
+  }
+};
+
+TEST(ObjectId, OfDataTakesTypeWordsOfAnyLength) {
+  EXPECT_EQ(IdOf(Quick("abc")), kNoteId);
+  EXPECT_EQ(IdOf(Quick("abc", std::string(32, 'n'))),
+            "73e49a6f1865e7c8c0e01fd4368e7eebd37959ee4ac3cbf06c1e6c17656bbb20");
+  EXPECT_EQ(IdOf(Quick("abc", std::string(33, 'n'))),
+            "90988ea6b5b064a399570528ed696899cdad09ba4d265bb67cc2c6713e06b0d5");
+  EXPECT_EQ(IdOf(Quick("abc", std::string(200, 'n'))),
+            "6051b2a01e3028899a28634e5e9bb1be2a61ee4ba3f36284970fecbd91e6bd0d");
+}
+
 TEST(ObjectResetState, DropsIdAndPackedForm) {
   Note note("abc");
   EXPECT_EQ(IdOf(note), kNoteId);

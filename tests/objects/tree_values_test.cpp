@@ -173,5 +173,15 @@ TEST(TreeNullEntries, CanBeRemovedAndReplaced) {
   EXPECT_EQ(IdOf(tree), kAId);
 }
 
+// The child is held by the tree alone, which lets go of it while it takes its entries over.
+TEST_F(TreeValues, AssignmentOfAChildThatNobodyElseHoldsTakesItsEntriesOver) {
+  RecordingRepository passing(RecordingRepository::Mode::kPassThrough);
+  Tree tree = TreeOf(&passing, {{"d/a", "x"}, {"f", "y"}});
+  tree.GetLocalTree(TAL_WIDE("d"))->GetData();
+  tree = *tree.GetLocalTree(TAL_WIDE("d")).get();
+  EXPECT_EQ(IdOf(tree), kAId);
+  EXPECT_EQ(Bytes(tree.GetData()).substr(0, 14), std::string("100644 blob a\0", 14));
+}
+
 }  // namespace
 }  // namespace TalVcs::Testing

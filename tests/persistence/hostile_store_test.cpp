@@ -137,6 +137,22 @@ TEST_F(HostileStore, HundredThousandEntriesLoad) {
   EXPECT_EQ(store.CountOpens(FakeId(7)), 1u);
 }
 
+// A look at each pair of names would make this test run into its time limit.
+TEST_F(HostileStore, ManyNamesOfOneSubtreeAreCountedAsFast) {
+  constexpr unsigned kNames = 150000;
+  const auto names_of = [](const std::string& type, const std::string& id) {
+    std::string records;
+    for (unsigned i = 0; i < kNames; ++i) records += Record(type, std::to_string(100000 + i), id);
+    return Packed("tree", records);
+  };
+  store.PutObject(FakeId(7), Packed("blob", "1"));
+  store.PutObject(FakeId(8), Packed("tree", Record("blob", "f", FakeId(7))));
+  store.PutObject(FakeId(9), names_of("tree", FakeId(8)));
+  PutCommitOnTree(names_of("tree", FakeId(9)));
+  EXPECT_FALSE(Load());
+  EXPECT_EQ(OnlyCommit()->GetTree()->GetBlobCount(), std::uint64_t{kNames} * kNames);
+}
+
 TEST_F(HostileStore, HeaderOfManyBytesWithoutAZeroIsNoObject) {
   PutCommitOnTree(std::string(1 << 20, 't'));
   EXPECT_FALSE(Load());

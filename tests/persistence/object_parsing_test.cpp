@@ -1,5 +1,7 @@
 // The parsers of packed blobs and trees: what each takes, one stream at a time.
 
+#include <talvcs/foundation/helpers.h>
+
 #include <gmock/gmock.h>
 #include <tests/support/parsing_fixture.h>
 
@@ -184,6 +186,25 @@ TEST_F(TreeParsing, CommitTreeIsAHandleOnTheTreeOrNull) {
   EXPECT_EQ(ListingOf(handle->GetRoot()), "a=1");
   EXPECT_FALSE(CommitTree::Deserialize(IdOfText(FakeId(9)), &repository, Getter()));
   EXPECT_FALSE(CommitTree::Deserialize(Id(), &repository, Getter()));
+}
+
+// Each directory holds the next one twice. Nothing is stored that a second look could find.
+TEST_F(TreeParsing, WithoutAStorageEachStreamIsReadOnceAsWell) {
+  const auto put = [this](const std::string& bytes) {
+    const std::string id = Ascii(Helpers::ComputeEncodedSHA256Hash(bytes.data(), bytes.size()));
+    streams[id] = bytes;
+    return id;
+  };
+  const std::string blob = put(Packed("blob", "1"));
+  std::string top = put(Packed("tree", Record("blob", "a", blob) + Record("blob", "b", blob)));
+  for (int level = 0; level < 15; ++level)
+    top = put(Packed("tree", Record("tree", "a", top) + Record("tree", "b", top)));
+  Repository without(nullptr);
+  const cow_ptr<Tree> tree = Tree::Deserialize(IdOfText(top), &without, Getter());
+  ASSERT_TRUE(tree);
+  EXPECT_EQ(IdOf(*tree), top);
+  EXPECT_EQ(asked.size(), 17u);
+  EXPECT_EQ(tree->GetDeepBlobCount(), 65536u);
 }
 
 }  // namespace

@@ -4,6 +4,9 @@
 #include <tests/support/contents.h>
 #include <tests/support/history_drawing.h>
 
+#include <memory>
+#include <new>
+#include <utility>
 #include <vector>
 
 namespace TalVcs::Testing {
@@ -107,6 +110,34 @@ TEST_F(MakeCommitLinksInOrder, NullAloneBecomesADefaultCommit) {
   EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
   ASSERT_TRUE(commits[0]);
   EXPECT_EQ(repository.GetCommitFromStorage(Make<Commit>()->GetId()), commits[0]);
+}
+
+/// Has no memory for one of the commits that it is to store.
+class ShortOfMemory : public Repository {
+ public:
+  explicit ShortOfMemory(int stored_before)
+      : Repository(std::make_unique<MemObjectsStorage>()), m_left(stored_before) {}
+  using Repository::SyncWithStorage;
+  cow_ptr<Commit> SyncWithStorage(cow_ptr<Commit> commit) override {
+    if (m_left-- == 0) throw std::bad_alloc();
+    return Repository::SyncWithStorage(std::move(commit));
+  }
+
+ private:
+  int m_left;
+};
+
+TEST(MakeCommitLinksInOrderWithoutMemory, KeepsTheHandlesForTheNextCall) {
+  for (int stored = 0; stored < 3; ++stored) {
+    ShortOfMemory repository(stored);
+    std::vector<cow_ptr<Commit>> commits;
+    for (const char* name : {"C", "B", "A"}) commits.push_back(MakeCommit(repository, name));
+    EXPECT_THROW(Commit::MakeCommitLinksInOrder(commits, &repository), std::bad_alloc);
+    for (const auto& commit : commits) ASSERT_TRUE(commit) << stored;
+    EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
+    EXPECT_EQ(ChainOf(commits[0]), "A-B-C");
+    EXPECT_EQ(IdOf(commits[0]), IdOfChain("A-B-C"));
+  }
 }
 
 }  // namespace

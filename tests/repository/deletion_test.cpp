@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace TalVcs::Testing {
 namespace {
@@ -208,6 +209,28 @@ class RefusingRepository : public Repository {
   bool refuses = false;
   int moves = 0;
 };
+
+/// Says of one commit that a branch stands on it, and counts how often it is asked.
+class GuardingStorage : public MemObjectsStorage {
+ public:
+  std::vector<TalStringT<WideChar>> GetCommitBranches(cow_ptr<Commit> commit) const override {
+    ++asked;
+    auto names = MemObjectsStorage::GetCommitBranches(commit);
+    if (Ascii(commit->GetDesciption()) == "B") names.emplace_back(TAL_WIDE("guard"));
+    return names;
+  }
+  mutable int asked = 0;
+};
+
+TEST(DeleteCommitsWithAStorageOfTheHost, KeepsTheCommitsThatTheStorageSaysHaveBranches) {
+  auto owned = std::make_unique<GuardingStorage>();
+  const GuardingStorage& storage = *owned;
+  Repository repository(std::move(owned));
+  PlaceBranches(repository, DrawHistory(repository, "A-B-C-D"), "d=D");
+  EXPECT_TRUE(repository.DeleteCommits(repository.GetHead(TAL_WIDE("d"))));
+  EXPECT_EQ(storage.asked, 4);
+  EXPECT_EQ(ChainOf(repository, "d"), "B-D");
+}
 
 TEST(DeleteCommitsWithRefusedMoves, FirstRefusalEndsARecordAndTheResultIsStillTrue) {
   RefusingRepository refusing;
