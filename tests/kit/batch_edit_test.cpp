@@ -2,6 +2,7 @@
 #include <kit/batch_edit.h>
 #include <tests/kit/saved_states.h>
 
+#include <ostream>
 #include <random>
 
 namespace TalVcs::Kit {
@@ -15,6 +16,11 @@ struct Step {
   std::string path;
   std::string text;  // of the blob, or of the blobs in the tree
 };
+
+// GoogleTest would print the bytes, those between the members too.
+void PrintTo(const Step& step, std::ostream* output) {
+  *output << step.kind << ' ' << step.path << ' ' << step.text;
+}
 
 Tree SmallTree(Repository& repository, const std::string& text) {
   if (text.empty()) return Tree();
