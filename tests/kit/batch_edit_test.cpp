@@ -17,7 +17,7 @@ struct Step {
   std::string text;  // of the blob, or of the blobs in the tree
 };
 
-// GoogleTest would print the bytes, those between the members too.
+// GoogleTest would print the bytes, those behind the members too.
 void PrintTo(const Step& step, std::ostream* output) {
   *output << step.kind << ' ' << step.path << ' ' << step.text;
 }

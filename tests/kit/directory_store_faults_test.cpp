@@ -5,6 +5,7 @@
 #include <tests/kit/temporary_folder.h>
 
 #include <limits>
+#include <ostream>
 
 namespace TalVcs::Kit {
 namespace {
@@ -17,6 +18,9 @@ struct Fault {
   int count;  // how many calls fail, from the n-th on
   bool syncsMedium;
 };
+
+// GoogleTest would print the bytes, those behind the members too.
+void PrintTo(const Fault& fault, std::ostream* output) { *output << fault.name; }
 
 /// Lets the n-th call of a save fail, for every n, and looks at the store with other eyes after
 /// each.
