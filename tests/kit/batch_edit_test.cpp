@@ -94,7 +94,7 @@ using Steps = std::vector<Step>;
 class BatchEditCases : public testing::TestWithParam<Steps> {};
 
 TEST_P(BatchEditCases, GivesWhatOneByOneGives) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   const Tree start =
       TreeOf(&repository, {{"f", "1"}, {"d/f", "2"}, {"d/e/g", "3"}, {"d/e/h", "4"}});
   ExpectSameBothWays(Tree(), repository, GetParam());
@@ -150,7 +150,7 @@ TEST(BatchEdit, RandomEditsGiveWhatOneByOneGives) {
     return std::uniform_int_distribution<>(0, bound - 1)(random);
   };
   for (int round = 0; round < 300; ++round) {
-    Repository repository = EmptyRepository();
+    Repository repository = NewRepository();
     Tree start;
     std::vector<Step> steps;
     const int before = below(10);
@@ -173,8 +173,8 @@ TEST(BatchEdit, RandomEditsGiveWhatOneByOneGives) {
 
 // Only the one-by-one edits bring the directory into the storage under that id.
 TEST(BatchEdit, IdOfADirectoryThatTheEditsBringAboutIsFound) {
-  Repository repository = EmptyRepository();
-  Repository scratch = EmptyRepository();
+  Repository repository = NewRepository();
+  Repository scratch = NewRepository();
   Tree expected;
   expected.AddBlob(&scratch, Wide("d/one"), BlobOf("1"));
   const Id between = expected.GetLocalTree(Wide("d"))->GetId();
@@ -190,7 +190,7 @@ TEST(BatchEdit, IdOfADirectoryThatTheEditsBringAboutIsFound) {
 }
 
 TEST(BatchEdit, NoIntermediateTreeIsStored) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   BatchEdit batch;
   for (int number = 0; number < 100; ++number) {
     batch.AddBlob(Wide("a/b" + std::to_string(number % 4) + "/" + std::to_string(number)),
@@ -204,7 +204,7 @@ TEST(BatchEdit, NoIntermediateTreeIsStored) {
 }
 
 TEST(BatchEdit, UntouchedTreesAreShared) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   Tree tree = TreeOf(&repository, {{"a/f", "1"}, {"b/f", "2"}});
   const cow_ptr<Tree> before = tree.GetLocalTree(Wide("b"));
   BatchEdit batch;
@@ -215,7 +215,7 @@ TEST(BatchEdit, UntouchedTreesAreShared) {
 }
 
 TEST(BatchEdit, CommitGetsTheSameIdAsByOneByOne) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   const cow_ptr<Commit> base = CommitFile(repository, Wide("master"), "d/f", "1");
   Commit alone(base, false);
   Commit together(base, false);
@@ -236,7 +236,7 @@ TEST(BatchEdit, CommitGetsTheSameIdAsByOneByOne) {
 }
 
 TEST(BatchEdit, CommitThatLosesEverythingStandsOnAnEmptyRoot) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   const cow_ptr<Commit> base = CommitFile(repository, Wide("master"), "d/f", "1");
   Commit alone(base, false);
   Commit together(base, false);
@@ -248,7 +248,7 @@ TEST(BatchEdit, CommitThatLosesEverythingStandsOnAnEmptyRoot) {
 }
 
 TEST(BatchEdit, FailedEditsLeaveACommitWhatOneByOneLeaves) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   Commit alone;
   Commit together;
   BatchEdit batch;
@@ -260,7 +260,7 @@ TEST(BatchEdit, FailedEditsLeaveACommitWhatOneByOneLeaves) {
 }
 
 TEST(BatchEdit, WithoutRepositoryOnlyRemovalsTakeEffect) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   Tree tree = TreeOf(&repository, {{"a", "1"}, {"b", "2"}});
   BatchEdit batch;
   batch.AddBlob(Wide("c"), BlobOf("3"));
@@ -274,7 +274,7 @@ TEST(BatchEdit, WithoutRepositoryOnlyRemovalsTakeEffect) {
 }
 
 TEST(BatchEdit, DeepPathNeedsNoDepth) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   std::string path;
   for (int level = 0; level < 10000; ++level) path += "d/";
   BatchEdit batch;

@@ -106,14 +106,15 @@ TEST_F(DirectoryStoreDurability, NewStateThatMayNotOutliveALossOfPowerIsReported
   EXPECT_EQ(Load(reader), Describe(m_state));
 }
 
-TEST_F(DirectoryStoreDurability, OldStateThatStaysIsToldApart) {
+TEST_F(DirectoryStoreDurability, StateThatWasNotReplacedIsToldApart) {
   ASSERT_TRUE(SaveState());
   EXPECT_TRUE(m_isInPlace);
   const int rename = static_cast<int>(Last("Rename state"));
   std::filesystem::remove_all(m_folder.Path() / ".vcs");
-  m_files->FailFrom(rename);
+  m_files->FailFrom(rename + 1);
   m_files->Restart();
   EXPECT_FALSE(SaveState());
+  EXPECT_NE(m_error.find("cannot replace"), std::string::npos) << m_error;
   EXPECT_FALSE(m_isInPlace);
 }
 

@@ -56,7 +56,7 @@ TEST(MemoryStore, ReaderOutlivesTheStream) {
 }
 
 TEST(MemoryStore, SavedBlobSharesItsBytesWithTheStore) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   const std::string text(100000, 'x');
   const cow_ptr<Blob> blob = repository.SyncWithStorage(SharedBlob(text));
   MemoryStore store;

@@ -11,7 +11,7 @@ using namespace TalVcs::Testing;
 /// A repository whose newest commit stands on a private copy of its tree, as a failed edit leaves
 /// it, while a purge has dropped the tree of the same id from the storage.
 Repository AfterAFailedEdit() {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   const WideString master = Wide("master");
   CommitFile(repository, master, "folder/file", "one");
   cow_ptr<Commit> next = Make<Commit>(repository.GetHead(master), false);
@@ -40,7 +40,7 @@ TEST(SaveRepository, TreeThatAPurgeDroppedIsSaved) {
 }
 
 TEST(SaveRepository, DeletedAncestorsAreLostWithoutIt) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   for (const char* name : {"a", "b", "c", "d"}) CommitFile(repository, Wide("master"), name, name);
   repository.DeleteCommits(repository.GetHead(Wide("master"))->GetParent()->GetParent());
   MemoryStore store;
@@ -49,7 +49,7 @@ TEST(SaveRepository, DeletedAncestorsAreLostWithoutIt) {
 }
 
 TEST(SaveRepository, DeletedAncestorsThatAreStillReachedAreSaved) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   for (const char* name : {"a", "b", "c", "d"}) CommitFile(repository, Wide("master"), name, name);
   repository.DeleteCommits(repository.GetHead(Wide("master"))->GetParent()->GetParent());
   EXPECT_EQ(repository.GetCommitCount(), 2u);
@@ -60,7 +60,7 @@ TEST(SaveRepository, DeletedAncestorsThatAreStillReachedAreSaved) {
 }
 
 TEST(SaveRepository, CommitThatNoBranchReachesIsSavedWhole) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   const cow_ptr<Commit> kept = CommitFile(repository, Wide("gone"), "folder/file", "text");
   repository.RemoveBranch(Wide("gone"));
   const cow_ptr<Tree> folder = kept->GetTree()->GetTree(Wide("folder"));
@@ -76,7 +76,7 @@ TEST(SaveRepository, CommitThatNoBranchReachesIsSavedWhole) {
 // Storage that holds nothing but the heads: whatever they reach has to be found, although most of a
 // tree is the same as in the parent's.
 TEST(SaveRepository, EverythingThatHeadsReachIsStored) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   for (int number = 0; number < 50; ++number) {
     const std::string text = std::to_string(number);
     const std::string branch = number % 3 == 0 ? "topic" : "master";
@@ -118,7 +118,7 @@ TEST(SaveRepository, FailingWriterGivesFalse) {
 }
 
 TEST(StoreReachable, LongHistoryNeedsNoDepth) {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   cow_ptr<Commit> tip = CommitFile(repository, Wide("master"), "a", "1");
   MemObjectsStorage heads({});
   for (int number = 0; number < 50000; ++number) {

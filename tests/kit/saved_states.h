@@ -6,7 +6,7 @@
 #include <talvcs/persistence/serializer.h>
 #include <talvcs/repository/repository.h>
 #include <talvcs/storage/mem_objects_storage.h>
-#include <tests/support/objects.h>
+#include <tests/support/contents.h>
 
 #include <algorithm>
 #include <memory>
@@ -19,8 +19,6 @@
 namespace TalVcs::Testing {
 
 using Kit::WideString;
-
-inline Repository EmptyRepository() { return Repository(std::make_unique<MemObjectsStorage>()); }
 
 /// Puts a commit with that file added on top of a branch, which is made if it is missing, and
 /// returns it. The time is always the same.
@@ -37,14 +35,14 @@ inline cow_ptr<Commit> CommitFile(Repository& repository, const WideString& bran
 
 /// Two states of a store that share some objects and not others.
 inline Repository OldState() {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   CommitFile(repository, Wide("master"), "shared/file", "the same in both");
   CommitFile(repository, Wide("old"), "gone/file", "only in the old state");
   CommitFile(repository, Wide("old"), "gone/second", "also only in the old state");
   return repository;
 }
 inline Repository NewState() {
-  Repository repository = EmptyRepository();
+  Repository repository = NewRepository();
   CommitFile(repository, Wide("master"), "shared/file", "the same in both");
   CommitFile(repository, Wide("master"), "new/file", "only in the new state");
   CommitFile(repository, Wide("new"), "new/other", "also only in the new state");

@@ -11,6 +11,8 @@ import subprocess
 import tempfile
 import unittest
 
+from tracing import can_trace
+
 PROGRAM = os.environ["SAVE_STATES"]
 CALLS = "%file,%desc"
 MEMORY = "/dev/shm"  # folders there need no medium
@@ -21,8 +23,7 @@ def run(*command):
     return subprocess.run(command, capture_output=True, text=True, check=False, timeout=60)
 
 
-@unittest.skipUnless(shutil.which("strace") and run("strace", "-o", os.devnull, "true").returncode == 0,
-                     "strace isn't there or may not trace")
+@unittest.skipUnless(can_trace(), "strace isn't there or may not trace")
 class SystemCalls(unittest.TestCase):
     def setUp(self):
         place = MEMORY if os.access(MEMORY, os.W_OK) else None

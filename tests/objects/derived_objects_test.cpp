@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <tests/support/contents.h>
+#include <tests/support/copying_writer.h>
 #include <tests/support/memory_blob_io.h>
 
 #include <memory>
@@ -28,6 +29,16 @@ class Note : public Base {
   Buffer m_data = BufferOf("abc");
 };
 
+/// One that has its packed form at hand, so that nothing is kept beside it.
+template <class Base>
+class PackedNote final : public Note<Base> {
+ public:
+  const Buffer& GetPackedData() const override { return m_packed; }
+
+ private:
+  Buffer m_packed = BufferOf(kPacked);
+};
+
 template <class Base>
 class DerivedObjects : public ::testing::Test {};
 
@@ -43,19 +54,30 @@ TYPED_TEST(DerivedObjects, HaveTheIdAndThePackedFormOfWhatTheyOverride) {
 
 TYPED_TEST(DerivedObjects, AreSavedAsWhatTheyOverride) {
   Repository repository = NewRepository();
-  repository.SyncWithStorage(cow_ptr<TypeParam>(std::make_shared<Note<TypeParam>>()));
-  MemoryBlobIo store;
-  ASSERT_TRUE(Serializer(&store, TAL_WIDE("doc")).Serialize(repository.GetStorage()));
+  repository.SyncWithStorage(cow_ptr<TypeParam>(std::make_shared<PackedNote<TypeParam>>()));
   const std::string id = kNoteId;
-  EXPECT_EQ(store.streams["doc/.vcs/objects/" + id.substr(0, 2) + "/" + id.substr(2)], kPacked);
+  const std::string path = "doc/.vcs/objects/" + id.substr(0, 2) + "/" + id.substr(2);
+  MemoryBlobIo shared;
+  ASSERT_TRUE(Serializer(&shared, TAL_WIDE("doc")).Serialize(repository.GetStorage()));
+  EXPECT_EQ(shared.streams.at(path), kPacked);
+  CopyingWriter copied;
+  ASSERT_TRUE(Serializer(&copied, TAL_WIDE("doc")).Serialize(repository.GetStorage()));
+  EXPECT_EQ(copied.streams.at(path)->bytes, kPacked);
 }
 
+/// A note that holds, as a blob, what would be hashed together with others.
+class LargeNote final : public Note<Blob> {
+ public:
+  LargeNote() { Blob::operator=(BlobOf(std::string(1000, 'y'))); }
+};
+
 TEST(DerivedBlobs, HaveNoPartInIdsComputedTogether) {
-  const Note<Blob> note;
+  const LargeNote note;
   const Blob large = BlobOf(std::string(1000, 'x'));
-  const Blob* const blobs[] = {&large, &note};
+  const Blob* const blobs[] = {&large, &note, &large};
   Blob::ComputeIds(blobs);
   EXPECT_EQ(IdOf(note), kNoteId);
+  EXPECT_EQ(IdOf(large), "8d03eb17f82ab2055eda88a0f1aaf8be660c74fbfe318f48d1055cdb435c081c");
 }
 
 }  // namespace

@@ -1,11 +1,10 @@
 """Stores that are damaged, hostile, or in use by another process."""
 
 import os
-import shutil
 import subprocess
 import unittest
 
-from support import DAMAGED, DIFFERS, PROGRAM, TalTest, can_trace
+from support import DAMAGED, DIFFERS, PROGRAM, TalTest
 
 MAKE_BRANCH = os.environ["TAL_MAKE_BRANCH"]
 
@@ -135,57 +134,6 @@ class Locking(TalTest):
         self.assertEqual(first.returncode, 0)
         self.tal("commit", "-m", "Now")
         self.tal("verify")
-
-
-@unittest.skipUnless(can_trace(), "strace isn't there or may not trace")
-class FailingDisk(TalTest):
-    """Merges in which the disk doesn't tell of one write that it will last."""
-
-    def setUp(self):
-        super().setUp()
-        # The check for leaks can't work in a process that is traced already.
-        self.environment["ASAN_OPTIONS"] = (
-            self.environment.get("ASAN_OPTIONS", "") + ":detect_leaks=0")
-        self.tal("init")
-        self.commit("First", a="1")
-        self.tal("switch", "-c", "topic")
-        self.commit("On the topic", a="2")
-        self.tal("switch", "master")
-        copy = self.scratch / "copy"
-        shutil.copytree(self.folder, copy)
-        result, self.calls = self.merge(copy)
-        self.assertEqual(result.returncode, 0, result.stderr)
-
-    def merge(self, folder, *injection):
-        """Merges the topic; returns what came of it, and the calls that wait for the disk."""
-        trace = self.scratch / "trace"
-        result = subprocess.run(
-            ["strace", "-qq", "-o", trace, "-e", "trace=fsync,fdatasync,syncfs", *injection,
-             PROGRAM, "merge", "topic"],
-            cwd=folder, env=self.environment, capture_output=True, check=False)
-        return result, [line.partition("(")[0] for line in trace.read_text().splitlines()]
-
-    def merge_with_failing_call(self, position):
-        name = self.calls[position]
-        number = self.calls[:position].count(name) + 1
-        result, _ = self.merge(self.folder, "-e", f"inject={name}:error=EIO:when={number}")
-        self.assertEqual(result.returncode, DIFFERS, result.stderr)
-        return result.stderr.decode()
-
-    def test_files_follow_a_store_that_was_replaced_but_may_not_last(self):
-        # The last call is for the folder in which the new state has taken the old one's place.
-        self.assertIn("in place", self.merge_with_failing_call(len(self.calls) - 1))
-        self.assertEqual(self.head(), self.head("topic"))
-        self.assertEqual(self.read("a.txt"), b"2")
-        self.assertEqual(self.read_json("status")["changes"], [])
-
-    def test_files_stay_as_the_store_does(self):
-        for position in range(len(self.calls) - 1):
-            self.merge_with_failing_call(position)
-            self.assertNotEqual(self.head(), self.head("topic"))
-            self.assertEqual(self.read("a.txt"), b"1")
-            self.assertEqual(self.read_json("status")["changes"], [])
-        self.tal("merge", "topic")
 
 
 if __name__ == "__main__":

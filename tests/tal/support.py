@@ -23,12 +23,6 @@ def scratch_parent():
     return memory if room.f_bavail * room.f_frsize > 1 << 29 else None
 
 
-def can_trace():
-    """Tells whether strace is there and may trace."""
-    return shutil.which("strace") is not None and subprocess.run(
-        ["strace", "-o", os.devnull, "true"], capture_output=True, check=False).returncode == 0
-
-
 class TalTest(unittest.TestCase):
     """Runs the program in `self.folder`, which is empty at first."""
 
@@ -60,8 +54,8 @@ class TalTest(unittest.TestCase):
         self.talk = result.stderr.decode("utf-8", "backslashreplace")
         return result.stdout.decode("utf-8", "backslashreplace")
 
-    def read_json(self, *arguments, code=DONE):
-        return json.loads(self.tal(*arguments, "--json", code=code))
+    def read_json(self, *arguments, code=DONE, folder=None):
+        return json.loads(self.tal(*arguments, "--json", code=code, folder=folder))
 
     def write(self, path, content):
         target = self.folder / path
