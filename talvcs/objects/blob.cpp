@@ -32,6 +32,7 @@ Blob& Blob::operator=(Blob&& other) {
 }
 
 Id Blob::GetId() const {
+  if (HasId()) return CachedId();
   return TalUtils::IsExactly<Blob>(*this) ? IdOfData(kType, m_buffer) : Object::GetId();
 }
 TalStringT<char> Blob::GetHeader() const { return kType; }

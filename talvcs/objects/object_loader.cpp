@@ -252,7 +252,8 @@ cow_ptr<Tree> ObjectLoader::CloseTree(OpenTree& tree) {
   const Tree* own = tree.tree.get();
   cow_ptr<Tree> stored = m_repository->SyncWithStorage(std::move(tree.tree));
   if (stored.get() == own) m_ownTrees.insert(own);
-  if (stored && stored->GetId() == tree.id && m_repository->GetTreeFromStorage(tree.id)) {
+  if (!m_findsAgain) m_findsAgain = stored && m_repository->GetTreeFromStorage(tree.id);
+  if (m_findsAgain && stored && stored->GetId() == tree.id) {
     m_otherTrees.erase(tree.id);
   } else {
     m_otherTrees[tree.id] = stored;
@@ -267,8 +268,8 @@ cow_ptr<Blob> ObjectLoader::LoadBlob(const Id& id) {
   StreamIO stream = m_getter(id);
   cow_ptr<Blob> blob = Blob::Deserialize(stream);
   if (blob) blob = m_repository->SyncWithStorage(std::move(blob));
-  if (!(blob && blob->GetId() == id && m_repository->GetBlobFromStorage(id)))
-    m_otherBlobs.emplace(id, blob);
+  if (!m_findsAgain) m_findsAgain = blob && m_repository->GetBlobFromStorage(id);
+  if (!(m_findsAgain && blob && blob->GetId() == id)) m_otherBlobs.emplace(id, blob);
   return blob;
 }
 

@@ -68,7 +68,9 @@ class ObjectLoader {
   std::uint64_t m_history = 0;
   std::vector<Id> m_historyIds;
   IdMap<KnownCommit> m_commits;
-  // What the streams of these ids gave, if that is nothing, has another id or wasn't stored.
+  // Whether the repository was seen to find what it was given, as one without a storage can't.
+  bool m_findsAgain = false;
+  // What the streams of these ids gave, if that is nothing, has another id or can't be found again.
   IdMap<cow_ptr<Tree>> m_otherTrees;
   IdMap<cow_ptr<Blob>> m_otherBlobs;
   // The trees that this load has stored, with all of their entries.

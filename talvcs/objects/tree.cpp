@@ -41,8 +41,8 @@ Tree& Tree::operator=(Tree&& other) {
 Tree::~Tree() { TreeEntries::Release(m_entries); }
 
 Id Tree::GetId() const {
-  if (!TalUtils::IsExactly<Tree>(*this)) return Object::GetId();
   if (!HasId()) {
+    if (!TalUtils::IsExactly<Tree>(*this)) return Object::GetId();
     const auto digest = TreeEntries::ComputeDigest(m_entries);
     CacheId(Id(TalUtils::DataEncoding::HexEncode(digest.data(), digest.size())));
   }
