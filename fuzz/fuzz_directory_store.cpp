@@ -121,12 +121,13 @@ void Session::Commit() {
   }
   Require(!done || !m_hasFailed, "a transaction that failed can't be committed");
   if (done) {
+    Require(m_store->IsNewStateInPlace(), "what is committed is in place");
     m_plain.Commit();
   } else {
     Require(m_hasFailed || !AllWent(m_failures), "a transaction is committed");
     // Old or new, whole in either case.
-    m_files->FailAt(0);
-    if (!m_hasFailed && Holds(m_plain.Next())) m_plain.Commit();
+    Require(!m_hasFailed || !m_store->IsNewStateInPlace(), "a failed transaction changes nothing");
+    if (m_store->IsNewStateInPlace()) m_plain.Commit();
     m_plain.Abandon();
   }
   m_isWriting = m_hasFailed = false;

@@ -25,8 +25,6 @@ class PlainStore {
   void Abandon() { m_next.reset(); }
 
   const Model::Store& Streams() const { return m_streams; }
-  /// What `Commit` would make of them.
-  const Model::Store& Next() const { return m_next ? *m_next : m_streams; }
 
   /// True if all of the store stands below `folder`.
   bool IsWhole(const Model::Text& folder) const;
