@@ -41,6 +41,13 @@ TEST_F(CommonBase, CommitAndItselfGiveThatCommit) {
   EXPECT_EQ(repository.GetCommonBase(history.at("B"), history.at("B")), history.at("B"));
 }
 
+TEST_F(CommonBase, CommitsThatNobodyHasAskedForTheirIdsAreToldApart) {
+  const auto loose = [this](const char* name) { return MakeCommit(repository, name); };
+  EXPECT_FALSE(repository.GetCommonBase(loose("A"), loose("B")));
+  const cow_ptr<Commit> second = loose("A");
+  EXPECT_EQ(repository.GetCommonBase(loose("A"), second), second);
+}
+
 TEST_F(CommonBase, RootAndDescendantGiveTheRoot) {
   Draw("A-B-C-D");
   EXPECT_EQ(repository.GetCommonBase(history.at("A"), history.at("D")), history.at("A"));
