@@ -47,7 +47,10 @@ def count(program, name, function):
              "--collect-atstart=no", f"--toggle-collect={function}", program,
              f"--benchmark_filter=^{re.escape(name)}(/iterations:[0-9]+)?/manual_time$"],
             check=True, capture_output=True)
-        return sum_costs(output.read_text()) // 1000
+        total = sum_costs(output.read_text())
+    if total == 0:
+        sys.exit(f"{name}: nothing was counted in {function}; is it still called so?")
+    return total // 1000
 
 
 def sum_costs(profile):
@@ -71,8 +74,6 @@ def sum_costs(profile):
             if counted and not is_call:
                 total += int(line.split()[1])
             is_call = False
-    if total == 0:
-        sys.exit(f"{name}: nothing was counted in {function}; is it still called so?")
     return total
 
 

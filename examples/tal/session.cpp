@@ -99,7 +99,7 @@ Session::Session(const Host& host, Access access)
   if (access == Access::Change && !m_store.Lock())
     throw Failure("the store can't be changed now: " + Printable(m_store.LastError()));
   Load();
-  if (access != Access::Inspect && !m_cameInWhole)
+  if (access != Access::Inspect && !CameInWhole())
     throw Failure("the store is damaged: " + DescribeDamage(), ExitCode::Damaged);
 }
 
@@ -108,9 +108,8 @@ void Session::Load() {
   std::error_code error;
   const bool hasState = fs::exists(folder / kStateFile, error);
   CountedReader reader(m_store, m_terminal, "loading");
-  m_cameInWhole = TalVcs::Deserializer(&reader, WideString()).Deserialize(&m_repository);
-  m_cameInWhole = m_cameInWhole && hasState;
-  if (!m_cameInWhole) {
+  const bool cameIn = TalVcs::Deserializer(&reader, WideString()).Deserialize(&m_repository);
+  if (!cameIn || !hasState) {
     m_whyNotWhole = m_store.LastError();
     if (m_whyNotWhole.empty())
       m_whyNotWhole = hasState ? "a branch doesn't come in whole"

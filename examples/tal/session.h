@@ -42,7 +42,7 @@ class Session {
   TalVcs::IBlobReader& Reader() noexcept { return m_store; }
 
   /// False for a store of which not every branch came in as it was saved.
-  bool CameInWhole() const noexcept { return m_cameInWhole; }
+  bool CameInWhole() const noexcept { return m_whyNotWhole.empty(); }
   /// Why the store didn't come in whole, as far as the store can tell; otherwise empty.
   const std::string& WhyNotWhole() const noexcept { return m_whyNotWhole; }
 
@@ -71,7 +71,6 @@ class Session {
   Folder m_folder;
   TalVcs::Kit::DirectoryStore m_store;
   TalVcs::Repository m_repository;
-  bool m_cameInWhole = false;
   std::string m_whyNotWhole;
 };
 

@@ -69,9 +69,10 @@ Buffer Object::Pack(TalStringViewT<char> type, const Buffer& data) {
 }
 
 const Id& Object::IdOfData(TalStringViewT<char> type, const Buffer& data) const {
-  if (!HasId() && type.length > PackedHeader::kMostTypeLength) {
+  if (HasId()) return m_id;
+  if (type.length > PackedHeader::kMostTypeLength) {
     m_id = Id(Helpers::ComputeEncodedSHA256Hash(Pack(type, data)));
-  } else if (!HasId()) {
+  } else {
     const PackedHeader header(type, data.GetSize());
     TalUtils::Sha256 hash;
     hash.Update(header.GetData(), header.GetSize());

@@ -14,6 +14,7 @@ class PackedHeader {
   /// The longest type word that a header has room for.
   static constexpr int kMostTypeLength = 32;
 
+  /// `type` isn't longer than that.
   PackedHeader(TalStringViewT<char> type, std::uint64_t size) noexcept {
     std::memcpy(m_bytes, type.text, static_cast<std::size_t>(type.length));
     char* at = m_bytes + type.length;

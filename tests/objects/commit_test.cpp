@@ -238,11 +238,9 @@ TEST_F(CommitState, IsAnObjectLikeAnyOther) {
 // The parent is held by the commit alone, which lets go of it while it takes its fields over.
 TEST_F(CommitState, AssignmentOfTheParentThatNobodyElseHoldsTakesItsFieldsOver) {
   Commit child;
-  {
-    cow_ptr<Commit> parent = Make<Commit>(*m_head);
-    child.SetParent(std::move(parent));
-  }
-  child = *child.GetParent().get();
+  child.SetParent(Make<Commit>(*m_head));
+  const Commit* const parent = child.GetParent().get();
+  child = *parent;
   ExpectFieldsOfHead(child);
   EXPECT_TRUE(child.GetParent() == m_parent);
 }

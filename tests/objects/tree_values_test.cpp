@@ -177,8 +177,9 @@ TEST(TreeNullEntries, CanBeRemovedAndReplaced) {
 TEST_F(TreeValues, AssignmentOfAChildThatNobodyElseHoldsTakesItsEntriesOver) {
   RecordingRepository passing(RecordingRepository::Mode::kPassThrough);
   Tree tree = TreeOf(&passing, {{"d/a", "x"}, {"f", "y"}});
-  tree.GetLocalTree(TAL_WIDE("d"))->GetData();
-  tree = *tree.GetLocalTree(TAL_WIDE("d")).get();
+  const Tree* const child = tree.GetLocalTree(TAL_WIDE("d")).get();
+  child->GetData();
+  tree = *child;
   EXPECT_EQ(IdOf(tree), kAId);
   EXPECT_EQ(Bytes(tree.GetData()).substr(0, 14), std::string("100644 blob a\0", 14));
 }

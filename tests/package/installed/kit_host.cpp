@@ -16,12 +16,13 @@ namespace {
 
 /// The recipe of docs/guide.md.
 bool ComesBackFromFolder(vcs::Repository& repository, const char* folder) {
-  vcs::Kit::DirectoryStore store(folder);
-  const bool saved = vcs::Kit::SaveRepository(repository, store, TAL_WIDE("")) && store.Commit();
+  using namespace TalVcs;
+  Kit::DirectoryStore store(folder);
+  const bool saved = Kit::SaveRepository(repository, store, TAL_WIDE("")) && store.Commit();
   if (!saved) std::cerr << store.LastError() << '\n';
 
-  vcs::Repository loaded(std::make_unique<vcs::MemObjectsStorage>());
-  const bool whole = vcs::Deserializer(&store, TAL_WIDE("")).Deserialize(&loaded);
+  Repository loaded(std::make_unique<MemObjectsStorage>());
+  const bool whole = Deserializer(&store, TAL_WIDE("")).Deserialize(&loaded);
   return saved && whole && loaded.GetHead()->GetId() == repository.GetHead()->GetId();
 }
 
