@@ -1,7 +1,7 @@
 #pragma once
 
 #include <bench/workloads.h>
-#include <talvcs/foundation/sha256.h>
+#include <talvcs/foundation/internal/sha256.h>
 
 #include <array>
 #include <cstdint>

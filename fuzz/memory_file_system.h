@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kit/file_system.h>
+#include <kit/internal/file_system.h>
 
 #include <map>
 #include <memory>

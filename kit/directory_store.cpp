@@ -1,9 +1,9 @@
 #include <kit/directory_store.h>
-#include <kit/file_system.h>
-#include <kit/object_paths.h>
-#include <kit/store_folder.h>
-#include <kit/store_paths.h>
-#include <kit/store_state.h>
+#include <kit/internal/file_system.h>
+#include <kit/internal/object_paths.h>
+#include <kit/internal/store_folder.h>
+#include <kit/internal/store_paths.h>
+#include <kit/internal/store_state.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/persistence/path_builder.h>
 

@@ -1,5 +1,5 @@
+#include <kit/internal/store_paths.h>
 #include <kit/memory_store.h>
-#include <kit/store_paths.h>
 
 #include <utility>
 

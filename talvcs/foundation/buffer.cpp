@@ -1,6 +1,6 @@
 #include <talvcs/foundation/buffer.h>
 
-#include <talvcs/foundation/buffer_parts.h>
+#include <talvcs/foundation/internal/buffer_parts.h>
 #include <talvcs/foundation/stream.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-#include <talvcs/foundation/buffer_parts.h>
-#include <talvcs/foundation/prefetch.h>
+#include <talvcs/foundation/internal/buffer_parts.h>
+#include <talvcs/foundation/internal/prefetch.h>
 
 #include <algorithm>
 #include <cstring>

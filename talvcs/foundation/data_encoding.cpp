@@ -1,6 +1,6 @@
 #include <talvcs/foundation/data_encoding.h>
 
-#include <talvcs/foundation/utf.h>
+#include <talvcs/foundation/internal/utf.h>
 
 #include <array>
 #include <cstring>

@@ -1,7 +1,7 @@
 #include <talvcs/foundation/helpers.h>
 
 #include <talvcs/foundation/data_encoding.h>
-#include <talvcs/foundation/sha256.h>
+#include <talvcs/foundation/internal/sha256.h>
 
 #include <algorithm>
 #include <limits>

@@ -1,8 +1,8 @@
 #include <talvcs/foundation/string.h>
 
-#include <talvcs/foundation/ref_count.h>
-#include <talvcs/foundation/text_compare.h>
-#include <talvcs/foundation/utf.h>
+#include <talvcs/foundation/internal/ref_count.h>
+#include <talvcs/foundation/internal/text_compare.h>
+#include <talvcs/foundation/internal/utf.h>
 
 #include <algorithm>
 #include <limits>

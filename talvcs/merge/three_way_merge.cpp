@@ -1,6 +1,6 @@
 #include <talvcs/merge/three_way_merge.h>
 
-#include <talvcs/merge/entry_rule.h>
+#include <talvcs/merge/internal/entry_rule.h>
 #include <talvcs/repository/irepository.h>
 
 #include <algorithm>

@@ -1,11 +1,11 @@
 #include <talvcs/objects/blob.h>
 
+#include <talvcs/format/internal/packed_header.h>
 #include <talvcs/foundation/data_encoding.h>
-#include <talvcs/foundation/exact_type.h>
 #include <talvcs/foundation/helpers.h>
-#include <talvcs/foundation/sha256_many.h>
+#include <talvcs/foundation/internal/exact_type.h>
+#include <talvcs/foundation/internal/sha256_many.h>
 #include <talvcs/objects/dll_wrapped_shared.h>
-#include <talvcs/objects/packed_header.h>
 
 #include <array>
 #include <optional>

@@ -1,6 +1,6 @@
 #include <talvcs/objects/commit.h>
 
-#include <talvcs/objects/commit_access.h>
+#include <talvcs/objects/internal/commit_access.h>
 #include <talvcs/repository/irepository.h>
 
 #include <utility>

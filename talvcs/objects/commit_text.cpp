@@ -1,5 +1,5 @@
-#include <talvcs/foundation/exact_type.h>
 #include <talvcs/foundation/helpers.h>
+#include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/objects/commit.h>
 
 #include <algorithm>

@@ -1,9 +1,9 @@
 #include <talvcs/objects/object.h>
 
+#include <talvcs/format/internal/packed_header.h>
 #include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/helpers.h>
-#include <talvcs/foundation/sha256.h>
-#include <talvcs/objects/packed_header.h>
+#include <talvcs/foundation/internal/sha256.h>
 
 #include <string>
 

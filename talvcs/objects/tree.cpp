@@ -1,9 +1,9 @@
 #include <talvcs/objects/tree.h>
 
+#include <talvcs/directory/internal/tree_entries.h>
+#include <talvcs/format/internal/packed_header.h>
 #include <talvcs/foundation/data_encoding.h>
-#include <talvcs/foundation/exact_type.h>
-#include <talvcs/objects/packed_header.h>
-#include <talvcs/objects/tree_entries.h>
+#include <talvcs/foundation/internal/exact_type.h>
 
 #include <unordered_map>
 #include <utility>

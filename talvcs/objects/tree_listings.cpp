@@ -1,6 +1,6 @@
-#include <talvcs/foundation/prefetch.h>
+#include <talvcs/directory/internal/tree_walk.h>
+#include <talvcs/foundation/internal/prefetch.h>
 #include <talvcs/objects/tree.h>
-#include <talvcs/objects/tree_walk.h>
 
 #include <algorithm>
 #include <string>

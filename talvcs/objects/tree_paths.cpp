@@ -1,6 +1,6 @@
+#include <talvcs/directory/internal/tree_entries.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/objects/tree.h>
-#include <talvcs/objects/tree_entries.h>
 #include <talvcs/repository/irepository.h>
 
 #include <utility>

@@ -1,7 +1,7 @@
 #include <talvcs/persistence/deserializer.h>
 
 #include <talvcs/foundation/helpers.h>
-#include <talvcs/objects/object_loader.h>
+#include <talvcs/objects/internal/object_loader.h>
 #include <talvcs/repository/irepository.h>
 
 #include <utility>

@@ -1,9 +1,9 @@
 #include <talvcs/persistence/serializer.h>
 
+#include <talvcs/format/internal/packed_writer.h>
 #include <talvcs/foundation/helpers.h>
-#include <talvcs/foundation/prefetch.h>
-#include <talvcs/objects/tree_access.h>
-#include <talvcs/persistence/packed_writer.h>
+#include <talvcs/foundation/internal/prefetch.h>
+#include <talvcs/objects/internal/tree_access.h>
 
 // object := packed                       the packed form of a commit, a blob or a tree
 // ref    := id                           64 hexadecimal characters, no line end

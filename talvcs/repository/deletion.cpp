@@ -1,5 +1,5 @@
-#include <talvcs/foundation/exact_type.h>
-#include <talvcs/objects/commit_access.h>
+#include <talvcs/foundation/internal/exact_type.h>
+#include <talvcs/objects/internal/commit_access.h>
 #include <talvcs/repository/repository.h>
 #include <talvcs/storage/mem_objects_storage.h>
 

@@ -1,5 +1,5 @@
-#include <talvcs/objects/commit_access.h>
-#include <talvcs/objects/tree_access.h>
+#include <talvcs/objects/internal/commit_access.h>
+#include <talvcs/objects/internal/tree_access.h>
 #include <talvcs/storage/mem_objects_storage.h>
 
 #include <utility>

@@ -1,4 +1,4 @@
-#include <talvcs/foundation/ref_count.h>
+#include <talvcs/foundation/internal/ref_count.h>
 
 #include <gtest/gtest.h>
 

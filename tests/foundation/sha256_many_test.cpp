@@ -1,4 +1,4 @@
-#include <talvcs/foundation/sha256_many.h>
+#include <talvcs/foundation/internal/sha256_many.h>
 
 #include <gtest/gtest.h>
 #include <tests/support/digits.h>

@@ -1,4 +1,4 @@
-#include <talvcs/foundation/sha256.h>
+#include <talvcs/foundation/internal/sha256.h>
 
 #include <gtest/gtest.h>
 #include <tests/support/digits.h>

@@ -1,4 +1,4 @@
-#include <talvcs/foundation/text_compare.h>
+#include <talvcs/foundation/internal/text_compare.h>
 
 #include <talvcs/foundation/wide_char.h>
 

@@ -1,7 +1,7 @@
-#include <talvcs/foundation/utf.h>
+#include <talvcs/foundation/internal/utf.h>
 
 #include <gtest/gtest.h>
-#include <talvcs/foundation/sha256.h>
+#include <talvcs/foundation/internal/sha256.h>
 #include <tests/support/text.h>
 
 #include <array>

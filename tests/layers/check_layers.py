@@ -14,11 +14,13 @@ import sys
 # Which folders a folder of talvcs/ may include, itself apart.
 BELOW = {
     "foundation": set(),
-    "objects": {"foundation"},
-    "storage": {"foundation", "objects"},
-    "merge": {"foundation", "objects"},
+    "format": {"foundation", "objects", "directory"},
+    "directory": {"foundation", "objects"},
+    "objects": {"foundation", "format", "directory"},
+    "storage": {"foundation", "directory", "objects"},
+    "merge": {"foundation", "directory", "objects"},
     "repository": {"foundation", "objects", "storage", "merge"},
-    "persistence": {"foundation", "objects", "storage", "merge", "repository"},
+    "persistence": {"foundation", "format", "objects", "storage", "merge", "repository"},
 }
 
 # The abstract interface that the lower layers work against, and what it may include itself.
@@ -68,6 +70,18 @@ def library_problem(path, included):
     return f"{layer or 'the top'} must not include {below or 'the top'}"
 
 
+def place_problem(path, installed):
+    """Says what is wrong with the place of a header, or returns None."""
+    if not path.endswith(".h") or path.split("/")[0] not in ("talvcs", "kit"):
+        return None
+    private = "/internal/" in path
+    if private and path in installed:
+        return "an installed header stands in internal/"
+    if not private and path not in installed:
+        return "a header that is not installed stands outside internal/"
+    return None
+
+
 def problem(path, included, installed):
     top = path.split("/")[0]
     if included.startswith(("talvcs/", "kit/")) and included not in installed:
@@ -93,6 +107,9 @@ def main():
                 continue
             path = found.relative_to(root).as_posix()
             files += 1
+            wrong = place_problem(path, installed)
+            if wrong:
+                problems.append(f"{path}: {wrong}")
             for included in includes_of(root, path):
                 includes += 1
                 wrong = problem(path, included, installed)

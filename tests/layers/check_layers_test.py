@@ -3,7 +3,7 @@
 
 import unittest
 
-from check_layers import problem
+from check_layers import place_problem, problem
 
 INSTALLED = {
     "talvcs/export.h",
@@ -53,14 +53,22 @@ class Layers(unittest.TestCase):
         self.refused("talvcs/objects/tree.cpp", "talvcs/talvcs.h")
 
     def test_installed_headers_and_hosts_see_installed_headers_only(self):
-        self.allowed("talvcs/foundation/utf.cpp", "talvcs/foundation/utf.h")
-        self.refused("talvcs/foundation/string.h", "talvcs/foundation/utf.h")
+        self.allowed("talvcs/foundation/internal/utf.cpp", "talvcs/foundation/internal/utf.h")
+        self.refused("talvcs/foundation/string.h", "talvcs/foundation/internal/utf.h")
         self.allowed("kit/text.cpp", "talvcs/talvcs.h")
         self.allowed("kit/store.cpp", "kit/private.h")
-        self.refused("kit/text.cpp", "talvcs/foundation/utf.h")
+        self.refused("kit/text.cpp", "talvcs/foundation/internal/utf.h")
         self.refused("kit/text.h", "kit/private.h")
         self.refused("kit/text.cpp", "tests/support/fakes.h")
-        self.refused("examples/quick_start.cpp", "talvcs/foundation/utf.h")
+        self.refused("examples/quick_start.cpp", "talvcs/foundation/internal/utf.h")
+
+    def test_headers_stand_where_their_readers_look(self):
+        self.assertIsNone(place_problem("talvcs/objects/tree.h", INSTALLED))
+        self.assertIsNone(place_problem("talvcs/foundation/internal/utf.h", INSTALLED))
+        self.assertIsNone(place_problem("talvcs/objects/tree.cpp", INSTALLED))
+        self.assertIsNotNone(place_problem("talvcs/objects/tree_entries.h", INSTALLED))
+        self.assertIsNotNone(
+            place_problem("talvcs/objects/internal/tree.h", {"talvcs/objects/internal/tree.h"}))
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-#include <talvcs/merge/entry_rule.h>
+#include <talvcs/merge/internal/entry_rule.h>
 
 #include <gtest/gtest.h>
 #include <tests/support/objects.h>

@@ -1,4 +1,4 @@
-#include <talvcs/objects/commit_access.h>
+#include <talvcs/objects/internal/commit_access.h>
 
 #include <gtest/gtest.h>
 #include <tests/support/objects.h>

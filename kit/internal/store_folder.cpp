@@ -1,0 +1,260 @@
+#include <kit/internal/store_folder.h>
+
+#include <utility>
+
+namespace TalVcs::Kit {
+
+namespace {
+
+// Behind the name of a file that is being written to take another's place.
+constexpr const char* kNew = ".new";
+
+// From how many files on one call for the whole medium is used: a thousand new objects took 7.5 s
+// with a call for each and 0.02 s with the one, and the one alone never took much longer than ten
+// others.
+constexpr std::size_t kManyFiles = 8;
+
+std::string TextOf(const std::filesystem::path& path) {
+  const auto text = path.u8string();
+  return std::string(text.begin(), text.end());
+}
+
+/// Returns the key of the object whose file has that name in the folder of `prefix`; `complete`
+/// tells a file from one that was to take its place.
+std::optional<ObjectKey> KeyFromFile(const std::string& prefix, std::string_view name,
+                                     bool& complete) {
+  complete = !name.ends_with(kNew);
+  if (!complete) name.remove_suffix(std::string_view(kNew).size());
+  return KeyFromHex(prefix + std::string(name));
+}
+
+}  // namespace
+
+StoreFolder::StoreFolder(const Path& folder, bool durable, std::shared_ptr<FileSystem> files)
+    : m_files(std::move(files)),
+      m_folder(folder),
+      m_store(folder / ".vcs"),
+      m_objects(m_store / "objects"),
+      m_durable(durable) {}
+
+bool StoreFolder::Fail(std::string_view what, const Path& path, std::string_view why) {
+  m_lastError = std::string(what) + " \"" + TextOf(path) + "\": " + std::string(why);
+  return false;
+}
+
+bool StoreFolder::Fail(std::string_view what, const Path& path, const std::error_code& error) {
+  return Fail(what, path, error.message());
+}
+
+bool StoreFolder::MakeFolder(const Path& path) {
+  const std::error_code error = m_files->MakeFolder(path);
+  if (error == std::errc::file_exists) return true;
+  if (error) return Fail("cannot make", path, error);
+  m_touched.insert(path.has_parent_path() ? path.parent_path() : Path("."));
+  return true;
+}
+
+bool StoreFolder::Make() {
+  return MakeFolder(m_folder) && MakeFolder(m_store) && MakeFolder(m_objects);
+}
+
+std::shared_ptr<const StoredState> StoreFolder::ReadState() {
+  const Path path = StatePath();
+  auto stored = std::make_shared<StoredState>();
+  Buffer bytes;
+  std::error_code error = m_files->ReadFile(path, bytes);
+  if (error == std::errc::no_such_file_or_directory) {
+    if (!HasObjectFiles()) return stored;
+    // Another process may have begun to save just now.
+    error = m_files->ReadFile(path, bytes);
+    if (error == std::errc::no_such_file_or_directory) {
+      Fail("cannot read", path, "it is missing, although the store has objects");
+      return nullptr;
+    }
+  }
+  if (error) {
+    Fail("cannot read", path, error);
+    return nullptr;
+  }
+  std::optional<StoreState> state = StoreState::Decode(bytes);
+  if (!state) {
+    Fail("cannot read", path, "its content is damaged");
+    return nullptr;
+  }
+  stored->state = std::move(*state);
+  if (!stored->state.IsEmpty()) stored->digest = StoreState::DigestOf(bytes);
+  return stored;
+}
+
+bool StoreFolder::HasObjectFiles() {
+  std::vector<std::string> folders;
+  const std::error_code error = m_files->ListFolder(m_objects, folders);
+  // What can't be looked at may be there.
+  if (error) return error != std::errc::no_such_file_or_directory;
+  for (const std::string& prefix : folders) {
+    std::vector<std::string> names;
+    if (prefix.size() != 2 || m_files->ListFolder(m_objects / prefix, names)) continue;
+    for (const std::string& name : names) {
+      bool complete = false;
+      if (KeyFromFile(prefix, name, complete)) return true;
+    }
+  }
+  return false;
+}
+
+bool StoreFolder::MakeState() {
+  std::uint64_t size = 0;
+  const std::error_code error = m_files->GetFileSize(StatePath(), size);
+  if (!error) return true;
+  if (error != std::errc::no_such_file_or_directory) return Fail("cannot read", StatePath(), error);
+  StoredState empty;
+  return ReplaceState(empty) == Replaced::Yes;
+}
+
+/// Writes a file beside the one that it is to replace, so that the name always has a whole one.
+bool StoreFolder::ReplaceFile(const Path& path, const Buffer& bytes) {
+  Path parked = path;
+  parked += kNew;
+  m_files->RemoveFile(parked);
+  std::error_code error = m_files->CreateFile(parked, bytes);
+  if (!error && m_durable) error = m_files->SyncFile(parked);
+  if (error) {
+    m_files->RemoveFile(parked);
+    return Fail("cannot write", parked, error);
+  }
+  error = m_files->Rename(parked, path);
+  if (!error) return true;
+  m_files->RemoveFile(parked);
+  return Fail("cannot replace", path, error);
+}
+
+StoreFolder::Replaced StoreFolder::ReplaceState(StoredState& stored) {
+  const Buffer bytes = stored.state.Encode();
+  stored.digest = stored.state.IsEmpty() ? std::string() : StoreState::DigestOf(bytes);
+  if (!ReplaceFile(StatePath(), bytes)) return Replaced::No;
+  const std::error_code error = m_durable ? m_files->SyncFolder(m_store) : std::error_code();
+  if (!error) return Replaced::Yes;
+  Fail("the new state is in place but may not outlive a loss of power, cannot sync", m_store,
+       error);
+  return Replaced::ButNotKept;
+}
+
+StoreFolder::Path StoreFolder::FolderOf(const ObjectKey& key) const {
+  return m_objects / HexFromKey(key).substr(0, 2);
+}
+
+StoreFolder::Path StoreFolder::FileOf(const ObjectKey& key) const {
+  return FolderOf(key) / HexFromKey(key).substr(2);
+}
+
+bool StoreFolder::ReadObject(const ObjectKey& key, Buffer& bytes) {
+  const std::error_code error = m_files->ReadFile(FileOf(key), bytes);
+  return !error || Fail("cannot read", FileOf(key), error);
+}
+
+bool StoreFolder::HoldsObject(const ObjectKey& key, const Buffer& bytes, bool compare) {
+  std::uint64_t size = 0;
+  if (m_files->GetFileSize(FileOf(key), size) || size != bytes.GetSize()) return false;
+  if (!compare) return true;
+  Buffer held;
+  return !m_files->ReadFile(FileOf(key), held) && BytesFromBuffer(held) == BytesFromBuffer(bytes);
+}
+
+bool StoreFolder::WriteObject(const ObjectKey& key, const Buffer& bytes) {
+  const Path path = FileOf(key);
+  std::error_code error = m_files->CreateFile(path, bytes);
+  if (error == std::errc::no_such_file_or_directory) {
+    if (!MakeFolder(FolderOf(key))) return false;
+    error = m_files->CreateFile(path, bytes);
+  }
+  m_touched.insert(FolderOf(key));
+  // A file that is there already may be one that a reader of an older state needs, or be damaged.
+  if (error == std::errc::file_exists) {
+    m_written.push_back({key, false});
+    return ReplaceFile(path, bytes);
+  }
+  m_written.push_back({key, true});
+  return !error || Fail("cannot write", path, error);
+}
+
+bool StoreFolder::SyncWritten() {
+  if (!m_durable) return true;
+  if (m_written.size() < kManyFiles) return SyncEach();
+  const std::error_code error = m_files->SyncMedium(m_store);
+  if (error == std::errc::function_not_supported) return SyncEach();
+  return !error || Fail("cannot sync", m_store, error);
+}
+
+bool StoreFolder::SyncEach() {
+  for (const Written& written : m_written) {
+    const std::error_code error = m_files->SyncFile(FileOf(written.key));
+    if (error) return Fail("cannot sync", FileOf(written.key), error);
+  }
+  for (const Path& folder : m_touched) {
+    // One that is gone held nothing any more.
+    const std::error_code error = m_files->SyncFolder(folder);
+    if (error && error != std::errc::no_such_file_or_directory)
+      return Fail("cannot sync", folder, error);
+  }
+  return true;
+}
+
+void StoreFolder::RemoveWritten() {
+  for (const Written& written : m_written) {
+    if (written.isNew) m_files->RemoveFile(FileOf(written.key));
+  }
+  m_written.clear();
+}
+
+void StoreFolder::ForgetWritten() {
+  m_written.clear();
+  m_touched.clear();
+}
+
+void StoreFolder::RemoveUnused(const StoreState& state) {
+  std::vector<std::string> folders;
+  if (m_files->ListFolder(m_objects, folders)) return;
+  for (const std::string& prefix : folders) {
+    if (prefix.size() == 2) RemoveUnusedIn(m_objects / prefix, prefix, state);
+  }
+}
+
+void StoreFolder::RemoveUnusedIn(const Path& folder, const std::string& prefix,
+                                 const StoreState& state) {
+  std::vector<std::string> names;
+  if (m_files->ListFolder(folder, names)) return;
+  std::size_t kept = 0;
+  for (const std::string& name : names) {
+    bool complete = false;
+    const std::optional<ObjectKey> key = KeyFromFile(prefix, name, complete);
+    const bool unused = key && !(complete && state.HasObject(*key));
+    if (!unused || m_files->RemoveFile(folder / name)) ++kept;
+  }
+  if (kept == 0) m_files->RemoveFolder(folder);
+}
+
+std::unique_ptr<FileLock> StoreFolder::LockWriter() {
+  const Path path = m_store / "lock";
+  std::unique_ptr<FileLock> lock;
+  const std::error_code error = m_files->LockFile(path, LockKind::Exclusive, LockWait::No, lock);
+  if (error == std::errc::resource_unavailable_try_again) {
+    Fail("cannot lock", path, "another writer is at work on the store");
+  } else if (error) {
+    Fail("cannot lock", path, error);
+  }
+  return lock;
+}
+
+std::unique_ptr<FileLock> StoreFolder::LockReader() {
+  std::unique_ptr<FileLock> lock;
+  m_files->LockFile(m_store / "readers", LockKind::Shared, LockWait::Yes, lock);
+  return lock;
+}
+
+std::unique_ptr<FileLock> StoreFolder::LockOutReaders() {
+  std::unique_ptr<FileLock> lock;
+  m_files->LockFile(m_store / "readers", LockKind::Exclusive, LockWait::No, lock);
+  return lock;
+}
+
+}  // namespace TalVcs::Kit

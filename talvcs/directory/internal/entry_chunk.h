@@ -1,0 +1,105 @@
+#pragma once
+
+#include <talvcs/foundation/internal/ref_count.h>
+#include <talvcs/foundation/internal/text_compare.h>
+#include <talvcs/foundation/names.h>
+#include <talvcs/objects/object.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace TalVcs {
+
+enum class EntryKind { kBlob, kTree };
+
+/// Compares like `TalStringViewT::Compare`, without a call out of line.
+inline int CompareNames(TalStringViewT<WideChar> a, TalStringViewT<WideChar> b) noexcept {
+  return TalPlatform::CompareUnits(a.text, static_cast<std::size_t>(a.length), b.text,
+                                   static_cast<std::size_t>(b.length));
+}
+
+inline bool SameName(TalStringViewT<WideChar> a, TalStringViewT<WideChar> b) noexcept {
+  return a.length == b.length && CompareNames(a, b) == 0;
+}
+
+/// An immutable run of entries of one directory, with the bytes of their records.
+///
+/// All of it is one piece of memory: the chunk, the handles, the ends of names and records, the
+/// names, the records. Entries ascend by name; a blob stands in front of a subtree of the same
+/// name, and both always stand in one chunk. Chunks are shared by count between all states of a
+/// directory.
+class EntryChunk {
+ public:
+  /// The most entries that any chunk has.
+  static constexpr std::size_t kMostSlots = 16;
+
+  /// What an entry is made of. The views and handles of a plan belong to somebody else.
+  struct Slot {
+    TalStringViewT<WideChar> name;
+    EntryKind kind;
+    const cow_ptr<Object>* child;  // the handle may be null
+    TalStringViewT<char> record;   // the bytes if they are known; empty if not
+  };
+
+  /// Returns a chunk with the slots, held once. There are one to `kMostSlots + 1` of them.
+  static EntryChunk* Make(std::span<const Slot> slots);
+
+  void Acquire() noexcept { m_holders.Acquire(); }
+  bool IsSole() const noexcept { return m_holders.IsSole(); }
+  /// Gives up one hold; the last one frees the chunk.
+  static void Release(EntryChunk* chunk) noexcept;
+
+  std::size_t Count() const noexcept { return m_count; }
+  std::size_t TreeCount() const noexcept { return m_treeCount; }
+  /// True if a blob of the chunk hides a subtree of the same name.
+  bool HidesTree() const noexcept { return m_hidesTree; }
+  /// True if each entry has a record that tells its whole name, so that a directory whose list
+  /// holds these bytes has these entries.
+  bool IsFaithful() const noexcept { return m_faithful; }
+
+  /// The bytes of the records, one run. A buffer that shares them keeps the memory alive, but not
+  /// the handles on the children.
+  std::span<const std::byte> Records() const noexcept {
+    const auto* start = static_cast<const std::byte*>(static_cast<const void*>(this));
+    return {start + m_recordsOffset, m_recordBytes};
+  }
+  void AppendRecordsTo(Buffer& target) const;
+  /// Has the records of a chunk some steps behind `index` fetched, for a walk over the records of
+  /// all. Chunks lie anywhere in memory; waiting for each in turn cost a third of the time of a
+  /// save.
+  static void PrefetchAhead(std::span<EntryChunk* const> chunks, std::size_t index) noexcept;
+
+  TalStringViewT<WideChar> Name(std::size_t index) const noexcept;
+  EntryKind Kind(std::size_t index) const noexcept;
+  const cow_ptr<Object>& Child(std::size_t index) const noexcept { return Children()[index]; }
+  Slot At(std::size_t index) const noexcept;
+
+  /// Returns the first index whose entry is not before (`name`, `kind`).
+  std::size_t LowerBound(TalStringViewT<WideChar> name, EntryKind kind) const noexcept;
+
+ private:
+  struct Ends {
+    std::uint32_t name;    // code units up to the end of this entry's name
+    std::uint32_t record;  // bytes up to the end of this entry's record
+  };
+
+  EntryChunk() = default;
+  ~EntryChunk() = default;
+  cow_ptr<Object>* Children() const noexcept;
+  Ends* EndsOfEntries() const noexcept;
+  WideChar* Names() const noexcept;
+
+  TalUtils::RefCount m_holders;
+  std::uint16_t m_count = 0;
+  std::uint16_t m_treeCount = 0;
+  std::uint32_t m_treeBits = 0;
+  bool m_hidesTree = false;
+  bool m_faithful = false;
+  // The block that the chunk itself lies in. The records are the last bytes of it.
+  Buffer m_memory;
+  std::uint32_t m_recordsOffset = 0;
+  std::uint32_t m_recordBytes = 0;
+};
+
+}  // namespace TalVcs

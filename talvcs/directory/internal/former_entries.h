@@ -1,0 +1,43 @@
+#pragma once
+
+#include <talvcs/objects/internal/tree_access.h>
+
+#include <cstddef>
+#include <optional>
+#include <span>
+
+namespace TalVcs {
+
+/// Walks along a former state of a directory while a later one is read from its entry list.
+///
+/// Only chunks whose records tell their whole entries are compared, so equal bytes mean equal
+/// entries.
+class FormerEntries {
+ public:
+  FormerEntries() = default;
+  /// Starts at the first entry of `tree`, which may be null and has to outlive the walk.
+  explicit FormerEntries(const Tree* tree) noexcept;
+
+  /// Returns all entries of the former state, null for none.
+  const TreeEntries* List() const noexcept { return m_list; }
+  bool AtEnd() const noexcept { return m_chunks.empty(); }
+  /// Moves to the first entry behind `name`; an empty name stands in front of all.
+  void SkipThrough(TalStringViewT<WideChar> name) noexcept;
+  void SkipChunk() noexcept;
+  void SkipEntry() noexcept;
+
+  /// Returns the present chunk if the walk stands at its first entry and `list` begins with all of
+  /// its records, otherwise null.
+  EntryChunk* ChunkThatBegins(TalStringViewT<char> list) const noexcept;
+  /// Returns the present entry if `list` begins with its record.
+  std::optional<EntryChunk::Slot> EntryThatBegins(TalStringViewT<char> list) const noexcept;
+  /// Returns the subtree under `name` in the former state, or null.
+  const Tree* Subtree(TalStringViewT<WideChar> name) const noexcept;
+
+ private:
+  const TreeEntries* m_list = nullptr;
+  std::span<EntryChunk* const> m_chunks;
+  std::size_t m_slot = 0;
+};
+
+}  // namespace TalVcs

@@ -1,0 +1,318 @@
+#include <talvcs/directory/internal/tree_entries.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+// A directory is a list of chunks; an edit makes one chunk anew and a new list of pointers:
+//
+//   state 1   [ a b c ]  [ d e f ]  [ g h ]
+//                 \          :          /
+//   state 2   [ a b c ]  [ d E f ]  [ g h ]       the outer chunks are the same memory
+
+namespace TalVcs {
+
+namespace {
+
+// An edit costs the bytes of one chunk and of the list of pointers, about 110 an entry and 8 a
+// chunk, so the best size of chunks grows with the square root of the directory: 3 entries for a
+// directory of a hundred, 9 for one of a thousand, 27 for ten thousand.
+std::size_t MostSlots(std::size_t chunks) noexcept {
+  if (chunks <= 32) return 4;
+  return chunks <= 128 ? 8 : EntryChunk::kMostSlots;
+}
+
+/// Holds new chunks until a list takes them over.
+class ChunkHolder {
+ public:
+  ChunkHolder() = default;
+  ChunkHolder(const ChunkHolder&) = delete;
+  ChunkHolder& operator=(const ChunkHolder&) = delete;
+  ~ChunkHolder() {
+    for (std::size_t index = 0; index < m_count; ++index) EntryChunk::Release(m_chunks[index]);
+  }
+
+  void Make(std::span<const EntryChunk::Slot> slots) {
+    m_chunks[m_count] = EntryChunk::Make(slots);
+    ++m_count;
+  }
+  std::span<EntryChunk* const> Get() const noexcept { return {m_chunks.data(), m_count}; }
+  void Disown() noexcept { m_count = 0; }
+
+ private:
+  std::array<EntryChunk*, 2> m_chunks{};
+  std::size_t m_count = 0;
+};
+
+std::uint64_t BytesOfRecords(std::span<EntryChunk* const> chunks) noexcept {
+  std::uint64_t total = 0;
+  for (const EntryChunk* chunk : chunks) total += chunk->Records().size();
+  return total;
+}
+
+/// The slots of one chunk under change.
+struct SlotPlan {
+  std::array<EntryChunk::Slot, EntryChunk::kMostSlots + 1> slots;
+  std::size_t count = 0;
+
+  void Add(const EntryChunk::Slot& slot) noexcept { slots[count++] = slot; }
+  void AddAll(const EntryChunk& chunk, std::size_t first, std::size_t last) noexcept {
+    for (std::size_t index = first; index < last; ++index) Add(chunk.At(index));
+  }
+  std::span<const EntryChunk::Slot> Part(std::size_t first, std::size_t last) const noexcept {
+    return std::span(slots).subspan(first, last - first);
+  }
+  /// Returns the place near `wanted` where a cut parts no two entries of one name.
+  std::size_t CutNear(std::size_t wanted) const noexcept {
+    if (!SameName(slots[wanted - 1].name, slots[wanted].name)) return wanted;
+    return wanted > 1 ? wanted - 1 : wanted + 1;
+  }
+};
+
+}  // namespace
+
+EntryChunk** TreeEntries::ChunkArray() const noexcept {
+  return static_cast<EntryChunk**>(static_cast<void*>(const_cast<TreeEntries*>(this) + 1));
+}
+
+TreeEntries* TreeEntries::New(std::size_t capacity, bool milestones) {
+  static_assert(alignof(Milestone) <= alignof(EntryChunk*));
+  if (capacity > std::numeric_limits<std::uint32_t>::max()) {
+    throw std::length_error("too many entries");
+  }
+  const std::size_t more = milestones ? kMilestones * sizeof(Milestone) : 0;
+  void* memory = ::operator new(sizeof(TreeEntries) + capacity * sizeof(EntryChunk*) + more);
+  auto* list = ::new (memory) TreeEntries;
+  list->m_capacity = static_cast<std::uint32_t>(capacity);
+  list->m_hasRoomForMilestones = milestones;
+  return list;
+}
+
+TreeEntries* TreeEntries::Share(TreeEntries* list) noexcept {
+  if (list != nullptr) list->m_holders.Acquire();
+  return list;
+}
+
+// The list of a subtree that goes with its entry waits until the list above it is gone, so that
+// nesting has no limit, and in a chain of the lists' own memory, so that nothing has to be
+// allocated.
+void TreeEntries::Release(TreeEntries* list) noexcept {
+  thread_local TreeEntries** waiting = nullptr;
+  if (list == nullptr || !list->m_holders.Release()) return;
+  if (waiting != nullptr) {
+    list->m_next = std::exchange(*waiting, list);
+    return;
+  }
+  waiting = &list;
+  while (list != nullptr) {
+    TreeEntries* const dying = std::exchange(list, list->m_next);
+    for (EntryChunk* chunk : dying->Chunks()) EntryChunk::Release(chunk);
+    FreeAlone(dying);
+  }
+  waiting = nullptr;
+}
+
+void TreeEntries::FreeAlone(TreeEntries* list) noexcept {
+  std::destroy_at(list);
+  ::operator delete(list);
+}
+
+std::size_t TreeEntries::FindChunk(TalStringViewT<WideChar> name) const noexcept {
+  const auto chunks = Chunks();
+  const auto behind = std::upper_bound(chunks.begin(), chunks.end(), name,
+                                       [](TalStringViewT<WideChar> wanted, const EntryChunk* c) {
+                                         return CompareNames(wanted, c->Name(0)) < 0;
+                                       });
+  return behind == chunks.begin() ? 0 : static_cast<std::size_t>(behind - chunks.begin()) - 1;
+}
+
+const cow_ptr<Object>* TreeEntries::Find(const TreeEntries* list, TalStringViewT<WideChar> name,
+                                         EntryKind kind) noexcept {
+  if (list == nullptr) return nullptr;
+  const EntryChunk& chunk = *list->Chunks()[list->FindChunk(name)];
+  const std::size_t index = chunk.LowerBound(name, kind);
+  if (index == chunk.Count() || chunk.Kind(index) != kind) return nullptr;
+  return SameName(chunk.Name(index), name) ? &chunk.Child(index) : nullptr;
+}
+
+void TreeEntries::CountChunk(const EntryChunk& chunk, bool added) noexcept {
+  const auto change = [added](auto& total, auto part) {
+    total = added ? total + part : total - part;
+  };
+  change(m_count, chunk.Count());
+  change(m_treeCount, chunk.TreeCount());
+  change(m_recordBytes, chunk.Records().size());
+  change(m_hidingChunks, std::uint32_t{chunk.HidesTree()});
+}
+
+// Puts `chunks`, whose holds it takes over, in the place of `removed` chunks from `first` on. Only
+// a list that follows another of its length and size has room for milestones, so that directories
+// which grow, where they are of no use, don't pay for them.
+void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
+                          std::span<EntryChunk* const> chunks) {
+  TreeEntries* const old = list;
+  const bool sole = old != nullptr && old->m_holders.IsSole();
+  const std::size_t old_count = old == nullptr ? 0 : old->m_chunkCount;
+  const std::size_t new_count = old_count - removed + chunks.size();
+  const auto replaced = old == nullptr ? chunks.first(0) : old->Chunks().subspan(first, removed);
+  const bool keeps_digest = new_count >= kFewestChunksForMilestones && new_count == old_count &&
+                            BytesOfRecords(replaced) == BytesOfRecords(chunks);
+  TreeEntries* target = old;
+  if (!sole || old->m_capacity < new_count) {
+    target = New(sole ? new_count + new_count / 2 : new_count, keeps_digest);
+  }
+  // From here on nothing can fail.
+  std::array<EntryChunk*, 2> gone{};
+  EntryChunk** const to = target->ChunkArray();
+  if (old != nullptr) {
+    EntryChunk** const from = old->ChunkArray();
+    std::copy(replaced.begin(), replaced.end(), gone.begin());
+    if (target != old) {
+      std::copy_n(from, first, to);
+      target->m_count = old->m_count;
+      target->m_treeCount = old->m_treeCount;
+      target->m_hidingChunks = old->m_hidingChunks;
+      target->m_recordBytes = old->m_recordBytes;
+    }
+    std::memmove(to + first + chunks.size(), from + first + removed,
+                 (old_count - first - removed) * sizeof(*to));
+  }
+  std::copy(chunks.begin(), chunks.end(), to + first);
+  target->m_chunkCount = static_cast<std::uint32_t>(new_count);
+  if (old != nullptr) target->TakeMilestones(*old, keeps_digest ? first : 0);
+  for (const EntryChunk* chunk : chunks) target->CountChunk(*chunk, true);
+  for (std::size_t index = 0; index < removed; ++index) target->CountChunk(*gone[index], false);
+  list = target;
+  if (sole) {
+    if (target != old) FreeAlone(old);
+    for (std::size_t index = 0; index < removed; ++index) EntryChunk::Release(gone[index]);
+    return;
+  }
+  for (std::size_t index = 0; index < first; ++index) to[index]->Acquire();
+  for (std::size_t index = first + chunks.size(); index < new_count; ++index) to[index]->Acquire();
+  Release(old);
+}
+
+void TreeEntries::Set(TreeEntries*& list, TalStringViewT<WideChar> name, EntryKind kind,
+                      const cow_ptr<Object>& child) {
+  const EntryChunk::Slot slot{name, kind, &child, {}};
+  SlotPlan plan;
+  ChunkHolder made;
+  if (list == nullptr) {
+    plan.Add(slot);
+    made.Make(plan.Part(0, 1));
+    Replace(list, 0, 0, made.Get());
+    made.Disown();
+    return;
+  }
+  const std::size_t at = list->FindChunk(name);
+  const EntryChunk& chunk = *list->Chunks()[at];
+  const std::size_t index = chunk.LowerBound(name, kind);
+  const bool replaces =
+      index < chunk.Count() && chunk.Kind(index) == kind && SameName(chunk.Name(index), name);
+  plan.AddAll(chunk, 0, index);
+  plan.Add(slot);
+  plan.AddAll(chunk, replaces ? index + 1 : index, chunk.Count());
+  if (plan.count <= MostSlots(list->m_chunkCount)) {
+    made.Make(plan.Part(0, plan.count));
+  } else {
+    // Names that arrive in ascending order fill one chunk after the other.
+    const bool appends = at + 1 == list->m_chunkCount && index + 1 == plan.count;
+    const std::size_t cut = plan.CutNear(appends ? plan.count - 1 : plan.count / 2);
+    made.Make(plan.Part(0, cut));
+    made.Make(plan.Part(cut, plan.count));
+  }
+  Replace(list, at, 1, made.Get());
+  made.Disown();
+}
+
+bool TreeEntries::Erase(TreeEntries*& list, TalStringViewT<WideChar> name) {
+  if (list == nullptr) return false;
+  std::size_t at = list->FindChunk(name);
+  const EntryChunk& chunk = *list->Chunks()[at];
+  const std::size_t first = chunk.LowerBound(name, EntryKind::kBlob);
+  std::size_t last = first;
+  while (last < chunk.Count() && SameName(chunk.Name(last), name)) ++last;
+  if (first == last) return false;
+  const std::size_t left = chunk.Count() - (last - first);
+  if (left == 0 && list->m_chunkCount == 1) {
+    Release(std::exchange(list, nullptr));
+    return true;
+  }
+  SlotPlan plan;
+  std::size_t removed = 1;
+  const EntryChunk* before = at == 0 ? nullptr : list->Chunks()[at - 1];
+  const EntryChunk* behind = at + 1 == list->m_chunkCount ? nullptr : list->Chunks()[at + 1];
+  // A chunk that has become small joins a small neighbour, so that directories shrink again.
+  const std::size_t few = MostSlots(list->m_chunkCount) / 2;
+  const bool join_before = left != 0 && before != nullptr && left + before->Count() <= few;
+  const bool join_behind =
+      left != 0 && !join_before && behind != nullptr && left + behind->Count() <= few;
+  if (join_before) plan.AddAll(*before, 0, before->Count());
+  plan.AddAll(chunk, 0, first);
+  plan.AddAll(chunk, last, chunk.Count());
+  if (join_behind) plan.AddAll(*behind, 0, behind->Count());
+  if (join_before || join_behind) removed = 2;
+  if (join_before) --at;
+  ChunkHolder made;
+  if (plan.count != 0) made.Make(plan.Part(0, plan.count));
+  Replace(list, at, removed, made.Get());
+  made.Disown();
+  return true;
+}
+
+TreeEntriesBuilder::~TreeEntriesBuilder() {
+  for (EntryChunk* chunk : m_chunks) {
+    if (chunk != nullptr) EntryChunk::Release(chunk);
+  }
+}
+
+void TreeEntriesBuilder::Append(TalStringViewT<WideChar> name, EntryKind kind,
+                                const cow_ptr<Object>& child) {
+  m_pending.push_back({TalStringT<WideChar>(name), kind, child});
+  const std::size_t most = MostSlots(m_chunks.size());
+  if (m_pending.size() > most) Flush(most);
+}
+
+void TreeEntriesBuilder::Append(EntryChunk& chunk) {
+  Flush(m_pending.size());
+  m_chunks.push_back(&chunk);
+  chunk.Acquire();
+}
+
+// Makes a chunk of the first `count` entries, or of one fewer so as not to part two of one name.
+void TreeEntriesBuilder::Flush(std::size_t count) {
+  if (count == 0) return;
+  SlotPlan plan;
+  for (const Pending& entry : m_pending) plan.Add({entry.name, entry.kind, &entry.child, {}});
+  const std::size_t cut = count < plan.count ? plan.CutNear(count) : count;
+  m_chunks.push_back(nullptr);
+  m_chunks.back() = EntryChunk::Make(plan.Part(0, cut));
+  m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(cut));
+}
+
+TreeEntries* TreeEntriesBuilder::Finish(const TreeEntries* former) {
+  Flush(m_pending.size());
+  if (m_chunks.empty()) return nullptr;
+  const bool keeps_digest =
+      former != nullptr && m_chunks.size() >= TreeEntries::kFewestChunksForMilestones &&
+      m_chunks.size() == former->m_chunkCount && BytesOfRecords(m_chunks) == former->m_recordBytes;
+  TreeEntries* list = TreeEntries::New(m_chunks.size(), keeps_digest);
+  std::copy(m_chunks.begin(), m_chunks.end(), list->ChunkArray());
+  list->m_chunkCount = static_cast<std::uint32_t>(m_chunks.size());
+  if (keeps_digest) {
+    const auto theirs = former->Chunks();
+    const auto differs = std::mismatch(theirs.begin(), theirs.end(), m_chunks.begin()).first;
+    list->TakeMilestones(*former, static_cast<std::size_t>(differs - theirs.begin()));
+  }
+  for (const EntryChunk* chunk : m_chunks) list->CountChunk(*chunk, true);
+  m_chunks.clear();
+  return list;
+}
+
+}  // namespace TalVcs

@@ -1,0 +1,118 @@
+#pragma once
+
+#include <talvcs/directory/internal/entry_chunk.h>
+#include <talvcs/foundation/internal/ref_count.h>
+#include <talvcs/foundation/internal/sha256.h>
+#include <talvcs/foundation/names.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace TalVcs {
+
+/// The entries of one directory: a list of chunks, shared by count between copies of a tree.
+///
+/// The free handling of the count is the business of `Tree`, whose only member of this kind is a
+/// plain pointer; null stands for no entries. The functions that change a list take the pointer by
+/// reference, replace it by a list of the caller's own where it is shared, and change nothing if
+/// they throw.
+class TreeEntries {
+ public:
+  static TreeEntries* Share(TreeEntries* list) noexcept;
+  /// Gives up a hold. What dies with it is freed without recursion, however deep it nests.
+  static void Release(TreeEntries* list) noexcept;
+
+  static void Set(TreeEntries*& list, TalStringViewT<WideChar> name, EntryKind kind,
+                  const cow_ptr<Object>& child);
+  /// Removes the entries of both kinds under `name`. Returns false if there is none.
+  static bool Erase(TreeEntries*& list, TalStringViewT<WideChar> name);
+
+  /// Returns the handle under (`name`, `kind`), or null if there is no such entry.
+  static const cow_ptr<Object>* Find(const TreeEntries* list, TalStringViewT<WideChar> name,
+                                     EntryKind kind) noexcept;
+
+  /// True if one tree alone holds the list.
+  bool IsSole() const noexcept { return m_holders.IsSole(); }
+  std::uint64_t TreeCount() const noexcept { return m_treeCount; }
+  std::uint64_t Count() const noexcept { return m_count; }
+  std::uint64_t RecordBytes() const noexcept { return m_recordBytes; }
+  /// True if any blob of the directory hides a subtree of the same name.
+  bool HidesTree() const noexcept { return m_hidingChunks != 0; }
+  std::span<EntryChunk* const> Chunks() const noexcept { return {ChunkArray(), m_chunkCount}; }
+
+  /// Returns the digest of the packed form of a tree with these entries, null for none.
+  ///
+  /// A list that came from another by replacing an entry doesn't hash again what stands before it:
+  /// it goes on from a milestone, and leaves milestones itself if one tree alone holds it.
+  static TalUtils::Sha256::Digest ComputeDigest(TreeEntries* list);
+
+ private:
+  friend class TreeEntriesBuilder;
+
+  /// The state of the hash before a chunk: the milestones part the chunks into equal shares.
+  struct Milestone {
+    TalUtils::Sha256::State state;  // after the last whole block before the chunk
+    std::uint32_t blocks;           // up to there
+    std::uint32_t tail;             // bytes between that block and the chunk
+  };
+  static constexpr std::size_t kMilestones = 3;
+  static constexpr std::size_t kFewestChunksForMilestones = 8;
+
+  TreeEntries() = default;
+  static TreeEntries* New(std::size_t capacity, bool milestones);
+  void TakeMilestones(const TreeEntries& former, std::size_t equalChunks) noexcept;
+  void LeaveMilestone(const TalUtils::Sha256& hash, std::size_t size, std::size_t chunk) noexcept;
+  Milestone* Milestones() const noexcept;
+  std::size_t ChunkOfMilestone(std::size_t index) const noexcept {
+    return (index + 1) * m_chunkCount / (kMilestones + 1);
+  }
+  static void Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
+                      std::span<EntryChunk* const> chunks);
+  static void FreeAlone(TreeEntries* list) noexcept;
+  std::size_t FindChunk(TalStringViewT<WideChar> name) const noexcept;
+  EntryChunk** ChunkArray() const noexcept;
+  void CountChunk(const EntryChunk& chunk, bool added) noexcept;
+
+  TalUtils::RefCount m_holders;
+  bool m_hasRoomForMilestones = false;
+  std::uint8_t m_milestoneCount = 0;
+  std::uint32_t m_hidingChunks = 0;
+  std::uint32_t m_chunkCount = 0;
+  std::uint32_t m_capacity = 0;
+  std::uint64_t m_count = 0;
+  std::uint64_t m_treeCount = 0;
+  std::uint64_t m_recordBytes = 0;
+  TreeEntries* m_next = nullptr;  // links lists that wait for their end
+};
+
+/// Collects entries in ascending order and makes a list of them in one go.
+class TreeEntriesBuilder {
+ public:
+  TreeEntriesBuilder() = default;
+  TreeEntriesBuilder(const TreeEntriesBuilder&) = delete;
+  TreeEntriesBuilder& operator=(const TreeEntriesBuilder&) = delete;
+  ~TreeEntriesBuilder();
+
+  /// Appends an entry, which has to stand behind all that are there.
+  void Append(TalStringViewT<WideChar> name, EntryKind kind, const cow_ptr<Object>& child);
+  /// Appends a whole chunk, shared.
+  void Append(EntryChunk& chunk);
+  /// Returns the list, held once, or null for no entries. The builder is empty afterwards. What of
+  /// the digest of `former`, which may be null, holds for the list too is taken from there.
+  TreeEntries* Finish(const TreeEntries* former);
+
+ private:
+  struct Pending {
+    TalStringT<WideChar> name;
+    EntryKind kind;
+    cow_ptr<Object> child;
+  };
+  void Flush(std::size_t count);
+
+  std::vector<Pending> m_pending;
+  std::vector<EntryChunk*> m_chunks;
+};
+
+}  // namespace TalVcs

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <talvcs/directory/internal/tree_walk.h>
+
+namespace TalVcs {
+
+/// What becomes of one entry in a merge.
+enum class EntryDecision {
+  kKeepRoot,   ///< neither side changed it
+  kTakeLeft,   ///< the left side alone changed it
+  kTakeRight,  ///< the right side alone changed it
+  kTakeSame,   ///< both sides changed it in the same way
+  kConflict,   ///< both sides changed it differently
+};
+
+/// Decides about the entries under one name from what stands there on the three sides.
+///
+/// A merge looks at blobs first and at subtrees in a second stage; `stage` tells which entries
+/// count as changed. Compared is the object that the name stands for, of whatever kind, so a name
+/// that is a blob on one side and a subtree on another is changed in both stages.
+EntryDecision DecideEntry(EntryKind stage, const NamedEntries& root, const NamedEntries& left,
+                          const NamedEntries& right);
+
+}  // namespace TalVcs

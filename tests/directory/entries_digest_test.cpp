@@ -1,0 +1,140 @@
+#include <talvcs/directory/internal/tree_entries.h>
+#include <talvcs/foundation/internal/sha256.h>
+
+#include <gtest/gtest.h>
+#include <tests/support/objects.h>
+
+#include <cstdio>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace TalVcs::Testing {
+namespace {
+
+using TalUtils::Sha256;
+
+/// A state of a directory.
+class State {
+ public:
+  State() = default;
+  explicit State(TreeEntries* list) : m_list(list) {}
+  State(const State& other) : m_list(TreeEntries::Share(other.m_list)) {}
+  State(State&& other) noexcept : m_list(std::exchange(other.m_list, nullptr)) {}
+  State& operator=(State other) noexcept {
+    std::swap(m_list, other.m_list);
+    return *this;
+  }
+  ~State() { TreeEntries::Release(m_list); }
+
+  void Set(const std::string& name, const cow_ptr<Object>& child) {
+    TreeEntries::Set(m_list, Wide(name), EntryKind::kBlob, child);
+  }
+  void Erase(const std::string& name) { TreeEntries::Erase(m_list, Wide(name)); }
+
+  Sha256::Digest Digest() const { return TreeEntries::ComputeDigest(m_list); }
+
+  /// The digest of all bytes in one run.
+  Sha256::Digest DigestFromScratch() const {
+    std::string records;
+    if (m_list != nullptr) {
+      for (const EntryChunk* chunk : m_list->Chunks()) {
+        const auto bytes = chunk->Records();
+        for (const std::byte byte : bytes) records += static_cast<char>(byte);
+      }
+    }
+    const std::string packed = "tree " + std::to_string(records.size()) + '\0' + records;
+    Sha256 hash;
+    hash.Update(packed.data(), packed.size());
+    return hash.Finish();
+  }
+
+  TreeEntries* Get() const { return m_list; }
+
+ private:
+  TreeEntries* m_list = nullptr;
+};
+
+std::string NameOf(unsigned number) {
+  char name[16];
+  std::snprintf(name, sizeof(name), "f%05u", number);
+  return name;
+}
+
+State Directory(unsigned size) {
+  State state;
+  const cow_ptr<Object> child = SharedBlob("first");
+  for (unsigned number = 0; number < size; ++number) state.Set(NameOf(number), child);
+  return state;
+}
+
+class EntriesDigest : public testing::TestWithParam<unsigned> {};
+
+TEST_P(EntriesDigest, OfAChangedStateIsThatOfItsBytes) {
+  const unsigned size = GetParam();
+  std::mt19937 random(size);
+  State state = Directory(size);
+  ASSERT_EQ(state.Digest(), state.DigestFromScratch());
+  std::vector<State> former;
+  for (unsigned step = 0; step < 120; ++step) {
+    // Some steps change the list in place, some a copy of it, a few more than its contents.
+    if (random() % 3 != 0) former.push_back(state);
+    const unsigned number = random() % size;
+    const cow_ptr<Object> child = SharedBlob(std::to_string(step));
+    switch (random() % 16) {
+      case 0:
+        state.Erase(NameOf(number));
+        break;
+      case 1:
+        state.Set(NameOf(number), cow_ptr<Object>());
+        break;
+      case 2:
+        state.Set(NameOf(number) + "x", child);
+        break;
+      default:
+        state.Set(NameOf(number), child);
+    }
+    if (random() % 4 == 0) continue;  // the next digest covers several changes
+    ASSERT_EQ(state.Digest(), state.DigestFromScratch()) << "step " << step;
+  }
+  for (const State& one : former) ASSERT_EQ(one.Digest(), one.DigestFromScratch());
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, EntriesDigest, testing::Values(1, 7, 29, 33, 100, 300, 1000));
+
+TEST(EntriesDigest, GoesOnFromAnEqualBeginningOnly) {
+  const State first = Directory(100);
+  State second = first;
+  second.Set(NameOf(90), SharedBlob("other"));
+  second.Digest();
+  // Has the chunks of the second state from the 50th file on, but not those in front.
+  State third = second;
+  third.Set(NameOf(20), SharedBlob("another"));
+  EXPECT_EQ(third.Digest(), third.DigestFromScratch());
+  // One record shorter and one longer leave the size as it is, but not the bytes.
+  State fourth = third;
+  fourth.Erase(NameOf(3));
+  fourth.Set(NameOf(97), SharedBlob("y"));
+  fourth.Set(NameOf(96) + "5", SharedBlob("z"));
+  fourth.Erase(NameOf(96));
+  EXPECT_EQ(fourth.Digest(), fourth.DigestFromScratch());
+}
+
+TEST(EntriesDigest, OfABuiltListGoesOnFromAFormerOne) {
+  State former = Directory(100);
+  State changed = former;
+  changed.Set(NameOf(70), SharedBlob("second"));
+  changed.Digest();  // leaves milestones
+  for (const unsigned number : {0U, 24U, 26U, 49U, 51U, 74U, 76U, 99U}) {
+    State next = changed;
+    next.Set(NameOf(number), SharedBlob("third"));
+    TreeEntriesBuilder builder;
+    for (EntryChunk* chunk : next.Get()->Chunks()) builder.Append(*chunk);
+    const State built(builder.Finish(changed.Get()));
+    EXPECT_EQ(built.Digest(), built.DigestFromScratch()) << "file " << number;
+  }
+}
+
+}  // namespace
+}  // namespace TalVcs::Testing
