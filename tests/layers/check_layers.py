@@ -15,7 +15,7 @@ import sys
 BELOW = {
     "foundation": set(),
     "format": {"foundation", "objects", "directory"},
-    "directory": {"foundation", "objects"},
+    "directory": {"foundation", "format", "objects"},
     "objects": {"foundation", "format", "directory"},
     "storage": {"foundation", "directory", "objects"},
     "merge": {"foundation", "directory", "objects"},

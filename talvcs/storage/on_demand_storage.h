@@ -1,0 +1,91 @@
+#pragma once
+
+#include <talvcs/export.h>
+#include <talvcs/storage/object_reader.h>
+#include <talvcs/storage/objects_storage.h>
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace TalVcs {
+
+/// A storage whose objects are read from a store when something asks for them.
+///
+/// Its tables hold what is new: what was committed or edited and isn't saved yet. What the store
+/// has is read at the first use and then kept, under its id, until `Trim`; counts and tables don't
+/// show it. An object in hand is whole: only following a link, from a tree to an entry, from a
+/// commit to its parent or its tree, from a branch to its head, may read the store. A link that
+/// can't be followed throws `ObjectUnavailable`, or what the reader throws, and stays as it was.
+/// Every object is checked against its id, and has to have the form that the library writes.
+///
+/// A clone shares the source: what one has read, the other finds. Handles on objects may outlive
+/// all storages and go on reading.
+///
+/// Threads: a storage, its clones and all that was read through them belong to one thread at a time.
+class TALVCS_API OnDemandStorage : public IObjectsStorage {
+ public:
+  using BranchHead = std::pair<TalStringT<WideChar>, Id>;
+
+  /// Reads through `reader`, which must not be null. `heads` are the branches of the store, each
+  /// with the id of its head, or the empty id for none. Nothing is read yet.
+  OnDemandStorage(std::shared_ptr<IObjectReader> reader, const std::vector<BranchHead>& heads);
+  OnDemandStorage(const OnDemandStorage& other);
+  OnDemandStorage& operator=(const OnDemandStorage&) = delete;
+  ~OnDemandStorage() override;
+
+  std::unique_ptr<IObjectsStorage> Clone() const override;
+
+  /// Return the instance of that id: a new one, one that was read, or one that is read now. Null if
+  /// the store has no such object or it is of another type.
+  cow_ptr<Commit> GetCommit(const Id& id) const override;
+  cow_ptr<Tree> GetTree(const Id& id) const override;
+  cow_ptr<Blob> GetBlob(const Id& id) const override;
+  void AddCommit(cow_ptr<Commit> commit) override;
+  void AddTree(cow_ptr<Tree> tree) override;
+  void AddBlob(cow_ptr<Blob> blob) override;
+
+  /// Tell what is new.
+  std::uint64_t GetCommitCount() const override;
+  std::uint64_t GetTreeCount() const override;
+  std::uint64_t GetBlobCount() const override;
+  const CommitTable& GetCommits() const override;
+  const TreeTable& GetTrees() const override;
+  const BlobTable& GetBlobs() const override;
+
+  /// Returns the branches with their heads, all of which are read for it.
+  const RefTable& GetRefs() const override;
+  /// Returns the branches with the ids of their heads, in the order of the names, without reading.
+  std::vector<BranchHead> GetHeadIds() const;
+
+  void DeleteCommit(cow_ptr<Commit> commit) override;
+  /// Removes what is new and unused. The store isn't touched and nothing is read.
+  void PurgeUnusedObjects() override;
+  bool BranchExist(TalStringViewT<WideChar> name) const override;
+  bool CreateBranch(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) override;
+  bool RemoveBranch(TalStringViewT<WideChar> name) override;
+  bool UpdateBranch(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) override;
+  cow_ptr<Commit> GetHead(TalStringViewT<WideChar> name) const override;
+  std::vector<TalStringT<WideChar>> GetCommitBranches(cow_ptr<Commit> commit) const override;
+
+  /// Takes an object that a save has to write.
+  using UnsavedSink = Delegate<void(const Id& id, const Buffer& packed)>;
+
+  /// Passes every object that a head reaches and that isn't known to be in the store to `sink`,
+  /// each before what names it. Returns their number. What is in the store isn't entered and nothing
+  /// is read, but for objects of another store that stand in a tree here.
+  std::uint64_t VisitUnsaved(UnsavedSink sink) const;
+  /// Says that all that `VisitUnsaved` passes is in the store now: it counts as read.
+  void MarkSaved();
+
+  /// Lets go of everything that the store has and nobody else holds. Raw pointers and references
+  /// into objects that were read are invalid afterwards; handles stay good.
+  void Trim();
+
+ private:
+  class TALVCS_NO_EXPORT Impl;
+  std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace TalVcs
