@@ -26,6 +26,7 @@ namespace TalVcs {
 namespace {
 
 constexpr std::size_t kStackBytes = 2048;
+constexpr int kIdDigits = 64;
 
 std::uint32_t CheckedEnd(std::uint64_t end) {
   if (end > std::numeric_limits<std::uint32_t>::max()) {
@@ -89,8 +90,8 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
     const Slot& slot = slots[index];
     units += static_cast<std::uint64_t>(slot.name.length);
     const bool hidden = index > 0 && SameName(slots[index - 1].name, slot.name);
-    hides_tree = hides_tree || (hidden && *slots[index - 1].child && *slot.child);
-    recorded[index] = !hidden && *slot.child;
+    hides_tree = hides_tree || (hidden && slots[index - 1].HasObject() && *slot.child);
+    recorded[index] = !hidden && slot.HasObject();
     faithful = faithful && recorded[index] && slot.name.Find(WideChar()) < 0;
     if (!recorded[index]) continue;
     if (slot.record.length == 0) {
@@ -175,6 +176,11 @@ TalStringViewT<WideChar> EntryChunk::Name(std::size_t index) const noexcept {
 
 EntryKind EntryChunk::Kind(std::size_t index) const noexcept {
   return (m_treeBits >> index & 1) != 0 ? EntryKind::kTree : EntryKind::kBlob;
+}
+
+TalStringViewT<char> EntryChunk::IdOfAbsent(std::size_t index) const noexcept {
+  const TalStringViewT<char> record = At(index).record;
+  return record.Mid(record.length - kIdDigits, kIdDigits);
 }
 
 EntryChunk::Slot EntryChunk::At(std::size_t index) const noexcept {

@@ -7,7 +7,7 @@ EntryDecision DecideEntry(EntryKind stage, const NamedEntries& root, const Named
   const bool left_changed = EntriesDiffer(stage, root, left);
   const bool right_changed = EntriesDiffer(stage, root, right);
   if (left_changed && right_changed) {
-    return SameObject(left.LocalObject(), right.LocalObject()) ? EntryDecision::kTakeSame
+    return SameObject(left.Local(), right.Local()) ? EntryDecision::kTakeSame
                                                                : EntryDecision::kConflict;
   }
   if (left_changed) return EntryDecision::kTakeLeft;
