@@ -42,8 +42,8 @@ struct ChangedNames {
 
   ChangedNames(const cow_ptr<Tree>& root, const cow_ptr<Tree>& side) {
     const auto visit = [this](auto name, const NamedEntries& of_root, const NamedEntries& of_side) {
-      if (EntriesDiffer(EntryKind::kBlob, of_root, of_side)) blobs.push_back(name);
-      if (EntriesDiffer(EntryKind::kTree, of_root, of_side)) trees.push_back(name);
+      if (EntriesDiffer(EntryKind::Blob, of_root, of_side)) blobs.push_back(name);
+      if (EntriesDiffer(EntryKind::Tree, of_root, of_side)) trees.push_back(name);
     };
     VisitUnsharedNames(EntriesOf(root), EntriesOf(side), visit);
   }
@@ -67,19 +67,19 @@ DiffPartition PartitionDiffs(EntryKind stage, const MergeTrees& trees,
   for (const auto& name : names) {
     switch (DecideEntry(stage, EntriesUnder(trees.root, name), EntriesUnder(trees.left, name),
                         EntriesUnder(trees.right, name))) {
-      case EntryDecision::kConflict:
+      case EntryDecision::Conflict:
         partition.conflicts.emplace_back(name);
         break;
-      case EntryDecision::kTakeSame:
+      case EntryDecision::TakeSame:
         partition.same_on_both.emplace_back(name);
         break;
-      case EntryDecision::kTakeLeft:
+      case EntryDecision::TakeLeft:
         partition.left_only.emplace_back(name);
         break;
-      case EntryDecision::kTakeRight:
+      case EntryDecision::TakeRight:
         partition.right_only.emplace_back(name);
         break;
-      case EntryDecision::kKeepRoot:
+      case EntryDecision::KeepRoot:
         break;
     }
   }
@@ -166,7 +166,7 @@ class TreeMerge {
     const ChangedNames left(trees.root, trees.left);
     const ChangedNames right(trees.root, trees.right);
     level.result = trees.root;
-    const DiffPartition blobs = PartitionDiffs(EntryKind::kBlob, trees, left.blobs, right.blobs);
+    const DiffPartition blobs = PartitionDiffs(EntryKind::Blob, trees, left.blobs, right.blobs);
     for (const Name& name : blobs.conflicts) {
       switch (AskForBlob(level.resolvers.blobResolver, name)) {
         case ConflictChoice::Left:
@@ -182,7 +182,7 @@ class TreeMerge {
       }
     }
     ApplyPartition(level.result, trees, blobs);
-    DiffPartition subtrees = PartitionDiffs(EntryKind::kTree, trees, left.trees, right.trees);
+    DiffPartition subtrees = PartitionDiffs(EntryKind::Tree, trees, left.trees, right.trees);
     ApplyPartition(level.result, trees, subtrees);
     level.subtree_conflicts = std::move(subtrees.conflicts);
     ExpectSubtrees(trees, level.subtree_conflicts);
@@ -196,7 +196,7 @@ class TreeMerge {
       const TreeEntries* list = EntriesOf(*tree);
       if (list == nullptr || list->Source() == nullptr) continue;
       for (const Name& name : names) {
-        absent.push_back(TreeEntries::Find(list, name, EntryKind::kTree));
+        absent.push_back(TreeEntries::Find(list, name, EntryKind::Tree));
       }
     }
     if (!absent.empty()) ExpectTrees(absent);

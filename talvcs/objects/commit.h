@@ -156,7 +156,7 @@ class TALVCS_API Commit : public Object {
   bool m_isAmend = false;
   bool m_isAbsent = false;              // only in a placeholder for a parent
   mutable bool m_isTreeAbsent = false;  // the root is a placeholder
-  mutable Buffer m_data;  // empty while not computed: no text is empty
+  mutable Buffer m_data;                // empty while not computed: no text is empty
 };
 
 }  // namespace TalVcs

@@ -115,7 +115,7 @@ std::uint64_t Tree::GetDeepBlobCount() const {
       tree->m_entries->ExpectSubtrees();
       for (const EntryChunk* chunk : tree->m_entries->Chunks()) {
         for (std::size_t index = 0; index < chunk->Count(); ++index) {
-          if (chunk->Kind(index) != EntryKind::kTree || !chunk->HasObject(index)) continue;
+          if (chunk->Kind(index) != EntryKind::Tree || !chunk->HasObject(index)) continue;
           const Tree* child = OpenTree(EntryRef(tree->m_entries, chunk, index));
           const auto known = counts.find(child);
           if (known == counts.end()) {

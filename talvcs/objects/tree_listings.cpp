@@ -113,8 +113,8 @@ class DirectoryDiff {
   void CompareEntries(const DiffTask& task) {
     PathText prefix = task.prefix;
     const auto visit = [&](auto name, const NamedEntries& of_a, const NamedEntries& of_b) {
-      if (EntriesDiffer(EntryKind::kBlob, of_a, of_b)) m_paths.push_back(Joined(prefix, name));
-      if (!EntriesDiffer(EntryKind::kTree, of_a, of_b)) return;
+      if (EntriesDiffer(EntryKind::Blob, of_a, of_b)) m_paths.push_back(Joined(prefix, name));
+      if (!EntriesDiffer(EntryKind::Tree, of_a, of_b)) return;
       PathText below = prefix;
       Descend(below, name);
       if (of_a.Tree().IsAbsent() || of_b.Tree().IsAbsent()) {
@@ -156,11 +156,11 @@ class DirectoryDiff {
 }  // namespace
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalBlobPaths() const {
-  return LocalNames(m_entries, EntryKind::kBlob);
+  return LocalNames(m_entries, EntryKind::Blob);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalSubtreePaths() const {
-  return LocalNames(m_entries, EntryKind::kTree);
+  return LocalNames(m_entries, EntryKind::Tree);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalObjectPaths() const {
@@ -178,11 +178,11 @@ std::vector<TalStringT<WideChar>> Tree::GetDeepBlobPaths() const {
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalBlobDiffs(cow_ptr<Tree> other) const {
-  return LocalDiffs(m_entries, other.get(), EntryKind::kBlob);
+  return LocalDiffs(m_entries, other.get(), EntryKind::Blob);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalTreeDiffs(cow_ptr<Tree> other) const {
-  return LocalDiffs(m_entries, other.get(), EntryKind::kTree);
+  return LocalDiffs(m_entries, other.get(), EntryKind::Tree);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetDeepBlobDiffs(cow_ptr<Tree> other) const {

@@ -27,8 +27,8 @@ cow_ptr<Tree> FindStored(const IRepository& repository, const Tree& tree) {
   return repository.GetTreeFromStorage(tree.GetId());
 }
 
-EntryKind KindOf(const Blob&) { return EntryKind::kBlob; }
-EntryKind KindOf(const Tree&) { return EntryKind::kTree; }
+EntryKind KindOf(const Blob&) { return EntryKind::Blob; }
+EntryKind KindOf(const Tree&) { return EntryKind::Tree; }
 
 template <class T>
 cow_ptr<T> Store(IRepository& repository, const T& object) {
@@ -126,7 +126,7 @@ void Tree::StoreDirectories(IRepository& repository, Components directories,
     opened.pop_back();
     const cow_ptr<Tree> stored = StoreOwn(repository, std::move(changed));
     Tree& above = opened.empty() ? *this : *opened.back().write();
-    above.SetEntry(directories[opened.size()], EntryKind::kTree, stored);
+    above.SetEntry(directories[opened.size()], EntryKind::Tree, stored);
   }
 }
 
@@ -141,16 +141,16 @@ void Tree::EraseEntries(TalStringViewT<WideChar> name) {
 }
 
 bool Tree::LocalObjectExists(TalStringViewT<WideChar> name) const noexcept {
-  return TreeEntries::Find(m_entries, name, EntryKind::kBlob) ||
-         TreeEntries::Find(m_entries, name, EntryKind::kTree);
+  return TreeEntries::Find(m_entries, name, EntryKind::Blob) ||
+         TreeEntries::Find(m_entries, name, EntryKind::Tree);
 }
 
 cow_ptr<Blob> Tree::GetLocalBlob(TalStringViewT<WideChar> name) const {
-  return TreeEntries::Find(m_entries, name, EntryKind::kBlob).Open().as<Blob>();
+  return TreeEntries::Find(m_entries, name, EntryKind::Blob).Open().as<Blob>();
 }
 
 cow_ptr<Tree> Tree::GetLocalTree(TalStringViewT<WideChar> name) const {
-  return TreeEntries::Find(m_entries, name, EntryKind::kTree).Open().as<Tree>();
+  return TreeEntries::Find(m_entries, name, EntryKind::Tree).Open().as<Tree>();
 }
 
 cow_ptr<Object> Tree::GetLocalObject(TalStringViewT<WideChar> name) const {
@@ -162,7 +162,7 @@ cow_ptr<Object> Tree::GetLocalObject(TalStringViewT<WideChar> name) const {
 const Tree* Tree::FindTree(Components components) const {
   const Tree* at = this;
   for (const auto& name : components) {
-    at = OpenTree(TreeEntries::Find(at->m_entries, name, EntryKind::kTree));
+    at = OpenTree(TreeEntries::Find(at->m_entries, name, EntryKind::Tree));
     if (at == nullptr) return nullptr;
   }
   return at;

@@ -47,7 +47,7 @@ char* PutWideText(TalStringViewT<WideChar> text, char* out) noexcept {
 }
 
 char* PutRecord(const EntryChunk::Slot& slot, const Id& id, char* out) noexcept {
-  const bool blob = slot.kind == EntryKind::kBlob;
+  const bool blob = slot.kind == EntryKind::Blob;
   out = PutText(blob ? Blob::kMode : Tree::kMode, out);
   *out++ = ' ';
   out = PutText(blob ? Blob::kType : Tree::kType, out);
@@ -138,7 +138,7 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
     std::memcpy(chunk->Names() + name_end, slot.name.text, length * sizeof(WideChar));
     name_end += length;
     ::new (chunk->EndsOfEntries() + index) Ends{name_end, record_ends[index]};
-    if (slot.kind == EntryKind::kTree) {
+    if (slot.kind == EntryKind::Tree) {
       chunk->m_treeBits |= 1U << index;
       ++chunk->m_treeCount;
     }
@@ -175,7 +175,7 @@ TalStringViewT<WideChar> EntryChunk::Name(std::size_t index) const noexcept {
 }
 
 EntryKind EntryChunk::Kind(std::size_t index) const noexcept {
-  return (m_treeBits >> index & 1) != 0 ? EntryKind::kTree : EntryKind::kBlob;
+  return (m_treeBits >> index & 1) != 0 ? EntryKind::Tree : EntryKind::Blob;
 }
 
 TalStringViewT<char> EntryChunk::IdOfAbsent(std::size_t index) const noexcept {

@@ -52,7 +52,7 @@ std::optional<EntryChunk::Slot> FormerEntries::EntryThatBegins(
 }
 
 const Tree* FormerEntries::Subtree(TalStringViewT<WideChar> name) const noexcept {
-  return static_cast<const Tree*>(TreeEntries::Find(m_list, name, EntryKind::kTree).Present());
+  return static_cast<const Tree*>(TreeEntries::Find(m_list, name, EntryKind::Tree).Present());
 }
 
 }  // namespace TalVcs

@@ -157,7 +157,7 @@ void TreeEntries::ExpectAbsentSubtrees() const {
   for (const EntryChunk* chunk : Chunks()) {
     if (chunk->TreeCount() == 0) continue;
     for (std::size_t index = 0; index < chunk->Count(); ++index) {
-      if (chunk->Kind(index) != EntryKind::kTree || !chunk->IsAbsent(index)) continue;
+      if (chunk->Kind(index) != EntryKind::Tree || !chunk->IsAbsent(index)) continue;
       const EntryRef entry(this, chunk, index);
       expected.push_back({IdOf(entry), entry.Place()});
     }
@@ -232,8 +232,8 @@ void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t rem
 void TreeEntries::Set(TreeEntries*& list, TalStringViewT<WideChar> name, EntryKind kind,
                       const cow_ptr<Object>& child) {
   // A subtree that becomes hidden loses its record, and with it the id by which it could be read.
-  if (kind == EntryKind::kBlob && list != nullptr && list->m_source != nullptr) {
-    Find(list, name, EntryKind::kTree).Open();
+  if (kind == EntryKind::Blob && list != nullptr && list->m_source != nullptr) {
+    Find(list, name, EntryKind::Tree).Open();
   }
   SetSlot(list, {name, kind, &child, {}});
 }
@@ -243,13 +243,13 @@ void TreeEntries::SetLike(TreeEntries*& list, const EntryRef& entry) {
   ObjectSource* const own = list == nullptr ? nullptr : list->m_source;
   ObjectSource* const theirs = entry.List()->m_source;
   const bool becomes_hidden =
-      slot.kind == EntryKind::kTree && Find(list, slot.name, EntryKind::kBlob);
+      slot.kind == EntryKind::Tree && Find(list, slot.name, EntryKind::Blob);
   const bool can_stay_absent = (own == nullptr || own == theirs) && !becomes_hidden;
   if (!entry.IsAbsent() || !can_stay_absent) {
     Set(list, slot.name, slot.kind, entry.Open());
     return;
   }
-  if (slot.kind == EntryKind::kBlob) Find(list, slot.name, EntryKind::kTree).Open();
+  if (slot.kind == EntryKind::Blob) Find(list, slot.name, EntryKind::Tree).Open();
   // Chunks that the list shares with others keep their links, since those may have no source.
   SetSlot(list, slot);
   if (own == nullptr) {
@@ -294,7 +294,7 @@ bool TreeEntries::Erase(TreeEntries*& list, TalStringViewT<WideChar> name) {
   if (list == nullptr) return false;
   std::size_t at = list->FindChunk(name);
   const EntryChunk& chunk = *list->Chunks()[at];
-  const std::size_t first = chunk.LowerBound(name, EntryKind::kBlob);
+  const std::size_t first = chunk.LowerBound(name, EntryKind::Blob);
   std::size_t last = first;
   while (last < chunk.Count() && SameName(chunk.Name(last), name)) ++last;
   if (first == last) return false;
@@ -332,8 +332,7 @@ TreeEntriesBuilder::~TreeEntriesBuilder() {
 }
 
 void TreeEntriesBuilder::Append(const EntryChunk::Slot& slot) {
-  m_pending.push_back(
-      {TalStringT<WideChar>(slot.name), slot.kind, *slot.child, slot.record});
+  m_pending.push_back({TalStringT<WideChar>(slot.name), slot.kind, *slot.child, slot.record});
   const std::size_t most = MostSlots(m_chunks.size());
   if (m_pending.size() > most) Flush(most);
 }

@@ -21,7 +21,7 @@ class NamedEntries {
   /// The entry that the name stands for: a blob hides a subtree.
   const EntryRef& Local() const noexcept { return m_blob.HasObject() ? m_blob : m_tree; }
   const EntryRef& OfKind(EntryKind kind) const noexcept {
-    return kind == EntryKind::kBlob ? m_blob : m_tree;
+    return kind == EntryKind::Blob ? m_blob : m_tree;
   }
 
  private:
@@ -36,8 +36,8 @@ inline const Tree* OpenTree(const EntryRef& entry) {
 
 /// Returns what stands under `name` in a directory.
 inline NamedEntries EntriesUnder(const TreeEntries* list, TalStringViewT<WideChar> name) noexcept {
-  return {TreeEntries::Find(list, name, EntryKind::kBlob),
-          TreeEntries::Find(list, name, EntryKind::kTree)};
+  return {TreeEntries::Find(list, name, EntryKind::Blob),
+          TreeEntries::Find(list, name, EntryKind::Tree)};
 }
 
 /// Walks over the names of a directory in ascending order.
@@ -56,7 +56,7 @@ class EntryCursor {
     EntryRef blob;
     EntryRef tree;
     do {
-      (chunk.Kind(m_slot) == EntryKind::kBlob ? blob : tree) = EntryRef(m_list, &chunk, m_slot);
+      (chunk.Kind(m_slot) == EntryKind::Blob ? blob : tree) = EntryRef(m_list, &chunk, m_slot);
       ++m_slot;
     } while (m_slot < chunk.Count() && SameName(chunk.Name(m_slot), name));
     if (m_slot == chunk.Count()) {

@@ -40,6 +40,16 @@ cow_ptr<Tree> CommitAccess::PresentRoot(const Commit& commit) {
   return commit.m_tree && !commit.m_isTreeAbsent ? commit.m_tree->GetRoot() : nullptr;
 }
 
+const ObjectSource* CommitAccess::SourceOfParent(const Commit& commit) noexcept {
+  if (!commit.IsParentAbsent()) return nullptr;
+  return static_cast<const AbsentCommit&>(*commit.m_parent).Source();
+}
+
+const ObjectSource* CommitAccess::SourceOfRoot(const Commit& commit) noexcept {
+  if (!commit.m_isTreeAbsent) return nullptr;
+  return static_cast<const AbsentTree&>(*commit.m_tree->GetRoot()).Source();
+}
+
 void CommitAccess::SetAbsentParent(const Commit& commit, const Id& id, const SourceHandle& source) {
   commit.m_parent = cow_ptr<Commit>(std::make_shared<AbsentCommit>(id, source));
 }

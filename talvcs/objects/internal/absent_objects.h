@@ -12,6 +12,7 @@ class AbsentCommit final : public Commit {
  public:
   AbsentCommit(const Id& id, const SourceHandle& source);
 
+  const ObjectSource* Source() const noexcept { return m_source.get(); }
   /// Returns the commit, which is read if need be. `child` is the id of the commit that asks.
   cow_ptr<Commit> Open(const Id& child) const { return m_source->OpenParent(CachedId(), child); }
 
@@ -24,6 +25,7 @@ class AbsentTree final : public Tree {
  public:
   AbsentTree(const Id& id, const SourceHandle& source) : m_source(source) { CacheId(id); }
 
+  const ObjectSource* Source() const noexcept { return m_source.get(); }
   cow_ptr<Tree> Open() const { return m_source->OpenRoot(CachedId()); }
 
  private:

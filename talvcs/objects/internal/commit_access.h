@@ -27,8 +27,9 @@ class CommitAccess {
   /// Return what is in memory, or null. Read nothing.
   static const cow_ptr<Commit>& PresentParent(const Commit& commit) noexcept;
   static cow_ptr<Tree> PresentRoot(const Commit& commit);
-  static bool IsParentAbsent(const Commit& commit) noexcept { return commit.IsParentAbsent(); }
-  static bool IsTreeAbsent(const Commit& commit) noexcept { return commit.m_isTreeAbsent; }
+  /// Return where an absent link leads; null for a link that isn't absent.
+  static const ObjectSource* SourceOfParent(const Commit& commit) noexcept;
+  static const ObjectSource* SourceOfRoot(const Commit& commit) noexcept;
 
   /// Make a link absent, whose object is in the store of `source`. The commit's id stays.
   static void SetAbsentParent(const Commit& commit, const Id& id, const SourceHandle& source);

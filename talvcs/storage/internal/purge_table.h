@@ -19,8 +19,8 @@
 
 namespace TalVcs {
 
-/// Append handles on what `object` holds in memory, before it goes. Entries that another tree shares
-/// with it stay held by that one.
+/// Append handles on what `object` holds in memory, before it goes. Entries that another tree
+/// shares with it stay held by that one.
 inline void CollectReferences(const Commit& commit, std::vector<cow_ptr<Commit>>& released) {
   const cow_ptr<Commit>& parent = CommitAccess::PresentParent(commit);
   if (parent) released.push_back(parent);
@@ -33,7 +33,7 @@ inline void CollectReferences(const Tree& tree, std::vector<cow_ptr<Tree>>& rele
     if (!chunk->IsSole()) continue;
     for (std::size_t index = 0; index < chunk->Count(); ++index) {
       const cow_ptr<Object>& child = chunk->Child(index);
-      if (child && chunk->Kind(index) == EntryKind::kTree) released.push_back(child.as<Tree>());
+      if (child && chunk->Kind(index) == EntryKind::Tree) released.push_back(child.as<Tree>());
     }
   }
 }
