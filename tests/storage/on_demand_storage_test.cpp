@@ -65,7 +65,7 @@ TEST_F(OnDemand, ReadingOneFileReadsThePathToIt) {
   repository = Open();
   const cow_ptr<Blob> blob = repository->GetHead()->GetBlob(TAL_WIDE("a/b"));
   ASSERT_TRUE(blob);
-  EXPECT_EQ(Text(blob->GetData()), "1");
+  EXPECT_EQ(TextOf(blob), "1");
   EXPECT_EQ(m_reader->calls, 4U);  // commit, root, "a", "a/b"
 }
 
@@ -79,8 +79,8 @@ TEST_F(OnDemand, EditingWritesTheChangeAlone) {
   EXPECT_EQ(Save(), 4U);
   repository = Open();
   EXPECT_EQ(repository->GetHead()->GetId(), head);
-  EXPECT_EQ(Text(repository->GetHead()->GetBlob(TAL_WIDE("d/e"))->GetData()), "3");
-  EXPECT_EQ(Text(repository->GetHead()->GetBlob(TAL_WIDE("a/b"))->GetData()), "5");
+  EXPECT_EQ(TextOf(repository->GetHead()->GetBlob(TAL_WIDE("d/e"))), "3");
+  EXPECT_EQ(TextOf(repository->GetHead()->GetBlob(TAL_WIDE("a/b"))), "5");
 }
 
 TEST_F(OnDemand, HistoryIsReadByDoublingWindows) {
@@ -103,7 +103,7 @@ TEST_F(OnDemand, LinkThatCannotBeReadStaysAbsent) {
   repository = Open();
   m_reader->failAfter = 3;
   EXPECT_THROW(repository->GetHead()->GetBlob(TAL_WIDE("a/b")), std::runtime_error);
-  EXPECT_EQ(Text(repository->GetHead()->GetBlob(TAL_WIDE("a/b"))->GetData()), "1");
+  EXPECT_EQ(TextOf(repository->GetHead()->GetBlob(TAL_WIDE("a/b"))), "1");
 }
 
 TEST_F(OnDemand, TrimLetsGoOfWhatTheStoreHas) {
@@ -115,9 +115,9 @@ TEST_F(OnDemand, TrimLetsGoOfWhatTheStoreHas) {
   repository->GetHead()->GetTree()->GetAllBlobPaths();
   m_storage->Trim();
   m_reader->calls = 0;
-  EXPECT_EQ(Text(repository->GetHead()->GetBlob(TAL_WIDE("a/b"))->GetData()), "3");
+  EXPECT_EQ(TextOf(repository->GetHead()->GetBlob(TAL_WIDE("a/b"))), "3");
   EXPECT_EQ(m_reader->calls, 0U);
-  EXPECT_EQ(Text(repository->GetHead()->GetBlob(TAL_WIDE("c"))->GetData()), "2");
+  EXPECT_EQ(TextOf(repository->GetHead()->GetBlob(TAL_WIDE("c"))), "2");
   EXPECT_EQ(m_reader->calls, 1U);
   EXPECT_EQ(repository->GetHead()->GetId(), new_head);
   EXPECT_TRUE(repository->GetHead()->GetParent());
@@ -131,7 +131,7 @@ TEST_F(OnDemand, HandlesOutliveTheRepository) {
   repository = Open();
   const cow_ptr<Commit> head = repository->GetHead();
   repository.reset();
-  EXPECT_EQ(Text(head->GetParent()->GetBlob(TAL_WIDE("a/b"))->GetData()), "1");
+  EXPECT_EQ(TextOf(head->GetParent()->GetBlob(TAL_WIDE("a/b"))), "1");
 }
 
 }  // namespace
