@@ -150,7 +150,7 @@ TEST_P(ObjectStoreSuite, IdThatIsNoneOfAnObjectIsMissing) {
 
 TEST_P(ObjectStoreSuite, IdThatIsNoneOfAnObjectIsNotWritten) {
   for (const std::string& text : {std::string(), std::string("../../../secret"),
-                                 std::string(64, 'A'), std::string(62, 'a') + "/b"}) {
+                                  std::string(64, 'A'), std::string(62, 'a') + "/b"}) {
     const Status status = Store().Write({{Stored(text, "bytes")}});
     ASSERT_FALSE(status.ok()) << text;
     EXPECT_EQ(status.error().code, ErrorCode::BadName) << text;
