@@ -1,5 +1,6 @@
 #pragma once
 
+#include <talvcs/format/internal/tree_format.h>
 #include <talvcs/foundation/internal/ref_count.h>
 #include <talvcs/foundation/internal/text_compare.h>
 #include <talvcs/foundation/names.h>
@@ -10,8 +11,6 @@
 #include <span>
 
 namespace TalVcs {
-
-enum class EntryKind { kBlob, kTree };
 
 /// Compares like `TalStringViewT::Compare`, without a call out of line.
 inline int CompareNames(TalStringViewT<WideChar> a, TalStringViewT<WideChar> b) noexcept {
