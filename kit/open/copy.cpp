@@ -113,8 +113,8 @@ class Copying {
   // Reads the commits whose trees are copied a second time, and writes them, oldest first.
   Status WriteCommits() {
     std::vector<Buffer> packed(m_commits.size());
-    Status status = ReadEach(
-        m_from, m_commits, [&](std::size_t index, Result<Buffer> read) -> Status {
+    Status status =
+        ReadEach(m_from, m_commits, [&](std::size_t index, Result<Buffer> read) -> Status {
           const Id& id = m_commits[index];
           const auto problem = CheckRecord(id, ObjectType::Commit, read);
           if (!problem) {
@@ -122,8 +122,8 @@ class Copying {
             return {};
           }
           return MakeError(problem->code,
-                           "cannot copy commit " + ShortId(id) + ": " + problem->reason,
-                           TextOf(id), "no branch of the target was moved");
+                           "cannot copy commit " + ShortId(id) + ": " + problem->reason, TextOf(id),
+                           "no branch of the target was moved");
         });
     for (std::size_t index = 0; status && index < m_commits.size(); ++index) {
       status = m_writer.Add({m_commits[index], std::move(packed[index])});

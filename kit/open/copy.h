@@ -50,10 +50,10 @@ struct CopyReport {
 /// Branches of the target that the source lacks stay. `from` and `to` must be two objects, and may
 /// be of any two kinds of stores.
 ///
-/// Fails with `Conflict` and the target's actual heads if a branch of the target was moved meanwhile
-/// or would lose commits; with `Damaged` or `Unavailable` if the source can't be read, and as either
-/// store fails. No head has moved then; objects that were written stay until a `CleanUp` and spare
-/// the next copy their reading.
+/// Fails with `Conflict` and the target's actual heads if a branch of the target was moved
+/// meanwhile or would lose commits; with `Damaged` or `Unavailable` if the source can't be read,
+/// and as either store fails. No head has moved then; objects that were written stay until a
+/// `CleanUp` and spare the next copy their reading.
 ///
 /// Cost: what is missing, and a look-up in the target for each entry of a missing folder.
 TALVCS_KIT_API Result<CopyReport> Copy(IObjectStore& from, IObjectStore& to,

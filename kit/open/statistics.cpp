@@ -11,8 +11,7 @@
 // of a commit is known from its children's; oldest commits have the largest sets and come first:
 //
 //     A---B---C     first       A, B: {first, second}   C: {first}   D: {second}
-//          \
-//           D       second
+//         `---D     second
 //
 // So a folder that a commit has from its ancestors has a larger set already and isn't entered
 // again. One that two branches came to have apart from each other is entered once for each.

@@ -7,9 +7,8 @@
 // Two branches, A to E and A to D. The walk of the first one reads E, C, B, A and then walks the
 // trees of A, B, C, E; that of the second one reads D, meets B, and walks the tree of D:
 //
-//     A---B---C---E
-//          \
-//           D
+//     A---B---C---E     first
+//         `---D         second
 
 namespace TalVcs::Kit {
 
@@ -51,8 +50,8 @@ Result<HistoryReport> HistoryWalk::Run(std::span<const Head> heads) {
 Status HistoryWalk::ReadHistory(const Head& head) {
   if (head.id.View().IsEmpty()) return {};
   if (!KeyOf(head.id)) {
-    m_damages.Add(DamagedCommit(head.id, head.name,
-                                {ErrorCode::Damaged, "the head is no id of an object"}));
+    m_damages.Add(
+        DamagedCommit(head.id, head.name, {ErrorCode::Damaged, "the head is no id of an object"}));
     return {};
   }
   CommitReader reader(m_store, head.id);
@@ -130,8 +129,7 @@ Status HistoryWalk::WalkTrees(std::uint32_t first, const std::string& branch) {
 
 Status HistoryWalk::FinishCommit(Node& node) {
   if (!node.isReadable || node.isKnown) return {};
-  const std::uint32_t own =
-      node.hasRoot ? m_trees.DamageOf(IdOf(node.root)) : NumberSets::kEmpty;
+  const std::uint32_t own = node.hasRoot ? m_trees.DamageOf(IdOf(node.root)) : NumberSets::kEmpty;
   m_damages.CountCommit(own);
   node.damage = own;
   node.commits = 1;

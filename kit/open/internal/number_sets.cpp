@@ -29,8 +29,7 @@ std::uint32_t NumberSets::Union(std::uint32_t first, std::uint32_t second) {
 }
 
 bool NumberSets::Includes(std::uint32_t whole, std::uint32_t part) const {
-  return whole == part || part == kEmpty ||
-         std::ranges::includes(Numbers(whole), Numbers(part));
+  return whole == part || part == kEmpty || std::ranges::includes(Numbers(whole), Numbers(part));
 }
 
 }  // namespace TalVcs::Kit

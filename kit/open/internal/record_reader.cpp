@@ -70,8 +70,8 @@ Status ReadEach(IObjectStore& store, std::span<const Id> ids, const TakeRecord& 
 
 Result<std::vector<CommitRecord>> CommitReader::Next() {
   std::vector<CommitRecord> commits;
-  const Status status = m_store.ReadHistory(
-      m_next, m_window, [this, &commits](const Id& id, Result<Buffer> packed) {
+  const Status status =
+      m_store.ReadHistory(m_next, m_window, [this, &commits](const Id& id, Result<Buffer> packed) {
         // What follows a damaged commit, or isn't its ancestor, is nothing that was asked for.
         if (AtEnd() || !(id == m_next)) return;
         CommitRecord commit;
@@ -86,8 +86,9 @@ Result<std::vector<CommitRecord>> CommitReader::Next() {
       });
   if (!status) return status.error();
   if (commits.empty()) {
-    commits.push_back({m_next, {}, {}, {}, MissingObject()});
-    m_next = Id();
+    CommitRecord& commit = commits.emplace_back();
+    commit.id = std::exchange(m_next, Id());
+    commit.problem = MissingObject();
   }
   m_window = std::min(2 * m_window, kMostWindow);
   return commits;

@@ -76,7 +76,7 @@ Status TreeWalk::Fetch(Frame& frame) {
     const IdKey key = *KeyOf(frame.trees[at].id);
     if (m_trees.Contains(key) || !asked.Insert(key, 0).second) continue;
     ids.push_back(frame.trees[at].id);
-    frame.fetched.push_back({at, {}, {}});
+    frame.fetched.emplace_back().position = at;
   }
   return ReadEach(m_store, ids, [&](std::size_t index, Result<Buffer> packed) -> Status {
     Fetched& fetched = frame.fetched[index];
@@ -140,8 +140,7 @@ Status TreeWalk::KeepWanted(std::vector<Entry>& trees, std::vector<Entry>& files
 
 Status TreeWalk::ReadFiles(Frame& frame, const std::vector<Entry>& files) {
   for (std::size_t first = 0; first < files.size(); first += kFilesTogether) {
-    const std::vector<Id> ids =
-        IdsOf(files, first, std::min(first + kFilesTogether, files.size()));
+    const std::vector<Id> ids = IdsOf(files, first, std::min(first + kFilesTogether, files.size()));
     const Status status =
         ReadEach(m_store, ids, [&](std::size_t index, Result<Buffer> packed) -> Status {
           const std::uint64_t size_bytes = packed ? packed->GetSize() : 0;
@@ -184,8 +183,7 @@ Status TreeWalk::Finish() {
 }
 
 void TreeWalk::AddFileDamage(Frame& frame, const Entry& file, ReadProblem problem) {
-  const std::uint32_t set =
-      m_damages.Add(DamageAt(file, ObjectType::Blob, std::move(problem)));
+  const std::uint32_t set = m_damages.Add(DamageAt(file, ObjectType::Blob, std::move(problem)));
   *m_files.Find(*KeyOf(file.id)) = set;
   AddDamage(frame, set);
 }
