@@ -1,4 +1,4 @@
-#include "model_store.h"
+#include "store.h"
 
 namespace Model {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <tests/support/fixed_clock.h>
 #include "choices.h"
-#include "fixed_clock.h"
 #include "twins.h"
 
 #include <array>
@@ -105,7 +105,7 @@ class World {
   void Tick();
 
   Choices& m_choices;
-  FixedClock m_clock;
+  TalVcs::Testing::FixedClock m_clock;
   std::vector<unsigned> m_weights;
   std::array<RepositoryTwin, 3> m_repositories;
   std::array<StoreTwin, 2> m_stores;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "model_repository.h"
+#include "repository.h"
 
 #include <map>
 

@@ -1,4 +1,4 @@
-#include "model_repository.h"
+#include "repository.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,4 +1,4 @@
-#include <tests/faults/scenario.h>
+#include <tests/support/scenario.h>
 
 #include <kit/batch_edit.h>
 #include <kit/save_repository.h>

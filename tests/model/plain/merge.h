@@ -1,6 +1,6 @@
 #pragma once
 
-#include "model_objects.h"
+#include "objects.h"
 
 #include <functional>
 

@@ -1,6 +1,6 @@
-#include "model_merge.h"
+#include "merge.h"
 
-#include "model_repository.h"
+#include "repository.h"
 
 #include <algorithm>
 #include <iterator>

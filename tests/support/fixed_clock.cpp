@@ -1,4 +1,4 @@
-#include "fixed_clock.h"
+#include <tests/support/fixed_clock.h>
 
 #include <cstdlib>
 #include <ctime>
@@ -8,7 +8,7 @@
 #include <unistd.h>
 #endif
 
-namespace ModelTest {
+namespace TalVcs::Testing {
 namespace {
 
 std::optional<std::int64_t>& Now() {
@@ -43,13 +43,13 @@ FixedClock::~FixedClock() {
 
 void FixedClock::Advance(std::int64_t seconds) { *Now() += seconds; }
 
-}  // namespace ModelTest
+}  // namespace TalVcs::Testing
 
 #if defined(__linux__) && defined(__LP64__)
 // The program's own definition is found before that of the C library.
 extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock,
                                                                     struct timespec* now) noexcept {
-  const auto& fixed = ModelTest::Now();
+  const auto& fixed = TalVcs::Testing::Now();
   if (clock == CLOCK_REALTIME && fixed) {
     now->tv_sec = *fixed;
     now->tv_nsec = 987654321;

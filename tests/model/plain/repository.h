@@ -1,7 +1,7 @@
 #pragma once
 
-#include "model_merge.h"
-#include "model_objects.h"
+#include "merge.h"
+#include "objects.h"
 
 #include <map>
 #include <memory>

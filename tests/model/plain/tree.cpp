@@ -1,5 +1,5 @@
-#include "model_objects.h"
-#include "model_repository.h"
+#include "objects.h"
+#include "repository.h"
 
 #include <set>
 

@@ -1,4 +1,4 @@
-#include "model_objects.h"
+#include "objects.h"
 
 namespace Model {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "model_store.h"
+#include <tests/model/plain/store.h>
 
 #include <talvcs/talvcs.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "model_handle.h"
-#include "model_text.h"
+#include "handle.h"
+#include "text.h"
 
 #include <cstdint>
 #include <map>

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-namespace ModelTest {
+namespace TalVcs::Testing {
 
 /// While it lives, the system's clock stands at the second that was set last and the local time
 /// zone is the one given, so that a run can be repeated exactly.
@@ -25,4 +25,4 @@ class FixedClock {
   std::optional<std::string> m_formerZone;
 };
 
-}  // namespace ModelTest
+}  // namespace TalVcs::Testing

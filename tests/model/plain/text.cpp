@@ -1,4 +1,4 @@
-#include "model_text.h"
+#include "text.h"
 
 #include <algorithm>
 #include <array>
