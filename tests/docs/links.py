@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Finds dead links.
 
-    links.py markdown ROOT    among the Markdown documents of the project
+    links.py markdown ROOT    among the Markdown documents of the project: links, and paths of sources
     links.py site FOLDER      in the built site
 
 A link to another host is not followed. Exits with 1 and a line for each dead link.
@@ -15,6 +15,8 @@ import urllib.parse
 
 LINK = re.compile(r"!?\[[^\]]*\]\(([^)\s]+)\)")
 CODE = re.compile(r"^```.*?^```$|`[^`\n]*`|^<!--.*?-->$", re.DOTALL | re.MULTILINE)
+SOURCE_PATH = re.compile(
+    r"`((?:bench|cmake|docs|examples|fuzz|kit|stores|talvcs|tests)/[a-z0-9_./-]*)`")
 HEADING = re.compile(r"^#+ (.*)$", re.MULTILINE)
 
 
@@ -39,7 +41,11 @@ def markdown_documents(root):
 
 def dead_markdown_links(root):
     for document in markdown_documents(root):
-        prose = CODE.sub("", document.read_text(encoding="utf-8"))
+        text = document.read_text(encoding="utf-8")
+        for path in SOURCE_PATH.findall(text):
+            if not (root / path).exists():
+                yield document.relative_to(root), path
+        prose = CODE.sub("", text)
         for link in LINK.findall(prose):
             if is_elsewhere(link):
                 continue

@@ -35,6 +35,10 @@ class Links(unittest.TestCase):
         self.assertEqual(self.dead_in_markdown(),
                          ["docs/none.md", "../README.md#none", "none.svg"])
 
+    def test_reports_missing_source_path(self):
+        self.write("docs/other.md", "`docs/other.md`, `docs/`, `docs/none.md`, `docs/TARGET`\n")
+        self.assertEqual(self.dead_in_markdown(), ["docs/none.md"])
+
     def test_ignores_code_in_markdown(self):
         self.write("README.md", "`f[0](x)`\n\n```cpp\nauto f = [](none) {};\n```\n")
         self.assertEqual(self.dead_in_markdown(), [])
