@@ -3,7 +3,8 @@
 
 Our convention: a comment documents the declarations after it up to the next blank line or comment. And a
 copy or move operation, a destructor or a defaulted comparison without a comment does what its class's
-comment says. Doxygen wants a comment for each declaration.
+comment says. Doxygen wants a comment for each declaration. Private parts and specialisations of std::hash
+are left out.
 """
 
 import re
@@ -11,6 +12,7 @@ import sys
 
 SCOPE = re.compile(r"^\s*(template\s*<.*>\s*)?(class|struct|enum|union|namespace|extern \"C\")\b")
 LABEL = re.compile(r"^\s*(public|protected|private):")
+HASH = re.compile(r"^template <>\nstruct [A-Z_]* ?std::hash<.*?^};$", re.DOTALL | re.MULTILINE)
 STRING = re.compile(r'"(\\.|[^"\\])*"|\'(\\.|[^\'\\])*\'|//.*')
 
 
@@ -30,10 +32,20 @@ def special_comment(declaration, class_name):
 
 class Filter:
     def __init__(self, text):
-        self.lines = text.splitlines()
+        self.lines = HASH.sub("", text).splitlines()
         self.output = []
         self.scopes = []  # names of classes; None for namespaces
         self.comment = []
+
+    def skip_private_part(self, number):
+        """Returns the line of the next label or of the end of the class."""
+        depth = 0
+        while True:
+            number += 1
+            code = STRING.sub("", self.lines[number])
+            if depth == 0 and (LABEL.match(code) or code.strip().startswith("}")):
+                return number
+            depth += code.count("{") - code.count("}")
 
     def run(self):
         number = 0
@@ -47,6 +59,8 @@ class Filter:
                     self.output.append(self.lines[number])
                     number += 1
                 number = self.declaration(number, documented=True)
+            elif stripped == "private:":
+                number = self.skip_private_part(number)
             elif not stripped or stripped.startswith(("//", "#", "/*")) or LABEL.match(line):
                 self.comment = []
                 self.output.append(line)

@@ -73,7 +73,7 @@ class Page(html.parser.HTMLParser):
 
 
 def dead_site_links(folder):
-    pages = {path: Page(path) for path in sorted(folder.rglob("*.html"))}
+    pages = {path: Page(path) for path in [*sorted(folder.rglob("*.html")), *sorted(folder.rglob("*.svg"))]}
     if not pages:
         yield folder, "no page at all"
     for path, page in pages.items():
