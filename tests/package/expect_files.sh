@@ -1,8 +1,8 @@
 # shellcheck shell=sh
-# Sourced by the tests: runs the quick start and compares what it prints.
+# Sourced by the tests: runs an example and compares the files that it lists.
 
-# expect_quick_start PROGRAM
-expect_quick_start() {
+# expect_files PROGRAM
+expect_files() {
   printf 'hello.txt\nmain.txt\ntopic/new.txt\n' >expected.txt
   "$1" >printed.txt
   diff -u expected.txt printed.txt
