@@ -221,7 +221,7 @@ class TreeMerge {
       target.RemoveObject(&m_repository, name);
     }
     if (!blob && !tree) return;
-    const EntryRef& entry = wanted.Local();
+    const EntryRef entry = wanted.Local();
     if (entry.IsAbsent()) {
       TreeAccess::SetLike(target, entry);
     } else if (blob) {

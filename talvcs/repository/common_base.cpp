@@ -66,17 +66,19 @@ class InstanceSet {
 /// Walks from a commit to its root, by the handles that hold the commits.
 class Walker {
  public:
-  explicit Walker(const cow_ptr<Commit>& start) : m_path{&start} {}
+  explicit Walker(const cow_ptr<Commit>& start) : m_path{&start}, m_here(start.get()) {}
 
   bool AtEnd() const noexcept { return m_ended; }
-  const Commit* Here() const noexcept { return m_path.back()->get(); }
+  const Commit* Here() const noexcept { return m_here; }
   bool Visited(const Commit* commit) const noexcept { return m_visited.Contains(commit); }
   void Remember() { m_visited.Insert(Here()); }
   void Step() {
     if (m_ended) return;
     const cow_ptr<Commit>& parent = CommitAccess::Parent(*Here());
     m_ended = !parent;
-    if (parent) m_path.push_back(&parent);
+    if (m_ended) return;
+    m_path.push_back(&parent);
+    m_here = parent.get();
   }
 
   std::size_t Length() const noexcept { return m_path.size(); }
@@ -89,6 +91,7 @@ class Walker {
 
  private:
   std::vector<const cow_ptr<Commit>*> m_path;
+  const Commit* m_here;
   InstanceSet m_visited;
   bool m_ended = false;
 };

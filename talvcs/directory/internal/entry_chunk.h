@@ -79,13 +79,9 @@ class EntryChunk {
   TalStringViewT<WideChar> Name(std::size_t index) const noexcept;
   EntryKind Kind(std::size_t index) const noexcept;
   const cow_ptr<Object>& Child(std::size_t index) const noexcept { return Children()[index]; }
-  /// True if the entry names an object, in memory or absent.
-  bool HasObject(std::size_t index) const noexcept {
-    return Child(index) || RecordSize(index) != 0;
-  }
-  bool IsAbsent(std::size_t index) const noexcept {
-    return !Child(index) && RecordSize(index) != 0;
-  }
+  /// True if the entry is part of the entry list: it has an object and isn't hidden by a blob.
+  bool HasRecord(std::size_t index) const noexcept { return RecordSize(index) != 0; }
+  bool IsAbsent(std::size_t index) const noexcept { return !Child(index) && HasRecord(index); }
   /// Returns the id that an absent entry's record ends with.
   TalStringViewT<char> IdOfAbsent(std::size_t index) const noexcept;
   /// Gives an absent entry its object, or takes it away again. Every directory that shares the

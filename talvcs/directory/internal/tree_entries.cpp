@@ -139,7 +139,7 @@ std::size_t TreeEntries::FindChunk(TalStringViewT<WideChar> name) const noexcept
 EntryRef TreeEntries::Find(const TreeEntries* list, TalStringViewT<WideChar> name,
                            EntryKind kind) noexcept {
   if (list == nullptr) return {};
-  const EntryChunk& chunk = *list->Chunks()[list->FindChunk(name)];
+  const EntryChunk& chunk = list->ChunkFor(name);
   const std::size_t index = chunk.LowerBound(name, kind);
   if (index == chunk.Count() || chunk.Kind(index) != kind) return {};
   return SameName(chunk.Name(index), name) ? EntryRef(list, &chunk, index) : EntryRef();

@@ -56,6 +56,10 @@ class TreeEntries {
   /// True if any blob of the directory hides a subtree of the same name.
   bool HidesTree() const noexcept { return m_hidingChunks != 0; }
   std::span<EntryChunk* const> Chunks() const noexcept { return {ChunkArray(), m_chunkCount}; }
+  /// Returns the chunk that has the entries under `name`, if there are any.
+  const EntryChunk& ChunkFor(TalStringViewT<WideChar> name) const noexcept {
+    return *Chunks()[FindChunk(name)];
+  }
 
   /// Returns the digest of the packed form of a tree with these entries, null for none.
   ///
