@@ -76,10 +76,6 @@ struct SlotPlan {
 
 }  // namespace
 
-EntryChunk** TreeEntries::ChunkArray() const noexcept {
-  return static_cast<EntryChunk**>(static_cast<void*>(const_cast<TreeEntries*>(this) + 1));
-}
-
 TreeEntries* TreeEntries::New(std::size_t capacity, bool milestones) {
   static_assert(alignof(Milestone) <= alignof(EntryChunk*));
   if (capacity > std::numeric_limits<std::uint32_t>::max()) {

@@ -91,7 +91,10 @@ class TreeEntries {
                       std::span<EntryChunk* const> chunks);
   static void FreeAlone(TreeEntries* list) noexcept;
   std::size_t FindChunk(TalStringViewT<WideChar> name) const noexcept;
-  EntryChunk** ChunkArray() const noexcept;
+  // The chunks come after the list itself.
+  EntryChunk** ChunkArray() const noexcept {
+    return static_cast<EntryChunk**>(static_cast<void*>(const_cast<TreeEntries*>(this) + 1));
+  }
   void CountChunk(const EntryChunk& chunk, bool added) noexcept;
   static void SetSlot(TreeEntries*& list, const EntryChunk::Slot& slot);
   void ExpectAbsentSubtrees() const;
