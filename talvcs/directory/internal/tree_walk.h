@@ -118,7 +118,10 @@ void VisitUnsharedNames(const TreeEntries* a, const TreeEntries* b, Visit visit)
 }
 
 inline bool SameObject(const Object* a, const Object* b) {
-  return a == b || (a != nullptr && b != nullptr && a->GetId() == b->GetId());
+  if (a == b) return true;
+  if (a == nullptr || b == nullptr) return false;
+  const Id id_of_a = a->GetId();
+  return id_of_a == b->GetId();
 }
 
 /// True if the entries of that kind differ: one side has an object for which the name doesn't stand
