@@ -12,7 +12,7 @@
 
 #include <kit/directory_store.h>
 #include <kit/text.h>
-#include <tests/model/twins.h>
+#include <tests/model/driver/twins.h>
 #include <tests/support/bytes.h>
 
 #include <memory>

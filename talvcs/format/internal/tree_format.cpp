@@ -51,7 +51,7 @@ bool TreeReader::TakeRecord(TreeRecord& record) {
   if (order >= 0) return false;
   m_lastName = decoded;
   const std::size_t size = zero + 1 + kIdLength;
-  record = {blob ? EntryKind::kBlob : EntryKind::kTree, decoded, id, m_rest.substr(0, size)};
+  record = {blob ? EntryKind::Blob : EntryKind::Tree, decoded, id, m_rest.substr(0, size)};
   m_rest.remove_prefix(size);
   return true;
 }

@@ -16,7 +16,7 @@ namespace TalVcs {
 // A surrogate without its other half has the generalised form of three bytes in UTF-8.
 
 /// The kinds of entries in a tree. A blob comes before a subtree of the same name.
-enum class EntryKind { kBlob, kTree };
+enum class EntryKind { Blob, Tree };
 
 /// One record of a tree, as views of its bytes.
 struct TreeRecord {
@@ -39,6 +39,17 @@ class TreeReader {
   ///
   /// The name is valid until the next but one call, the other views as long as the bytes.
   bool Next(TreeRecord& record);
+
+  /// Returns what hasn't been read yet.
+  std::string_view Rest() const noexcept { return m_rest; }
+  /// Returns the name of the last record, valid like those of `Next`; empty before the first.
+  TalStringViewT<WideChar> LastName() const noexcept { return m_lastName; }
+  /// Passes over records that are known to have the form and to ascend from the last name on.
+  /// `lastName` is the name of the last of them and must outlive the reader.
+  void Skip(std::size_t size, TalStringViewT<WideChar> lastName) noexcept {
+    m_rest.remove_prefix(size);
+    m_lastName = lastName;
+  }
 
   /// True if a record of another form was found. After `Next` has returned false, this is the
   /// difference between the end of the records and a mistake.

@@ -39,9 +39,9 @@ void LoadedEntries::Add(IRepository& repository, const TalStringT<WideChar>& nam
       !name.IsEmpty() && name.Find(TAL_WIDE("/")) < 0 && name.Compare(m_lastName) > 0;
   if (m_builder && ascends) {
     if (blob) {
-      m_builder->Append(name, EntryKind::kBlob, blob);
+      m_builder->Append(name, EntryKind::Blob, blob);
     } else {
-      m_builder->Append(name, EntryKind::kTree, subtree);
+      m_builder->Append(name, EntryKind::Tree, subtree);
     }
     m_lastName = name;
     return;

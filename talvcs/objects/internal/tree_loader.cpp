@@ -136,7 +136,7 @@ void TreeLoader::ReadBlob(OpenTree& tree, TalStringViewT<char> name, const Id& i
   }
   const cow_ptr<Blob> blob = m_blobs.Load(id);
   NoteStored(blob);
-  if (!HasId(blob, id)) m_results.AddLack(tree.id, EntryKind::kBlob, id);
+  if (!HasId(blob, id)) m_results.AddLack(tree.id, EntryKind::Blob, id);
   if (!blob) return;
   const TalStringT<WideChar> wide = WideName(name);
   tree.entries.Add(m_target.GetRepository(), wide, blob, nullptr);
@@ -162,7 +162,7 @@ bool TreeLoader::ReadSubtree(OpenTree& tree, TalStringViewT<char> name, const Id
 // Adds what reading the subtree `id` gave, which may be null.
 void TreeLoader::AddSubtree(OpenTree& tree, TalStringViewT<char> name, const Id& id,
                             const cow_ptr<Tree>& subtree) {
-  if (!HasId(subtree, id)) m_results.AddLack(tree.id, EntryKind::kTree, id);
+  if (!HasId(subtree, id)) m_results.AddLack(tree.id, EntryKind::Tree, id);
   if (!subtree) return;
   const TalStringT<WideChar> wide = WideName(name);
   tree.entries.Add(m_target.GetRepository(), wide, nullptr, subtree);
@@ -205,16 +205,16 @@ void TreeLoader::NoteDirectories(const Tree& tree, TalStringViewT<WideChar> path
 void TreeLoader::NoteStored(const cow_ptr<Tree>& stored) {
   if (!m_results.LacksAny() || !stored) return;
   const Id id = stored->GetId();
-  if (m_results.IsLacked(EntryKind::kTree, id) && m_target.FindTree(id)) {
-    m_results.NoteStored(EntryKind::kTree, id);
+  if (m_results.IsLacked(EntryKind::Tree, id) && m_target.FindTree(id)) {
+    m_results.NoteStored(EntryKind::Tree, id);
   }
 }
 
 void TreeLoader::NoteStored(const cow_ptr<Blob>& stored) {
   if (!m_results.LacksAny() || !stored) return;
   const Id id = stored->GetId();
-  if (m_results.IsLacked(EntryKind::kBlob, id) && m_target.FindBlob(id)) {
-    m_results.NoteStored(EntryKind::kBlob, id);
+  if (m_results.IsLacked(EntryKind::Blob, id) && m_target.FindBlob(id)) {
+    m_results.NoteStored(EntryKind::Blob, id);
   }
 }
 

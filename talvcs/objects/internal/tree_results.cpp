@@ -12,7 +12,7 @@ TreeResults::Result* TreeResults::Find(const Id& id) {
 void TreeResults::AddLack(const Id& id, EntryKind kind, const Id& lacked) {
   Dependents(kind)[lacked].push_back(id);
   m_results[id].lacksObjects = true;
-  const Result* const subtree = kind == EntryKind::kTree ? Find(lacked) : nullptr;
+  const Result* const subtree = kind == EntryKind::Tree ? Find(lacked) : nullptr;
   if (subtree != nullptr && subtree->isOutdated) Outdate({id});
 }
 
@@ -42,11 +42,11 @@ void TreeResults::Outdate(Ids trees) {
 }
 
 const IdMap<TreeResults::Ids>& TreeResults::Dependents(EntryKind kind) const {
-  return kind == EntryKind::kBlob ? m_dependentsOfBlobs : m_dependentsOfTrees;
+  return kind == EntryKind::Blob ? m_dependentsOfBlobs : m_dependentsOfTrees;
 }
 
 IdMap<TreeResults::Ids>& TreeResults::Dependents(EntryKind kind) {
-  return kind == EntryKind::kBlob ? m_dependentsOfBlobs : m_dependentsOfTrees;
+  return kind == EntryKind::Blob ? m_dependentsOfBlobs : m_dependentsOfTrees;
 }
 
 }  // namespace TalVcs
