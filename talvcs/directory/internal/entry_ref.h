@@ -75,7 +75,9 @@ inline bool SameObject(const EntryRef& a, const EntryRef& b) {
   const Object* of_a = a.Present();
   const Object* of_b = b.Present();
   if (of_a == nullptr || of_b == nullptr) return SameAbsentObject(a, b);
-  return of_a == of_b || of_a->GetId() == of_b->GetId();
+  if (of_a == of_b) return true;
+  const Id id_of_a = of_a->GetId();
+  return id_of_a == of_b->GetId();
 }
 
 /// Says to the sources of the absent ones among these subtrees that they are opened next.
