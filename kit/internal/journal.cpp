@@ -179,7 +179,11 @@ bool Journal::Apply(std::string_view payload, JournalState& state) {
 }
 
 bool Journal::IsJournal(std::string_view bytes) {
-  return bytes.starts_with(kTitle) && !bytes.starts_with("TalVcs store 1\n");
+  if (!bytes.starts_with(kTitle)) return false;
+  const std::string_view line = bytes.substr(kTitle.size());
+  const std::size_t end = line.find_first_not_of("0123456789");
+  return end != std::string_view::npos && end > 0 && line[end] == '\n' &&
+         line.substr(0, end) != "1";
 }
 
 JournalProblem Journal::Read(std::string_view bytes) {
