@@ -45,9 +45,12 @@ struct SaveBase {
 /// One attempt to save.
 class Saving {
  public:
-  Saving(IRepository& repository, IObjectStore& store, const Progress& progress)
+  /// `source` is the repository's storage if it reads from this very store, else null.
+  Saving(IRepository& repository, IObjectStore& store, const OnDemandStorage* source,
+         const Progress& progress)
       : m_repository(repository),
         m_store(store),
+        m_source(source),
         m_reporter(progress),
         m_writer(store, m_reporter) {}
 
@@ -61,6 +64,7 @@ class Saving {
     });
     Status status = CheckMoves(moves, base, actual);
     if (status) status = WriteMissing(moves);
+    if (status && m_source != nullptr) FindUnsaved(*m_source);
     if (status && !moves.empty()) status = MoveHeadsSurely(m_store, moves);
     if (!status) return status.error();
     report.writtenObjects = m_writer.WrittenObjects();
@@ -69,6 +73,12 @@ class Saving {
   }
 
  private:
+  // Makes ready for `MarkSaved`, which must not fail after the heads have moved.
+  static void FindUnsaved(const OnDemandStorage& source) {
+    int nothing = 0;
+    source.VisitUnsaved({&nothing, [](void*, const Id&, const Buffer&) {}});
+  }
+
   static std::vector<HeadMove> MovesOf(const SaveBase& base, const std::vector<Head>& branches) {
     std::vector<HeadMove> moves;
     for (const Head& branch : branches) {
@@ -127,6 +137,7 @@ class Saving {
 
   IRepository& m_repository;
   IObjectStore& m_store;
+  const OnDemandStorage* m_source;
   Reporter m_reporter;
   ObjectWriter m_writer;
 };
@@ -135,12 +146,13 @@ class Saving {
 /// the store.
 template <class BaseOf>
 Result<SaveReport> SaveRepeatedly(IRepository& repository, IObjectStore& store,
-                                  const Progress& progress, BaseOf base_of) {
+                                  const OnDemandStorage* source, const Progress& progress,
+                                  BaseOf base_of) {
   for (int attempt = 1;; ++attempt) {
     Result<SaveReport> report = Try([&]() -> Result<SaveReport> {
       const Result<std::vector<Head>> actual = store.Heads();
       if (!actual) return actual.error();
-      return Saving(repository, store, progress).Run(base_of(*actual), *actual);
+      return Saving(repository, store, source, progress).Run(base_of(*actual), *actual);
     });
     if (report || report.error().code != ErrorCode::Busy || attempt == kMostAttempts) return report;
   }
@@ -186,7 +198,7 @@ Result<SaveReport> Save(OpenedRepository& repository, const SaveOptions& options
     }
   }
   Result<SaveReport> report =
-      SaveRepeatedly(opened.repository, *opened.store, options.progress,
+      SaveRepeatedly(opened.repository, *opened.store, &opened.Storage(), options.progress,
                      [&base](const std::vector<Head>&) -> const SaveBase& { return base; });
   if (!report) return report;
   opened.Storage().MarkSaved();
@@ -200,13 +212,14 @@ Result<SaveReport> Save(IRepository& repository, IObjectStore& store, const Save
     return MakeError(ErrorCode::NotFound, "cannot save: the repository has no storage", {},
                      "nothing was written");
   }
-  return SaveRepeatedly(repository, store, options.progress, [&](const std::vector<Head>& actual) {
-    SaveBase base;
-    base.heads = options.expected ? *options.expected : actual;
-    base.removesBranches = options.expected || options.replaceHeads;
-    base.movesForwardOnly = !options.expected && !options.replaceHeads;
-    return base;
-  });
+  return SaveRepeatedly(repository, store, nullptr, options.progress,
+                        [&](const std::vector<Head>& actual) {
+                          SaveBase base;
+                          base.heads = options.expected ? *options.expected : actual;
+                          base.removesBranches = options.expected || options.replaceHeads;
+                          base.movesForwardOnly = !options.expected && !options.replaceHeads;
+                          return base;
+                        });
 }
 
 }  // namespace TalVcs::Kit
