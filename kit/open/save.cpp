@@ -45,12 +45,12 @@ struct SaveBase {
 /// One attempt to save.
 class Saving {
  public:
-  /// `source` is the repository's storage if it reads from this very store, else null.
-  Saving(IRepository& repository, IObjectStore& store, const OnDemandStorage* source,
+  /// `opened` is the state of the repository if it was opened from this very store, else null.
+  Saving(IRepository& repository, IObjectStore& store, OpenedState* opened,
          const Progress& progress)
       : m_repository(repository),
         m_store(store),
-        m_source(source),
+        m_opened(opened),
         m_reporter(progress),
         m_writer(store, m_reporter) {}
 
@@ -64,7 +64,7 @@ class Saving {
     });
     Status status = CheckMoves(moves, base, actual);
     if (status) status = WriteMissing(moves);
-    if (status && m_source != nullptr) FindUnsaved(*m_source);
+    if (status && m_opened != nullptr) FindUnsaved(*m_opened);
     if (status && !moves.empty()) status = MoveHeadsSurely(m_store, moves);
     if (!status) return status.error();
     report.writtenObjects = m_writer.WrittenObjects();
@@ -73,10 +73,13 @@ class Saving {
   }
 
  private:
-  // Makes ready for `MarkSaved`, which must not fail after the heads have moved.
-  static void FindUnsaved(const OnDemandStorage& source) {
-    int nothing = 0;
-    source.VisitUnsaved({&nothing, [](void*, const Id&, const Buffer&) {}});
+  // Makes ready for `MarkSaved`, after which what was new is read like the rest. That must not fail
+  // once the heads have moved.
+  static void FindUnsaved(OpenedState& opened) {
+    opened.Storage().VisitUnsaved(
+        {opened.loaded.get(), [](void* loaded, const Id& id, const Buffer& packed) {
+           if (loaded != nullptr) static_cast<LoadedObjects*>(loaded)->Add(id, packed);
+         }});
   }
 
   static std::vector<HeadMove> MovesOf(const SaveBase& base, const std::vector<Head>& branches) {
@@ -137,7 +140,7 @@ class Saving {
 
   IRepository& m_repository;
   IObjectStore& m_store;
-  const OnDemandStorage* m_source;
+  OpenedState* m_opened;
   Reporter m_reporter;
   ObjectWriter m_writer;
 };
@@ -146,13 +149,12 @@ class Saving {
 /// the store.
 template <class BaseOf>
 Result<SaveReport> SaveRepeatedly(IRepository& repository, IObjectStore& store,
-                                  const OnDemandStorage* source, const Progress& progress,
-                                  BaseOf base_of) {
+                                  OpenedState* opened, const Progress& progress, BaseOf base_of) {
   for (int attempt = 1;; ++attempt) {
     Result<SaveReport> report = Try([&]() -> Result<SaveReport> {
       const Result<std::vector<Head>> actual = store.Heads();
       if (!actual) return actual.error();
-      return Saving(repository, store, source, progress).Run(base_of(*actual), *actual);
+      return Saving(repository, store, opened, progress).Run(base_of(*actual), *actual);
     });
     if (report || report.error().code != ErrorCode::Busy || attempt == kMostAttempts) return report;
   }
@@ -198,7 +200,7 @@ Result<SaveReport> Save(OpenedRepository& repository, const SaveOptions& options
     }
   }
   Result<SaveReport> report =
-      SaveRepeatedly(opened.repository, *opened.store, &opened.Storage(), options.progress,
+      SaveRepeatedly(opened.repository, *opened.store, &opened, options.progress,
                      [&base](const std::vector<Head>&) -> const SaveBase& { return base; });
   if (!report) return report;
   opened.Storage().MarkSaved();

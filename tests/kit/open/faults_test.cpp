@@ -67,7 +67,7 @@ TEST(EachCallFails, OfASaveThatIsRepeatedOnTheSameRepository) {
     const Result<SaveReport> failed = Save(opened);
     if (!store->HasFailed()) break;
     // Only the name of the current branch may be missing after a success.
-    if (!failed.ok()) EXPECT_EQ(HeadsOf(*memory), heads);
+    EXPECT_EQ(HeadsOf(*memory) == heads, !failed.ok());
     store->FailFrom(0);
     EXPECT_TRUE(Save(opened).ok());
     EXPECT_EQ(HistoryOf(Open(memory).value().GetRepository()), HistoryOf(opened.GetRepository()));
@@ -110,20 +110,27 @@ TEST(EachCallFails, OfACleanUp) {
   }
 }
 
-TEST(EachCallFails, OfLoadingVerifyingAndCounting) {
+/// Runs an operation on a store whose n-th call fails, for every n, and requires that it fails.
+template <class Operation>
+void ExpectEachCallFails(Operation operation) {
   const auto memory = SmallStore();
   for (int call = 1;; ++call) {
     const auto store = std::make_shared<FaultyObjectStore>(*memory);
     store->FailFrom(call);
-    const Result<OpenedRepository> loaded = Load(store);
-    const bool has_failed = store->HasFailed();
-    EXPECT_EQ(loaded.ok(), !has_failed);
-    store->Restart();
-    EXPECT_EQ(Verify(*store).ok(), !store->HasFailed());
-    store->Restart();
-    EXPECT_EQ(Statistics(*store).ok(), !store->HasFailed());
-    if (!has_failed && !store->HasFailed()) break;
+    const bool succeeds = operation(store).ok();
+    EXPECT_EQ(succeeds, !store->HasFailed());
+    if (!store->HasFailed()) break;
   }
+}
+
+using FaultyStore = std::shared_ptr<FaultyObjectStore>;
+
+TEST(EachCallFails, OfLoadingVerifyingAndCounting) {
+  ExpectEachCallFails([](const FaultyStore& store) { return Load(store); });
+  ExpectEachCallFails([](const FaultyStore& store) { return Verify(*store); });
+  ExpectEachCallFails([](const FaultyStore& store) { return Statistics(*store); });
+  ExpectEachCallFails(
+      [](const FaultyStore& store) { return Open(store, {.check = OpenCheck::Heads}); });
 }
 
 TEST(EachProgressCall, CancelsASave) {
@@ -170,26 +177,28 @@ TEST(EachProgressCall, CancelsACleanUp) {
   EXPECT_LT(store->GetCount(), count);
 }
 
-TEST(EachProgressCall, CancelsWhatOnlyReads) {
-  const auto store = SmallStore();
+/// Runs an operation whose n-th call of the progress cancels, for every n, and requires that it
+/// does.
+template <class Operation>
+void ExpectEachCallCancels(Operation operation) {
   int calls = 0;
   for (int call = 1;; ++call) {
-    EXPECT_EQ(Verify(*store, {.progress = CancelAt(call, calls)}).ok(), calls < call);
+    const std::string code = CodeOf(operation(CancelAt(call, calls)));
+    EXPECT_EQ(code, calls < call ? "ok" : "Cancelled");
     if (calls < call) break;
   }
-  for (int call = 1;; ++call) {
-    EXPECT_EQ(Statistics(*store, {.progress = CancelAt(call, calls)}).ok(), calls < call);
-    if (calls < call) break;
-  }
-  for (int call = 1;; ++call) {
-    EXPECT_EQ(Load(store, {.progress = CancelAt(call, calls)}).ok(), calls < call);
-    if (calls < call) break;
-  }
-  for (int call = 1;; ++call) {
-    const OpenOptions options = {.check = OpenCheck::Everything, .progress = CancelAt(call, calls)};
-    EXPECT_EQ(Open(store, options).ok(), calls < call);
-    if (calls < call) break;
-  }
+  EXPECT_GT(calls, 0);
+}
+
+TEST(EachProgressCall, CancelsWhatOnlyReads) {
+  const auto store = SmallStore();
+  ExpectEachCallCancels([&](Progress progress) { return Load(store, {.progress = progress}); });
+  ExpectEachCallCancels([&](Progress progress) { return Verify(*store, {.progress = progress}); });
+  ExpectEachCallCancels(
+      [&](Progress progress) { return Statistics(*store, {.progress = progress}); });
+  ExpectEachCallCancels([&](Progress progress) {
+    return Open(store, {.check = OpenCheck::Everything, .progress = progress});
+  });
 }
 
 TEST(ProgressCalls, TellWhatWasDone) {

@@ -52,7 +52,7 @@ TEST(SaveRefusal, TreeOfAHostsOwnClass) {
 TEST(SaveRefusal, BlobOfAHostsOwnClass) {
   Repository repository = NewRepository();
   AddCommit(repository, "master", {{"folder/file", "1"}});
-  const cow_ptr<Blob> note = std::make_shared<Note<Blob>>();
+  const cow_ptr<Blob> note(std::make_shared<Note<Blob>>());
   repository.SyncWithStorage(note);
   Commit commit(&repository, false);
   commit.AddObject(&repository, Wide("folder/note"), note->GetId());
@@ -62,7 +62,7 @@ TEST(SaveRefusal, BlobOfAHostsOwnClass) {
 
 TEST(SaveRefusal, CommitOfAHostsOwnClass) {
   Repository repository = NewRepository();
-  const cow_ptr<Commit> note = std::make_shared<Note<Commit>>();
+  const cow_ptr<Commit> note(std::make_shared<Note<Commit>>());
   repository.CreateBranch(Wide("notes"), repository.SyncWithStorage(note));
   ExpectRefused(repository, "notes");
 }
@@ -91,7 +91,7 @@ TEST(SaveRefusal, ObjectBelowAnOpenedRepositoryToo) {
   const auto store = SmallStore();
   const std::size_t before = store->GetCount();
   OpenedRepository opened = Open(store).value();
-  const cow_ptr<Tree> note = std::make_shared<Note<Tree>>();
+  const cow_ptr<Tree> note(std::make_shared<Note<Tree>>());
   opened->SyncWithStorage(note);
   Commit commit(&opened.GetRepository(), false);
   commit.AddObject(&opened.GetRepository(), Wide("a/b/note"), note->GetId());

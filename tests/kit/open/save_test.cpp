@@ -4,6 +4,7 @@
 #include <kit/open/save.h>
 #include <kit/open/verify.h>
 #include <tests/kit/open/histories.h>
+#include <tests/kit/open/passing_store.h>
 #include <tests/kit/store/faulty_object_store.h>
 
 namespace TalVcs::Kit {
@@ -35,51 +36,26 @@ TEST(Save, WritesWhatTheBranchesReachAndNothingElse) {
 }
 
 /// A store that requires that what an object names is there before it.
-class StrictStore final : public IObjectStore {
+class StrictStore final : public PassingStore {
  public:
   Status Write(std::span<const StoredObject> objects) override {
     for (const StoredObject& object : objects) {
-      auto visit = [this](const PackedReference& reference) {
-        EXPECT_TRUE(m_store.Missing({&reference.id, 1}).value().empty());
-      };
+      auto visit = [this](const PackedReference& reference) { ExpectThere(reference.id); };
       using Visit = decltype(visit);
       VisitReferences(object.packed, {&visit, [](void* called, const PackedReference& reference) {
                                         (*static_cast<Visit*>(called))(reference);
                                       }});
-      m_store.Write({&object, 1}).value();
+      PassingStore::Write({&object, 1}).value();
     }
     return {};
   }
-  Result<std::vector<Id>> Missing(std::span<const Id> ids) override { return m_store.Missing(ids); }
-  Status Read(std::span<const Id> ids, const ReadSink& sink) override {
-    return m_store.Read(ids, sink);
-  }
-  Status ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) override {
-    return m_store.ReadHistory(id, most, sink);
-  }
-  Result<std::vector<std::optional<std::uint64_t>>> Sizes(std::span<const Id> ids) override {
-    return m_store.Sizes(ids);
-  }
-  Result<std::vector<Head>> Heads() override { return m_store.Heads(); }
   Status MoveHeads(std::span<const HeadMove> moves) override {
-    for (const HeadMove& move : moves) {
-      EXPECT_TRUE(m_store.Missing({&move.desired, 1}).value().empty());
-    }
-    return m_store.MoveHeads(moves);
-  }
-  Status List(const IdSink& sink) override { return m_store.List(sink); }
-  Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) override {
-    return m_store.RemoveUnmarked(mark);
-  }
-  Result<std::optional<std::string>> Value(std::string_view name) override {
-    return m_store.Value(name);
-  }
-  Status SetValue(std::string_view name, std::optional<std::string_view> value) override {
-    return m_store.SetValue(name, value);
+    for (const HeadMove& move : moves) ExpectThere(move.desired);
+    return PassingStore::MoveHeads(moves);
   }
 
  private:
-  MemoryObjectStore m_store;
+  void ExpectThere(const Id& id) { EXPECT_TRUE(Missing({&id, 1}).value().empty()); }
 };
 
 TEST(Save, WritesEachObjectAfterWhatItNamesAndTheHeadsLast) {
@@ -267,20 +243,43 @@ TEST(Save, CommitsThatACleanUpRemovedAreWrittenAgain) {
             HistoryOf(opened.GetRepository(), "topic"));
 }
 
+/// A store that doesn't know whether its move of heads took place.
+class UnknowingStore final : public PassingStore {
+ public:
+  explicit UnknowingStore(bool moves) : m_moves(moves) {}
+
+  Status MoveHeads(std::span<const HeadMove> moves) override {
+    if (m_moves) PassingStore::MoveHeads(moves).value();
+    return Error{ErrorCode::Unknown, "the connection was lost", {}, {}, {}, {}};
+  }
+
+ private:
+  bool m_moves;
+};
+
 TEST(Save, MoveWhoseAnswerWasLostCountsAsDone) {
+  Repository repository = SmallHistory();
+  UnknowingStore store(true);
+  EXPECT_TRUE(Save(repository, store).ok());
+}
+
+TEST(Save, MoveThatWasLostWithItsAnswerLeavesTheBranches) {
+  Repository repository = SmallHistory();
+  UnknowingStore store(false);
+  const Result<SaveReport> lost = Save(repository, store);
+  ASSERT_EQ(CodeOf(lost), "Unavailable");
+  EXPECT_EQ(lost.error().unchanged, "the branches are where they were");
+}
+
+// A save is repeated whose first attempt moved the heads without the host's knowledge.
+TEST(Save, BranchThatIsThereAlreadyIsNoConflict) {
   const auto memory = SmallStore();
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
-  OpenedRepository opened = Open(store).value();
+  OpenedRepository opened = Open(memory).value();
+  OpenedRepository twin = Open(memory).value();
   AddCommit(opened.GetRepository(), "master", {{"next", "x"}});
-  store->Restart();
-  store->FailWith(ErrorCode::Unknown);
-  store->FailAfterwards();
-  store->FailFrom(7);
-  const Result<SaveReport> report = Save(opened);
-  ASSERT_TRUE(store->HasFailed());
-  EXPECT_EQ(store->Log()[6], "MoveHeads 1");
-  EXPECT_TRUE(report.ok());
-  EXPECT_EQ(Open(memory).value()->GetHead()->GetId(), opened->GetHead()->GetId());
+  AddCommit(twin.GetRepository(), "master", {{"next", "x"}});
+  Save(twin).value();
+  EXPECT_EQ(Save(opened).value().writtenObjects, 0u);
 }
 
 TEST(Save, RepositoryWithoutAStorageIsRefused) {

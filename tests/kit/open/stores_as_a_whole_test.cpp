@@ -7,6 +7,7 @@
 #include <kit/open/statistics.h>
 #include <kit/open/verify.h>
 #include <tests/kit/open/histories.h>
+#include <tests/kit/open/passing_store.h>
 #include <tests/kit/store/faulty_object_store.h>
 
 namespace TalVcs::Kit {
@@ -84,12 +85,22 @@ TEST(Verify, ManyDamagesAreCountedAndTheFirstThousandListed) {
   EXPECT_EQ(report.branches[0].wholeCommits, 0u);
 }
 
+/// A store with a branch whose head is no id.
+class NonsenseStore final : public PassingStore {
+ public:
+  Result<std::vector<Head>> Heads() override {
+    return std::vector<Head>{{"master", Id(Wide("nonsense"))}};
+  }
+};
+
 TEST(Verify, HeadThatIsNoIdIsALostBranch) {
-  MemoryObjectStore store;
-  store.MoveHeads(std::vector<HeadMove>{{"master", Id(), Id(Wide("nonsense"))}}).value();
+  NonsenseStore store;
   const VerifyReport report = Verify(store).value();
   EXPECT_EQ(report.branches[0].state, BranchState::Lost);
   EXPECT_EQ(report.damages[0].code, ErrorCode::Damaged);
+  EXPECT_EQ(CodeOf(Open(std::make_shared<NonsenseStore>(), {.check = OpenCheck::Heads})),
+            "Damaged");
+  EXPECT_EQ(Statistics(store).value().unreadable, 1u);
 }
 
 TEST(Verify, HeadThatIsAFileIsALostBranch) {
