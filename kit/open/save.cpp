@@ -148,8 +148,8 @@ class Saving {
 /// Attempts a save until no clean-up comes between. `base_of` returns the base, given the heads of
 /// the store.
 template <class BaseOf>
-Result<SaveReport> SaveRepeatedly(IRepository& repository, IObjectStore& store,
-                                  OpenedState* opened, const Progress& progress, BaseOf base_of) {
+Result<SaveReport> SaveRepeatedly(IRepository& repository, IObjectStore& store, OpenedState* opened,
+                                  const Progress& progress, BaseOf base_of) {
   for (int attempt = 1;; ++attempt) {
     Result<SaveReport> report = Try([&]() -> Result<SaveReport> {
       const Result<std::vector<Head>> actual = store.Heads();

@@ -32,8 +32,8 @@ class OpenedAccess {
  public:
   static OpenedState& StateOf(OpenedRepository& opened) { return *opened.m_state; }
 
-  /// Makes the repository, which reads from `reader`, of what a report allows under a policy; the error of its first damage if
-  /// the policy is `Stop`. `branch` is the current branch, or empty.
+  /// Makes the repository, which reads from `reader`, of what a report allows under a policy; the
+  /// error of its first damage if the policy is `Stop`. `branch` is the current branch, or empty.
   static Result<OpenedRepository> Make(std::shared_ptr<IObjectStore> store,
                                        std::shared_ptr<IObjectReader> reader,
                                        std::shared_ptr<LoadedObjects> loaded, HistoryReport report,

@@ -178,7 +178,8 @@ TEST_P(ObjectStoreSuite, MarkReadsFromTheStore) {
 
 TEST_P(ObjectStoreSuite, RemovedObjectCanBeWrittenAgain) {
   Write(Store(), {m_one, m_two});
-  ASSERT_TRUE(RemoveAllBut(Store(), {}).ok());
+  ExpectMoved(Store(), {{"other", Id(), m_two.id}});
+  ASSERT_TRUE(RemoveAllBut(Store(), {m_two.id}).ok());
   Write(Store(), {m_one});
   ExpectMoved(Store(), {{"master", Id(), m_one.id}});
   Reopen();
@@ -204,6 +205,14 @@ TEST_P(ObjectStoreSuite, SaveIsBusyAfterObjectsWereRemovedSinceItWrote) {
   ExpectFails(Move(Store(), {{"master", Id(), m_one.id}}), ErrorCode::Busy);
   Write(Store(), {m_one});
   ExpectMoved(Store(), {{"master", Id(), m_one.id}});
+}
+
+TEST_P(ObjectStoreSuite, WriteAfterARemovalDoesNotHideIt) {
+  Write(Store(), {m_one, m_two});
+  ASSERT_TRUE(RemoveAllBut(Store(), {}).ok());
+  Write(Store(), {m_one});
+  ExpectFails(Move(Store(), {{"master", Id(), m_two.id}}), ErrorCode::Busy);
+  EXPECT_EQ(Store().Missing({{m_one.id, m_two.id}}).value(), std::vector<Id>{m_two.id});
 }
 
 TEST_P(ObjectStoreSuite, RemovalBeforeTheFirstLookDoesNotDisturb) {
