@@ -66,8 +66,8 @@ class EveryObject : public testing::Test {
     }
   }
 
-  /// Requires that all functions tell of the damage, with a store whose `id` is damaged.
-  void ExpectTold(const std::shared_ptr<FaultyObjectStore>& store, const Id& id) {
+  /// Requires that all functions report the damage of a store whose `id` is damaged.
+  void ExpectReported(const std::shared_ptr<FaultyObjectStore>& store, const Id& id) {
     const Places& places = m_places.at(Ascii(id));
     ExpectReport(Verify(*store).value(), id, places);
     for (const bool loads : {false, true}) {
@@ -112,13 +112,13 @@ class EveryObject : public testing::Test {
   const std::string m_heads = HeadsOf(*m_memory);
 };
 
-TEST_F(EveryObject, MissingInTurnIsToldWithBranchAndPath) {
+TEST_F(EveryObject, MissingInTurnIsReportedWithBranchAndPath) {
   const std::vector<Id> ids = ObjectsOf(*m_memory);
   ASSERT_EQ(ids.size(), m_places.size());
   for (const Id& id : ids) {
     const auto store = std::make_shared<FaultyObjectStore>(*m_memory);
     store->FailObject(id, ErrorCode::NotFound);
-    ExpectTold(store, id);
+    ExpectReported(store, id);
     EXPECT_EQ(Verify(*store).value().damages[0].code, ErrorCode::NotFound);
   }
 }
@@ -133,15 +133,15 @@ TEST_F(EveryObject, UnreadableInTurnIsUnavailable) {
   }
 }
 
-TEST_F(EveryObject, DamagedInTurnIsToldWithBranchAndPath) {
+TEST_F(EveryObject, DamagedInTurnIsReportedWithBranchAndPath) {
   for (const Id& id : ObjectsOf(*m_memory)) {
     const auto store = std::make_shared<FaultyObjectStore>(*m_memory);
     store->ReplaceObject(id, BufferOf("blob 0"));
-    ExpectTold(store, id);
+    ExpectReported(store, id);
   }
 }
 
-TEST_F(EveryObject, EveryFlippedByteIsTold) {
+TEST_F(EveryObject, EveryFlippedByteIsReported) {
   int flips = 0;
   for (const Id& id : ObjectsOf(*m_memory)) {
     std::string bytes;
@@ -220,7 +220,7 @@ class DamagedTopic : public testing::Test {
   Id m_file;
 };
 
-TEST_F(DamagedTopic, IsToldWithCommitsThatCanBeRead) {
+TEST_F(DamagedTopic, IsReportedWithCommitsThatCanBeRead) {
   const VerifyReport report = Verify(*m_store).value();
   const BranchReport* topic = FindBranch(report, "topic");
   ASSERT_NE(topic, nullptr);

@@ -201,7 +201,7 @@ TEST(EachProgressCall, CancelsWhatOnlyReads) {
   });
 }
 
-TEST(ProgressCalls, TellWhatWasDone) {
+TEST(ProgressCalls, SayWhatWasDone) {
   const auto store = SmallStore();
   std::vector<std::string> steps;
   const auto note = [&steps](const ProgressStep& step) {
