@@ -96,8 +96,8 @@ std::vector<Operation> Lockstep::PickEdits(std::size_t repository, std::size_t d
 }
 
 void Lockstep::MakeDraft() {
-  const std::size_t draft = m_random.Below(2);
   const std::size_t repository = PickRepository();
+  const std::size_t draft = repository;
   const bool amend = m_random.OneIn(4);
   const Version version = PickVersion(repository);
   const bool on_head = m_random.OneIn(2);
@@ -115,7 +115,7 @@ void Lockstep::MakeDraft() {
 }
 
 void Lockstep::EditDraft() {
-  const std::size_t draft = m_random.Below(2);
+  const std::size_t draft = PickRepository();
   for (const Operation& edit : PickEdits(PickRepository(), draft)) Both(edit);
   Both([=](Side& side) {
     const auto tree = side.drafts[draft]->GetTree();
@@ -125,8 +125,8 @@ void Lockstep::EditDraft() {
 
 // Puts a directory of another version, or of the other repository, into a draft.
 void Lockstep::AddForeignTree() {
-  const std::size_t draft = m_random.Below(2);
   const std::size_t repository = PickRepository();
+  const std::size_t draft = repository;
   const Version version = PickVersion(PickRepository());
   const std::string from = ParentOf(PickPath());
   const std::string to = ParentOf(PickPath());
@@ -146,8 +146,8 @@ void Lockstep::AddForeignTree() {
 }
 
 void Lockstep::ReplaceRoot() {
-  const std::size_t draft = m_random.Below(2);
   const std::size_t repository = PickRepository();
+  const std::size_t draft = repository;
   const Version version = PickVersion(repository);
   const bool empty = m_random.OneIn(3);
   Both([=](Side& side) {
@@ -159,8 +159,8 @@ void Lockstep::ReplaceRoot() {
 }
 
 void Lockstep::CommitDraft() {
-  const std::size_t draft = m_random.Below(2);
   const std::size_t repository = PickRepository();
+  const std::size_t draft = repository;
   Both([=](Side& side) {
     return IdOf(side.repositories[repository]->DoCommit(*side.drafts[draft]));
   });
@@ -172,12 +172,12 @@ void Lockstep::CommitQuickly() {
   const bool amend = m_random.OneIn(6);
   const std::string text = PickText();
   const bool twice = m_random.OneIn(15);
-  const std::vector<Operation> edits = PickEdits(repository, 0);
+  const std::vector<Operation> edits = PickEdits(repository, repository);
   const bool empty_directory = m_random.OneIn(12);
   Both([=](Side& side) {
     Repository& target = *side.repositories[repository];
-    side.drafts[0] = std::make_unique<Commit>(&target, amend);
-    Commit& draft = *side.drafts[0];
+    side.drafts[repository] = std::make_unique<Commit>(&target, amend);
+    Commit& draft = *side.drafts[repository];
     if (!amend) draft.SetDescription(Wide(text));
     if (!amend) SetAuthor(draft, "Bob <");
     std::string result;
@@ -194,7 +194,7 @@ void Lockstep::CommitQuickly() {
       Commit again(draft);
       result += IdOf(target.DoCommit(again));
     }
-    side.drafts[0] = std::make_unique<Commit>();
+    side.drafts[repository] = std::make_unique<Commit>();
     return result;
   });
 }

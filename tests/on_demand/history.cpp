@@ -174,6 +174,7 @@ void Lockstep::CopyRepository() {
   const std::size_t from = m_random.Below(2);
   for (Side* side : {&m_ordinary, &m_onDemand}) {
     side->commits[1 - from].clear();
+    side->drafts[1 - from] = std::make_unique<Commit>();
     if (from == 0) {
       *side->repositories[1] = std::as_const(*side->repositories[0]);
     } else {
