@@ -69,8 +69,9 @@ class OnDemandStorage::Impl {
   }
 
   /// Takes what is new out of the tables if the store turned out to have it.
-  void DropStored() {
-    const auto is_stored = [this](const auto& entry) { return source.HasInstance(entry.second); };
+  template <class IsStored>
+  void DropStored(IsStored isStored) {
+    const auto is_stored = [&](const auto& entry) { return isStored(entry.second); };
     std::erase_if(news.commits, is_stored);
     std::erase_if(news.trees, is_stored);
     std::erase_if(news.blobs, is_stored);
@@ -251,7 +252,7 @@ void OnDemandStorage::MarkSaved() {
   m_impl->passed.clear();
   m_impl->passed.shrink_to_fit();
   m_impl->deleted.clear();
-  m_impl->DropStored();
+  m_impl->DropStored([this](const auto& object) { return m_impl->source.HasInstance(object); });
 }
 
 void OnDemandStorage::Trim() {
@@ -262,7 +263,7 @@ void OnDemandStorage::Trim() {
     m_impl->unread.emplace(name, head->GetId());
     head = nullptr;
   }
-  m_impl->DropStored();
+  m_impl->DropStored([this](const auto& object) { return m_impl->source.Has(*object); });
   m_impl->source.Trim(m_impl->news.commits, m_impl->news.trees);
 }
 

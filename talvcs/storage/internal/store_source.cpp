@@ -111,17 +111,18 @@ void StoreSource::Detach(const NewObjects& news) noexcept {
   BlobTable().swap(m_blobs);
 }
 
-// If the same was made here again, that is the canonical instance. It counts as read from now on,
-// so that it stays so when its storage ends.
+// If it wasn't read yet and the same was made here again, that is the canonical instance. It counts
+// as read from now on, so that it stays so when its storage ends.
 template <class T>
 cow_ptr<T> StoreSource::FindStored(Table<T>& table, const Id& id) {
+  if (cow_ptr<T> known = FindIn(table, id)) return known;
   for (const NewObjects* news : m_storages) {
     if (cow_ptr<T> found = FindIn(TableOf(*news, &table), id)) {
       table.try_emplace(id, found);
       return found;
     }
   }
-  return FindIn(table, id);
+  return nullptr;
 }
 
 template <class T>
@@ -329,10 +330,11 @@ bool StoreSource::Holds(EntryKind kind, const Object& object) const {
   return FindIn(m_trees, object.GetId()).get() == &object;
 }
 
+// A clone may have made the same commit apart. Its children come to the instance in the table.
 void StoreSource::CloseLinks(const Commit& commit) {
   const SourceHandle self(this);
   const cow_ptr<Commit>& parent = CommitAccess::PresentParent(commit);
-  if (parent && FindIn(m_commits, parent->GetId()) == parent) {
+  if (parent && Has(*parent)) {
     const Id id = parent->GetId();
     CommitAccess::SetAbsentParent(commit, id, self);
   }
