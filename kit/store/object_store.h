@@ -39,6 +39,9 @@ using IdSink = std::function<bool(std::span<const Id> ids)>;
 /// Returns the ids to keep, given the heads of the store.
 using MarkObjects = std::function<Result<std::vector<Id>>(std::span<const Head> heads)>;
 
+/// Returns true for 64 lower-case hexadecimal digits, which every id of an object has.
+TALVCS_KIT_API bool IsObjectId(const Id& id) noexcept;
+
 /// What a removal took away.
 struct RemovedObjects {
   std::uint64_t count = 0;
@@ -48,13 +51,18 @@ struct RemovedObjects {
 /// A place where histories live: objects by id, branches with their heads, small named values.
 ///
 /// *For callers.* An object is written before what names it, and a head moves after everything
-/// below it was written: then whoever sees a head can read all of it. Names of branches are UTF-8,
-/// as `ToUtf8` makes it. All sizes are of packed forms.
+/// below it was written: then every reader of a head can read all of it. Names of branches are
+/// UTF-8, as `ToUtf8` makes it; any text is a name, the empty one too. All sizes are of packed
+/// forms. A callback doesn't call the store, except that a `MarkObjects` may read from it.
 ///
-/// *For implementers.* Each operation is complete when it returns; none throws but for want of
-/// memory or what a callback throws. A failed operation leaves the store as it was, but for objects
-/// that `Write` had already put. The store doesn't look into packed forms and isn't asked to check
-/// that they fit their ids. New needs come as a second interface, never as a new virtual function.
+/// *For implementers.* Each operation is complete when it returns. It throws nothing but what a
+/// callback throws and what running out of memory throws. A failed operation leaves the store as it
+/// was, except for objects that `Write` had already put. The store doesn't look into packed forms
+/// and doesn't check that they fit their ids. New needs come as a second interface, never as a new
+/// virtual function.
+///
+/// *Ids.* An id that isn't an object's (`IsObjectId`) is missing from every store, and `Write` and
+/// `MoveHeads` fail with `BadName` for it. So a store can make file names of ids.
 ///
 /// Threads: a store object belongs to one thread at a time. Several of them, in several processes,
 /// may work on one store if its documents say so.
@@ -62,15 +70,18 @@ class TALVCS_KIT_API IObjectStore {
  public:
   virtual ~IObjectStore();
 
-  /// Returns those of `ids` that the store lacks, in their order. Cost: a look-up an id.
+  /// Returns those of `ids` that the store lacks, in their order; an id that comes twice and is
+  /// missing is returned twice. Cost: a look-up an id.
   virtual Result<std::vector<Id>> Missing(std::span<const Id> ids) = 0;
 
   /// Passes each of `ids` to `sink` once, in any order, with its packed form or an error of its
-  /// own. An error as the result means that the rest wasn't passed.
+  /// own. An id that comes twice may be passed once or twice. An error as the result means that the
+  /// rest wasn't passed.
   virtual Status Read(std::span<const Id> ids, const ReadSink& sink) = 0;
 
   /// Passes the commit `id` and up to `most - 1` of its ancestors to `sink`, newest first. Ends
-  /// early at the end of the history, and after the first that has an error.
+  /// early at the end of the history, and after the first that has an error or isn't a commit. A
+  /// store that has no better way calls `ReadHistoryByParents`.
   virtual Status ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) = 0;
 
   /// Returns the sizes in bytes of the packed forms, in the order of `ids`; none for what is
@@ -82,14 +93,19 @@ class TALVCS_KIT_API IObjectStore {
   /// removed by a later `RemoveUnmarked`.
   virtual Status Write(std::span<const StoredObject> objects) = 0;
 
-  /// Returns all branches, sorted by name.
+  /// Returns all branches, sorted by the bytes of their names.
   virtual Result<std::vector<Head>> Heads() = 0;
 
   /// Moves all of the branches, or none, and is durable when it returns.
   ///
-  /// Fails with `Conflict`, and the actual heads in the error, if any branch isn't where it was
-  /// expected. Fails with `Busy` if `RemoveUnmarked` ran since this object's first `Missing` or
-  /// `Write` after its last `MoveHeads`: what was there then may be gone, so look and write again.
+  /// Fails with `Conflict` if any branch isn't where it was expected. `Error::heads` then has the
+  /// actual head of each branch in `moves`, in their order, with an empty id if there is no such
+  /// branch. Fails with `BadName` if a branch comes twice.
+  ///
+  /// Fails with `Busy` if any store object has removed objects by `RemoveUnmarked` since this one's
+  /// first `Missing` or `Write` after its last successful `MoveHeads`: what was there then may be
+  /// gone. It fails so until the caller has looked or written again.
+  ///
   /// `Unknown` means that it may have happened: read the heads.
   virtual Status MoveHeads(std::span<const HeadMove> moves) = 0;
 
@@ -98,9 +114,10 @@ class TALVCS_KIT_API IObjectStore {
 
   /// Calls `mark` with the heads, and removes every object whose id isn't among the result.
   ///
-  /// Nobody else moves a head between the two; readers of other store objects that have read the
-  /// heads before keep what those reach as long as the store's documents promise. An error of
-  /// `mark` ends it with nothing removed.
+  /// No other store object can move a head until it returns: it fails with `Busy`. Store objects
+  /// that have read the heads before can read what those reach as long as the store's documents
+  /// promise. Fails with the error of `mark`, and removes nothing then. `mark` may read from this
+  /// store object.
   virtual Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) = 0;
 
   /// Returns the value under `name`, or none. Values are small texts of the host, such as the name

@@ -59,13 +59,19 @@ class TALVCS_API Commit : public Object {
   /// Returns the packed form like `GetPackedData`, without keeping it in the object.
   Buffer BuildPackedData() const;
 
-  cow_ptr<Commit> GetParent() const { return m_parent; }
+  cow_ptr<Commit> GetParent() const {
+    if (IsParentAbsent()) OpenParent();
+    return m_parent;
+  }
   TalStringT<WideChar> GetDesciption() const { return m_description; }
   TalStringT<WideChar> GetAuthorName() const { return m_authorName; }
   TalStringT<WideChar> GetAuthorEmail() const { return m_authorEmail; }
   Time GetCommitTime() const { return m_commitTime; }
   TimeDelta GetCommitTimezoneBias() const { return m_commitTimezoneBias; }
-  cow_ptr<CommitTree> GetTree() const { return m_tree; }
+  cow_ptr<CommitTree> GetTree() const {
+    if (m_isTreeAbsent) OpenTree();
+    return m_tree;
+  }
   bool IsAmend() const { return m_isAmend; }
 
   /// Set a field, as it is, and drop the caches.
@@ -122,6 +128,12 @@ class TALVCS_API Commit : public Object {
   void RebuildTree(IRepository* repository);
   void FinishEdit(IRepository* repository);
   bool HasRoot() const noexcept;
+  // Reads what the parent says, which is what a walk reads next anyway.
+  bool IsParentAbsent() const noexcept {
+    return m_parent && !m_parent->m_parent && m_parent->m_isAbsent;
+  }
+  void OpenParent() const;
+  void OpenTree() const;
   void KeepAllCaches() const;
   void ComputeIdsOfParents() const;
   Buffer BuildText() const;
@@ -133,15 +145,18 @@ class TALVCS_API Commit : public Object {
   static std::optional<TalStringT<char>> ParseCommitInfo(const TalStringT<char>& text,
                                                          TalStringViewT<char> key, int& position);
 
-  cow_ptr<CommitTree> m_tree;
-  cow_ptr<Commit> m_parent;
+  // Opening an absent link fills it.
+  mutable cow_ptr<CommitTree> m_tree;
+  mutable cow_ptr<Commit> m_parent;
   TalStringT<WideChar> m_description;
   TalStringT<WideChar> m_authorName;
   TalStringT<WideChar> m_authorEmail;
   Time m_commitTime;
   TimeDelta m_commitTimezoneBias;
   bool m_isAmend = false;
-  mutable Buffer m_data;  // empty while not computed: no text is empty
+  bool m_isAbsent = false;              // only in a placeholder for a parent
+  mutable bool m_isTreeAbsent = false;  // the root is a placeholder
+  mutable Buffer m_data;                // empty while not computed: no text is empty
 };
 
 }  // namespace TalVcs

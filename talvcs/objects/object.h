@@ -95,6 +95,7 @@ class TALVCS_API Object : public IObject {
 
  private:
   friend class PackedWriter;
+  friend class StoreSource;  // knows the ids of what it reads
 
   // Empty while not computed: no id is empty, nor is any packed form.
   mutable Id m_id;

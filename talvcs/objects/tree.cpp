@@ -1,6 +1,6 @@
 #include <talvcs/objects/tree.h>
 
-#include <talvcs/directory/internal/tree_entries.h>
+#include <talvcs/directory/internal/tree_walk.h>
 #include <talvcs/format/internal/packed_header.h>
 #include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/internal/exact_type.h>
@@ -112,10 +112,11 @@ std::uint64_t Tree::GetDeepBlobCount() const {
     std::uint64_t count = tree->GetLocalBlobCount();
     const std::size_t before = open.size();
     if (tree->m_entries != nullptr && tree->m_entries->TreeCount() != 0) {
+      tree->m_entries->ExpectSubtrees();
       for (const EntryChunk* chunk : tree->m_entries->Chunks()) {
         for (std::size_t index = 0; index < chunk->Count(); ++index) {
-          if (chunk->Kind(index) != EntryKind::kTree || !chunk->Child(index)) continue;
-          const auto* child = static_cast<const Tree*>(chunk->Child(index).get());
+          if (chunk->Kind(index) != EntryKind::Tree || !chunk->HasObject(index)) continue;
+          const Tree* child = OpenTree(EntryRef(tree->m_entries, chunk, index));
           const auto known = counts.find(child);
           if (known == counts.end()) {
             open.push_back(child);

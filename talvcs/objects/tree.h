@@ -141,7 +141,7 @@ class TALVCS_API Tree : public Object {
   Buffer BuildData() const;
   void AppendRecordsTo(Buffer& target) const;
   cow_ptr<Object> GetDeepObject(Components components) const;
-  const Tree* FindTree(Components components) const noexcept;
+  const Tree* FindTree(Components components) const;
   bool LocalObjectExists(TalStringViewT<WideChar> name) const noexcept;
   void SetEntry(TalStringViewT<WideChar> name, EntryKind kind, const cow_ptr<Object>& child);
   void EraseEntries(TalStringViewT<WideChar> name);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <talvcs/export.h>
+#include <talvcs/format/object_type.h>
 #include <talvcs/foundation/names.h>
 #include <talvcs/objects/object_unavailable.h>
 
@@ -8,10 +9,7 @@
 
 namespace TalVcs {
 
-/// The types of objects, in the order of their layers.
-enum class ObjectType { Blob, Tree, Commit };
-
-/// What a packed tree or commit names.
+/// An object that a packed tree or commit refers to.
 struct PackedReference {
   ObjectType type;
   Id id;
@@ -19,16 +17,21 @@ struct PackedReference {
   TalStringT<WideChar> name;
 };
 
-/// Returns nothing if `packed` has the digest that `id` says and exactly the form that the library
-/// writes, otherwise what is wrong: `Damaged` or `NotCanonical`. Cost: one pass over the bytes.
+/// Returns nothing if `packed` has the digest `id` and exactly the form that the library writes.
+/// Otherwise returns the problem: `Damaged` for another digest, `NotCanonical` for another form.
+/// Cost: one pass over the bytes.
 TALVCS_API std::optional<ObjectProblem> CheckPackedObject(const Id& id, const Buffer& packed);
 
-/// Returns the type that the header tells, or nothing for none of the three.
+/// Returns the type in the header of `packed`. Returns nothing if the type is unknown or the header
+/// is not in the form that the library writes, which includes the size of the data. The data itself
+/// is not checked.
 TALVCS_API std::optional<ObjectType> GetPackedType(const Buffer& packed);
 
-/// Calls `visit` for what a packed form names: each entry of a tree, in order; a commit's tree, if
-/// it has one, and then its parent, if it has one. Returns false, having visited nothing, for bytes
-/// that aren't exactly in the form that the library writes. The digest isn't looked at.
+/// Calls `visit` for each object that `packed` refers to: the entries of a tree, in order; the tree
+/// of a commit and then its parent, if it has them. A blob refers to nothing.
+///
+/// Returns false, without a call, if `packed` is not exactly in the form that the library writes.
+/// The digest is not checked. The reference that `visit` gets is valid during that call.
 TALVCS_API bool VisitReferences(const Buffer& packed,
                                 Delegate<void(const PackedReference& reference)> visit);
 

@@ -4,6 +4,7 @@
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/foundation/internal/prefetch.h>
 #include <talvcs/objects/internal/tree_access.h>
+#include <talvcs/storage/on_demand_storage.h>
 
 // object := packed                       the packed form of a commit, a blob or a tree
 // ref    := id                           64 hexadecimal characters, no line end
@@ -23,6 +24,11 @@ void PrefetchContent(const Tree& tree) {
   TalUtils::PrefetchRange(TreeAccess::Entries(tree), TalUtils::kPrefetchedHead);
 }
 void PrefetchContent(const Commit&) {}
+
+/// True for a storage whose tables hold what is new alone.
+bool IsOnDemand(const IObjectsStorage* storage) {
+  return storage != nullptr && dynamic_cast<const OnDemandStorage*>(storage) != nullptr;
+}
 
 /// Walks a table in front of the save, and has the memory fetched that will be read: first the
 /// objects, a few steps later what they point to.
@@ -69,6 +75,7 @@ Serializer::Serializer(IBlobWriter* blobWriter, const TalStringT<WideChar>& root
 Serializer::~Serializer() = default;
 
 bool Serializer::Serialize(const IObjectsStorage* storage) {
+  if (IsOnDemand(storage)) return false;
   CleanUpStorage();
   if (storage == nullptr) return true;
   bool complete = SerializeObjects(storage->GetCommits());

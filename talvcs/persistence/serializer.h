@@ -22,9 +22,11 @@ class TALVCS_API Serializer {
   Serializer& operator=(const Serializer&) = default;
   virtual ~Serializer();
 
-  /// Writes all of `storage`, which must not change meanwhile. A null storage erases the store
-  /// and gives true. A branch without a head leaves no stream. Returns false if any stream wasn't
-  /// stored, as all aren't with a null writer; the others are written all the same.
+  /// Writes all of `storage`, which must not change meanwhile. Returns false, with the store
+  /// untouched, for an `OnDemandStorage`: its tables hold what is new alone, so the rest of the
+  /// store would be lost. A null storage erases the store and gives true. A branch without a head
+  /// leaves no stream. Returns false if any stream wasn't stored, as all aren't with a null writer;
+  /// the others are written all the same.
   virtual bool Serialize(const IObjectsStorage* storage);
 
   /// Erases the store.

@@ -167,5 +167,33 @@ TEST(DecodeUtf8, GivesEveryTextBack) {
   EXPECT_EQ(Decode(Encode(backwards)), backwards);
 }
 
+TEST(IsExactUtf8, SaysWhetherDecodingAndEncodingGiveTheSameBytes) {
+  constexpr std::string_view kBytes(
+      "\0a\x80\x8F\x90\x9F\xA0\xB0\xBD\xBF\xC0\xC2\xE0\xE1\xED\xEF\xF0\xF4\xF5", 19);
+  std::size_t exact = 0;
+  for (std::size_t number = 0; number < 19 * 19 * 19 * 19; ++number) {
+    std::string bytes;
+    for (std::size_t rest = number; bytes.size() < 4; rest /= 19) bytes += kBytes[rest % 19];
+    for (const std::string& text : {bytes, bytes + "\xED\xB0\x80", "\xED\xA0\x80" + bytes}) {
+      const bool same = Encode(Decode(text)) == text;
+      ASSERT_EQ(TalPlatform::IsExactUtf8(text.data(), text.size()), same) << Hex(text);
+      if (same) ++exact;
+    }
+  }
+  EXPECT_GT(exact, 100U);
+}
+
+TEST(IsExactUtf8, LooksAtEachPlaceOfAsciiText) {
+  for (std::size_t size = 0; size < 30; ++size) {
+    for (std::size_t at = 0; at <= size; ++at) {
+      std::string bytes(size, 'a');
+      bytes.insert(at, "\xF0\x9D\xA0\x80");  // U+1D800 isn't a surrogate
+      EXPECT_TRUE(TalPlatform::IsExactUtf8(bytes.data(), bytes.size())) << size << " " << at;
+      bytes.insert(at, "\xFF");
+      EXPECT_FALSE(TalPlatform::IsExactUtf8(bytes.data(), bytes.size())) << size << " " << at;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace TalVcs::Testing

@@ -26,6 +26,7 @@ namespace TalVcs {
 namespace {
 
 constexpr std::size_t kStackBytes = 2048;
+constexpr int kIdDigits = 64;
 
 std::uint32_t CheckedEnd(std::uint64_t end) {
   if (end > std::numeric_limits<std::uint32_t>::max()) {
@@ -46,7 +47,7 @@ char* PutWideText(TalStringViewT<WideChar> text, char* out) noexcept {
 }
 
 char* PutRecord(const EntryChunk::Slot& slot, const Id& id, char* out) noexcept {
-  const bool blob = slot.kind == EntryKind::kBlob;
+  const bool blob = slot.kind == EntryKind::Blob;
   out = PutText(blob ? Blob::kMode : Tree::kMode, out);
   *out++ = ' ';
   out = PutText(blob ? Blob::kType : Tree::kType, out);
@@ -89,8 +90,8 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
     const Slot& slot = slots[index];
     units += static_cast<std::uint64_t>(slot.name.length);
     const bool hidden = index > 0 && SameName(slots[index - 1].name, slot.name);
-    hides_tree = hides_tree || (hidden && *slots[index - 1].child && *slot.child);
-    recorded[index] = !hidden && *slot.child;
+    hides_tree = hides_tree || (hidden && slots[index - 1].HasObject() && *slot.child);
+    recorded[index] = !hidden && slot.HasObject();
     faithful = faithful && recorded[index] && slot.name.Find(WideChar()) < 0;
     if (!recorded[index]) continue;
     if (slot.record.length == 0) {
@@ -137,7 +138,7 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
     std::memcpy(chunk->Names() + name_end, slot.name.text, length * sizeof(WideChar));
     name_end += length;
     ::new (chunk->EndsOfEntries() + index) Ends{name_end, record_ends[index]};
-    if (slot.kind == EntryKind::kTree) {
+    if (slot.kind == EntryKind::Tree) {
       chunk->m_treeBits |= 1U << index;
       ++chunk->m_treeCount;
     }
@@ -174,7 +175,12 @@ TalStringViewT<WideChar> EntryChunk::Name(std::size_t index) const noexcept {
 }
 
 EntryKind EntryChunk::Kind(std::size_t index) const noexcept {
-  return (m_treeBits >> index & 1) != 0 ? EntryKind::kTree : EntryKind::kBlob;
+  return (m_treeBits >> index & 1) != 0 ? EntryKind::Tree : EntryKind::Blob;
+}
+
+TalStringViewT<char> EntryChunk::IdOfAbsent(std::size_t index) const noexcept {
+  const TalStringViewT<char> record = At(index).record;
+  return record.Mid(record.length - kIdDigits, kIdDigits);
 }
 
 EntryChunk::Slot EntryChunk::At(std::size_t index) const noexcept {

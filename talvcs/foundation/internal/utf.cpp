@@ -17,8 +17,8 @@ std::uint64_t LoadWord(const void* from) noexcept {
   return word;
 }
 
-bool IsHighSurrogate(std::uint32_t unit) noexcept { return (unit & 0xFC00) == 0xD800; }
-bool IsLowSurrogate(std::uint32_t unit) noexcept { return (unit & 0xFC00) == 0xDC00; }
+bool IsHighSurrogate(std::uint32_t unit) noexcept { return (unit & 0xFFFFFC00) == 0xD800; }
+bool IsLowSurrogate(std::uint32_t unit) noexcept { return (unit & 0xFFFFFC00) == 0xDC00; }
 bool IsContinuation(std::uint8_t byte) noexcept { return (byte & 0xC0) == 0x80; }
 
 char* PutCodePoint(std::uint32_t code, char* out) noexcept {
@@ -84,6 +84,20 @@ Decoded DecodeOne(const std::uint8_t* text, std::size_t count) noexcept {
   return {code, static_cast<std::size_t>(shape.following) + 1};
 }
 
+Decoded DecodeAt(const char* text, std::size_t count) noexcept {
+  std::uint8_t ahead[4] = {};
+  const std::size_t available = count < sizeof(ahead) ? count : sizeof(ahead);
+  std::memcpy(ahead, text, available);
+  return DecodeOne(ahead, available);
+}
+
+/// Returns how many bytes of ASCII there are, in whole words, at the beginning of `text`.
+std::size_t SkipAsciiWords(const char* text, std::size_t count) noexcept {
+  std::size_t index = 0;
+  while (index + 8 <= count && (LoadWord(text + index) & kHighBitOfBytes) == 0) index += 8;
+  return index;
+}
+
 }  // namespace
 
 std::size_t EncodeUtf8(const WideChar* text, std::size_t count, char* out) noexcept {
@@ -126,10 +140,7 @@ std::size_t DecodeUtf8(const char* text, std::size_t count, WideChar* out) noexc
       ++index;
       continue;
     }
-    std::uint8_t ahead[4] = {};
-    const std::size_t available = count - index < sizeof(ahead) ? count - index : sizeof(ahead);
-    std::memcpy(ahead, text + index, available);
-    const Decoded decoded = DecodeOne(ahead, available);
+    const Decoded decoded = DecodeAt(text + index, count - index);
     index += decoded.used;
     if (decoded.code < 0x10000) {
       *out++ = static_cast<WideChar>(decoded.code);
@@ -139,6 +150,28 @@ std::size_t DecodeUtf8(const char* text, std::size_t count, WideChar* out) noexc
     }
   }
   return static_cast<std::size_t>(out - start);
+}
+
+bool IsExactUtf8(const char* text, std::size_t count) noexcept {
+  constexpr std::uint8_t kLeadOfReplacement = 0xEF;
+  bool after_high = false;
+  std::size_t index = SkipAsciiWords(text, count);
+  while (index < count) {
+    const auto byte = static_cast<std::uint8_t>(text[index]);
+    if (byte < 0x80) {
+      after_high = false;
+      ++index;
+      index += SkipAsciiWords(text + index, count - index);
+      continue;
+    }
+    const Decoded decoded = DecodeAt(text + index, count - index);
+    if (decoded.code == kReplacement && byte != kLeadOfReplacement) return false;
+    if (decoded.code == kReplacement && decoded.used != 3) return false;
+    if (after_high && IsLowSurrogate(decoded.code)) return false;
+    after_high = IsHighSurrogate(decoded.code);
+    index += decoded.used;
+  }
+  return true;
 }
 
 }  // namespace TalPlatform

@@ -19,4 +19,8 @@ std::size_t EncodeUtf8(const WideChar* text, std::size_t count, char* out) noexc
 /// gives that surrogate. Returns the number of units written.
 std::size_t DecodeUtf8(const char* text, std::size_t count, WideChar* out) noexcept;
 
+/// True if decoding and encoding `count` bytes gives the same bytes: no byte becomes U+FFFD, and no
+/// two generalised forms of surrogates make a pair, which has a form of four bytes.
+bool IsExactUtf8(const char* text, std::size_t count) noexcept;
+
 }  // namespace TalPlatform

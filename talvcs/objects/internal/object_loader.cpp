@@ -226,9 +226,9 @@ void ObjectLoader::AddEntry(OpenTree& tree, TalStringViewT<char> name, const cow
                      wide.Compare(tree.last_name) > 0;
   if (tree.builder && plain) {
     if (blob) {
-      tree.builder->Append(wide, EntryKind::kBlob, blob);
+      tree.builder->Append(wide, EntryKind::Blob, blob);
     } else {
-      tree.builder->Append(wide, EntryKind::kTree, subtree);
+      tree.builder->Append(wide, EntryKind::Tree, subtree);
     }
     tree.last_name = std::move(wide);
     return;

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace TalVcs::Kit {
+
+/// Finds out whether objects were removed from a store while a store object relied on them.
+///
+/// A store counts its removals. The number at the first look or write of a save is kept until the
+/// heads have moved; another number at that time means that the objects may be gone.
+class RemovalWatch {
+ public:
+  /// A look or write while the store has counted `removals`. Nothing is kept of a save that has
+  /// failed already, so that the next one begins here.
+  void Rely(std::uint64_t removals) noexcept {
+    if (m_stale || !m_removals) m_removals = removals;
+    m_stale = false;
+  }
+
+  /// True if the heads may move while the store counts `removals`.
+  bool MayMove(std::uint64_t removals) noexcept {
+    m_stale = m_stale || (m_removals && *m_removals != removals);
+    return !m_stale;
+  }
+
+  /// The heads have moved: the save is complete.
+  void Moved() noexcept { m_removals.reset(); }
+
+ private:
+  std::optional<std::uint64_t> m_removals;
+  bool m_stale = false;
+};
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,64 @@
+#include <talvcs/format/internal/tree_format.h>
+
+#include <talvcs/format/internal/id_format.h>
+#include <talvcs/foundation/internal/text_compare.h>
+#include <talvcs/foundation/internal/utf.h>
+
+#include <limits>
+
+namespace TalVcs {
+
+namespace {
+
+constexpr std::string_view kBlobStart = "100644 blob ";
+constexpr std::string_view kTreeStart = "40000 tree ";
+constexpr std::size_t kLongestName = std::numeric_limits<int>::max();
+
+}  // namespace
+
+bool TreeReader::Next(TreeRecord& record) {
+  if (m_failed || m_rest.empty()) return false;
+  m_failed = !TakeRecord(record);
+  return !m_failed;
+}
+
+bool TreeReader::TakeRecord(TreeRecord& record) {
+  const bool blob = m_rest.starts_with(kBlobStart);
+  if (!blob && !m_rest.starts_with(kTreeStart)) return false;
+  const std::size_t start = blob ? kBlobStart.size() : kTreeStart.size();
+  const std::size_t zero = m_rest.find('\0', start);
+  if (zero == std::string_view::npos) return false;
+  const std::string_view name = m_rest.substr(start, zero - start);
+  const std::string_view id = m_rest.substr(zero + 1, kIdLength);
+  if (name.empty() || name.size() > kLongestName || name.find('/') != std::string_view::npos ||
+      !TalPlatform::IsExactUtf8(name.data(), name.size()) || !IsIdText(id)) {
+    return false;
+  }
+  const TalStringViewT<WideChar> decoded = DecodeName(name);
+  const int order =
+      TalPlatform::CompareUnits(m_lastName.text, static_cast<std::size_t>(m_lastName.length),
+                                decoded.text, static_cast<std::size_t>(decoded.length));
+  if (order >= 0) return false;
+  m_lastName = decoded;
+  const std::size_t size = zero + 1 + kIdLength;
+  record = {blob ? EntryKind::Blob : EntryKind::Tree, decoded, id, m_rest.substr(0, size)};
+  m_rest.remove_prefix(size);
+  return true;
+}
+
+TalStringViewT<WideChar> TreeReader::DecodeName(std::string_view name) {
+  m_names.swap(m_lastNames);
+  if (m_names.size() < name.size()) m_names.resize(name.size());
+  const std::size_t units = TalPlatform::DecodeUtf8(name.data(), name.size(), m_names.data());
+  return {m_names.data(), static_cast<int>(units)};
+}
+
+bool IsTreeList(std::string_view records) {
+  TreeReader reader(records);
+  TreeRecord record;
+  while (reader.Next(record)) {
+  }
+  return !reader.HasFailed();
+}
+
+}  // namespace TalVcs
