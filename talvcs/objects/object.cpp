@@ -16,7 +16,10 @@ Object::Object(const Object& other) = default;
 Object& Object::operator=(const Object& other) = default;
 Object::~Object() = default;
 
-bool Object::operator==(const IObject& other) const { return GetId() == other.GetId(); }
+bool Object::operator==(const IObject& other) const {
+  const Id own = GetId();
+  return own == other.GetId();
+}
 
 bool Object::operator!=(const IObject& other) const {
   const IObject& self = *this;

@@ -40,7 +40,11 @@ Id IdOf(const EntryRef& entry) {
 bool SameObject(const EntryRef& a, const EntryRef& b) {
   const Object* of_a = a.Present();
   const Object* of_b = b.Present();
-  if (of_a != nullptr && of_b != nullptr) return of_a == of_b || of_a->GetId() == of_b->GetId();
+  if (of_a != nullptr && of_b != nullptr) {
+    if (of_a == of_b) return true;
+    const Id id_of_a = of_a->GetId();
+    return id_of_a == of_b->GetId();
+  }
   if (!a.HasObject() || !b.HasObject()) return a.HasObject() == b.HasObject();
   if (of_a != nullptr) return EqualText(of_a->GetId().View(), b.IdOfAbsent());
   if (of_b != nullptr) return EqualText(of_b->GetId().View(), a.IdOfAbsent());

@@ -7,9 +7,10 @@
 
 namespace TalVcs {
 
-// text   := "tree " id? LF ("parent " id LF)? "author " info LF "committer " info LF LF description
-// LF info   := name " <" e-mail "> " seconds SP zone   the same twice zone   := ("+" | "-") hours
-// minutes               two digits each, hours may have more
+// text      := "tree " id? LF parent? "author " info LF "committer " info LF LF description LF
+// parent    := "parent " id LF
+// info      := name " <" e-mail "> " seconds SP zone      the same in both lines
+// zone      := ("+" | "-") hours minutes                  two digits each, more for long hours
 //
 // All of it is UTF-8 without zero bytes; a surrogate without its other half has the generalised
 // form of three bytes. `seconds` are decimal and have 32 bits with a sign. The sign of a zone

@@ -4,6 +4,7 @@
 #include <talvcs/foundation/internal/text_compare.h>
 #include <talvcs/foundation/internal/utf.h>
 
+#include <algorithm>
 #include <limits>
 
 namespace TalVcs {
@@ -13,6 +14,15 @@ namespace {
 constexpr std::string_view kBlobStart = "100644 blob ";
 constexpr std::string_view kTreeStart = "40000 tree ";
 constexpr std::size_t kLongestName = std::numeric_limits<int>::max();
+
+/// Takes the bytes up to a separator, or up to the end if there is none.
+TalStringViewT<char> TakeUpTo(TalStringViewT<char> list, char separator, int& position) noexcept {
+  const int found = list.Find(separator, position);
+  const int end = found < 0 ? list.length : found;
+  const TalStringViewT<char> taken = list.Mid(position, end - position);
+  position = std::min(end + 1, list.length);
+  return taken;
+}
 
 }  // namespace
 
@@ -59,6 +69,16 @@ bool IsTreeList(std::string_view records) {
   while (reader.Next(record)) {
   }
   return !reader.HasFailed();
+}
+
+LooseTreeRecord ReadLooseRecord(TalStringViewT<char> list, int& position) noexcept {
+  TakeUpTo(list, ' ', position);  // the type says all that the mode does
+  LooseTreeRecord record;
+  record.type = TakeUpTo(list, ' ', position);
+  record.name = TakeUpTo(list, '\0', position);
+  record.id = list.Mid(position, static_cast<int>(kIdLength));
+  position += record.id.length;
+  return record;
 }
 
 }  // namespace TalVcs

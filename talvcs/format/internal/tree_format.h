@@ -70,4 +70,16 @@ class TreeReader {
 /// Returns true if `records` has exactly the form above. No records are a tree without entries.
 bool IsTreeList(std::string_view records);
 
+/// One record as a load takes it, as views of its bytes.
+struct LooseTreeRecord {
+  TalStringViewT<char> type;
+  TalStringViewT<char> name;
+  TalStringViewT<char> id;
+};
+
+/// Reads a record of a list that may be damaged, and moves `position` behind it. Nothing is
+/// checked: the mode and the type end with a blank, the name with a zero byte, the id after 64
+/// bytes, and each at the end of the list if that comes first.
+LooseTreeRecord ReadLooseRecord(TalStringViewT<char> list, int& position) noexcept;
+
 }  // namespace TalVcs
