@@ -51,6 +51,7 @@ class TALVCS_KIT_API OpenedRepository {
   OpenedRepository& operator=(OpenedRepository&& other) noexcept;
   ~OpenedRepository();
 
+  /// Return the repository. It lives as long as this object or the one it was moved to.
   Repository& GetRepository() noexcept;
   const Repository& GetRepository() const noexcept;
   Repository* operator->() noexcept { return &GetRepository(); }

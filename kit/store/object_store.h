@@ -17,16 +17,16 @@ namespace TalVcs::Kit {
 
 /// An object as it is stored: its id and its packed form, which the buffer shares.
 struct StoredObject {
-  Id id;
-  Buffer packed;
+  Id id;          ///< The SHA-256 of `packed`.
+  Buffer packed;  ///< The packed form.
 };
 
 /// A wish to move a branch. An empty `expected` means that the branch must not exist; an empty
 /// `desired` removes it.
 struct HeadMove {
-  std::string name;
-  Id expected;
-  Id desired;
+  std::string name;  ///< The name of the branch.
+  Id expected;       ///< Where the caller last saw the head; empty if there must be no such branch.
+  Id desired;        ///< The new head; empty to remove the branch.
 };
 
 /// Takes what a read found. The error is `NotFound` for an object that the store lacks, `Damaged`
@@ -44,8 +44,8 @@ TALVCS_KIT_API bool IsObjectId(const Id& id) noexcept;
 
 /// What a removal took away.
 struct RemovedObjects {
-  std::uint64_t count = 0;
-  std::uint64_t sizeBytes = 0;
+  std::uint64_t count = 0;      ///< The number of objects.
+  std::uint64_t sizeBytes = 0;  ///< The bytes of their packed forms.
 };
 
 /// A place where histories live: objects by id, branches with their heads, small named values.

@@ -26,7 +26,7 @@ Repository LargeRepository() {
   return repository;
 }
 
-TEST(PackedWriter, CopiedStreamsHoldWhatSharedOnesDo) {
+TEST(PackedWriter, WritesTheSameBytesToCopyingAndSharingStreams) {
   const Repository repository = LargeRepository();
   MemoryBlobIo shared;
   ASSERT_TRUE(Serializer(&shared, TAL_WIDE("doc")).Serialize(repository.GetStorage()));
@@ -38,7 +38,7 @@ TEST(PackedWriter, CopiedStreamsHoldWhatSharedOnesDo) {
   }
 }
 
-TEST(PackedWriter, StreamThatIsFullGetsNoMore) {
+TEST(PackedWriter, StopsWhenTheStreamIsFull) {
   const Repository repository = LargeRepository();
   CopyingWriter whole;
   ASSERT_TRUE(Serializer(&whole, TAL_WIDE("doc")).Serialize(repository.GetStorage()));
@@ -54,7 +54,7 @@ TEST(PackedWriter, StreamThatIsFullGetsNoMore) {
   EXPECT_GE(long_streams, 6);
 }
 
-TEST(PackedWriter, KeptPackedFormIsWhatIsWritten) {
+TEST(PackedWriter, WritesACachedPackedForm) {
   Repository repository = NewRepository();
   Commit commit(&repository, false);
   commit.AddBlob(&repository, Wide("a"), BlobOf("bytes"));

@@ -11,13 +11,13 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
 
-TEST(BranchTable, CreateBranchWithAnEmptyNameIsRefused) {
+TEST(BranchTable, CreateBranchFailsForEmptyName) {
   MemObjectsStorage storage;
   EXPECT_FALSE(storage.CreateBranch(TAL_WIDE(""), Make<Commit>()));
   EXPECT_THAT(storage.GetRefs(), SizeIs(1));
 }
 
-TEST(BranchTable, CreateBranchOfAnExistingNameIsRefusedAndKeepsTheHead) {
+TEST(BranchTable, CreateBranchFailsForExistingNameAndKeepsItsHead) {
   MemObjectsStorage storage;
   const auto head = Make<Commit>();
   storage.UpdateBranch(TAL_WIDE("master"), head);
@@ -25,14 +25,14 @@ TEST(BranchTable, CreateBranchOfAnExistingNameIsRefusedAndKeepsTheHead) {
   EXPECT_EQ(storage.GetHead(TAL_WIDE("master")), head);
 }
 
-TEST(BranchTable, CreateBranchWithANullCommitMakesABranchWithoutHead) {
+TEST(BranchTable, CreateBranchWithNullCommitMakesBranchWithoutHead) {
   MemObjectsStorage storage;
   EXPECT_TRUE(storage.CreateBranch(TAL_WIDE("topic"), nullptr));
   EXPECT_TRUE(storage.BranchExist(TAL_WIDE("topic")));
   EXPECT_FALSE(storage.GetHead(TAL_WIDE("topic")));
 }
 
-TEST(BranchTable, CreateBranchTakesACommitThatIsNotStored) {
+TEST(BranchTable, CreateBranchAcceptsCommitThatIsNotStored) {
   MemObjectsStorage storage;
   const auto head = Make<Commit>();
   EXPECT_TRUE(storage.CreateBranch(TAL_WIDE("topic"), head));
@@ -40,14 +40,14 @@ TEST(BranchTable, CreateBranchTakesACommitThatIsNotStored) {
   EXPECT_EQ(storage.GetCommitCount(), 0u);
 }
 
-TEST(BranchTable, NamesThatDifferInCaseAreTwoBranches) {
+TEST(BranchTable, NamesThatDifferInCaseNameTwoBranches) {
   MemObjectsStorage storage;
   EXPECT_TRUE(storage.CreateBranch(TAL_WIDE("Master"), nullptr));
   EXPECT_THAT(storage.GetRefs(), SizeIs(2));
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("MASTER")));
 }
 
-TEST(BranchTable, NamesMayHoldAnyCharacters) {
+TEST(BranchTable, NamesMayContainAnyCharacter) {
   MemObjectsStorage storage;
   for (const WideChar* name :
        {TAL_WIDE("a/b"), TAL_WIDE(".."), TAL_WIDE(" "), TAL_WIDE("\\"), TAL_WIDE("\u0001"),
@@ -58,7 +58,7 @@ TEST(BranchTable, NamesMayHoldAnyCharacters) {
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("a")));
 }
 
-TEST(BranchTable, NamesThatTheHashSamplesAlikeAreStillTwoBranches) {
+TEST(BranchTable, NamesWithEqualSampleHashNameTwoBranches) {
   // Of 20 characters, every third one is looked at.
   MemObjectsStorage storage;
   EXPECT_TRUE(storage.CreateBranch(TAL_WIDE("0123456789abcdefghij"), nullptr));
@@ -74,7 +74,7 @@ TEST(BranchTable, RemoveBranchTwiceSucceedsOnce) {
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("master")));
 }
 
-TEST(BranchTable, RemoveBranchLeavesTheCommitInItsTable) {
+TEST(BranchTable, RemoveBranchKeepsTheCommitStored) {
   MemObjectsStorage storage;
   const auto commit = Make<Commit>();
   storage.AddCommit(commit);
@@ -93,7 +93,7 @@ TEST(BranchTable, UpdateBranchReplacesTheHead) {
   EXPECT_EQ(first.use_count(), 1);
 }
 
-TEST(BranchTable, UpdateBranchWithANullCommitIsRefused) {
+TEST(BranchTable, UpdateBranchFailsForNullCommit) {
   MemObjectsStorage storage;
   const auto head = Make<Commit>();
   storage.UpdateBranch(TAL_WIDE("master"), head);
@@ -101,25 +101,25 @@ TEST(BranchTable, UpdateBranchWithANullCommitIsRefused) {
   EXPECT_EQ(storage.GetHead(TAL_WIDE("master")), head);
 }
 
-TEST(BranchTable, UpdateBranchOfAnUnknownNameIsRefusedWithoutABranch) {
+TEST(BranchTable, UpdateBranchFailsForUnknownNameAndCreatesNoBranch) {
   MemObjectsStorage storage;
   EXPECT_FALSE(storage.UpdateBranch(TAL_WIDE("topic"), Make<Commit>()));
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("topic")));
 }
 
-TEST(BranchTable, UpdateBranchOfTheEmptyNameIsRefusedEvenIfItExists) {
+TEST(BranchTable, UpdateBranchFailsForTheEmptyNameEvenIfItExists) {
   MemObjectsStorage storage({TAL_WIDE("")});
   EXPECT_FALSE(storage.UpdateBranch(TAL_WIDE(""), Make<Commit>()));
   EXPECT_FALSE(storage.GetHead(TAL_WIDE("")));
 }
 
-TEST(BranchTable, RemoveBranchTakesTheEmptyName) {
+TEST(BranchTable, RemoveBranchAcceptsTheEmptyName) {
   MemObjectsStorage storage({TAL_WIDE("")});
   EXPECT_TRUE(storage.RemoveBranch(TAL_WIDE("")));
   EXPECT_THAT(storage.GetRefs(), IsEmpty());
 }
 
-TEST(BranchTable, GetHeadOfAnUnknownOrRemovedBranchIsNull) {
+TEST(BranchTable, GetHeadReturnsNullForUnknownOrRemovedBranch) {
   MemObjectsStorage storage;
   storage.UpdateBranch(TAL_WIDE("master"), Make<Commit>());
   storage.RemoveBranch(TAL_WIDE("master"));
@@ -127,7 +127,7 @@ TEST(BranchTable, GetHeadOfAnUnknownOrRemovedBranchIsNull) {
   EXPECT_NO_THROW(EXPECT_FALSE(storage.GetHead(TAL_WIDE("never"))));
 }
 
-TEST(BranchTable, GetCommitBranchesGivesAllNamesInTheOrderOfTheTable) {
+TEST(BranchTable, GetCommitBranchesReturnsNamesInTheOrderOfTheTable) {
   MemObjectsStorage storage({TAL_WIDE("a"), TAL_WIDE("b"), TAL_WIDE("c")});
   const auto commit = Make<Commit>();
   storage.UpdateBranch(TAL_WIDE("a"), commit);
@@ -140,19 +140,19 @@ TEST(BranchTable, GetCommitBranchesGivesAllNamesInTheOrderOfTheTable) {
   EXPECT_EQ(Ascii(storage.GetCommitBranches(commit)), inTableOrder);
 }
 
-TEST(BranchTable, GetCommitBranchesOfAnEqualButSeparateInstanceIsEmpty) {
+TEST(BranchTable, GetCommitBranchesReturnsNothingForAnotherInstanceOfTheHead) {
   MemObjectsStorage storage;
   storage.UpdateBranch(TAL_WIDE("master"), Make<Commit>());
   EXPECT_THAT(storage.GetCommitBranches(Make<Commit>()), IsEmpty());
 }
 
-TEST(BranchTable, GetCommitBranchesOfNullGivesTheBranchesWithoutHead) {
+TEST(BranchTable, GetCommitBranchesReturnsBranchesWithoutHeadForNull) {
   MemObjectsStorage storage({TAL_WIDE("a"), TAL_WIDE("b")});
   storage.UpdateBranch(TAL_WIDE("b"), Make<Commit>());
   EXPECT_THAT(Ascii(storage.GetCommitBranches(nullptr)), ElementsAre("a"));
 }
 
-TEST(BranchTable, BranchHeadIsOneHandleOfItsOwn) {
+TEST(BranchTable, BranchHoldsItsHeadOnce) {
   MemObjectsStorage storage;
   const auto commit = Make<Commit>();
   storage.AddCommit(commit);

@@ -24,14 +24,14 @@ void Draw(Repository& repository, const char* drawing, const char* branches) {
   PlaceBranches(repository, DrawHistory(repository, drawing), branches);
 }
 
-TEST(Purge, FreshStorageStaysAsItIs) {
+TEST(Purge, ChangesNothingInANewStorage) {
   Repository repository = NewRepository();
   repository.UpdateStorage();
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
   EXPECT_TRUE(repository.BranchExist(TAL_WIDE("master")));
 }
 
-TEST(Purge, HistoryOfABranchStaysWhole) {
+TEST(Purge, KeepsTheHistoryOfABranch) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C", "master=C");
   EXPECT_EQ(CountsOf(repository), "3 commits, 4 trees, 4 blobs");
@@ -40,7 +40,7 @@ TEST(Purge, HistoryOfABranchStaysWhole) {
   EXPECT_EQ(ChainOf(repository, "master"), "A-B-C");
 }
 
-TEST(Purge, RemovedBranchTakesItsCommitsTreesAndBlobsAlong) {
+TEST(Purge, RemovesCommitsTreesAndBlobsOfARemovedBranch) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C", "master=C");
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
@@ -49,7 +49,7 @@ TEST(Purge, RemovedBranchTakesItsCommitsTreesAndBlobsAlong) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(Purge, ObjectsSharedWithAnotherBranchStay) {
+TEST(Purge, KeepsObjectsThatAnotherBranchShares) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C; X", "master=C topic=X");
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
@@ -58,7 +58,7 @@ TEST(Purge, ObjectsSharedWithAnotherBranchStay) {
   EXPECT_EQ(ListingOf(repository.GetHead(TAL_WIDE("topic"))), "lib/common=common name=X");
 }
 
-TEST(Purge, CascadeStopsAtAFork) {
+TEST(Purge, RemovalAlongAHistoryStopsAtAFork) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C-D; B-E", "master=D topic=E");
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
@@ -67,7 +67,7 @@ TEST(Purge, CascadeStopsAtAFork) {
   EXPECT_EQ(ChainOf(repository, "topic"), "A-B-E");
 }
 
-TEST(Purge, CascadeStopsAtABranchInTheMiddle) {
+TEST(Purge, RemovalAlongAHistoryStopsAtABranch) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C-D", "master=D topic=B");
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
@@ -75,7 +75,7 @@ TEST(Purge, CascadeStopsAtABranchInTheMiddle) {
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST(Purge, CommitThatTheHostHoldsStaysWithItsAncestorsAndTree) {
+TEST(Purge, KeepsAncestorsAndTreeOfAHeldCommit) {
   Repository repository = NewRepository();
   History history = DrawHistory(repository, "A-B-C");
   const cow_ptr<Commit> held = history.at("B");
@@ -85,7 +85,7 @@ TEST(Purge, CommitThatTheHostHoldsStaysWithItsAncestorsAndTree) {
   EXPECT_EQ(ChainOf(held), "A-B");
 }
 
-TEST(Purge, CommitGoesWithThePurgeAfterItsRelease) {
+TEST(Purge, RemovesCommitAfterItsLastHandleIsReleased) {
   Repository repository = NewRepository();
   cow_ptr<Commit> held = DrawHistory(repository, "A-B").at("B");
   repository.UpdateStorage();
@@ -95,7 +95,7 @@ TEST(Purge, CommitGoesWithThePurgeAfterItsRelease) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(Purge, AmendedHeadGoesAndItsParentStays) {
+TEST(Purge, RemovesAmendedHeadAndKeepsItsParent) {
   Repository repository = NewRepository();
   Draw(repository, "A-B", "master=B");
   Commit amend(&repository, true);
@@ -107,7 +107,7 @@ TEST(Purge, AmendedHeadGoesAndItsParentStays) {
   EXPECT_EQ(ChainOf(repository, "master"), "A-B2");
 }
 
-TEST(Purge, AmendedHeadThatTheHostHoldsStaysUntilItsRelease) {
+TEST(Purge, KeepsAmendedHeadWhileAHandleHoldsIt) {
   Repository repository = NewRepository();
   Draw(repository, "A-B", "master=B");
   cow_ptr<Commit> oldHead = repository.GetHead();
@@ -126,7 +126,7 @@ TEST(Purge, AmendedHeadThatTheHostHoldsStaysUntilItsRelease) {
   EXPECT_FALSE(repository.GetBlobFromStorage(BlobOf("B").GetId()));
 }
 
-TEST(Purge, BlobOfACommitInTheMakingStaysAsLongAsTheCommit) {
+TEST(Purge, KeepsBlobOfUnstoredCommitWhileTheCommitExists) {
   Repository repository = NewRepository();
   auto making = std::make_unique<Commit>(&repository, false);
   making->AddBlob(&repository, TAL_WIDE("dir/file"), BlobOf("bytes"));
@@ -137,7 +137,7 @@ TEST(Purge, BlobOfACommitInTheMakingStaysAsLongAsTheCommit) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(Purge, ParentOfACommitInTheMakingStays) {
+TEST(Purge, KeepsParentOfUnstoredCommit) {
   Repository repository = NewRepository();
   Draw(repository, "A-B", "master=B");
   const Commit making(&repository, false);
@@ -146,7 +146,7 @@ TEST(Purge, ParentOfACommitInTheMakingStays) {
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST(Purge, CommitOnNoBranchStaysWhileTheResultIsHeld) {
+TEST(Purge, KeepsDetachedCommitWhileAHandleHoldsIt) {
   Repository repository = NewRepository();
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
   Commit commit(&repository, false);
@@ -158,7 +158,7 @@ TEST(Purge, CommitOnNoBranchStaysWhileTheResultIsHeld) {
   EXPECT_EQ(repository.GetCommitCount(), 0u);
 }
 
-TEST(Purge, IntermediateTreesOfAnEditGo) {
+TEST(Purge, RemovesIntermediateTreesOfAnEdit) {
   Repository repository = NewRepository();
   Commit commit(&repository, false);
   commit.AddBlob(&repository, TAL_WIDE("a/one"), BlobOf("1"));
@@ -168,7 +168,7 @@ TEST(Purge, IntermediateTreesOfAnEditGo) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 2 trees, 2 blobs");
 }
 
-TEST(Purge, TreeAndBlobOfAHostOutsideTheTableStay) {
+TEST(Purge, KeepsObjectsThatAnUnstoredTreeHolds) {
   Repository repository = NewRepository();
   const Tree outside = TreeOf(&repository, {{"a/b", "bytes"}});
   const cow_ptr<Blob> held = repository.SyncWithStorage(SharedBlob("held"));
@@ -176,7 +176,7 @@ TEST(Purge, TreeAndBlobOfAHostOutsideTheTableStay) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 1 trees, 2 blobs");
 }
 
-TEST(Purge, NestedTreesGoInOneRun) {
+TEST(Purge, RemovesNestedTreesInOneRun) {
   Repository repository = NewRepository();
   repository.SyncWithStorage(Make<Tree>(TreeOf(&repository, {{"a/b/c/d/e", "1"}, {"a/x", "2"}})));
   ASSERT_GE(repository.GetTreeCount(), 5u);
@@ -184,7 +184,7 @@ TEST(Purge, NestedTreesGoInOneRun) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(Purge, SubtreeHiddenByABlobGoesWithItsParent) {
+TEST(Purge, RemovesHiddenSubtreeWithItsParent) {
   Repository repository = NewRepository();
   {
     Tree tree = TreeOf(&repository, {{"both/inside", "1"}});
@@ -198,7 +198,7 @@ TEST(Purge, SubtreeHiddenByABlobGoesWithItsParent) {
 
 // A directory that several others hold, some of them equal themselves, once stayed behind if the
 // purge met it before its holders. The ids decide that, so there are several contents.
-TEST(Purge, DirectoryUnderSeveralNamesGoesWithTheLastOfThem) {
+TEST(Purge, RemovesDirectoryWithTheLastTreeThatHasIt) {
   for (int number = 0; number < 16; ++number) {
     Repository repository = NewRepository();
     Draw(repository, "A", "master=A");
@@ -218,7 +218,7 @@ TEST(Purge, DirectoryUnderSeveralNamesGoesWithTheLastOfThem) {
   }
 }
 
-TEST(Purge, SecondRunRemovesNothingMore) {
+TEST(Purge, SecondRunRemovesNothing) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C; B-D-E", "master=C");
   repository.UpdateStorage();
@@ -228,7 +228,7 @@ TEST(Purge, SecondRunRemovesNothingMore) {
   EXPECT_EQ(CountsOf(repository), once);
 }
 
-TEST(Purge, NothingGoesWhileACloneIsAlive) {
+TEST(Purge, RemovesNothingWhileACloneExists) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C", "master=C");
   repository.RemoveBranch(TAL_WIDE("master"));
@@ -242,7 +242,7 @@ TEST(Purge, NothingGoesWhileACloneIsAlive) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(Purge, EntryOfWhichEverybodyUsesAnotherInstanceGoes) {
+TEST(Purge, RemovesCanonicalInstanceThatNothingHolds) {
   MemObjectsStorage storage;
   const auto used = SharedBlob("bytes");
   storage.AddBlob(SharedBlob("bytes"));
@@ -250,7 +250,7 @@ TEST(Purge, EntryOfWhichEverybodyUsesAnotherInstanceGoes) {
   EXPECT_FALSE(storage.GetBlob(used->GetId()));
 }
 
-TEST(Purge, HeadThatIsAnotherInstanceDoesNotKeepTheEntry) {
+TEST(Purge, RemovesCanonicalInstanceOfAHeadThatIsAnotherInstance) {
   Repository repository = NewRepository();
   Repository elsewhere = NewRepository();
   DrawHistory(repository, "A");
@@ -261,7 +261,7 @@ TEST(Purge, HeadThatIsAnotherInstanceDoesNotKeepTheEntry) {
   EXPECT_EQ(repository.GetHead(), twin);
 }
 
-TEST(DeleteCommit, NullPointerHasNoEffect) {
+TEST(DeleteCommit, NullHasNoEffect) {
   Repository repository = NewRepository();
   Draw(repository, "A", "master=A");
   repository.GetStorage()->DeleteCommit(nullptr);
@@ -275,7 +275,7 @@ TEST(DeleteCommit, UnknownCommitHasNoEffect) {
   EXPECT_EQ(repository.GetCommitCount(), 1u);
 }
 
-TEST(DeleteCommit, HeadStaysOnItsBranchButLeavesTheTable) {
+TEST(DeleteCommit, BranchKeepsItsDeletedHead) {
   Repository repository = NewRepository();
   Draw(repository, "A-B", "master=B");
   const cow_ptr<Commit> head = repository.GetHead();
@@ -285,7 +285,7 @@ TEST(DeleteCommit, HeadStaysOnItsBranchButLeavesTheTable) {
   EXPECT_EQ(repository.GetHead(), head);
 }
 
-TEST(DeleteCommit, EqualInstanceRemovesTheEntryToo) {
+TEST(DeleteCommit, RemovesTheStoredCommitWhenGivenAnotherInstance) {
   Repository repository = NewRepository();
   Repository elsewhere = NewRepository();
   Draw(repository, "A", "master=A");
@@ -293,7 +293,7 @@ TEST(DeleteCommit, EqualInstanceRemovesTheEntryToo) {
   EXPECT_EQ(repository.GetCommitCount(), 0u);
 }
 
-TEST(DeleteCommit, WhatStandsBelowItGoesInOneRunWithItsLastDescendant) {
+TEST(DeleteCommit, OnePurgeRemovesTheAncestorsOfTheLastDescendant) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C-D-E", "");
   const Id middle(Wide(IdOfChain("A-B-C")));
@@ -302,7 +302,7 @@ TEST(DeleteCommit, WhatStandsBelowItGoesInOneRunWithItsLastDescendant) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(DeleteCommit, ChildKeepsTheCommitAndItsTreeThroughAPurge) {
+TEST(DeleteCommit, PurgeKeepsDeletedCommitThatAChildHolds) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C", "master=C");
   repository.GetStorage()->DeleteCommit(repository.GetHead()->GetParent());
@@ -311,7 +311,7 @@ TEST(DeleteCommit, ChildKeepsTheCommitAndItsTreeThroughAPurge) {
   EXPECT_EQ(ChainOf(repository, "master"), "A-B-C");
 }
 
-TEST(DeleteCommit, WhatTheCommitHeldGoesWithTheNextPurge) {
+TEST(DeleteCommit, NextPurgeRemovesTheObjectsOfTheCommit) {
   Repository repository = NewRepository();
   cow_ptr<Commit> tip = DrawHistory(repository, "A-B").at("B");
   repository.GetStorage()->DeleteCommit(tip);
