@@ -25,12 +25,12 @@ enum class OpenCheck {
 /// Options of `Open`.
 struct OpenOptions {
   /// The current branch. Empty: the one of the last save, else "master", else the first.
-  std::string branch;
+  std::string branch = {};
   OpenCheck check = OpenCheck::Nothing;
   /// What to do if the check finds damage.
   DamagePolicy policy = DamagePolicy::Stop;
   /// Phases of a check of everything: "history" and "contents" for each branch.
-  Progress progress;
+  Progress progress = {};
 };
 
 /// A repository that was opened from a store, and what `Save` has to know of it.

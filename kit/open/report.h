@@ -12,7 +12,7 @@ namespace TalVcs::Kit {
 
 /// How much of a branch can be read.
 enum class BranchState {
-  Unchecked,  ///< Nobody has looked.
+  Unchecked,  ///< It was not checked.
   Whole,      ///< Every commit, folder and file of its history is as it was written.
   Partial,    ///< The head commit can be read; something that it reaches can't.
   Lost,       ///< The head commit can't be read.
@@ -75,7 +75,7 @@ struct HistoryReport {
   /// The most damages that a report lists.
   static constexpr std::size_t kMostDamages = 1000;
 
-  /// True if nothing was found to be wrong. True for branches that nobody looked at.
+  /// True if nothing was found to be wrong. Says nothing of unchecked branches.
   bool IsWhole() const noexcept { return damageCount == 0; }
 };
 

@@ -14,7 +14,7 @@ namespace TalVcs::Kit {
 /// Options of `Statistics`.
 struct StatisticsOptions {
   /// Phases: "history", "contents", "unreferenced".
-  Progress progress;
+  Progress progress = {};
 };
 
 /// A number of objects and the bytes of their packed forms.

@@ -41,13 +41,13 @@ void FreeText(C* text) noexcept {
 }
 
 int CheckedLength(std::int64_t length) {
-  if (length > std::numeric_limits<int>::max()) {
-    throw std::length_error("text longer than an int can tell");
-  }
+  if (length > std::numeric_limits<int>::max()) ThrowTextTooLong();
   return static_cast<int>(length);
 }
 
 }  // namespace
+
+void ThrowTextTooLong() { throw std::length_error("text longer than an int can tell"); }
 
 template <class C>
 int TalStringViewT<C>::Find(TalStringViewT pattern, int start, CompareCase) const noexcept {

@@ -115,8 +115,9 @@ std::uint64_t Tree::GetDeepBlobCount() const {
       tree->m_entries->ExpectSubtrees();
       for (const EntryChunk* chunk : tree->m_entries->Chunks()) {
         for (std::size_t index = 0; index < chunk->Count(); ++index) {
-          if (chunk->Kind(index) != EntryKind::Tree || !chunk->HasObject(index)) continue;
+          if (chunk->Kind(index) != EntryKind::Tree) continue;
           const Tree* child = OpenTree(EntryRef(tree->m_entries, chunk, index));
+          if (child == nullptr) continue;
           const auto known = counts.find(child);
           if (known == counts.end()) {
             open.push_back(child);

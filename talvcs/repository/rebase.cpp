@@ -1,5 +1,6 @@
 #include <talvcs/objects/internal/commit_access.h>
 #include <talvcs/repository/repository.h>
+#include <talvcs/storage/on_demand_storage.h>
 
 #include <algorithm>
 #include <utility>
@@ -21,6 +22,14 @@ cow_ptr<Commit> MakeRootCommit() {
   cow_ptr<Commit> commit;
   commit.write()->SetDescription(TalStringT<WideChar>(TAL_WIDE("Root commit")));
   return commit;
+}
+
+/// Reads the ancestors of `head` up to the common base with `root`, or all.
+void ReadUpTo(const Repository& repository, const cow_ptr<Commit>& root,
+              const cow_ptr<Commit>& head) {
+  if (root) repository.GetCommonBase(head, root);
+  if (root || !head) return;
+  for (const Commit* at = head.get(); at != nullptr;) at = CommitAccess::Parent(*at).get();
 }
 
 /// Returns the tip and its ancestors above the stop, the oldest first. A tip that is the stop comes
@@ -48,6 +57,11 @@ bool Repository::EnsureCommonRootFor(TalStringViewT<WideChar> first,
   const cow_ptr<Commit> second_head = self.GetHead(second);
   if (first_head && second_head && self.GetCommonBase(first_head, second_head)) return true;
   cow_ptr<Commit> root = self.GetHead(rootBranch);
+  // All that is walked over is read before a branch changes, so that a link that can't be followed
+  // leaves all of them in place.
+  if (dynamic_cast<const OnDemandStorage*>(m_storage.get()) != nullptr) {
+    for (const cow_ptr<Commit>& head : {first_head, second_head}) ReadUpTo(*this, root, head);
+  }
   if (!root) {
     if (!self.CreateBranch(rootBranch, self.SyncWithStorage(MakeRootCommit()))) return false;
     root = self.GetHead(rootBranch);

@@ -1,5 +1,7 @@
 #include <talvcs/objects/internal/commit_access.h>
+#include <talvcs/objects/internal/in_hand.h>
 #include <talvcs/repository/repository.h>
+#include <talvcs/storage/on_demand_storage.h>
 
 #include <unordered_map>
 #include <unordered_set>
@@ -74,6 +76,17 @@ KeptGraph FindKeptGraph(const RefTable& refs, const IObjectsStorage& storage) {
   return graph;
 }
 
+/// Reads the kept commits, before a branch moves.
+void ReadKept(const KeptGraph& graph, const IObjectsStorage& storage) {
+  if (dynamic_cast<const OnDemandStorage*>(&storage) == nullptr) return;
+  for (const Id& id : graph.kept) storage.GetCommit(id);
+}
+
+cow_ptr<Commit> FindInHand(const IObjectsStorage& storage, const Id& id) {
+  const LookUpInHand in_hand;
+  return storage.GetCommit(id);
+}
+
 /// Gives the kept commits their new parents, the oldest first, and takes the branches along.
 void RewriteKept(const KeptGraph& graph, const RefTable& refs, IRepository& repository,
                  const IObjectsStorage& storage) {
@@ -92,7 +105,7 @@ void RewriteKept(const KeptGraph& graph, const RefTable& refs, IRepository& repo
   while (!tasks.empty()) {
     const Task task = std::move(tasks.back());
     tasks.pop_back();
-    cow_ptr<Commit> commit = storage.GetCommit(task.id);
+    cow_ptr<Commit> commit = FindInHand(storage, task.id);
     if (!commit) continue;
     CommitAccess::Rewrite(commit, task.parent, repository);
     const auto names = branches.find(task.id);
@@ -120,6 +133,7 @@ bool Repository::SimplifyCommitGraph(bool updateStorage) {
     // holders.
     const RefTable refs = m_storage->GetRefs();
     const KeptGraph graph = FindKeptGraph(refs, *m_storage);
+    ReadKept(graph, *m_storage);
     RewriteKept(graph, refs, *this, *m_storage);
   }
   IRepository& self = *this;

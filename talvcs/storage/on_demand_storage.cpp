@@ -68,6 +68,15 @@ class OnDemandStorage::Impl {
     return head->second;
   }
 
+  /// Takes what is new out of the tables if the store turned out to have it.
+  template <class IsStored>
+  void DropStored(IsStored isStored) {
+    const auto is_stored = [&](const auto& entry) { return isStored(entry.second); };
+    std::erase_if(news.commits, is_stored);
+    std::erase_if(news.trees, is_stored);
+    std::erase_if(news.blobs, is_stored);
+  }
+
   void OpenAllHeads() {
     std::vector<Id> ids;
     for (const auto& [name, id] : unread) ids.push_back(id);
@@ -127,10 +136,10 @@ cow_ptr<Blob> OnDemandStorage::GetBlob(const Id& id) const {
   return m_impl->source.FindBlob(id, LookUpInHand::IsActive());
 }
 
+// A commit that was deleted and is made again has a new instance, as in any storage.
 void OnDemandStorage::AddCommit(cow_ptr<Commit> commit) {
   Id id = commit->GetId();
-  m_impl->deleted.erase(id);
-  if (m_impl->source.Has(*commit)) return;
+  if (m_impl->deleted.erase(id) == 0 && m_impl->source.Has(*commit)) return;
   m_impl->news.commits.try_emplace(std::move(id), std::move(commit));
 }
 
@@ -179,7 +188,9 @@ void OnDemandStorage::DeleteCommit(cow_ptr<Commit> commit) {
   m_impl->deleted.insert(id);
 }
 
+// What the last visit passed on is held for a save alone, and is visited again.
 void OnDemandStorage::PurgeUnusedObjects() {
+  m_impl->passed.clear();
   PurgeTable(m_impl->news.commits);
   PurgeTable(m_impl->news.trees);
   PurgeTable(m_impl->news.blobs);
@@ -241,6 +252,7 @@ void OnDemandStorage::MarkSaved() {
   m_impl->passed.clear();
   m_impl->passed.shrink_to_fit();
   m_impl->deleted.clear();
+  m_impl->DropStored([this](const auto& object) { return m_impl->source.HasInstance(object); });
 }
 
 void OnDemandStorage::Trim() {
@@ -251,6 +263,7 @@ void OnDemandStorage::Trim() {
     m_impl->unread.emplace(name, head->GetId());
     head = nullptr;
   }
+  m_impl->DropStored([this](const auto& object) { return m_impl->source.Has(*object); });
   m_impl->source.Trim(m_impl->news.commits, m_impl->news.trees);
 }
 

@@ -17,7 +17,7 @@ BELOW = {
     "format": {"foundation", "objects", "directory"},
     "directory": {"foundation", "format", "objects"},
     "objects": {"foundation", "format", "directory"},
-    "storage": {"foundation", "directory", "objects"},
+    "storage": {"foundation", "format", "directory", "objects"},
     "merge": {"foundation", "directory", "objects"},
     "repository": {"foundation", "objects", "storage", "merge"},
     "persistence": {"foundation", "format", "objects", "storage", "merge", "repository"},

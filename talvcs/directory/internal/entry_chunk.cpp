@@ -66,19 +66,6 @@ std::size_t MostRecordBytes(const EntryChunk::Slot& slot, const Id& id) noexcept
 
 }  // namespace
 
-cow_ptr<Object>* EntryChunk::Children() const noexcept {
-  static_assert(sizeof(EntryChunk) % alignof(cow_ptr<Object>) == 0);
-  return static_cast<cow_ptr<Object>*>(static_cast<void*>(const_cast<EntryChunk*>(this) + 1));
-}
-
-EntryChunk::Ends* EntryChunk::EndsOfEntries() const noexcept {
-  return static_cast<Ends*>(static_cast<void*>(Children() + m_count));
-}
-
-WideChar* EntryChunk::Names() const noexcept {
-  return static_cast<WideChar*>(static_cast<void*>(EndsOfEntries() + m_count));
-}
-
 EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   std::array<Id, kMostSlots + 1> ids;
   std::array<bool, kMostSlots + 1> recorded{};
@@ -118,6 +105,7 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
                                        slots.size() * (sizeof(cow_ptr<Object>) + sizeof(Ends)) +
                                        units * sizeof(WideChar);
   const auto record_bytes = static_cast<std::size_t>(end - bytes);
+  static_assert(sizeof(EntryChunk) % alignof(cow_ptr<Object>) == 0);
   static_assert(alignof(EntryChunk) <= alignof(void*) &&
                 alignof(cow_ptr<Object>) <= alignof(void*));
   std::byte* memory = nullptr;
@@ -166,16 +154,6 @@ void EntryChunk::PrefetchAhead(std::span<EntryChunk* const> chunks, std::size_t 
     const auto records = chunks[index + kStepsToRecords]->Records();
     TalUtils::PrefetchRange(records.data(), std::min(records.size(), kMostBytes));
   }
-}
-
-TalStringViewT<WideChar> EntryChunk::Name(std::size_t index) const noexcept {
-  const Ends* ends = EndsOfEntries();
-  const std::uint32_t start = index == 0 ? 0 : ends[index - 1].name;
-  return {Names() + start, static_cast<int>(ends[index].name - start)};
-}
-
-EntryKind EntryChunk::Kind(std::size_t index) const noexcept {
-  return (m_treeBits >> index & 1) != 0 ? EntryKind::Tree : EntryKind::Blob;
 }
 
 TalStringViewT<char> EntryChunk::IdOfAbsent(std::size_t index) const noexcept {

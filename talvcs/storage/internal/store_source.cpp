@@ -45,9 +45,12 @@ std::size_t CheckPacked(const Id& id, const Buffer& packed, ObjectType type) {
   return header->headerBytes;
 }
 
-bool HasType(const Buffer& packed, ObjectType type) {
+// Returns false for an object of another type. Throws if the type can't be trusted.
+bool HasType(const Id& id, const Buffer& packed, ObjectType type) {
   const auto header = ReadPackedHeader(packed);
-  return !header || header->type == type;
+  if (!header || header->type == type) return true;
+  if (!(Id(packed) == id)) throw ObjectUnavailable(id, ObjectProblem::Damaged);
+  return false;
 }
 
 const CommitTable& TableOf(const StoreSource::NewObjects& news, const CommitTable*) {
@@ -58,12 +61,6 @@ const TreeTable& TableOf(const StoreSource::NewObjects& news, const TreeTable*) 
 }
 const BlobTable& TableOf(const StoreSource::NewObjects& news, const BlobTable*) {
   return news.blobs;
-}
-
-/// Gives back the memory of entries that were removed.
-template <class Map>
-void Shrink(Map& map) {
-  Map(std::make_move_iterator(map.begin()), std::make_move_iterator(map.end())).swap(map);
 }
 
 }  // namespace
@@ -114,13 +111,18 @@ void StoreSource::Detach(const NewObjects& news) noexcept {
   BlobTable().swap(m_blobs);
 }
 
-// A link names what the store has. If the same was made here again, that is the canonical instance.
+// If it wasn't read yet and the same was made here again, that is the canonical instance. It counts
+// as read from now on, so that it stays so when its storage ends.
 template <class T>
-cow_ptr<T> StoreSource::FindKnown(const Table<T>& table, const Id& id) const {
+cow_ptr<T> StoreSource::FindStored(Table<T>& table, const Id& id) {
+  if (cow_ptr<T> known = FindIn(table, id)) return known;
   for (const NewObjects* news : m_storages) {
-    if (cow_ptr<T> found = FindIn(TableOf(*news, &table), id)) return found;
+    if (cow_ptr<T> found = FindIn(TableOf(*news, &table), id)) {
+      table.try_emplace(id, found);
+      return found;
+    }
   }
-  return FindIn(table, id);
+  return nullptr;
 }
 
 template <class T>
@@ -194,7 +196,7 @@ cow_ptr<Commit> StoreSource::RememberCommit(const Id& id, const Buffer& packed) 
 
 cow_ptr<Object> StoreSource::OpenEntry(EntryKind kind, const Id& id, Place place) {
   if (kind == EntryKind::Tree) return OpenTree(id, place);
-  if (cow_ptr<Blob> known = FindKnown(m_blobs, id)) return known;
+  if (cow_ptr<Blob> known = FindStored(m_blobs, id)) return known;
   const std::optional<Buffer> ahead = m_ahead.Take(id);
   return RememberBlob(id, ahead ? *ahead : Read(id, ReadAhead::None, 1));
 }
@@ -202,14 +204,14 @@ cow_ptr<Object> StoreSource::OpenEntry(EntryKind kind, const Id& id, Place place
 cow_ptr<Tree> StoreSource::OpenRoot(const Id& id) { return OpenTree(id, kRootPlace); }
 
 cow_ptr<Tree> StoreSource::OpenTree(const Id& id, Place place) {
-  if (cow_ptr<Tree> known = FindKnown(m_trees, id)) return known;
+  if (cow_ptr<Tree> known = FindStored(m_trees, id)) return known;
   const std::optional<Buffer> ahead = m_ahead.Take(id);
   return RememberTree(id, ahead ? *ahead : Read(id, ReadAhead::None, 1), place);
 }
 
 // A walk that goes on from commit to parent reads twice as many at each read.
 cow_ptr<Commit> StoreSource::OpenParent(const Id& id, const Id& child) {
-  if (cow_ptr<Commit> known = FindKnown(m_commits, id)) return known;
+  if (cow_ptr<Commit> known = FindStored(m_commits, id)) return known;
   auto run = std::find_if(m_runs.begin(), m_runs.end(),
                           [&](const Run& candidate) { return candidate.last == child; });
   if (run == m_runs.end() || child.View().IsEmpty()) {
@@ -228,7 +230,7 @@ cow_ptr<Commit> StoreSource::OpenParent(const Id& id, const Id& child) {
 }
 
 cow_ptr<Commit> StoreSource::OpenHead(const Id& id) {
-  if (cow_ptr<Commit> known = FindKnown(m_commits, id)) return known;
+  if (cow_ptr<Commit> known = FindStored(m_commits, id)) return known;
   const std::optional<Buffer> ahead = m_ahead.Take(id);
   return RememberCommit(id, ahead ? *ahead : Read(id, ReadAhead::None, 1));
 }
@@ -238,7 +240,7 @@ void StoreSource::ExpectTrees(std::span<const ExpectedTree> trees, bool deep) {
   std::vector<Id> wanted;
   std::unordered_map<Id, Place> places;
   for (const auto& [id, place] : trees) {
-    if (FindKnown(m_trees, id) || m_ahead.Contains(id)) continue;
+    if (FindStored(m_trees, id) || m_ahead.Contains(id)) continue;
     if (places.emplace(id, place).second) wanted.push_back(id);
   }
   if (wanted.empty() || (wanted.size() == 1 && !deep)) return;
@@ -267,7 +269,7 @@ void StoreSource::ExpectTrees(std::span<const ExpectedTree> trees, bool deep) {
 void StoreSource::ExpectCommits(std::span<const Id> ids) {
   std::vector<Id> wanted;
   for (const Id& id : ids) {
-    if (!FindKnown(m_commits, id) && !m_ahead.Contains(id)) wanted.push_back(id);
+    if (!FindStored(m_commits, id) && !m_ahead.Contains(id)) wanted.push_back(id);
   }
   if (wanted.size() < 2) return;
   const auto take = [](void* self, const Id& id, const Buffer* packed, ObjectProblem) {
@@ -281,7 +283,8 @@ cow_ptr<Commit> StoreSource::FindCommit(const Id& id, bool inHand) {
   if (cow_ptr<Commit> known = FindIn(m_commits, id)) return known;
   if (inHand || !CanBeStored(id)) return nullptr;
   const std::optional<Buffer> packed = ReadIfStored(id);
-  if (!packed || !HasType(*packed, ObjectType::Commit)) return nullptr;
+  if (!packed || !HasType(id, *packed, ObjectType::Commit)) return nullptr;
+  if (cow_ptr<Commit> known = FindStored(m_commits, id)) return known;
   return RememberCommit(id, *packed);
 }
 
@@ -289,7 +292,8 @@ cow_ptr<Tree> StoreSource::FindTree(const Id& id, bool inHand) {
   if (cow_ptr<Tree> known = FindIn(m_trees, id)) return known;
   if (inHand || !CanBeStored(id)) return nullptr;
   const std::optional<Buffer> packed = ReadIfStored(id);
-  if (!packed || !HasType(*packed, ObjectType::Tree)) return nullptr;
+  if (!packed || !HasType(id, *packed, ObjectType::Tree)) return nullptr;
+  if (cow_ptr<Tree> known = FindStored(m_trees, id)) return known;
   return RememberTree(id, *packed, kRootPlace);
 }
 
@@ -298,10 +302,11 @@ cow_ptr<Blob> StoreSource::FindBlob(const Id& id, bool inHand) {
   if (inHand || !CanBeStored(id)) return nullptr;
   const std::optional<Buffer> packed = ReadIfStored(id);
   if (!packed) return nullptr;
-  if (!HasType(*packed, ObjectType::Blob)) {
-    m_ahead.Put(id, *packed);  // whoever looks for an object of any type asks again
+  if (!HasType(id, *packed, ObjectType::Blob)) {
+    m_ahead.Put(id, *packed);  // a look-up of an object of any type asks for a tree next
     return nullptr;
   }
+  if (cow_ptr<Blob> known = FindStored(m_blobs, id)) return known;
   return RememberBlob(id, *packed);
 }
 
@@ -325,10 +330,11 @@ bool StoreSource::Holds(EntryKind kind, const Object& object) const {
   return FindIn(m_trees, object.GetId()).get() == &object;
 }
 
+// A clone may have made the same commit apart. Its children come to the instance in the table.
 void StoreSource::CloseLinks(const Commit& commit) {
   const SourceHandle self(this);
   const cow_ptr<Commit>& parent = CommitAccess::PresentParent(commit);
-  if (parent && FindIn(m_commits, parent->GetId()) == parent) {
+  if (parent && Has(*parent)) {
     const Id id = parent->GetId();
     CommitAccess::SetAbsentParent(commit, id, self);
   }
@@ -366,9 +372,9 @@ void StoreSource::Trim(const CommitTable& newCommits, const TreeTable& newTrees)
   for (const auto& [id, tree] : newTrees) CloseLinks(*tree);
   PurgeTable(m_trees);
   PurgeTable(m_blobs);
-  Shrink(m_commits);
-  Shrink(m_trees);
-  Shrink(m_blobs);
+  m_commits.rehash(0);
+  m_trees.rehash(0);
+  m_blobs.rehash(0);
 }
 
 }  // namespace TalVcs

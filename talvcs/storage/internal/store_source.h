@@ -57,6 +57,10 @@ class StoreSource final : public ObjectSource {
   bool Has(const Commit& commit) const { return m_commits.contains(commit.GetId()); }
   bool Has(const Tree& tree) const { return m_trees.contains(tree.GetId()); }
   bool Has(const Blob& blob) const { return m_blobs.contains(blob.GetId()); }
+  /// Return whether this very instance was read or saved.
+  bool HasInstance(const cow_ptr<Commit>& commit) const { return IsIn(m_commits, commit); }
+  bool HasInstance(const cow_ptr<Tree>& tree) const { return IsIn(m_trees, tree); }
+  bool HasInstance(const cow_ptr<Blob>& blob) const { return IsIn(m_blobs, blob); }
   /// Say that the object is in the store from now on.
   void AddSaved(cow_ptr<Commit> commit);
   void AddSaved(cow_ptr<Tree> tree);
@@ -72,11 +76,17 @@ class StoreSource final : public ObjectSource {
   template <class T>
   using Table = std::unordered_map<Id, cow_ptr<T>>;
 
+  template <class T>
+  static bool IsIn(const Table<T>& table, const cow_ptr<T>& object) {
+    const auto found = table.find(object->GetId());
+    return found != table.end() && found->second == object;
+  }
   Buffer Read(const Id& id, ReadAhead ahead, std::uint64_t history);
   std::optional<Buffer> ReadIfStored(const Id& id);
   std::uint64_t WindowAfter(const Id& child, const Id& id);
+  /// Returns the instance of an object that the store is known to have, if it is in memory.
   template <class T>
-  cow_ptr<T> FindKnown(const Table<T>& table, const Id& id) const;
+  cow_ptr<T> FindStored(Table<T>& table, const Id& id);
   template <class T>
   cow_ptr<T> Remember(Table<T>& table, const Id& id, cow_ptr<T> object);
 

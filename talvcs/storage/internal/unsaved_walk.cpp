@@ -14,15 +14,19 @@ void UnsavedWalk::Visit(const cow_ptr<Commit>& head) {
       m_tasks.pop_back();
       continue;
     }
-    m_tasks.back().isOpen = true;
     const Object object = m_tasks.back().object;
+    if (!std::visit([this](const auto& handle) { return Enter(*handle); }, object)) {
+      m_tasks.pop_back();
+      continue;
+    }
+    m_tasks.back().isOpen = true;
     std::visit([this](const auto& handle) { PushNamed(*handle); }, object);
   }
 }
 
 template <class T>
 void UnsavedWalk::Push(const cow_ptr<T>& object) {
-  if (!object || m_source.Has(*object) || !m_visited.insert(object->GetId()).second) return;
+  if (!object || m_source.Has(*object) || m_visited.contains(object->GetId())) return;
   m_tasks.push_back({object, false});
 }
 

@@ -34,6 +34,12 @@ class UnsavedWalk {
 
   template <class T>
   void Push(const cow_ptr<T>& object);
+  /// Returns false if the object was entered before. It may wait a second time, where one of those
+  /// that name it comes before another: it has to be written before both.
+  template <class T>
+  bool Enter(const T& object) {
+    return m_visited.insert(object.GetId()).second;
+  }
   void PushNamed(const Commit& commit);
   void PushNamed(const Tree& tree);
   void PushNamed(const Blob&) {}
