@@ -1,6 +1,6 @@
 #include <talvcs/persistence/serializer.h>
 
-#include <talvcs/format/internal/packed_writer.h>
+#include <talvcs/persistence/internal/packed_writer.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/foundation/internal/prefetch.h>

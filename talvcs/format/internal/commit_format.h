@@ -22,6 +22,25 @@ namespace TalVcs {
 // zone; in it, the name up to the first " <" and the time after the last "> ". The description is
 // the rest without the last line end.
 
+/// What a commit's text is written from.
+struct CommitContent {
+  TalStringViewT<WideChar> treeId;  // empty for a commit without a root
+  bool hasParent = false;
+  TalStringViewT<WideChar> parentId;
+  TalStringViewT<WideChar> authorName;
+  TalStringViewT<WideChar> authorEmail;
+  TalStringViewT<WideChar> description;
+  Time time;
+  TimeDelta bias;
+};
+
+/// Returns the text of a commit. A zero ends the name, the e-mail and the description.
+Buffer WriteCommitText(const CommitContent& content);
+
+/// Returns the line of "author" or "committer", without its line end.
+TalStringT<WideChar> WriteInfoLine(TalStringViewT<WideChar> role, TalStringViewT<WideChar> name,
+                                   TalStringViewT<WideChar> email, Time time, TimeDelta bias);
+
 /// The fields of a commit's text, as views of its bytes.
 struct CommitFields {
   std::string_view treeId;    // empty for a commit without a root
@@ -37,5 +56,16 @@ struct CommitFields {
 /// has exactly the form above, so that its fields give the same bytes when written. Cost: linear in
 /// the length of the text.
 std::optional<CommitFields> ReadCommitText(std::string_view text);
+
+/// Reads a text that may be damaged. Returns nothing only if there is no "tree "; other fields that
+/// are missing are empty or zero. Of a description it takes the first line, of a name the part
+/// before "<", of an e-mail the part before ">".
+std::optional<CommitFields> ReadLooseCommitText(TalStringViewT<char> text);
+
+/// Returns the rest of the line after the first `key` from `position` on, and moves `position` to
+/// the line's end. Returns nothing, with `position` unchanged, if there is no `key`. Without a line
+/// end the value is empty and `position` becomes -1.
+std::optional<TalStringViewT<char>> FindCommitValue(TalStringViewT<char> text,
+                                                    TalStringViewT<char> key, int& position);
 
 }  // namespace TalVcs

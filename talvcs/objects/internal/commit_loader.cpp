@@ -1,12 +1,22 @@
 #include <talvcs/objects/internal/commit_loader.h>
 
+#include <talvcs/foundation/helpers.h>
 #include <talvcs/objects/internal/commit_access.h>
 #include <talvcs/repository/irepository.h>
 
 #include <memory>
+#include <string_view>
 #include <utility>
 
 namespace TalVcs {
+
+namespace {
+
+TalStringT<WideChar> Wide(std::string_view utf8) {
+  return TalStringT<WideChar>(TalStringT<char>(TalStringViewT<char>(utf8)));
+}
+
+}  // namespace
 
 CommitLoader::CommitLoader(IRepository& repository, Getter getter)
     : m_repository(&repository),
@@ -27,23 +37,23 @@ cow_ptr<Commit> CommitLoader::Load(const Id& id, Id& parentId) {
   if (id.View().IsEmpty()) return nullptr;
   if (cow_ptr<Commit> stored = m_repository->GetCommitFromStorage(id)) return stored;
   if (!m_getter) return nullptr;
-  const CommitText* const text = ReadText(id);
-  if (text == nullptr) return nullptr;
-  parentId = text->parentId;
+  const CommitFields* const fields = ReadFields(id);
+  if (fields == nullptr) return nullptr;
+  parentId = Id(Wide(fields->parentId));
 
   cow_ptr<Commit> commit = std::make_shared<Commit>(m_repository, false);
   Commit& fresh = *commit.write();
-  fresh.SetAuthorName(text->authorName);
-  fresh.SetAuthorEmail(text->authorEmail);
-  fresh.SetDescription(text->description);
-  fresh.SetCommitTime(text->time);
-  fresh.SetCommitTimezoneBias(text->bias);
-  if (text->treeId.View().IsEmpty()) {
+  fresh.SetAuthorName(Wide(fields->authorName));
+  fresh.SetAuthorEmail(Wide(fields->authorEmail));
+  fresh.SetDescription(Wide(fields->description));
+  fresh.SetCommitTime(fields->time);
+  fresh.SetCommitTimezoneBias(fields->bias);
+  if (fields->treeId.empty()) {
     CommitAccess::RebuildTree(fresh, m_repository);
     return commit;
   }
   cow_ptr<CommitTree> handle;
-  if (cow_ptr<Tree> root = m_trees.Load(text->treeId, m_lastRoot)) {
+  if (cow_ptr<Tree> root = m_trees.Load(Id(Wide(fields->treeId)), m_lastRoot)) {
     m_lastRoot = root;
     *handle.write() = CommitTree(std::move(root));
   }
@@ -52,17 +62,21 @@ cow_ptr<Commit> CommitLoader::Load(const Id& id, Id& parentId) {
 }
 
 // Returns null for a commit that is unreadable, or that is its own ancestor.
-const CommitText* CommitLoader::ReadText(const Id& id) {
+const CommitFields* CommitLoader::ReadFields(const Id& id) {
   const auto [known, added] = m_commits.try_emplace(id);
   KnownCommit& commit = known->second;
   if (added) {
-    commit.text = ParseCommit(m_getter(id));
+    StreamIO stream = m_getter(id);
+    if (Helpers::ShiftObjectIdentifier(stream, "commit ")) {
+      commit.text = Helpers::StreamToStringA(stream);
+      commit.fields = ReadLooseCommitText(commit.text);
+    }
   } else if (commit.history == m_history) {
     return nullptr;
   }
   commit.history = m_history;
   m_historyIds.push_back(id);
-  return commit.text.readable ? &commit.text : nullptr;
+  return commit.fields ? &*commit.fields : nullptr;
 }
 
 }  // namespace TalVcs

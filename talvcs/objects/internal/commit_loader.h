@@ -1,12 +1,13 @@
 #pragma once
 
-#include <talvcs/format/internal/commit_parser.h>
+#include <talvcs/format/internal/commit_format.h>
 #include <talvcs/objects/commit.h>
 #include <talvcs/objects/internal/id_map.h>
 #include <talvcs/objects/internal/load_target.h>
 #include <talvcs/objects/internal/tree_loader.h>
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace TalVcs {
@@ -32,11 +33,12 @@ class CommitLoader {
 
  private:
   struct KnownCommit {
-    CommitText text;
-    std::uint64_t history = 0;  // the line in which it was last asked for
+    TalStringT<char> text;
+    std::optional<CommitFields> fields;  // views of the text; nothing for an unreadable commit
+    std::uint64_t history = 0;           // the line in which it was last asked for
   };
 
-  const CommitText* ReadText(const Id& id);
+  const CommitFields* ReadFields(const Id& id);
 
   IRepository* m_repository;
   Getter m_getter;
