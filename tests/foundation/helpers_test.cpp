@@ -163,13 +163,13 @@ TEST(StreamToStringA, AfterAFailedReadIsEmpty) {
   EXPECT_TRUE(StreamToStringA(stream).IsEmpty());
 }
 
-TEST(ShiftObjectIdentifier, MovesBehindTheHeader) {
+TEST(ShiftObjectIdentifier, MovesAfterTheHeader) {
   StreamIO stream(StreamOf(std::string_view("blob 5\0hello", 12)));
   EXPECT_TRUE(ShiftObjectIdentifier(stream, "blob"));
   EXPECT_EQ(Bytes(StreamToStringA(stream)), "hello");
 }
 
-TEST(ShiftObjectIdentifier, WrongWordGivesFalseAndStandsBehindTheHeaderAllTheSame) {
+TEST(ShiftObjectIdentifier, WrongWordReturnsFalseAndMovesAfterTheHeader) {
   StreamIO stream(StreamOf(std::string_view("tree 5\0hello", 12)));
   EXPECT_FALSE(ShiftObjectIdentifier(stream, "blob"));
   EXPECT_EQ(stream.GetPosition(), 7U);
@@ -189,7 +189,7 @@ TEST(ShiftObjectIdentifier, HeaderShorterThanTheWordGivesFalse) {
   EXPECT_EQ(stream.GetPosition(), 4U);
 }
 
-TEST(ShiftObjectIdentifier, MismatchIsNotMendedByLaterBytes) {
+TEST(ShiftObjectIdentifier, LaterBytesDoNotUndoAMismatch) {
   StreamIO stream(StreamOf(std::string_view("bblob 5\0", 8)));
   EXPECT_FALSE(ShiftObjectIdentifier(stream, "blob"));
 }

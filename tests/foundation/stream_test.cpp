@@ -72,7 +72,7 @@ std::string ReadBytes(StreamIO& stream, std::size_t count) {
   return stream.Read(bytes.data(), count) ? bytes : "failed";
 }
 
-TEST(StreamIO, OverNothingTestsFalseAndReadsNothing) {
+TEST(StreamIO, WithoutStreamTestsFalseAndReadsNothing) {
   StreamIO stream;
   char byte = 'x';
   EXPECT_FALSE(static_cast<bool>(stream));
@@ -109,7 +109,7 @@ TEST(StreamIO, ReadAtTheEndFails) {
   EXPECT_EQ(ReadBytes(stream, 1), "failed");
 }
 
-TEST(StreamIO, StartsWhereTheStreamStands) {
+TEST(StreamIO, StartsAtThePositionOfTheStream) {
   Stream stream = StreamOf("abcdef");
   static_cast<IStream*>(stream)->Seek(4);
   StreamIO reader(stream);
@@ -146,7 +146,7 @@ TEST(StreamIO, CopyToTakesNullCountAndNullTarget) {
   EXPECT_EQ(copied, 0U);
 }
 
-TEST(StreamIO, CopyToTellsWhatATornTargetTook) {
+TEST(StreamIO, CopyToCountsBytesOfATargetThatFails) {
   const auto target = std::make_shared<TornStream>("", 0, 4);
   StreamIO stream(StreamOf("abcdef"));
   std::size_t copied = 0;
@@ -161,7 +161,7 @@ TEST(StreamIO, ShortReadOfAHostsStreamFails) {
   EXPECT_EQ(ReadBytes(stream, 3), "failed");
 }
 
-TEST(StreamIO, ReadToEndOfAHostsStreamTellsThatBytesAreMissing) {
+TEST(StreamIO, ReadToEndReturnsFalseIfAHostStreamIsShort) {
   StreamIO whole(Stream(std::make_shared<TornStream>("abcdef", 6, 0)));
   StreamIO torn(Stream(std::make_shared<TornStream>("abcdef", 4, 0)));
   Buffer of_whole = BufferOf(":");
@@ -225,7 +225,7 @@ TEST(Stream, CopyIsAHandleOnTheSameStream) {
   EXPECT_EQ(ReadBytes(reader, 3), "abc");
 }
 
-TEST(Stream, OverNothingTakesNothing) {
+TEST(Stream, WithoutStreamAcceptsNoBytes) {
   Stream stream;
   EXPECT_EQ(static_cast<IStream*>(stream), nullptr);
   EXPECT_FALSE(stream.SeekToBegin());
@@ -261,7 +261,7 @@ TEST(MemStream, OnRefSeesChangesOfTheBuffer) {
   EXPECT_EQ(ReadBytes(reader, 4), "late");
 }
 
-TEST(MemStream, WriteBehindTheEndFillsWithZeros) {
+TEST(MemStream, WriteAfterTheEndFillsTheGapWithZeros) {
   Buffer buffer = BufferOf("ab");
   const Stream handle = MemStream::CreateOnRef(buffer);
   IStream* const stream = handle;

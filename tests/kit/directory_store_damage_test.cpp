@@ -9,7 +9,7 @@ namespace {
 
 class DirectoryStoreDamage : public DirectoryStoreTest {};
 
-TEST_F(DirectoryStoreDamage, LeftoversOfAKilledSaveGo) {
+TEST_F(DirectoryStoreDamage, NextCommitRemovesLeftoversOfAKilledSave) {
   DirectoryStore store = Open();
   SaveAndCommit(store, m_old);
   const std::string name(62, '5');

@@ -47,7 +47,7 @@ class DirectoryStoreDurability : public testing::Test {
   bool m_isInPlace = false;
 };
 
-TEST_F(DirectoryStoreDurability, EverythingIsKeptBeforeTheStateIsReplaced) {
+TEST_F(DirectoryStoreDurability, ObjectsAreSyncedBeforeTheStateIsReplaced) {
   ASSERT_TRUE(SaveState());
   EXPECT_LT(First("Rename state"), First("CreateFile " + NameOfHead()));
   const std::ptrdiff_t commit = Last("Rename state");
@@ -63,7 +63,7 @@ TEST_F(DirectoryStoreDurability, EverythingIsKeptBeforeTheStateIsReplaced) {
   EXPECT_EQ(Last("SyncFolder .vcs"), commit + 1);
 }
 
-TEST_F(DirectoryStoreDurability, FoldersThatGotNamesAreKept) {
+TEST_F(DirectoryStoreDurability, FoldersWithNewNamesAreSynced) {
   ASSERT_TRUE(SaveState());
   for (const auto& entry :
        std::filesystem::directory_iterator(m_folder.Path() / ".vcs" / "objects")) {
@@ -72,7 +72,7 @@ TEST_F(DirectoryStoreDurability, FoldersThatGotNamesAreKept) {
   EXPECT_EQ(m_files->CallsOf("SyncFolder " + m_folder.Path().filename().string()), 1);
 }
 
-TEST_F(DirectoryStoreDurability, ManyObjectsAreKeptByOneCall) {
+TEST_F(DirectoryStoreDurability, ManyObjectsAreSyncedByOneCall) {
   m_files->OfferSyncMedium();
   ASSERT_TRUE(SaveState());
   EXPECT_EQ(m_files->CallsOf("SyncMedium"), 1);
@@ -80,7 +80,7 @@ TEST_F(DirectoryStoreDurability, ManyObjectsAreKeptByOneCall) {
   EXPECT_LT(First("SyncMedium .vcs"), Last("CreateFile state.new"));
 }
 
-TEST_F(DirectoryStoreDurability, FewObjectsAreKeptOneByOne) {
+TEST_F(DirectoryStoreDurability, FewObjectsAreSyncedOneByOne) {
   m_files->OfferSyncMedium();
   ASSERT_TRUE(SaveState());
   CommitFile(m_state, Wide("master"), "top", "text");
@@ -90,7 +90,7 @@ TEST_F(DirectoryStoreDurability, FewObjectsAreKeptOneByOne) {
   EXPECT_EQ(m_files->CallsOf("SyncFile"), 4);
 }
 
-TEST_F(DirectoryStoreDurability, NothingWaitsWithoutTheOption) {
+TEST_F(DirectoryStoreDurability, WithoutTheOptionNothingIsSynced) {
   m_files->OfferSyncMedium();
   ASSERT_TRUE(SaveState(false));
   EXPECT_EQ(m_files->CallsOf("Sync"), 0);
@@ -108,7 +108,7 @@ TEST_F(DirectoryStoreDurability, NewStateThatMayNotOutliveALossOfPowerIsReported
   EXPECT_EQ(Load(reader), Describe(m_state));
 }
 
-TEST_F(DirectoryStoreDurability, StateThatWasNotReplacedIsToldApart) {
+TEST_F(DirectoryStoreDurability, FailedReplacementOfTheStateIsReported) {
   ASSERT_TRUE(SaveState());
   EXPECT_TRUE(m_isInPlace);
   const int rename = static_cast<int>(Last("Rename state"));

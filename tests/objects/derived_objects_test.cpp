@@ -47,14 +47,14 @@ class DerivedObjects : public ::testing::Test {};
 using Bases = ::testing::Types<Blob, Tree, Commit>;
 TYPED_TEST_SUITE(DerivedObjects, Bases);
 
-TYPED_TEST(DerivedObjects, HaveTheIdAndThePackedFormOfWhatTheyOverride) {
+TYPED_TEST(DerivedObjects, HaveTheIdOfTheirOverriddenData) {
   const Note<TypeParam> note;
   EXPECT_EQ(Bytes(note.BuildPackedData()), kPacked);
   EXPECT_EQ(IdOf(note), kNoteId);
   EXPECT_EQ(Bytes(note.GetPackedData()), kPacked);
 }
 
-TYPED_TEST(DerivedObjects, AreSavedAsWhatTheyOverride) {
+TYPED_TEST(DerivedObjects, AreSavedWithTheirOverriddenData) {
   Repository repository = NewRepository();
   repository.SyncWithStorage(cow_ptr<TypeParam>(std::make_shared<PackedNote<TypeParam>>()));
   const std::string id = kNoteId;
@@ -73,7 +73,7 @@ class LargeNote final : public Note<Blob> {
   LargeNote() { Blob::operator=(BlobOf(std::string(1000, 'y'))); }
 };
 
-TEST(DerivedBlobs, HaveNoPartInIdsComputedTogether) {
+TEST(DerivedBlobs, AreLeftOutWhenIdsAreComputedTogether) {
   const LargeNote note;
   const Blob large = BlobOf(std::string(1000, 'x'));
   const Blob* const blobs[] = {&large, &note, &large};
