@@ -96,7 +96,12 @@ Status TreeWalk::Open(Entry entry, Buffer packed) {
   auto visit = [&](const PackedReference& reference) {
     const IdKey key = *KeyOf(reference.id);
     if (reference.type == ObjectType::Tree) {
-      frame.trees.push_back({reference.id, reference.name});
+      const std::uint32_t* known = m_trees.Find(key);
+      if (known != nullptr) {
+        AddDamage(frame, *known);
+      } else {
+        frame.trees.push_back({reference.id, reference.name});
+      }
       return;
     }
     const auto [set, added] = m_files.Insert(key, NumberSets::kEmpty);
