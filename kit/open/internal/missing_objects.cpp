@@ -149,7 +149,7 @@ Status MissingObjects::Open(Name name, cow_ptr<Tree> tree, cow_ptr<Tree> known) 
   if (!missing) return missing.error();
   for (std::size_t index = 0; index < asked.size(); ++index) {
     if (!(*missing)[index] || m_known.Contains(*KeyOf(ids[index]))) continue;
-    const Status status = CollectEntry(frame, asked[index]);
+    Status status = CollectEntry(frame, asked[index]);
     if (!status) return status;
   }
   return {};
@@ -200,7 +200,7 @@ Status MissingObjects::WriteTo(ObjectWriter& writer) {
   for (Collected& collected : m_objects) {
     Buffer packed = std::move(collected.packed);
     if (packed.IsEmpty()) packed = Pack(*collected.object);
-    const Status status = writer.Add({collected.object->GetId(), std::move(packed)});
+    Status status = writer.Add({collected.object->GetId(), std::move(packed)});
     if (!status) return status;
   }
   return writer.Flush();
