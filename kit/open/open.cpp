@@ -99,7 +99,9 @@ Repository& OpenedRepository::GetRepository() noexcept { return m_state->reposit
 const Repository& OpenedRepository::GetRepository() const noexcept { return m_state->repository; }
 const std::vector<Head>& OpenedRepository::GetSavedHeads() const noexcept { return m_state->heads; }
 const HistoryReport& OpenedRepository::GetReport() const noexcept { return m_state->report; }
-void OpenedRepository::Trim() { m_state->Storage().Trim(); }
+void OpenedRepository::Trim() {
+  if (OnDemandStorage* storage = m_state->Storage()) storage->Trim();
+}
 
 Result<OpenedRepository> OpenedAccess::Make(std::shared_ptr<IObjectStore> store,
                                             std::shared_ptr<IObjectReader> reader,

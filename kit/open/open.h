@@ -36,8 +36,9 @@ struct OpenOptions {
 /// A repository that was opened from a store, and what `Save` has to know of it.
 ///
 /// The repository is an ordinary one to work with. It can be copied; a copy shares what was read,
-/// and `Save` saves the original. Moved, not copied; a moved-from one can only be assigned to and
-/// destroyed. References to the repository stay valid when this object is moved.
+/// and `Save` saves the original. Assign no other repository to it: `Save` refuses that. This
+/// object is moved, not copied; a moved-from one can only be assigned to and destroyed. References
+/// to the repository stay valid when this object is moved.
 ///
 /// Objects are read when a link to them is followed. One that can't be read throws
 /// `ObjectUnavailable`; see `Try`. Handles on objects may outlive this one and go on reading, and
@@ -75,7 +76,7 @@ class TALVCS_KIT_API OpenedRepository {
   std::unique_ptr<OpenedState> m_state;
 };
 
-/// Opens the repository of a store without reading it.
+/// Opens the repository of a store, which must not be null, without reading it.
 ///
 ///     auto store = std::make_shared<MemoryObjectStore>();
 ///     OpenedRepository opened = Open(store).value();

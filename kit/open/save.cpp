@@ -76,7 +76,7 @@ class Saving {
   // Makes ready for `MarkSaved`, after which what was new is read like the rest. That must not fail
   // once the heads have moved.
   static void FindUnsaved(OpenedState& opened) {
-    opened.Storage().VisitUnsaved(
+    opened.Storage()->VisitUnsaved(
         {opened.loaded.get(), [](void* loaded, const Id& id, const Buffer& packed) {
            if (loaded != nullptr) static_cast<LoadedObjects*>(loaded)->Add(id, packed);
          }});
@@ -188,12 +188,16 @@ void SaveCurrentBranch(OpenedState& opened) {
 
 Result<SaveReport> Save(OpenedRepository& repository, const SaveOptions& options) {
   OpenedState& opened = OpenedAccess::StateOf(repository);
+  if (opened.Storage() == nullptr) {
+    return MakeError(ErrorCode::NotFound, "cannot save: the repository is not the one of the store",
+                     {}, "nothing was written");
+  }
   const Status whole = CheckWhole(opened.report, options.acceptDamaged);
   if (!whole) return whole.error();
   // A damaged branch that was left out is replaced only by a new one of its name.
   SaveBase base;
   base.heads = opened.heads;
-  for (const Head& branch : BranchesOf(opened.Storage())) {
+  for (const Head& branch : BranchesOf(*opened.Storage())) {
     const BranchReport* found = FindBranch(opened.report, branch.name);
     if (found != nullptr && IsDamaged(*found) && !HasBranch(opened.heads, branch.name)) {
       base.heads.push_back({found->name, found->head});
@@ -203,7 +207,7 @@ Result<SaveReport> Save(OpenedRepository& repository, const SaveOptions& options
       SaveRepeatedly(opened.repository, *opened.store, &opened, options.progress,
                      [&base](const std::vector<Head>&) -> const SaveBase& { return base; });
   if (!report) return report;
-  opened.Storage().MarkSaved();
+  opened.Storage()->MarkSaved();
   opened.heads = report->heads;
   SaveCurrentBranch(opened);
   return report;

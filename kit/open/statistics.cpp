@@ -167,6 +167,7 @@ class Counting {
                                     m_pendingTrees.end());
       m_pendingTrees.resize(first);
       std::vector<Id> ids;
+      ids.reserve(steps.size());
       for (const Step& step : steps) ids.push_back(step.id);
       Status status =
           ReadEach(m_store, ids, [&](std::size_t index, Result<Buffer> packed) -> Status {
@@ -201,6 +202,7 @@ class Counting {
   // A blob may be pending twice, with the sets one after the other.
   Status CountBlobs() {
     std::vector<Id> ids;
+    ids.reserve(m_pendingBlobs.size());
     for (const Step& step : m_pendingBlobs) ids.push_back(step.id);
     const auto sizes = m_store.Sizes(ids);
     if (!sizes) return sizes.error();
@@ -231,7 +233,7 @@ class Counting {
   Status CountUnreferenced() {
     Status status = m_reporter.Begin("unreferenced");
     if (!status) return status;
-    const Status listed = m_store.List([&](std::span<const Id> ids) {
+    Status listed = m_store.List([&](std::span<const Id> ids) {
       for (const Id& id : ids) {
         const std::optional<IdKey> key = KeyOf(id);
         if (key && (m_commits.Contains(*key) || m_trees.Contains(*key) || m_blobs.Contains(*key))) {

@@ -51,7 +51,7 @@ Status MissingObjects::Collect(const std::string& branch, const cow_ptr<Commit>&
     const cow_ptr<Commit>& commit = *at;
     m_commit = ShortId(commit->GetId());
     Status status = CollectTree(RootOf(*commit), RootOfParent(*commit));
-    if (status) status = Take(commit, {});
+    if (status) status = Take(commit, nullptr);
     if (!status) return status;
   }
   return {};
@@ -118,7 +118,7 @@ Status MissingObjects::CollectTree(const cow_ptr<Tree>& root, const cow_ptr<Tree
     const cow_ptr<Tree> tree = frame.tree;
     const Name name = frame.name;
     m_frames.pop_back();
-    status = Take(tree, m_frames.empty() ? std::string() : PathOf(name));
+    status = Take(tree, m_frames.empty() ? nullptr : &name);
   }
   return status;
 }
@@ -149,7 +149,7 @@ Status MissingObjects::Open(Name name, cow_ptr<Tree> tree, cow_ptr<Tree> known) 
   if (!missing) return missing.error();
   for (std::size_t index = 0; index < asked.size(); ++index) {
     if (!(*missing)[index] || m_known.Contains(*KeyOf(ids[index]))) continue;
-    const Status status = CollectEntry(frame, asked[index]);
+    Status status = CollectEntry(frame, asked[index]);
     if (!status) return status;
   }
   return {};
@@ -158,18 +158,19 @@ Status MissingObjects::Open(Name name, cow_ptr<Tree> tree, cow_ptr<Tree> known) 
 Status MissingObjects::CollectEntry(Frame& frame, const Name& name) {
   const cow_ptr<Object> object = frame.tree->GetLocalObject(name);
   if (!object) return Refusal(PathOf(name), "its object is gone");
-  if (dynamic_cast<const Tree*>(object.get()) == nullptr) return Take(object, PathOf(name));
+  if (dynamic_cast<const Tree*>(object.get()) == nullptr) return Take(object, &name);
   frame.subtrees.push_back(name);
   return {};
 }
 
-// Checks an object that the store lacks and puts it on the list.
-template <class T>
-Status MissingObjects::Take(const cow_ptr<T>& object, const std::string& path) {
+// Checks an object that the store lacks and puts it on the list. `name` is that of an entry of the
+// open tree, or null.
+Status MissingObjects::Take(const cow_ptr<Object>& object, const Name* name) {
   const Id id = object->GetId();
   Buffer packed = Pack(*object);
   if (CheckPackedObject(id, packed)) {
-    return Refusal(path, "its packed form is not one that the library writes");
+    return Refusal(name ? PathOf(*name) : std::string(),
+                   "its packed form is not one that the library writes");
   }
   m_known.Insert(*KeyOf(id), 0);
   const std::uint64_t size_bytes = packed.GetSize();
@@ -199,7 +200,7 @@ Status MissingObjects::WriteTo(ObjectWriter& writer) {
   for (Collected& collected : m_objects) {
     Buffer packed = std::move(collected.packed);
     if (packed.IsEmpty()) packed = Pack(*collected.object);
-    const Status status = writer.Add({collected.object->GetId(), std::move(packed)});
+    Status status = writer.Add({collected.object->GetId(), std::move(packed)});
     if (!status) return status;
   }
   return writer.Flush();

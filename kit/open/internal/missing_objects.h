@@ -50,8 +50,7 @@ class MissingObjects {
   Status CollectTree(const cow_ptr<Tree>& root, const cow_ptr<Tree>& known);
   Status Open(Name name, cow_ptr<Tree> tree, cow_ptr<Tree> known);
   Status CollectEntry(Frame& frame, const Name& name);
-  template <class T>
-  Status Take(const cow_ptr<T>& object, const std::string& path);
+  Status Take(const cow_ptr<Object>& object, const Name* name);
   Result<std::vector<bool>> AreMissing(const std::vector<Id>& ids);
   Error Refusal(const std::string& path, const std::string& reason) const;
   std::string PathOf(const Name& name) const;

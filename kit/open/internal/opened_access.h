@@ -24,7 +24,8 @@ struct OpenedState {
   // Where everything is read from after `Load`, else null.
   std::shared_ptr<LoadedObjects> loaded;
 
-  OnDemandStorage& Storage() { return static_cast<OnDemandStorage&>(*repository.GetStorage()); }
+  /// Null if the host has put another repository in place of the one that was opened.
+  OnDemandStorage* Storage() { return dynamic_cast<OnDemandStorage*>(repository.GetStorage()); }
 };
 
 /// What the sources of the kit may do with an opened repository.

@@ -53,7 +53,7 @@ Status ReadEach(IObjectStore& store, std::span<const Id> ids, const TakeRecord& 
     if (key) indexes.Insert(*key, static_cast<std::uint32_t>(index));
   }
   Status result;
-  const Status status = store.Read(ids, [&](const Id& id, Result<Buffer> packed) {
+  Status status = store.Read(ids, [&](const Id& id, Result<Buffer> packed) {
     const std::optional<IdKey> key = KeyOf(id);
     std::uint32_t* index = key ? indexes.Find(*key) : nullptr;
     if (!result || index == nullptr || *index == kPassed) return;

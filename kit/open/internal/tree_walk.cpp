@@ -53,7 +53,7 @@ Status TreeWalk::Step() {
     ++frame.nextFetched;
   }
   if (frame.nextFetched == frame.fetched.size()) {
-    const Status status = Fetch(frame);
+    Status status = Fetch(frame);
     if (!status) return status;
   }
   Fetched fetched = std::move(frame.fetched[frame.nextFetched++]);
@@ -96,7 +96,12 @@ Status TreeWalk::Open(Entry entry, Buffer packed) {
   auto visit = [&](const PackedReference& reference) {
     const IdKey key = *KeyOf(reference.id);
     if (reference.type == ObjectType::Tree) {
-      frame.trees.push_back({reference.id, reference.name});
+      const std::uint32_t* known = m_trees.Find(key);
+      if (known != nullptr) {
+        AddDamage(frame, *known);
+      } else {
+        frame.trees.push_back({reference.id, reference.name});
+      }
       return;
     }
     const auto [set, added] = m_files.Insert(key, NumberSets::kEmpty);
@@ -141,18 +146,17 @@ Status TreeWalk::KeepWanted(std::vector<Entry>& trees, std::vector<Entry>& files
 Status TreeWalk::ReadFiles(Frame& frame, const std::vector<Entry>& files) {
   for (std::size_t first = 0; first < files.size(); first += kFilesTogether) {
     const std::vector<Id> ids = IdsOf(files, first, std::min(first + kFilesTogether, files.size()));
-    const Status status =
-        ReadEach(m_store, ids, [&](std::size_t index, Result<Buffer> packed) -> Status {
-          const std::uint64_t size_bytes = packed ? packed->GetSize() : 0;
-          std::optional<ReadProblem> problem = CheckRecord(ids[index], ObjectType::Blob, packed);
-          if (problem) {
-            AddFileDamage(frame, files[first + index], *std::move(problem));
-          } else if (m_hooks.objectRead) {
-            const Status taken = m_hooks.objectRead({ids[index], *std::move(packed)}, true);
-            if (!taken) return taken;
-          }
-          return m_reporter.Add(1, size_bytes);
-        });
+    Status status = ReadEach(m_store, ids, [&](std::size_t index, Result<Buffer> packed) -> Status {
+      const std::uint64_t size_bytes = packed ? packed->GetSize() : 0;
+      std::optional<ReadProblem> problem = CheckRecord(ids[index], ObjectType::Blob, packed);
+      if (problem) {
+        AddFileDamage(frame, files[first + index], *std::move(problem));
+      } else if (m_hooks.objectRead) {
+        Status taken = m_hooks.objectRead({ids[index], *std::move(packed)}, true);
+        if (!taken) return taken;
+      }
+      return m_reporter.Add(1, size_bytes);
+    });
     if (!status) return status;
   }
   return {};

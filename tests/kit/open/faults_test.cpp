@@ -74,6 +74,27 @@ TEST(EachCallFails, OfASaveThatIsRepeatedOnTheSameRepository) {
   }
 }
 
+// A call that did its work and lost its answer: the branches are where they were or where they were
+// to be, and the same save succeeds afterwards.
+TEST(EachCallLosesItsAnswer, OfASave) {
+  for (int call = 1;; ++call) {
+    const auto memory = SmallStore();
+    const auto store = std::make_shared<FaultyObjectStore>(*memory);
+    OpenedRepository opened = Open(store).value();
+    AddCommit(opened.GetRepository(), "master", {{"a/b/c", "next"}});
+    store->Restart();
+    store->FailFrom(call, 1000);
+    store->FailWith(ErrorCode::Unknown);
+    store->FailAfterwards();
+    const Result<SaveReport> lost = Save(opened);
+    if (!store->HasFailed()) break;
+    EXPECT_TRUE(Verify(*memory).value().IsWhole());
+    store->FailFrom(0);
+    EXPECT_TRUE(Save(opened).ok());
+    EXPECT_EQ(HistoryOf(Open(memory).value().GetRepository()), HistoryOf(opened.GetRepository()));
+  }
+}
+
 TEST(EachCallFails, OfACopy) {
   const auto from = SmallStore();
   for (const bool fails_source : {true, false}) {

@@ -282,6 +282,18 @@ TEST(Save, BranchThatIsThereAlreadyIsNoConflict) {
   EXPECT_EQ(Save(opened).value().writtenObjects, 0u);
 }
 
+TEST(Save, AnotherRepositoryInPlaceOfTheOpenedOneIsRefused) {
+  const auto store = SmallStore();
+  const std::string heads = HeadsOf(*store);
+  OpenedRepository opened = Open(store).value();
+  opened.GetRepository() = SmallHistory();
+  EXPECT_EQ(CodeOf(Save(opened)), "NotFound");
+  const Repository moved = std::move(opened.GetRepository());
+  opened.Trim();
+  EXPECT_EQ(CodeOf(Save(opened)), "NotFound");
+  EXPECT_EQ(HeadsOf(*store), heads);
+}
+
 TEST(Save, RepositoryWithoutAStorageIsRefused) {
   Repository repository(nullptr);
   MemoryObjectStore store;
