@@ -33,6 +33,9 @@ talvcs_install_library(talvcs TalVcsTargets talvcs talvcs)
 if(TALVCS_BUILD_KIT)
   talvcs_install_library(talvcs_kit TalVcsKitTargets kit talvcs-kit)
 endif()
+if(TALVCS_BUILD_SQLITE)
+  talvcs_install_library(talvcs_sqlite TalVcsSqliteTargets sqlite talvcs-sqlite)
+endif()
 
 configure_package_config_file(cmake/TalVcsConfig.cmake.in TalVcsConfig.cmake
   INSTALL_DESTINATION "${talvcs_package_dir}"
