@@ -7,7 +7,8 @@
 namespace TalVcs::Kit::Sqlite {
 
 Statement::~Statement() {
-  // Without a statement both do nothing; the result is that of the last step, which is known.
+  if (!m_statement) return;
+  // The result is that of the last step, which is known.
   sqlite3_reset(m_statement);
   sqlite3_clear_bindings(m_statement);
 }
