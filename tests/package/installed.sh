@@ -24,9 +24,15 @@ fi
 expect_quick_start examples/quick_start
 if [ "$KIT" -eq 1 ]; then
   examples/tal --version
-  "$CMAKE_COMMAND" -S "$here/installed" -B host -DCMAKE_PREFIX_PATH="$work/moved" >configure.txt
+  "$CMAKE_COMMAND" -S "$here/installed" -B host -DCMAKE_PREFIX_PATH="$work/moved" \
+    -DSQLITE="$SQLITE" >configure.txt
   "$CMAKE_COMMAND" --build host >build.txt || { cat build.txt; exit 1; }
   host/kit_host from_cmake
+fi
+# The digest of the one object that the host saves.
+hello=8aec4e4876f854f688d0ebfc8f37598f38e5fd6903cccc850ca36591175aeb60
+if [ "$SQLITE" -eq 1 ]; then
+  [ "$(host/sqlite_host from_cmake.tal)" = "$hello" ]
 fi
 
 # By pkg-config; its hosts say themselves where the libraries are at run time.
@@ -46,4 +52,8 @@ expect_quick_start ./quick_start
 if [ "$KIT" -eq 1 ]; then
   build_by_pkg_config talvcs-kit "$here/installed/kit_host.cpp" kit_host
   ./kit_host from_pkg_config
+fi
+if [ "$SQLITE" -eq 1 ]; then
+  build_by_pkg_config talvcs-sqlite "$here/installed/sqlite_host.cpp" sqlite_host
+  [ "$(./sqlite_host from_pkg_config.tal)" = "$hello" ]
 fi
