@@ -104,7 +104,7 @@ class TALVCS_KIT_API IObjectStore {
   ///
   /// Fails with `Busy` if any store object has removed objects by `RemoveUnmarked` since this one's
   /// first `Missing` or `Write` after its last successful `MoveHeads`: what was there then may be
-  /// gone. It fails so until the caller has looked or written again.
+  /// gone. After that the next `Missing` or `Write` begins a new save.
   ///
   /// `Unknown` means that it may have happened: read the heads.
   virtual Status MoveHeads(std::span<const HeadMove> moves) = 0;

@@ -107,7 +107,7 @@ class SqliteStore::Impl {
   std::uint64_t m_bufferSizeBytes;
   // The number of removals at the first look or write since heads moved.
   std::optional<std::uint64_t> m_removalsSeen;
-  // A removal came between, so heads don't move until the next look or write.
+  // A move failed because of a removal: the next look or write begins a new save.
   bool m_isStale = false;
 };
 
@@ -288,7 +288,6 @@ Result<RemovedObjects> SqliteStore::Impl::RemoveUnmarked(const MarkObjects& mark
   status = transaction.Commit();
   if (!status) return std::move(status).error();
   m_pending.Clear();
-  m_isStale = m_removalsSeen && removed->count > 0;
   return *removed;
 }
 

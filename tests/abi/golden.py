@@ -31,6 +31,11 @@ CLASSES = {
     "talvcs/persistence/deserializer.h": ["Deserializer"],
     "kit/directory_store.h": ["DirectoryStore"],
     "kit/memory_store.h": ["MemoryStore"],
+    "kit/store/blobs_as_object_store.h": ["BlobsAsObjectStore"],
+    "kit/store/directory_object_store.h": ["DirectoryObjectStore"],
+    "kit/store/memory_object_store.h": ["MemoryObjectStore"],
+    "kit/store/object_store.h": ["IObjectStore"],
+    "kit/store/object_store_as_blobs.h": ["ObjectStoreAsBlobs"],
 }
 
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <kit/directory_store.h>
+#include <kit/internal/store_access.h>
 #include <tests/kit/faulty_file_system.h>
 #include <tests/kit/saved_states.h>
 #include <tests/kit/temporary_folder.h>
@@ -10,13 +11,14 @@ namespace TalVcs::Kit {
 namespace {
 
 using namespace TalVcs::Testing;
+using Testing::Describe;
 
 class DirectoryStoreDurability : public testing::Test {
  protected:
   bool SaveState(bool durable = true) {
     DirectoryStoreOptions options;
     options.durable = durable;
-    DirectoryStore store(m_folder.Path(), options, m_files);
+    DirectoryStore store = StoreAccess::Make(m_folder.Path(), options, m_files);
     const bool done = Save(m_state, store) && store.Commit();
     m_error = store.LastError();
     m_isInPlace = store.IsNewStateInPlace();
@@ -119,7 +121,7 @@ TEST_F(DirectoryStoreDurability, StateThatWasNotReplacedIsToldApart) {
 }
 
 TEST_F(DirectoryStoreDurability, NothingIsInPlaceBeforeTheFirstCommitAndDuringTheNext) {
-  DirectoryStore store(m_folder.Path(), {}, m_files);
+  DirectoryStore store = StoreAccess::Make(m_folder.Path(), {}, m_files);
   EXPECT_FALSE(store.IsNewStateInPlace());
   ASSERT_TRUE(Save(m_state, store));
   EXPECT_FALSE(store.IsNewStateInPlace());

@@ -1,3 +1,4 @@
+#include <kit/internal/store_access.h>
 #include <tests/kit/directory_store_fixture.h>
 #include <tests/kit/faulty_file_system.h>
 
@@ -66,7 +67,7 @@ TEST_F(DirectoryStoreTest, UnusedObjectsGoOnceNobodyReads) {
 
 TEST_F(DirectoryStoreTest, SaveAfterOneCommitWritesItsObjectsAlone) {
   auto files = std::make_shared<FaultyFileSystem>();
-  DirectoryStore store(m_folder.Path(), NotDurable(), files);
+  DirectoryStore store = StoreAccess::Make(m_folder.Path(), NotDurable(), files);
   SaveAndCommit(store, m_new);
   CommitFile(m_new, Wide("master"), "one/more", "file");
   files->Restart();
