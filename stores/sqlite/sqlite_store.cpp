@@ -1,45 +1,11 @@
 #include <kit/store/read_history.h>
-#include <kit/text.h>
-#include <stores/sqlite/internal/checksum.h>
-#include <stores/sqlite/internal/database.h>
-#include <stores/sqlite/internal/head_table.h>
-#include <stores/sqlite/internal/meta.h>
-#include <stores/sqlite/internal/object_key.h>
-#include <stores/sqlite/internal/object_table.h>
-#include <stores/sqlite/internal/pending_objects.h>
-#include <stores/sqlite/internal/transaction.h>
+#include <stores/sqlite/internal/document.h>
 #include <stores/sqlite/sqlite_store.h>
 
-#include <algorithm>
-#include <limits>
-#include <set>
 #include <utility>
 
 namespace TalVcs::Kit {
-
-using namespace Sqlite;
-
 namespace {
-
-// A batch of reads ends at either of these, so that no lock is held while the caller's sink runs.
-constexpr std::size_t kObjectsReadAtOnce = 256;
-constexpr std::uint64_t kBytesReadAtOnce = std::uint64_t{1} << 20;
-
-Error NotAnObjectId(const Id& id) {
-  Error error;
-  error.code = ErrorCode::BadName;
-  error.subject = ToUtf8(id.View());
-  error.message = "\"" + error.subject + "\" is not the id of an object";
-  return error;
-}
-
-Error NoSuchObject(const Id& id) {
-  Error error;
-  error.code = ErrorCode::NotFound;
-  error.subject = ToUtf8(id.View());
-  error.message = "the store has no object " + error.subject;
-  return error;
-}
 
 Error Closed() {
   Error error;
@@ -48,327 +14,39 @@ Error Closed() {
   return error;
 }
 
-/// Refuses what no store can do, whatever its heads are.
-Status CheckNames(std::span<const HeadMove> moves) {
-  std::set<std::string_view> names;
-  for (const HeadMove& move : moves) {
-    if (!move.desired.View().IsEmpty() && !IsObjectId(move.desired)) {
-      return NotAnObjectId(move.desired);
-    }
-    if (names.insert(move.name).second) continue;
-    Error twice;
-    twice.code = ErrorCode::BadName;
-    twice.subject = move.name;
-    twice.message = "cannot move the branch \"" + move.name + "\" twice at once";
-    return twice;
-  }
-  return {};
-}
-
 }  // namespace
 
-class SqliteStore::Impl {
- public:
-  Impl(std::unique_ptr<Database> database, const SqliteOptions& options)
-      : m_database(std::move(database)),
-        m_objects(*m_database),
-        m_heads(*m_database),
-        m_bufferSizeBytes(options.bufferSizeBytes) {}
-  Impl(const Impl&) = delete;
-  Impl& operator=(const Impl&) = delete;
-  ~Impl() = default;
-
-  Result<std::vector<Id>> Missing(std::span<const Id> ids);
-  Status Read(std::span<const Id> ids, const ReadSink& sink);
-  Result<std::vector<std::optional<std::uint64_t>>> Sizes(std::span<const Id> ids);
-  Status Write(std::span<const StoredObject> objects);
-  Result<std::vector<Head>> Heads() { return m_heads.List(); }
-  Status MoveHeads(std::span<const HeadMove> moves);
-  Status List(const IdSink& sink);
-  Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark);
-  Result<std::optional<std::string>> Value(std::string_view name);
-  Status SetValue(std::string_view name, std::optional<std::string_view> value);
-  Status WritePending();
-
- private:
-  using Found = std::vector<std::pair<Id, Result<Buffer>>>;
-
-  Result<bool> Has(const Id& id);
-  Result<Buffer> ReadOne(const Id& id);
-  Result<std::span<const Id>> ReadBatch(std::span<const Id> ids, Found& found);
-  Status RelyOnObjects();
-  Status CheckRemovals();
-  Result<RemovedObjects> RemoveAllBut(std::span<const Id> marked);
-
-  std::unique_ptr<Database> m_database;
-  ObjectTable m_objects;
-  HeadTable m_heads;
-  PendingObjects m_pending;
-  std::uint64_t m_bufferSizeBytes;
-  // The number of removals at the first look or write since heads moved.
-  std::optional<std::uint64_t> m_removalsSeen;
-  // A move failed because of a removal: the next look or write begins a new save.
-  bool m_isStale = false;
-};
-
-/// Comes before the look itself: a removal in between is then noticed.
-Status SqliteStore::Impl::RelyOnObjects() {
-  if (m_removalsSeen && !m_isStale) return {};
-  Result<std::uint64_t> removals = ReadMeta(*m_database, Meta::Removals);
-  if (!removals) return std::move(removals).error();
-  m_removalsSeen = *removals;
-  m_isStale = false;
-  return {};
-}
-
-Status SqliteStore::Impl::CheckRemovals() {
-  if (!m_removalsSeen) return {};
-  Result<std::uint64_t> removals = ReadMeta(*m_database, Meta::Removals);
-  if (!removals) return std::move(removals).error();
-  m_isStale = m_isStale || *removals != *m_removalsSeen;
-  if (!m_isStale) return {};
-  Error error;
-  error.code = ErrorCode::Busy;
-  error.message = "objects that the save relies on may have been removed meanwhile";
-  error.unchanged = "no branch was moved";
-  return error;
-}
-
-Result<bool> SqliteStore::Impl::Has(const Id& id) {
-  const std::optional<ObjectKey> key = KeyOf(id);
-  if (!key) return false;
-  return m_pending.Find(*key) ? Result<bool>(true) : m_objects.Has(*key);
-}
-
-Result<std::vector<Id>> SqliteStore::Impl::Missing(std::span<const Id> ids) {
-  if (Status status = RelyOnObjects(); !status) return std::move(status).error();
-  ReadTransaction transaction(*m_database);
-  if (Status status = transaction.Begin(); !status) return std::move(status).error();
-  std::vector<Id> missing;
-  for (const Id& id : ids) {
-    Result<bool> has = Has(id);
-    if (!has) return std::move(has).error();
-    if (!*has) missing.push_back(id);
-  }
-  return missing;
-}
-
-Result<Buffer> SqliteStore::Impl::ReadOne(const Id& id) {
-  const std::optional<ObjectKey> key = KeyOf(id);
-  if (!key) return NoSuchObject(id);
-  const Buffer* pending = m_pending.Find(*key);
-  return pending ? Result<Buffer>(*pending) : m_objects.Read(*key);
-}
-
-/// Reads the first of the ids and returns the others.
-Result<std::span<const Id>> SqliteStore::Impl::ReadBatch(std::span<const Id> ids, Found& found) {
-  ReadTransaction transaction(*m_database);
-  // One look-up is a transaction of its own.
-  if (ids.size() > 1) {
-    if (Status status = transaction.Begin(); !status) return std::move(status).error();
-  }
-  std::uint64_t size = 0;
-  std::size_t count = 0;
-  while (count < ids.size() && count < kObjectsReadAtOnce && size < kBytesReadAtOnce) {
-    const Id& id = ids[count++];
-    Result<Buffer> packed = ReadOne(id);
-    if (!packed && packed.error().code == ErrorCode::Busy) return std::move(packed).error();
-    if (packed) size += packed->GetSize();
-    found.emplace_back(id, std::move(packed));
-  }
-  return ids.subspan(count);
-}
-
-Status SqliteStore::Impl::Read(std::span<const Id> ids, const ReadSink& sink) {
-  while (!ids.empty()) {
-    Found found;
-    Result<std::span<const Id>> rest = ReadBatch(ids, found);
-    for (auto& [id, packed] : found) sink(id, std::move(packed));
-    if (!rest) return std::move(rest).error();
-    ids = *rest;
-  }
-  return {};
-}
-
-Result<std::vector<std::optional<std::uint64_t>>> SqliteStore::Impl::Sizes(
-    std::span<const Id> ids) {
-  ReadTransaction transaction(*m_database);
-  if (Status status = transaction.Begin(); !status) return std::move(status).error();
-  std::vector<std::optional<std::uint64_t>> sizes;
-  sizes.reserve(ids.size());
-  for (const Id& id : ids) {
-    const std::optional<ObjectKey> key = KeyOf(id);
-    const Buffer* pending = key ? m_pending.Find(*key) : nullptr;
-    if (!key) {
-      sizes.emplace_back();
-    } else if (pending) {
-      sizes.emplace_back(pending->GetSize());
-    } else {
-      Result<std::optional<std::uint64_t>> size = m_objects.SizeOf(*key);
-      if (!size) return std::move(size).error();
-      sizes.push_back(*size);
-    }
-  }
-  return sizes;
-}
-
-Status SqliteStore::Impl::Write(std::span<const StoredObject> objects) {
-  if (m_database->IsReadOnly()) {
-    return m_database->Fail(ErrorCode::Denied, Task::Save, "it can only be read");
-  }
-  if (Status status = RelyOnObjects(); !status) return status;
-  for (const StoredObject& object : objects) {
-    const std::optional<ObjectKey> key = KeyOf(object.id);
-    if (!key) return NotAnObjectId(object.id);
-    if (object.packed.GetSize() > m_database->MaxObjectSize()) {
-      return m_database->Fail(ErrorCode::Unsupported, Task::Save,
-                              "it can't hold so large an object");
-    }
-    m_pending.Add(*key, object.packed);
-    if (m_pending.SizeBytes() <= m_bufferSizeBytes) continue;
-    if (Status status = WritePending(); !status) return status;
-  }
-  return {};
-}
-
-/// Can be repeated after any failure: objects that are in the file by now are skipped.
-Status SqliteStore::Impl::WritePending() {
-  if (m_pending.Entries().empty()) return {};
-  WriteTransaction transaction(*m_database);
-  Status status = transaction.Begin();
-  if (status) status = m_objects.Insert(m_pending.Entries());
-  if (status) status = transaction.Commit();
-  if (status) m_pending.Clear();
-  return status;
-}
-
-Status SqliteStore::Impl::MoveHeads(std::span<const HeadMove> moves) {
-  Status status = CheckNames(moves);
-  if (!status) return status;
-  WriteTransaction transaction(*m_database);
-  status = transaction.Begin();
-  if (status) status = m_heads.Check(moves);
-  if (status) status = CheckRemovals();
-  if (status) status = m_objects.Insert(m_pending.Entries());
-  if (status) status = m_heads.Apply(moves);
-  if (status) status = transaction.Commit();
-  if (!status) return status;
-  m_pending.Clear();
-  m_removalsSeen.reset();
-  return {};
-}
-
-Status SqliteStore::Impl::List(const IdSink& sink) {
-  std::vector<Id> ids;
-  for (const PendingObjects::Entry& entry : m_pending.Entries()) ids.push_back(IdOf(entry.key));
-  std::int64_t number = std::numeric_limits<std::int64_t>::min();
-  for (;;) {
-    if (!ids.empty() && !sink(ids)) return {};
-    ids.clear();
-    std::vector<ObjectKey> keys;
-    if (Status status = m_objects.List(number, keys); !status) return status;
-    if (keys.empty()) return {};
-    for (const ObjectKey& key : keys) {
-      if (!m_pending.Find(key)) ids.push_back(IdOf(key));
-    }
-  }
-}
-
-Result<RemovedObjects> SqliteStore::Impl::RemoveUnmarked(const MarkObjects& mark) {
-  WriteTransaction transaction(*m_database);
-  Status status = transaction.Begin();
-  if (status) status = m_objects.Insert(m_pending.Entries());
-  if (!status) return std::move(status).error();
-  Result<std::vector<Head>> heads = m_heads.List();
-  if (!heads) return std::move(heads).error();
-  const Result<std::vector<Id>> marked = mark(*heads);
-  if (!marked) return marked.error();
-  Result<RemovedObjects> removed = RemoveAllBut(*marked);
-  if (!removed) return std::move(removed).error();
-  status = transaction.Commit();
-  if (!status) return std::move(status).error();
-  m_pending.Clear();
-  return *removed;
-}
-
-Result<RemovedObjects> SqliteStore::Impl::RemoveAllBut(std::span<const Id> marked) {
-  std::vector<ObjectKey> kept;
-  kept.reserve(marked.size());
-  for (const Id& id : marked) {
-    if (const std::optional<ObjectKey> key = KeyOf(id)) kept.push_back(*key);
-  }
-  std::sort(kept.begin(), kept.end());
-  Result<RemovedObjects> removed = m_objects.RemoveAllBut(kept);
-  if (!removed || removed->count == 0) return removed;
-  Result<std::uint64_t> removals = ReadMeta(*m_database, Meta::Removals);
-  if (!removals) return std::move(removals).error();
-  Status status = WriteMeta(*m_database, Meta::Removals, *removals + 1);
-  if (!status) return std::move(status).error();
-  return removed;
-}
-
-Result<std::optional<std::string>> SqliteStore::Impl::Value(std::string_view name) {
-  Statement row = m_database->Use(Query::Value, Task::Read);
-  Result<bool> found = row.BindText(1, name).Step();
-  if (!found) return std::move(found).error();
-  if (!*found) return std::optional<std::string>();
-  const std::optional<std::span<const std::byte>> value = row.Blob(0);
-  const std::optional<std::int64_t> sum = row.Number(1);
-  if (!value || !sum || static_cast<std::uint64_t>(*sum) != Checksum(name, *value)) {
-    Error error = m_database->Damage("the value \"" + std::string(name) + "\" is damaged");
-    error.subject = name;
-    return error;
-  }
-  return std::optional(std::string(reinterpret_cast<const char*>(value->data()), value->size()));
-}
-
-Status SqliteStore::Impl::SetValue(std::string_view name, std::optional<std::string_view> value) {
-  WriteTransaction transaction(*m_database);
-  Status status = transaction.Begin();
-  if (!status) return status;
-  if (value) {
-    const std::span<const std::byte> bytes = std::as_bytes(std::span(*value));
-    status = m_database->Use(Query::SetValue, Task::Save)
-                 .BindText(1, name)
-                 .BindBlob(2, bytes)
-                 .Bind(3, static_cast<std::int64_t>(Checksum(name, bytes)))
-                 .Run();
-  } else {
-    status = m_database->Use(Query::DeleteValue, Task::Save).BindText(1, name).Run();
-  }
-  return status ? transaction.Commit() : status;
-}
-
 Result<SqliteStore> SqliteStore::Open(const std::filesystem::path& path, SqliteOptions options) {
-  Result<std::unique_ptr<Database>> database = Database::Open(path, options);
+  Result<std::unique_ptr<Sqlite::Database>> database = Sqlite::Database::Open(path, options);
   if (!database) return std::move(database).error();
-  return SqliteStore(std::make_unique<Impl>(*std::move(database), options));
+  return SqliteStore(std::make_unique<Sqlite::Document>(*std::move(database), options));
 }
 
-SqliteStore::SqliteStore(std::unique_ptr<Impl> impl) noexcept : m_impl(std::move(impl)) {}
+SqliteStore::SqliteStore(std::unique_ptr<Sqlite::Document> document) noexcept
+    : m_document(std::move(document)) {}
 SqliteStore::SqliteStore(SqliteStore&& other) noexcept = default;
 SqliteStore& SqliteStore::operator=(SqliteStore&& other) noexcept {
   // The other's file may be this one's, so it isn't closed before.
   const SqliteStore previous(std::move(*this));
-  m_impl = std::move(other.m_impl);
+  m_document = std::move(other.m_document);
   return *this;
 }
 SqliteStore::~SqliteStore() { [[maybe_unused]] const Status ignored = Close(); }
 
 Status SqliteStore::Close() {
-  if (!m_impl) return {};
-  Status status = m_impl->WritePending();
-  if (status) m_impl.reset();
+  if (!m_document) return {};
+  Status status = m_document->WritePending();
+  if (status) m_document.reset();
   return status;
 }
 
 Result<std::vector<Id>> SqliteStore::Missing(std::span<const Id> ids) {
-  if (!m_impl) return Closed();
-  return m_impl->Missing(ids);
+  if (!m_document) return Closed();
+  return m_document->Missing(ids);
 }
 
 Status SqliteStore::Read(std::span<const Id> ids, const ReadSink& sink) {
-  return m_impl ? m_impl->Read(ids, sink) : Closed();
+  return m_document ? m_document->Read(ids, sink) : Closed();
 }
 
 Status SqliteStore::ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) {
@@ -376,37 +54,39 @@ Status SqliteStore::ReadHistory(const Id& id, std::uint64_t most, const ReadSink
 }
 
 Result<std::vector<std::optional<std::uint64_t>>> SqliteStore::Sizes(std::span<const Id> ids) {
-  if (!m_impl) return Closed();
-  return m_impl->Sizes(ids);
+  if (!m_document) return Closed();
+  return m_document->Sizes(ids);
 }
 
 Status SqliteStore::Write(std::span<const StoredObject> objects) {
-  return m_impl ? m_impl->Write(objects) : Closed();
+  return m_document ? m_document->Write(objects) : Closed();
 }
 
 Result<std::vector<Head>> SqliteStore::Heads() {
-  if (!m_impl) return Closed();
-  return m_impl->Heads();
+  if (!m_document) return Closed();
+  return m_document->Heads();
 }
 
 Status SqliteStore::MoveHeads(std::span<const HeadMove> moves) {
-  return m_impl ? m_impl->MoveHeads(moves) : Closed();
+  return m_document ? m_document->MoveHeads(moves) : Closed();
 }
 
-Status SqliteStore::List(const IdSink& sink) { return m_impl ? m_impl->List(sink) : Closed(); }
+Status SqliteStore::List(const IdSink& sink) {
+  return m_document ? m_document->List(sink) : Closed();
+}
 
 Result<RemovedObjects> SqliteStore::RemoveUnmarked(const MarkObjects& mark) {
-  if (!m_impl) return Closed();
-  return m_impl->RemoveUnmarked(mark);
+  if (!m_document) return Closed();
+  return m_document->RemoveUnmarked(mark);
 }
 
 Result<std::optional<std::string>> SqliteStore::Value(std::string_view name) {
-  if (!m_impl) return Closed();
-  return m_impl->Value(name);
+  if (!m_document) return Closed();
+  return m_document->Value(name);
 }
 
 Status SqliteStore::SetValue(std::string_view name, std::optional<std::string_view> value) {
-  return m_impl ? m_impl->SetValue(name, value) : Closed();
+  return m_document ? m_document->SetValue(name, value) : Closed();
 }
 
 }  // namespace TalVcs::Kit

@@ -14,6 +14,9 @@
 #include <vector>
 
 namespace TalVcs::Kit {
+namespace Sqlite {
+class Document;
+}
 
 /// How a `SqliteStore` works.
 struct SqliteOptions {
@@ -89,10 +92,9 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore {
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
 
  private:
-  class TALVCS_SQLITE_NO_EXPORT Impl;
-  explicit SqliteStore(std::unique_ptr<Impl> impl) noexcept;
+  explicit SqliteStore(std::unique_ptr<Sqlite::Document> document) noexcept;
 
-  std::unique_ptr<Impl> m_impl;
+  std::unique_ptr<Sqlite::Document> m_document;
 };
 
 }  // namespace TalVcs::Kit
