@@ -47,6 +47,17 @@ talvcs_install_component(talvcs talvcs talvcs)
 if(TARGET talvcs_kit)
   talvcs_install_component(kit talvcs_kit talvcs-kit)
 endif()
+if(TARGET talvcs_sqlite)
+  # The shared library links SQLite itself; hosts of the static one have to find it.
+  set(talvcs_sqlite_packages "")
+  set(talvcs_sqlite_modules "")
+  get_target_property(talvcs_sqlite_type talvcs_sqlite TYPE)
+  if(talvcs_sqlite_type STREQUAL "STATIC_LIBRARY")
+    set(talvcs_sqlite_packages SQLite3)
+    set(talvcs_sqlite_modules sqlite3)
+  endif()
+  talvcs_install_component(sqlite talvcs_sqlite talvcs-sqlite PACKAGES ${talvcs_sqlite_packages})
+endif()
 
 configure_package_config_file(cmake/TalVcsConfig.cmake.in TalVcsConfig.cmake
   INSTALL_DESTINATION "${talvcs_package_dir}"

@@ -125,7 +125,7 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
  private:
   friend struct StoreAccess;
   class TALVCS_KIT_NO_EXPORT Impl;
-  explicit DirectoryStore(std::unique_ptr<Impl> impl) noexcept;
+  TALVCS_KIT_NO_EXPORT explicit DirectoryStore(std::unique_ptr<Impl> impl) noexcept;
 
   std::unique_ptr<Impl> m_impl;
 };

@@ -52,12 +52,12 @@ class TALVCS_KIT_API BlobsAsObjectStore : public IObjectStore {
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
 
  private:
-  std::optional<Buffer> ReadStream(const TalStringT<WideChar>& path);
-  Result<Buffer> ReadObject(const Id& id);
-  bool WriteStream(const TalStringT<WideChar>& path, const Buffer& bytes);
-  bool WriteHead(const std::string& name, const Id& id);
-  Result<std::map<std::string, Id>> ReadHeads();
-  Status End(bool succeeded);
+  TALVCS_KIT_NO_EXPORT std::optional<Buffer> ReadStream(const TalStringT<WideChar>& path);
+  TALVCS_KIT_NO_EXPORT Result<Buffer> ReadObject(const Id& id);
+  TALVCS_KIT_NO_EXPORT bool WriteStream(const TalStringT<WideChar>& path, const Buffer& bytes);
+  TALVCS_KIT_NO_EXPORT bool WriteHead(const std::string& name, const Id& id);
+  TALVCS_KIT_NO_EXPORT Result<std::map<std::string, Id>> ReadHeads();
+  TALVCS_KIT_NO_EXPORT Status End(bool succeeded);
 
   IBlobReader& m_reader;
   IBlobWriter& m_writer;

@@ -88,7 +88,7 @@ class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore {
  private:
   friend struct StoreAccess;
   class TALVCS_KIT_NO_EXPORT Impl;
-  explicit DirectoryObjectStore(std::unique_ptr<Impl> impl) noexcept;
+  TALVCS_KIT_NO_EXPORT explicit DirectoryObjectStore(std::unique_ptr<Impl> impl) noexcept;
 
   std::unique_ptr<Impl> m_impl;
 };

@@ -54,7 +54,7 @@ class TALVCS_KIT_API MemoryObjectStore final : public IObjectStore {
   /// were removed since, and whether the caller knows that.
   enum class SaveState { None, ReliesOnObjects, LostObjects, KnowsLoss };
 
-  void Rely() noexcept;
+  TALVCS_KIT_NO_EXPORT void Rely() noexcept;
 
   std::unordered_map<Id, Buffer> m_objects;
   std::map<std::string, Id> m_heads;

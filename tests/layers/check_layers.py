@@ -44,7 +44,7 @@ INTERFACE_INCLUDES = {"talvcs/objects/id.h"}
 COMMON = {"talvcs/export.h", "talvcs/version.h"}
 UMBRELLA = "talvcs/talvcs.h"
 
-OUR_FOLDERS = {"talvcs", "kit", "examples", "tests", "bench", "fuzz"}
+OUR_FOLDERS = {"talvcs", "kit", "stores", "examples", "tests", "bench", "fuzz"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
 
 
@@ -61,6 +61,12 @@ def includes_of(root, path):
 def layer_of(path):
     parts = path.split("/")
     return parts[1] if parts[0] == "talvcs" and len(parts) > 2 else None
+
+
+def room_of(path):
+    """Returns the library that a file belongs to: each store is one of its own."""
+    parts = path.split("/")
+    return "/".join(parts[:2]) if parts[0] == "stores" else parts[0]
 
 
 def library_problem(path, included):
@@ -86,7 +92,7 @@ def library_problem(path, included):
 
 def place_problem(path, installed):
     """Says what is wrong with the place of a header, or returns None."""
-    if not path.endswith(".h") or path.split("/")[0] not in ("talvcs", "kit"):
+    if not path.endswith(".h") or path.split("/")[0] not in ("talvcs", "kit", "stores"):
         return None
     private = "/internal/" in path
     if private and path in installed:
@@ -98,15 +104,18 @@ def place_problem(path, installed):
 
 def problem(path, included, installed):
     top = path.split("/")[0]
-    if included.startswith(("talvcs/", "kit/")) and included not in installed:
+    if included.startswith(("talvcs/", "kit/", "stores/")) and included not in installed:
         if path in installed:
             return "an installed header includes one that is not installed"
-        if top in ("kit", "examples") and not (top == "kit" and included.startswith("kit/")):
+        if top in ("kit", "stores", "examples") and room_of(path) != room_of(included):
             return "a host includes a header that is not installed"
     if top == "talvcs":
         return library_problem(path, included)
     if top == "kit" and included.split("/")[0] not in ("talvcs", "kit"):
         return "the companion library includes itself and talvcs/ only"
+    if top == "stores" and included.split("/")[0] not in ("talvcs", "kit"):
+        if room_of(path) != room_of(included):
+            return "a store includes itself, kit/ and talvcs/ only"
     return None
 
 
@@ -115,7 +124,7 @@ def main():
     installed = set(pathlib.Path(sys.argv[2]).read_text(encoding="utf-8").split())
     files = includes = 0
     problems = []
-    for top in ("talvcs", "kit", "examples"):
+    for top in ("talvcs", "kit", "stores", "examples"):
         for found in sorted((root / top).rglob("*")):
             if found.suffix not in (".h", ".cpp"):
                 continue

@@ -18,6 +18,8 @@ INSTALLED = {
     "talvcs/repository/repository.h",
     "talvcs/persistence/serializer.h",
     "kit/text.h",
+    "stores/sqlite/sqlite_store.h",
+    "stores/zip/zip_store.h",
 }
 
 
@@ -68,10 +70,22 @@ class Layers(unittest.TestCase):
         self.refused("kit/text.cpp", "tests/support/fakes.h")
         self.refused("examples/quick_start.cpp", "talvcs/foundation/internal/utf.h")
 
+    def test_each_store_stands_on_the_kit_alone(self):
+        self.allowed("stores/sqlite/sqlite_store.cpp", "kit/text.h")
+        self.allowed("stores/sqlite/sqlite_store.cpp", "talvcs/objects/id.h")
+        self.allowed("stores/sqlite/sqlite_store.cpp", "stores/sqlite/internal/database.h")
+        self.refused("stores/sqlite/sqlite_store.h", "stores/sqlite/internal/database.h")
+        self.refused("stores/sqlite/sqlite_store.cpp", "stores/zip/zip_store.h")
+        self.refused("stores/sqlite/sqlite_store.cpp", "kit/internal/file_system.h")
+        self.refused("stores/sqlite/sqlite_store.cpp", "tests/support/fakes.h")
+        self.refused("kit/text.cpp", "stores/sqlite/sqlite_store.h")
+        self.refused("examples/tal.cpp", "stores/sqlite/internal/database.h")
+
     def test_headers_stand_where_their_readers_look(self):
         self.assertIsNone(place_problem("talvcs/objects/tree.h", INSTALLED))
         self.assertIsNone(place_problem("talvcs/foundation/internal/utf.h", INSTALLED))
         self.assertIsNone(place_problem("talvcs/objects/tree.cpp", INSTALLED))
+        self.assertIsNotNone(place_problem("stores/sqlite/database.h", INSTALLED))
         self.assertIsNotNone(place_problem("talvcs/objects/tree_entries.h", INSTALLED))
         self.assertIsNotNone(
             place_problem("talvcs/objects/internal/tree.h", {"talvcs/objects/internal/tree.h"}))

@@ -55,6 +55,7 @@ TEST_P(ObjectStoreSuite, SaveIsBusyAfterAnotherStoreObjectHasRemovedObjects) {
   SKIP_UNLESS_DURABLE();
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   Write(Store(), {m_one, m_two});
+  ExpectMoved(Store(), {});
   EXPECT_TRUE(other->Missing({{m_one.id}}).value().empty());
   ASSERT_TRUE(RemoveAllBut(Store(), {m_two.id}).ok());
   ExpectFails(Move(*other, {{"master", Id(), m_one.id}}), ErrorCode::Busy);
@@ -70,6 +71,8 @@ TEST_P(ObjectStoreSuite, NobodyElseMovesHeadsDuringAMark) {
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   Write(Store(), {m_one});
   Write(*other, {m_two});
+  ExpectMoved(*other, {});
+  EXPECT_TRUE(other->Missing({{m_two.id}}).value().empty());
   ExpectMoved(Store(), {{"master", Id(), m_one.id}});
   const Result<RemovedObjects> removed =
       Store().RemoveUnmarked([&](std::span<const Head> heads) -> Result<std::vector<Id>> {

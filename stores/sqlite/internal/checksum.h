@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+namespace TalVcs::Kit::Sqlite {
+
+/// Returns the first 8 bytes, most significant first, of the SHA-256 of the name, a zero byte and
+/// the value.
+std::uint64_t Checksum(std::string_view name, std::span<const std::byte> value);
+
+}  // namespace TalVcs::Kit::Sqlite

@@ -1,0 +1,281 @@
+#include <kit/text.h>
+#include <stores/sqlite/internal/checksum.h>
+#include <stores/sqlite/internal/document.h>
+#include <stores/sqlite/internal/meta.h>
+#include <stores/sqlite/internal/object_key.h>
+#include <stores/sqlite/internal/transaction.h>
+
+#include <algorithm>
+#include <limits>
+#include <set>
+
+namespace TalVcs::Kit::Sqlite {
+namespace {
+
+// A batch of reads ends at either of these, so that no lock is held while the caller's sink runs.
+constexpr std::size_t kObjectsReadAtOnce = 256;
+constexpr std::uint64_t kBytesReadAtOnce = std::uint64_t{1} << 20;
+
+Error NotAnObjectId(const Id& id) {
+  Error error;
+  error.code = ErrorCode::BadName;
+  error.subject = ToUtf8(id.View());
+  error.message = "\"" + error.subject + "\" is not the id of an object";
+  return error;
+}
+
+Error NoSuchObject(const Id& id) {
+  Error error;
+  error.code = ErrorCode::NotFound;
+  error.subject = ToUtf8(id.View());
+  error.message = "the store has no object " + error.subject;
+  return error;
+}
+
+/// Refuses what no store can do, whatever its heads are.
+Status CheckNames(std::span<const HeadMove> moves) {
+  std::set<std::string_view> names;
+  for (const HeadMove& move : moves) {
+    if (!move.desired.View().IsEmpty() && !IsObjectId(move.desired)) {
+      return NotAnObjectId(move.desired);
+    }
+    if (names.insert(move.name).second) continue;
+    Error twice;
+    twice.code = ErrorCode::BadName;
+    twice.subject = move.name;
+    twice.message = "cannot move the branch \"" + move.name + "\" twice at once";
+    return twice;
+  }
+  return {};
+}
+
+}  // namespace
+
+/// Comes before the look itself: a removal in between is then noticed.
+Status Document::RelyOnObjects() {
+  if (m_removalsSeen && !m_isStale) return {};
+  Result<std::uint64_t> removals = ReadMeta(*m_database, Meta::Removals);
+  if (!removals) return std::move(removals).error();
+  m_removalsSeen = *removals;
+  m_isStale = false;
+  return {};
+}
+
+Status Document::CheckRemovals() {
+  if (!m_removalsSeen) return {};
+  Result<std::uint64_t> removals = ReadMeta(*m_database, Meta::Removals);
+  if (!removals) return std::move(removals).error();
+  m_isStale = m_isStale || *removals != *m_removalsSeen;
+  if (!m_isStale) return {};
+  Error error;
+  error.code = ErrorCode::Busy;
+  error.message = "objects that the save relies on may have been removed meanwhile";
+  error.unchanged = "no branch was moved";
+  return error;
+}
+
+Result<bool> Document::Has(const Id& id) {
+  const std::optional<ObjectKey> key = KeyOf(id);
+  if (!key) return false;
+  return m_pending.Find(*key) ? Result<bool>(true) : m_objects.Has(*key);
+}
+
+Result<std::vector<Id>> Document::Missing(std::span<const Id> ids) {
+  if (Status status = RelyOnObjects(); !status) return std::move(status).error();
+  ReadTransaction transaction(*m_database);
+  if (Status status = transaction.Begin(); !status) return std::move(status).error();
+  std::vector<Id> missing;
+  for (const Id& id : ids) {
+    Result<bool> has = Has(id);
+    if (!has) return std::move(has).error();
+    if (!*has) missing.push_back(id);
+  }
+  return missing;
+}
+
+Result<Buffer> Document::ReadOne(const Id& id) {
+  const std::optional<ObjectKey> key = KeyOf(id);
+  if (!key) return NoSuchObject(id);
+  const Buffer* pending = m_pending.Find(*key);
+  return pending ? Result<Buffer>(*pending) : m_objects.Read(*key);
+}
+
+/// Reads the first of the ids and returns the others.
+Result<std::span<const Id>> Document::ReadBatch(std::span<const Id> ids, Found& found) {
+  ReadTransaction transaction(*m_database);
+  // One look-up is a transaction of its own.
+  if (ids.size() > 1) {
+    if (Status status = transaction.Begin(); !status) return std::move(status).error();
+  }
+  std::uint64_t size = 0;
+  std::size_t count = 0;
+  while (count < ids.size() && count < kObjectsReadAtOnce && size < kBytesReadAtOnce) {
+    const Id& id = ids[count++];
+    Result<Buffer> packed = ReadOne(id);
+    if (!packed && packed.error().code == ErrorCode::Busy) return std::move(packed).error();
+    if (packed) size += packed->GetSize();
+    found.emplace_back(id, std::move(packed));
+  }
+  return ids.subspan(count);
+}
+
+Status Document::Read(std::span<const Id> ids, const ReadSink& sink) {
+  while (!ids.empty()) {
+    Found found;
+    Result<std::span<const Id>> rest = ReadBatch(ids, found);
+    for (auto& [id, packed] : found) sink(id, std::move(packed));
+    if (!rest) return std::move(rest).error();
+    ids = *rest;
+  }
+  return {};
+}
+
+Result<std::vector<std::optional<std::uint64_t>>> Document::Sizes(std::span<const Id> ids) {
+  ReadTransaction transaction(*m_database);
+  if (Status status = transaction.Begin(); !status) return std::move(status).error();
+  std::vector<std::optional<std::uint64_t>> sizes;
+  sizes.reserve(ids.size());
+  for (const Id& id : ids) {
+    const std::optional<ObjectKey> key = KeyOf(id);
+    const Buffer* pending = key ? m_pending.Find(*key) : nullptr;
+    if (!key) {
+      sizes.emplace_back();
+    } else if (pending) {
+      sizes.emplace_back(pending->GetSize());
+    } else {
+      Result<std::optional<std::uint64_t>> size = m_objects.SizeOf(*key);
+      if (!size) return std::move(size).error();
+      sizes.push_back(*size);
+    }
+  }
+  return sizes;
+}
+
+Status Document::Write(std::span<const StoredObject> objects) {
+  if (m_database->IsReadOnly()) {
+    return m_database->Fail(ErrorCode::Denied, Task::Save, "it can only be read");
+  }
+  if (Status status = RelyOnObjects(); !status) return status;
+  for (const StoredObject& object : objects) {
+    const std::optional<ObjectKey> key = KeyOf(object.id);
+    if (!key) return NotAnObjectId(object.id);
+    if (object.packed.GetSize() > m_database->MaxObjectSize()) {
+      return m_database->Fail(ErrorCode::Unsupported, Task::Save,
+                              "it can't hold so large an object");
+    }
+    m_pending.Add(*key, object.packed);
+    if (m_pending.SizeBytes() <= m_bufferSizeBytes) continue;
+    if (Status status = WritePending(); !status) return status;
+  }
+  return {};
+}
+
+/// Can be repeated after any failure: objects that are in the file by now are skipped.
+Status Document::WritePending() {
+  if (m_pending.Entries().empty()) return {};
+  WriteTransaction transaction(*m_database);
+  Status status = transaction.Begin();
+  if (status) status = m_objects.Insert(m_pending.Entries());
+  if (status) status = transaction.Commit();
+  if (status) m_pending.Clear();
+  return status;
+}
+
+Status Document::MoveHeads(std::span<const HeadMove> moves) {
+  Status status = CheckNames(moves);
+  if (!status) return status;
+  WriteTransaction transaction(*m_database);
+  status = transaction.Begin();
+  if (status) status = m_heads.Check(moves);
+  if (status) status = CheckRemovals();
+  if (status) status = m_objects.Insert(m_pending.Entries());
+  if (status) status = m_heads.Apply(moves);
+  if (status) status = transaction.Commit();
+  if (!status) return status;
+  m_pending.Clear();
+  m_removalsSeen.reset();
+  return {};
+}
+
+Status Document::List(const IdSink& sink) {
+  std::vector<Id> ids;
+  for (const PendingObjects::Entry& entry : m_pending.Entries()) ids.push_back(IdOf(entry.key));
+  std::int64_t number = std::numeric_limits<std::int64_t>::min();
+  for (;;) {
+    if (!ids.empty() && !sink(ids)) return {};
+    ids.clear();
+    std::vector<ObjectKey> keys;
+    if (Status status = m_objects.List(number, keys); !status) return status;
+    if (keys.empty()) return {};
+    for (const ObjectKey& key : keys) {
+      if (!m_pending.Find(key)) ids.push_back(IdOf(key));
+    }
+  }
+}
+
+Result<RemovedObjects> Document::RemoveUnmarked(const MarkObjects& mark) {
+  WriteTransaction transaction(*m_database);
+  Status status = transaction.Begin();
+  if (status) status = m_objects.Insert(m_pending.Entries());
+  if (!status) return std::move(status).error();
+  Result<std::vector<Head>> heads = m_heads.List();
+  if (!heads) return std::move(heads).error();
+  const Result<std::vector<Id>> marked = mark(*heads);
+  if (!marked) return marked.error();
+  Result<RemovedObjects> removed = RemoveAllBut(*marked);
+  if (!removed) return std::move(removed).error();
+  status = transaction.Commit();
+  if (!status) return std::move(status).error();
+  m_pending.Clear();
+  return *removed;
+}
+
+Result<RemovedObjects> Document::RemoveAllBut(std::span<const Id> marked) {
+  std::vector<ObjectKey> kept;
+  kept.reserve(marked.size());
+  for (const Id& id : marked) {
+    if (const std::optional<ObjectKey> key = KeyOf(id)) kept.push_back(*key);
+  }
+  std::sort(kept.begin(), kept.end());
+  Result<RemovedObjects> removed = m_objects.RemoveAllBut(kept);
+  if (!removed || removed->count == 0) return removed;
+  Result<std::uint64_t> removals = ReadMeta(*m_database, Meta::Removals);
+  if (!removals) return std::move(removals).error();
+  Status status = WriteMeta(*m_database, Meta::Removals, *removals + 1);
+  if (!status) return std::move(status).error();
+  return removed;
+}
+
+Result<std::optional<std::string>> Document::Value(std::string_view name) {
+  Statement row = m_database->Use(Query::Value, Task::Read);
+  Result<bool> found = row.BindText(1, name).Step();
+  if (!found) return std::move(found).error();
+  if (!*found) return std::optional<std::string>();
+  const std::optional<std::span<const std::byte>> value = row.Blob(0);
+  const std::optional<std::int64_t> sum = row.Number(1);
+  if (!value || !sum || static_cast<std::uint64_t>(*sum) != Checksum(name, *value)) {
+    Error error = m_database->Damage("the value \"" + std::string(name) + "\" is damaged");
+    error.subject = name;
+    return error;
+  }
+  return std::optional(std::string(reinterpret_cast<const char*>(value->data()), value->size()));
+}
+
+Status Document::SetValue(std::string_view name, std::optional<std::string_view> value) {
+  WriteTransaction transaction(*m_database);
+  Status status = transaction.Begin();
+  if (!status) return status;
+  if (value) {
+    const std::span<const std::byte> bytes = std::as_bytes(std::span(*value));
+    status = m_database->Use(Query::SetValue, Task::Save)
+                 .BindText(1, name)
+                 .BindBlob(2, bytes)
+                 .Bind(3, static_cast<std::int64_t>(Checksum(name, bytes)))
+                 .Run();
+  } else {
+    status = m_database->Use(Query::DeleteValue, Task::Save).BindText(1, name).Run();
+  }
+  return status ? transaction.Commit() : status;
+}
+
+}  // namespace TalVcs::Kit::Sqlite

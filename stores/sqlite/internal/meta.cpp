@@ -1,0 +1,27 @@
+#include <stores/sqlite/internal/database.h>
+#include <stores/sqlite/internal/meta.h>
+
+namespace TalVcs::Kit::Sqlite {
+namespace {
+
+const char* NameOf(Meta meta) noexcept { return meta == Meta::HeadSum ? "heads" : "removals"; }
+
+}  // namespace
+
+Result<std::uint64_t> ReadMeta(Database& database, Meta meta) {
+  Statement row = database.Use(Query::Meta, Task::Read);
+  Result<bool> found = row.BindText(1, NameOf(meta)).Step();
+  if (!found) return std::move(found).error();
+  const std::optional<std::int64_t> value = *found ? row.Number(0) : std::nullopt;
+  if (!value) return database.Damage("the table \"meta\" is damaged");
+  return static_cast<std::uint64_t>(*value);
+}
+
+Status WriteMeta(Database& database, Meta meta, std::uint64_t value) {
+  return database.Use(Query::SetMeta, Task::Save)
+      .BindText(1, NameOf(meta))
+      .Bind(2, static_cast<std::int64_t>(value))
+      .Run();
+}
+
+}  // namespace TalVcs::Kit::Sqlite

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <kit/text/result.h>
+
+#include <cstdint>
+
+namespace TalVcs::Kit::Sqlite {
+
+class Database;
+
+/// The numbers that a document has once.
+enum class Meta {
+  HeadSum,   ///< The checksums of all heads, combined by exclusive or.
+  Removals,  ///< How often objects were removed.
+};
+
+/// Fails with `Damaged` if there is no such number.
+Result<std::uint64_t> ReadMeta(Database& database, Meta meta);
+/// Needs a write transaction.
+Status WriteMeta(Database& database, Meta meta, std::uint64_t value);
+
+}  // namespace TalVcs::Kit::Sqlite

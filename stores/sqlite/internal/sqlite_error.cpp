@@ -1,0 +1,96 @@
+#include <sqlite3.h>
+#include <stores/sqlite/internal/sqlite_error.h>
+
+#include <new>
+#include <system_error>
+
+namespace TalVcs::Kit::Sqlite {
+namespace {
+
+struct Reason {
+  ErrorCode code;
+  const char* text;
+};
+
+/// SQLite doesn't say why it can't open a file, but keeps the system's error number.
+Reason ReasonOfCannotOpen(sqlite3* database) {
+  const std::error_condition condition =
+      std::system_category().default_error_condition(sqlite3_system_errno(database));
+  if (condition == std::errc::no_such_file_or_directory ||
+      condition == std::errc::not_a_directory) {
+    return {ErrorCode::NotFound, "there is no such file"};
+  }
+  if (condition == std::errc::permission_denied ||
+      condition == std::errc::operation_not_permitted ||
+      condition == std::errc::read_only_file_system) {
+    return {ErrorCode::Denied, "no permission"};
+  }
+  return {ErrorCode::Unavailable, "the system can't open it or its journal"};
+}
+
+Reason ReasonOf(sqlite3* database, int code) {
+  switch (code & 0xFF) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+    case SQLITE_PROTOCOL:
+      return {ErrorCode::Busy, "another program is using it"};
+    case SQLITE_FULL:
+      return {ErrorCode::Full, "no space left"};
+    case SQLITE_READONLY:
+      if (code == SQLITE_READONLY_DBMOVED) {
+        return {ErrorCode::Unavailable, "the file was moved or removed"};
+      }
+      return {ErrorCode::Denied, "it can only be read"};
+    case SQLITE_PERM:
+    case SQLITE_AUTH:
+      return {ErrorCode::Denied, "no permission"};
+    case SQLITE_CANTOPEN:
+      return ReasonOfCannotOpen(database);
+    case SQLITE_NOTADB:
+      return {ErrorCode::Damaged, "it isn't a document, or its beginning is damaged"};
+    case SQLITE_CORRUPT:
+    case SQLITE_CONSTRAINT:
+    case SQLITE_MISMATCH:
+      return {ErrorCode::Damaged, "its content is damaged"};
+    case SQLITE_ERROR:
+      return {ErrorCode::Damaged, "its tables aren't those of a document"};
+    case SQLITE_TOOBIG:
+      return {ErrorCode::Unsupported, "it can't hold so large an object"};
+    default:
+      return {ErrorCode::Unavailable, "the system failed to read or write it"};
+  }
+}
+
+const char* VerbOf(Task task) {
+  switch (task) {
+    case Task::Open:
+      return "open";
+    case Task::Read:
+      return "read";
+    case Task::Save:
+      break;
+  }
+  return "save to";
+}
+
+}  // namespace
+
+Error MakeError(ErrorCode code, Task task, const std::string& file, const std::string& reason) {
+  Error error;
+  error.code = code;
+  error.subject = file;
+  error.message = std::string("cannot ") + VerbOf(task) + " \"" + file + "\": " + reason;
+  if (task == Task::Save) error.unchanged = "the file is unchanged";
+  return error;
+}
+
+Error ErrorFromSqlite(sqlite3* database, int code, Task task, const std::string& file) {
+  if ((code & 0xFF) == SQLITE_NOMEM || code == SQLITE_IOERR_NOMEM) throw std::bad_alloc();
+  const Reason reason = ReasonOf(database, code);
+  Error error = MakeError(reason.code, task, file, reason.text);
+  error.cause = "SQLite " + std::to_string(code) + ": " +
+                (database ? sqlite3_errmsg(database) : sqlite3_errstr(code));
+  return error;
+}
+
+}  // namespace TalVcs::Kit::Sqlite

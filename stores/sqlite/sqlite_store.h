@@ -1,0 +1,100 @@
+#pragma once
+
+#include <kit/store/object_store.h>
+#include <stores/sqlite/export.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace TalVcs::Kit {
+namespace Sqlite {
+class Document;
+}
+
+/// How a `SqliteStore` works.
+struct SqliteOptions {
+  /// Whether a file that is missing or empty becomes a new document. Otherwise opening one fails.
+  bool create = true;
+  /// Whether the file is only read. It is never made then, and all changes fail with `Denied`.
+  bool readOnly = false;
+  /// Whether a change waits until it is on the medium, so that it outlives a loss of power. Without
+  /// it, a change still outlives the end of the process.
+  bool durable = true;
+  /// How long an operation waits for other programs before it fails with `Busy`.
+  std::chrono::milliseconds busyTimeout{5000};
+  /// How many bytes of written objects stay in memory until heads move; see `SqliteStore`.
+  std::uint64_t bufferSizeBytes = std::uint64_t{16} << 20;
+};
+
+/// A document with its history in one SQLite file: objects, branches, small values.
+///
+/// *Saving.* `Write` keeps the objects in memory. `MoveHeads` then puts the objects and the heads
+/// into the file by one durable transaction, so that a save costs one commit and waits for no other
+/// program before. This store object reads what it has written at once; other store objects see it
+/// after `MoveHeads` or `Close`, or once the objects exceed `SqliteOptions::bufferSizeBytes` and
+/// are put into the file by a transaction of their own. If the process ends before, the objects are
+/// gone, which no head named. A failed `MoveHeads` keeps the objects, so it can be called again.
+///
+/// *Other programs.* Any number of store objects, in any number of processes, may have the file
+/// open. One writes at a time; the others wait up to `SqliteOptions::busyTimeout`. No lock is held
+/// between two calls. During `RemoveUnmarked` others can read, but not write. A store object that
+/// has read heads before a removal can read what the heads of that moment reach, and nothing else
+/// for sure.
+///
+/// *Read-only files.* A file that the process may not write opens all the same, and every change
+/// fails with `Denied`.
+///
+/// *Damage.* Reading never crashes on a damaged file. Heads have a checksum: if it doesn't fit,
+/// `Heads` fails with `Damaged`, and `Error::heads` has what can be read, some of it possibly
+/// wrong. Bytes of objects have no checksum but their ids, which the caller compares. The file may
+/// come from a stranger: SQL in it (triggers, views) doesn't run.
+///
+/// *Errors.* `Busy`: another program has the file. `Full`: no space. `Denied`: no right to do it.
+/// `Damaged`: the file isn't a sound SQLite database or lacks tables. `Unsupported`: it belongs to
+/// another application or is of a newer version. `Unavailable`: the system failed to read or write
+/// it. `Unknown`: the system failed while a change was completed, which may be in the file.
+///
+/// A moved-from or closed store fails with `Unavailable`. Threads: a store object belongs to one
+/// thread at a time, and not to the child after a fork.
+class TALVCS_SQLITE_API SqliteStore final : public IObjectStore {
+ public:
+  /// Opens the file at `path`. Cost: independent of the file's size.
+  ///
+  /// Fails with `NotFound` if the file is missing and isn't to be made, or if its folder is.
+  static Result<SqliteStore> Open(const std::filesystem::path& path, SqliteOptions options = {});
+
+  SqliteStore(SqliteStore&& other) noexcept;
+  SqliteStore& operator=(SqliteStore&& other) noexcept;
+  /// Does what `Close` does, without a result.
+  ~SqliteStore() override;
+
+  /// Puts objects that are still in memory into the file, and closes it. After a failure the store
+  /// is open and has the objects. Closing twice succeeds.
+  Status Close();
+
+  Result<std::vector<Id>> Missing(std::span<const Id> ids) override;
+  Status Read(std::span<const Id> ids, const ReadSink& sink) override;
+  Status ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) override;
+  Result<std::vector<std::optional<std::uint64_t>>> Sizes(std::span<const Id> ids) override;
+  Status Write(std::span<const StoredObject> objects) override;
+  Result<std::vector<Head>> Heads() override;
+  Status MoveHeads(std::span<const HeadMove> moves) override;
+  Status List(const IdSink& sink) override;
+  Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) override;
+  Result<std::optional<std::string>> Value(std::string_view name) override;
+  Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
+
+ private:
+  explicit SqliteStore(std::unique_ptr<Sqlite::Document> document) noexcept;
+
+  std::unique_ptr<Sqlite::Document> m_document;
+};
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,125 @@
+// Documents of which any one byte is wrong or whose end is missing.
+
+#include <gtest/gtest.h>
+#include <stores/sqlite/sqlite_store.h>
+#include <tests/stores/sqlite/documents.h>
+#include <tests/stores/sqlite/simulated_disk.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace TalVcs::Kit {
+namespace {
+
+using namespace Testing;
+
+constexpr char kFile[] = "/document.tal";
+
+class SqliteDamage : public testing::Test {
+ protected:
+  void SetUp() override {
+    SqliteStore store = SqliteStore::Open(kFile).value();
+    ASSERT_TRUE(SaveOldState(store).ok());
+    ASSERT_TRUE(Save(store, {m_long}, {{"long", Id(), m_long.id}}).ok());
+    ASSERT_TRUE(store.SetValue("current", "master").ok());
+    m_heads = store.Heads().value();
+    ASSERT_TRUE(store.Close().ok());
+    m_bytes = m_disk.Content(kFile);
+  }
+
+  /// Reads all of a document and changes it. What is read has to be right, or an error, or bytes
+  /// that don't fit their id.
+  void CheckWith(const std::string& bytes, const std::string& what) {
+    SCOPED_TRACE(what);
+    m_disk.StartWith(kFile, bytes);
+    Result<SqliteStore> store = SqliteStore::Open(kFile, {.create = false});
+    if (!store) {
+      ++m_counts[ToString(store.error().code)];
+      return;
+    }
+    CheckHeads(*store);
+    CheckObjects(*store);
+    CheckValue(*store);
+    CheckChanges(*store);
+  }
+
+  void CheckHeads(SqliteStore& store) {
+    const Result<std::vector<Head>> heads = store.Heads();
+    ++m_counts[heads ? "heads" : std::string("heads ") + ToString(heads.error().code)];
+    if (heads) {
+      EXPECT_EQ(*heads, m_heads);
+    }
+  }
+
+  void CheckObjects(SqliteStore& store) {
+    const std::map<std::string, Id> objects = {{"of the old state", kOld.id},
+                                               {"shared by both states", kShared.id},
+                                               {"3000 bytes", m_long.id}};
+    for (const auto& [text, id] : objects) {
+      const std::string found = DescribeObject(store, id);
+      EXPECT_TRUE(found == text || found == "other bytes" || found == "NotFound" ||
+                  found == "Damaged" || found == "Unavailable")
+          << found;
+      ++m_counts[found == text ? "objects" : "object " + found];
+    }
+    std::uint64_t listed = 0;
+    const Status status = store.List([&](std::span<const Id> ids) {
+      listed += ids.size();
+      return true;
+    });
+    EXPECT_TRUE(!status || listed <= 100) << listed;
+  }
+
+  void CheckValue(SqliteStore& store) {
+    const Result<std::optional<std::string>> value = store.Value("current");
+    if (value && *value) {
+      EXPECT_EQ(**value, "master");
+    }
+  }
+
+  /// A change of a damaged document may fail, but the heads stay those of either state, or an
+  /// error.
+  void CheckChanges(SqliteStore& store) {
+    const bool saved =
+        Save(store, {kNew}, {{"master", kOld.id, kNew.id}, {"topic", kShared.id, Id()}}).ok();
+    const Result<std::vector<Head>> heads = store.Heads();
+    if (!heads) return;
+    if (saved) {
+      EXPECT_EQ(*heads, (std::vector<Head>{{"long", m_long.id}, {"master", kNew.id}}));
+    } else {
+      EXPECT_EQ(*heads, m_heads);
+    }
+  }
+
+  // It goes on in a page of its own.
+  const StoredObject m_long = ObjectOf(std::string(3000, 'L'));
+  SimulatedDisk m_disk;
+  std::string m_bytes;
+  std::vector<Head> m_heads;
+  std::map<std::string, std::uint64_t> m_counts;
+};
+
+TEST_F(SqliteDamage, AnyWrongByteGivesWhatWasSavedOrAnError) {
+  for (std::size_t position = 0; position < m_bytes.size(); ++position) {
+    for (const int change : {0x01, 0xFF}) {
+      std::string bytes = m_bytes;
+      bytes[position] = static_cast<char>(bytes[position] ^ change);
+      CheckWith(bytes, "byte " + std::to_string(position) + " xor " + std::to_string(change));
+    }
+  }
+  EXPECT_GT(m_counts["Damaged"], 50U);
+  EXPECT_GT(m_counts["heads Damaged"], 200U);
+  EXPECT_GT(m_counts["object Damaged"], 100U);
+  EXPECT_GT(m_counts["object other bytes"], 5000U);
+}
+
+TEST_F(SqliteDamage, AnyMissingEndGivesWhatWasSavedOrAnError) {
+  for (std::size_t size = 1; size < m_bytes.size(); ++size) {
+    CheckWith(m_bytes.substr(0, size), "the first " + std::to_string(size) + " bytes");
+  }
+  EXPECT_GT(m_counts["Damaged"] + m_counts["heads Damaged"] + m_counts["object Damaged"], 5000U);
+}
+
+}  // namespace
+}  // namespace TalVcs::Kit
