@@ -113,15 +113,13 @@ def times(value):
     return "" if value is None else f"{value:.2f}"
 
 
-def print_table(header, rows):
-    print("| " + " | ".join(header) + " |")
-    print("|---" + "|---:" * (len(header) - 1) + "|")
-    for row in rows:
-        print("| " + " | ".join(row) + " |")
-    print()
+def table_lines(header, rows):
+    lines = [header, ["---"] + ["---:"] * (len(header) - 1), *rows]
+    return "\n".join("| " + " | ".join(line) + " |" for line in lines) + "\n"
 
 
 def compare(folder, rounds, pattern):
+    """Returns the tables of times and memory as text."""
     programs = {
         "ours": (folder / "talvcs_bench", ""),
         "floor": (folder / "talvcs_bench_floor", ""),
@@ -143,8 +141,8 @@ def compare(folder, rounds, pattern):
         line += [times(ratio(of["ours"], of["floor"])), times(goal),
                  times(ratio(of["ours"], of["peer"]))]
         table.append(line)
-    print_table(["workload", "unit", "TalVcs", "floor", "floor, kept", "libgit2", "TalVcs / floor",
-                 "goal", "TalVcs / libgit2"], table)
+    speed = table_lines(["workload", "unit", "TalVcs", "floor", "floor, kept", "libgit2",
+                         "TalVcs / floor", "goal", "TalVcs / libgit2"], table)
 
     table = []
     for title, name, figure, unit, goal in memory_rows:
@@ -152,10 +150,13 @@ def compare(folder, rounds, pattern):
         table.append([title, unit if figure == "peak_MiB" else unit + " an object",
                       number(median(of["ours"], figure)), number(goal),
                       number(median(of["peer"], figure))])
-    print_table(["memory", "unit", "TalVcs", "goal", "libgit2"], table)
+    memory = table_lines(["memory", "unit", "TalVcs", "goal", "libgit2"], table)
+    return [speed, memory]
 
 
 def grow(folder, rounds, pattern):
+    """Returns a table for each workload of `GROWTH` as text."""
+    tables = []
     program = folder / "talvcs_bench"
     for title, name, sizes in GROWTH:
         if not re.search(pattern, name):
@@ -173,8 +174,8 @@ def grow(folder, rounds, pattern):
         header = ["size", "ms", "µs an operation"]
         if "objects" in ours[0]:
             header += ["heap bytes an object", "peak MiB"]
-        print(f"{title}:\n")
-        print_table(header, table)
+        tables.append(f"{title}:\n\n{table_lines(header, table)}")
+    return tables
 
 
 def main():
@@ -183,8 +184,13 @@ def main():
     parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--filter", default="", help="regular expression for workload names")
     parser.add_argument("--growth", action="store_true", help="show costs over sizes instead")
+    parser.add_argument("--output", type=pathlib.Path, help="write the tables to this file too")
     options = parser.parse_args()
-    (grow if options.growth else compare)(options.folder, options.rounds, options.filter)
+    measure_all = grow if options.growth else compare
+    tables = "\n".join(measure_all(options.folder, options.rounds, options.filter))
+    print(tables)
+    if options.output:
+        options.output.write_text(tables, encoding="utf-8")
 
 
 if __name__ == "__main__":

@@ -1,15 +1,19 @@
 include(GoogleTest)
 
-# talvcs_add_gtest(<name> LIBRARIES <library>... [LABELS <label>...] SOURCES <file>...): a GoogleTest
+# talvcs_test_program_settings(<target> <library>...): a program of GoogleTest's tests, with what the
+# tests share.
+function(talvcs_test_program_settings target)
+  talvcs_target_settings(${target})
+  target_link_libraries(${target} PRIVATE talvcs_test_support ${ARGN} GTest::gmock_main)
+  target_precompile_headers(${target} REUSE_FROM talvcs_test_support)
+endfunction()
+
+# talvcs_add_gtest(<name> LIBRARIES <library>... [LABELS <label>...] [SOURCES <file>...]): a GoogleTest
 # program, each of whose tests is a test of CTest.
 function(talvcs_add_gtest name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LABELS;LIBRARIES;SOURCES")
   add_executable(${name} ${arg_SOURCES})
-  talvcs_target_settings(${name})
-  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
-  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock_main)
-  # Reading GoogleTest's header takes longer than all else in a test's source.
-  target_precompile_headers(${name} PRIVATE <gtest/gtest.h>)
+  talvcs_test_program_settings(${name} ${arg_LIBRARIES})
   if(TALVCS_PLATFORM)
     talvcs_add_platform_test(${name})
   else()

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tests/model/twins.h>
+#include <tests/model/driver/twins.h>
 
 namespace Fuzz {
 

@@ -5,7 +5,7 @@
 #include "streams.h"
 #include "target.h"
 
-#include <tests/model/comparison.h>
+#include <tests/model/driver/comparison.h>
 #include <tests/support/bytes.h>
 
 #include <optional>

@@ -13,7 +13,7 @@
 #include <kit/directory_store.h>
 #include <kit/internal/store_access.h>
 #include <kit/text.h>
-#include <tests/model/twins.h>
+#include <tests/model/driver/twins.h>
 #include <tests/support/bytes.h>
 
 #include <memory>

@@ -5,8 +5,8 @@
 #include "streams.h"
 #include "target.h"
 
-#include <tests/model/comparison.h>
-#include <tests/model/map_store.h>
+#include <tests/model/driver/comparison.h>
+#include <tests/model/driver/map_store.h>
 
 #include <map>
 #include <utility>

@@ -3,7 +3,7 @@
 
 #include "target.h"
 
-#include <tests/model/run.h>
+#include <tests/model/driver/run.h>
 
 #include <cstdio>
 

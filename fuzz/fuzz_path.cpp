@@ -10,7 +10,7 @@
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/foundation/string_conversion.h>
 #include <talvcs/persistence/path_builder.h>
-#include <tests/model/comparison.h>
+#include <tests/model/driver/comparison.h>
 #include <tests/support/objects.h>
 
 #include <limits>

@@ -10,7 +10,7 @@
 #include "streams.h"
 #include "target.h"
 
-#include <tests/model/comparison.h>
+#include <tests/model/driver/comparison.h>
 #include <tests/support/objects.h>
 
 #include <optional>

@@ -6,7 +6,7 @@
 #include <kit/text.h>
 #include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/string_conversion.h>
-#include <tests/model/twins.h>
+#include <tests/model/driver/twins.h>
 
 #include <string>
 #include <string_view>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tests/model/model_store.h>
+#include <tests/model/plain/store.h>
 
 #include <optional>
 #include <vector>

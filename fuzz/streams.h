@@ -2,7 +2,7 @@
 
 #include "input.h"
 
-#include <tests/model/model_store.h>
+#include <tests/model/plain/store.h>
 
 #include <string>
 #include <vector>

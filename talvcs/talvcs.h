@@ -24,5 +24,7 @@
 #include <talvcs/repository/irepository.h>
 #include <talvcs/repository/repository.h>
 #include <talvcs/storage/mem_objects_storage.h>
+#include <talvcs/storage/object_reader.h>
 #include <talvcs/storage/objects_storage.h>
+#include <talvcs/storage/on_demand_storage.h>
 #include <talvcs/version.h>

@@ -42,18 +42,18 @@ struct ChangedNames {
 
   ChangedNames(const cow_ptr<Tree>& root, const cow_ptr<Tree>& side) {
     const auto visit = [this](auto name, const NamedEntries& of_root, const NamedEntries& of_side) {
-      if (EntriesDiffer(EntryKind::kBlob, of_root, of_side)) blobs.push_back(name);
-      if (EntriesDiffer(EntryKind::kTree, of_root, of_side)) trees.push_back(name);
+      if (EntriesDiffer(EntryKind::Blob, of_root, of_side)) blobs.push_back(name);
+      if (EntriesDiffer(EntryKind::Tree, of_root, of_side)) trees.push_back(name);
     };
     VisitUnsharedNames(EntriesOf(root), EntriesOf(side), visit);
   }
 };
 
 NamedEntries EntriesUnder(const cow_ptr<Tree>& tree, TalStringViewT<WideChar> name) {
-  const TreeEntries* list = EntriesOf(tree);
-  return {TreeEntries::Find(list, name, EntryKind::kBlob),
-          TreeEntries::Find(list, name, EntryKind::kTree)};
+  return EntriesUnder(EntriesOf(tree), name);
 }
+
+bool SameTree(const Tree& a, const Tree& b) { return &a == &b || a.GetId() == b.GetId(); }
 
 DiffPartition PartitionDiffs(EntryKind stage, const MergeTrees& trees,
                              const std::vector<TalStringViewT<WideChar>>& left_changed,
@@ -67,19 +67,19 @@ DiffPartition PartitionDiffs(EntryKind stage, const MergeTrees& trees,
   for (const auto& name : names) {
     switch (DecideEntry(stage, EntriesUnder(trees.root, name), EntriesUnder(trees.left, name),
                         EntriesUnder(trees.right, name))) {
-      case EntryDecision::kConflict:
+      case EntryDecision::Conflict:
         partition.conflicts.emplace_back(name);
         break;
-      case EntryDecision::kTakeSame:
+      case EntryDecision::TakeSame:
         partition.same_on_both.emplace_back(name);
         break;
-      case EntryDecision::kTakeLeft:
+      case EntryDecision::TakeLeft:
         partition.left_only.emplace_back(name);
         break;
-      case EntryDecision::kTakeRight:
+      case EntryDecision::TakeRight:
         partition.right_only.emplace_back(name);
         break;
-      case EntryDecision::kKeepRoot:
+      case EntryDecision::KeepRoot:
         break;
     }
   }
@@ -128,7 +128,7 @@ class TreeMerge {
   std::optional<cow_ptr<Tree>> Enter(const MergeTrees& trees, const Resolvers& resolvers,
                                      std::vector<Level>& levels) {
     if (!trees.left && !trees.right) return cow_ptr<Tree>();
-    if (trees.left && trees.right && SameObject(trees.left.get(), trees.right.get())) {
+    if (trees.left && trees.right && SameTree(*trees.left, *trees.right)) {
       return trees.left;
     }
     Level level{trees, resolvers, nullptr, {}, 0};
@@ -166,7 +166,7 @@ class TreeMerge {
     const ChangedNames left(trees.root, trees.left);
     const ChangedNames right(trees.root, trees.right);
     level.result = trees.root;
-    const DiffPartition blobs = PartitionDiffs(EntryKind::kBlob, trees, left.blobs, right.blobs);
+    const DiffPartition blobs = PartitionDiffs(EntryKind::Blob, trees, left.blobs, right.blobs);
     for (const Name& name : blobs.conflicts) {
       switch (AskForBlob(level.resolvers.blobResolver, name)) {
         case ConflictChoice::Left:
@@ -182,10 +182,24 @@ class TreeMerge {
       }
     }
     ApplyPartition(level.result, trees, blobs);
-    DiffPartition subtrees = PartitionDiffs(EntryKind::kTree, trees, left.trees, right.trees);
+    DiffPartition subtrees = PartitionDiffs(EntryKind::Tree, trees, left.trees, right.trees);
     ApplyPartition(level.result, trees, subtrees);
     level.subtree_conflicts = std::move(subtrees.conflicts);
+    ExpectSubtrees(trees, level.subtree_conflicts);
     return true;
+  }
+
+  // One read of the store serves all subtrees in conflict.
+  static void ExpectSubtrees(const MergeTrees& trees, const Names& names) {
+    std::vector<EntryRef> absent;
+    for (const cow_ptr<Tree>* tree : {&trees.left, &trees.root, &trees.right}) {
+      const TreeEntries* list = EntriesOf(*tree);
+      if (list == nullptr || list->Source() == nullptr) continue;
+      for (const Name& name : names) {
+        absent.push_back(TreeEntries::Find(list, name, EntryKind::Tree));
+      }
+    }
+    if (!absent.empty()) ExpectTrees(absent);
   }
 
   void ApplyPartition(cow_ptr<Tree>& result, const MergeTrees& trees,
@@ -200,16 +214,20 @@ class TreeMerge {
   void TakeEntry(cow_ptr<Tree>& result, const cow_ptr<Tree>& source, const Name& name) {
     const NamedEntries present = EntriesUnder(result, name);
     const NamedEntries wanted = EntriesUnder(source, name);
-    const bool blob = wanted.BlobObject() != nullptr;
-    const bool tree = !blob && wanted.TreeObject() != nullptr;
+    const bool blob = wanted.Blob().HasObject();
+    const bool tree = !blob && wanted.Tree().HasObject();
     Tree& target = *result.write();
-    if ((present.blob != nullptr && !blob) || (present.tree != nullptr && !tree)) {
+    if ((present.Blob() && !blob) || (present.Tree() && !tree)) {
       target.RemoveObject(&m_repository, name);
     }
-    if (blob) {
-      target.AddBlob(&m_repository, name, static_cast<const Blob&>(*wanted.BlobObject()));
-    } else if (tree) {
-      target.AddTree(&m_repository, name, *wanted.TreeObject());
+    if (!blob && !tree) return;
+    const EntryRef& entry = wanted.Local();
+    if (entry.IsAbsent()) {
+      TreeAccess::SetLike(target, entry);
+    } else if (blob) {
+      target.AddBlob(&m_repository, name, static_cast<const Blob&>(*entry.Present()));
+    } else {
+      target.AddTree(&m_repository, name, static_cast<const Tree&>(*entry.Present()));
     }
   }
 

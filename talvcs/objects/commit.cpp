@@ -1,6 +1,7 @@
 #include <talvcs/objects/commit.h>
 
 #include <talvcs/objects/internal/commit_access.h>
+#include <talvcs/objects/internal/in_hand.h>
 #include <talvcs/repository/irepository.h>
 
 #include <utility>
@@ -15,6 +16,7 @@ Commit::Commit(IRepository* repository, bool amend)
 Commit::Commit(cow_ptr<Commit> head, bool amend) : m_isAmend(amend) {
   if (head) {
     m_tree = head->m_tree;
+    m_isTreeAbsent = head->m_isTreeAbsent;
     m_parent = amend ? head->m_parent : head;
     if (amend) ResetPropertiesForAmend(*head);
   }
@@ -25,7 +27,7 @@ Commit::Commit(const Commit& other) = default;
 
 // The source keeps its caches, as the base class has copies only.
 Commit::Commit(Commit&& other)
-    : Object((other.KeepAllCaches(), other)),
+    : Object((other.CompleteAllCaches(), other)),
       m_tree(std::move(other.m_tree)),
       m_parent(std::move(other.m_parent)),
       m_description(std::move(other.m_description)),
@@ -34,6 +36,7 @@ Commit::Commit(Commit&& other)
       m_commitTime(other.m_commitTime),
       m_commitTimezoneBias(other.m_commitTimezoneBias),
       m_isAmend(other.m_isAmend),
+      m_isTreeAbsent(std::exchange(other.m_isTreeAbsent, false)),
       m_data(std::move(other.m_data)) {}
 
 // In both assignments the old parent ends last: it may be what keeps `other` alive.
@@ -43,6 +46,7 @@ Commit& Commit::operator=(const Commit& other) {
   m_data = other.m_data;
   const cow_ptr<Commit> old_parent = std::exchange(m_parent, other.m_parent);
   m_tree = other.m_tree;
+  m_isTreeAbsent = other.m_isTreeAbsent;
   m_description = other.m_description;
   m_authorName = other.m_authorName;
   m_authorEmail = other.m_authorEmail;
@@ -54,9 +58,10 @@ Commit& Commit::operator=(const Commit& other) {
 
 Commit& Commit::operator=(Commit&& other) {
   if (this == &other) return *this;
-  other.KeepAllCaches();
+  other.CompleteAllCaches();
   Object::operator=(other);
   m_tree = std::move(other.m_tree);
+  m_isTreeAbsent = std::exchange(other.m_isTreeAbsent, false);
   const cow_ptr<Commit> old_parent = std::exchange(m_parent, std::move(other.m_parent));
   m_description = std::move(other.m_description);
   m_authorName = std::move(other.m_authorName);
@@ -125,10 +130,12 @@ void Commit::SetCommitTimezoneBias(const TimeDelta& bias) {
 }
 
 cow_ptr<Blob> Commit::GetBlob(TalStringViewT<WideChar> path) const {
+  if (m_isTreeAbsent) OpenTree();
   return m_tree ? m_tree->GetBlob(path) : nullptr;
 }
 
 cow_ptr<CommitTree> Commit::GetTree(TalStringViewT<WideChar> path) const {
+  if (m_isTreeAbsent) OpenTree();
   cow_ptr<Tree> found = m_tree ? m_tree->GetTree(path) : nullptr;
   if (!found) return nullptr;
   cow_ptr<CommitTree> handle;
@@ -140,7 +147,8 @@ bool Commit::HasRoot() const noexcept { return m_tree && m_tree->GetRoot(); }
 
 cow_ptr<Blob> Commit::AddBlob(IRepository* repository, TalStringViewT<WideChar> path,
                               const Blob& blob) {
-  if (!HasRoot()) KeepAllCaches();
+  if (m_isTreeAbsent) OpenTree();
+  if (!HasRoot()) CompleteAllCaches();
   cow_ptr<Blob> added = m_tree.write()->AddBlob(repository, path, blob);
   if (added) FinishEdit(repository);
   return added;
@@ -148,21 +156,24 @@ cow_ptr<Blob> Commit::AddBlob(IRepository* repository, TalStringViewT<WideChar> 
 
 cow_ptr<Object> Commit::AddObject(IRepository* repository, TalStringViewT<WideChar> path,
                                   const Id& id) {
-  if (!HasRoot()) KeepAllCaches();
+  if (m_isTreeAbsent) OpenTree();
+  if (!HasRoot()) CompleteAllCaches();
   cow_ptr<Object> added = m_tree.write()->AddObject(repository, path, id);
   if (added) FinishEdit(repository);
   return added;
 }
 
 bool Commit::RemoveObject(IRepository* repository, TalStringViewT<WideChar> path) {
+  if (m_isTreeAbsent) OpenTree();
   if (!m_tree || !m_tree.write()->RemoveObject(repository, path)) return false;
   FinishEdit(repository);
   return true;
 }
 
 void Commit::ReplaceRoot(IRepository* repository, cow_ptr<Tree> tree) {
-  KeepAllCaches();
+  CompleteAllCaches();
   m_tree.write()->ReplaceRoot(repository, std::move(tree));
+  m_isTreeAbsent = false;
   RebuildTree(repository);
 }
 
@@ -177,6 +188,7 @@ void Commit::FinishEdit(IRepository* repository) {
 void Commit::RebuildTree(IRepository* repository) {
   const Id id = m_tree ? m_tree->GetRootId() : Id();
   if (repository == nullptr) return;
+  const LookUpInHand in_hand;
   cow_ptr<Tree> stored = repository->GetTreeFromStorage(id);
   if (!stored) {
     cow_ptr<Tree> root = m_tree ? m_tree->GetRoot() : nullptr;

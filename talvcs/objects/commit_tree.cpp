@@ -1,4 +1,5 @@
 #include <talvcs/objects/commit_tree.h>
+#include <talvcs/objects/internal/in_hand.h>
 
 #include <talvcs/repository/irepository.h>
 
@@ -35,6 +36,7 @@ Id CommitTree::GetRootId() const { return m_root ? m_root->GetId() : Id(); }
 
 void CommitTree::ReplaceRoot(IRepository* repository, cow_ptr<Tree> tree) {
   if (repository != nullptr && tree) {
+    const LookUpInHand in_hand;
     if (cow_ptr<Tree> stored = repository->GetTreeFromStorage(tree->GetId())) {
       tree = std::move(stored);
     }

@@ -39,7 +39,12 @@ void CollectBlobPaths(const Tree& top, PathText prefix, Paths& paths) {
     EntryCursor cursor;
     std::size_t prefix_length;
   };
-  std::vector<Level> levels{{EntryCursor(TreeAccess::Entries(top)), prefix.size()}};
+  std::vector<Level> levels;
+  const auto enter = [&](const TreeEntries* list) {
+    if (list != nullptr) list->ExpectSubtrees();
+    levels.push_back({EntryCursor(list), prefix.size()});
+  };
+  enter(TreeAccess::Entries(top));
   while (!levels.empty()) {
     Level& level = levels.back();
     prefix.resize(level.prefix_length);
@@ -49,10 +54,10 @@ void CollectBlobPaths(const Tree& top, PathText prefix, Paths& paths) {
     }
     const TalStringViewT<WideChar> name = level.cursor.Name();
     const NamedEntries entries = level.cursor.Take();
-    if (entries.BlobObject() != nullptr) paths.push_back(Joined(prefix, name));
-    if (const Tree* below = entries.TreeObject()) {
+    if (entries.Blob().HasObject()) paths.push_back(Joined(prefix, name));
+    if (const Tree* below = OpenTree(entries.Tree())) {
       Descend(prefix, name);
-      levels.push_back({EntryCursor(TreeAccess::Entries(*below)), prefix.size()});
+      enter(TreeAccess::Entries(*below));
     }
   }
 }
@@ -61,7 +66,7 @@ Paths LocalNames(const TreeEntries* list, EntryKind kind) {
   Paths names;
   for (EntryCursor cursor(list); !cursor.AtEnd();) {
     const TalStringViewT<WideChar> name = cursor.Name();
-    if (cursor.Take().OfKind(kind) != nullptr) names.emplace_back(name);
+    if (cursor.Take().OfKind(kind).HasObject()) names.emplace_back(name);
   }
   return names;
 }
@@ -82,36 +87,80 @@ struct DiffTask {
   const Tree* b;
 };
 
-/// Appends the paths that differ in the two directories, and the pairs of subdirectories to compare
-/// to `tasks`. A directory on one side only is listed at once.
-void DiffDirectories(const DiffTask& task, Paths& paths, std::vector<DiffTask>& tasks) {
-  PathText prefix = task.prefix;
-  const auto visit = [&](auto name, const NamedEntries& of_a, const NamedEntries& of_b) {
-    if (EntriesDiffer(EntryKind::kBlob, of_a, of_b)) paths.push_back(Joined(prefix, name));
-    if (!EntriesDiffer(EntryKind::kTree, of_a, of_b)) return;
-    const Tree* a = of_a.TreeObject();
-    const Tree* b = of_b.TreeObject();
-    PathText below = prefix;
-    Descend(below, name);
+/// Compares directories pair by pair; a directory on one side only is listed at once.
+class DirectoryDiff {
+ public:
+  Paths Run(const Tree& a, const Tree& b) {
+    m_tasks.push_back({{}, &a, &b});
+    while (!m_tasks.empty()) {
+      const DiffTask task = std::move(m_tasks.back());
+      m_tasks.pop_back();
+      CompareEntries(task);
+      OpenPending();
+    }
+    SortOnce(m_paths);
+    return std::move(m_paths);
+  }
+
+ private:
+  /// Subdirectories that differ and of which one at least is absent.
+  struct PendingPair {
+    PathText prefix;
+    EntryRef a;
+    EntryRef b;
+  };
+
+  void CompareEntries(const DiffTask& task) {
+    PathText prefix = task.prefix;
+    const auto visit = [&](auto name, const NamedEntries& of_a, const NamedEntries& of_b) {
+      if (EntriesDiffer(EntryKind::Blob, of_a, of_b)) m_paths.push_back(Joined(prefix, name));
+      if (!EntriesDiffer(EntryKind::Tree, of_a, of_b)) return;
+      PathText below = prefix;
+      Descend(below, name);
+      if (of_a.Tree().IsAbsent() || of_b.Tree().IsAbsent()) {
+        m_pending.push_back({std::move(below), of_a.Tree(), of_b.Tree()});
+      } else {
+        Enter(std::move(below), OpenTree(of_a.Tree()), OpenTree(of_b.Tree()));
+      }
+    };
+    VisitUnsharedNames(TreeAccess::Entries(*task.a), TreeAccess::Entries(*task.b), visit);
+  }
+
+  // One read of the store serves all pairs of a directory.
+  void OpenPending() {
+    if (m_pending.empty()) return;
+    std::vector<EntryRef> wanted;
+    for (const PendingPair& pair : m_pending) wanted.insert(wanted.end(), {pair.a, pair.b});
+    ExpectTrees(wanted);
+    for (PendingPair& pair : m_pending) {
+      Enter(std::move(pair.prefix), OpenTree(pair.a), OpenTree(pair.b));
+    }
+    m_pending.clear();
+  }
+
+  void Enter(PathText below, const Tree* a, const Tree* b) {
     if (a != nullptr && b != nullptr) {
-      tasks.push_back({std::move(below), a, b});
+      m_tasks.push_back({std::move(below), a, b});
       TalUtils::PrefetchRange(TreeAccess::Entries(*a), TalUtils::kPrefetchedHead);
       TalUtils::PrefetchRange(TreeAccess::Entries(*b), TalUtils::kPrefetchedHead);
     } else if (const Tree* only = a != nullptr ? a : b) {
-      CollectBlobPaths(*only, std::move(below), paths);
+      CollectBlobPaths(*only, std::move(below), m_paths);
     }
-  };
-  VisitUnsharedNames(TreeAccess::Entries(*task.a), TreeAccess::Entries(*task.b), visit);
-}
+  }
+
+  std::vector<DiffTask> m_tasks;
+  std::vector<PendingPair> m_pending;
+  Paths m_paths;
+};
 
 }  // namespace
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalBlobPaths() const {
-  return LocalNames(m_entries, EntryKind::kBlob);
+  return LocalNames(m_entries, EntryKind::Blob);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalSubtreePaths() const {
-  return LocalNames(m_entries, EntryKind::kTree);
+  return LocalNames(m_entries, EntryKind::Tree);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalObjectPaths() const {
@@ -129,24 +178,16 @@ std::vector<TalStringT<WideChar>> Tree::GetDeepBlobPaths() const {
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalBlobDiffs(cow_ptr<Tree> other) const {
-  return LocalDiffs(m_entries, other.get(), EntryKind::kBlob);
+  return LocalDiffs(m_entries, other.get(), EntryKind::Blob);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalTreeDiffs(cow_ptr<Tree> other) const {
-  return LocalDiffs(m_entries, other.get(), EntryKind::kTree);
+  return LocalDiffs(m_entries, other.get(), EntryKind::Tree);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetDeepBlobDiffs(cow_ptr<Tree> other) const {
   if (!other) return GetDeepBlobPaths();
-  Paths paths;
-  std::vector<DiffTask> tasks{{{}, this, other.get()}};
-  while (!tasks.empty()) {
-    const DiffTask task = std::move(tasks.back());
-    tasks.pop_back();
-    DiffDirectories(task, paths, tasks);
-  }
-  SortOnce(paths);
-  return paths;
+  return DirectoryDiff().Run(*this, *other);
 }
 
 }  // namespace TalVcs

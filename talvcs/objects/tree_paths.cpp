@@ -1,5 +1,6 @@
-#include <talvcs/directory/internal/tree_entries.h>
+#include <talvcs/directory/internal/tree_walk.h>
 #include <talvcs/foundation/helpers.h>
+#include <talvcs/objects/internal/in_hand.h>
 #include <talvcs/objects/tree.h>
 #include <talvcs/repository/irepository.h>
 
@@ -26,11 +27,12 @@ cow_ptr<Tree> FindStored(const IRepository& repository, const Tree& tree) {
   return repository.GetTreeFromStorage(tree.GetId());
 }
 
-EntryKind KindOf(const Blob&) { return EntryKind::kBlob; }
-EntryKind KindOf(const Tree&) { return EntryKind::kTree; }
+EntryKind KindOf(const Blob&) { return EntryKind::Blob; }
+EntryKind KindOf(const Tree&) { return EntryKind::Tree; }
 
 template <class T>
 cow_ptr<T> Store(IRepository& repository, const T& object) {
+  const LookUpInHand in_hand;
   cow_ptr<T> held = FindStored(repository, object);
   if (!held) held = TalUtils::cow_factory<T>::copy(object);
   return repository.SyncWithStorage(std::move(held));
@@ -38,6 +40,7 @@ cow_ptr<T> Store(IRepository& repository, const T& object) {
 
 // The caller holds the tree alone, so it may enter the storage itself.
 cow_ptr<Tree> StoreOwn(IRepository& repository, cow_ptr<Tree> tree) {
+  const LookUpInHand in_hand;
   cow_ptr<Tree> stored = FindStored(repository, *tree);
   return repository.SyncWithStorage(stored ? std::move(stored) : std::move(tree));
 }
@@ -123,7 +126,7 @@ void Tree::StoreDirectories(IRepository& repository, Components directories,
     opened.pop_back();
     const cow_ptr<Tree> stored = StoreOwn(repository, std::move(changed));
     Tree& above = opened.empty() ? *this : *opened.back().write();
-    above.SetEntry(directories[opened.size()], EntryKind::kTree, stored);
+    above.SetEntry(directories[opened.size()], EntryKind::Tree, stored);
   }
 }
 
@@ -138,18 +141,16 @@ void Tree::EraseEntries(TalStringViewT<WideChar> name) {
 }
 
 bool Tree::LocalObjectExists(TalStringViewT<WideChar> name) const noexcept {
-  return TreeEntries::Find(m_entries, name, EntryKind::kBlob) != nullptr ||
-         TreeEntries::Find(m_entries, name, EntryKind::kTree) != nullptr;
+  return TreeEntries::Find(m_entries, name, EntryKind::Blob) ||
+         TreeEntries::Find(m_entries, name, EntryKind::Tree);
 }
 
 cow_ptr<Blob> Tree::GetLocalBlob(TalStringViewT<WideChar> name) const {
-  const cow_ptr<Object>* found = TreeEntries::Find(m_entries, name, EntryKind::kBlob);
-  return found == nullptr ? nullptr : found->as<Blob>();
+  return TreeEntries::Find(m_entries, name, EntryKind::Blob).Open().as<Blob>();
 }
 
 cow_ptr<Tree> Tree::GetLocalTree(TalStringViewT<WideChar> name) const {
-  const cow_ptr<Object>* found = TreeEntries::Find(m_entries, name, EntryKind::kTree);
-  return found == nullptr ? nullptr : found->as<Tree>();
+  return TreeEntries::Find(m_entries, name, EntryKind::Tree).Open().as<Tree>();
 }
 
 cow_ptr<Object> Tree::GetLocalObject(TalStringViewT<WideChar> name) const {
@@ -158,12 +159,11 @@ cow_ptr<Object> Tree::GetLocalObject(TalStringViewT<WideChar> name) const {
 }
 
 // Returns the tree at the path, which its holder keeps, or null; this tree for an empty path.
-const Tree* Tree::FindTree(Components components) const noexcept {
+const Tree* Tree::FindTree(Components components) const {
   const Tree* at = this;
   for (const auto& name : components) {
-    const cow_ptr<Object>* found = TreeEntries::Find(at->m_entries, name, EntryKind::kTree);
-    if (found == nullptr || !*found) return nullptr;
-    at = static_cast<const Tree*>(found->get());
+    at = OpenTree(TreeEntries::Find(at->m_entries, name, EntryKind::Tree));
+    if (at == nullptr) return nullptr;
   }
   return at;
 }
@@ -198,10 +198,15 @@ cow_ptr<Object> Tree::GetDeepObject(TalStringViewT<WideChar> path) const {
   return GetDeepObject(Components(Helpers::SplitVcsPath(path)));
 }
 
+// The last component's id stands in its record, so nothing is read for it.
 std::optional<Id> Tree::GetIdByPath(TalStringViewT<WideChar> path) const {
-  const cow_ptr<Object> found = GetDeepObject(path);
-  if (!found) return std::nullopt;
-  return found->GetId();
+  const auto components = Helpers::SplitVcsPath(path);
+  if (components.empty()) return std::nullopt;
+  const Tree* holder = FindTree(Components(components).without_last(1));
+  if (holder == nullptr) return std::nullopt;
+  const NamedEntries entries = EntriesUnder(holder->m_entries, components.back());
+  if (!entries.Local().HasObject()) return std::nullopt;
+  return IdOf(entries.Local());
 }
 
 }  // namespace TalVcs

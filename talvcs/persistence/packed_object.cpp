@@ -31,7 +31,7 @@ bool VisitTree(std::string_view records, Visit visit) {
   if (!IsTreeList(records)) return false;
   TreeReader reader(records);
   for (TreeRecord record; reader.Next(record);) {
-    const bool blob = record.kind == EntryKind::kBlob;
+    const bool blob = record.kind == EntryKind::Blob;
     visit({blob ? ObjectType::Blob : ObjectType::Tree, IdOf(record.id), record.name});
   }
   return true;

@@ -1,9 +1,11 @@
 #include <talvcs/persistence/serializer.h>
 
-#include <talvcs/format/internal/packed_writer.h>
+#include <talvcs/persistence/internal/packed_writer.h>
 #include <talvcs/foundation/helpers.h>
+#include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/foundation/internal/prefetch.h>
 #include <talvcs/objects/internal/tree_access.h>
+#include <talvcs/storage/on_demand_storage.h>
 
 // object := packed                       the packed form of a commit, a blob or a tree
 // ref    := id                           64 hexadecimal characters, no line end
@@ -18,11 +20,19 @@ Buffer Share(const T& object) {
 }
 const Buffer& Share(const Buffer& bytes) { return bytes; }
 
-void PrefetchContent(const Blob& blob) { blob.GetData().Prefetch(); }
+// The data of a class of the host's would be asked for out of turn.
+void PrefetchContent(const Blob& blob) {
+  if (TalUtils::IsExactly<Blob>(blob)) blob.GetData().Prefetch();
+}
 void PrefetchContent(const Tree& tree) {
   TalUtils::PrefetchRange(TreeAccess::Entries(tree), TalUtils::kPrefetchedHead);
 }
 void PrefetchContent(const Commit&) {}
+
+/// True for a storage whose tables hold what is new alone.
+bool IsOnDemand(const IObjectsStorage* storage) {
+  return storage != nullptr && dynamic_cast<const OnDemandStorage*>(storage) != nullptr;
+}
 
 /// Walks a table in front of the save, and has the memory fetched that will be read: first the
 /// objects, a few steps later what they point to.
@@ -69,6 +79,7 @@ Serializer::Serializer(IBlobWriter* blobWriter, const TalStringT<WideChar>& root
 Serializer::~Serializer() = default;
 
 bool Serializer::Serialize(const IObjectsStorage* storage) {
+  if (IsOnDemand(storage)) return false;
   CleanUpStorage();
   if (storage == nullptr) return true;
   bool complete = SerializeObjects(storage->GetCommits());

@@ -126,7 +126,9 @@ cow_ptr<Commit> Repository::GetCommonBase(cow_ptr<Commit> first, cow_ptr<Commit>
   const auto same = [&](std::size_t of_first, std::size_t of_second) {
     const cow_ptr<Commit>& a = first_walker.At(of_first);
     const cow_ptr<Commit>& b = second_walker.At(of_second);
-    return a == b || CommitAccess::GetId(*a) == CommitAccess::GetId(*b);
+    if (a == b) return true;
+    const Id& id_of_a = CommitAccess::GetId(*a);
+    return id_of_a == CommitAccess::GetId(*b);
   };
   auto [of_first, of_second] = WalkUntilMeeting(first_walker, second_walker);
   if (!same(of_first, of_second)) return nullptr;

@@ -2,6 +2,7 @@
 #include <talvcs/objects/internal/commit_access.h>
 #include <talvcs/repository/repository.h>
 #include <talvcs/storage/mem_objects_storage.h>
+#include <talvcs/storage/on_demand_storage.h>
 
 #include <unordered_map>
 #include <utility>
@@ -20,13 +21,18 @@ namespace {
 
 using BranchNames = std::vector<TalStringT<WideChar>>;
 
+bool IsOwnStorage(const IObjectsStorage& storage) {
+  return TalUtils::IsExactly<MemObjectsStorage>(storage) ||
+         TalUtils::IsExactly<OnDemandStorage>(storage);
+}
+
 /// Tells which branches stand on a commit. A host's storage is asked for each. The library's own
 /// one would look at every branch each time, so its branches are sorted by their heads' instances
 /// first.
 class BranchFinder {
  public:
   explicit BranchFinder(const IObjectsStorage& storage)
-      : m_storage(storage), m_isSorted(TalUtils::IsExactly<MemObjectsStorage>(storage)) {
+      : m_storage(storage), m_isSorted(IsOwnStorage(storage)) {
     if (!m_isSorted) return;
     for (const auto& [name, head] : storage.GetRefs()) {
       if (head) m_branches[head.get()].push_back(name);
@@ -50,6 +56,9 @@ class BranchFinder {
 bool Repository::DeleteCommits(cow_ptr<Commit> commit) {
   if (m_storage == nullptr) return false;
   if (!commit || !CommitAccess::Parent(*commit)) return true;
+  // All of the history is read before anything goes, so that a link that can't be followed leaves
+  // everything in place.
+  for (const Commit* at = commit.get(); at != nullptr;) at = CommitAccess::Parent(*at).get();
   std::vector<cow_ptr<Commit>> kept;
   std::vector<BranchNames> branches_of_kept;
   const BranchFinder branches(*m_storage);

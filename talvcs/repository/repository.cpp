@@ -1,3 +1,4 @@
+#include <talvcs/objects/internal/in_hand.h>
 #include <talvcs/repository/repository.h>
 
 #include <utility>
@@ -45,6 +46,7 @@ cow_ptr<Commit> Repository::DoCommit(Commit& commit) {
   const Time now = Time::FromTimeT(Time::Now().ToTimeT());
   commit.SetCommitTime(now);
   commit.SetCommitTimezoneBias(TalUtils::DateTime::GetCurrentTimezoneBias(now));
+  const LookUpInHand in_hand;
   cow_ptr<Commit> stored = self.GetCommitFromStorage(commit.GetId());
   if (!stored) {
     stored = self.SyncWithStorage(cow_ptr<Commit>(TalUtils::cow_factory<Commit>::copy(commit)));
@@ -79,6 +81,7 @@ cow_ptr<Blob> Repository::GetBlobFromStorage(const Id& id) const {
 
 cow_ptr<Blob> Repository::SyncWithStorage(cow_ptr<Blob> blob) {
   if (!blob) return blob;
+  const LookUpInHand in_hand;
   const IRepository& self = *this;
   if (cow_ptr<Blob> stored = self.GetBlobFromStorage(blob->GetId())) return stored;
   AddBlobToStorage(blob);
@@ -87,6 +90,7 @@ cow_ptr<Blob> Repository::SyncWithStorage(cow_ptr<Blob> blob) {
 
 cow_ptr<Tree> Repository::SyncWithStorage(cow_ptr<Tree> tree) {
   if (!tree) return tree;
+  const LookUpInHand in_hand;
   const IRepository& self = *this;
   if (cow_ptr<Tree> stored = self.GetTreeFromStorage(tree->GetId())) return stored;
   AddTreeToStorage(tree);
@@ -95,6 +99,7 @@ cow_ptr<Tree> Repository::SyncWithStorage(cow_ptr<Tree> tree) {
 
 cow_ptr<Commit> Repository::SyncWithStorage(cow_ptr<Commit> commit) {
   if (!commit) return commit;
+  const LookUpInHand in_hand;
   const IRepository& self = *this;
   if (cow_ptr<Commit> stored = self.GetCommitFromStorage(commit->GetId())) return stored;
   AddCommitToStorage(commit);

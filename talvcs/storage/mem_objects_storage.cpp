@@ -1,3 +1,4 @@
+#include <talvcs/storage/internal/find_in.h>
 #include <talvcs/storage/mem_objects_storage.h>
 
 #include <utility>
@@ -5,12 +6,6 @@
 namespace TalVcs {
 
 namespace {
-
-template <class T>
-cow_ptr<T> FindObject(const std::unordered_map<Id, cow_ptr<T>>& table, const Id& id) {
-  const auto found = table.find(id);
-  return found == table.end() ? nullptr : found->second;
-}
 
 template <class T>
 void AddObject(std::unordered_map<Id, cow_ptr<T>>& table, cow_ptr<T> object) {
@@ -54,11 +49,9 @@ std::unique_ptr<IObjectsStorage> MemObjectsStorage::Clone() const {
   return std::make_unique<MemObjectsStorage>(*this);
 }
 
-cow_ptr<Commit> MemObjectsStorage::GetCommit(const Id& id) const {
-  return FindObject(m_commits, id);
-}
-cow_ptr<Tree> MemObjectsStorage::GetTree(const Id& id) const { return FindObject(m_trees, id); }
-cow_ptr<Blob> MemObjectsStorage::GetBlob(const Id& id) const { return FindObject(m_blobs, id); }
+cow_ptr<Commit> MemObjectsStorage::GetCommit(const Id& id) const { return FindIn(m_commits, id); }
+cow_ptr<Tree> MemObjectsStorage::GetTree(const Id& id) const { return FindIn(m_trees, id); }
+cow_ptr<Blob> MemObjectsStorage::GetBlob(const Id& id) const { return FindIn(m_blobs, id); }
 
 void MemObjectsStorage::AddCommit(cow_ptr<Commit> commit) {
   AddObject(m_commits, std::move(commit));

@@ -23,7 +23,8 @@ namespace TalVcs {
 /// A clone shares the source: what one has read, the other finds. Handles on objects may outlive
 /// all storages and go on reading.
 ///
-/// Threads: a storage, its clones and all that was read through them belong to one thread at a time.
+/// Threads: a storage, its clones and all that was read through them belong to one thread at a
+/// time.
 class TALVCS_API OnDemandStorage : public IObjectsStorage {
  public:
   using BranchHead = std::pair<TalStringT<WideChar>, Id>;
@@ -73,8 +74,8 @@ class TALVCS_API OnDemandStorage : public IObjectsStorage {
   using UnsavedSink = Delegate<void(const Id& id, const Buffer& packed)>;
 
   /// Passes every object that a head reaches and that isn't known to be in the store to `sink`,
-  /// each before what names it. Returns their number. What is in the store isn't entered and nothing
-  /// is read, but for objects of another store that stand in a tree here.
+  /// each before what names it. Returns their number. What is in the store isn't entered and
+  /// nothing is read, but for objects of another store that stand in a tree here.
   std::uint64_t VisitUnsaved(UnsavedSink sink) const;
   /// Says that all that `VisitUnsaved` passes is in the store now: it counts as read.
   void MarkSaved();

@@ -29,7 +29,7 @@ class State {
   ~State() { TreeEntries::Release(m_list); }
 
   void Set(const std::string& name, const cow_ptr<Object>& child) {
-    TreeEntries::Set(m_list, Wide(name), EntryKind::kBlob, child);
+    TreeEntries::Set(m_list, Wide(name), EntryKind::Blob, child);
   }
   void Erase(const std::string& name) { TreeEntries::Erase(m_list, Wide(name)); }
 

@@ -79,7 +79,7 @@ TEST_F(FormerEntriesTest, SkipThroughStandsBehindTheName) {
 
 TEST_F(FormerEntriesTest, OfNothingAreAtTheirEnd) {
   const Tree empty;
-  EXPECT_TRUE(FormerEntries(nullptr).AtEnd());
+  EXPECT_TRUE(FormerEntries(static_cast<const Tree*>(nullptr)).AtEnd());
   EXPECT_TRUE(FormerEntries(&empty).AtEnd());
 }
 

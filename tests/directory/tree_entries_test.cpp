@@ -28,17 +28,17 @@ class Entries {
   ~Entries() { TreeEntries::Release(m_list); }
 
   void SetBlob(const std::string& name) {
-    TreeEntries::Set(m_list, Wide(name), EntryKind::kBlob, m_blob);
+    TreeEntries::Set(m_list, Wide(name), EntryKind::Blob, m_blob);
   }
   void SetTree(const std::string& name) {
-    TreeEntries::Set(m_list, Wide(name), EntryKind::kTree, m_tree);
+    TreeEntries::Set(m_list, Wide(name), EntryKind::Tree, m_tree);
   }
   void SetNull(const std::string& name, EntryKind kind) {
     TreeEntries::Set(m_list, Wide(name), kind, cow_ptr<Object>());
   }
   bool Erase(const std::string& name) { return TreeEntries::Erase(m_list, Wide(name)); }
   bool Has(const std::string& name, EntryKind kind) const {
-    return TreeEntries::Find(m_list, Wide(name), kind) != nullptr;
+    return static_cast<bool>(TreeEntries::Find(m_list, Wide(name), kind));
   }
 
   const TreeEntries* Get() const { return m_list; }
@@ -50,7 +50,7 @@ class Entries {
     for (const EntryChunk* chunk : m_list->Chunks()) {
       for (std::size_t index = 0; index < chunk->Count(); ++index) {
         names.push_back(Ascii(chunk->Name(index)) +
-                        (chunk->Kind(index) == EntryKind::kTree ? "/" : ""));
+                        (chunk->Kind(index) == EntryKind::Tree ? "/" : ""));
       }
     }
     return names;
@@ -96,7 +96,7 @@ TEST(TreeEntries, OfNothingIsNull) {
   Entries entries;
   EXPECT_EQ(entries.Get(), nullptr);
   EXPECT_FALSE(entries.Erase("a"));
-  EXPECT_FALSE(entries.Has("a", EntryKind::kBlob));
+  EXPECT_FALSE(entries.Has("a", EntryKind::Blob));
   EXPECT_EQ(TreeEntriesBuilder().Finish(nullptr), nullptr);
 }
 
@@ -120,8 +120,8 @@ TEST(TreeEntries, BlobStandsInFrontOfTheSubtreeItHides) {
 
 TEST(TreeEntries, NullEntriesHaveNoRecord) {
   Entries entries;
-  entries.SetNull("a", EntryKind::kBlob);
-  entries.SetNull("b", EntryKind::kTree);
+  entries.SetNull("a", EntryKind::Blob);
+  entries.SetNull("b", EntryKind::Tree);
   EXPECT_EQ(entries.Get()->Count(), 2U);
   EXPECT_EQ(entries.Records(), "");
   entries.SetTree("a");
@@ -152,7 +152,7 @@ TEST(TreeEntries, NamesAreNeverPartedByACut) {
           entries.SetTree(name);
           break;
         case 2:
-          entries.SetNull(name, random() % 2 == 0 ? EntryKind::kBlob : EntryKind::kTree);
+          entries.SetNull(name, random() % 2 == 0 ? EntryKind::Blob : EntryKind::Tree);
           break;
         default:
           entries.Erase(name);
@@ -179,9 +179,9 @@ TEST(TreeEntries, EditOfASharedListLeavesTheOtherAlone) {
   entries.SetBlob("1505");
   EXPECT_TRUE(entries.Erase("120"));
   EXPECT_EQ(before.Listed(), names);
-  EXPECT_TRUE(entries.Has("1505", EntryKind::kBlob));
-  EXPECT_FALSE(entries.Has("120", EntryKind::kBlob));
-  EXPECT_TRUE(before.Has("120", EntryKind::kBlob));
+  EXPECT_TRUE(entries.Has("1505", EntryKind::Blob));
+  EXPECT_FALSE(entries.Has("120", EntryKind::Blob));
+  EXPECT_TRUE(before.Has("120", EntryKind::Blob));
 }
 
 TEST(TreeEntries, StatesShareAllChunksButTheEdited) {
@@ -223,7 +223,7 @@ TEST(TreeEntries, ReleaseDropsTheChildren) {
   {
     TreeEntries* list = nullptr;
     for (int number = 0; number < 30; ++number) {
-      TreeEntries::Set(list, Wide(std::to_string(number)), EntryKind::kBlob, blob);
+      TreeEntries::Set(list, Wide(std::to_string(number)), EntryKind::Blob, blob);
     }
     EXPECT_EQ(blob.use_count(), 31);
     const Entries owner(list);
@@ -237,10 +237,10 @@ TEST(TreeEntriesBuilder, MakesTheListThatEditsMake) {
   TreeEntriesBuilder builder;
   for (int number = 100; number < 150; ++number) {
     edited.SetBlob(std::to_string(number));
-    builder.Append(Wide(std::to_string(number)), EntryKind::kBlob, blob);
+    builder.Append(Wide(std::to_string(number)), EntryKind::Blob, blob);
     if (number % 7 != 0) continue;
     edited.SetTree(std::to_string(number));
-    builder.Append(Wide(std::to_string(number)), EntryKind::kTree, Make<Tree>());
+    builder.Append(Wide(std::to_string(number)), EntryKind::Tree, Make<Tree>());
   }
   const Entries built(builder.Finish(nullptr));
   built.ExpectSound();
@@ -253,7 +253,7 @@ TEST(TreeEntriesBuilder, TakesWholeChunksByShare) {
   for (int number = 10; number < 40; ++number) source.SetBlob(std::to_string(number));
   TreeEntriesBuilder builder;
   for (EntryChunk* chunk : source.Get()->Chunks()) builder.Append(*chunk);
-  builder.Append(Wide("zz"), EntryKind::kTree, Make<Tree>());
+  builder.Append(Wide("zz"), EntryKind::Tree, Make<Tree>());
   const Entries built(builder.Finish(nullptr));
   built.ExpectSound();
   EXPECT_EQ(built.Get()->Count(), 31U);
@@ -265,7 +265,7 @@ TEST(TreeEntriesBuilder, GivesUpWhatItHoldsIfNobodyTakesIt) {
   {
     TreeEntriesBuilder builder;
     for (int number = 10; number < 40; ++number) {
-      builder.Append(Wide(std::to_string(number)), EntryKind::kBlob, blob);
+      builder.Append(Wide(std::to_string(number)), EntryKind::Blob, blob);
     }
   }
   EXPECT_EQ(blob.use_count(), 1);

@@ -3,14 +3,14 @@
 
 #include <gtest/gtest.h>
 #include <kit/directory_store.h>
-#include <tests/faults/scenario.h>
 #include <tests/kit/saved_states.h>
 #include <tests/kit/temporary_folder.h>
-#include <tests/model/fixed_clock.h>
 #include <tests/support/contents.h>
 #include <tests/support/failing_allocations.h>
+#include <tests/support/fixed_clock.h>
 #include <tests/support/invariants.h>
 #include <tests/support/scale.h>
+#include <tests/support/scenario.h>
 
 #include <cstdlib>
 #include <iostream>
@@ -46,7 +46,7 @@ class FailingAllocations : public testing::Test {
   /// Lives once with each `stride`-th allocation failing, from number `first` on. Returns how often
   /// one failed.
   std::size_t Live(const Scenario& scenario, std::size_t first, std::size_t stride) {
-    const ModelTest::FixedClock clock(1'000'000'000, "ZONE-1");
+    const FixedClock clock(1'000'000'000, "ZONE-1");
     const std::string expected = Undisturbed(scenario);
     std::size_t failures = 0;
     for (std::size_t number = first;; number += stride) {

@@ -23,7 +23,7 @@ std::string Read(std::string_view records) {
   TreeReader reader(records);
   std::string names;
   for (TreeRecord record; reader.Next(record);) {
-    names += Ascii(record.name) + (record.kind == EntryKind::kTree ? "/ " : " ");
+    names += Ascii(record.name) + (record.kind == EntryKind::Tree ? "/ " : " ");
   }
   return names + (reader.HasFailed() ? "!" : "");
 }
@@ -33,12 +33,12 @@ TEST(TreeReader, ReadsKindsNamesAndIds) {
   TreeReader reader(records);
   TreeRecord record;
   ASSERT_TRUE(reader.Next(record));
-  EXPECT_EQ(record.kind, EntryKind::kBlob);
+  EXPECT_EQ(record.kind, EntryKind::Blob);
   EXPECT_EQ(Ascii(record.name), "a");
   EXPECT_EQ(record.id, kId);
   EXPECT_EQ(record.bytes, Blob("a"));
   ASSERT_TRUE(reader.Next(record));
-  EXPECT_EQ(record.kind, EntryKind::kTree);
+  EXPECT_EQ(record.kind, EntryKind::Tree);
   EXPECT_EQ(Ascii(record.name), "b c");
   EXPECT_EQ(record.bytes, Tree("b c"));
   ASSERT_TRUE(reader.Next(record));

@@ -42,6 +42,31 @@ class TornStream final : public IStream {
   std::size_t m_position = 0;
 };
 
+/// A reader of a host's class that reports a position of its own.
+class ShiftedReader final : public StreamIO {
+ public:
+  ShiftedReader(const Stream& stream, std::uint64_t position)
+      : StreamIO(stream), m_position(position) {}
+  std::uint64_t GetPosition() const override { return m_position; }
+
+ private:
+  std::uint64_t m_position;
+};
+
+/// A host's stream that shares more bytes than its size says.
+class GenerousStream final : public IStream {
+ public:
+  std::size_t Read(void*, std::size_t) override { return 0; }
+  std::size_t Write(const void*, std::size_t) override { return 0; }
+  bool Seek(std::uint64_t) override { return false; }
+  std::uint64_t GetPosition() const override { return 1; }
+  std::uint64_t GetSize() const override { return 4; }
+  bool ReadToEnd(Buffer& target) override {
+    target.Append("abcdef", 6, 1);
+    return true;
+  }
+};
+
 std::string ReadBytes(StreamIO& stream, std::size_t count) {
   std::string bytes(count, '#');
   return stream.Read(bytes.data(), count) ? bytes : "failed";
@@ -154,6 +179,39 @@ TEST(StreamIO, ReadToEndOfALargeHostStreamGivesEveryByte) {
   Buffer target;
   EXPECT_TRUE(stream.ReadToEnd(target));
   EXPECT_EQ(Bytes(target), bytes);
+}
+
+TEST(StreamIO, ReadToEndReadsAsManyBytesAsTheReaderReports) {
+  ShiftedReader late(StreamOf("abcdef"), 4);
+  Buffer two = BufferOf(":");
+  EXPECT_TRUE(late.ReadToEnd(two));
+  EXPECT_EQ(Bytes(two), ":ab");
+  ShiftedReader at_the_end(StreamOf("abcdef"), 6);
+  Buffer none;
+  EXPECT_TRUE(at_the_end.ReadToEnd(none));
+  EXPECT_TRUE(none.IsEmpty());
+  const Stream moved = StreamOf("abcdef");
+  static_cast<IStream*>(moved)->Seek(3);
+  ShiftedReader early(moved, 1);
+  Buffer rest;
+  EXPECT_FALSE(early.ReadToEnd(rest)) << "five bytes are reported and three are there";
+  EXPECT_EQ(Bytes(rest), "def");
+}
+
+TEST(StreamIO, CopyToCopiesAsManyBytesAsTheReaderReports) {
+  ShiftedReader reader(StreamOf("abcdef"), 4);
+  Buffer target;
+  std::size_t copied = 0;
+  EXPECT_TRUE(reader.CopyTo(MemStream::CreateOnRef(target), &copied));
+  EXPECT_EQ(Bytes(target), "ab");
+  EXPECT_EQ(copied, 2U);
+}
+
+TEST(StreamIO, ReadToEndTakesNoMoreThanTheSizeOfAStreamThatSharesItsBytes) {
+  StreamIO stream(Stream(std::make_shared<GenerousStream>()));
+  Buffer target = BufferOf(":");
+  EXPECT_TRUE(stream.ReadToEnd(target));
+  EXPECT_EQ(Bytes(target), ":abc");
 }
 
 TEST(Stream, CopyIsAHandleOnTheSameStream) {

@@ -4,7 +4,7 @@
 #include <tests/support/objects.h>
 #include <tests/support/recording_repository.h>
 
-#include <map>
+#include <deque>
 #include <string>
 
 namespace TalVcs::Testing {
@@ -19,69 +19,66 @@ class EntryRule : public ::testing::Test {
 
  private:
   NamedEntries Of(const std::string& entry) {
-    NamedEntries entries;
+    Tree& directory = m_directories.emplace_back();
     for (const char letter : entry) {
       if (letter == '-') continue;
       const std::string text(1, letter);
-      cow_ptr<Object>& object = m_objects[letter];
       if (letter >= 'a') {
-        object = SharedBlob(text);
-        entries.blob = &object;
+        directory.AddBlob(&m_repository, TAL_WIDE("name"), *SharedBlob(text));
       } else {
-        object = Make<Tree>(TreeOf(&m_repository, {{"in", text}}));
-        entries.tree = &object;
+        directory.AddTree(&m_repository, TAL_WIDE("name"), TreeOf(&m_repository, {{"in", text}}));
       }
     }
-    return entries;
+    return EntriesUnder(TreeAccess::Entries(directory), TAL_WIDE("name"));
   }
 
   RecordingRepository m_repository;
-  std::map<char, cow_ptr<Object>> m_objects;
+  std::deque<Tree> m_directories;
 };
 
 TEST_F(EntryRule, BlobStageDecidesByWhatChanged) {
-  const EntryKind stage = EntryKind::kBlob;
-  EXPECT_EQ(Decide(stage, "-", "-", "-"), EntryDecision::kKeepRoot);
-  EXPECT_EQ(Decide(stage, "a", "a", "a"), EntryDecision::kKeepRoot);
-  EXPECT_EQ(Decide(stage, "a", "b", "a"), EntryDecision::kTakeLeft);
-  EXPECT_EQ(Decide(stage, "a", "a", "b"), EntryDecision::kTakeRight);
-  EXPECT_EQ(Decide(stage, "a", "b", "b"), EntryDecision::kTakeSame);
-  EXPECT_EQ(Decide(stage, "a", "-", "-"), EntryDecision::kTakeSame);
-  EXPECT_EQ(Decide(stage, "-", "a", "a"), EntryDecision::kTakeSame);
-  EXPECT_EQ(Decide(stage, "a", "b", "c"), EntryDecision::kConflict);
-  EXPECT_EQ(Decide(stage, "a", "-", "b"), EntryDecision::kConflict);
-  EXPECT_EQ(Decide(stage, "-", "a", "b"), EntryDecision::kConflict);
+  const EntryKind stage = EntryKind::Blob;
+  EXPECT_EQ(Decide(stage, "-", "-", "-"), EntryDecision::KeepRoot);
+  EXPECT_EQ(Decide(stage, "a", "a", "a"), EntryDecision::KeepRoot);
+  EXPECT_EQ(Decide(stage, "a", "b", "a"), EntryDecision::TakeLeft);
+  EXPECT_EQ(Decide(stage, "a", "a", "b"), EntryDecision::TakeRight);
+  EXPECT_EQ(Decide(stage, "a", "b", "b"), EntryDecision::TakeSame);
+  EXPECT_EQ(Decide(stage, "a", "-", "-"), EntryDecision::TakeSame);
+  EXPECT_EQ(Decide(stage, "-", "a", "a"), EntryDecision::TakeSame);
+  EXPECT_EQ(Decide(stage, "a", "b", "c"), EntryDecision::Conflict);
+  EXPECT_EQ(Decide(stage, "a", "-", "b"), EntryDecision::Conflict);
+  EXPECT_EQ(Decide(stage, "-", "a", "b"), EntryDecision::Conflict);
 }
 
 TEST_F(EntryRule, TreeStageDecidesByWhatChanged) {
-  const EntryKind stage = EntryKind::kTree;
-  EXPECT_EQ(Decide(stage, "A", "A", "A"), EntryDecision::kKeepRoot);
-  EXPECT_EQ(Decide(stage, "A", "B", "A"), EntryDecision::kTakeLeft);
-  EXPECT_EQ(Decide(stage, "A", "A", "-"), EntryDecision::kTakeRight);
-  EXPECT_EQ(Decide(stage, "A", "B", "B"), EntryDecision::kTakeSame);
-  EXPECT_EQ(Decide(stage, "A", "B", "C"), EntryDecision::kConflict);
-  EXPECT_EQ(Decide(stage, "-", "A", "B"), EntryDecision::kConflict);
+  const EntryKind stage = EntryKind::Tree;
+  EXPECT_EQ(Decide(stage, "A", "A", "A"), EntryDecision::KeepRoot);
+  EXPECT_EQ(Decide(stage, "A", "B", "A"), EntryDecision::TakeLeft);
+  EXPECT_EQ(Decide(stage, "A", "A", "-"), EntryDecision::TakeRight);
+  EXPECT_EQ(Decide(stage, "A", "B", "B"), EntryDecision::TakeSame);
+  EXPECT_EQ(Decide(stage, "A", "B", "C"), EntryDecision::Conflict);
+  EXPECT_EQ(Decide(stage, "-", "A", "B"), EntryDecision::Conflict);
 }
 
 TEST_F(EntryRule, EachStageSeesNoChangeAmongEntriesOfTheOtherKind) {
-  EXPECT_EQ(Decide(EntryKind::kBlob, "A", "B", "C"), EntryDecision::kKeepRoot);
-  EXPECT_EQ(Decide(EntryKind::kTree, "a", "b", "c"), EntryDecision::kKeepRoot);
+  EXPECT_EQ(Decide(EntryKind::Blob, "A", "B", "C"), EntryDecision::KeepRoot);
+  EXPECT_EQ(Decide(EntryKind::Tree, "a", "b", "c"), EntryDecision::KeepRoot);
 }
 
 TEST_F(EntryRule, ChangeOfKindCountsInBothStages) {
-  for (const EntryKind stage : {EntryKind::kBlob, EntryKind::kTree}) {
-    EXPECT_EQ(Decide(stage, "a", "B", "a"), EntryDecision::kTakeLeft);
-    EXPECT_EQ(Decide(stage, "A", "A", "b"), EntryDecision::kTakeRight);
-    EXPECT_EQ(Decide(stage, "a", "B", "B"), EntryDecision::kTakeSame);
+  for (const EntryKind stage : {EntryKind::Blob, EntryKind::Tree}) {
+    EXPECT_EQ(Decide(stage, "a", "B", "a"), EntryDecision::TakeLeft);
+    EXPECT_EQ(Decide(stage, "A", "A", "b"), EntryDecision::TakeRight);
+    EXPECT_EQ(Decide(stage, "a", "B", "B"), EntryDecision::TakeSame);
   }
-  EXPECT_EQ(Decide(EntryKind::kBlob, "A", "B", "c"), EntryDecision::kTakeRight);
-  EXPECT_EQ(Decide(EntryKind::kTree, "A", "B", "c"), EntryDecision::kConflict);
-  EXPECT_EQ(Decide(EntryKind::kTree, "A", "b", "c"), EntryDecision::kConflict);
+  EXPECT_EQ(Decide(EntryKind::Blob, "A", "B", "c"), EntryDecision::TakeRight);
+  EXPECT_EQ(Decide(EntryKind::Tree, "A", "B", "c"), EntryDecision::Conflict);
+  EXPECT_EQ(Decide(EntryKind::Tree, "A", "b", "c"), EntryDecision::Conflict);
 }
 
 TEST_F(EntryRule, HiddenDirectoryDiffersEvenFromItself) {
-  EXPECT_EQ(Decide(EntryKind::kBlob, "aA", "aA", "aA"), EntryDecision::kKeepRoot);
-  EXPECT_EQ(Decide(EntryKind::kTree, "aA", "aA", "aA"), EntryDecision::kTakeSame);
+  EXPECT_EQ(Decide(EntryKind::Blob, "aA", "aA", "aA"), EntryDecision::KeepRoot);
+  EXPECT_EQ(Decide(EntryKind::Tree, "aA", "aA", "aA"), EntryDecision::TakeSame);
 }
 
 }  // namespace

@@ -229,6 +229,20 @@ TEST_F(TimeBased, TimesAreComparedAsUnsigned) {
             ConflictChoice::Left);
 }
 
+// The two reads were arguments of one call once, and some compilers began with the right side.
+TEST_F(TimeBased, ReadsTheLeftTimeBeforeTheRightOneAtEachLevel) {
+  std::vector<std::string> read;
+  const auto getter = [&read](const cow_ptr<Blob>& blob) {
+    read.push_back(TextOf(blob));
+    return TicksOf(blob);
+  };
+  const MergeTrees trees =
+      Sides({{"d/time", "left"}, {"time", "5"}}, {{"d/time", "right"}, {"time", "7"}});
+  EXPECT_EQ(Ask(TimeBasedConflictResolver({Wide("time")}, getter), "d/f", trees),
+            ConflictChoice::Right);
+  EXPECT_EQ(read, (std::vector<std::string>{"left", "right", "5", "7"}));
+}
+
 TEST_F(TimeBased, NullTreeHasNoTime) {
   MergeTrees trees = Sides({{"time", "5"}}, {});
   trees.right = nullptr;

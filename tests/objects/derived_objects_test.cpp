@@ -10,6 +10,8 @@
 
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace TalVcs::Testing {
 namespace {
@@ -78,6 +80,61 @@ TEST(DerivedBlobs, HaveNoPartInIdsComputedTogether) {
   Blob::ComputeIds(blobs);
   EXPECT_EQ(IdOf(note), kNoteId);
   EXPECT_EQ(IdOf(large), "8d03eb17f82ab2055eda88a0f1aaf8be660c74fbfe318f48d1055cdb435c081c");
+}
+
+/// A blob, tree or commit that notes when it is asked for its id or its data.
+template <class Base>
+class Witness final : public Base {
+ public:
+  Witness(std::string name, std::vector<std::string>& calls)
+      : m_name(std::move(name)), m_calls(&calls) {}
+  Id GetId() const override {
+    m_calls->push_back("id of " + m_name);
+    return Id(TAL_WIDE("same"));
+  }
+  const Buffer& GetData() const override {
+    m_calls->push_back("data of " + m_name);
+    return Base::GetData();
+  }
+  const Buffer& GetPackedData() const override {
+    m_calls->push_back("packed form of " + m_name);
+    return m_packed;
+  }
+
+ private:
+  std::string m_name;
+  std::vector<std::string>* m_calls;
+  Buffer m_packed = BufferOf("packed");
+};
+
+// In each of these, two calls were operands of one expression, in whose order compilers differ.
+TYPED_TEST(DerivedObjects, AreComparedByTheIdOfTheLeftOneFirst) {
+  std::vector<std::string> calls;
+  const Witness<TypeParam> left("left", calls);
+  const Witness<TypeParam> right("right", calls);
+  EXPECT_TRUE(left == right);
+  EXPECT_EQ(calls, (std::vector<std::string>{"id of left", "id of right"}));
+}
+
+TEST(DerivedCommits, AreComparedInTheOrderOfTheArgumentsOfACommonBase) {
+  std::vector<std::string> calls;
+  const cow_ptr<Commit> first(std::make_shared<Witness<Commit>>("first", calls));
+  const cow_ptr<Commit> second(std::make_shared<Witness<Commit>>("second", calls));
+  const Repository repository = NewRepository();
+  EXPECT_EQ(repository.GetCommonBase(first, second).get(), second.get());
+  ASSERT_GE(calls.size(), 2U);
+  EXPECT_EQ(calls[0], "id of first");
+  EXPECT_EQ(calls[1], "id of second");
+}
+
+TEST(DerivedBlobs, AreAskedOnceInTheOrderOfTheTablesWhenSaved) {
+  std::vector<std::string> calls;
+  Repository repository = NewRepository();
+  repository.SyncWithStorage(cow_ptr<Blob>(std::make_shared<Witness<Blob>>("blob", calls)));
+  calls.clear();
+  MemoryBlobIo store;
+  ASSERT_TRUE(Serializer(&store, TAL_WIDE("doc")).Serialize(repository.GetStorage()));
+  EXPECT_EQ(calls, (std::vector<std::string>{"packed form of blob"}));
 }
 
 }  // namespace

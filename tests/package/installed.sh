@@ -3,8 +3,8 @@
 # by pkg-config. The variables come from the test's environment.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-# shellcheck source=tests/package/expect_quick_start.sh
-. "$here/expect_quick_start.sh"
+# shellcheck source=tests/package/expect_files.sh
+. "$here/expect_files.sh"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
@@ -21,8 +21,9 @@ fi
 # By find_package: the examples as a project of their own, and a host of the kit.
 "$CMAKE_COMMAND" -S "$SOURCE/examples" -B examples -DCMAKE_PREFIX_PATH="$work/moved" >configure.txt
 "$CMAKE_COMMAND" --build examples --parallel "$(nproc)" >build.txt || { cat build.txt; exit 1; }
-expect_quick_start examples/quick_start
+expect_files examples/in_memory
 if [ "$KIT" -eq 1 ]; then
+  expect_files examples/quick_start
   examples/tal --version
   "$CMAKE_COMMAND" -S "$here/installed" -B host -DCMAKE_PREFIX_PATH="$work/moved" >configure.txt
   "$CMAKE_COMMAND" --build host >build.txt || { cat build.txt; exit 1; }
@@ -40,8 +41,8 @@ build_by_pkg_config() {
   "$CXX" -std=c++20 "$2" -o "$3" $("$PKG_CONFIG" --cflags --libs "$1") -Wl,-rpath,"$libraries"
 }
 
-build_by_pkg_config talvcs "$SOURCE/examples/quick_start.cpp" quick_start
-expect_quick_start ./quick_start
+build_by_pkg_config talvcs "$SOURCE/examples/in_memory.cpp" in_memory
+expect_files ./in_memory
 
 if [ "$KIT" -eq 1 ]; then
   build_by_pkg_config talvcs-kit "$here/installed/kit_host.cpp" kit_host

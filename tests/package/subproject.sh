@@ -3,15 +3,15 @@
 # the library adds, then the host is built and run. The variables come from the test's environment.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-# shellcheck source=tests/package/expect_quick_start.sh
-. "$here/expect_quick_start.sh"
+# shellcheck source=tests/package/expect_files.sh
+. "$here/expect_files.sh"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 
 "$CMAKE_COMMAND" -S "$here/subproject" -B host -DSOURCE="$SOURCE" >configure.txt
 "$CMAKE_COMMAND" --build host --parallel "$(nproc)" >build.txt || { cat build.txt; exit 1; }
-expect_quick_start host/quick_start
+expect_files host/in_memory
 
 "$CMAKE_COMMAND" --install host --prefix "$work/prefix" >install.txt
 if [ -e prefix ]; then

@@ -3,11 +3,12 @@
 
 Usage: run.py PRESET...
 
-What is built, and the cases left out, are the matter of CMakePresets.json and left_out.txt. Exits with
+cmake/presets/platforms.json says what is built, left_out.txt which cases are left out. Exits with
 1 if a preset didn't build, or a test of it failed.
 """
 
 import json
+import os
 import pathlib
 import re
 import subprocess
@@ -28,7 +29,7 @@ def version(command):
     """The program's version, from what it tells first about itself."""
     told = subprocess.run((command, "--version"), capture_output=True, text=True).stdout
     match = re.search(r"\d+(\.\d+)+", told)
-    name = pathlib.Path(command).name
+    name = pathlib.Path(command).stem
     return f"{name} {match.group(0)}" if match else name
 
 
@@ -76,6 +77,7 @@ def judge(preset):
 
 
 def main():
+    os.environ["TALVCS_ALL_PRESETS"] = "ON"
     rows = [("Platform", "Compiler", "Runs under", *PROGRAMS, "Seconds", "Result")]
     rows += [judge(preset) for preset in sys.argv[1:]]
     print()

@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 #include <kit/directory_store.h>
 #include <talvcs/persistence/deserializer.h>
-#include <tests/faults/scenario.h>
 #include <tests/kit/saved_states.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/support/contents.h>
 #include <tests/support/invariants.h>
+#include <tests/support/scenario.h>
 
 #include <barrier>
 #include <chrono>

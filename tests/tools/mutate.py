@@ -126,7 +126,8 @@ class Workshop:
         subprocess.run(
             ["cmake", "-S", self.source, "-B", self.build, "-G", "Ninja",
              "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -D_GLIBCXX_ASSERTIONS",
-             "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"], check=True, stdout=subprocess.DEVNULL)
+             "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DTALVCS_BUILD_TESTS=ON",
+             "-DTALVCS_BUILD_EXAMPLES=ON"], check=True, stdout=subprocess.DEVNULL)
         for stage in STAGES:
             if not self.make(target_of(stage)):
                 sys.exit(f"{stage} does not build")

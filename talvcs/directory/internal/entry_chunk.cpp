@@ -1,9 +1,7 @@
 #include <talvcs/directory/internal/entry_chunk.h>
 
+#include <talvcs/format/internal/id_format.h>
 #include <talvcs/foundation/internal/prefetch.h>
-#include <talvcs/foundation/internal/utf.h>
-#include <talvcs/objects/blob.h>
-#include <talvcs/objects/tree.h>
 
 #include <algorithm>
 #include <array>
@@ -15,17 +13,15 @@
 #include <utility>
 #include <vector>
 
-// The bytes of the records lie with each chunk, so the entry list of a state is the run of its
-// chunks' bytes, hashed where it lies:
-//
-//   tree   := record*                      ascending by name, in 16-bit code units
-//   record := mode SP type SP name NUL id  id: 64 hexadecimal characters
+// The bytes of the records are in each chunk, so the entry list of a state is the run of its
+// chunks' bytes and is hashed in place. The form of a record is in tree_format.h.
 
 namespace TalVcs {
 
 namespace {
 
 constexpr std::size_t kStackBytes = 2048;
+constexpr int kIdDigits = static_cast<int>(kIdLength);
 
 std::uint32_t CheckedEnd(std::uint64_t end) {
   if (end > std::numeric_limits<std::uint32_t>::max()) {
@@ -37,30 +33,6 @@ std::uint32_t CheckedEnd(std::uint64_t end) {
 char* PutText(TalStringViewT<char> text, char* out) noexcept {
   std::memcpy(out, text.text, static_cast<std::size_t>(text.length));
   return out + text.length;
-}
-
-// U+0000 ends a text where it is written.
-char* PutWideText(TalStringViewT<WideChar> text, char* out) noexcept {
-  const WideChar* const end = std::find(text.text, text.text + text.length, WideChar());
-  return out + TalPlatform::EncodeUtf8(text.text, static_cast<std::size_t>(end - text.text), out);
-}
-
-char* PutRecord(const EntryChunk::Slot& slot, const Id& id, char* out) noexcept {
-  const bool blob = slot.kind == EntryKind::kBlob;
-  out = PutText(blob ? Blob::kMode : Tree::kMode, out);
-  *out++ = ' ';
-  out = PutText(blob ? Blob::kType : Tree::kType, out);
-  *out++ = ' ';
-  out = PutWideText(slot.name, out);
-  *out++ = '\0';
-  return PutWideText(id.View(), out);
-}
-
-std::size_t MostRecordBytes(const EntryChunk::Slot& slot, const Id& id) noexcept {
-  constexpr std::size_t kWordsAndSeparators = 16;
-  const auto units =
-      static_cast<std::size_t>(slot.name.length) + static_cast<std::size_t>(id.View().length);
-  return kWordsAndSeparators + units * TalPlatform::kMaxUtf8BytesPerUnit;
 }
 
 }  // namespace
@@ -89,13 +61,13 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
     const Slot& slot = slots[index];
     units += static_cast<std::uint64_t>(slot.name.length);
     const bool hidden = index > 0 && SameName(slots[index - 1].name, slot.name);
-    hides_tree = hides_tree || (hidden && *slots[index - 1].child && *slot.child);
-    recorded[index] = !hidden && *slot.child;
+    hides_tree = hides_tree || (hidden && slots[index - 1].HasObject() && *slot.child);
+    recorded[index] = !hidden && slot.HasObject();
     faithful = faithful && recorded[index] && slot.name.Find(WideChar()) < 0;
     if (!recorded[index]) continue;
     if (slot.record.length == 0) {
       ids[index] = (*slot.child)->GetId();
-      most_bytes += MostRecordBytes(slot, ids[index]);
+      most_bytes += MostRecordBytes(slot.name, ids[index].View());
     } else {
       most_bytes += static_cast<std::uint64_t>(slot.record.length);
     }
@@ -108,7 +80,8 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   for (std::size_t index = 0; index < slots.size(); ++index) {
     const Slot& slot = slots[index];
     if (recorded[index]) {
-      end = slot.record.length == 0 ? PutRecord(slot, ids[index], end) : PutText(slot.record, end);
+      end = slot.record.length == 0 ? PutRecord(slot.kind, slot.name, ids[index].View(), end)
+                                    : PutText(slot.record, end);
     }
     record_ends[index] = static_cast<std::uint32_t>(end - bytes);
   }
@@ -137,7 +110,7 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
     std::memcpy(chunk->Names() + name_end, slot.name.text, length * sizeof(WideChar));
     name_end += length;
     ::new (chunk->EndsOfEntries() + index) Ends{name_end, record_ends[index]};
-    if (slot.kind == EntryKind::kTree) {
+    if (slot.kind == EntryKind::Tree) {
       chunk->m_treeBits |= 1U << index;
       ++chunk->m_treeCount;
     }
@@ -174,7 +147,12 @@ TalStringViewT<WideChar> EntryChunk::Name(std::size_t index) const noexcept {
 }
 
 EntryKind EntryChunk::Kind(std::size_t index) const noexcept {
-  return (m_treeBits >> index & 1) != 0 ? EntryKind::kTree : EntryKind::kBlob;
+  return (m_treeBits >> index & 1) != 0 ? EntryKind::Tree : EntryKind::Blob;
+}
+
+TalStringViewT<char> EntryChunk::IdOfAbsent(std::size_t index) const noexcept {
+  const TalStringViewT<char> record = At(index).record;
+  return record.Mid(record.length - kIdDigits, kIdDigits);
 }
 
 EntryChunk::Slot EntryChunk::At(std::size_t index) const noexcept {

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <utility>
 
 namespace TalVcs {
 
@@ -33,15 +34,21 @@ class EntryChunk {
   /// The most entries that any chunk has.
   static constexpr std::size_t kMostSlots = 16;
 
-  /// What an entry is made of. The views and handles of a plan belong to somebody else.
+  /// What an entry is made of. The views and handles of a plan belong to the caller.
+  ///
+  /// An entry with a null handle and a record is *absent*: its object is in a store and is read
+  /// when the link is followed. One with neither has no object at all.
   struct Slot {
     TalStringViewT<WideChar> name;
     EntryKind kind;
     const cow_ptr<Object>* child;  // the handle may be null
     TalStringViewT<char> record;   // the bytes if they are known; empty if not
+
+    bool HasObject() const noexcept { return *child || record.length != 0; }
   };
 
-  /// Returns a chunk with the slots, held once. There are one to `kMostSlots + 1` of them.
+  /// Returns a chunk with the slots, held once. There are one to `kMostSlots + 1` of them. A slot
+  /// that a blob of its name hides must not be absent, because it gets no record.
   static EntryChunk* Make(std::span<const Slot> slots);
 
   void Acquire() noexcept { m_holders.Acquire(); }
@@ -72,6 +79,23 @@ class EntryChunk {
   TalStringViewT<WideChar> Name(std::size_t index) const noexcept;
   EntryKind Kind(std::size_t index) const noexcept;
   const cow_ptr<Object>& Child(std::size_t index) const noexcept { return Children()[index]; }
+  /// True if the entry names an object, in memory or absent.
+  bool HasObject(std::size_t index) const noexcept {
+    return Child(index) || RecordSize(index) != 0;
+  }
+  bool IsAbsent(std::size_t index) const noexcept {
+    return !Child(index) && RecordSize(index) != 0;
+  }
+  /// Returns the id that an absent entry's record ends with.
+  TalStringViewT<char> IdOfAbsent(std::size_t index) const noexcept;
+  /// Gives an absent entry its object, or takes it away again. Every directory that shares the
+  /// chunk sees the same link.
+  void SetChild(std::size_t index, cow_ptr<Object> child) const noexcept {
+    Children()[index] = std::move(child);
+  }
+  /// True if every directory that shares the chunk has a source, so that links can be made absent.
+  bool HasSource() const noexcept { return m_hasSource; }
+  void SetHasSource() noexcept { m_hasSource = true; }
   Slot At(std::size_t index) const noexcept;
 
   /// Returns the first index whose entry is not before (`name`, `kind`).
@@ -88,6 +112,10 @@ class EntryChunk {
   cow_ptr<Object>* Children() const noexcept;
   Ends* EndsOfEntries() const noexcept;
   WideChar* Names() const noexcept;
+  std::uint32_t RecordSize(std::size_t index) const noexcept {
+    const Ends* ends = EndsOfEntries();
+    return index == 0 ? ends[0].record : ends[index].record - ends[index - 1].record;
+  }
 
   TalUtils::RefCount m_holders;
   std::uint16_t m_count = 0;
@@ -95,6 +123,7 @@ class EntryChunk {
   std::uint32_t m_treeBits = 0;
   bool m_hidesTree = false;
   bool m_faithful = false;
+  bool m_hasSource = false;
   // The block that the chunk itself lies in. The records are the last bytes of it.
   Buffer m_memory;
   std::uint32_t m_recordsOffset = 0;

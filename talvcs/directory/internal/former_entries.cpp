@@ -13,10 +13,12 @@ bool BeginsWith(TalStringViewT<char> list, const void* bytes, std::size_t size) 
 
 }  // namespace
 
-FormerEntries::FormerEntries(const Tree* tree) noexcept
-    : m_list(tree == nullptr ? nullptr : TreeAccess::Entries(*tree)) {
+FormerEntries::FormerEntries(const TreeEntries* list) noexcept : m_list(list) {
   if (m_list != nullptr) m_chunks = m_list->Chunks();
 }
+
+FormerEntries::FormerEntries(const Tree* tree) noexcept
+    : FormerEntries(tree == nullptr ? nullptr : TreeAccess::Entries(*tree)) {}
 
 void FormerEntries::SkipThrough(TalStringViewT<WideChar> name) noexcept {
   if (name.IsEmpty()) return;
@@ -50,8 +52,7 @@ std::optional<EntryChunk::Slot> FormerEntries::EntryThatBegins(
 }
 
 const Tree* FormerEntries::Subtree(TalStringViewT<WideChar> name) const noexcept {
-  const cow_ptr<Object>* found = TreeEntries::Find(m_list, name, EntryKind::kTree);
-  return found == nullptr ? nullptr : static_cast<const Tree*>(found->get());
+  return static_cast<const Tree*>(TreeEntries::Find(m_list, name, EntryKind::Tree).Present());
 }
 
 }  // namespace TalVcs

@@ -15,7 +15,8 @@ namespace TalVcs {
 class FormerEntries {
  public:
   FormerEntries() = default;
-  /// Starts at the first entry of `tree`, which may be null and has to outlive the walk.
+  /// Starts at the first entry of the directory, which may be null and has to outlive the walk.
+  explicit FormerEntries(const TreeEntries* list) noexcept;
   explicit FormerEntries(const Tree* tree) noexcept;
 
   /// Returns all entries of the former state, null for none.

@@ -104,19 +104,24 @@ TreeEntries* TreeEntries::Share(TreeEntries* list) noexcept {
 void TreeEntries::Release(TreeEntries* list) noexcept {
   thread_local TreeEntries** waiting = nullptr;
   if (list == nullptr || !list->m_holders.Release()) return;
+  ObjectSource* const source = std::exchange(list->m_source, nullptr);
   if (waiting != nullptr) {
     list->m_next = std::exchange(*waiting, list);
+    if (source != nullptr) source->Release();
     return;
   }
   waiting = &list;
+  list->m_next = nullptr;
   while (list != nullptr) {
     TreeEntries* const dying = std::exchange(list, list->m_next);
     for (EntryChunk* chunk : dying->Chunks()) EntryChunk::Release(chunk);
     FreeAlone(dying);
   }
   waiting = nullptr;
+  if (source != nullptr) source->Release();
 }
 
+// Frees the list without its hold on the source.
 void TreeEntries::FreeAlone(TreeEntries* list) noexcept {
   std::destroy_at(list);
   ::operator delete(list);
@@ -131,13 +136,33 @@ std::size_t TreeEntries::FindChunk(TalStringViewT<WideChar> name) const noexcept
   return behind == chunks.begin() ? 0 : static_cast<std::size_t>(behind - chunks.begin()) - 1;
 }
 
-const cow_ptr<Object>* TreeEntries::Find(const TreeEntries* list, TalStringViewT<WideChar> name,
-                                         EntryKind kind) noexcept {
-  if (list == nullptr) return nullptr;
+EntryRef TreeEntries::Find(const TreeEntries* list, TalStringViewT<WideChar> name,
+                           EntryKind kind) noexcept {
+  if (list == nullptr) return {};
   const EntryChunk& chunk = *list->Chunks()[list->FindChunk(name)];
   const std::size_t index = chunk.LowerBound(name, kind);
-  if (index == chunk.Count() || chunk.Kind(index) != kind) return nullptr;
-  return SameName(chunk.Name(index), name) ? &chunk.Child(index) : nullptr;
+  if (index == chunk.Count() || chunk.Kind(index) != kind) return {};
+  return SameName(chunk.Name(index), name) ? EntryRef(list, &chunk, index) : EntryRef();
+}
+
+void TreeEntries::SetSource(ObjectSource& source, ObjectSource::Place place) noexcept {
+  source.Acquire();
+  m_source = &source;
+  m_place = place;
+  for (EntryChunk* chunk : Chunks()) chunk->SetHasSource();
+}
+
+void TreeEntries::ExpectAbsentSubtrees() const {
+  std::vector<ObjectSource::ExpectedTree> expected;
+  for (const EntryChunk* chunk : Chunks()) {
+    if (chunk->TreeCount() == 0) continue;
+    for (std::size_t index = 0; index < chunk->Count(); ++index) {
+      if (chunk->Kind(index) != EntryKind::Tree || !chunk->IsAbsent(index)) continue;
+      const EntryRef entry(this, chunk, index);
+      expected.push_back({IdOf(entry), entry.Place()});
+    }
+  }
+  if (!expected.empty()) m_source->ExpectTrees(expected, true);
 }
 
 void TreeEntries::CountChunk(const EntryChunk& chunk, bool added) noexcept {
@@ -178,6 +203,9 @@ void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t rem
       target->m_treeCount = old->m_treeCount;
       target->m_hidingChunks = old->m_hidingChunks;
       target->m_recordBytes = old->m_recordBytes;
+      target->m_source = old->m_source;
+      target->m_place = old->m_place;
+      if (!sole && target->m_source != nullptr) target->m_source->Acquire();
     }
     std::memmove(to + first + chunks.size(), from + first + removed,
                  (old_count - first - removed) * sizeof(*to));
@@ -185,7 +213,10 @@ void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t rem
   std::copy(chunks.begin(), chunks.end(), to + first);
   target->m_chunkCount = static_cast<std::uint32_t>(new_count);
   if (old != nullptr) target->TakeMilestones(*old, keeps_digest ? first : 0);
-  for (const EntryChunk* chunk : chunks) target->CountChunk(*chunk, true);
+  for (EntryChunk* chunk : chunks) {
+    target->CountChunk(*chunk, true);
+    if (target->m_source != nullptr) chunk->SetHasSource();
+  }
   for (std::size_t index = 0; index < removed; ++index) target->CountChunk(*gone[index], false);
   list = target;
   if (sole) {
@@ -200,7 +231,35 @@ void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t rem
 
 void TreeEntries::Set(TreeEntries*& list, TalStringViewT<WideChar> name, EntryKind kind,
                       const cow_ptr<Object>& child) {
-  const EntryChunk::Slot slot{name, kind, &child, {}};
+  // A subtree that becomes hidden loses its record, and with it the id by which it could be read.
+  if (kind == EntryKind::Blob && list != nullptr && list->m_source != nullptr) {
+    Find(list, name, EntryKind::Tree).Open();
+  }
+  SetSlot(list, {name, kind, &child, {}});
+}
+
+void TreeEntries::SetLike(TreeEntries*& list, const EntryRef& entry) {
+  const EntryChunk::Slot slot = entry.Slot();
+  ObjectSource* const own = list == nullptr ? nullptr : list->m_source;
+  ObjectSource* const theirs = entry.List()->m_source;
+  const bool becomes_hidden =
+      slot.kind == EntryKind::Tree && Find(list, slot.name, EntryKind::Blob);
+  const bool can_stay_absent = (own == nullptr || own == theirs) && !becomes_hidden;
+  if (!entry.IsAbsent() || !can_stay_absent) {
+    Set(list, slot.name, slot.kind, entry.Open());
+    return;
+  }
+  if (slot.kind == EntryKind::Blob) Find(list, slot.name, EntryKind::Tree).Open();
+  // Chunks that the list shares with others keep their links, since those may have no source.
+  SetSlot(list, slot);
+  if (own == nullptr) {
+    theirs->Acquire();
+    list->m_source = theirs;
+  }
+}
+
+void TreeEntries::SetSlot(TreeEntries*& list, const EntryChunk::Slot& slot) {
+  const auto& [name, kind, child, record] = slot;
   SlotPlan plan;
   ChunkHolder made;
   if (list == nullptr) {
@@ -235,7 +294,7 @@ bool TreeEntries::Erase(TreeEntries*& list, TalStringViewT<WideChar> name) {
   if (list == nullptr) return false;
   std::size_t at = list->FindChunk(name);
   const EntryChunk& chunk = *list->Chunks()[at];
-  const std::size_t first = chunk.LowerBound(name, EntryKind::kBlob);
+  const std::size_t first = chunk.LowerBound(name, EntryKind::Blob);
   std::size_t last = first;
   while (last < chunk.Count() && SameName(chunk.Name(last), name)) ++last;
   if (first == last) return false;
@@ -272,9 +331,8 @@ TreeEntriesBuilder::~TreeEntriesBuilder() {
   }
 }
 
-void TreeEntriesBuilder::Append(TalStringViewT<WideChar> name, EntryKind kind,
-                                const cow_ptr<Object>& child) {
-  m_pending.push_back({TalStringT<WideChar>(name), kind, child});
+void TreeEntriesBuilder::Append(const EntryChunk::Slot& slot) {
+  m_pending.push_back({TalStringT<WideChar>(slot.name), slot.kind, *slot.child, slot.record});
   const std::size_t most = MostSlots(m_chunks.size());
   if (m_pending.size() > most) Flush(most);
 }
@@ -289,7 +347,9 @@ void TreeEntriesBuilder::Append(EntryChunk& chunk) {
 void TreeEntriesBuilder::Flush(std::size_t count) {
   if (count == 0) return;
   SlotPlan plan;
-  for (const Pending& entry : m_pending) plan.Add({entry.name, entry.kind, &entry.child, {}});
+  for (const Pending& entry : m_pending) {
+    plan.Add({entry.name, entry.kind, &entry.child, entry.record});
+  }
   const std::size_t cut = count < plan.count ? plan.CutNear(count) : count;
   m_chunks.push_back(nullptr);
   m_chunks.back() = EntryChunk::Make(plan.Part(0, cut));

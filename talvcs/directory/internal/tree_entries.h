@@ -1,6 +1,7 @@
 #pragma once
 
-#include <talvcs/directory/internal/entry_chunk.h>
+#include <talvcs/directory/internal/entry_ref.h>
+#include <talvcs/directory/internal/object_source.h>
 #include <talvcs/foundation/internal/ref_count.h>
 #include <talvcs/foundation/internal/sha256.h>
 #include <talvcs/foundation/names.h>
@@ -26,12 +27,26 @@ class TreeEntries {
 
   static void Set(TreeEntries*& list, TalStringViewT<WideChar> name, EntryKind kind,
                   const cow_ptr<Object>& child);
+  /// Puts an entry of another directory into this one, under its name. An absent entry stays absent
+  /// if this directory has the same source or none, otherwise it is read.
+  static void SetLike(TreeEntries*& list, const EntryRef& entry);
   /// Removes the entries of both kinds under `name`. Returns false if there is none.
   static bool Erase(TreeEntries*& list, TalStringViewT<WideChar> name);
 
-  /// Returns the handle under (`name`, `kind`), or null if there is no such entry.
-  static const cow_ptr<Object>* Find(const TreeEntries* list, TalStringViewT<WideChar> name,
-                                     EntryKind kind) noexcept;
+  /// Returns the entry under (`name`, `kind`), if there is one. Reads nothing.
+  static EntryRef Find(const TreeEntries* list, TalStringViewT<WideChar> name,
+                       EntryKind kind) noexcept;
+
+  /// Gives the list, which has one holder, the source of its absent entries.
+  void SetSource(ObjectSource& source, ObjectSource::Place place) noexcept;
+  /// Returns where absent entries are read from, which the list keeps; null if it never had any.
+  ObjectSource* Source() const noexcept { return m_source; }
+  ObjectSource::Place GetPlace() const noexcept { return m_place; }
+  /// Announces all absent subtrees to the source, for a walk that is going to open each of them and
+  /// all below it.
+  void ExpectSubtrees() const {
+    if (m_source != nullptr && m_treeCount != 0) ExpectAbsentSubtrees();
+  }
 
   /// True if one tree alone holds the list.
   bool IsSole() const noexcept { return m_holders.IsSole(); }
@@ -74,6 +89,8 @@ class TreeEntries {
   std::size_t FindChunk(TalStringViewT<WideChar> name) const noexcept;
   EntryChunk** ChunkArray() const noexcept;
   void CountChunk(const EntryChunk& chunk, bool added) noexcept;
+  static void SetSlot(TreeEntries*& list, const EntryChunk::Slot& slot);
+  void ExpectAbsentSubtrees() const;
 
   TalUtils::RefCount m_holders;
   bool m_hasRoomForMilestones = false;
@@ -81,10 +98,14 @@ class TreeEntries {
   std::uint32_t m_hidingChunks = 0;
   std::uint32_t m_chunkCount = 0;
   std::uint32_t m_capacity = 0;
+  ObjectSource::Place m_place = 0;
   std::uint64_t m_count = 0;
   std::uint64_t m_treeCount = 0;
   std::uint64_t m_recordBytes = 0;
-  TreeEntries* m_next = nullptr;  // links lists that wait for their end
+  union {
+    ObjectSource* m_source = nullptr;  // held
+    TreeEntries* m_next;               // links lists that wait for their end
+  };
 };
 
 /// Collects entries in ascending order and makes a list of them in one go.
@@ -96,7 +117,11 @@ class TreeEntriesBuilder {
   ~TreeEntriesBuilder();
 
   /// Appends an entry, which has to stand behind all that are there.
-  void Append(TalStringViewT<WideChar> name, EntryKind kind, const cow_ptr<Object>& child);
+  void Append(TalStringViewT<WideChar> name, EntryKind kind, const cow_ptr<Object>& child) {
+    Append({name, kind, &child, {}});
+  }
+  /// Appends an entry likewise. Its record, if it is known, has to live until `Finish`.
+  void Append(const EntryChunk::Slot& slot);
   /// Appends a whole chunk, shared.
   void Append(EntryChunk& chunk);
   /// Returns the list, held once, or null for no entries. The builder is empty afterwards. What of
@@ -108,6 +133,7 @@ class TreeEntriesBuilder {
     TalStringT<WideChar> name;
     EntryKind kind;
     cow_ptr<Object> child;
+    TalStringViewT<char> record;
   };
   void Flush(std::size_t count);
 

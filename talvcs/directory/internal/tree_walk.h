@@ -8,25 +8,37 @@
 
 namespace TalVcs {
 
-/// What stands under one name in one directory. A null pointer means no entry; an entry's handle
-/// may be null as well.
-struct NamedEntries {
-  const cow_ptr<Object>* blob = nullptr;
-  const cow_ptr<Object>* tree = nullptr;
+/// What stands under one name in one directory. A blob and a subtree of one name stand side by side
+/// in one chunk, the blob first.
+class NamedEntries {
+ public:
+  /// Nothing.
+  NamedEntries() = default;
+  NamedEntries(const EntryRef& blob, const EntryRef& tree) noexcept : m_blob(blob), m_tree(tree) {}
 
-  const Object* BlobObject() const noexcept { return blob == nullptr ? nullptr : blob->get(); }
-  const Tree* TreeObject() const noexcept {
-    return tree == nullptr ? nullptr : static_cast<const Tree*>(tree->get());
+  const EntryRef& Blob() const noexcept { return m_blob; }
+  const EntryRef& Tree() const noexcept { return m_tree; }
+  /// The entry that the name stands for: a blob hides a subtree.
+  const EntryRef& Local() const noexcept { return m_blob.HasObject() ? m_blob : m_tree; }
+  const EntryRef& OfKind(EntryKind kind) const noexcept {
+    return kind == EntryKind::Blob ? m_blob : m_tree;
   }
-  /// The object that the name stands for: a blob hides a subtree.
-  const Object* LocalObject() const noexcept {
-    const Object* found = BlobObject();
-    return found != nullptr ? found : TreeObject();
-  }
-  const Object* OfKind(EntryKind kind) const noexcept {
-    return kind == EntryKind::kBlob ? BlobObject() : TreeObject();
-  }
+
+ private:
+  EntryRef m_blob;
+  EntryRef m_tree;
 };
+
+/// Returns the subtree, which is read if it is absent; null if there is none.
+inline const Tree* OpenTree(const EntryRef& entry) {
+  return static_cast<const Tree*>(entry.Open().get());
+}
+
+/// Returns what stands under `name` in a directory.
+inline NamedEntries EntriesUnder(const TreeEntries* list, TalStringViewT<WideChar> name) noexcept {
+  return {TreeEntries::Find(list, name, EntryKind::Blob),
+          TreeEntries::Find(list, name, EntryKind::Tree)};
+}
 
 /// Walks over the names of a directory in ascending order.
 class EntryCursor {
@@ -41,16 +53,17 @@ class EntryCursor {
   NamedEntries Take() noexcept {
     const EntryChunk& chunk = Chunk();
     const TalStringViewT<WideChar> name = chunk.Name(m_slot);
-    NamedEntries entries;
+    EntryRef blob;
+    EntryRef tree;
     do {
-      (chunk.Kind(m_slot) == EntryKind::kBlob ? entries.blob : entries.tree) = &chunk.Child(m_slot);
+      (chunk.Kind(m_slot) == EntryKind::Blob ? blob : tree) = EntryRef(m_list, &chunk, m_slot);
       ++m_slot;
     } while (m_slot < chunk.Count() && SameName(chunk.Name(m_slot), name));
     if (m_slot == chunk.Count()) {
       ++m_chunk;
       m_slot = 0;
     }
-    return entries;
+    return {blob, tree};
   }
 
   /// Moves over the chunks that both directories have next, where both stand at a chunk. Their
@@ -117,17 +130,13 @@ void VisitUnsharedNames(const TreeEntries* a, const TreeEntries* b, Visit visit)
   }
 }
 
-inline bool SameObject(const Object* a, const Object* b) {
-  return a == b || (a != nullptr && b != nullptr && a->GetId() == b->GetId());
-}
-
 /// True if the entries of that kind differ: one side has an object for which the name doesn't stand
 /// on the other side.
 inline bool EntriesDiffer(EntryKind kind, const NamedEntries& a, const NamedEntries& b) {
-  const Object* own_a = a.OfKind(kind);
-  const Object* own_b = b.OfKind(kind);
-  return (own_a != nullptr && !SameObject(own_a, b.LocalObject())) ||
-         (own_b != nullptr && !SameObject(own_b, a.LocalObject()));
+  const EntryRef& own_a = a.OfKind(kind);
+  const EntryRef& own_b = b.OfKind(kind);
+  return (own_a.HasObject() && !SameObject(own_a, b.Local())) ||
+         (own_b.HasObject() && !SameObject(own_b, a.Local()));
 }
 
 }  // namespace TalVcs

@@ -7,11 +7,11 @@ EntryDecision DecideEntry(EntryKind stage, const NamedEntries& root, const Named
   const bool left_changed = EntriesDiffer(stage, root, left);
   const bool right_changed = EntriesDiffer(stage, root, right);
   if (left_changed && right_changed) {
-    return SameObject(left.LocalObject(), right.LocalObject()) ? EntryDecision::kTakeSame
-                                                               : EntryDecision::kConflict;
+    return SameObject(left.Local(), right.Local()) ? EntryDecision::TakeSame
+                                                   : EntryDecision::Conflict;
   }
-  if (left_changed) return EntryDecision::kTakeLeft;
-  return right_changed ? EntryDecision::kTakeRight : EntryDecision::kKeepRoot;
+  if (left_changed) return EntryDecision::TakeLeft;
+  return right_changed ? EntryDecision::TakeRight : EntryDecision::KeepRoot;
 }
 
 }  // namespace TalVcs

@@ -6,11 +6,11 @@ namespace TalVcs {
 
 /// What becomes of one entry in a merge.
 enum class EntryDecision {
-  kKeepRoot,   ///< neither side changed it
-  kTakeLeft,   ///< the left side alone changed it
-  kTakeRight,  ///< the right side alone changed it
-  kTakeSame,   ///< both sides changed it in the same way
-  kConflict,   ///< both sides changed it differently
+  KeepRoot,   ///< neither side changed it
+  TakeLeft,   ///< the left side alone changed it
+  TakeRight,  ///< the right side alone changed it
+  TakeSame,   ///< both sides changed it in the same way
+  Conflict,   ///< both sides changed it differently
 };
 
 /// Decides about the entries under one name from what stands there on the three sides.

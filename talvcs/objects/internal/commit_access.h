@@ -1,5 +1,6 @@
 #pragma once
 
+#include <talvcs/directory/internal/object_source.h>
 #include <talvcs/objects/commit.h>
 
 #include <optional>
@@ -18,8 +19,26 @@ class CommitAccess {
   static void RebuildTree(Commit& commit, IRepository* repository) {
     commit.RebuildTree(repository);
   }
-  /// The handle on the parent, which the commit keeps.
-  static const cow_ptr<Commit>& Parent(const Commit& commit) noexcept { return commit.m_parent; }
+  /// Returns the handle on the parent, which the commit keeps. An absent parent is read first.
+  static const cow_ptr<Commit>& Parent(const Commit& commit) {
+    if (commit.IsParentAbsent()) commit.OpenParent();
+    return commit.m_parent;
+  }
+  /// Return what is in memory, or null. Read nothing.
+  static const cow_ptr<Commit>& PresentParent(const Commit& commit) noexcept;
+  static cow_ptr<Tree> PresentRoot(const Commit& commit);
+  /// Return where an absent link leads; null for a link that isn't absent.
+  static const ObjectSource* SourceOfParent(const Commit& commit) noexcept;
+  static const ObjectSource* SourceOfRoot(const Commit& commit) noexcept;
+
+  /// Make a link absent, whose object is in the store of `source`. The commit's id stays.
+  static void SetAbsentParent(const Commit& commit, const Id& id, const SourceHandle& source);
+  static void SetAbsentTree(const Commit& commit, const Id& id, const SourceHandle& source);
+  static void MarkAbsent(Commit& placeholder) noexcept { placeholder.m_isAbsent = true; }
+
+  /// Gives a new commit an empty handle on a root, as one without a root has.
+  static void SetNoTree(Commit& commit) { commit.m_tree.write(); }
+  static void CacheId(const Commit& commit, const Id& id) noexcept { commit.CacheId(id); }
   /// The id, without a copy; valid until the commit changes.
   static const Id& GetId(const Commit& commit) {
     if (!commit.HasId()) static_cast<const Object&>(commit).GetId();

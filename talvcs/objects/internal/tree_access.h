@@ -15,10 +15,17 @@ class TreeAccess {
     tree.m_entries = builder.Finish(former);
   }
 
-  /// Puts a stored object into the tree as it is.
-  static void SetEntry(Tree& tree, TalStringViewT<WideChar> name, EntryKind kind,
-                       const cow_ptr<Object>& child) {
-    tree.SetEntry(name, kind, child);
+  /// Gives a new tree, whose id is known, its entries; takes over the hold on `list`.
+  static void Restore(Tree& tree, const Id& id, TreeEntries* list) noexcept {
+    tree.m_entries = list;
+    tree.CacheId(id);
+  }
+
+  /// Puts an entry of another tree into this one, under its name; an absent one stays absent where
+  /// that is possible.
+  static void SetLike(Tree& tree, const EntryRef& entry) {
+    TreeEntries::SetLike(tree.m_entries, entry);
+    tree.ResetState();
   }
 };
 

@@ -14,7 +14,7 @@ namespace vcs = TalVcs;
 
 namespace {
 
-/// The recipe of docs/guide.md.
+/// Saves to the folder and loads again.
 bool ComesBackFromFolder(vcs::Repository& repository, const char* folder) {
   using namespace TalVcs;
   Kit::DirectoryStore store(folder);

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <kit/export.h>
+#include <kit/open/report.h>
+#include <kit/store/object_store.h>
+#include <kit/text/progress.h>
+#include <kit/text/result.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+/// Options of `Copy`.
+struct CopyOptions {
+  /// The branches to copy; none means all. A name that the source lacks is an error.
+  std::vector<std::string> branches;
+  /// What to do with branches that aren't whole in the source. `Stop` moves no head;
+  /// `OpenWhole` copies the branches that are whole. `Salvage` does the same as `OpenWhole`: a head
+  /// is never moved to a history with holes.
+  DamagePolicy policy = DamagePolicy::Stop;
+  /// Moves branches of the target also where this drops commits from them. Otherwise a branch that
+  /// has commits that the source's branch lacks is a conflict.
+  bool replaceHeads = false;
+  /// Phases: "history" and "contents" for each branch. No head has moved when the last one ends.
+  Progress progress;
+};
+
+/// What `Copy` did.
+struct CopyReport {
+  /// What was found in the source, in so far as the target lacked it.
+  HistoryReport source;
+  /// The branches that the target has at the source's heads now.
+  std::vector<Head> heads;
+  std::uint64_t writtenObjects = 0;
+  std::uint64_t writtenBytes = 0;
+};
+
+/// Copies branches with everything that they reach from one store to another.
+///
+/// Only what the target lacks is read, checked and written: each object before what names it,
+/// histories from their oldest commit on, and the heads last, all in one step. Where the target has
+/// a commit or a folder, it has everything below, and this isn't looked at. So a second copy after
+/// an interruption goes on where the first one stopped, and a copy between stores that share most
+/// of a history costs the difference.
+///
+///     Copy(memory, directory).value();
+///
+/// Branches of the target that the source lacks stay. `from` and `to` must be two objects, and may
+/// be of any two kinds of stores.
+///
+/// Fails with `Conflict` and the target's actual heads if a branch of the target was moved
+/// meanwhile or would lose commits; with `Damaged` or `Unavailable` if the source can't be read,
+/// and as either store fails. No head has moved then; objects that were written stay until a
+/// `CleanUp` and spare the next copy their reading.
+///
+/// Cost: what is missing, and a look-up in the target for each entry of a missing folder.
+TALVCS_KIT_API Result<CopyReport> Copy(IObjectStore& from, IObjectStore& to,
+                                       const CopyOptions& options = {});
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,30 @@
+#include <kit/open/internal/damage_list.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace TalVcs::Kit {
+
+std::uint32_t DamageList::Add(Damage damage) {
+  const auto number =
+      static_cast<std::uint32_t>(std::min<std::uint64_t>(m_count++, HistoryReport::kMostDamages));
+  if (number < HistoryReport::kMostDamages) m_damages.push_back(std::move(damage));
+  return m_sets.Make({number});
+}
+
+void DamageList::CountCommit(std::uint32_t set) {
+  if (set >= m_commits.size()) m_commits.resize(m_sets.GetCount());
+  ++m_commits[set];
+}
+
+void DamageList::MoveTo(HistoryReport& report) {
+  for (std::uint32_t set = 0; set < m_commits.size(); ++set) {
+    for (const std::uint32_t number : m_sets.Numbers(set)) {
+      if (number < m_damages.size()) m_damages[number].commits += m_commits[set];
+    }
+  }
+  report.damages = std::move(m_damages);
+  report.damageCount = m_count;
+}
+
+}  // namespace TalVcs::Kit

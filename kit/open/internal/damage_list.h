@@ -1,0 +1,31 @@
+#pragma once
+
+#include <kit/open/internal/number_sets.h>
+#include <kit/open/report.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+/// The damages that a walk found, and sets of them: a set says what one object lacks.
+class DamageList {
+ public:
+  /// Adds a damage and returns the set of it alone. What is beyond the list's length is counted,
+  /// and all of it has one set.
+  std::uint32_t Add(Damage damage);
+  NumberSets& Sets() noexcept { return m_sets; }
+
+  /// Says that one more commit lacks what is in the set.
+  void CountCommit(std::uint32_t set);
+  /// Moves the damages, each with its number of commits, into the report.
+  void MoveTo(HistoryReport& report);
+
+ private:
+  NumberSets m_sets;
+  std::vector<Damage> m_damages;
+  std::uint64_t m_count = 0;
+  std::vector<std::uint64_t> m_commits;  // by set
+};
+
+}  // namespace TalVcs::Kit

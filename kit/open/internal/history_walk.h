@@ -1,0 +1,73 @@
+#pragma once
+
+#include <kit/open/internal/tree_walk.h>
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+/// Walks everything that branches reach by the records of a store, each object once, and finds what
+/// can't be read.
+///
+/// For each branch the history is read first, newest first, down to a commit that is known. Then
+/// the trees of its commits are walked, oldest first. Memory: some 100 bytes for each commit, 40 to
+/// 80 for each other object, and what is between a root and one folder.
+class HistoryWalk {
+ public:
+  /// All arguments must outlive the walk.
+  HistoryWalk(IObjectStore& store, Reporter& reporter, WalkHooks hooks)
+      : m_store(store),
+        m_reporter(reporter),
+        m_hooks(std::move(hooks)),
+        m_trees(store, reporter, m_hooks, m_damages) {}
+  HistoryWalk(const HistoryWalk&) = delete;
+  HistoryWalk& operator=(const HistoryWalk&) = delete;
+
+  /// Walks the branches. Called once. An error is one of the store as a whole, of a hook or of the
+  /// progress; what can't be read is part of the report.
+  Result<HistoryReport> Run(std::span<const Head> heads);
+
+  /// True if the walk has met the id, whether or not its object can be read.
+  bool HasMet(const IdKey& key) const noexcept {
+    return m_commits.Contains(key) || m_trees.Trees().Contains(key) ||
+           m_trees.Files().Contains(key);
+  }
+  const IdMap& Commits() const noexcept { return m_commits; }
+  const TreeWalk& Trees() const noexcept { return m_trees; }
+  std::uint64_t CountMet() const noexcept {
+    return m_commits.GetCount() + m_trees.Trees().GetCount() + m_trees.Files().GetCount();
+  }
+
+ private:
+  static constexpr std::uint32_t kNone = 0xFFFFFFFF;
+
+  struct Node {
+    IdKey id;
+    IdKey root;
+    bool hasRoot = false;
+    bool isReadable = true;
+    bool isKnown = false;  // not wanted, so that it counts as whole
+    std::uint32_t parent = kNone;
+    std::uint32_t damage = NumberSets::kEmpty;  // of the commit and all its ancestors
+    std::uint64_t commits = 0;                  // readable, from this one on
+    std::uint64_t wholeCommits = 0;
+  };
+
+  Status ReadHistory(const Head& head);
+  Result<bool> TakeCommit(const CommitRecord& commit, bool isWanted, const Head& head);
+  Status WalkTrees(std::uint32_t first, const std::string& branch);
+  Status FinishCommit(Node& node);
+  BranchReport ReportOn(const Head& head) const;
+
+  IObjectStore& m_store;
+  Reporter& m_reporter;
+  WalkHooks m_hooks;
+  DamageList m_damages;
+  TreeWalk m_trees;
+  IdMap m_commits;  // indexes of nodes
+  std::vector<Node> m_nodes;
+};
+
+}  // namespace TalVcs::Kit

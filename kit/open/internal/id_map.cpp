@@ -1,0 +1,86 @@
+#include <kit/open/internal/id_map.h>
+#include <talvcs/foundation/data_encoding.h>
+
+#include <cstring>
+
+namespace TalVcs::Kit {
+
+namespace {
+
+constexpr int kDigits = 64;
+constexpr std::size_t kFirstSlots = 64;
+
+int DigitOf(WideChar character) noexcept {
+  if (character >= TAL_WIDE('0') && character <= TAL_WIDE('9')) return character - TAL_WIDE('0');
+  if (character >= TAL_WIDE('a') && character <= TAL_WIDE('f')) {
+    return character - TAL_WIDE('a') + 10;
+  }
+  return -1;
+}
+
+}  // namespace
+
+std::optional<IdKey> KeyOf(const Id& id) {
+  const TalStringViewT<WideChar> text = id.View();
+  if (text.length != kDigits) return std::nullopt;
+  std::array<unsigned char, kDigits / 2> bytes;
+  for (std::size_t index = 0; index < bytes.size(); ++index) {
+    const int high = DigitOf(text.text[2 * index]);
+    const int low = DigitOf(text.text[2 * index + 1]);
+    if (high < 0 || low < 0) return std::nullopt;
+    bytes[index] = static_cast<unsigned char>(high * 16 + low);
+  }
+  IdKey key;
+  static_assert(sizeof(key.words) == sizeof(bytes));
+  std::memcpy(key.words.data(), bytes.data(), bytes.size());
+  return key;
+}
+
+Id IdOf(const IdKey& key) {
+  return Id(TalUtils::DataEncoding::HexEncode(key.words.data(), sizeof(key.words)));
+}
+
+std::pair<std::uint32_t*, bool> IdMap::Insert(const IdKey& key, std::uint32_t value) {
+  if (10 * (m_count + 1) > 7 * m_slots.size()) Grow();
+  Slot& slot = m_slots[SlotOf(key)];
+  if (slot.value != kFree) return {&slot.value, false};
+  slot = {key, value};
+  ++m_count;
+  return {&slot.value, true};
+}
+
+std::uint32_t* IdMap::Find(const IdKey& key) noexcept {
+  if (m_slots.empty()) return nullptr;
+  Slot& slot = m_slots[SlotOf(key)];
+  return slot.value == kFree ? nullptr : &slot.value;
+}
+
+const std::uint32_t* IdMap::Find(const IdKey& key) const noexcept {
+  if (m_slots.empty()) return nullptr;
+  const Slot& slot = m_slots[SlotOf(key)];
+  return slot.value == kFree ? nullptr : &slot.value;
+}
+
+// Returns where the key is, or the free slot where it belongs. All words take part, because a
+// hostile store chooses the ids that its trees name.
+std::size_t IdMap::SlotOf(const IdKey& key) const noexcept {
+  std::uint64_t hash = 0;
+  for (const std::uint64_t word : key.words) {
+    hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
+    hash ^= hash >> 32;
+  }
+  const std::size_t mask = m_slots.size() - 1;
+  std::size_t index = static_cast<std::size_t>(hash) & mask;
+  while (m_slots[index].value != kFree && !(m_slots[index].key == key)) index = (index + 1) & mask;
+  return index;
+}
+
+void IdMap::Grow() {
+  std::vector<Slot> old(m_slots.empty() ? kFirstSlots : 2 * m_slots.size());
+  old.swap(m_slots);
+  for (const Slot& slot : old) {
+    if (slot.value != kFree) m_slots[SlotOf(slot.key)] = slot;
+  }
+}
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,31 @@
+#include <kit/open/internal/history_walk.h>
+#include <kit/open/internal/loaded_objects.h>
+#include <kit/open/internal/opened_access.h>
+#include <kit/open/load.h>
+
+#include <utility>
+
+namespace TalVcs::Kit {
+
+Result<OpenedRepository> Load(std::shared_ptr<IObjectStore> store, const LoadOptions& options) {
+  const Result<std::vector<Head>> heads = store->Heads();
+  if (!heads) return heads.error();
+  auto loaded = std::make_shared<LoadedObjects>();
+  WalkHooks hooks;
+  hooks.commitRead = [&loaded](const CommitRecord& commit) {
+    loaded->Add(commit.id, commit.packed);
+    return Status();
+  };
+  hooks.objectRead = [&loaded](const StoredObject& object, bool /*isWhole*/) {
+    loaded->Add(object.id, object.packed);
+    return Status();
+  };
+  Reporter reporter(options.progress);
+  Result<HistoryReport> report = HistoryWalk(*store, reporter, std::move(hooks)).Run(*heads);
+  if (!report) return report.error();
+  loaded->SetDamages(report->damages);
+  return OpenedAccess::Make(std::move(store), std::move(loaded), *std::move(report), options.policy,
+                            options.branch);
+}
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <kit/export.h>
+#include <kit/open/open.h>
+
+#include <memory>
+#include <string>
+
+namespace TalVcs::Kit {
+
+/// Options of `Load`.
+struct LoadOptions {
+  /// The current branch, as in `OpenOptions`.
+  std::string branch;
+  /// What to do with branches that aren't whole.
+  DamagePolicy policy = DamagePolicy::Stop;
+  /// Phases: "history" and "contents" for each branch.
+  Progress progress;
+};
+
+/// Reads everything that the branches of a store reach into memory, and checks it.
+///
+/// The repository has every branch under its head's own id, or says what is wrong: a branch is
+/// never given another head, and nothing is left out of a folder. It needs the store only to be
+/// saved. Following a link costs no reading and fails only where the report has a damage.
+///
+///     Result<OpenedRepository> loaded = Load(store);
+///     if (!loaded && loaded.error().code == ErrorCode::Damaged) {
+///       loaded = Load(store, {.policy = DamagePolicy::Salvage});
+///       for (const Damage& damage : loaded->GetReport().damages) Show(Describe(damage));
+///     }
+///
+/// By policy, damage anywhere fails the load with the first one as the error; or the whole branches
+/// come in; or also what is left of partial ones: their heads, and each commit, folder and file
+/// that can be read. Reading what is damaged there throws `ObjectUnavailable`. `Save` refuses a
+/// repository that did not come in whole unless the caller names its damaged branches.
+///
+/// Fails as `Open` and `Verify` do. Cost: one pass over all reachable bytes. Memory: these bytes,
+/// and some 60 for each object; what is used later takes its own memory but for files, which share
+/// their bytes.
+TALVCS_KIT_API Result<OpenedRepository> Load(std::shared_ptr<IObjectStore> store,
+                                             const LoadOptions& options = {});
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,291 @@
+#include <kit/open/internal/id_map.h>
+#include <kit/open/internal/number_sets.h>
+#include <kit/open/internal/record_reader.h>
+#include <kit/open/internal/reporter.h>
+#include <kit/open/statistics.h>
+
+#include <algorithm>
+#include <utility>
+
+// Each object has the set of the branches that reach it. Histories fork and never join, so the set
+// of a commit is known from its children's; oldest commits have the largest sets and come first:
+//
+//     A---B---C     first       A, B: {first, second}   C: {first}   D: {second}
+//         `---D     second
+//
+// So a folder that a commit has from its ancestors has a larger set already and isn't entered
+// again. One that two branches came to have apart from each other is entered once for each.
+
+namespace TalVcs::Kit {
+
+namespace {
+
+constexpr std::uint32_t kNone = 0xFFFFFFFF;
+constexpr std::size_t kTreesTogether = 64;
+constexpr std::size_t kSizesTogether = 1024;
+
+void Count(ObjectTotals& totals, std::uint64_t size_bytes) {
+  ++totals.count;
+  totals.sizeBytes += size_bytes;
+}
+
+void Add(ObjectTotals& totals, const ObjectTotals& more) {
+  totals.count += more.count;
+  totals.sizeBytes += more.sizeBytes;
+}
+
+class Counting {
+ public:
+  Counting(IObjectStore& store, const Progress& progress) : m_store(store), m_reporter(progress) {}
+
+  Result<StoreStatistics> Run() {
+    const Result<std::vector<Head>> heads = m_store.Heads();
+    if (!heads) return heads.error();
+    Status status = m_reporter.Begin("history");
+    for (std::uint32_t branch = 0; status && branch < heads->size(); ++branch) {
+      status = ReadHistory((*heads)[branch].id, branch);
+    }
+    if (status) status = m_reporter.End();
+    if (status) status = m_reporter.Begin("contents");
+    if (status) status = CountContents();
+    if (status) status = m_reporter.End();
+    if (status) status = CountUnreferenced();
+    if (!status) return status.error();
+    for (std::uint32_t branch = 0; branch < heads->size(); ++branch) {
+      m_result.branches.push_back(BranchTotals((*heads)[branch], branch));
+    }
+    return std::move(m_result);
+  }
+
+ private:
+  struct Node {
+    IdKey root;
+    bool hasRoot = false;
+    std::uint32_t parent = kNone;
+    std::uint32_t children = 0;
+    std::uint32_t branches = NumberSets::kEmpty;
+    std::uint64_t sizeBytes = 0;
+  };
+  /// An object that more branches reach than before.
+  struct Step {
+    Id id;
+    std::uint32_t before;
+    std::uint32_t after;
+  };
+
+  Status ReadHistory(const Id& head, std::uint32_t branch) {
+    const std::optional<IdKey> key = KeyOf(head);
+    if (!key) {
+      if (!head.View().IsEmpty()) ++m_result.unreadable;
+      return {};
+    }
+    CommitReader reader(m_store, head);
+    std::uint32_t child = kNone;
+    bool is_known = false;
+    while (!is_known && !reader.AtEnd()) {
+      const Result<std::vector<CommitRecord>> window = reader.Next();
+      if (!window) return window.error();
+      for (const CommitRecord& commit : *window) {
+        const Result<std::uint32_t> index = AddCommit(commit, is_known);
+        if (!index) return index.error();
+        if (*index != kNone && child != kNone) {
+          m_nodes[child].parent = *index;
+          ++m_nodes[*index].children;
+        }
+        child = *index;
+        if (is_known) break;
+      }
+    }
+    const std::uint32_t* index = m_commits.Find(*key);
+    if (index == nullptr || *index == kNone - 1) return {};
+    Node& node = m_nodes[*index];
+    node.branches = m_sets.Union(node.branches, m_sets.Make({branch}));
+    return {};
+  }
+
+  // Returns the index of the commit's node, or none if it can't be read.
+  Result<std::uint32_t> AddCommit(const CommitRecord& commit, bool& isKnown) {
+    constexpr std::uint32_t kUnreadable = kNone - 1;
+    const auto next = static_cast<std::uint32_t>(m_nodes.size());
+    const auto [index, added] =
+        m_commits.Insert(*KeyOf(commit.id), commit.problem ? kUnreadable : next);
+    isKnown = !added;
+    if (!added) return *index == kUnreadable ? kNone : *index;
+    if (commit.problem) {
+      ++m_result.unreadable;
+      return kNone;
+    }
+    Node& node = m_nodes.emplace_back();
+    node.sizeBytes = commit.packed.GetSize();
+    node.hasRoot = !commit.root.View().IsEmpty();
+    if (node.hasRoot) node.root = *KeyOf(commit.root);
+    Count(m_result.commits, node.sizeBytes);
+    const Status status = m_reporter.Add(1, node.sizeBytes);
+    if (!status) return status.error();
+    return next;
+  }
+
+  Status CountContents() {
+    // Children before parents.
+    std::vector<std::uint32_t> order;
+    order.reserve(m_nodes.size());
+    for (std::uint32_t index = 0; index < m_nodes.size(); ++index) {
+      if (m_nodes[index].children == 0) order.push_back(index);
+    }
+    for (std::size_t at = 0; at < order.size(); ++at) {
+      const Node& node = m_nodes[order[at]];
+      if (node.parent == kNone) continue;
+      Node& parent = m_nodes[node.parent];
+      parent.branches = m_sets.Union(parent.branches, node.branches);
+      if (--parent.children == 0) order.push_back(node.parent);
+    }
+    Status status;
+    for (std::size_t at = order.size(); status && at-- > 0;) {
+      const Node& node = m_nodes[order[at]];
+      Move(NumberSets::kEmpty, node.branches, node.sizeBytes);
+      if (!node.hasRoot) continue;
+      Reach(m_trees, node.root, node.branches, m_pendingTrees);
+      status = WalkTrees(node.branches);
+    }
+    if (status) status = CountBlobs();
+    return status;
+  }
+
+  // Says that branches reach an object, and makes it a step to do if they didn't before.
+  void Reach(IdMap& objects, const IdKey& key, std::uint32_t branches, std::vector<Step>& steps) {
+    std::uint32_t* reached = objects.Insert(key, NumberSets::kEmpty).first;
+    if (m_sets.Includes(*reached, branches)) return;
+    const std::uint32_t before = std::exchange(*reached, m_sets.Union(*reached, branches));
+    steps.push_back({IdOf(key), before, *reached});
+  }
+
+  Status WalkTrees(std::uint32_t branches) {
+    while (!m_pendingTrees.empty()) {
+      const std::size_t first =
+          m_pendingTrees.size() - std::min(m_pendingTrees.size(), kTreesTogether);
+      const std::vector<Step> steps(m_pendingTrees.begin() + static_cast<std::ptrdiff_t>(first),
+                                    m_pendingTrees.end());
+      m_pendingTrees.resize(first);
+      std::vector<Id> ids;
+      for (const Step& step : steps) ids.push_back(step.id);
+      Status status =
+          ReadEach(m_store, ids, [&](std::size_t index, Result<Buffer> packed) -> Status {
+            return CountTree(steps[index], packed, branches);
+          });
+      if (status && m_pendingBlobs.size() >= kSizesTogether) status = CountBlobs();
+      if (!status) return status;
+    }
+    return {};
+  }
+
+  Status CountTree(const Step& step, const Result<Buffer>& packed, std::uint32_t branches) {
+    const bool is_new = step.before == NumberSets::kEmpty;
+    if (CheckRecord(step.id, ObjectType::Tree, packed)) {
+      if (is_new) ++m_result.unreadable;
+      return {};
+    }
+    if (is_new) Count(m_result.trees, packed->GetSize());
+    Move(step.before, step.after, packed->GetSize());
+    auto visit = [&](const PackedReference& reference) {
+      const bool is_tree = reference.type == ObjectType::Tree;
+      Reach(is_tree ? m_trees : m_blobs, *KeyOf(reference.id), branches,
+            is_tree ? m_pendingTrees : m_pendingBlobs);
+    };
+    using Visit = decltype(visit);
+    VisitReferences(*packed, {&visit, [](void* object, const PackedReference& reference) {
+                                (*static_cast<Visit*>(object))(reference);
+                              }});
+    return m_reporter.Add(1, packed->GetSize());
+  }
+
+  // A blob may be pending twice, with the sets one after the other.
+  Status CountBlobs() {
+    std::vector<Id> ids;
+    for (const Step& step : m_pendingBlobs) ids.push_back(step.id);
+    const auto sizes = m_store.Sizes(ids);
+    if (!sizes) return sizes.error();
+    for (std::size_t index = 0; index < m_pendingBlobs.size(); ++index) {
+      const Step& step = m_pendingBlobs[index];
+      const bool is_new = step.before == NumberSets::kEmpty;
+      const std::optional<std::uint64_t> size_bytes = (*sizes)[index];
+      if (!size_bytes) {
+        if (is_new) ++m_result.unreadable;
+        continue;
+      }
+      if (is_new) Count(m_result.blobs, *size_bytes);
+      Move(step.before, step.after, *size_bytes);
+    }
+    m_pendingBlobs.clear();
+    return m_reporter.Add(ids.size());
+  }
+
+  // Counts an object with the set `after` in place of `before`.
+  void Move(std::uint32_t before, std::uint32_t after, std::uint64_t size_bytes) {
+    m_totals.resize(std::max<std::size_t>(m_totals.size(), m_sets.GetCount()));
+    Count(m_totals[after], size_bytes);
+    if (before == NumberSets::kEmpty) return;
+    --m_totals[before].count;
+    m_totals[before].sizeBytes -= size_bytes;
+  }
+
+  Status CountUnreferenced() {
+    Status status = m_reporter.Begin("unreferenced");
+    if (!status) return status;
+    const Status listed = m_store.List([&](std::span<const Id> ids) {
+      for (const Id& id : ids) {
+        const std::optional<IdKey> key = KeyOf(id);
+        if (key && (m_commits.Contains(*key) || m_trees.Contains(*key) || m_blobs.Contains(*key))) {
+          continue;
+        }
+        m_unreferenced.push_back(id);
+      }
+      status = m_reporter.Add(ids.size());
+      return status.ok();
+    });
+    if (!status) return status;
+    if (!listed) return listed;
+    for (std::size_t first = 0; first < m_unreferenced.size(); first += kSizesTogether) {
+      const std::size_t count = std::min(kSizesTogether, m_unreferenced.size() - first);
+      const auto sizes = m_store.Sizes(std::span(m_unreferenced).subspan(first, count));
+      if (!sizes) return sizes.error();
+      for (const auto& size_bytes : *sizes) Count(m_result.unreferenced, size_bytes.value_or(0));
+    }
+    return m_reporter.End();
+  }
+
+  BranchStatistics BranchTotals(const Head& head, std::uint32_t branch) {
+    BranchStatistics result;
+    result.name = head.name;
+    for (std::uint32_t set = 0; set < m_totals.size(); ++set) {
+      const std::span<const std::uint32_t> branches = m_sets.Numbers(set);
+      if (!std::ranges::binary_search(branches, branch)) continue;
+      Add(branches.size() == 1 ? result.own : result.shared, m_totals[set]);
+    }
+    const std::optional<IdKey> key = KeyOf(head.id);
+    const std::uint32_t* index = key ? m_commits.Find(*key) : nullptr;
+    std::uint32_t at = index == nullptr || *index >= m_nodes.size() ? kNone : *index;
+    for (; at != kNone; at = m_nodes[at].parent) ++result.commits;
+    return result;
+  }
+
+  IObjectStore& m_store;
+  Reporter m_reporter;
+  StoreStatistics m_result;
+  NumberSets m_sets;  // of branches
+  std::vector<Node> m_nodes;
+  IdMap m_commits;  // indexes of nodes
+  IdMap m_trees;    // sets of branches
+  IdMap m_blobs;
+  std::vector<Step> m_pendingTrees;
+  std::vector<Step> m_pendingBlobs;
+  std::vector<ObjectTotals> m_totals;  // by set
+  std::vector<Id> m_unreferenced;
+};
+
+}  // namespace
+
+Result<StoreStatistics> Statistics(IObjectStore& store, const StatisticsOptions& options) {
+  return Counting(store, options.progress).Run();
+}
+
+}  // namespace TalVcs::Kit

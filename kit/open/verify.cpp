@@ -1,0 +1,45 @@
+#include <kit/open/internal/history_walk.h>
+#include <kit/open/verify.h>
+
+namespace TalVcs::Kit {
+
+namespace {
+
+Result<std::uint64_t> CountUnreferenced(IObjectStore& store, const HistoryWalk& walk,
+                                        Reporter& reporter) {
+  std::uint64_t count = 0;
+  Status status = reporter.Begin("unreferenced");
+  if (!status) return status.error();
+  const Status listed = store.List([&](std::span<const Id> ids) {
+    for (const Id& id : ids) {
+      const std::optional<IdKey> key = KeyOf(id);
+      if (!key || !walk.HasMet(*key)) ++count;
+    }
+    status = reporter.Add(ids.size());
+    return status.ok();
+  });
+  if (status && !listed) return listed.error();
+  if (status) status = reporter.End();
+  if (!status) return status.error();
+  return count;
+}
+
+}  // namespace
+
+Result<VerifyReport> Verify(IObjectStore& store, const VerifyOptions& options) {
+  const Result<std::vector<Head>> heads = store.Heads();
+  if (!heads) return heads.error();
+  Reporter reporter(options.progress);
+  HistoryWalk walk(store, reporter, {});
+  Result<HistoryReport> result = walk.Run(*heads);
+  if (!result) return result.error();
+  const Result<std::uint64_t> unreferenced = CountUnreferenced(store, walk, reporter);
+  if (!unreferenced) return unreferenced.error();
+  VerifyReport report;
+  static_cast<HistoryReport&>(report) = *std::move(result);
+  report.objects = walk.CountMet() - report.damageCount;
+  report.unreferencedObjects = *unreferenced;
+  return report;
+}
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <talvcs/foundation/internal/ref_count.h>
+#include <talvcs/foundation/names.h>
+#include <talvcs/objects/id.h>
+
+#include <cstdint>
+#include <span>
+
+namespace TalVcs {
+
+class Commit;
+class Object;
+class Tree;
+enum class EntryKind;
+
+/// Where absent links lead: reads the object that a link names, or finds the instance that is in
+/// memory already.
+///
+/// Counted: every directory and every commit with an absent link holds it. An object that can't be
+/// had throws `ObjectUnavailable`, and the link stays absent.
+class ObjectSource {
+ public:
+  /// The place of a directory, made of the names on the path to it. Two directories at one place
+  /// are likely to be states of one directory; nothing depends on it but the use of memory.
+  using Place = std::uint32_t;
+  static constexpr Place kRootPlace = 1;
+  /// Returns the place of the subdirectory `name`.
+  static Place PlaceBelow(Place place, TalStringViewT<WideChar> name) noexcept;
+
+  ObjectSource(const ObjectSource&) = delete;
+  ObjectSource& operator=(const ObjectSource&) = delete;
+
+  void Acquire() noexcept { m_holders.Acquire(); }
+  void Release() noexcept {
+    if (m_holders.Release()) delete this;
+  }
+
+  /// Return the instance of that id. `place` is that of the entry, for a subtree.
+  virtual cow_ptr<Object> OpenEntry(EntryKind kind, const Id& id, Place place) = 0;
+  virtual cow_ptr<Tree> OpenRoot(const Id& id) = 0;
+  virtual cow_ptr<Commit> OpenParent(const Id& id, const Id& child) = 0;
+
+  /// A subtree that is opened next.
+  struct ExpectedTree {
+    Id id;
+    Place place;
+  };
+  /// Says that these trees are opened next, and what lies below them if `deep` is true. One read
+  /// serves them all. What can't be read is left for the link to find out.
+  virtual void ExpectTrees(std::span<const ExpectedTree> trees, bool deep) = 0;
+
+ protected:
+  ObjectSource() = default;
+  virtual ~ObjectSource() = default;
+
+ private:
+  TalUtils::RefCount m_holders;
+};
+
+/// A hold on a source, or on none.
+class SourceHandle {
+ public:
+  SourceHandle() = default;
+  explicit SourceHandle(ObjectSource* source) noexcept : m_source(source) {
+    if (m_source != nullptr) m_source->Acquire();
+  }
+  SourceHandle(const SourceHandle& other) noexcept : SourceHandle(other.m_source) {}
+  SourceHandle& operator=(const SourceHandle&) = delete;
+  ~SourceHandle() {
+    if (m_source != nullptr) m_source->Release();
+  }
+
+  ObjectSource* get() const noexcept { return m_source; }
+  ObjectSource* operator->() const noexcept { return m_source; }
+
+ private:
+  ObjectSource* m_source = nullptr;
+};
+
+}  // namespace TalVcs

@@ -1,0 +1,64 @@
+#include <talvcs/objects/internal/absent_objects.h>
+#include <talvcs/objects/internal/commit_access.h>
+
+#include <memory>
+#include <utility>
+
+// A commit that was read holds placeholders until somebody follows the links:
+//
+//   commit C -> AbsentCommit (id of B, source)        C -> B -> AbsentCommit (id of A, source)
+//            -> handle -> AbsentTree (id, source)       -> handle -> AbsentTree
+//
+// All uses that need ids alone work with the placeholders, which know theirs.
+
+namespace TalVcs {
+
+AbsentCommit::AbsentCommit(const Id& id, const SourceHandle& source) : m_source(source) {
+  CommitAccess::MarkAbsent(*this);
+  CacheId(id);
+}
+
+void Commit::OpenParent() const {
+  const auto& absent = static_cast<const AbsentCommit&>(*m_parent);
+  m_parent = absent.Open(CachedId());
+}
+
+void Commit::OpenTree() const {
+  const auto& absent = static_cast<const AbsentTree&>(*m_tree->GetRoot());
+  cow_ptr<CommitTree> handle;
+  *handle.write() = CommitTree(absent.Open());
+  m_tree = std::move(handle);
+  m_isTreeAbsent = false;
+}
+
+const cow_ptr<Commit>& CommitAccess::PresentParent(const Commit& commit) noexcept {
+  static const cow_ptr<Commit> none;
+  return commit.IsParentAbsent() ? none : commit.m_parent;
+}
+
+cow_ptr<Tree> CommitAccess::PresentRoot(const Commit& commit) {
+  return commit.m_tree && !commit.m_isTreeAbsent ? commit.m_tree->GetRoot() : nullptr;
+}
+
+const ObjectSource* CommitAccess::SourceOfParent(const Commit& commit) noexcept {
+  if (!commit.IsParentAbsent()) return nullptr;
+  return static_cast<const AbsentCommit&>(*commit.m_parent).Source();
+}
+
+const ObjectSource* CommitAccess::SourceOfRoot(const Commit& commit) noexcept {
+  if (!commit.m_isTreeAbsent) return nullptr;
+  return static_cast<const AbsentTree&>(*commit.m_tree->GetRoot()).Source();
+}
+
+void CommitAccess::SetAbsentParent(const Commit& commit, const Id& id, const SourceHandle& source) {
+  commit.m_parent = cow_ptr<Commit>(std::make_shared<AbsentCommit>(id, source));
+}
+
+void CommitAccess::SetAbsentTree(const Commit& commit, const Id& id, const SourceHandle& source) {
+  cow_ptr<CommitTree> handle;
+  *handle.write() = CommitTree(cow_ptr<Tree>(std::make_shared<AbsentTree>(id, source)));
+  commit.m_tree = std::move(handle);
+  commit.m_isTreeAbsent = true;
+}
+
+}  // namespace TalVcs
