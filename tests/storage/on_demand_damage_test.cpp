@@ -15,15 +15,21 @@ namespace {
 
 constexpr std::string_view kAuthor = "A <a@b> 1700000000 +0000";
 
+std::string Joined(std::string start, const std::string& end) {
+  start += '\0';
+  start += end;
+  return start;
+}
+
 std::string PackedText(const std::string& type, const std::string& data) {
-  return type + ' ' + std::to_string(data.size()) + std::string(1, '\0') + data;
+  return Joined(type + ' ' + std::to_string(data.size()), data);
 }
 
 std::string BlobRecord(const std::string& name, const std::string& id) {
-  return "100644 blob " + name + std::string(1, '\0') + id;
+  return Joined("100644 blob " + name, id);
 }
 std::string TreeRecord(const std::string& name, const std::string& id) {
-  return "40000 tree " + name + std::string(1, '\0') + id;
+  return Joined("40000 tree " + name, id);
 }
 
 std::string CommitText(const std::string& tree, const std::string& parent) {
@@ -103,136 +109,135 @@ void ExpectProblem(HandMadeStore& made, std::size_t index, const std::string& pr
 }
 
 class DamagedObject : public ::testing::TestWithParam<std::size_t> {
-   protected:
-    DamagedObject() { m_made.Make(); }
-    Id DamagedId() const { return Id(Wide(m_made.ids[GetParam()])); }
-    Buffer& Packed() { return m_made.store.reader->objects[DamagedId()]; }
+ protected:
+  DamagedObject() { m_made.Make(); }
+  Id DamagedId() const { return Id(Wide(m_made.ids[GetParam()])); }
+  Buffer& Packed() { return m_made.store.reader->objects[DamagedId()]; }
 
-    HandMadeStore m_made;
-  };
+  HandMadeStore m_made;
+};
 
-  TEST_P(DamagedObject, ThatIsMissingIsReported) {
-    m_made.store.reader->objects.erase(DamagedId());
-    ExpectProblem(m_made, GetParam(), "missing");
+TEST_P(DamagedObject, ThatIsMissingIsReported) {
+  m_made.store.reader->objects.erase(DamagedId());
+  ExpectProblem(m_made, GetParam(), "missing");
+}
+
+TEST_P(DamagedObject, IsReportedForEachByteThatIsFlipped) {
+  const std::string good = Bytes(Packed());
+  for (std::size_t at = 0; at < good.size(); ++at) {
+    std::string bad = good;
+    bad[at] = static_cast<char>(bad[at] ^ 1);
+    Packed() = BufferOf(bad);
+    ExpectProblem(m_made, GetParam(), "damaged");
   }
+}
 
-  TEST_P(DamagedObject, IsReportedForEachByteThatIsFlipped) {
-    const std::string good = Bytes(Packed());
-    for (std::size_t at = 0; at < good.size(); ++at) {
-      std::string bad = good;
-      bad[at] = static_cast<char>(bad[at] ^ 1);
-      Packed() = BufferOf(bad);
-      ExpectProblem(m_made, GetParam(), "damaged");
-    }
+TEST_P(DamagedObject, IsReportedForEachPrefix) {
+  const std::string good = Bytes(Packed());
+  for (std::size_t size = 0; size < good.size(); ++size) {
+    Packed() = BufferOf(good.substr(0, size));
+    ExpectProblem(m_made, GetParam(), "damaged");
   }
+}
 
-  TEST_P(DamagedObject, IsReportedForEachPrefix) {
-    const std::string good = Bytes(Packed());
-    for (std::size_t size = 0; size < good.size(); ++size) {
-      Packed() = BufferOf(good.substr(0, size));
-      ExpectProblem(m_made, GetParam(), "damaged");
-    }
-  }
+TEST_P(DamagedObject, CanBeReadOnceItIsRepaired) {
+  const Buffer good = Packed();
+  m_made.store.reader->objects.erase(DamagedId());
+  const Repository repository = m_made.store.Open();
+  EXPECT_NE(Outcome(repository, Links()[GetParam()]), "found");
+  m_made.store.reader->objects[DamagedId()] = good;
+  EXPECT_EQ(Outcome(repository, Links()[GetParam()]), "found");
+}
 
-  TEST_P(DamagedObject, CanBeReadOnceItIsRepaired) {
-    const Buffer good = Packed();
-    m_made.store.reader->objects.erase(DamagedId());
-    const Repository repository = m_made.store.Open();
-    EXPECT_NE(Outcome(repository, Links()[GetParam()]), "found");
-    m_made.store.reader->objects[DamagedId()] = good;
-    EXPECT_EQ(Outcome(repository, Links()[GetParam()]), "found");
-  }
+TEST_P(DamagedObject, IsReportedToALookUpById) {
+  Packed() = BufferOf(Joined("blob 1", "x"));
+  const Repository repository = m_made.store.Open();
+  const Id id = DamagedId();
+  EXPECT_THROW(repository.GetBlobFromStorage(id), ObjectUnavailable);
+  EXPECT_THROW(repository.GetTreeFromStorage(id), ObjectUnavailable);
+  EXPECT_THROW(repository.GetCommitFromStorage(id), ObjectUnavailable);
+}
 
-  TEST_P(DamagedObject, IsReportedToALookUpById) {
-    Packed() = BufferOf("blob 1" + std::string(1, '\0') + "x");
-    const Repository repository = m_made.store.Open();
-    const Id id = DamagedId();
-    EXPECT_THROW(repository.GetBlobFromStorage(id), ObjectUnavailable);
-    EXPECT_THROW(repository.GetTreeFromStorage(id), ObjectUnavailable);
-    EXPECT_THROW(repository.GetCommitFromStorage(id), ObjectUnavailable);
-  }
+std::string NameOfLink(const ::testing::TestParamInfo<std::size_t>& link) {
+  constexpr std::array<const char*, 5> kNames = {"Blob", "Tree", "Root", "Parent", "Head"};
+  return kNames[link.param];
+}
 
-  std::string NameOfLink(const ::testing::TestParamInfo<std::size_t>& link) {
-    constexpr std::array<const char*, 5> kNames = {"Blob", "Tree", "Root", "Parent", "Head"};
-    return kNames[link.param];
-  }
+INSTANTIATE_TEST_SUITE_P(AtEveryLink, DamagedObject, ::testing::Range<std::size_t>(0, 5),
+                         NameOfLink);
 
-  INSTANTIATE_TEST_SUITE_P(AtEveryLink, DamagedObject, ::testing::Range<std::size_t>(0, 5),
-                           NameOfLink);
+TEST(ObjectOfAnotherForm, BlobWithAWrongSizeIsNotCanonical) {
+  HandMadeStore made;
+  made.blob = Joined("blob 8", "content");
+  made.Make();
+  ExpectProblem(made, 0, "not canonical");
+}
 
-  TEST(ObjectOfAnotherForm, BlobWithAWrongSizeIsNotCanonical) {
+TEST(ObjectOfAnotherForm, BlobWhereATreeIsNamedIsDamaged) {
+  HandMadeStore made;
+  made.tree = PackedText("blob", "content");
+  made.Make();
+  ExpectProblem(made, 1, "damaged");
+}
+
+TEST(ObjectOfAnotherForm, TreesAreNotCanonical) {
+  const std::string id(64, 'a');
+  const std::string upper(64, 'A');
+  for (const std::string& records :
+       {BlobRecord("g", id) + BlobRecord("f", id), BlobRecord("f", id) + BlobRecord("f", id),
+        BlobRecord("f", id) + TreeRecord("f", id), BlobRecord("f", upper), BlobRecord("", id),
+        BlobRecord("a/b", id), BlobRecord("\xFF", id), BlobRecord("f", id.substr(1)),
+        Joined("100755 blob f", id), BlobRecord("f", id) + " "}) {
     HandMadeStore made;
-    made.blob = "blob 8" + std::string(1, '\0') + "content";
+    made.tree = PackedText("tree", records);
     made.Make();
-    ExpectProblem(made, 0, "not canonical");
+    ExpectProblem(made, 1, "not canonical");
+    HandMadeStore of_root;
+    of_root.root = PackedText("tree", records);
+    of_root.Make();
+    ExpectProblem(of_root, 2, "not canonical");
   }
+}
 
-  TEST(ObjectOfAnotherForm, BlobWhereATreeIsNamedIsDamaged) {
-    HandMadeStore made;
-    made.tree = PackedText("blob", "content");
-    made.Make();
-    ExpectProblem(made, 1, "damaged");
-  }
-
-  TEST(ObjectOfAnotherForm, TreesAreNotCanonical) {
-    const std::string id(64, 'a');
-    const std::string upper(64, 'A');
-    for (const std::string& records :
-         {BlobRecord("g", id) + BlobRecord("f", id), BlobRecord("f", id) + BlobRecord("f", id),
-          BlobRecord("f", id) + TreeRecord("f", id), BlobRecord("f", upper), BlobRecord("", id),
-          BlobRecord("a/b", id), BlobRecord("\xFF", id), BlobRecord("f", id.substr(1)),
-          "100755 blob f" + std::string(1, '\0') + id, BlobRecord("f", id) + " "}) {
+TEST(ObjectOfAnotherForm, CommitsAreNotCanonical) {
+  const std::string id(64, 'a');
+  const std::string good = CommitText(id, id);
+  for (const std::string& text :
+       {CommitText(std::string(64, 'A'), id), CommitText(id, std::string(64, 'A')),
+        CommitText(id.substr(1), id), good.substr(0, good.size() - 1), "parent " + id + '\n' + good,
+        Joined(good, "\n"), CommitText(id, id + "\nparent " + id)}) {
+    for (const std::size_t index : {std::size_t{3}, std::size_t{4}}) {
       HandMadeStore made;
-      made.tree = PackedText("tree", records);
+      (index == 3 ? made.parent : made.head) = PackedText("commit", text);
       made.Make();
-      ExpectProblem(made, 1, "not canonical");
-      HandMadeStore of_root;
-      of_root.root = PackedText("tree", records);
-      of_root.Make();
-      ExpectProblem(of_root, 2, "not canonical");
+      const Repository repository = made.store.Open();
+      EXPECT_EQ(Outcome(repository, Links()[index]), made.ids[index] + " not canonical") << text;
     }
   }
+}
 
-  TEST(ObjectOfAnotherForm, CommitsAreNotCanonical) {
-    const std::string id(64, 'a');
-    const std::string good = CommitText(id, id);
-    for (const std::string& text :
-         {CommitText(std::string(64, 'A'), id), CommitText(id, std::string(64, 'A')),
-          CommitText(id.substr(1), id), good.substr(0, good.size() - 1),
-          "parent " + id + '\n' + good, good + std::string(1, '\0') + "\n",
-          CommitText(id, id + "\nparent " + id)}) {
-      for (const std::size_t index : {std::size_t{3}, std::size_t{4}}) {
-        HandMadeStore made;
-        (index == 3 ? made.parent : made.head) = PackedText("commit", text);
-        made.Make();
-        const Repository repository = made.store.Open();
-        EXPECT_EQ(Outcome(repository, Links()[index]), made.ids[index] + " not canonical") << text;
-      }
-    }
+TEST(LookUpById, DoesNotAskForWhatIsNoId) {
+  HandMadeStore made;
+  made.Make();
+  const Repository repository = made.store.Open();
+  for (const char* text : {"", "no id", "ABCDEF"}) {
+    EXPECT_FALSE(repository.GetBlobFromStorage(Id(Wide(text))));
+    EXPECT_FALSE(repository.GetTreeFromStorage(Id(Wide(text))));
+    EXPECT_FALSE(repository.GetCommitFromStorage(Id(Wide(text))));
   }
+  EXPECT_EQ(made.store.TakeReads(), 0U);
+}
 
-  TEST(LookUpById, DoesNotAskForWhatIsNoId) {
-    HandMadeStore made;
-    made.Make();
-    const Repository repository = made.store.Open();
-    for (const char* text : {"", "no id", "ABCDEF"}) {
-      EXPECT_FALSE(repository.GetBlobFromStorage(Id(Wide(text))));
-      EXPECT_FALSE(repository.GetTreeFromStorage(Id(Wide(text))));
-      EXPECT_FALSE(repository.GetCommitFromStorage(Id(Wide(text))));
-    }
-    EXPECT_EQ(made.store.TakeReads(), 0U);
-  }
-
-  TEST(LookUpById, FindsNothingOfAnotherType) {
-    HandMadeStore made;
-    made.Make();
-    const Repository repository = made.store.Open();
-    EXPECT_FALSE(repository.GetBlobFromStorage(Id(Wide(made.ids[1]))));
-    EXPECT_FALSE(repository.GetCommitFromStorage(Id(Wide(made.ids[0]))));
-    EXPECT_FALSE(repository.GetTreeFromStorage(Id(Wide(made.ids[4]))));
-    EXPECT_TRUE(repository.GetTreeFromStorage(Id(Wide(made.ids[1]))));
-    EXPECT_FALSE(repository.GetBlobFromStorage(Id(Wide(std::string(64, '0')))));
-  }
+TEST(LookUpById, FindsNothingOfAnotherType) {
+  HandMadeStore made;
+  made.Make();
+  const Repository repository = made.store.Open();
+  EXPECT_FALSE(repository.GetBlobFromStorage(Id(Wide(made.ids[1]))));
+  EXPECT_FALSE(repository.GetCommitFromStorage(Id(Wide(made.ids[0]))));
+  EXPECT_FALSE(repository.GetTreeFromStorage(Id(Wide(made.ids[4]))));
+  EXPECT_TRUE(repository.GetTreeFromStorage(Id(Wide(made.ids[1]))));
+  EXPECT_FALSE(repository.GetBlobFromStorage(Id(Wide(std::string(64, '0')))));
+}
 
 }  // namespace
 }  // namespace TalVcs::Testing
