@@ -7,6 +7,7 @@
 #include <tests/support/contents.h>
 #include <tests/support/copying_writer.h>
 #include <tests/support/memory_blob_io.h>
+#include <tests/support/ordinary_repository.h>
 
 #include <memory>
 #include <string>
@@ -55,7 +56,7 @@ TYPED_TEST(DerivedObjects, HaveTheIdOfTheirOverriddenData) {
 }
 
 TYPED_TEST(DerivedObjects, AreSavedWithTheirOverriddenData) {
-  Repository repository = NewRepository();
+  Repository repository = NewOrdinaryRepository();
   repository.SyncWithStorage(cow_ptr<TypeParam>(std::make_shared<PackedNote<TypeParam>>()));
   const std::string id = kNoteId;
   const std::string path = "doc/.vcs/objects/" + id.substr(0, 2) + "/" + id.substr(2);

@@ -229,7 +229,7 @@ TEST_F(DamagedStore, ExchangedBlobsHaveOtherIds) {
 
 class RefusingRepository : public Repository {
  public:
-  RefusingRepository() : Repository(std::make_unique<MemObjectsStorage>()) {}
+  RefusingRepository() : Repository(NewStorage()) {}
   bool CreateBranch(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) override {
     return !refusesCreation && Repository::CreateBranch(name, std::move(commit));
   }

@@ -148,7 +148,7 @@ TEST_F(Deserialize, DoesNotReadCommitsThatTheRepositoryHas) {
 // A tree can stand in a repository without what it refers to. A load that met it once took the
 // entries of its older states from it, and so left their blobs unstored.
 TEST_F(Deserialize, EntriesOfATreeThatStandsAloneAreStored) {
-  Repository source = NewRepository();
+  Repository source = NewOrdinaryRepository();
   Commit older;
   older.AddBlob(&source, TAL_WIDE("x"), BlobOf("1"));
   older.AddBlob(&source, TAL_WIDE("y"), BlobOf("2"));
@@ -198,7 +198,7 @@ TEST_F(Deserialize, BranchNamesMayContainAnyCharacter) {
 }
 
 TEST_F(Deserialize, ContentOfAnyKindComesBack) {
-  Repository source = NewRepository();
+  Repository source = NewOrdinaryRepository();
   Commit commit;
   const std::string zeros("\0\x01\0", 3);
   commit.AddBlob(&source, TAL_WIDE("dir/deep/zeros"), BlobOf(zeros));
@@ -226,7 +226,7 @@ TEST_F(Deserialize, ContentOfAnyKindComesBack) {
 }
 
 TEST_F(Deserialize, LoneSurrogateInANameComesBack) {
-  Repository source = NewRepository();
+  Repository source = NewOrdinaryRepository();
   const WideChar lone[] = {0xD800, 'x', 0};
   Commit commit;
   commit.AddBlob(&source, lone, BlobOf("1"));
@@ -248,7 +248,7 @@ TEST_F(Deserialize, NamesKeepTheirOrderInUtf16) {
 }
 
 TEST_F(Deserialize, NegativeBiasUnderAnHourLosesItsSignButNotItsId) {
-  Repository source = NewRepository();
+  Repository source = NewOrdinaryRepository();
   Commit commit;
   commit.AddBlob(&source, TAL_WIDE("f"), BlobOf("1"));
   commit.SetCommitTimezoneBias(TimeDelta{-30 * 600000000LL});
@@ -266,7 +266,7 @@ TEST_F(Deserialize, EverythingThatWasSavedComesBackOnRandomHistories) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     const Forest forest = RandomForest(random, 1 + Below(random, 25));
-    Repository source = NewRepository();
+    Repository source = NewOrdinaryRepository();
     {
       const History history = DrawHistory(source, forest.Drawing());
       for (int i = 0; i < 4; ++i) {

@@ -10,6 +10,7 @@
 #include <tests/support/failing_blob_io.h>
 #include <tests/support/history_drawing.h>
 #include <tests/support/invariants.h>
+#include <tests/support/ordinary_repository.h>
 
 #include <set>
 #include <string>
@@ -47,7 +48,7 @@ class FailingIo : public ::testing::TestWithParam<Fault> {
     }
   }
 
-  Repository m_repository = NewRepository();
+  Repository m_repository = NewOrdinaryRepository();
   std::set<std::string> m_spoilt;  // the names of the calls that went wrong
 };
 

@@ -9,6 +9,7 @@
 #include <tests/support/memory_blob_io.h>
 #include <tests/support/merging.h>
 #include <tests/support/objects.h>
+#include <tests/support/ordinary_repository.h>
 
 #include <cstdint>
 #include <map>
@@ -91,7 +92,7 @@ class FixedStore : public ::testing::Test {
     return Ascii(Helpers::ComputeEncodedSHA256Hash(all.data(), all.size()));
   }
 
-  Repository repository = NewRepository();
+  Repository repository = NewOrdinaryRepository();
 };
 
 TEST_F(FixedStore, SameEditsGiveTheSameBytesEverywhere) {

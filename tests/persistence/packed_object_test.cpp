@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <tests/support/contents.h>
+#include <tests/support/ordinary_repository.h>
 
 #include <string>
 #include <string_view>
@@ -37,7 +38,7 @@ std::string References(const std::string& packed) {
 }
 
 TEST(CheckPackedObject, AcceptsWhatTheLibraryWrites) {
-  Repository repository = NewRepository();
+  Repository repository = NewOrdinaryRepository();
   Commit commit(&repository, false);
   commit.AddBlob(&repository, TAL_WIDE("a/b"), BlobOf("one"));
   commit.AddBlob(&repository, TAL_WIDE("c"), BlobOf(""));

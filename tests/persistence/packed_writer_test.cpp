@@ -5,6 +5,7 @@
 #include <tests/support/copying_writer.h>
 #include <tests/support/memory_blob_io.h>
 #include <tests/support/objects.h>
+#include <tests/support/ordinary_repository.h>
 
 #include <string>
 
@@ -13,7 +14,7 @@ namespace {
 
 /// Files of all sizes around that of a piece, and so many that the list of entries is longer too.
 Repository LargeRepository() {
-  Repository repository = NewRepository();
+  Repository repository = NewOrdinaryRepository();
   Commit commit(&repository, false);
   for (std::size_t number = 0; number < 300; ++number) {
     const std::string name = "file" + std::to_string(number);
@@ -55,7 +56,7 @@ TEST(PackedWriter, StopsWhenTheStreamIsFull) {
 }
 
 TEST(PackedWriter, WritesACachedPackedForm) {
-  Repository repository = NewRepository();
+  Repository repository = NewOrdinaryRepository();
   Commit commit(&repository, false);
   commit.AddBlob(&repository, Wide("a"), BlobOf("bytes"));
   repository.DoCommit(commit);

@@ -4,6 +4,7 @@
 #include <tests/support/contents.h>
 #include <tests/support/history_drawing.h>
 #include <tests/support/memory_blob_io.h>
+#include <tests/support/ordinary_repository.h>
 
 #include <algorithm>
 #include <set>
@@ -30,7 +31,7 @@ class SerializerTest : public ::testing::Test {
     PlaceBranches(repository, DrawHistory(repository, drawing), branches);
   }
 
-  Repository repository = NewRepository();
+  Repository repository = NewOrdinaryRepository();
   MemoryBlobIo store;
 };
 

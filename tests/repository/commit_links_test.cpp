@@ -115,8 +115,7 @@ TEST_F(MakeCommitLinksInOrder, ReplacesASingleNullByADefaultCommit) {
 /// Has no memory for one of the commits that it is to store.
 class ShortOfMemory : public Repository {
  public:
-  explicit ShortOfMemory(int stored_before)
-      : Repository(std::make_unique<MemObjectsStorage>()), m_left(stored_before) {}
+  explicit ShortOfMemory(int stored_before) : Repository(NewStorage()), m_left(stored_before) {}
   using Repository::SyncWithStorage;
   cow_ptr<Commit> SyncWithStorage(cow_ptr<Commit> commit) override {
     if (m_left-- == 0) throw std::bad_alloc();

@@ -1,6 +1,7 @@
 #include <talvcs/persistence/deserializer.h>
 #include <talvcs/persistence/serializer.h>
 #include <talvcs/repository/repository.h>
+#include <talvcs/storage/mem_objects_storage.h>
 
 #include <gtest/gtest.h>
 #include <tests/support/contents.h>
@@ -201,7 +202,7 @@ TEST_F(DeleteCommits, KeptCommitBecomesTheCanonicalInstanceOfItsNewId) {
 
 class RefusingRepository : public Repository {
  public:
-  RefusingRepository() : Repository(std::make_unique<MemObjectsStorage>()) {}
+  RefusingRepository() : Repository(NewStorage()) {}
   bool MoveBranchTo(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) override {
     ++moves;
     return !refuses && Repository::MoveBranchTo(name, std::move(commit));

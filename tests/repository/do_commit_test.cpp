@@ -14,7 +14,7 @@ namespace TalVcs::Testing {
 namespace {
 
 Repository WithBranches(std::initializer_list<TalStringViewT<WideChar>> names) {
-  return Repository(std::make_unique<MemObjectsStorage>(names));
+  return Repository(NewStorage(names));
 }
 
 // A commit with one file over the present head. Its time is stamped when it is committed.
@@ -180,7 +180,7 @@ TEST(DoCommit, StoresOnlyTheCommit) {
 // Hosts may derive from Repository: policy goes through the virtual operations.
 class HidingRepository : public Repository {
  public:
-  HidingRepository() : Repository(std::make_unique<MemObjectsStorage>()) {}
+  HidingRepository() : Repository(NewStorage()) {}
   using Repository::GetHead;
   using Repository::SyncWithStorage;
 

@@ -12,11 +12,11 @@ namespace TalVcs::Testing {
 namespace {
 
 Repository WithBranches(std::initializer_list<TalStringViewT<WideChar>> names) {
-  return Repository(std::make_unique<MemObjectsStorage>(names));
+  return Repository(NewStorage(names));
 }
 
 TEST(Repository, NewRepositoryOwnsTheStorageAndHasCurrentBranchMaster) {
-  auto storage = std::make_unique<MemObjectsStorage>();
+  auto storage = NewStorage();
   const IObjectsStorage* address = storage.get();
   std::unique_ptr<IObjectsStorage> handed = std::move(storage);
   Repository repository(std::move(handed));

@@ -1,6 +1,5 @@
-#include <talvcs/storage/mem_objects_storage.h>
-
 #include <gmock/gmock.h>
+#include <tests/support/new_storage.h>
 #include <tests/support/objects.h>
 
 namespace TalVcs::Testing {
@@ -12,13 +11,15 @@ using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
 
 TEST(BranchTable, CreateBranchFailsForEmptyName) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   EXPECT_FALSE(storage.CreateBranch(TAL_WIDE(""), Make<Commit>()));
   EXPECT_THAT(storage.GetRefs(), SizeIs(1));
 }
 
 TEST(BranchTable, CreateBranchFailsForExistingNameAndKeepsItsHead) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   const auto head = Make<Commit>();
   storage.UpdateBranch(TAL_WIDE("master"), head);
   EXPECT_FALSE(storage.CreateBranch(TAL_WIDE("master"), Make<Commit>()));
@@ -26,14 +27,16 @@ TEST(BranchTable, CreateBranchFailsForExistingNameAndKeepsItsHead) {
 }
 
 TEST(BranchTable, CreateBranchWithNullCommitMakesBranchWithoutHead) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   EXPECT_TRUE(storage.CreateBranch(TAL_WIDE("topic"), nullptr));
   EXPECT_TRUE(storage.BranchExist(TAL_WIDE("topic")));
   EXPECT_FALSE(storage.GetHead(TAL_WIDE("topic")));
 }
 
 TEST(BranchTable, CreateBranchAcceptsCommitThatIsNotStored) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   const auto head = Make<Commit>();
   EXPECT_TRUE(storage.CreateBranch(TAL_WIDE("topic"), head));
   EXPECT_EQ(storage.GetHead(TAL_WIDE("topic")), head);
@@ -41,14 +44,16 @@ TEST(BranchTable, CreateBranchAcceptsCommitThatIsNotStored) {
 }
 
 TEST(BranchTable, NamesThatDifferInCaseNameTwoBranches) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   EXPECT_TRUE(storage.CreateBranch(TAL_WIDE("Master"), nullptr));
   EXPECT_THAT(storage.GetRefs(), SizeIs(2));
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("MASTER")));
 }
 
 TEST(BranchTable, NamesMayContainAnyCharacter) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   for (const WideChar* name :
        {TAL_WIDE("a/b"), TAL_WIDE(".."), TAL_WIDE(" "), TAL_WIDE("\\"), TAL_WIDE("\u0001"),
         TAL_WIDE("a long name of more characters than fit into a string object")}) {
@@ -60,7 +65,8 @@ TEST(BranchTable, NamesMayContainAnyCharacter) {
 
 TEST(BranchTable, NamesWithEqualSampleHashNameTwoBranches) {
   // Of 20 characters, every third one is looked at.
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   EXPECT_TRUE(storage.CreateBranch(TAL_WIDE("0123456789abcdefghij"), nullptr));
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("0X23456789abcdefghij")));
   EXPECT_TRUE(storage.CreateBranch(TAL_WIDE("0X23456789abcdefghij"), nullptr));
@@ -68,14 +74,16 @@ TEST(BranchTable, NamesWithEqualSampleHashNameTwoBranches) {
 }
 
 TEST(BranchTable, RemoveBranchTwiceSucceedsOnce) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   EXPECT_TRUE(storage.RemoveBranch(TAL_WIDE("master")));
   EXPECT_FALSE(storage.RemoveBranch(TAL_WIDE("master")));
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("master")));
 }
 
 TEST(BranchTable, RemoveBranchKeepsTheCommitStored) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   const auto commit = Make<Commit>();
   storage.AddCommit(commit);
   storage.UpdateBranch(TAL_WIDE("master"), commit);
@@ -84,7 +92,8 @@ TEST(BranchTable, RemoveBranchKeepsTheCommitStored) {
 }
 
 TEST(BranchTable, UpdateBranchReplacesTheHead) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   const auto first = Make<Commit>();
   const auto second = Make<Commit>();
   EXPECT_TRUE(storage.UpdateBranch(TAL_WIDE("master"), first));
@@ -94,7 +103,8 @@ TEST(BranchTable, UpdateBranchReplacesTheHead) {
 }
 
 TEST(BranchTable, UpdateBranchFailsForNullCommit) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   const auto head = Make<Commit>();
   storage.UpdateBranch(TAL_WIDE("master"), head);
   EXPECT_FALSE(storage.UpdateBranch(TAL_WIDE("master"), nullptr));
@@ -102,25 +112,29 @@ TEST(BranchTable, UpdateBranchFailsForNullCommit) {
 }
 
 TEST(BranchTable, UpdateBranchFailsForUnknownNameAndCreatesNoBranch) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   EXPECT_FALSE(storage.UpdateBranch(TAL_WIDE("topic"), Make<Commit>()));
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("topic")));
 }
 
 TEST(BranchTable, UpdateBranchFailsForTheEmptyNameEvenIfItExists) {
-  MemObjectsStorage storage({TAL_WIDE("")});
+  const auto owned = NewStorage({TAL_WIDE("")});
+  IObjectsStorage& storage = *owned;
   EXPECT_FALSE(storage.UpdateBranch(TAL_WIDE(""), Make<Commit>()));
   EXPECT_FALSE(storage.GetHead(TAL_WIDE("")));
 }
 
 TEST(BranchTable, RemoveBranchAcceptsTheEmptyName) {
-  MemObjectsStorage storage({TAL_WIDE("")});
+  const auto owned = NewStorage({TAL_WIDE("")});
+  IObjectsStorage& storage = *owned;
   EXPECT_TRUE(storage.RemoveBranch(TAL_WIDE("")));
   EXPECT_THAT(storage.GetRefs(), IsEmpty());
 }
 
 TEST(BranchTable, GetHeadReturnsNullForUnknownOrRemovedBranch) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   storage.UpdateBranch(TAL_WIDE("master"), Make<Commit>());
   storage.RemoveBranch(TAL_WIDE("master"));
   EXPECT_NO_THROW(EXPECT_FALSE(storage.GetHead(TAL_WIDE("master"))));
@@ -128,7 +142,8 @@ TEST(BranchTable, GetHeadReturnsNullForUnknownOrRemovedBranch) {
 }
 
 TEST(BranchTable, GetCommitBranchesReturnsNamesInTheOrderOfTheTable) {
-  MemObjectsStorage storage({TAL_WIDE("a"), TAL_WIDE("b"), TAL_WIDE("c")});
+  const auto owned = NewStorage({TAL_WIDE("a"), TAL_WIDE("b"), TAL_WIDE("c")});
+  IObjectsStorage& storage = *owned;
   const auto commit = Make<Commit>();
   storage.UpdateBranch(TAL_WIDE("a"), commit);
   storage.UpdateBranch(TAL_WIDE("c"), commit);
@@ -141,19 +156,22 @@ TEST(BranchTable, GetCommitBranchesReturnsNamesInTheOrderOfTheTable) {
 }
 
 TEST(BranchTable, GetCommitBranchesReturnsNothingForAnotherInstanceOfTheHead) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   storage.UpdateBranch(TAL_WIDE("master"), Make<Commit>());
   EXPECT_THAT(storage.GetCommitBranches(Make<Commit>()), IsEmpty());
 }
 
 TEST(BranchTable, GetCommitBranchesReturnsBranchesWithoutHeadForNull) {
-  MemObjectsStorage storage({TAL_WIDE("a"), TAL_WIDE("b")});
+  const auto owned = NewStorage({TAL_WIDE("a"), TAL_WIDE("b")});
+  IObjectsStorage& storage = *owned;
   storage.UpdateBranch(TAL_WIDE("b"), Make<Commit>());
   EXPECT_THAT(Ascii(storage.GetCommitBranches(nullptr)), ElementsAre("a"));
 }
 
 TEST(BranchTable, BranchHoldsItsHeadOnce) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   const auto commit = Make<Commit>();
   storage.AddCommit(commit);
   storage.UpdateBranch(TAL_WIDE("master"), commit);

@@ -1,8 +1,6 @@
 // Purges go by counts of handles, so a test that expects something to go drops its own handles
 // first, and one that expects something to stay says who holds it.
 
-#include <talvcs/storage/mem_objects_storage.h>
-
 #include <gtest/gtest.h>
 #include <tests/support/contents.h>
 #include <tests/support/history_drawing.h>
@@ -243,7 +241,8 @@ TEST(Purge, RemovesNothingWhileACloneExists) {
 }
 
 TEST(Purge, RemovesCanonicalInstanceThatNothingHolds) {
-  MemObjectsStorage storage;
+  const auto owned = NewStorage();
+  IObjectsStorage& storage = *owned;
   const auto used = SharedBlob("bytes");
   storage.AddBlob(SharedBlob("bytes"));
   storage.PurgeUnusedObjects();

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <talvcs/repository/repository.h>
-#include <talvcs/storage/mem_objects_storage.h>
+#include <tests/support/new_storage.h>
 #include <tests/support/objects.h>
 
 #include <memory>
@@ -11,7 +11,7 @@
 namespace TalVcs::Testing {
 
 /// A repository over a new storage with the branch "master".
-inline Repository NewRepository() { return Repository(std::make_unique<MemObjectsStorage>()); }
+inline Repository NewRepository() { return Repository(NewStorage()); }
 
 /// Returns a blob's bytes, or "(none)" for a null one.
 inline std::string TextOf(const cow_ptr<Blob>& blob) {

@@ -3,6 +3,10 @@
 #include <atomic>
 #include <cstdlib>
 
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
 namespace {
 
 enum class Fault { kNone, kArmed, kFired };
@@ -11,6 +15,15 @@ thread_local Fault fault = Fault::kNone;
 thread_local std::size_t allocations_left = 0;
 thread_local std::size_t allocations_made = 0;
 std::atomic<std::ptrdiff_t> live_blocks = 0;
+std::atomic<std::ptrdiff_t> live_bytes = 0;
+
+std::ptrdiff_t SizeOf([[maybe_unused]] void* memory) noexcept {
+#if defined(__GLIBC__)
+  return static_cast<std::ptrdiff_t>(malloc_usable_size(memory));
+#else
+  return 0;
+#endif
+}
 
 bool HasToFail() noexcept {
   if (fault != Fault::kArmed) return false;
@@ -25,7 +38,10 @@ bool HasToFail() noexcept {
 void* Allocate(std::size_t size) noexcept {
   ++allocations_made;
   void* memory = HasToFail() ? nullptr : std::malloc(size == 0 ? 1 : size);
-  if (memory != nullptr) live_blocks.fetch_add(1, std::memory_order_relaxed);
+  if (memory != nullptr) {
+    live_blocks.fetch_add(1, std::memory_order_relaxed);
+    live_bytes.fetch_add(SizeOf(memory), std::memory_order_relaxed);
+  }
   return memory;
 }
 
@@ -36,7 +52,10 @@ void* AllocateOrThrow(std::size_t size) {
 }
 
 void Free(void* memory) noexcept {
-  if (memory != nullptr) live_blocks.fetch_sub(1, std::memory_order_relaxed);
+  if (memory != nullptr) {
+    live_blocks.fetch_sub(1, std::memory_order_relaxed);
+    live_bytes.fetch_sub(SizeOf(memory), std::memory_order_relaxed);
+  }
   std::free(memory);
 }
 
@@ -67,6 +86,10 @@ FailingAllocation::~FailingAllocation() { fault = Fault::kNone; }
 bool FailingAllocation::HasFired() const noexcept { return fault == Fault::kFired; }
 
 std::ptrdiff_t LiveBlocks() noexcept { return live_blocks.load(std::memory_order_relaxed); }
+
+#if defined(__GLIBC__)
+std::ptrdiff_t LiveBytes() noexcept { return live_bytes.load(std::memory_order_relaxed); }
+#endif
 
 std::size_t AllocationsMade() noexcept { return allocations_made; }
 

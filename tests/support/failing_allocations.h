@@ -22,6 +22,11 @@ class FailingAllocation {
 /// Number of blocks that the program has from operator new and hasn't given back.
 std::ptrdiff_t LiveBlocks() noexcept;
 
+#if defined(__GLIBC__)
+/// Number of bytes in these blocks, as the heap counts them.
+std::ptrdiff_t LiveBytes() noexcept;
+#endif
+
 /// Number of times that this thread has asked operator new, failures among them.
 std::size_t AllocationsMade() noexcept;
 

@@ -7,6 +7,7 @@
 #include <tests/support/contents.h>
 #include <tests/support/history_drawing.h>
 #include <tests/support/memory_blob_io.h>
+#include <tests/support/ordinary_repository.h>
 
 #include <string>
 #include <utility>
@@ -21,7 +22,7 @@ class StoreTest : public ::testing::Test {
 
   /// Saves a drawn history.
   void SaveHistory(const char* drawing, const char* branches) {
-    Repository source = NewRepository();
+    Repository source = NewOrdinaryRepository();
     PlaceBranches(source, DrawHistory(source, drawing), branches);
     ASSERT_TRUE(Serializer(&store, TAL_WIDE("doc")).Serialize(source.GetStorage()));
     store.calls.clear();

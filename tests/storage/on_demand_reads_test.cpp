@@ -1,0 +1,176 @@
+// Golden figures: how many reads an operation costs. More is a regression; fewer is a figure to
+// write down here.
+
+#include <gtest/gtest.h>
+#include <tests/support/contents.h>
+#include <tests/support/merging.h>
+#include <tests/support/on_demand_store.h>
+
+#include <string>
+#include <vector>
+
+namespace TalVcs::Testing {
+namespace {
+
+#if defined(__x86_64__) && defined(__linux__)
+static_assert(sizeof(Commit) == 144);
+static_assert(sizeof(Tree) == 48);
+static_assert(sizeof(Blob) == 40);
+#endif
+
+std::string PathOf(int file) {
+  return "top" + std::to_string(file % 4) + "/below" + std::to_string(file / 4 % 5) + "/file" +
+         std::to_string(file);
+}
+
+/// A store of 100 files in 4 directories of 5 directories each, with a commit that changes five of
+/// them.
+class ReadsOnDemand : public ::testing::Test {
+ protected:
+  ReadsOnDemand() {
+    Repository repository = m_store.Open();
+    std::vector<std::pair<std::string, std::string>> files;
+    for (int file = 0; file < 100; ++file) files.emplace_back(PathOf(file), "first");
+    CommitFiles(repository, files);
+    CommitFiveFiles(repository, "second");
+    m_store.Save(repository);
+  }
+
+  // In two of the four directories, and in five of the twenty below.
+  static void CommitFiveFiles(Repository& repository, const std::string& content) {
+    CommitFiles(repository, {{PathOf(0), content},
+                             {PathOf(4), content},
+                             {PathOf(8), content},
+                             {PathOf(1), content},
+                             {PathOf(5), content}});
+  }
+
+  OnDemandStore m_store;
+};
+
+TEST_F(ReadsOnDemand, OpeningListingTheRootAndReadingABlobReadsThePath) {
+  Repository repository = m_store.Open();
+  EXPECT_EQ(m_store.TakeReads(), 0U);
+  const cow_ptr<Commit> head = repository.GetHead();
+  EXPECT_EQ(head->GetTree()->GetRoot()->GetLocalObjectPaths().size(), 4U);
+  EXPECT_EQ(m_store.TakeReads(), 2U);  // commit, root
+  EXPECT_EQ(TextOf(head->GetBlob(Wide(PathOf(0)))), "second");
+  EXPECT_EQ(m_store.TakeReads(), 3U);  // two directories, the blob
+}
+
+TEST_F(ReadsOnDemand, ListingAllReadsOncePerDirectoryOfTheUpperLevels) {
+  Repository repository = m_store.Open();
+  EXPECT_EQ(repository.GetHead()->GetTree()->GetAllBlobPaths().size(), 100U);
+  // commit, root, the 4 directories at once, the 5 below each at once
+  EXPECT_EQ(m_store.TakeReads(), 7U);
+  EXPECT_EQ(m_store.reader->asked.size(), 26U);
+}
+
+TEST_F(ReadsOnDemand, ListingAllFollowsTheDepthIfTheReaderPassesAhead) {
+  m_store.reader->passesAhead = true;
+  Repository repository = m_store.Open();
+  EXPECT_EQ(repository.GetHead()->GetTree()->GetAllBlobPaths().size(), 100U);
+  // commit, root, the 4 directories with the 20 below them
+  EXPECT_EQ(m_store.TakeReads(), 3U);
+}
+
+TEST_F(ReadsOnDemand, CountingAllReadsNoBlob) {
+  m_store.reader->passesAhead = true;
+  Repository repository = m_store.Open();
+  EXPECT_EQ(repository.GetHead()->GetTree()->GetBlobCount(), 100U);
+  EXPECT_EQ(m_store.TakeReads(), 3U);
+}
+
+TEST_F(ReadsOnDemand, DiffOfTheHeadReadsTheDirectoriesThatChanged) {
+  Repository repository = m_store.Open();
+  const cow_ptr<Commit> head = repository.GetHead();
+  const auto paths = head->GetTree()->GetBlobDiffs(head->GetParent()->GetTree());
+  EXPECT_EQ(paths.size(), 5U);
+  // two commits, two roots, 2 directories of both at once, 3 and 2 below at once
+  EXPECT_EQ(m_store.TakeReads(), 7U);
+  EXPECT_EQ(m_store.reader->asked.size(), 18U);
+}
+
+TEST_F(ReadsOnDemand, ComparingEqualTreesReadsTheRootsAlone) {
+  Repository repository = m_store.Open();
+  const cow_ptr<Commit> head = repository.GetHead();
+  EXPECT_TRUE(head->GetTree()->GetBlobDiffs(head->GetTree()).empty());
+  EXPECT_EQ(m_store.TakeReads(), 2U);
+}
+
+TEST_F(ReadsOnDemand, EditingFiveFilesReadsTheirDirectories) {
+  Repository repository = m_store.Open();
+  CommitFiveFiles(repository, "third");
+  EXPECT_EQ(m_store.TakeReads(), 9U);  // commit, root, 2 directories, 5 below
+  EXPECT_EQ(m_store.Save(repository), 10U);
+  EXPECT_EQ(m_store.TakeReads(), 0U);
+}
+
+TEST_F(ReadsOnDemand, MergeReadsNoBlobThatIsNotInConflict) {
+  Repository repository = m_store.Open();
+  repository.CreateBranch(TAL_WIDE("other"), nullptr);
+  CommitFiles(repository, {{PathOf(0), "left"}, {PathOf(4), "left"}, {PathOf(2), "both"}});
+  repository.Checkout(TAL_WIDE("other"));
+  CommitFiles(repository, {{PathOf(0), "right"}, {PathOf(8), "right"}, {PathOf(2), "both"}});
+  m_store.Save(repository);
+
+  repository = m_store.Open();
+  repository.Checkout(TAL_WIDE("master"));
+  m_store.reader->asked.clear();
+  ASSERT_TRUE(
+      repository.Merge(repository.GetHead(TAL_WIDE("other")), Descending(ConflictChoice::Right)));
+  std::vector<std::string> blobs;
+  for (const Id& id : m_store.reader->asked) {
+    const std::string packed = Bytes(m_store.reader->objects.at(id));
+    if (packed.starts_with("blob")) blobs.push_back(packed.substr(packed.find('\0') + 1));
+  }
+  EXPECT_EQ(blobs, std::vector<std::string>());
+  EXPECT_EQ(TextOf(repository.GetHead()->GetBlob(Wide(PathOf(0)))), "right");
+  EXPECT_EQ(TextOf(repository.GetHead()->GetBlob(Wide(PathOf(4)))), "left");
+  EXPECT_EQ(TextOf(repository.GetHead()->GetBlob(Wide(PathOf(8)))), "right");
+}
+
+TEST_F(ReadsOnDemand, RemovingAFileReadsNoBlob) {
+  Repository repository = m_store.Open();
+  Commit commit(&repository, false);
+  EXPECT_TRUE(commit.RemoveObject(&repository, Wide(PathOf(7))));
+  EXPECT_EQ(m_store.TakeReads(), 4U);  // commit, root, two directories
+}
+
+TEST(ReadsOfAHistory, DoubleTheirWindows) {
+  OnDemandStore store;
+  Repository repository = store.Open();
+  for (int index = 0; index <= 1000; ++index)
+    CommitFiles(repository, {{"f", std::to_string(index)}});
+  store.Save(repository);
+  store.reader->passesAhead = true;
+  repository = store.Open();
+  std::uint64_t length = 0;
+  for (cow_ptr<Commit> at = repository.GetHead(); at; at = at->GetParent()) ++length;
+  EXPECT_EQ(length, 1001U);
+  // the head, then windows of 1, 2, 4 ... 512 commits
+  EXPECT_EQ(store.TakeReads(), 11U);
+}
+
+TEST(ReadsOfAHistory, CommonBaseOfTwoLongBranchesFollowsTheWindows) {
+  OnDemandStore store;
+  Repository repository = store.Open();
+  CommitFiles(repository, {{"f", "base"}});
+  repository.CreateBranch(TAL_WIDE("other"), nullptr);
+  for (const auto branch : {TAL_WIDE("master"), TAL_WIDE("other")}) {
+    repository.Checkout(branch);
+    for (int index = 0; index < 255; ++index) {
+      CommitFiles(repository, {{"g", Ascii(branch) + std::to_string(index)}});
+    }
+  }
+  store.Save(repository);
+  store.reader->passesAhead = true;
+  repository = store.Open();
+  const cow_ptr<Commit> base = repository.GetCommonBase(repository.GetHead(TAL_WIDE("master")),
+                                                        repository.GetHead(TAL_WIDE("other")));
+  EXPECT_EQ(ListingOf(base), "f=base");
+  EXPECT_LE(store.TakeReads(), 20U);  // two heads, 8 windows each, root and blob of the base
+}
+
+}  // namespace
+}  // namespace TalVcs::Testing
