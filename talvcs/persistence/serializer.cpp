@@ -1,10 +1,10 @@
 #include <talvcs/persistence/serializer.h>
 
-#include <talvcs/persistence/internal/packed_writer.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/foundation/internal/prefetch.h>
 #include <talvcs/objects/internal/tree_access.h>
+#include <talvcs/persistence/internal/packed_writer.h>
 #include <talvcs/storage/on_demand_storage.h>
 
 // object := packed                       the packed form of a commit, a blob or a tree
