@@ -11,9 +11,9 @@ namespace TalVcs {
 
 /// A version of the library, told by its three numbers.
 struct Version {
-  int major_number;
-  int minor_number;
-  int patch_number;
+  int major_number;  ///< Changes with the binary interface.
+  int minor_number;  ///< Changes with additions.
+  int patch_number;  ///< Changes with corrections.
 };
 
 /// Returns the version of the library that runs, which can be newer than the headers.

@@ -108,7 +108,7 @@ class Filter:
         text = re.sub(r"\b[A-Z_]{4,}\b", "", text)
         if not re.match(r"\s*(class|struct|enum)\b", text):
             text = re.sub(r"\b[A-Z_]{4,}\b", "", self.lines[start + 1])
-        match = re.match(r"\s*(class|struct)\s+(?:\[\[\w+\]\]\s*)?(\w+)", text)
+        match = re.match(r"\s*(class|struct)\s+(?:\[\[\w+\]\]\s*)?(?:\w+::)*(\w+)", text)
         return match[2] if match else None
 
     def missing_comment(self, declaration):

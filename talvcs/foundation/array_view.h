@@ -12,6 +12,7 @@ template <class T>
 class array_view {
  public:
   constexpr array_view() noexcept = default;
+  /// Views the elements from `begin` up to, not including, `end`.
   constexpr array_view(T* begin, T* end) noexcept : m_begin(begin), m_end(end) {}
 
   /// Views all elements of `elements`; a change of its size makes the view invalid.
@@ -21,6 +22,7 @@ class array_view {
   array_view(std::vector<T>& elements) noexcept requires(!std::is_const_v<T>)
       : array_view(elements.data(), elements.data() + elements.size()) {}
 
+  /// Return the number of elements, whether there are none, and the bounds of the run.
   constexpr std::size_t size() const noexcept { return static_cast<std::size_t>(m_end - m_begin); }
   constexpr bool empty() const noexcept { return m_begin == m_end; }
   constexpr T* begin() const noexcept { return m_begin; }

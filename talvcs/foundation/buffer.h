@@ -38,7 +38,9 @@ class TALVCS_API Buffer {
   Buffer& operator=(Buffer&& other) noexcept;
   ~Buffer();
 
+  /// Returns the number of bytes in all segments.
   std::uint64_t GetSize() const noexcept;
+  /// True if there are no bytes.
   bool IsEmpty() const noexcept { return GetSize() == 0; }
 
   /// Appends a copy of `size` bytes. Returns false only for null `data` with a size, with nothing
@@ -100,6 +102,7 @@ class TALVCS_API Buffer {
   Part* m_part = nullptr;
 };
 
+/// Access to one segment of a buffer. It shares the bytes, so they stay as they are while it lives.
 class TALVCS_API Buffer::ReadDataAccessor {
  public:
   ReadDataAccessor(const ReadDataAccessor& other) noexcept;
@@ -109,6 +112,7 @@ class TALVCS_API Buffer::ReadDataAccessor {
 
   /// The first byte of the segment; valid while an accessor on it or the unchanged buffer lives.
   const void* GetData() const noexcept { return m_data; }
+  /// Returns the number of bytes in the segment.
   std::size_t GetSize() const noexcept { return m_size; }
 
  private:

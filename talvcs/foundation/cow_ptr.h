@@ -12,6 +12,7 @@ namespace TalUtils {
 /// classes, so that those are made and freed in the library, whoever asks.
 template <class T>
 struct cow_factory {
+  /// Return a new default-made object, and a copy of `source`.
   static std::shared_ptr<T> create() { return std::make_shared<T>(); }
   static std::shared_ptr<T> copy(const T& source) { return std::make_shared<T>(source); }
 };
@@ -27,9 +28,11 @@ struct cow_factory {
 template <class T>
 class cow_ptr {
  public:
+  /// The type of the object, without const.
   using element_type = T;
 
   constexpr cow_ptr() noexcept = default;
+  /// A null handle.
   constexpr cow_ptr(std::nullptr_t) noexcept {}
 
   /// Takes over a share of the object.

@@ -13,12 +13,15 @@ class Delegate;
 template <class R, class... Args>
 class Delegate<R(Args...)> {
  public:
+  /// The function that is called, with the object as its first argument.
   using Function = R (*)(void*, Args...);
 
   constexpr Delegate() noexcept = default;
+  /// Binds `function` to `object`.
   constexpr Delegate(void* object, Function function) noexcept
       : m_object(object), m_function(function) {}
 
+  /// True unless both words are null.
   constexpr explicit operator bool() const noexcept {
     return m_object != nullptr || m_function != nullptr;
   }

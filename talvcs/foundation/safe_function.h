@@ -36,8 +36,10 @@ class basic_safe_function<R(Args...), Safe> {
            std::copy_constructible<std::decay_t<F>>) basic_safe_function(F&& callable)
       : m_target(std::forward<F>(callable)) {}
 
+  /// True if there is a target.
   explicit operator bool() const noexcept { return static_cast<bool>(m_target); }
 
+  /// Calls the target; without one, returns a value-made `R`.
   R operator()(Args... args) const {
     if (!m_target) return R();
     return m_target(std::forward<Args>(args)...);

@@ -33,6 +33,7 @@ class TALVCS_API IStream {
   /// Moves to `position`, which may lie behind the end. Returns false if that can't be done.
   virtual bool Seek(std::uint64_t position) = 0;
 
+  /// Return the position and the size of the whole stream.
   virtual std::uint64_t GetPosition() const = 0;
   virtual std::uint64_t GetSize() const = 0;
 
@@ -55,11 +56,13 @@ class TALVCS_API IStream {
 class TALVCS_API Stream {
  public:
   Stream() noexcept = default;
+  /// A handle on `stream`, which may be null.
   explicit Stream(std::shared_ptr<IStream> stream) noexcept : m_stream(std::move(stream)) {}
 
   /// Returns the stream behind the handle, or null. The handles keep it alive.
   operator IStream*() const noexcept { return m_stream.get(); }
 
+  /// Moves to the start. Returns false over nothing and if the stream refuses.
   bool SeekToBegin();
 
   /// Writes all bytes of `data` at the position. Returns how many were taken.

@@ -26,6 +26,7 @@ template <class C>
 class TALVCS_API TalStringT {
  public:
   TalStringT() noexcept { SetInlineLength(0); }
+  /// Copy a terminated text, a number of characters, or a view. Null gives an empty string.
   TalStringT(const C* terminated) : TalStringT(TalStringViewT<C>(terminated)) {}
   TalStringT(const C* first, int count) : TalStringT(TalStringViewT<C>(first, count)) {}
   TalStringT(TalStringViewT<C> text);
@@ -58,6 +59,7 @@ class TALVCS_API TalStringT {
     if (IsShared()) ReleaseShared();
   }
 
+  /// Return the number of characters, and whether there are none.
   int GetLength() const noexcept { return IsShared() ? GetShared().length : InlineLength(); }
   bool IsEmpty() const noexcept { return GetLength() == 0; }
 
@@ -78,6 +80,7 @@ class TALVCS_API TalStringT {
   TalStringT Mid(int start) const;
   TalStringT Mid(int start, int count) const;
 
+  /// Append a text or one character.
   TalStringT& operator+=(const C* terminated) { return Append(TalStringViewT<C>(terminated)); }
   TalStringT& operator+=(TalStringViewT<C> text) { return Append(text); }
   TalStringT& operator+=(const TalStringT& text) { return Append(text); }
@@ -90,6 +93,7 @@ class TALVCS_API TalStringT {
               CompareCase compare = CompareCase::Sensitive) const noexcept {
     return TalStringViewT<C>(*this).Compare(other, compare);
   }
+  /// True if the text starts, or ends, with the argument.
   bool StartsWith(TalStringViewT<C> prefix,
                   CompareCase compare = CompareCase::Sensitive) const noexcept {
     return TalStringViewT<C>(*this).StartsWith(prefix, compare);
@@ -107,6 +111,7 @@ class TALVCS_API TalStringT {
     return TalStringViewT<C>(*this).Find(pattern, start, compare);
   }
 
+  /// Texts are equal if all their characters are.
   friend bool operator==(const TalStringT& a, const TalStringT& b) noexcept { return a.Equals(b); }
   friend bool operator==(const TalStringT& a, TalStringViewT<C> b) noexcept {
     return TalStringViewT<C>(a) == b;

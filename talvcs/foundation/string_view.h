@@ -31,10 +31,11 @@ enum class CompareCase { Sensitive = 0 };
 template <class C>
 class TALVCS_API TalStringViewT {
  public:
-  const C* text = nullptr;
-  int length = 0;
+  const C* text = nullptr;  ///< The first character; not terminated.
+  int length = 0;           ///< The number of characters.
 
   constexpr TalStringViewT() noexcept = default;
+  /// Views `count` characters from `first` on.
   constexpr TalStringViewT(const C* first, int count) noexcept : text(first), length(count) {}
 
   /// Views the whole of `string`, which has to outlive the view.
@@ -45,11 +46,13 @@ class TALVCS_API TalStringViewT {
       : text(terminated),
         length(terminated == nullptr ? 0 : Checked(std::char_traits<C>::length(terminated))) {}
 
+  /// View a text of the standard library, which has to outlive the view.
   constexpr TalStringViewT(std::basic_string_view<C> view)
       : text(view.data()), length(Checked(view.size())) {}
   TalStringViewT(const std::basic_string<C>& string)
       : TalStringViewT(std::basic_string_view<C>(string)) {}
 
+  /// Return the fields, and whether the text is empty.
   constexpr const C* GetRawUnterminatedString() const noexcept { return text; }
   constexpr int GetLength() const noexcept { return length; }
   constexpr bool IsEmpty() const noexcept { return length == 0; }
@@ -75,6 +78,7 @@ class TALVCS_API TalStringViewT {
   /// text. Returns a negative value, zero or a positive one for before, equal, after.
   int Compare(TalStringViewT other, CompareCase compare = CompareCase::Sensitive) const noexcept;
 
+  /// True if the text starts, or ends, with the argument.
   bool StartsWith(TalStringViewT prefix,
                   CompareCase compare = CompareCase::Sensitive) const noexcept;
   bool EndsWith(TalStringViewT suffix, CompareCase compare = CompareCase::Sensitive) const noexcept;
@@ -82,6 +86,7 @@ class TALVCS_API TalStringViewT {
   /// Returns a string with a copy of the characters.
   TalStringT<C> ToString() const;
 
+  /// Texts are equal if all their characters are.
   friend bool operator==(TalStringViewT a, TalStringViewT b) noexcept {
     return a.length == b.length && a.Compare(b) == 0;
   }

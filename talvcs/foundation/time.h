@@ -12,7 +12,7 @@ enum class TimeZone { Utc = 0 };
 
 /// A span of time in ticks of 100 ns; 36000000000 ticks are one hour.
 struct TimeDelta {
-  std::int64_t ticks = 0;
+  std::int64_t ticks = 0;  ///< Ticks of 100 ns, negative for back.
 
   friend constexpr bool operator==(TimeDelta, TimeDelta) noexcept = default;
   friend constexpr auto operator<=>(TimeDelta, TimeDelta) noexcept = default;
@@ -23,7 +23,7 @@ struct TimeDelta {
 /// Instants are compared by their unsigned ticks. An instant before the epoch has the ticks of the
 /// negative count, modulo 2 to the power 64.
 struct TALVCS_API Time {
-  std::uint64_t ticks = 0;
+  std::uint64_t ticks = 0;  ///< Ticks of 100 ns since the Unix epoch.
 
   /// Returns the present instant, from the system's clock.
   static Time Now();

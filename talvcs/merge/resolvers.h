@@ -51,8 +51,8 @@ using BlobTimeGetter = basic_safe_function<std::optional<Time>(cow_ptr<Blob>), 1
 
 /// The two callbacks of a merge.
 struct Resolvers {
-  ConflictResolver blobResolver;
-  TreeConflictResolver treeResolver;
+  ConflictResolver blobResolver;      ///< Decides a blob that both sides changed differently.
+  TreeConflictResolver treeResolver;  ///< Decides each directory whose sides differ.
 };
 
 /// Return a resolver that always gives that answer.

@@ -36,6 +36,7 @@ class TALVCS_API CommitTree {
   cow_ptr<Blob> GetBlob(TalStringViewT<WideChar> path) const;
   cow_ptr<Tree> GetTree(TalStringViewT<WideChar> path) const;
 
+  /// Returns the root, or null.
   cow_ptr<Tree> GetRoot() const { return m_root; }
   /// Returns the root's id, or the empty id without a root.
   Id GetRootId() const;

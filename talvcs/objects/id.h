@@ -27,8 +27,10 @@ class TALVCS_API Id {
   /// empty id.
   explicit Id(const Buffer& data);
 
+  /// Returns the text: 64 hexadecimal digits for a digest.
   TalStringT<WideChar> ToString() const { return m_text; }
 
+  /// Ids are equal if their texts are.
   friend bool operator==(const Id& a, const Id& b) noexcept { return a.m_text == b.m_text; }
 
   /// Hashes like the text.

@@ -89,6 +89,8 @@ class TALVCS_API Object : public IObject {
   /// content after which both must stay as they are.
   void CompleteCaches() const;
 
+  /// Read and fill the caches, for classes that derive from this one. An empty id or packed form is
+  /// not cached.
   bool HasId() const noexcept { return !m_id.View().IsEmpty(); }
   const Id& CachedId() const noexcept { return m_id; }
   void CacheId(const Id& id) const noexcept { m_id = id; }

@@ -19,12 +19,15 @@ enum class ObjectProblem {
 /// call can be repeated; the repository and its branches are as before it.
 class TALVCS_API ObjectUnavailable : public std::runtime_error {
  public:
+  /// Says that the object `id` has `problem`.
   ObjectUnavailable(const Id& id, ObjectProblem problem);
   ObjectUnavailable(const ObjectUnavailable& other) noexcept;
   ObjectUnavailable& operator=(const ObjectUnavailable& other) noexcept;
   ~ObjectUnavailable() override;
 
+  /// Returns the id of the object.
   const Id& GetId() const noexcept { return m_id; }
+  /// Returns what is wrong with it.
   ObjectProblem GetProblem() const noexcept { return m_problem; }
 
  private:

@@ -11,8 +11,8 @@ namespace TalVcs {
 
 /// An object that a packed tree or commit refers to.
 struct PackedReference {
-  ObjectType type;
-  Id id;
+  ObjectType type;  ///< Its type, as the reference says.
+  Id id;            ///< Its id.
   /// The entry's name in a tree; empty for the tree and the parent of a commit.
   TalStringT<WideChar> name;
 };

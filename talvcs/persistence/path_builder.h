@@ -15,8 +15,10 @@ namespace TalVcs {
 /// one. Names aren't looked into: one that holds "/" gives a deeper path.
 class TALVCS_API PathBuilder {
  public:
+  /// Computes paths below `rootPath`.
   explicit PathBuilder(const TalStringT<WideChar>& rootPath);
 
+  /// Return the folder of the store, of its objects and of its branches.
   TalStringT<WideChar> GetStoragePath() const;
   static TalStringT<WideChar> GetObjectsPath(const TalStringT<WideChar>& storagePath);
   static TalStringT<WideChar> GetBranchesPath(const TalStringT<WideChar>& storagePath);

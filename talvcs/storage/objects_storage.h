@@ -45,6 +45,7 @@ class TALVCS_API IObjectsStorage {
   virtual void AddTree(cow_ptr<Tree> tree) = 0;
   virtual void AddBlob(cow_ptr<Blob> blob) = 0;
 
+  /// Return the number of stored objects of a type.
   virtual std::uint64_t GetCommitCount() const = 0;
   virtual std::uint64_t GetTreeCount() const = 0;
   virtual std::uint64_t GetBlobCount() const = 0;
@@ -63,6 +64,7 @@ class TALVCS_API IObjectsStorage {
   /// What a branch reaches, and what a host holds a handle on, stays. Cost: linear in the entries.
   virtual void PurgeUnusedObjects() = 0;
 
+  /// True if there is a branch of that name, with or without a head.
   virtual bool BranchExist(TalStringViewT<WideChar> name) const = 0;
   /// Returns false for an empty name or one that exists; `commit` may be null.
   virtual bool CreateBranch(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) = 0;

@@ -27,6 +27,7 @@ namespace TalVcs {
 /// time.
 class TALVCS_API OnDemandStorage : public IObjectsStorage {
  public:
+  /// A branch and the id of its head, empty for none.
   using BranchHead = std::pair<TalStringT<WideChar>, Id>;
 
   /// Reads through `reader`, which must not be null. `heads` are the branches of the store, each

@@ -81,6 +81,8 @@ def dead_site_links(folder):
             parts = urllib.parse.urlsplit(link)
             if is_elsewhere(link) or link.startswith("javascript:"):
                 continue
+            if path.suffix == ".svg" and not parts.path:
+                continue  # part of the drawing
             target = (path.parent / urllib.parse.unquote(parts.path)).resolve() if parts.path else path
             dead = not target.exists()
             if parts.fragment and target in pages:
