@@ -8,9 +8,17 @@ include(GNUInstallDirs)
 set(talvcs_include_dir "${CMAKE_INSTALL_INCLUDEDIR}/talvcs-${PROJECT_VERSION_MAJOR}")
 set(talvcs_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/TalVcs")
 
-# talvcs_install_library(<target> <export set> <component> <pkg-config module>)
-function(talvcs_install_library target export_set component module)
-  install(TARGETS ${target} EXPORT ${export_set}
+# The components of the package, each of which may need those before it.
+set(talvcs_components "")
+# CMake code that finds the packages that a component needs.
+set(talvcs_component_packages "")
+
+# talvcs_install_component(<component> <target> <pkg-config module> [PACKAGES <package>...]): the
+# library of a component, its headers, its targets and its module. PACKAGES are what a host has to
+# find before it can link the library.
+macro(talvcs_install_component component target module)
+  cmake_parse_arguments(talvcs_arg "" "" "PACKAGES" ${ARGN})
+  install(TARGETS ${target} EXPORT TalVcs_${component}
     RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT ${component}
     LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT ${component}
       NAMELINK_COMPONENT ${component}_dev
@@ -18,27 +26,44 @@ function(talvcs_install_library target export_set component module)
     FILE_SET HEADERS DESTINATION "${talvcs_include_dir}" COMPONENT ${component}_dev
     FILE_SET generated_headers DESTINATION "${talvcs_include_dir}" COMPONENT ${component}_dev
     INCLUDES DESTINATION "${talvcs_include_dir}")
-  install(EXPORT ${export_set} NAMESPACE TalVcs::
+  install(EXPORT TalVcs_${component} NAMESPACE TalVcs:: FILE TalVcs_${component}.cmake
     DESTINATION "${talvcs_package_dir}" COMPONENT ${component}_dev)
 
-  file(RELATIVE_PATH talvcs_prefix_from_module
-    "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
-  string(REGEX REPLACE "/$" "" talvcs_prefix_from_module "${talvcs_prefix_from_module}")
   configure_file("${PROJECT_SOURCE_DIR}/cmake/${module}.pc.in" "${module}.pc" @ONLY)
   install(FILES "${CMAKE_CURRENT_BINARY_DIR}/${module}.pc"
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT ${component}_dev)
-endfunction()
 
-talvcs_install_library(talvcs TalVcsTargets talvcs talvcs)
-if(TALVCS_BUILD_KIT)
-  talvcs_install_library(talvcs_kit TalVcsKitTargets kit talvcs-kit)
+  list(APPEND talvcs_components ${component})
+  if(talvcs_arg_PACKAGES)
+    string(APPEND talvcs_component_packages
+      "set(talvcs_packages_${component} ${talvcs_arg_PACKAGES})\n")
+  endif()
+endmacro()
+
+file(RELATIVE_PATH talvcs_prefix_from_module "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+string(REGEX REPLACE "/$" "" talvcs_prefix_from_module "${talvcs_prefix_from_module}")
+
+talvcs_install_component(talvcs talvcs talvcs)
+if(TARGET talvcs_kit)
+  talvcs_install_component(kit talvcs_kit talvcs-kit)
 endif()
 
 configure_package_config_file(cmake/TalVcsConfig.cmake.in TalVcsConfig.cmake
   INSTALL_DESTINATION "${talvcs_package_dir}"
-  NO_SET_AND_CHECK_MACRO)
+  NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
 write_basic_package_version_file(TalVcsConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
   "${CMAKE_CURRENT_BINARY_DIR}/TalVcsConfig.cmake"
   "${CMAKE_CURRENT_BINARY_DIR}/TalVcsConfigVersion.cmake"
   DESTINATION "${talvcs_package_dir}" COMPONENT talvcs_dev)
+
+if(TALVCS_INSTALL_TAL)
+  if(NOT TARGET tal)
+    message(FATAL_ERROR "TALVCS_INSTALL_TAL needs the companion library, TALVCS_BUILD_KIT=ON, a system "
+      "with POSIX folders, and CLI11 (Debian: libcli11-dev)")
+  endif()
+  file(RELATIVE_PATH talvcs_libraries_from_tal
+    "/prefix/${CMAKE_INSTALL_BINDIR}" "/prefix/${CMAKE_INSTALL_LIBDIR}")
+  set_target_properties(tal PROPERTIES INSTALL_RPATH "$ORIGIN/${talvcs_libraries_from_tal}")
+  install(TARGETS tal RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tal)
+endif()

@@ -33,14 +33,15 @@ function(talvcs_target_settings target)
   endif()
 endfunction()
 
-# talvcs_shared_library_settings(<target> <version script>): what the shared libraries have in
-# common. The version script keeps the standard library's template instances, which its headers
-# declare visible, out of the exported symbols.
-function(talvcs_shared_library_settings target version_script)
+# talvcs_library_settings(<target> <version script>): what the libraries have in common. Static ones
+# can be linked into shared libraries of a host. The version script keeps the standard library's
+# template instances, which its headers declare visible, out of the exported symbols.
+function(talvcs_library_settings target version_script)
   set_target_properties(${target} PROPERTIES
+    POSITION_INDEPENDENT_CODE ON
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
-  if(UNIX AND NOT APPLE)
+  if(BUILD_SHARED_LIBS AND UNIX AND NOT APPLE)
     target_link_options(${target} PRIVATE "LINKER:--version-script=${version_script}")
     set_target_properties(${target} PROPERTIES LINK_DEPENDS ${version_script})
     if(NOT TALVCS_SANITIZE)

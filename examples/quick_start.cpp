@@ -1,7 +1,9 @@
-// Two branches add files, a merge brings them together, and the history is saved to a folder and loaded.
+// Two branches add files, a merge brings them together, and the history is saved to a folder and
+// opened again.
 
-#include <kit/directory_store.h>
-#include <kit/save_repository.h>
+#include <kit/open/open.h>
+#include <kit/open/save.h>
+#include <kit/store/directory_object_store.h>
 #include <kit/text.h>
 #include <talvcs/talvcs.h>
 
@@ -19,8 +21,13 @@ void CommitFile(Repository& repository, const char* path, const char* text) {
 }
 
 int main() {
-  // Commit on the branch "master", which every repository starts with, and on a branch "topic".
-  Repository repository(std::make_unique<MemObjectsStorage>());
+  // Create a store in a folder and open it. value() returns the result, or throws the error.
+  auto store = std::make_shared<Kit::DirectoryObjectStore>(
+      Kit::DirectoryObjectStore::Create("quick-start-history").value());
+  Kit::OpenedRepository opened = Kit::Open(store).value();
+  Repository& repository = opened.GetRepository();
+
+  // Commit on the branch "master", which a new repository starts with, and on a branch "topic".
   CommitFile(repository, "hello.txt", "Hello\n");
   repository.CreateBranch(TAL_WIDE("topic"), repository.GetHead());
   repository.Checkout(TAL_WIDE("topic"));
@@ -33,16 +40,9 @@ int main() {
   const cow_ptr<Commit> topic = repository.GetHead(TAL_WIDE("topic"));
   if (!repository.Merge(topic, {AlwaysChooseLeft(), descend})) return 1;
 
-  // Save to a folder. The store keeps its previous version until Commit succeeds.
-  Kit::DirectoryStore store("quick-start-history");
-  if (!Kit::SaveRepository(repository, store, TAL_WIDE("")) || !store.Commit()) {
-    std::cerr << store.LastError() << '\n';
-    return 1;
-  }
-
-  // Load everything into another repository.
-  Repository loaded(std::make_unique<MemObjectsStorage>());
-  if (!Deserializer(&store, TAL_WIDE("")).Deserialize(&loaded)) return 1;
-  for (const auto& path : loaded.GetHead()->GetTree()->GetAllBlobPaths())
+  // Save what is new, and open the store again: objects are read when they are used.
+  Kit::Save(opened).value();
+  Kit::OpenedRepository again = Kit::Open(store).value();
+  for (const auto& path : again->GetHead()->GetTree()->GetAllBlobPaths())
     std::cout << Kit::ToUtf8(path) << '\n';
 }

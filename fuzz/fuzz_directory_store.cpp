@@ -11,6 +11,7 @@
 #include "target.h"
 
 #include <kit/directory_store.h>
+#include <kit/internal/store_access.h>
 #include <kit/text.h>
 #include <tests/model/driver/twins.h>
 #include <tests/support/bytes.h>
@@ -53,8 +54,8 @@ class Session {
 
  private:
   std::unique_ptr<Kit::DirectoryStore> Open() const {
-    return std::make_unique<Kit::DirectoryStore>(MemoryFileSystem::StoreFolder(), m_options,
-                                                 m_files);
+    return std::make_unique<Kit::DirectoryStore>(
+        Kit::StoreAccess::Make(MemoryFileSystem::StoreFolder(), m_options, m_files));
   }
   static Text Line(Fuzz::Input& input) { return Model::DecodeUtf8(input.Line()); }
 

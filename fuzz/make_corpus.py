@@ -7,6 +7,7 @@ What the inputs mean stands at the top of each target, and in streams.h. Files t
 stand beside the seeds, named by their digests, and are left alone.
 """
 
+import hashlib
 import pathlib
 import random
 import sys
@@ -178,6 +179,30 @@ def directory_seeds():
     yield "fake-objects", b"\0d\nf0\nfA\nfa\nCN"
 
 
+def journal_record(payload, link=bytes(8)):
+    framed = b"\nREC" + len(payload).to_bytes(4, "little") + link + payload
+    return framed + hashlib.sha256(framed).digest()
+
+
+def journal_seeds():
+    header = b"TalVcs store 2\nrequires\n"
+    name = (1).to_bytes(4, "little") + b"m"
+    first = journal_record(b"r" + bytes(8) + b"h" + name + b"\xab" * 32 + b"v" + name + name)
+    second = journal_record(b"d" + name + b"x" + name, first[-32:-24])
+    yield "empty", b""
+    yield "journal", b"b" + header + first + second
+    yield "torn-tail", b"b" + header + first + second[:-5]
+    yield "damaged", b"b" + header + first[:30] + b"?" + first[31:] + second
+    yield "wrong-link", b"b" + header + first + first
+    yield "later-version", b"bTalVcs store 3\nrequires\n" + first
+    yield "feature", b"bTalVcs store 2\nrequires packs\n" + first
+    yield "steps", b"rhmaster\n1Rhmaster\n2htopic\n3Rdtopic\nvnote\ntext\nRxnote\nn\7R"
+    yield "payloads", b"rp" + b"h" + name + b"\xab" * 32 + END + b"pz" + END + b"p\x72" + bytes(8) + END
+    yield "cut", b"rhmaster\n1Rhmaster\n2RDc\0\xb0c\0\x60c\0\x20"
+    yield "flips", b"rhmaster\n1Rhmaster\n2RDf\0\x20?f\0\x80?f\0\xc0?"
+    yield "more-behind", b"rhmaster\n1RDa\nREC" + bytes(40) + END + b"agarbage" + END
+
+
 SEEDS = {
     "load": load_seeds,
     "tree": tree_seeds,
@@ -186,6 +211,7 @@ SEEDS = {
     "path": path_seeds,
     "utf": utf_seeds,
     "directory_store": directory_seeds,
+    "journal": journal_seeds,
 }
 
 

@@ -130,10 +130,18 @@ void MemoryFileSystem::CheckHostFiles() const {
 }
 
 std::error_code MemoryFileSystem::ReadFile(const Path& path, Buffer& bytes) {
+  return ReadFileFrom(path, 0, bytes);
+}
+
+std::error_code MemoryFileSystem::ReadFileFrom(const Path& path, std::uint64_t from,
+                                               Buffer& bytes) {
   const auto found = m_content.files.find(FileOf(path));
   if (Fails()) return InjectedError();
   if (found == m_content.files.end()) return Missing();
-  bytes.Append(found->second.data(), found->second.size());
+  const std::string& content = found->second;
+  const std::size_t skipped =
+      from < content.size() ? static_cast<std::size_t>(from) : content.size();
+  bytes.Append(content.data() + skipped, content.size() - skipped);
   return {};
 }
 
@@ -152,6 +160,15 @@ std::error_code MemoryFileSystem::CreateFile(const Path& path, const Buffer& byt
   std::string content = TalVcs::Kit::BytesFromBuffer(bytes);
   const bool fails = Fails();
   m_content.files[file] = fails ? content.substr(0, content.size() / 2) : content;
+  return fails ? InjectedError() : std::error_code();
+}
+
+std::error_code MemoryFileSystem::AppendFile(const Path& path, const Buffer& bytes) {
+  const auto found = m_content.files.find(FileOf(path));
+  if (found == m_content.files.end()) return Missing();
+  const std::string content = TalVcs::Kit::BytesFromBuffer(bytes);
+  const bool fails = Fails();
+  found->second += fails ? content.substr(0, content.size() / 2) : content;
   return fails ? InjectedError() : std::error_code();
 }
 

@@ -43,8 +43,11 @@ class MemoryFileSystem final : public TalVcs::Kit::FileSystem {
   void CheckHostFiles() const;
 
   std::error_code ReadFile(const Path& path, TalVcs::Buffer& bytes) override;
+  std::error_code ReadFileFrom(const Path& path, std::uint64_t from,
+                               TalVcs::Buffer& bytes) override;
   std::error_code GetFileSize(const Path& path, std::uint64_t& size) override;
   std::error_code CreateFile(const Path& path, const TalVcs::Buffer& bytes) override;
+  std::error_code AppendFile(const Path& path, const TalVcs::Buffer& bytes) override;
   std::error_code SyncFile(const Path& path) override;
   std::error_code SyncFolder(const Path& path) override;
   std::error_code SyncMedium(const Path& path) override;

@@ -25,6 +25,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 TARGETS = {
     "commit_text": (512, 10),
     "directory_store": (512, 4),
+    "journal": (512, 10),
     "load": (1024, 2),
     "operations": (512, 1),
     "path": (256, 20),

@@ -121,8 +121,8 @@ class BatchEdit::Draft {
       m_metHidden = m_metHidden || m_directories[found->second].hidden;
       return m_metHidden ? kNone : found->second;
     }
-    m_metHidden = m_metHidden || m_directories[above].tree.GetLocalBlob(name);
     const cow_ptr<Tree> held = m_directories[above].tree.GetLocalTree(name);
+    m_metHidden = m_metHidden || HasBlob(m_directories[above].tree, name, held);
     if (m_metHidden || (!held && !make)) return kNone;
     const std::size_t index = m_directories.size();
     m_directories.push_back({held ? *held : Tree(), above, name, {}, !held, true, false});
@@ -140,7 +140,15 @@ class BatchEdit::Draft {
 
   bool Holds(std::size_t at, TalStringViewT<WideChar> name) const {
     const Directory& directory = m_directories[at];
-    return directory.tree.GetLocalObject(name) || directory.below.contains(name);
+    return directory.tree.GetIdByPath(name) || directory.below.contains(name);
+  }
+
+  /// True if a tree has a blob of that name, given its subtree of that name. A blob has precedence
+  /// there, and none is read.
+  static bool HasBlob(const Tree& tree, const TalStringT<WideChar>& name,
+                      const cow_ptr<Tree>& subtree) {
+    const std::optional<Id> id = tree.GetIdByPath(name);
+    return id && !(subtree && subtree->GetId() == *id);
   }
 
   /// Takes an open directory, if there is one, out of the draft with all below it.

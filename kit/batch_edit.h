@@ -42,7 +42,9 @@ class TALVCS_KIT_API BatchEdit {
   void AddObject(TalStringViewT<WideChar> path, const Id& id);
   void RemoveObject(TalStringViewT<WideChar> path);
 
+  /// Returns the number of edits in the list.
   std::size_t GetCount() const noexcept;
+  /// Removes all edits from the list.
   void Clear() noexcept;
 
   /// Makes the edits on `tree`, which isn't stored itself. An edit that fails changes nothing, and

@@ -1,6 +1,7 @@
 #include <kit/directory_store.h>
 #include <kit/internal/file_system.h>
 #include <kit/internal/object_paths.h>
+#include <kit/internal/store_access.h>
 #include <kit/internal/store_folder.h>
 #include <kit/internal/store_paths.h>
 #include <kit/internal/store_state.h>
@@ -177,11 +178,15 @@ void DirectoryStore::Impl::End() {
 }
 
 DirectoryStore::DirectoryStore(const std::filesystem::path& folder, DirectoryStoreOptions options)
-    : DirectoryStore(folder, std::move(options), MakeNativeFileSystem()) {}
+    : m_impl(std::make_unique<Impl>(folder, std::move(options), MakeNativeFileSystem())) {}
 
-DirectoryStore::DirectoryStore(const std::filesystem::path& folder, DirectoryStoreOptions options,
-                               std::shared_ptr<FileSystem> files)
-    : m_impl(std::make_unique<Impl>(folder, std::move(options), std::move(files))) {}
+DirectoryStore::DirectoryStore(std::unique_ptr<Impl> impl) noexcept : m_impl(std::move(impl)) {}
+
+DirectoryStore StoreAccess::Make(const std::filesystem::path& folder, DirectoryStoreOptions options,
+                                 std::shared_ptr<FileSystem> files) {
+  return DirectoryStore(
+      std::make_unique<DirectoryStore::Impl>(folder, std::move(options), std::move(files)));
+}
 
 DirectoryStore::DirectoryStore(DirectoryStore&& other) noexcept = default;
 

@@ -11,8 +11,6 @@
 
 namespace TalVcs::Kit {
 
-class FileSystem;
-
 /// How a `DirectoryStore` works.
 struct DirectoryStoreOptions {
   /// The root path that the host gives to its `Serializer` and `Deserializer`.
@@ -57,9 +55,9 @@ struct DirectoryStoreOptions {
 /// name its content.
 ///
 /// *Failures.* No operation throws for an error of the file system. It answers as its interface
-/// says, `LastError` tells what happened, and the old store stays. A state that is damaged, or
-/// missing beside objects, is never taken for an empty store: it gives one branch, of empty name,
-/// that can't be opened, and refuses transactions.
+/// says, `LastError` tells what happened, and the old store stays. A state that is damaged,
+/// missing beside objects, or upgraded by a `DirectoryObjectStore`, is never taken for an empty
+/// store: it gives one branch, of empty name, that can't be opened, and refuses transactions.
 ///
 /// Threads: a store object belongs to one thread at a time; several of them may work on one folder.
 class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
@@ -67,9 +65,6 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
   /// Works below `folder`, which a transaction makes if its last component is missing. Nothing is
   /// opened yet.
   explicit DirectoryStore(const std::filesystem::path& folder, DirectoryStoreOptions options = {});
-  /// Works through `files`, which the kit's own tests replace; `FileSystem` isn't for hosts.
-  DirectoryStore(const std::filesystem::path& folder, DirectoryStoreOptions options,
-                 std::shared_ptr<FileSystem> files);
   /// Leaves an `other` that can be assigned to or destroyed, and nothing else.
   DirectoryStore(DirectoryStore&& other) noexcept;
   DirectoryStore& operator=(DirectoryStore&& other) noexcept;
@@ -128,7 +123,10 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
   const std::string& LastError() const noexcept;
 
  private:
+  friend struct StoreAccess;
   class TALVCS_KIT_NO_EXPORT Impl;
+  explicit DirectoryStore(std::unique_ptr<Impl> impl) noexcept;
+
   std::unique_ptr<Impl> m_impl;
 };
 

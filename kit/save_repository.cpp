@@ -3,7 +3,7 @@
 #include <talvcs/objects/tree.h>
 #include <talvcs/persistence/serializer.h>
 #include <talvcs/repository/irepository.h>
-#include <talvcs/storage/objects_storage.h>
+#include <talvcs/storage/on_demand_storage.h>
 
 #include <unordered_set>
 #include <utility>
@@ -77,7 +77,7 @@ class Reach {
 
 bool StoreReachable(IRepository& repository) {
   const IObjectsStorage* storage = repository.GetStorage();
-  if (storage == nullptr) return false;
+  if (storage == nullptr || dynamic_cast<const OnDemandStorage*>(storage) != nullptr) return false;
   // Storing changes the tables, so the commits to begin with are put down first.
   std::vector<cow_ptr<Commit>> tips;
   for (const auto& [name, head] : storage->GetRefs()) tips.push_back(head);

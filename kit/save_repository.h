@@ -20,13 +20,14 @@ namespace TalVcs::Kit {
 /// ancestor, enters the storage first.
 ///
 /// Returns what the `Serializer` returns, so a `DirectoryStore` has still to `Commit`; false, with
-/// the store untouched, if `repository` has no storage. Only what a later commit changed in its
+/// the store untouched, if `repository` has no storage or one whose objects are read on demand,
+/// which `Save` saves. Only what a later commit changed in its
 /// parent's tree is looked at, besides each first tree of a history as a whole.
 TALVCS_KIT_API bool SaveRepository(IRepository& repository, IBlobWriter& writer,
                                    const TalStringT<WideChar>& rootPath);
 
-/// Does the first half alone: stores what the branches and the stored commits reach. False without
-/// a storage.
+/// Does the first half alone: stores what the branches and the stored commits reach. False, with
+/// nothing changed, without a storage and for one whose objects are read on demand.
 TALVCS_KIT_API bool StoreReachable(IRepository& repository);
 
 }  // namespace TalVcs::Kit

@@ -13,7 +13,9 @@
 
 namespace TalVcs::Kit {
 
+/// Text of 16-bit units, as the core takes it: names, paths, descriptions.
 using WideString = TalStringT<WideChar>;
+/// A view of such a text, valid as long as the text.
 using WideView = TalStringViewT<WideChar>;
 
 /// Decodes UTF-8. Bytes that are no UTF-8 become U+FFFD; the three-byte form of a lone surrogate

@@ -7,7 +7,7 @@
 namespace TalVcs::Testing {
 namespace {
 
-TEST(Version, IsToldByNumbersAndText) {
+TEST(Version, HasNumbersAndText) {
   const Version version = GetVersion();
   EXPECT_EQ(version.major_number, 1);
   EXPECT_EQ(version.minor_number, 0);

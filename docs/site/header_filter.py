@@ -3,8 +3,8 @@
 
 Our convention: a comment documents the declarations after it up to the next blank line or comment. And a
 copy or move operation, a destructor or a defaulted comparison without a comment does what its class's
-comment says. Doxygen wants a comment for each declaration. Private parts and specialisations of std::hash
-are left out.
+comment says. Doxygen wants a comment for each declaration. Private parts and specialisations of structs are
+left out.
 """
 
 import re
@@ -12,7 +12,7 @@ import sys
 
 SCOPE = re.compile(r"^\s*(template\s*<.*>\s*)?(class|struct|enum|union|namespace|extern \"C\")\b")
 LABEL = re.compile(r"^\s*(public|protected|private):")
-HASH = re.compile(r"^template <>\nstruct [A-Z_]* ?std::hash<.*?^};$", re.DOTALL | re.MULTILINE)
+SPECIALISATION = re.compile(r"^template <[^>]*>\nstruct [A-Z_]* ?[\w:]+<.*?^};$", re.DOTALL | re.MULTILINE)
 STRING = re.compile(r'"(\\.|[^"\\])*"|\'(\\.|[^\'\\])*\'|//.*')
 
 
@@ -32,7 +32,7 @@ def special_comment(declaration, class_name):
 
 class Filter:
     def __init__(self, text):
-        self.lines = HASH.sub("", text).splitlines()
+        self.lines = SPECIALISATION.sub("", text).splitlines()
         self.output = []
         self.scopes = []  # names of classes; None for namespaces
         self.comment = []

@@ -44,10 +44,12 @@ void CheckText(const std::string& what, const std::string& text, char forbidden)
   const auto refuse = [&](const std::string& why) {
     throw Failure(what + " " + why + ": \"" + Printable(text) + "\"", ExitCode::Usage);
   };
-  if (!ToWideExactly(text)) refuse("has to be UTF-8");
-  if (text.find('\n') != std::string::npos) refuse("has to be one line, as no more comes back");
+  if (!ToWideExactly(text)) refuse("must be UTF-8");
+  if (text.find('\n') != std::string::npos)
+    refuse("must be one line, because the store returns no more");
   if (forbidden != '\0' && text.find(forbidden) != std::string::npos)
-    refuse(std::string("must not hold \"") + forbidden + "\", as it wouldn't come back");
+    refuse(std::string("must not contain \"") + forbidden +
+           "\", because the store would not return it");
 }
 
 }  // namespace
@@ -71,8 +73,8 @@ std::string WhyLost(const TalVcs::Commit& commit) {
   const std::string text = ToUtf8(commit.GetAuthorName()) + " <" + ToUtf8(commit.GetAuthorEmail()) +
                            ">\n" + ToUtf8(commit.GetDesciption());
   if (text.find("parent ") == std::string::npos) return "";
-  return "a first commit must not have \"parent \" in its description or author, as it wouldn't "
-         "come back from the store: \"" +
+  return "a first commit must not have \"parent \" in its description or author, because the store "
+         "would not return it: \"" +
          Printable(text) + "\"";
 }
 

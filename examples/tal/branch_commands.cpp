@@ -46,13 +46,15 @@ void CreateBranch(Session& session, const std::string& name, const std::string& 
   TalVcs::Repository& repository = session.Repository();
   const CommitPtr commit = FindCommit(repository, start.empty() ? "HEAD" : start);
   if (!repository.CreateBranch(ToWide(name), commit))
-    throw Failure("there is a branch \"" + Printable(name) + "\" already");
+    throw Failure("cannot create the branch \"" + Printable(name) + "\": it exists already");
 }
 
 void RemoveBranch(Session& session, const std::string& name) {
-  if (name == session.Branch()) throw Failure("the current branch can't be removed");
+  if (name == session.Branch())
+    throw Failure("cannot remove \"" + Printable(name) +
+                  "\": it is the current branch; switch to another one first");
   if (!session.Repository().RemoveBranch(ToWide(name)))
-    throw Failure("there is no branch \"" + Printable(name) + "\"");
+    throw Failure("cannot remove \"" + Printable(name) + "\": there is no such branch");
 }
 
 }  // namespace
@@ -75,7 +77,7 @@ ExitCode RunBranch(const Host& host, const BranchOptions& options) {
     CreateBranch(session, options.name, options.start);
   }
   session.Save();
-  host.terminal.Say((options.remove ? "removed branch " : "made branch ") +
+  host.terminal.Say((options.remove ? "removed branch " : "created branch ") +
                     Printable(options.name));
   return ExitCode::Done;
 }
@@ -88,7 +90,8 @@ ExitCode RunSwitch(const Host& host, const SwitchOptions& options) {
     session.Save();
   }
   if (!repository.BranchExist(ToWide(options.name)))
-    throw Failure("there is no branch \"" + Printable(options.name) + "\"");
+    throw Failure("cannot switch to \"" + Printable(options.name) +
+                  "\": there is no such branch; -c creates it");
 
   FolderUpdate update(session.WorkFolder(), RootOf(session.Head()),
                       RootOf(repository.GetHead(ToWide(options.name))),
@@ -102,7 +105,7 @@ ExitCode RunSwitch(const Host& host, const SwitchOptions& options) {
     throw;
   }
   host.terminal.Say("now on " + Printable(options.name) + ", " + Plural(files, "file") +
-                    " different");
+                    " updated");
   return ExitCode::Done;
 }
 

@@ -78,7 +78,7 @@ ExitCode RunVerify(const Host& host) {
     json.EndObject();
   }
   for (const std::string& id : findings.wrong)
-    host.terminal.Complain("missing or changed: " + Printable(id));
+    host.terminal.Complain("missing or damaged: " + Printable(id));
   if (!isWhole) {
     const std::string& reason = session.WhyNotWhole();
     throw Failure("the store is damaged" + (reason.empty() ? "" : ": " + Printable(reason)),
@@ -86,8 +86,8 @@ ExitCode RunVerify(const Host& host) {
   }
   if (!host.json) {
     std::cout << "whole: " << Plural(findings.size.objects, "object") << ", "
-              << FormatBytes(findings.size.bytes) << ", all hash to their names; branches reach "
-              << reached << '\n';
+              << FormatBytes(findings.size.bytes) << "; every id is correct; the branches reach "
+              << Plural(reached, "object") << '\n';
   }
   return ExitCode::Done;
 }
@@ -129,11 +129,11 @@ ExitCode RunStat(const Host& host) {
   for (const Figures& figure : figures)
     std::cout << figure.name << '\t' << figure.count << '\t' << FormatBytes(figure.bytes) << '\n';
   std::cout << "branches\t" << storage.GetRefs().size() << '\n'
-            << "sharing\t" << Plural(apart.objects, "file") << " of all commits, "
-            << FormatBytes(apart.bytes) << ", are " << Plural(figures[2].count, "blob") << ", "
-            << FormatBytes(contents) << '\n'
+            << "sharing\t" << Plural(apart.objects, "file") << " in all commits, "
+            << FormatBytes(apart.bytes) << ", stored as " << Plural(figures[2].count, "blob")
+            << ", " << FormatBytes(contents) << '\n'
             << "store\t" << Plural(store.objects, "object") << ", " << FormatBytes(store.bytes)
-            << ", of which no branch reaches " << FormatBytes(waste) << '\n'
+            << ", unreachable: " << FormatBytes(waste) << '\n'
             << "freed\t" << FormatBytes(session.LastFreed()) << " by the last clean-up\n";
   return ExitCode::Done;
 }

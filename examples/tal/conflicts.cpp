@@ -60,7 +60,7 @@ ConflictChoice Ask(const Terminal& terminal, Path path, const MergeTrees& trees)
               << ". [o]urs, [t]heirs, [b]ase, [d]iff or [q]uit? " << std::flush;
     std::string answer;
     if (!std::getline(std::cin, answer) || answer == "q")
-      throw Failure("the merge was given up; nothing is changed");
+      throw Failure("the merge was cancelled; branches and files are unchanged");
     if (answer == "o") return ConflictChoice::Left;
     if (answer == "t") return ConflictChoice::Right;
     if (answer == "b") return ConflictChoice::Root;

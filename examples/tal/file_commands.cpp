@@ -22,7 +22,7 @@ std::string Normal(const std::string& path) {
 }
 
 [[noreturn]] void ThrowNothingThere(const std::string& path) {
-  throw Failure("nothing is there under \"" + Printable(path) + "\"");
+  throw Failure("the commit has nothing at \"" + Printable(path) + "\"; tal ls lists its files");
 }
 
 }  // namespace

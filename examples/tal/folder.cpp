@@ -130,13 +130,13 @@ class Lister {
     if (path == Folder::kStoreName) return;
     std::error_code error;
     const fs::file_type type = entry.symlink_status(error).type();
-    if (error) Fail("look at", path, error.value());
+    if (error) Fail("examine", path, error.value());
     const bool isFolder = type == fs::file_type::directory;
     const bool isIgnored = isInIgnored || m_rules.Matches(path, isFolder);
     if (isIgnored && !IsTracked(path)) return;
 
     if (name == Folder::kStoreName) {
-      m_contents.skipped.push_back({path, "store of another history"});
+      m_contents.skipped.push_back({path, "the store of another history"});
     } else if (!isFolder && type != fs::file_type::regular) {
       m_contents.skipped.push_back({path, KindName(type)});
     } else if (!ToWideExactly(name)) {
@@ -174,7 +174,8 @@ FolderContents Folder::List(const std::vector<TreePtr>& tracked) const {
 TalVcs::Buffer Folder::Read(const std::string& path) const {
   const File file(PathOf(path), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   if (file.Handle() < 0) Fail("read", path, errno);
-  if (!IsRegularFile(file.Handle())) throw Failure("not a file: \"" + Printable(path) + "\"");
+  if (!IsRegularFile(file.Handle()))
+    throw Failure("cannot read \"" + Printable(path) + "\": it is not a regular file");
   TalVcs::Buffer bytes;
   const bool all = ReadBlocks(
       file.Handle(), [&](const char* data, std::size_t size) { return bytes.Append(data, size); });
@@ -202,7 +203,7 @@ void Folder::Write(const std::string& path, const TalVcs::Buffer& bytes) const {
   const fs::path target = PathOf(path);
   std::error_code error;
   fs::create_directories(target.parent_path(), error);
-  if (error) Fail("make the folder of", path, error.value());
+  if (error) Fail("create the folder of", path, error.value());
 
   const fs::path parked = m_top / kStoreName / "tal-incoming";
   File file(parked, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0666);
@@ -232,7 +233,8 @@ void CheckPath(const std::string& path) {
     const std::string_view name = rest.substr(0, rest.find('/'));
     rest.remove_prefix(std::min(name.size() + 1, rest.size()));
     if (name.empty() || name == "." || name == ".." || name == Folder::kStoreName) {
-      throw Failure("the history holds a path that is unsafe here: \"" + Printable(path) + "\"");
+      throw Failure("cannot use a path of the history in a folder: \"" + Printable(path) +
+                    "\" is unsafe; files are unchanged");
     }
   }
 }

@@ -22,7 +22,8 @@ FolderUpdate::FolderUpdate(const Folder& folder, const TreePtr& from, const Tree
     : m_folder(folder), m_from(from), m_to(to), m_missing(missing) {
   const std::string twofold = FindFileAndFolder(to);
   if (!twofold.empty())
-    throw Failure("the history holds a file and a folder named \"" + Printable(twofold) + "\"");
+    throw Failure("cannot write the commit to the folder: it has a file and a folder named \"" +
+                  Printable(twofold) + "\"; files are unchanged");
   for (const Change& change : CompareTrees(from, to)) Plan(change.path);
   if (missing == MissingFiles::Restore) PlanMissing();
   std::stable_partition(m_steps.begin(), m_steps.end(),
@@ -34,7 +35,8 @@ FolderUpdate::FolderUpdate(const Folder& folder, const TreePtr& from, const Tree
     if (IsInTheWay(step)) blocked += "\n  " + Printable(step.path);
   }
   if (!blocked.empty())
-    throw Failure("uncommitted changes would be lost; commit them or move them away:" + blocked);
+    throw Failure("uncommitted changes would be lost; commit them, or move these files away:" +
+                  blocked);
 }
 
 void FolderUpdate::Plan(const std::string& path) {
@@ -92,7 +94,8 @@ void FolderUpdate::CheckFolders(const std::string& path) const {
     const fs::file_type type = TypeOf(m_folder.PathOf(above));
     if (type == fs::file_type::not_found || type == fs::file_type::directory) continue;
     if (type == fs::file_type::regular && IsFreeOnceApplied(path)) continue;
-    throw Failure("\"" + Printable(above) + "\" is in the way of the folder of that name");
+    throw Failure("cannot create the folder \"" + Printable(above) +
+                  "\": something else has that name; move it away");
   }
 }
 

@@ -62,7 +62,8 @@ void Relink(TalVcs::Repository& repository, const Run& run, const BranchTip& bra
 
 void ForgetHistory(TalVcs::Repository& repository, CommitPtr last) {
   if (!last->GetParent())
-    throw Failure(ShortId(ToUtf8(last->GetId())) + " is a first commit: nothing is older");
+    throw Failure(ShortId(ToUtf8(last->GetId())) +
+                  " is the first commit: it has no ancestors to remove");
   const Run run = MakeRun(repository, last);
   repository.DeleteCommits(std::move(last));
   for (const BranchTip& branch : ListBranches(repository)) Relink(repository, run, branch);

@@ -58,7 +58,7 @@ ExitCode RunLog(const Host& host, const LogOptions& options) {
     start = FindCommit(session.Repository(), options.start);
   } else if (!wantsAll) {
     start = session.Head();
-    if (!start) throw Failure("there is no commit yet");
+    if (!start) throw Failure("there is no commit yet; tal commit makes one");
   }
   History history = BuildHistory(session.Repository(), start);
   Limit(history, options.limit);
@@ -74,7 +74,7 @@ ExitCode RunLog(const Host& host, const LogOptions& options) {
 
 ExitCode RunGraph(const Host& host, const GraphOptions& options) {
   if (!options.output.empty() && (host.json || !(options.dot || options.svg)))
-    throw Failure("--output takes the picture of --dot or --svg", ExitCode::Usage);
+    throw Failure("--output needs --dot or --svg", ExitCode::Usage);
   Session session(host, Access::Read);
   const History history = BuildHistory(session.Repository(), nullptr);
   if (host.json) {
@@ -99,7 +99,7 @@ ExitCode RunGraph(const Host& host, const GraphOptions& options) {
   std::ofstream file(options.output, std::ios::binary);
   file << picture;
   file.close();
-  if (!file) throw Failure("cannot write \"" + Printable(options.output) + "\"");
+  if (!file) throw Failure("cannot write the picture to \"" + Printable(options.output) + "\"");
   return ExitCode::Done;
 }
 

@@ -61,7 +61,7 @@ Outcome TryMerge(const Host& host, TalVcs::Repository& repository, const CommitP
     outcome.tree = RootOf(head);
     return outcome;
   }
-  if (!base) host.terminal.Say("the branches have no common commit; all of both is new");
+  if (!base) host.terminal.Say("the branches have no common commit; every file counts as added");
 
   const TalVcs::MergeTrees trees{RootOf(head), RootOf(base), RootOf(commit)};
   const auto conflicts = std::make_shared<Conflicts>();
@@ -72,7 +72,7 @@ Outcome TryMerge(const Host& host, TalVcs::Repository& repository, const CommitP
   TreePtr merged;
   if (trees.left || trees.right) {
     merged = TalVcs::ThreeWayMerge(&repository, trees, {resolver, descend});
-    if (!merged) throw Failure("the trees can't be merged");
+    if (!merged) throw Failure("cannot merge the trees; branches and files are unchanged");
   }
   merged = WithoutTwofoldNames(repository, merged, trees, resolver);
   outcome.tree = WithoutEmptyFolders(repository, merged);
@@ -135,7 +135,7 @@ ExitCode DryRun(const Host& host, const MergeOptions& options) {
   PrintOutcome(host, outcome);
   if (CountUndecided(outcome.conflicts) > 0) return ExitCode::Differs;
   const FolderUpdate update(session.WorkFolder(), RootOf(session.Head()), outcome.tree);
-  host.terminal.Say(Plural(update.FileCount(), "file") + " would change; nothing was changed");
+  host.terminal.Say(Plural(update.FileCount(), "file") + " would change; this was a dry run");
   return ExitCode::Done;
 }
 
@@ -160,13 +160,14 @@ ExitCode RunMerge(const Host& host, const MergeOptions& options) {
   const Outcome outcome = TryMerge(host, repository, commit, options);
   if (const std::size_t undecided = CountUndecided(outcome.conflicts)) {
     PrintOutcome(host, outcome);
-    throw Failure(Plural(undecided, "conflict") +
-                  " to decide: take --ours, --theirs, --base, --newest or --interactive");
+    throw Failure(
+        Plural(undecided, "conflict") +
+        " to decide; nothing is merged. Use --ours, --theirs, --base, --newest or --interactive");
   }
   switch (outcome.way) {
     case Outcome::Way::Nothing:
       if (host.json) PrintOutcome(host, outcome);
-      host.terminal.Say("nothing to merge: it is all here");
+      host.terminal.Say("nothing to merge: the current branch has every change");
       return ExitCode::Done;
     case Outcome::Way::Forward:
       repository.Merge(commit, {});

@@ -17,7 +17,7 @@ CommitPtr FindById(const TalVcs::IRepository& repository, const std::string& pre
   CommitPtr found;
   for (const auto& [id, commit] : repository.GetStorage()->GetCommits()) {
     if (!ToUtf8(id).starts_with(prefix)) continue;
-    if (found) throw Failure("more than one commit begins with " + prefix);
+    if (found) throw Failure("more than one commit has an id that begins with " + prefix);
     found = commit;
   }
   return found;
@@ -25,7 +25,7 @@ CommitPtr FindById(const TalVcs::IRepository& repository, const std::string& pre
 
 CommitPtr FindExactly(const TalVcs::IRepository& repository, const std::string& name) {
   if (name == kHead) {
-    if (!repository.GetHead()) throw Failure("there is no commit yet");
+    if (!repository.GetHead()) throw Failure("there is no commit yet; tal commit makes one");
     return repository.GetHead();
   }
   const WideString wide = ToWide(name);
@@ -64,18 +64,18 @@ CommitPtr FindCommit(const TalVcs::IRepository& repository, const std::string& n
     commit = FindExactly(repository, distance->name);
     for (unsigned step = 0; commit && step < distance->steps; ++step) commit = commit->GetParent();
   }
-  if (!commit) throw Failure("no branch or commit is called \"" + Printable(name) + "\"");
+  if (!commit) throw Failure("there is no branch or commit \"" + Printable(name) + "\"");
   return commit;
 }
 
 void CheckBranchName(const std::string& name) {
   if (name.empty()) throw Failure("a branch needs a name", ExitCode::Usage);
   if (!ToWideExactly(name)) {
-    throw Failure("the name of a branch has to be UTF-8: \"" + Printable(name) + "\"",
+    throw Failure("the name of a branch must be UTF-8: \"" + Printable(name) + "\"",
                   ExitCode::Usage);
   }
   if (name == kHead || SplitDistance(name)) {
-    throw Failure("\"" + Printable(name) + "\" tells a commit and can't name a branch",
+    throw Failure("\"" + Printable(name) + "\" cannot name a branch, because it names a commit",
                   ExitCode::Usage);
   }
 }

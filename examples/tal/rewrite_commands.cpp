@@ -28,15 +28,17 @@ ExitCode RunRebase(const Host& host, const RebaseOptions& options) {
   for (const std::string& name : {branch, other}) {
     const bool mayBeMissing = name == options.onto;
     if (!mayBeMissing && !repository.BranchExist(ToWide(name)))
-      throw Failure("there is no branch \"" + Printable(name) + "\"");
+      throw Failure("cannot rebase \"" + Printable(name) + "\": there is no such branch");
   }
   CheckBranchName(options.onto);
 
   const TreePtr before = RootOf(session.Head());
   if (!repository.EnsureCommonRootFor(ToWide(branch), ToWide(other), ToWide(options.onto)))
-    throw Failure("the branches can't be placed on \"" + Printable(options.onto) + "\"");
+    throw Failure("cannot rebase the branches onto \"" + Printable(options.onto) +
+                  "\"; branches and files are unchanged");
   SaveWithFolder(session, before);
-  host.terminal.Say(Printable(branch) + " and " + Printable(other) + " share a first commit now");
+  host.terminal.Say(Printable(branch) + " and " + Printable(other) +
+                    " have a common first commit now");
   return ExitCode::Done;
 }
 
@@ -63,7 +65,7 @@ ExitCode RunSimplify(const Host& host) {
 ExitCode RunCollect(const Host& host) {
   Session session(host, Access::Change);
   session.Repository().UpdateStorage();
-  SaveAndTellFreed(host, session, "removed what no branch reaches");
+  SaveAndTellFreed(host, session, "removed unreachable objects");
   return ExitCode::Done;
 }
 

@@ -40,7 +40,7 @@ fs::path FindTop(const fs::path& start) {
     if (top == top.parent_path()) break;
   }
   throw Failure("neither \"" + Printable(absolute.string()) +
-                "\" nor a folder above it has a history; make one with tal init");
+                "\" nor a folder above it has a history; tal init creates one");
 }
 
 std::string ReadSmallFile(const fs::path& path) {
@@ -82,13 +82,13 @@ void Session::Create(const Host& host) {
   const fs::path folder = host.start / Folder::kStoreName;
   DirectoryStore store(host.start);
   // This makes the folder, and keeps others from making a store in it at the same time.
-  if (!store.Lock()) throw Failure("the store can't be made: " + Printable(store.LastError()));
+  if (!store.Lock()) throw Failure("cannot create the store: " + Printable(store.LastError()));
   std::error_code error;
   if (fs::exists(fs::symlink_status(folder / kStateFile, error)))
-    throw Failure("there is a store already");
+    throw Failure("cannot create the store: the folder has one already");
   WriteSmallFile(folder / kBranchFile, kFirstBranch);
   TalVcs::Serializer(&store, WideString()).CleanUpStorage();
-  if (!store.Commit()) throw Failure("the store can't be made: " + Printable(store.LastError()));
+  if (!store.Commit()) throw Failure("cannot create the store: " + Printable(store.LastError()));
 }
 
 Session::Session(const Host& host, Access access)
@@ -97,7 +97,7 @@ Session::Session(const Host& host, Access access)
       m_store(m_folder.Top()),
       m_repository(MakeRepository()) {
   if (access == Access::Change && !m_store.Lock())
-    throw Failure("the store can't be changed now: " + Printable(m_store.LastError()));
+    throw Failure("cannot change the store now: " + Printable(m_store.LastError()));
   Load();
   if (access != Access::Inspect && !CameInWhole())
     throw Failure("the store is damaged: " + DescribeDamage(), ExitCode::Damaged);
@@ -112,8 +112,8 @@ void Session::Load() {
   if (!cameIn || !hasState) {
     m_whyNotWhole = m_store.LastError();
     if (m_whyNotWhole.empty())
-      m_whyNotWhole = hasState ? "a branch doesn't come in whole"
-                               : "nothing was saved in it; tal init makes a store";
+      m_whyNotWhole = hasState ? "a branch cannot be read completely"
+                               : "it has no state; tal init creates a store";
   }
   const std::string branch = ReadSmallFile(folder / kBranchFile);
   const WideString name = ToWide(branch.empty() ? kFirstBranch : branch);
@@ -124,7 +124,7 @@ void Session::Load() {
 std::string Session::DescribeDamage() {
   std::string paths;
   for (const WideString& path : m_store.FindDamage()) paths += "\n  " + Printable(ToUtf8(path));
-  if (!paths.empty()) paths = "\nmissing, changed or unreadable:" + paths;
+  if (!paths.empty()) paths = "\nmissing, damaged or unreadable:" + paths;
   return Printable(m_whyNotWhole) + paths;
 }
 
@@ -138,8 +138,10 @@ void Session::Save() {
   CountedWriter writer(m_store, m_terminal, "saving");
   const bool isWritten = TalVcs::Kit::SaveRepository(m_repository, writer, WideString());
   if (isWritten && m_store.Commit()) return;
-  throw Failure((IsSaved() ? "saved, but not for certain: " : "the store can't be saved: ") +
-                Printable(m_store.LastError()));
+  if (IsSaved())
+    throw Failure("saved, but a loss of power may undo it: " + Printable(m_store.LastError()));
+  throw Failure("cannot save the store: " + Printable(m_store.LastError()) +
+                "; its previous version is unchanged");
 }
 
 void Session::SetBranch(const std::string& name) {

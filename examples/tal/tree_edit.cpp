@@ -24,7 +24,7 @@ TreePtr TreeWithChanges(Session& session, const TreePtr& before, const std::vect
   }
   TreePtr tree = before;
   if (edit.ApplyTo(&session.Repository(), *tree.write()) != edit.GetCount())
-    throw Failure("the changes don't fit the last commit");
+    throw Failure("cannot apply the changes to the last commit; nothing is committed");
   return tree->IsEmpty() ? nullptr : tree;
 }
 

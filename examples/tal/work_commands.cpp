@@ -65,14 +65,15 @@ void RefuseNames(const FolderContents& contents) {
   if (contents.refused.empty()) return;
   std::string names;
   for (const std::string& path : contents.refused) names += "\n  " + Printable(path);
-  throw Failure("these names aren't UTF-8; rename them or list them in .talignore:" + names);
+  throw Failure("cannot commit names that are not UTF-8; rename them or list them in .talignore:" +
+                names);
 }
 
 }  // namespace
 
 ExitCode RunInit(const Host& host) {
   Session::Create(host);
-  host.terminal.Say("made an empty store in " +
+  host.terminal.Say("created an empty store in " +
                     Printable((host.start / Folder::kStoreName).lexically_normal().string()));
   return ExitCode::Done;
 }
@@ -103,7 +104,8 @@ ExitCode RunCommit(const Host& host, const CommitOptions& options) {
   RefuseNames(contents);
   const std::vector<Change> changes =
       CompareFolder(session.WorkFolder(), contents, before, host.terminal);
-  if (changes.empty() && !options.allowEmpty) throw Failure("nothing changed, nothing to commit");
+  if (changes.empty() && !options.allowEmpty)
+    throw Failure("nothing to commit: no file changed since the last commit");
 
   TalVcs::Repository& repository = session.Repository();
   TalVcs::Commit commit(&repository, false);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <kit/export.h>
 #include <talvcs/foundation/names.h>
 
 #include <cstdint>
@@ -24,9 +23,9 @@ class FileLock {
 enum class LockKind { Shared, Exclusive };
 enum class LockWait { No, Yes };
 
-/// Everything that a `DirectoryStore` asks of the operating system, so that tests can let any of it
-/// fail. Each operation reports by its result, which tests false if it was done, and never throws
-/// for an error of the system.
+/// Everything that the stores in folders ask of the operating system, so that tests can let any of
+/// it fail. Each operation reports by its result, which tests false if it was done, and never
+/// throws for an error of the system.
 class FileSystem {
  public:
   using Path = std::filesystem::path;
@@ -38,10 +37,15 @@ class FileSystem {
 
   /// Appends the bytes of the file to `bytes`.
   virtual std::error_code ReadFile(const Path& path, Buffer& bytes) = 0;
+  /// Appends the bytes of the file from position `from` on, none if it ends before.
+  virtual std::error_code ReadFileFrom(const Path& path, std::uint64_t from, Buffer& bytes) = 0;
   virtual std::error_code GetFileSize(const Path& path, std::uint64_t& size) = 0;
 
   /// Makes a new file; `errc::file_exists` if the name is taken. A failed one may leave a part.
   virtual std::error_code CreateFile(const Path& path, const Buffer& bytes) = 0;
+
+  /// Puts the bytes at the end of a file that is there. A failed one may leave a part.
+  virtual std::error_code AppendFile(const Path& path, const Buffer& bytes) = 0;
 
   /// Wait until the bytes of a file, the names in a folder, or everything on the medium of `path`
   /// is kept. The last gives `errc::function_not_supported` where there is no such call.
@@ -68,6 +72,6 @@ class FileSystem {
 };
 
 /// Returns the file system of this machine.
-TALVCS_KIT_API std::shared_ptr<FileSystem> MakeNativeFileSystem();
+std::shared_ptr<FileSystem> MakeNativeFileSystem();
 
 }  // namespace TalVcs::Kit

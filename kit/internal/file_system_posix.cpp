@@ -77,8 +77,15 @@ std::error_code Sync(const std::filesystem::path& path, int flags) {
 class PosixFileSystem final : public FileSystem {
  public:
   std::error_code ReadFile(const Path& path, Buffer& bytes) override {
+    return ReadFileFrom(path, 0, bytes);
+  }
+
+  std::error_code ReadFileFrom(const Path& path, std::uint64_t from, Buffer& bytes) override {
     const Descriptor file(path, O_RDONLY);
     if (!file.IsOpen()) return SystemError();
+    if (from > 0 && ::lseek(file.Number(), static_cast<off_t>(from), SEEK_SET) < 0) {
+      return SystemError();
+    }
     std::array<std::byte, std::size_t{1} << 16> piece;
     for (;;) {
       const ssize_t count =
@@ -98,13 +105,10 @@ class PosixFileSystem final : public FileSystem {
   }
 
   std::error_code CreateFile(const Path& path, const Buffer& bytes) override {
-    Descriptor file(path, O_WRONLY | O_CREAT | O_EXCL);
-    if (!file.IsOpen()) return SystemError();
-    for (std::size_t index = 0; index < bytes.GetSegmentCount(); ++index) {
-      const std::error_code error = WriteAll(file.Number(), bytes.GetSegment(index));
-      if (error) return error;
-    }
-    return file.Close();
+    return Write(path, O_WRONLY | O_CREAT | O_EXCL, bytes);
+  }
+  std::error_code AppendFile(const Path& path, const Buffer& bytes) override {
+    return Write(path, O_WRONLY | O_APPEND, bytes);
   }
 
   std::error_code SyncFile(const Path& path) override { return Sync(path, 0); }
@@ -154,6 +158,16 @@ class PosixFileSystem final : public FileSystem {
   }
 
  private:
+  static std::error_code Write(const Path& path, int flags, const Buffer& bytes) {
+    Descriptor file(path, flags);
+    if (!file.IsOpen()) return SystemError();
+    for (std::size_t index = 0; index < bytes.GetSegmentCount(); ++index) {
+      const std::error_code error = WriteAll(file.Number(), bytes.GetSegment(index));
+      if (error) return error;
+    }
+    return file.Close();
+  }
+
   static std::error_code Lock(Descriptor file, LockKind kind, LockWait wait,
                               std::unique_ptr<FileLock>& lock) {
     if (!file.IsOpen()) return SystemError();

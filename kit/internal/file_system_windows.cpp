@@ -77,8 +77,17 @@ std::error_code OpenError(const std::filesystem::path& path) {
 class WindowsFileSystem final : public FileSystem {
  public:
   std::error_code ReadFile(const Path& path, Buffer& bytes) override {
+    return ReadFileFrom(path, 0, bytes);
+  }
+
+  std::error_code ReadFileFrom(const Path& path, std::uint64_t from, Buffer& bytes) override {
     const Handle file(path, GENERIC_READ, OPEN_EXISTING);
     if (!file.IsOpen()) return OpenError(path);
+    LARGE_INTEGER position{};
+    position.QuadPart = static_cast<LONGLONG>(from);
+    if (from > 0 && !::SetFilePointerEx(file.Get(), position, nullptr, FILE_BEGIN)) {
+      return SystemError();
+    }
     std::array<std::byte, std::size_t{1} << 16> piece;
     for (;;) {
       DWORD count = 0;
@@ -96,13 +105,10 @@ class WindowsFileSystem final : public FileSystem {
   }
 
   std::error_code CreateFile(const Path& path, const Buffer& bytes) override {
-    const Handle file(path, GENERIC_WRITE, CREATE_NEW);
-    if (!file.IsOpen()) return SystemError();
-    for (std::size_t index = 0; index < bytes.GetSegmentCount(); ++index) {
-      const std::error_code error = WriteAll(file.Get(), bytes.GetSegment(index));
-      if (error) return error;
-    }
-    return {};
+    return Write(Handle(path, GENERIC_WRITE, CREATE_NEW), bytes);
+  }
+  std::error_code AppendFile(const Path& path, const Buffer& bytes) override {
+    return Write(Handle(path, FILE_APPEND_DATA, OPEN_EXISTING), bytes);
   }
 
   std::error_code SyncFile(const Path& path) override {
@@ -155,6 +161,16 @@ class WindowsFileSystem final : public FileSystem {
       return std::make_error_code(std::errc::resource_unavailable_try_again);
     }
     lock = std::make_unique<WindowsLock>(std::move(file));
+    return {};
+  }
+
+ private:
+  static std::error_code Write(const Handle& file, const Buffer& bytes) {
+    if (!file.IsOpen()) return SystemError();
+    for (std::size_t index = 0; index < bytes.GetSegmentCount(); ++index) {
+      const std::error_code error = WriteAll(file.Get(), bytes.GetSegment(index));
+      if (error) return error;
+    }
     return {};
   }
 };

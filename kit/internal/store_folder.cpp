@@ -1,5 +1,8 @@
+#include <kit/internal/journal.h>
 #include <kit/internal/store_folder.h>
+#include <kit/text.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace TalVcs::Kit {
@@ -9,26 +12,40 @@ namespace {
 // Behind the name of a file that is being written to take another's place.
 constexpr const char* kNew = ".new";
 
-// From how many files on one call for the whole medium is used: a thousand new objects took 7.5 s
-// with a call for each and 0.02 s with the one, and the one alone never took much longer than ten
-// others.
-constexpr std::size_t kManyFiles = 8;
-
 std::string TextOf(const std::filesystem::path& path) {
   const auto text = path.u8string();
   return std::string(text.begin(), text.end());
 }
 
-/// Returns the key of the object whose file has that name in the folder of `prefix`; `complete`
-/// tells a file from one that was to take its place.
-std::optional<ObjectKey> KeyFromFile(const std::string& prefix, std::string_view name,
-                                     bool& complete) {
+/// Returns what an error of the system means for a host.
+ErrorCode CodeOf(const std::error_code& error) {
+#ifdef EDQUOT
+  if (error == std::error_code(EDQUOT, std::generic_category())) return ErrorCode::Full;
+#endif
+  if (error == std::errc::no_space_on_device) return ErrorCode::Full;
+  if (error == std::errc::permission_denied || error == std::errc::operation_not_permitted ||
+      error == std::errc::read_only_file_system) {
+    return ErrorCode::Denied;
+  }
+  if (error == std::errc::resource_unavailable_try_again) return ErrorCode::Busy;
+  if (error == std::errc::no_such_file_or_directory) return ErrorCode::NotFound;
+  return ErrorCode::Unavailable;
+}
+
+}  // namespace
+
+std::optional<ObjectKey> StoreFolder::KeyFromFile(const std::string& prefix, std::string_view name,
+                                                  bool& complete) {
   complete = !name.ends_with(kNew);
   if (!complete) name.remove_suffix(std::string_view(kNew).size());
   return KeyFromHex(prefix + std::string(name));
 }
 
-}  // namespace
+StoreFolder::Path StoreFolder::ParkedPath(const Path& path) {
+  Path parked = path;
+  parked += kNew;
+  return parked;
+}
 
 StoreFolder::StoreFolder(const Path& folder, bool durable, std::shared_ptr<FileSystem> files)
     : m_files(std::move(files)),
@@ -37,13 +54,19 @@ StoreFolder::StoreFolder(const Path& folder, bool durable, std::shared_ptr<FileS
       m_objects(m_store / "objects"),
       m_durable(durable) {}
 
-bool StoreFolder::Fail(std::string_view what, const Path& path, std::string_view why) {
-  m_lastError = std::string(what) + " \"" + TextOf(path) + "\": " + std::string(why);
+bool StoreFolder::Fail(std::string_view what, const Path& path, std::string_view why,
+                       ErrorCode code) {
+  m_lastFailure = Error();
+  m_lastFailure.code = code;
+  m_lastFailure.subject = TextOf(path);
+  m_lastFailure.message = std::string(what) + " \"" + m_lastFailure.subject + '"';
+  m_lastFailure.cause = why;
+  m_lastError = m_lastFailure.message + ": " + std::string(why);
   return false;
 }
 
 bool StoreFolder::Fail(std::string_view what, const Path& path, const std::error_code& error) {
-  return Fail(what, path, error.message());
+  return Fail(what, path, error.message(), CodeOf(error));
 }
 
 bool StoreFolder::MakeFolder(const Path& path) {
@@ -77,6 +100,11 @@ std::shared_ptr<const StoredState> StoreFolder::ReadState() {
     return nullptr;
   }
   std::optional<StoreState> state = StoreState::Decode(bytes);
+  if (!state && Journal::IsJournal(BytesFromBuffer(bytes))) {
+    Fail("cannot read", path, "it was upgraded; a DirectoryObjectStore reads it",
+         ErrorCode::Unsupported);
+    return nullptr;
+  }
   if (!state) {
     Fail("cannot read", path, "its content is damaged");
     return nullptr;
@@ -113,8 +141,7 @@ bool StoreFolder::MakeState() {
 
 /// Writes a file beside the one that it is to replace, so that the name always has a whole one.
 bool StoreFolder::ReplaceFile(const Path& path, const Buffer& bytes) {
-  Path parked = path;
-  parked += kNew;
+  const Path parked = ParkedPath(path);
   m_files->RemoveFile(parked);
   std::error_code error = m_files->CreateFile(parked, bytes);
   if (!error && m_durable) error = m_files->SyncFile(parked);
@@ -131,6 +158,10 @@ bool StoreFolder::ReplaceFile(const Path& path, const Buffer& bytes) {
 StoreFolder::Replaced StoreFolder::ReplaceState(StoredState& stored) {
   const Buffer bytes = stored.state.Encode();
   stored.digest = stored.state.IsEmpty() ? std::string() : StoreState::DigestOf(bytes);
+  return ReplaceStateFile(bytes);
+}
+
+StoreFolder::Replaced StoreFolder::ReplaceStateFile(const Buffer& bytes) {
   if (!ReplaceFile(StatePath(), bytes)) return Replaced::No;
   const std::error_code error = m_durable ? m_files->SyncFolder(m_store) : std::error_code();
   if (!error) return Replaced::Yes;
@@ -190,11 +221,16 @@ bool StoreFolder::SyncEach() {
     const std::error_code error = m_files->SyncFile(FileOf(written.key));
     if (error) return Fail("cannot sync", FileOf(written.key), error);
   }
-  for (const Path& folder : m_touched) {
+  return SyncFolders(m_touched);
+}
+
+bool StoreFolder::SyncFolders(const std::set<Path>& folders) {
+  for (const Path& folder : folders) {
     // One that is gone held nothing any more.
     const std::error_code error = m_files->SyncFolder(folder);
-    if (error && error != std::errc::no_such_file_or_directory)
+    if (error && error != std::errc::no_such_file_or_directory) {
       return Fail("cannot sync", folder, error);
+    }
   }
   return true;
 }
@@ -238,7 +274,7 @@ std::unique_ptr<FileLock> StoreFolder::LockWriter() {
   std::unique_ptr<FileLock> lock;
   const std::error_code error = m_files->LockFile(path, LockKind::Exclusive, LockWait::No, lock);
   if (error == std::errc::resource_unavailable_try_again) {
-    Fail("cannot lock", path, "another writer is at work on the store");
+    Fail("cannot lock", path, "another writer is at work on the store", ErrorCode::Busy);
   } else if (error) {
     Fail("cannot lock", path, error);
   }
@@ -248,6 +284,14 @@ std::unique_ptr<FileLock> StoreFolder::LockWriter() {
 std::unique_ptr<FileLock> StoreFolder::LockReader() {
   std::unique_ptr<FileLock> lock;
   m_files->LockFile(m_store / "readers", LockKind::Shared, LockWait::Yes, lock);
+  return lock;
+}
+
+std::unique_ptr<FileLock> StoreFolder::TryLockReaders(LockKind kind) {
+  const Path path = m_store / "readers";
+  std::unique_ptr<FileLock> lock;
+  const std::error_code error = m_files->LockFile(path, kind, LockWait::No, lock);
+  if (error) Fail("cannot lock", path, error);
   return lock;
 }
 

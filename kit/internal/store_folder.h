@@ -2,6 +2,7 @@
 
 #include <kit/internal/file_system.h>
 #include <kit/internal/store_state.h>
+#include <kit/text/error.h>
 
 #include <memory>
 #include <optional>
@@ -22,7 +23,7 @@ struct StoredState {
 /// The files of a directory store: single steps of reading and saving, without the order in which
 /// they keep the store whole.
 ///
-/// Every step that fails notes why in `LastError`.
+/// Every step that fails notes why in `LastError` and `LastFailure`.
 class StoreFolder {
  public:
   using Path = std::filesystem::path;
@@ -45,6 +46,17 @@ class StoreFolder {
 
   /// Puts a state in place of the file "state", and sets its digest.
   Replaced ReplaceState(StoredState& stored);
+  /// Puts these bytes in place of the file "state".
+  Replaced ReplaceStateFile(const Buffer& bytes);
+
+  /// True if the folder of the objects holds a file of one.
+  bool HasObjectFiles();
+
+  Path FolderOf(const ObjectKey& key) const;
+  Path FileOf(const ObjectKey& key) const;
+  const Path& ObjectsPath() const noexcept { return m_objects; }
+  bool IsDurable() const noexcept { return m_durable; }
+  FileSystem& Files() const noexcept { return *m_files; }
 
   bool ReadObject(const ObjectKey& key, Buffer& bytes);
   /// True if the object's file has that size or, with `compare`, those bytes.
@@ -65,13 +77,37 @@ class StoreFolder {
   /// which only the lock of a writer notes as an error.
   std::unique_ptr<FileLock> LockWriter();
   std::unique_ptr<FileLock> LockReader();
+  /// Locks the file of the readers without waiting, and notes an error.
+  std::unique_ptr<FileLock> TryLockReaders(LockKind kind);
   /// Makes sure that nobody reads; null if somebody does.
   std::unique_ptr<FileLock> LockOutReaders();
 
   const std::string& LastError() const noexcept { return m_lastError; }
   void ClearError() noexcept { m_lastError.clear(); }
-  /// Notes an error and returns false.
-  bool Fail(std::string_view what, const Path& path, std::string_view why);
+  /// The same as an error of the kit.
+  const Error& LastFailure() const noexcept { return m_lastFailure; }
+
+  /// Note an error and return false.
+  bool Fail(std::string_view what, const Path& path, std::string_view why,
+            ErrorCode code = ErrorCode::Damaged);
+  bool Fail(std::string_view what, const Path& path, const std::error_code& error);
+
+  /// Makes one folder if it is missing.
+  bool MakeFolder(const Path& path);
+  /// Waits until the names in these folders are kept; one that is gone needs no wait.
+  bool SyncFolders(const std::set<Path>& folders);
+
+  /// Returns the key of the object whose file has that name in the folder of `prefix`; `complete`
+  /// tells a file from one that was to take its place.
+  static std::optional<ObjectKey> KeyFromFile(const std::string& prefix, std::string_view name,
+                                              bool& complete);
+  /// Returns the name under which a file is written that is to take the place of `path`.
+  static Path ParkedPath(const Path& path);
+
+  /// From how many files on one call for the whole medium is used: a thousand new objects took
+  /// 7.5 s with a call for each and 0.02 s with the one, and the one alone never took much longer
+  /// than ten others.
+  static constexpr std::size_t kManyFiles = 8;
 
  private:
   struct Written {
@@ -79,12 +115,7 @@ class StoreFolder {
     bool isNew;  // no file had the name
   };
 
-  bool Fail(std::string_view what, const Path& path, const std::error_code& error);
-  bool MakeFolder(const Path& path);
-  Path FolderOf(const ObjectKey& key) const;
-  Path FileOf(const ObjectKey& key) const;
   bool ReplaceFile(const Path& path, const Buffer& bytes);
-  bool HasObjectFiles();
   bool SyncEach();
   void RemoveUnusedIn(const Path& folder, const std::string& prefix, const StoreState& state);
 
@@ -96,6 +127,7 @@ class StoreFolder {
   std::vector<Written> m_written;
   std::set<Path> m_touched;  // folders that got a name since the last commit
   std::string m_lastError;
+  Error m_lastFailure;
 };
 
 }  // namespace TalVcs::Kit

@@ -10,7 +10,7 @@ namespace TalVcs::Kit {
 /// Options of `CleanUp`.
 struct CleanUpOptions {
   /// Phases: "history" and "contents" for each branch. Nothing was removed when the last one ends.
-  Progress progress;
+  Progress progress = {};
 };
 
 /// Removes the objects of a store that no branch reaches.

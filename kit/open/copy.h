@@ -15,7 +15,7 @@ namespace TalVcs::Kit {
 /// Options of `Copy`.
 struct CopyOptions {
   /// The branches to copy; none means all. A name that the source lacks is an error.
-  std::vector<std::string> branches;
+  std::vector<std::string> branches = {};
   /// What to do with branches that aren't whole in the source. `Stop` moves no head;
   /// `OpenWhole` copies the branches that are whole. `Salvage` does the same as `OpenWhole`: a head
   /// is never moved to a history with holes.
@@ -24,7 +24,7 @@ struct CopyOptions {
   /// has commits that the source's branch lacks is a conflict.
   bool replaceHeads = false;
   /// Phases: "history" and "contents" for each branch. No head has moved when the last one ends.
-  Progress progress;
+  Progress progress = {};
 };
 
 /// What `Copy` did.

@@ -24,7 +24,7 @@ Result<OpenedRepository> Load(std::shared_ptr<IObjectStore> store, const LoadOpt
   Result<HistoryReport> report = HistoryWalk(*store, reporter, std::move(hooks)).Run(*heads);
   if (!report) return report.error();
   loaded->SetDamages(report->damages);
-  return OpenedAccess::Make(std::move(store), std::move(loaded), *std::move(report), options.policy,
+  return OpenedAccess::Make(std::move(store), loaded, loaded, *std::move(report), options.policy,
                             options.branch);
 }
 

@@ -11,11 +11,11 @@ namespace TalVcs::Kit {
 /// Options of `Load`.
 struct LoadOptions {
   /// The current branch, as in `OpenOptions`.
-  std::string branch;
+  std::string branch = {};
   /// What to do with branches that aren't whole.
   DamagePolicy policy = DamagePolicy::Stop;
   /// Phases: "history" and "contents" for each branch.
-  Progress progress;
+  Progress progress = {};
 };
 
 /// Reads everything that the branches of a store reach into memory, and checks it.

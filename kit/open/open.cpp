@@ -103,6 +103,7 @@ void OpenedRepository::Trim() { m_state->Storage().Trim(); }
 
 Result<OpenedRepository> OpenedAccess::Make(std::shared_ptr<IObjectStore> store,
                                             std::shared_ptr<IObjectReader> reader,
+                                            std::shared_ptr<LoadedObjects> loaded,
                                             HistoryReport report, DamagePolicy policy,
                                             const std::string& branch) {
   if (!report.IsWhole() && policy == DamagePolicy::Stop) return ErrorOfDamage(report);
@@ -124,8 +125,9 @@ Result<OpenedRepository> OpenedAccess::Make(std::shared_ptr<IObjectStore> store,
   if (!has_current) heads.emplace_back(ToWide(*current), Id());
   Repository repository(std::make_unique<OnDemandStorage>(std::move(reader), heads));
   repository.Checkout(ToWide(*current));
-  return OpenedRepository(std::make_unique<OpenedState>(OpenedState{
-      std::move(store), std::move(repository), std::move(report), std::move(taken), *saved}));
+  return OpenedRepository(std::make_unique<OpenedState>(
+      OpenedState{std::move(store), std::move(repository), std::move(report), std::move(taken),
+                  *saved, std::move(loaded)}));
 }
 
 Result<OpenedRepository> Open(std::shared_ptr<IObjectStore> store, const OpenOptions& options) {
@@ -140,8 +142,8 @@ Result<OpenedRepository> Open(std::shared_ptr<IObjectStore> store, const OpenOpt
   }
   if (!report) return report.error();
   auto reader = std::make_shared<StoreReader>(store);
-  return OpenedAccess::Make(std::move(store), std::move(reader), *std::move(report), options.policy,
-                            options.branch);
+  return OpenedAccess::Make(std::move(store), std::move(reader), nullptr, *std::move(report),
+                            options.policy, options.branch);
 }
 
 }  // namespace TalVcs::Kit

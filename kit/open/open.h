@@ -25,12 +25,12 @@ enum class OpenCheck {
 /// Options of `Open`.
 struct OpenOptions {
   /// The current branch. Empty: the one of the last save, else "master", else the first.
-  std::string branch;
+  std::string branch = {};
   OpenCheck check = OpenCheck::Nothing;
   /// What to do if the check finds damage.
   DamagePolicy policy = DamagePolicy::Stop;
   /// Phases of a check of everything: "history" and "contents" for each branch.
-  Progress progress;
+  Progress progress = {};
 };
 
 /// A repository that was opened from a store, and what `Save` has to know of it.
@@ -51,6 +51,7 @@ class TALVCS_KIT_API OpenedRepository {
   OpenedRepository& operator=(OpenedRepository&& other) noexcept;
   ~OpenedRepository();
 
+  /// Return the repository. It lives as long as this object or the one it was moved to.
   Repository& GetRepository() noexcept;
   const Repository& GetRepository() const noexcept;
   Repository* operator->() noexcept { return &GetRepository(); }

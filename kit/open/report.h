@@ -12,7 +12,7 @@ namespace TalVcs::Kit {
 
 /// How much of a branch can be read.
 enum class BranchState {
-  Unchecked,  ///< Nobody has looked.
+  Unchecked,  ///< It was not checked.
   Whole,      ///< Every commit, folder and file of its history is as it was written.
   Partial,    ///< The head commit can be read; something that it reaches can't.
   Lost,       ///< The head commit can't be read.
@@ -30,8 +30,8 @@ enum class DamagePolicy {
 
 /// An object that can't be read.
 struct Damage {
-  Id id;
-  ObjectType type = ObjectType::Blob;
+  Id id;                               ///< The id of the object.
+  ObjectType type = ObjectType::Blob;  ///< Its type, as the link to it says.
   /// `NotFound` for a missing object, `Damaged` for wrong bytes, `Unavailable` if the store could
   /// not read it.
   ErrorCode code = ErrorCode::Damaged;
@@ -52,9 +52,9 @@ TALVCS_KIT_API std::string Describe(const Damage& damage);
 
 /// What is known of a branch.
 struct BranchReport {
-  std::string name;
-  Id head;
-  BranchState state = BranchState::Unchecked;
+  std::string name;                            ///< The name of the branch.
+  Id head;                                     ///< Its head in the store; empty for none.
+  BranchState state = BranchState::Unchecked;  ///< How much of it can be read.
   /// Commits that can be read, from the head on without a gap.
   std::uint64_t commits = 0;
   /// Those of them whose folders and files can be read without exception.
@@ -72,9 +72,10 @@ struct HistoryReport {
   /// How many objects can't be read, listed or not.
   std::uint64_t damageCount = 0;
 
+  /// The most damages that a report lists.
   static constexpr std::size_t kMostDamages = 1000;
 
-  /// True if nothing was found to be wrong. True for branches that nobody looked at.
+  /// True if nothing was found to be wrong. Says nothing of unchecked branches.
   bool IsWhole() const noexcept { return damageCount == 0; }
 };
 

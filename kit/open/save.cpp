@@ -45,9 +45,12 @@ struct SaveBase {
 /// One attempt to save.
 class Saving {
  public:
-  Saving(IRepository& repository, IObjectStore& store, const Progress& progress)
+  /// `opened` is the state of the repository if it was opened from this very store, else null.
+  Saving(IRepository& repository, IObjectStore& store, OpenedState* opened,
+         const Progress& progress)
       : m_repository(repository),
         m_store(store),
+        m_opened(opened),
         m_reporter(progress),
         m_writer(store, m_reporter) {}
 
@@ -61,6 +64,7 @@ class Saving {
     });
     Status status = CheckMoves(moves, base, actual);
     if (status) status = WriteMissing(moves);
+    if (status && m_opened != nullptr) FindUnsaved(*m_opened);
     if (status && !moves.empty()) status = MoveHeadsSurely(m_store, moves);
     if (!status) return status.error();
     report.writtenObjects = m_writer.WrittenObjects();
@@ -69,6 +73,15 @@ class Saving {
   }
 
  private:
+  // Makes ready for `MarkSaved`, after which what was new is read like the rest. That must not fail
+  // once the heads have moved.
+  static void FindUnsaved(OpenedState& opened) {
+    opened.Storage().VisitUnsaved(
+        {opened.loaded.get(), [](void* loaded, const Id& id, const Buffer& packed) {
+           if (loaded != nullptr) static_cast<LoadedObjects*>(loaded)->Add(id, packed);
+         }});
+  }
+
   static std::vector<HeadMove> MovesOf(const SaveBase& base, const std::vector<Head>& branches) {
     std::vector<HeadMove> moves;
     for (const Head& branch : branches) {
@@ -127,6 +140,7 @@ class Saving {
 
   IRepository& m_repository;
   IObjectStore& m_store;
+  OpenedState* m_opened;
   Reporter m_reporter;
   ObjectWriter m_writer;
 };
@@ -134,13 +148,13 @@ class Saving {
 /// Attempts a save until no clean-up comes between. `base_of` returns the base, given the heads of
 /// the store.
 template <class BaseOf>
-Result<SaveReport> SaveRepeatedly(IRepository& repository, IObjectStore& store,
+Result<SaveReport> SaveRepeatedly(IRepository& repository, IObjectStore& store, OpenedState* opened,
                                   const Progress& progress, BaseOf base_of) {
   for (int attempt = 1;; ++attempt) {
     Result<SaveReport> report = Try([&]() -> Result<SaveReport> {
       const Result<std::vector<Head>> actual = store.Heads();
       if (!actual) return actual.error();
-      return Saving(repository, store, progress).Run(base_of(*actual), *actual);
+      return Saving(repository, store, opened, progress).Run(base_of(*actual), *actual);
     });
     if (report || report.error().code != ErrorCode::Busy || attempt == kMostAttempts) return report;
   }
@@ -186,7 +200,7 @@ Result<SaveReport> Save(OpenedRepository& repository, const SaveOptions& options
     }
   }
   Result<SaveReport> report =
-      SaveRepeatedly(opened.repository, *opened.store, options.progress,
+      SaveRepeatedly(opened.repository, *opened.store, &opened, options.progress,
                      [&base](const std::vector<Head>&) -> const SaveBase& { return base; });
   if (!report) return report;
   opened.Storage().MarkSaved();
@@ -200,13 +214,14 @@ Result<SaveReport> Save(IRepository& repository, IObjectStore& store, const Save
     return MakeError(ErrorCode::NotFound, "cannot save: the repository has no storage", {},
                      "nothing was written");
   }
-  return SaveRepeatedly(repository, store, options.progress, [&](const std::vector<Head>& actual) {
-    SaveBase base;
-    base.heads = options.expected ? *options.expected : actual;
-    base.removesBranches = options.expected || options.replaceHeads;
-    base.movesForwardOnly = !options.expected && !options.replaceHeads;
-    return base;
-  });
+  return SaveRepeatedly(repository, store, nullptr, options.progress,
+                        [&](const std::vector<Head>& actual) {
+                          SaveBase base;
+                          base.heads = options.expected ? *options.expected : actual;
+                          base.removesBranches = options.expected || options.replaceHeads;
+                          base.movesForwardOnly = !options.expected && !options.replaceHeads;
+                          return base;
+                        });
 }
 
 }  // namespace TalVcs::Kit

@@ -22,16 +22,16 @@ struct SaveOptions {
   /// For an opened repository that did not come in whole: the names of all its branches that
   /// weren't whole, as a sign that the host knows. A branch of these that was left out stays in the
   /// store as it is, unless the repository has a branch of that name now, which then replaces it.
-  std::vector<std::string> acceptDamaged;
+  std::vector<std::string> acceptDamaged = {};
   /// For other repositories: where the caller last saw the branches, such as `SaveReport::heads` of
   /// the save before. Branches that are somewhere else are a conflict, and those that the
   /// repository lacks are removed.
-  std::optional<std::vector<Head>> expected;
+  std::optional<std::vector<Head>> expected = {};
   /// For other repositories, without `expected`: moves branches from wherever they are, and removes
   /// those that the repository lacks.
   bool replaceHeads = false;
   /// Phases: "check" and "write". No head has moved when the last one ends.
-  Progress progress;
+  Progress progress = {};
 };
 
 /// What a save did.

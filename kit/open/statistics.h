@@ -14,20 +14,20 @@ namespace TalVcs::Kit {
 /// Options of `Statistics`.
 struct StatisticsOptions {
   /// Phases: "history", "contents", "unreferenced".
-  Progress progress;
+  Progress progress = {};
 };
 
 /// A number of objects and the bytes of their packed forms.
 struct ObjectTotals {
-  std::uint64_t count = 0;
-  std::uint64_t sizeBytes = 0;
+  std::uint64_t count = 0;      ///< The number of objects.
+  std::uint64_t sizeBytes = 0;  ///< The bytes of all their packed forms.
 
   friend bool operator==(const ObjectTotals&, const ObjectTotals&) = default;
 };
 
 /// What one branch reaches.
 struct BranchStatistics {
-  std::string name;
+  std::string name;  ///< The name of the branch.
   /// Length of the history.
   std::uint64_t commits = 0;
   /// Objects that no other branch reaches: what removing the branch and a clean-up would free.

@@ -16,6 +16,7 @@ TALVCS_KIT_API Error ErrorOf(const ObjectUnavailable& problem);
 /// What `Try` returns for a function that returns `T`: results stay as they are.
 template <class T>
 struct TryOutcome {
+  /// `Result<T>`, or T itself if it is a result already; `Status` for void.
   using type = Result<T>;
 };
 template <>

@@ -13,7 +13,7 @@ namespace TalVcs::Kit {
 /// Options of `Verify`.
 struct VerifyOptions {
   /// Phases: "history" and "contents" for each branch, "unreferenced".
-  Progress progress;
+  Progress progress = {};
 };
 
 /// What `Verify` found.

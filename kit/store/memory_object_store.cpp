@@ -23,8 +23,12 @@ MemoryObjectStore& MemoryObjectStore::operator=(MemoryObjectStore&& other) noexc
 }
 MemoryObjectStore::~MemoryObjectStore() = default;
 
+void MemoryObjectStore::Rely() noexcept {
+  if (m_save != SaveState::LostObjects) m_save = SaveState::ReliesOnObjects;
+}
+
 Result<std::vector<Id>> MemoryObjectStore::Missing(std::span<const Id> ids) {
-  m_save = SaveState::ReliesOnObjects;
+  Rely();
   std::vector<Id> missing;
   for (const Id& id : ids) {
     if (!m_objects.contains(id)) missing.push_back(id);
@@ -61,9 +65,11 @@ Result<std::vector<std::optional<std::uint64_t>>> MemoryObjectStore::Sizes(
 }
 
 Status MemoryObjectStore::Write(std::span<const StoredObject> objects) {
-  m_save = SaveState::ReliesOnObjects;
   for (const StoredObject& object : objects) {
     if (!IsObjectId(object.id)) return NotAnObjectId(object.id);
+  }
+  Rely();
+  for (const StoredObject& object : objects) {
     m_objects.try_emplace(object.id, object.packed);
   }
   return {};
@@ -73,7 +79,10 @@ Result<std::vector<Head>> MemoryObjectStore::Heads() { return ListHeads(m_heads)
 
 Status MemoryObjectStore::MoveHeads(std::span<const HeadMove> moves) {
   if (Status status = CheckMoves(m_heads, moves); !status) return status;
-  if (m_save == SaveState::LostObjects) return ObjectsWereRemoved();
+  if (m_save == SaveState::LostObjects || m_save == SaveState::KnowsLoss) {
+    m_save = SaveState::KnowsLoss;
+    return ObjectsWereRemoved();
+  }
   HeadTable moved = m_heads;
   ApplyMoves(moved, moves);
   m_heads.swap(moved);

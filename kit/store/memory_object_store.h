@@ -50,8 +50,11 @@ class TALVCS_KIT_API MemoryObjectStore final : public IObjectStore {
   std::uint64_t GetSizeInBytes() const noexcept;
 
  private:
-  /// Whether the next move of heads relies on objects that were there or were written.
-  enum class SaveState { None, ReliesOnObjects, LostObjects };
+  /// Whether the next move of heads relies on objects that were there or were written, whether any
+  /// were removed since, and whether the caller knows that.
+  enum class SaveState { None, ReliesOnObjects, LostObjects, KnowsLoss };
+
+  void Rely() noexcept;
 
   std::unordered_map<Id, Buffer> m_objects;
   std::map<std::string, Id> m_heads;

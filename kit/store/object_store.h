@@ -17,16 +17,16 @@ namespace TalVcs::Kit {
 
 /// An object as it is stored: its id and its packed form, which the buffer shares.
 struct StoredObject {
-  Id id;
-  Buffer packed;
+  Id id;          ///< The SHA-256 of `packed`.
+  Buffer packed;  ///< The packed form.
 };
 
 /// A wish to move a branch. An empty `expected` means that the branch must not exist; an empty
 /// `desired` removes it.
 struct HeadMove {
-  std::string name;
-  Id expected;
-  Id desired;
+  std::string name;  ///< The name of the branch.
+  Id expected;       ///< Where the caller last saw the head; empty if there must be no such branch.
+  Id desired;        ///< The new head; empty to remove the branch.
 };
 
 /// Takes what a read found. The error is `NotFound` for an object that the store lacks, `Damaged`
@@ -44,8 +44,8 @@ TALVCS_KIT_API bool IsObjectId(const Id& id) noexcept;
 
 /// What a removal took away.
 struct RemovedObjects {
-  std::uint64_t count = 0;
-  std::uint64_t sizeBytes = 0;
+  std::uint64_t count = 0;      ///< The number of objects.
+  std::uint64_t sizeBytes = 0;  ///< The bytes of their packed forms.
 };
 
 /// A place where histories live: objects by id, branches with their heads, small named values.
@@ -104,7 +104,7 @@ class TALVCS_KIT_API IObjectStore {
   ///
   /// Fails with `Busy` if any store object has removed objects by `RemoveUnmarked` since this one's
   /// first `Missing` or `Write` after its last successful `MoveHeads`: what was there then may be
-  /// gone. It fails so until the caller has looked or written again.
+  /// gone. After that the next `Missing` or `Write` begins a new save.
   ///
   /// `Unknown` means that it may have happened: read the heads.
   virtual Status MoveHeads(std::span<const HeadMove> moves) = 0;

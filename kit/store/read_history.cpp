@@ -1,8 +1,7 @@
 #include <kit/store/read_history.h>
-#include <kit/text.h>
+#include <talvcs/persistence/packed_object.h>
 
 #include <optional>
-#include <string>
 #include <utility>
 
 namespace TalVcs::Kit {
@@ -11,13 +10,14 @@ namespace {
 
 /// Returns the parent that a packed commit names, or nothing if there is none.
 std::optional<Id> ParentOf(const Buffer& packed) {
-  const std::string text = BytesFromBuffer(packed);
-  if (!text.starts_with("commit ")) return std::nullopt;
-  const std::size_t tree = text.find("\0tree ", 0, 6);
-  const std::size_t line = tree == std::string::npos ? tree : text.find('\n', tree);
-  if (line == std::string::npos || text.compare(line, 8, "\nparent ") != 0) return std::nullopt;
-  Id parent(ToWide(text.substr(line + 8, 64)));
-  return IsObjectId(parent) ? std::optional(std::move(parent)) : std::nullopt;
+  std::optional<Id> parent;
+  const auto visit = [](void* target, const PackedReference& reference) {
+    if (reference.type == ObjectType::Commit) {
+      *static_cast<std::optional<Id>*>(target) = reference.id;
+    }
+  };
+  VisitReferences(packed, Delegate<void(const PackedReference&)>(&parent, visit));
+  return parent;
 }
 
 }  // namespace

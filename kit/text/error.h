@@ -31,14 +31,15 @@ TALVCS_KIT_API const char* ToString(ErrorCode code) noexcept;
 
 /// A branch and the id of its head. The name is UTF-8; an empty id is a branch without a head.
 struct Head {
-  std::string name;
-  Id id;
+  std::string name;  ///< The name of the branch.
+  Id id;             ///< The id of its head commit.
 
   friend bool operator==(const Head&, const Head&) = default;
 };
 
 /// Why an operation failed. A value; all texts are UTF-8.
 struct Error {
+  /// What a host may decide by.
   ErrorCode code = ErrorCode::Unknown;
   /// One sentence without a full stop: what failed, on what, why.
   std::string message;

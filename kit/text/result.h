@@ -14,6 +14,7 @@ namespace TalVcs::Kit {
 /// Carries the error of a result whose value was asked for although there is none.
 class TALVCS_KIT_API ErrorException : public std::exception {
  public:
+  /// Carries `error`.
   explicit ErrorException(Error error);
   ErrorException(const ErrorException& other);
   ErrorException& operator=(const ErrorException& other);
@@ -35,7 +36,9 @@ class TALVCS_KIT_API ErrorException : public std::exception {
 template <class T>
 class [[nodiscard]] Result {
  public:
+  /// A success with that value.
   Result(T value) : m_content(std::in_place_index<0>, std::move(value)) {}
+  /// A failure.
   Result(Error error) : m_content(std::in_place_index<1>, std::move(error)) {}
 
   /// True if there is a value.
@@ -80,8 +83,10 @@ class [[nodiscard]] Status {
  public:
   /// Success.
   Status() noexcept = default;
+  /// A failure.
   Status(Error error) : m_error(std::move(error)) {}
 
+  /// True for success.
   bool ok() const noexcept { return !m_error; }
   explicit operator bool() const noexcept { return ok(); }
 

@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
-#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -21,17 +19,19 @@ constexpr std::size_t kLargestGrowth = std::size_t{1} << 20;
 
 Buffer::Block* Buffer::NewBlock(std::size_t capacity) {
   if (capacity > static_cast<std::size_t>(-1) / 2) throw std::length_error("buffer too long");
-  void* memory = ::operator new(sizeof(Block) + capacity);
-  return ::new (memory) Block{{{}, false}, 0, capacity};
+  auto* const block = NewCountedBlock<Block>(capacity);
+  block->capacity = capacity;
+  return block;
 }
 
 Buffer::List* Buffer::NewList(std::size_t capacity) {
-  static_assert(sizeof(List) % alignof(Segment) == 0);
   if (capacity > static_cast<std::size_t>(-1) / 2 / sizeof(Segment)) {
     throw std::length_error("buffer too long");
   }
-  void* memory = ::operator new(sizeof(List) + capacity * sizeof(Segment));
-  return ::new (memory) List{{{}, true}, 0, capacity};
+  auto* const list = NewCountedBlock<List>(capacity * sizeof(Segment));
+  list->is_list = true;
+  list->capacity = capacity;
+  return list;
 }
 
 void Buffer::Acquire(Part* part) noexcept {
@@ -45,12 +45,9 @@ void Buffer::Release(Part* part) noexcept {
     for (std::size_t index = 0; index < list->count; ++index) {
       Release(list->Segments()[index].owner);
     }
-    std::destroy_at(list);
-    ::operator delete(list);
+    FreeCountedBlock(list);
   } else {
-    auto* block = static_cast<Block*>(part);
-    std::destroy_at(block);
-    ::operator delete(block);
+    FreeCountedBlock(static_cast<Block*>(part));
   }
 }
 

@@ -66,7 +66,7 @@ TalStringT<char> Utf8Encode(const WideChar* text) {
   }
   std::string bytes(most, '\0');
   const std::size_t written = TalPlatform::EncodeUtf8(text, units, bytes.data());
-  if (written > kMostCharacters) throw std::length_error("text longer than an int can tell");
+  if (written > kMostCharacters) TalPlatform::ThrowTextTooLong();
   return TalStringT<char>(bytes.data(), static_cast<int>(written));
 }
 

@@ -56,10 +56,6 @@ TalStringT<char> StringAFromBuffer(const Buffer& data) {
 }
 
 TalStringT<char> StreamToStringA(StreamIO& stream) {
-  if (!stream) return {};
-  const std::uint64_t size = stream.GetSize();
-  const std::uint64_t position = stream.GetPosition();
-  if (size == 0 || position >= size) return {};
   Buffer bytes;
   if (!stream.ReadToEnd(bytes)) return {};
   return StringAFromBuffer(bytes);

@@ -30,14 +30,14 @@ TALVCS_API void AppendToBuffer(Buffer& target, TalStringViewT<WideChar> text);
 /// the first 0x7FFFFFFF.
 TALVCS_API TalStringT<char> StringAFromBuffer(const Buffer& data);
 
-/// Reads from the position of `stream` to its end. Returns an empty text if there is nothing to
-/// read or the reading fails.
+/// Returns the rest of `stream`, from `GetPosition` to `GetSize`. Returns an empty text if that is
+/// nothing, or if fewer bytes can be read.
 TALVCS_API TalStringT<char> StreamToStringA(StreamIO& stream);
 
-/// Moves `stream` behind the header of an object, that is behind the next zero byte.
+/// Moves `stream` past the header of an object, that is past the next zero byte.
 ///
-/// Returns true if the header begins with `expected`. After a mismatch the stream stands behind the
-/// header as well; without any zero byte it stands at its end and the result is false.
+/// Returns true if the header begins with `expected`. The stream is past the header after a
+/// mismatch too. Without a zero byte it is at its end, and the result is false.
 TALVCS_API bool ShiftObjectIdentifier(StreamIO& stream, TalStringViewT<char> expected);
 
 /// Returns the components of `path`, which are separated by "/". Empty ones are left out.

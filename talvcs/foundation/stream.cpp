@@ -11,6 +11,20 @@ namespace {
 
 constexpr std::size_t kStep = std::size_t{1} << 16;
 
+/// Appends the next `size` bytes of `stream` to `target`. Returns false if there were fewer. Memory
+/// grows with the bytes that come, not with the size that the stream reports.
+bool ReadPieces(IStream& stream, std::uint64_t size, Buffer& target) {
+  std::array<std::byte, kStep> piece;
+  for (std::uint64_t left = size; left > 0;) {
+    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, kStep));
+    const std::size_t count = stream.Read(piece.data(), wanted);
+    target.Append(piece.data(), count, 1);
+    if (count != wanted) return false;
+    left -= count;
+  }
+  return true;
+}
+
 /// A stream over a buffer that somebody else owns.
 class BufferStream : public IStream {
  public:
@@ -88,16 +102,7 @@ bool IStream::SharesBytes() const { return false; }
 bool IStream::ReadToEnd(Buffer& target) {
   const std::uint64_t size = GetSize();
   const std::uint64_t position = GetPosition();
-  std::uint64_t left = position < size ? size - position : 0;
-  std::array<std::byte, kStep> piece;
-  while (left > 0) {
-    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, kStep));
-    const std::size_t count = Read(piece.data(), wanted);
-    target.Append(piece.data(), count, 1);
-    if (count != wanted) return false;
-    left -= count;
-  }
-  return true;
+  return ReadPieces(*this, position < size ? size - position : 0, target);
 }
 
 bool Stream::SeekToBegin() { return m_stream != nullptr && m_stream->Seek(0); }
@@ -141,9 +146,24 @@ bool StreamIO::CopyTo(IStream* target, std::size_t* copied) {
   return complete && written == bytes.GetSize();
 }
 
+// A class of the host's can report another position than the stream. The number of bytes is what
+// this reader reports, so a stream that can share its bytes is asked only if both agree.
 bool StreamIO::ReadToEnd(Buffer& target) {
   IStream* stream = m_stream;
-  return stream != nullptr && stream->ReadToEnd(target);
+  if (stream == nullptr) return false;
+  const std::uint64_t size = GetSize();
+  const std::uint64_t position = GetPosition();
+  const std::uint64_t wanted = position < size ? size - position : 0;
+  if (stream->GetPosition() != position) return ReadPieces(*stream, wanted, target);
+  const std::uint64_t before = target.GetSize();
+  const bool complete = stream->ReadToEnd(target);
+  const std::uint64_t read = target.GetSize() - before;
+  if (read > wanted) {
+    Buffer cut;
+    cut.AppendRange(target, 0, before + wanted);
+    target = std::move(cut);
+  }
+  return complete && read >= wanted;
 }
 
 }  // namespace Serialization

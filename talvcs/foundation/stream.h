@@ -12,8 +12,8 @@ namespace TalUtils {
 
 /// A seekable sequence of bytes with one position, which a host may implement.
 ///
-/// Sizes and positions are in bytes from the start. The operations must not throw for an error of
-/// the medium: they answer with a short count or false, and the library treats what wasn't read as
+/// Sizes and positions are in bytes from the start. The functions must not throw if the medium
+/// fails: they return a short count or false, and the library treats bytes that were not read as
 /// missing.
 class TALVCS_API IStream {
  public:
@@ -43,9 +43,9 @@ class TALVCS_API IStream {
   /// a stream whole buffers; any other, as the default says, gets the bytes by `Write` in pieces.
   virtual bool SharesBytes() const;
 
-  /// Reads from the position to the end, appends what was read to `target` and moves to the end.
-  /// Returns false if fewer bytes came than the size told. Override it in a stream that can share
-  /// its bytes.
+  /// Appends the bytes from the position to the end to `target` and moves to the end. Returns false
+  /// if there were fewer bytes than `GetSize` says. Override it in a stream that can share its
+  /// bytes.
   virtual bool ReadToEnd(Memory::Buffer& target);
 };
 
@@ -86,7 +86,7 @@ namespace Serialization {
 
 /// A reader over a stream. A copy reads from the same position.
 ///
-/// A host's reader tells that there is nothing to read by a default-made one, which tests false.
+/// A host's reader returns a default-made one, which tests false, if there is nothing to read.
 class TALVCS_API StreamIO {
  public:
   StreamIO() noexcept = default;
@@ -108,12 +108,12 @@ class TALVCS_API StreamIO {
   /// Reads exactly `size` bytes. Returns false if there were fewer; what there was is in `data`.
   bool Read(void* data, std::size_t size);
 
-  /// Copies everything from the position to the end to `target`, and puts the number of bytes in
-  /// `copied` unless that is null. Returns false if not everything arrived.
+  /// Copies the rest, from `GetPosition` to `GetSize`, to `target`, and puts the number of bytes in
+  /// `copied` unless that is null. Returns false if fewer bytes were read or written.
   bool CopyTo(IStream* target, std::size_t* copied);
 
-  /// Appends everything from the position to the end to `target`, sharing the bytes where the
-  /// stream allows it. Returns false if fewer bytes came than the size told.
+  /// Appends the rest, from `GetPosition` to `GetSize`, to `target`, and shares the bytes of a
+  /// stream that allows it. Returns false if fewer bytes were read; those are in `target`.
   bool ReadToEnd(Memory::Buffer& target);
 
  private:

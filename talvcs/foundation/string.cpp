@@ -1,53 +1,43 @@
 #include <talvcs/foundation/string.h>
 
-#include <talvcs/foundation/internal/ref_count.h>
+#include <talvcs/foundation/internal/counted_block.h>
 #include <talvcs/foundation/internal/text_compare.h>
 #include <talvcs/foundation/internal/utf.h>
 
 #include <algorithm>
 #include <limits>
-#include <memory>
-#include <new>
 #include <stdexcept>
 
 namespace TalPlatform {
 
 namespace {
 
-/// What stands in front of the units of a shared text, in the same allocation.
-struct TextHeader {
-  TalUtils::RefCount holders;
-  std::int32_t capacity;
+/// The head of a shared text. The units follow it.
+struct TextBlock : TalUtils::CountedBlock {
+  std::int32_t capacity = 0;
 };
 
 template <class C>
 C* AllocateText(int capacity) {
   const std::size_t units = static_cast<std::size_t>(capacity) + 1;
-  void* memory = ::operator new(sizeof(TextHeader) + units * sizeof(C));
-  auto* header = ::new (memory) TextHeader{{}, capacity};
-  return static_cast<C*>(static_cast<void*>(header + 1));
+  auto* const block = TalUtils::NewCountedBlock<TextBlock>(units * sizeof(C));
+  block->capacity = capacity;
+  return TalUtils::FirstAfter<C>(block);
 }
 
 template <class C>
-TextHeader* HeaderOf(C* text) noexcept {
-  return static_cast<TextHeader*>(static_cast<void*>(text)) - 1;
-}
-
-template <class C>
-void FreeText(C* text) noexcept {
-  TextHeader* header = HeaderOf(text);
-  std::destroy_at(header);
-  ::operator delete(header);
+TextBlock* BlockOf(C* text) noexcept {
+  return TalUtils::HeadBefore<TextBlock>(text);
 }
 
 int CheckedLength(std::int64_t length) {
-  if (length > std::numeric_limits<int>::max()) {
-    throw std::length_error("text longer than an int can tell");
-  }
+  if (length > std::numeric_limits<int>::max()) ThrowTextTooLong();
   return static_cast<int>(length);
 }
 
 }  // namespace
+
+void ThrowTextTooLong() { throw std::length_error("text longer than an int can tell"); }
 
 template <class C>
 int TalStringViewT<C>::Find(TalStringViewT pattern, int start, CompareCase) const noexcept {
@@ -105,13 +95,14 @@ void TalStringT<C>::SetShared(C* text, int length) noexcept {
 
 template <class C>
 void TalStringT<C>::AcquireShared() const noexcept {
-  HeaderOf(GetShared().text)->holders.Acquire();
+  BlockOf(GetShared().text)->holders.Acquire();
 }
 
 template <class C>
 void TalStringT<C>::ReleaseShared() noexcept {
   C* text = GetShared().text;
-  if (HeaderOf(text)->holders.Release()) FreeText(text);
+  TextBlock* const block = BlockOf(text);
+  if (block->holders.Release()) TalUtils::FreeCountedBlock(block);
 }
 
 template <class C>
@@ -158,8 +149,8 @@ TalStringT<C>& TalStringT<C>::Append(TalStringViewT<C> text) {
   }
   if (IsShared()) {
     C* own = GetShared().text;
-    const TextHeader* header = HeaderOf(own);
-    if (header->capacity >= new_length && header->holders.IsSole()) {
+    const TextBlock* block = BlockOf(own);
+    if (block->capacity >= new_length && block->holders.IsSole()) {
       std::memmove(own + old_length, text.text, added_bytes);
       SetShared(own, new_length);
       return *this;

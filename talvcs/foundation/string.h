@@ -127,8 +127,8 @@ class TALVCS_API TalStringT {
   }
 
  private:
-  static constexpr int kUnits = 16 / sizeof(C);
-  static constexpr int kInlineCapacity = kUnits - 1;
+  static constexpr std::size_t kUnits = 16 / sizeof(C);
+  static constexpr int kInlineCapacity = static_cast<int>(kUnits) - 1;
   static constexpr C kSharedMark = static_cast<C>(-1);
 
   struct Shared {

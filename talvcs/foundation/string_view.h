@@ -6,7 +6,6 @@
 #include <compare>
 #include <cstddef>
 #include <limits>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -14,6 +13,10 @@ namespace TalPlatform {
 
 template <class C>
 class TalStringT;
+
+/// Throws the `std::length_error` of a text that is longer than an `int` can tell. Out of line, so
+/// that hosts without exceptions can include this header.
+[[noreturn]] TALVCS_API void ThrowTextTooLong();
 
 /// How texts are compared. There is one way: by the values of their code units, exactly.
 enum class CompareCase { Sensitive = 0 };
@@ -90,7 +93,7 @@ class TALVCS_API TalStringViewT {
  private:
   static constexpr int Checked(std::size_t length) {
     if (length > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
-      throw std::length_error("text longer than an int can tell");
+      ThrowTextTooLong();
     }
     return static_cast<int>(length);
   }

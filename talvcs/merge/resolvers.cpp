@@ -76,8 +76,9 @@ ConflictResolver TimeBasedConflictResolver(std::vector<TalStringT<WideChar>> tim
   return [times = DirectoryTime(std::move(timeFilePaths), std::move(readTime))](Components path,
                                                                                 MergeTrees trees) {
     for (;; path = path.without_last(1)) {
-      const ConflictChoice choice =
-          ChooseLater(times.ReadTimeAt(trees.left, path), times.ReadTimeAt(trees.right, path));
+      const std::optional<Time> left = times.ReadTimeAt(trees.left, path);
+      const std::optional<Time> right = times.ReadTimeAt(trees.right, path);
+      const ConflictChoice choice = ChooseLater(left, right);
       if (choice != ConflictChoice::Undecided || path.empty()) return choice;
     }
   };

@@ -34,12 +34,12 @@ enum class TreeConflictChoice : std::uint32_t {
   Undecided = 4,  ///< a chain asks on; a merge that gets this answer fails
 };
 
-/// Decides a conflict. The path leads from the top of the merge to the conflict: it ends with the
-/// name of the blob entry, or names the directory and is empty for the top. The trees are those of
-/// the whole merge. The path is valid during the call.
+/// Decides a conflict. The path leads from the top of the merge to the blob entry or the directory
+/// in conflict; it is empty for the top directory, and valid during the call. The trees are those
+/// of the whole merge, not of the directory.
 ///
-/// Resolvers run on the merging thread. A merge copies them for every directory, so one that counts
-/// or remembers keeps that behind a reference. An empty one counts as `Undecided` in a merge.
+/// Resolvers are called on the thread of the merge. A merge copies them for every directory, so a
+/// resolver with a state must hold it by reference. A merge treats an empty one as `Undecided`.
 using ConflictResolver =
     basic_safe_function<ConflictChoice(array_view<const TalStringViewT<WideChar>>, MergeTrees), 1>;
 using TreeConflictResolver =
@@ -62,18 +62,18 @@ TALVCS_API ConflictResolver AlwaysChooseRight();
 
 /// Returns a resolver that asks `first`, and `second` if the first is undecided.
 ///
-/// An empty link answers with the value 0, `Left` or `Descend`, so an empty `first` is never
-/// undecided.
+/// An empty resolver in a chain returns the value 0, which is `Left` or `Descend`. So an empty
+/// `first` is never undecided, and `second` is not called.
 TALVCS_API ConflictResolver ChainResolvers(ConflictResolver first, ConflictResolver second);
 TALVCS_API TreeConflictResolver ChainResolvers(TreeConflictResolver first,
                                                TreeConflictResolver second);
 
 /// Returns a resolver that takes the side with the later time.
 ///
-/// In the conflict's directory, then in the ones above it up to the top, it looks for a blob at
-/// each of `timeFilePaths` on both sides and asks `readTime`, the first time found counting. A time
-/// on one side only decides for that side; the nearest directory whose times differ decides.
-/// Without any it is undecided.
+/// It searches the directory of the conflict, then the directories above it up to the top. In each
+/// it reads the left time and then the right one: the first that `readTime` returns for the blobs
+/// at `timeFilePaths`. The first directory in which the times differ decides; a time on one side
+/// only is the later one. If there is none, the resolver is undecided.
 TALVCS_API ConflictResolver
 TimeBasedConflictResolver(std::vector<TalStringT<WideChar>> timeFilePaths, BlobTimeGetter readTime);
 

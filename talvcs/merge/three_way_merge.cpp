@@ -53,7 +53,11 @@ NamedEntries EntriesUnder(const cow_ptr<Tree>& tree, TalStringViewT<WideChar> na
   return EntriesUnder(EntriesOf(tree), name);
 }
 
-bool SameTree(const Tree& a, const Tree& b) { return &a == &b || a.GetId() == b.GetId(); }
+bool SameTree(const Tree& a, const Tree& b) {
+  if (&a == &b) return true;
+  const Id id_of_a = a.GetId();
+  return id_of_a == b.GetId();
+}
 
 DiffPartition PartitionDiffs(EntryKind stage, const MergeTrees& trees,
                              const std::vector<TalStringViewT<WideChar>>& left_changed,
@@ -221,7 +225,7 @@ class TreeMerge {
       target.RemoveObject(&m_repository, name);
     }
     if (!blob && !tree) return;
-    const EntryRef& entry = wanted.Local();
+    const EntryRef entry = wanted.Local();
     if (entry.IsAbsent()) {
       TreeAccess::SetLike(target, entry);
     } else if (blob) {

@@ -1,6 +1,6 @@
 #include <talvcs/objects/blob.h>
 
-#include <talvcs/format/internal/packed_header.h>
+#include <talvcs/format/internal/packed_format.h>
 #include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/foundation/internal/exact_type.h>
@@ -22,10 +22,10 @@ Blob::~Blob() = default;
 
 // The source keeps its caches, as the base class has copies only.
 Blob::Blob(Blob&& other)
-    : Object((other.KeepCaches(), other)), m_buffer(std::move(other.m_buffer)) {}
+    : Object((other.CompleteCaches(), other)), m_buffer(std::move(other.m_buffer)) {}
 
 Blob& Blob::operator=(Blob&& other) {
-  other.KeepCaches();
+  other.CompleteCaches();
   Object::operator=(other);
   if (this != &other) m_buffer = std::move(other.m_buffer);
   return *this;

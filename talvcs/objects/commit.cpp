@@ -27,7 +27,7 @@ Commit::Commit(const Commit& other) = default;
 
 // The source keeps its caches, as the base class has copies only.
 Commit::Commit(Commit&& other)
-    : Object((other.KeepAllCaches(), other)),
+    : Object((other.CompleteAllCaches(), other)),
       m_tree(std::move(other.m_tree)),
       m_parent(std::move(other.m_parent)),
       m_description(std::move(other.m_description)),
@@ -58,7 +58,7 @@ Commit& Commit::operator=(const Commit& other) {
 
 Commit& Commit::operator=(Commit&& other) {
   if (this == &other) return *this;
-  other.KeepAllCaches();
+  other.CompleteAllCaches();
   Object::operator=(other);
   m_tree = std::move(other.m_tree);
   m_isTreeAbsent = std::exchange(other.m_isTreeAbsent, false);
@@ -148,7 +148,7 @@ bool Commit::HasRoot() const noexcept { return m_tree && m_tree->GetRoot(); }
 cow_ptr<Blob> Commit::AddBlob(IRepository* repository, TalStringViewT<WideChar> path,
                               const Blob& blob) {
   if (m_isTreeAbsent) OpenTree();
-  if (!HasRoot()) KeepAllCaches();
+  if (!HasRoot()) CompleteAllCaches();
   cow_ptr<Blob> added = m_tree.write()->AddBlob(repository, path, blob);
   if (added) FinishEdit(repository);
   return added;
@@ -157,7 +157,7 @@ cow_ptr<Blob> Commit::AddBlob(IRepository* repository, TalStringViewT<WideChar> 
 cow_ptr<Object> Commit::AddObject(IRepository* repository, TalStringViewT<WideChar> path,
                                   const Id& id) {
   if (m_isTreeAbsent) OpenTree();
-  if (!HasRoot()) KeepAllCaches();
+  if (!HasRoot()) CompleteAllCaches();
   cow_ptr<Object> added = m_tree.write()->AddObject(repository, path, id);
   if (added) FinishEdit(repository);
   return added;
@@ -171,7 +171,7 @@ bool Commit::RemoveObject(IRepository* repository, TalStringViewT<WideChar> path
 }
 
 void Commit::ReplaceRoot(IRepository* repository, cow_ptr<Tree> tree) {
-  KeepAllCaches();
+  CompleteAllCaches();
   m_tree.write()->ReplaceRoot(repository, std::move(tree));
   m_isTreeAbsent = false;
   RebuildTree(repository);

@@ -10,11 +10,10 @@
 
 namespace TalVcs {
 
-/// The name of an object: the hexadecimal SHA-256 of its packed form, 64 characters.
+/// The id of an object: the SHA-256 of its packed form, as 64 lower-case hexadecimal digits.
 ///
-/// A value around one text; a copy shares the text and never allocates. The empty text means that
-/// there is no object. Nothing is validated: any text makes an id, and ids are equal when their
-/// texts are, to the letter.
+/// A value that holds one text. A copy shares the text and never allocates. The empty id stands for
+/// no object. The text is not checked: any text makes an id, and ids are equal if their texts are.
 class TALVCS_API Id {
  public:
   /// The empty id.
@@ -24,7 +23,8 @@ class TALVCS_API Id {
   /// Takes over `text`. A template, so that a literal finds the other constructor alone.
   template <std::same_as<TalStringT<WideChar>> Text>
   explicit Id(Text text) noexcept : m_text(std::move(text)) {}
-  /// The digest of exactly these bytes, without a header; the empty id for an empty buffer.
+  /// Computes the digest of these bytes, to which no header is added. An empty buffer gives the
+  /// empty id.
   explicit Id(const Buffer& data);
 
   TalStringT<WideChar> ToString() const { return m_text; }

@@ -1,6 +1,6 @@
 #include <talvcs/objects/object.h>
 
-#include <talvcs/format/internal/packed_header.h>
+#include <talvcs/format/internal/packed_format.h>
 #include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/foundation/internal/sha256.h>
@@ -16,7 +16,10 @@ Object::Object(const Object& other) = default;
 Object& Object::operator=(const Object& other) = default;
 Object::~Object() = default;
 
-bool Object::operator==(const IObject& other) const { return GetId() == other.GetId(); }
+bool Object::operator==(const IObject& other) const {
+  const Id own = GetId();
+  return own == other.GetId();
+}
 
 bool Object::operator!=(const IObject& other) const {
   const IObject& self = *this;
@@ -57,13 +60,15 @@ void Object::ResetState() {
   m_packedData = Buffer();
 }
 
+// Only a class of the host's has a type word that a header has no room for.
 Buffer Object::Pack(TalStringViewT<char> type, const Buffer& data) {
-  std::string header(type.text, static_cast<std::size_t>(type.length));
-  header += ' ';
-  header += std::to_string(data.GetSize());
-  header += '\0';
   Buffer packed;
-  packed.Append(header.data(), header.size(), 1);
+  if (type.length > PackedHeader::kMostTypeLength) {
+    Helpers::AppendToBuffer(packed, type);
+    type = {};
+  }
+  const PackedHeader header(type, data.GetSize());
+  packed.Append(header.GetData(), header.GetSize(), 1);
   packed.Append(data);
   return packed;
 }
@@ -83,7 +88,7 @@ const Id& Object::IdOfData(TalStringViewT<char> type, const Buffer& data) const 
   return m_id;
 }
 
-void Object::KeepCaches() const {
+void Object::CompleteCaches() const {
   if (m_packedData.IsEmpty()) {
     if (HasId()) GetPackedData();
   } else if (!HasId()) {

@@ -8,10 +8,10 @@
 
 namespace TalVcs {
 
-/// Whatever can be stored under the digest of its own bytes.
+/// An object that can be stored under the digest of its own bytes.
 ///
-/// Const operations fill caches, so an object must not be used by two threads at once, not even for
-/// reading. Handles on it may be copied and dropped anywhere.
+/// Const functions cache their results, so an object must not be used by two threads at once, not
+/// even for reading. Handles on it may be copied and dropped on any thread.
 class TALVCS_API IObject {
  public:
   /// Objects are equal when their ids are, whatever their classes.
@@ -34,8 +34,8 @@ class TALVCS_API IObject {
   /// Returns the data alone, valid likewise.
   virtual const Buffer& GetData() const = 0;
 
-  /// Returns the packed form for people to look at: one character a byte, a zero byte as "\0",
-  /// bytes from 0x80 on as 0xFF80 and up.
+  /// Returns the packed form as a text for debugging: one character for each byte, "\0" for a zero
+  /// byte, and 0xFF80 and up for bytes from 0x80 on.
   virtual TalStringT<WideChar> ToString() const = 0;
 
   virtual ~IObject();
@@ -56,9 +56,10 @@ bool operator!=(const A& a, const B& b) {
   return static_cast<const IObject&>(a).operator!=(b);
 }
 
-/// The base of all objects: computes the id and the packed form at most once between two resets.
+/// The base class of all objects. It computes the id and the packed form at most once between two
+/// calls of `ResetState`.
 ///
-/// A copy takes both caches along. A class that derives from it tells type, mode and data, and
+/// A copy has the same cached values. A derived class defines the type, the mode and the data, and
 /// calls `ResetState` after each change of its content.
 class TALVCS_API Object : public IObject {
  public:
@@ -74,7 +75,7 @@ class TALVCS_API Object : public IObject {
   Object(const Object& other);
   Object& operator=(const Object& other);
 
-  /// Drops the caches.
+  /// Drops the cached id and packed form.
   virtual void ResetState();
 
   /// Caches and returns the id of an object of `type` with `data`, without making its packed form.
@@ -84,9 +85,9 @@ class TALVCS_API Object : public IObject {
   /// Returns the packed form of `type` and `data`, which shares the bytes of `data`.
   static Buffer Pack(TalStringViewT<char> type, const Buffer& data);
 
-  /// Fills both caches if one is filled, for a caller that is about to change the content and has
-  /// to leave id and packed form as they are.
-  void KeepCaches() const;
+  /// Computes the id and the packed form if one of them is cached. Call it before a change of the
+  /// content after which both must stay as they are.
+  void CompleteCaches() const;
 
   bool HasId() const noexcept { return !m_id.View().IsEmpty(); }
   const Id& CachedId() const noexcept { return m_id; }

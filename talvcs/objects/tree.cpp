@@ -1,7 +1,7 @@
 #include <talvcs/objects/tree.h>
 
 #include <talvcs/directory/internal/tree_walk.h>
-#include <talvcs/format/internal/packed_header.h>
+#include <talvcs/format/internal/packed_format.h>
 #include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/internal/exact_type.h>
 
@@ -17,7 +17,7 @@ Tree::Tree(const Tree& other)
 
 // The source keeps its caches, as the base class has copies only.
 Tree::Tree(Tree&& other)
-    : Object((other.KeepCaches(), other)),
+    : Object((other.CompleteCaches(), other)),
       m_entries(std::exchange(other.m_entries, nullptr)),
       m_treeData(std::move(other.m_treeData)) {}
 
@@ -31,7 +31,7 @@ Tree& Tree::operator=(const Tree& other) {
 
 Tree& Tree::operator=(Tree&& other) {
   if (this == &other) return *this;
-  other.KeepCaches();
+  other.CompleteCaches();
   Object::operator=(other);
   m_treeData = std::move(other.m_treeData);
   TreeEntries::Release(std::exchange(m_entries, std::exchange(other.m_entries, nullptr)));
@@ -115,8 +115,9 @@ std::uint64_t Tree::GetDeepBlobCount() const {
       tree->m_entries->ExpectSubtrees();
       for (const EntryChunk* chunk : tree->m_entries->Chunks()) {
         for (std::size_t index = 0; index < chunk->Count(); ++index) {
-          if (chunk->Kind(index) != EntryKind::Tree || !chunk->HasObject(index)) continue;
+          if (chunk->Kind(index) != EntryKind::Tree) continue;
           const Tree* child = OpenTree(EntryRef(tree->m_entries, chunk, index));
+          if (child == nullptr) continue;
           const auto known = counts.find(child);
           if (known == counts.end()) {
             open.push_back(child);

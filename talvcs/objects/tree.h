@@ -1,6 +1,7 @@
 #pragma once
 
 #include <talvcs/export.h>
+#include <talvcs/format/object_type.h>
 #include <talvcs/foundation/names.h>
 #include <talvcs/objects/blob.h>
 #include <talvcs/objects/dll_wrapped_shared.h>
@@ -37,8 +38,8 @@ enum class EntryKind;
 class TALVCS_API Tree : public Object {
  public:
   /// The mode and type words of trees.
-  static constexpr TalStringViewT<char> kMode{"40000", 5};
-  static constexpr TalStringViewT<char> kType{"tree", 4};
+  static constexpr TalStringViewT<char> kMode = kTreeMode;
+  static constexpr TalStringViewT<char> kType = kTreeType;
 
   /// A tree of no entries.
   Tree() noexcept;

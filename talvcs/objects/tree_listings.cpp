@@ -114,6 +114,7 @@ class DirectoryDiff {
     PathText prefix = task.prefix;
     const auto visit = [&](auto name, const NamedEntries& of_a, const NamedEntries& of_b) {
       if (EntriesDiffer(EntryKind::Blob, of_a, of_b)) m_paths.push_back(Joined(prefix, name));
+      if (!of_a.Tree() && !of_b.Tree()) return;
       if (!EntriesDiffer(EntryKind::Tree, of_a, of_b)) return;
       PathText below = prefix;
       Descend(below, name);

@@ -1,7 +1,7 @@
 #include <talvcs/persistence/deserializer.h>
 
 #include <talvcs/foundation/helpers.h>
-#include <talvcs/objects/internal/object_loader.h>
+#include <talvcs/objects/internal/commit_loader.h>
 #include <talvcs/repository/irepository.h>
 
 #include <utility>
@@ -14,11 +14,11 @@ namespace TalVcs {
 /// One call of `Deserialize`.
 class Deserializer::Load {
  public:
-  Load(IRepository& target, ObjectLoader::Getter getter)
-      : repository(target), objects(&target, getter) {}
+  Load(IRepository& target, CommitLoader::Getter getter)
+      : repository(target), commits(target, getter) {}
 
   IRepository& repository;
-  ObjectLoader objects;
+  CommitLoader commits;
 };
 
 Deserializer::Deserializer(IBlobReader* blobReader, const TalStringT<WideChar>& rootPath)
@@ -31,7 +31,7 @@ bool Deserializer::Deserialize(IRepository* repository) {
   const auto open = [](void* self, const Id& id) {
     return static_cast<Deserializer*>(self)->GetObjectStream(id);
   };
-  Load load(*repository, ObjectLoader::Getter(this, open));
+  Load load(*repository, CommitLoader::Getter(this, open));
   bool complete = true;
   for (const auto& name : GetBranches()) complete = DeserializeRef(load, name) && complete;
   return complete;
@@ -50,15 +50,15 @@ bool Deserializer::DeserializeRef(Load& load, const TalStringT<WideChar>& name) 
 
 bool Deserializer::DeserializeBranch(Load& load, const Id& headId) {
   std::vector<cow_ptr<Commit>> chain;
-  load.objects.BeginHistory();
+  load.commits.BeginHistory();
   for (Id current = headId; !current.View().IsEmpty();) {
     Id parent_id;
-    cow_ptr<Commit> commit = load.objects.LoadCommit(current, parent_id);
+    cow_ptr<Commit> commit = load.commits.Load(current, parent_id);
     if (commit) chain.push_back(std::move(commit));
     current = std::move(parent_id);
   }
   if (!Commit::MakeCommitLinksInOrder(chain, &load.repository)) return false;
-  if (load.repository.GetCommitFromStorage(headId)) load.objects.ForgetHistory();
+  if (load.repository.GetCommitFromStorage(headId)) load.commits.ForgetHistory();
   return true;
 }
 

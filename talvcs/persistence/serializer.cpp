@@ -1,9 +1,10 @@
 #include <talvcs/persistence/serializer.h>
 
-#include <talvcs/format/internal/packed_writer.h>
 #include <talvcs/foundation/helpers.h>
+#include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/foundation/internal/prefetch.h>
 #include <talvcs/objects/internal/tree_access.h>
+#include <talvcs/persistence/internal/packed_writer.h>
 #include <talvcs/storage/on_demand_storage.h>
 
 // object := packed                       the packed form of a commit, a blob or a tree
@@ -19,7 +20,10 @@ Buffer Share(const T& object) {
 }
 const Buffer& Share(const Buffer& bytes) { return bytes; }
 
-void PrefetchContent(const Blob& blob) { blob.GetData().Prefetch(); }
+// The data of a class of the host's would be asked for out of turn.
+void PrefetchContent(const Blob& blob) {
+  if (TalUtils::IsExactly<Blob>(blob)) blob.GetData().Prefetch();
+}
 void PrefetchContent(const Tree& tree) {
   TalUtils::PrefetchRange(TreeAccess::Entries(tree), TalUtils::kPrefetchedHead);
 }

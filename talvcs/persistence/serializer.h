@@ -8,25 +8,30 @@
 
 namespace TalVcs {
 
-/// Writes a whole storage through an `IBlobWriter`: one stream an object, with its packed form, and
-/// one a branch, with the id of its head.
+/// Writes a whole storage through an `IBlobWriter`: the packed form of each object and the id of
+/// each head, each in a stream of its own.
 ///
-/// A save replaces the store: `RemoveStorage` comes first. A failed save leaves a partial store, so
-/// a host writes to a place that it can abandon. The writer is called by the thread that saves, and
-/// an exception of it passes through.
+/// A save replaces the store: it calls `RemoveStorage` first. A failed save leaves a partial store,
+/// so write to a new place and replace the old store after a success.
+///
+/// A `Deserializer` cannot load every store that was written: see there. Load the new store into an
+/// empty repository before you remove the old one, or keep to what `Commit` says about its fields.
+///
+/// The writer is called on the thread of the save. Its exceptions pass through.
 class TALVCS_API Serializer {
  public:
-  /// Writes below `rootPath` with `writer`, which the host owns and which may be null.
+  /// Writes below `rootPath`. `writer` may be null and must outlive the serializer.
   Serializer(IBlobWriter* writer, const TalStringT<WideChar>& rootPath);
   Serializer(const Serializer&) = default;
   Serializer& operator=(const Serializer&) = default;
   virtual ~Serializer();
 
-  /// Writes all of `storage`, which must not change meanwhile. Returns false, with the store
-  /// untouched, for an `OnDemandStorage`: its tables hold what is new alone, so the rest of the
-  /// store would be lost. A null storage erases the store and gives true. A branch without a head
-  /// leaves no stream. Returns false if any stream wasn't stored, as all aren't with a null writer;
-  /// the others are written all the same.
+  /// Writes all of `storage`, which must not change meanwhile. A branch without a head has no
+  /// stream. A null storage erases the store and returns true.
+  ///
+  /// Returns false if a stream was not stored, after writing the others; with a null writer none
+  /// is. Returns false, with the store unchanged, for an `OnDemandStorage`: its tables hold only
+  /// what is new, so the rest of the store would be lost.
   virtual bool Serialize(const IObjectsStorage* storage);
 
   /// Erases the store.

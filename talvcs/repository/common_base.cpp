@@ -30,11 +30,11 @@ namespace {
 class InstanceSet {
  public:
   bool Contains(const Commit* commit) const noexcept {
-    return !m_slots.empty() && m_slots[FindSlot(commit)] == commit;
+    return m_count != 0 && m_slots[FindSlot(commit)] == commit;
   }
 
   void Insert(const Commit* commit) {
-    if (2 * (m_count + 1) > m_slots.size()) Grow();
+    if (2 * m_count >= m_mask) Grow();
     m_slots[FindSlot(commit)] = commit;
     ++m_count;
   }
@@ -45,38 +45,41 @@ class InstanceSet {
   std::size_t FindSlot(const Commit* commit) const noexcept {
     const std::hash<const Commit*> hash;
     const std::uint64_t mixed = std::uint64_t{hash(commit)} * 0x9E3779B97F4A7C15;
-    const std::size_t mask = m_slots.size() - 1;
-    auto index = static_cast<std::size_t>(mixed >> 32) & mask;
-    while (m_slots[index] != nullptr && m_slots[index] != commit) index = (index + 1) & mask;
+    auto index = static_cast<std::size_t>(mixed >> 32) & m_mask;
+    while (m_slots[index] != nullptr && m_slots[index] != commit) index = (index + 1) & m_mask;
     return index;
   }
 
   void Grow() {
     std::vector<const Commit*> old(m_slots.empty() ? kFirstSize : 2 * m_slots.size());
     old.swap(m_slots);
+    m_mask = m_slots.size() - 1;
     for (const Commit* commit : old) {
       if (commit != nullptr) m_slots[FindSlot(commit)] = commit;
     }
   }
 
   std::vector<const Commit*> m_slots;
+  std::size_t m_mask = 0;
   std::size_t m_count = 0;
 };
 
 /// Walks from a commit to its root, by the handles that hold the commits.
 class Walker {
  public:
-  explicit Walker(const cow_ptr<Commit>& start) : m_path{&start} {}
+  explicit Walker(const cow_ptr<Commit>& start) : m_path{&start}, m_here(start.get()) {}
 
   bool AtEnd() const noexcept { return m_ended; }
-  const Commit* Here() const noexcept { return m_path.back()->get(); }
+  const Commit* Here() const noexcept { return m_here; }
   bool Visited(const Commit* commit) const noexcept { return m_visited.Contains(commit); }
   void Remember() { m_visited.Insert(Here()); }
   void Step() {
     if (m_ended) return;
     const cow_ptr<Commit>& parent = CommitAccess::Parent(*Here());
     m_ended = !parent;
-    if (parent) m_path.push_back(&parent);
+    if (m_ended) return;
+    m_path.push_back(&parent);
+    m_here = parent.get();
   }
 
   std::size_t Length() const noexcept { return m_path.size(); }
@@ -89,6 +92,7 @@ class Walker {
 
  private:
   std::vector<const cow_ptr<Commit>*> m_path;
+  const Commit* m_here;
   InstanceSet m_visited;
   bool m_ended = false;
 };
@@ -101,18 +105,23 @@ struct Meeting {
 
 /// Returns where the walkers met, or the ends of both paths if they share no instance.
 Meeting WalkUntilMeeting(Walker& first, Walker& second) {
-  while (!first.AtEnd() || !second.AtEnd()) {
+  while (!first.AtEnd() && !second.AtEnd()) {
     for (const bool turn_of_first : {true, false}) {
       Walker& walker = turn_of_first ? first : second;
       const Walker& other = turn_of_first ? second : first;
-      if (walker.AtEnd()) continue;
       const Commit* here = walker.Here();
       if (other.Visited(here)) return {first.StepOf(here), second.StepOf(here)};
-      // Nobody will ask any more once the other one has come to its root.
-      if (!other.AtEnd()) walker.Remember();
+      walker.Remember();
     }
     first.Step();
     second.Step();
+  }
+  // One has come to its root, so the other one goes on alone and need not remember its way.
+  Walker& walker = first.AtEnd() ? second : first;
+  const Walker& ended = first.AtEnd() ? first : second;
+  for (; !walker.AtEnd(); walker.Step()) {
+    const Commit* here = walker.Here();
+    if (ended.Visited(here)) return {first.StepOf(here), second.StepOf(here)};
   }
   return {first.Length() - 1, second.Length() - 1};
 }
@@ -126,7 +135,9 @@ cow_ptr<Commit> Repository::GetCommonBase(cow_ptr<Commit> first, cow_ptr<Commit>
   const auto same = [&](std::size_t of_first, std::size_t of_second) {
     const cow_ptr<Commit>& a = first_walker.At(of_first);
     const cow_ptr<Commit>& b = second_walker.At(of_second);
-    return a == b || CommitAccess::GetId(*a) == CommitAccess::GetId(*b);
+    if (a == b) return true;
+    const Id& id_of_a = CommitAccess::GetId(*a);
+    return id_of_a == CommitAccess::GetId(*b);
   };
   auto [of_first, of_second] = WalkUntilMeeting(first_walker, second_walker);
   if (!same(of_first, of_second)) return nullptr;

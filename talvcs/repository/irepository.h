@@ -16,10 +16,9 @@ struct Resolvers;
 
 /// A repository as the rest of the library sees it.
 ///
-/// Every operation that has to find, store or canonicalise an object takes a non-owning pointer to
-/// one. A host that implements it must return from `SyncWithStorage` an object with the id of the
-/// argument. Nothing is ever deleted through this interface. What each operation does is told at
-/// `Repository`.
+/// Operations that find or store objects take a pointer to one, which they do not own and through
+/// which they never delete. `Repository` describes each function. A host that implements the
+/// interface must return from `SyncWithStorage` an object with the id of the argument.
 ///
 /// Threads: a repository and all that is reachable from it belong to one thread at a time.
 class TALVCS_API IRepository {
@@ -27,6 +26,7 @@ class TALVCS_API IRepository {
   virtual cow_ptr<Commit> DoCommit(Commit& commit) = 0;
   virtual cow_ptr<Commit> GetHead(TalStringViewT<WideChar> branch) const = 0;
   virtual cow_ptr<Commit> GetHead() const = 0;
+  /// The spelling of this name is part of the interface.
   virtual TalStringT<WideChar> GetCurentBranch() const = 0;
   virtual cow_ptr<Commit> GetCommitFromStorage(const Id& id) const = 0;
   virtual cow_ptr<Tree> GetTreeFromStorage(const Id& id) const = 0;

@@ -18,16 +18,16 @@ namespace TalVcs {
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 #endif
 
-/// A history: an objects storage that it owns, and the name of the current branch.
+/// A storage of objects and branches with a current branch, and the operations on both.
 ///
-/// Failures are results: null, false or 0. A repository without a storage, as a moved-from one, is
-/// legal and answers in this way whatever needs the storage; `SyncWithStorage` gives its argument
-/// back. A copy has a clone of the storage, which shares the objects. There is no working tree: the
-/// current branch is only a name that later operations use, at first "master", whether it exists or
-/// not.
+/// Failures are results: null, false or 0. A repository may have no storage, as after a move from
+/// it; then everything that needs the storage fails, and `SyncWithStorage` returns its argument. A
+/// copy has a clone of the storage, which shares the objects. There is no working tree: the current
+/// branch is only a name that later operations use. At first it is "master", whether or not such a
+/// branch exists.
 ///
-/// Commits form chains that fork but never join; a merge makes a commit with one parent too.
-/// Objects that nothing uses any more stay until `UpdateStorage`.
+/// Histories fork but never join: the commit of a merge has one parent too. Objects that nothing
+/// uses stay until `UpdateStorage`.
 ///
 /// Threads: a repository and all that is reachable from it belong to one thread at a time.
 /// Repositories that share no object may be used by separate threads; a repository and its copy
@@ -45,14 +45,17 @@ class TALVCS_API Repository : public IRepository {
   /// Stamps `commit` with the present time, in whole seconds, and the local time zone, stores a
   /// copy and moves the current branch to it, if that exists.
   ///
-  /// Returns the stored instance; the one of an equal commit that is already stored. Returns null,
-  /// with `commit` untouched, without a storage or for an amending commit while the current branch
-  /// has no head. Whatever parent the commit has stays: the branch may be moved away from its head.
+  /// Returns the canonical instance, which is that of an equal commit if one is stored. Returns
+  /// null, with `commit` unchanged, if there is no storage, or if the commit amends and the current
+  /// branch has no head. The parent of the commit is not checked: it may be another commit than the
+  /// head.
   cow_ptr<Commit> DoCommit(Commit& commit) override;
 
-  /// Return the head of a branch, or of the current one; null if there is none.
+  /// Return the head of a branch, or of the current branch, or null if there is none.
   cow_ptr<Commit> GetHead(TalStringViewT<WideChar> branch) const override;
   cow_ptr<Commit> GetHead() const override;
+  /// Returns the name of the current branch. The spelling of the function's name is part of the
+  /// interface.
   TalStringT<WideChar> GetCurentBranch() const override;
 
   /// Return the stored instance of that id, or null.
@@ -60,8 +63,8 @@ class TALVCS_API Repository : public IRepository {
   cow_ptr<Tree> GetTreeFromStorage(const Id& id) const override;
   cow_ptr<Blob> GetBlobFromStorage(const Id& id) const override;
 
-  /// Return the stored instance of the object's id, storing this one if there is none. Only the
-  /// object itself is stored, not what it refers to. Null gives null.
+  /// Return the canonical instance for the object's id, after storing this object if there is none.
+  /// What the object refers to is not stored. Null returns null.
   cow_ptr<Blob> SyncWithStorage(cow_ptr<Blob> blob) override;
   cow_ptr<Tree> SyncWithStorage(cow_ptr<Tree> tree) override;
   cow_ptr<Commit> SyncWithStorage(cow_ptr<Commit> commit) override;
@@ -70,12 +73,13 @@ class TALVCS_API Repository : public IRepository {
   std::uint64_t GetTreeCount() const override;
   std::uint64_t GetBlobCount() const override;
 
-  /// Removes `commit` and all its ancestors from the storage, except commits on which a branch
-  /// stands: those are strung together into a new chain, with new ids, and their branches follow.
+  /// Removes `commit` and all its ancestors from the storage, except the heads of branches. Those
+  /// become a new chain, with new ids, and their branches follow.
   ///
-  /// Commits above are untouched: a child still holds its parent in memory, and a store written
-  /// afterwards lacks it. A null or parentless `commit` changes nothing. Purges only if a commit
-  /// was kept. Returns false only without a storage. Cost: the length of the run plus the branches.
+  /// Descendants of `commit` do not change: a child still holds its parent in memory, but a store
+  /// that is written afterwards lacks the parent and cannot be loaded. A null `commit` or one
+  /// without a parent changes nothing. Purges only if a commit was kept. Returns false only without
+  /// a storage. Cost: the number of ancestors plus the number of branches.
   bool DeleteCommits(cow_ptr<Commit> commit) override;
 
   /// Drops every commit that is neither the head of a branch nor a fork of two branches. Of
@@ -98,15 +102,15 @@ class TALVCS_API Repository : public IRepository {
   /// storage do; in the length of both chains where they are instances apart.
   cow_ptr<Commit> GetCommonBase(cow_ptr<Commit> first, cow_ptr<Commit> second) const override;
 
-  /// Makes an existing branch the current one; false for one that doesn't exist.
+  /// Makes an existing branch the current one. Returns false if it does not exist.
   bool Checkout(TalStringViewT<WideChar> name) override;
-  /// Creates a branch at `commit`, or at the current head if that is null. False for an empty name
-  /// or one that exists. The current branch stays.
+  /// Creates a branch at `commit`, or at the current head if `commit` is null. Returns false if the
+  /// name is empty or the branch exists. The current branch stays the same.
   bool CreateBranch(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) override;
   bool BranchExist(TalStringViewT<WideChar> name) override;
-  /// Moves an existing branch to any commit but null.
+  /// Moves an existing branch to `commit`. Returns false if it does not exist or `commit` is null.
   bool MoveBranchTo(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) override;
-  /// Removes a branch, be it the current one. Its commits stay until a purge.
+  /// Removes a branch, which may be the current one. Its commits stay until a purge.
   bool RemoveBranch(TalStringViewT<WideChar> name) override;
 
   /// Makes sure that two branches share an ancestor.
@@ -119,15 +123,16 @@ class TALVCS_API Repository : public IRepository {
   bool EnsureCommonRootFor(TalStringViewT<WideChar> first, TalStringViewT<WideChar> second,
                            TalStringViewT<WideChar> rootBranch) override;
 
-  /// Moves the current branch to `commit` if that is, or descends from, the head. Returns false,
-  /// with nothing changed, otherwise. Without a head it moves the branch.
+  /// Moves the current branch to `commit` if this is the head or descends from it, or if there is
+  /// no head. Otherwise returns false, with nothing changed.
   bool FastForwardMerge(cow_ptr<Commit> commit) override;
   /// Merges the trees of the head, the common base and `commit`, and commits the result with the
   /// head as its only parent, without author and description. Returns false, with the branch
   /// unmoved, if there is no head or the merge fails, as it does where a resolver is needed and
   /// empty, and for two commits without trees; see `ThreeWayMerge`.
   bool Merge3Way(cow_ptr<Commit> commit, Resolvers resolvers) override;
-  /// Moves a branch without a head, fast-forwards, or merges, whichever fits. False for null.
+  /// Moves a branch without a head, otherwise fast-forwards if possible, otherwise does a three-way
+  /// merge. Returns false for null.
   bool Merge(cow_ptr<Commit> commit, Resolvers resolvers) override;
 
  private:

@@ -3,10 +3,12 @@
 
 Usage: golden.py symbols LIBRARY GOLDEN [--write]
        golden.py virtuals SOURCE_ROOT GOLDEN [--write]
+       golden.py tables LIBRARY... GOLDEN
 
 `symbols` lists the demangled names that the shared library exports. `virtuals` lists the virtual
-functions of the classes that hosts implement or call through, in the order of their declaration,
-which is their order in the virtual table. With --write the golden list is written anew.
+functions of all polymorphic classes in public headers, in the order of their declaration, which
+is their order in the virtual table. With --write the golden list is written anew. `tables` checks
+that the golden list of `virtuals` has every class whose virtual table the libraries export.
 """
 
 import difflib
@@ -22,16 +24,16 @@ OWN_NAME = re.compile(
     r"|_ZNKSt4hashIN(6TalVcs|11TalPlatform)"
 )
 
-CLASSES = {
-    "talvcs/objects/object.h": ["IObject", "Object"],
-    "talvcs/storage/objects_storage.h": ["IObjectsStorage"],
-    "talvcs/repository/irepository.h": ["IRepository"],
-    "talvcs/persistence/blob_io.h": ["IBlobWriter", "IBlobReader"],
-    "talvcs/persistence/serializer.h": ["Serializer"],
-    "talvcs/persistence/deserializer.h": ["Deserializer"],
-    "kit/directory_store.h": ["DirectoryStore"],
-    "kit/memory_store.h": ["MemoryStore"],
-}
+# The folders of the libraries.
+LIBRARIES = ("talvcs", "kit", "stores")
+
+COMMENT_OR_LITERAL = re.compile(
+    r"//[^\n]*|/\*.*?\*/|\"(?:\\.|[^\"\\])*\"|'(?:\\.|[^'\\])'", re.DOTALL)
+DIRECTIVE = re.compile(r"^[ \t]*#(?:\\\n|[^\n])*", re.MULTILINE)
+NAMESPACE = re.compile(r"\bnamespace\s+([\w:]+)\s*$")
+CLASS = re.compile(
+    r"(?<!enum )\b(?:class|struct)\s+(?:\[\[\w+\]\]\s*)?(?:\w+_API\s+)?(\w+)\b([^;{}]*)$")
+VIRTUAL = re.compile(r"\b(virtual|override|final)\b")
 
 
 def exported(library, *options):
@@ -63,48 +65,87 @@ def symbols(library):
     return [name for name in exported(library, "-C") if not is_template_instance(name)]
 
 
-def class_text(text, name):
-    """Returns the head of the class and its body, without the braces around it."""
-    start = re.search(rf"^class (?:\w+_API )?{name}\b([^;{{]*){{", text, re.MULTILINE)
-    if not start:
-        sys.exit(f"no class {name} found")
-    depth, end = 1, start.end()
-    while depth:
-        depth += {"{": 1, "}": -1}.get(text[end], 0)
-        end += 1
-    return name + " " + start.group(1).strip(), text[start.end() : end - 1]
+def classes_in(text):
+    """Yields for each class defined in a header its qualified name, the rest of its head, and its body
+    with each block in it replaced by a semicolon."""
+    text = DIRECTIVE.sub("", COMMENT_OR_LITERAL.sub("", text))
+    scopes = [["namespace", "", "", ""]]  # kind, qualified name, rest of the head, text so far
+    for character in text:
+        if character == "{":
+            head = re.split(r"[;}]", scopes[-1][3])[-1]
+            namespace, definition = NAMESPACE.search(head), CLASS.search(head)
+            found = namespace or definition
+            kind = "namespace" if namespace else "class" if definition else "block"
+            if found:
+                scopes[-1][3] = scopes[-1][3][: len(scopes[-1][3]) - len(head)]
+            name = "::".join(filter(None, (scopes[-1][1], found.group(1) if found else "")))
+            scopes.append([kind, name, definition.group(2).strip() if definition else "", ""])
+        elif character == "}":
+            kind, name, rest, body = scopes.pop()
+            scopes[-1][3] += ";"
+            if kind == "class":
+                yield name, rest, body
+        else:
+            scopes[-1][3] += character
 
 
 def virtual_functions(body):
     """Yields the declarations of a class body that say `virtual`, `override` or `final`."""
-    body = re.sub(r"{[^{}]*}", ";", body)
     for declaration in body.split(";"):
         declaration = " ".join(re.sub(r"\b(public|protected|private):", "", declaration).split())
         declaration = declaration.replace("( ", "(")
-        if re.search(r"\b(virtual|override|final)\b", declaration):
+        if VIRTUAL.search(declaration):
             yield declaration
 
 
+def public_headers(root):
+    """Yields the headers of the libraries that don't stand in internal/: these are installed."""
+    for folder in LIBRARIES:
+        for path in sorted((pathlib.Path(root) / folder).rglob("*.h")):
+            if "internal" not in path.parts:
+                yield path
+
+
 def virtuals(root):
+    found = {}
+    for path in public_headers(root):
+        for name, rest, body in classes_in(path.read_text(encoding="utf-8")):
+            found[name] = (" ".join(rest.split()), list(virtual_functions(body)))
+
+    def is_polymorphic(name):
+        rest, functions = found[name]
+        bases = re.findall(r"\w+", rest.partition(":")[2])
+        return bool(functions) or re.search(r"\bstd::\w*(exception|error)\b", rest) or any(
+            is_polymorphic(other) for other in found
+            if other != name and other.rpartition("::")[2] in bases)
+
     lines = []
-    for header, names in CLASSES.items():
-        text = (pathlib.Path(root) / header).read_text(encoding="utf-8")
-        text = re.sub(r"//[^\n]*", "", text)
-        for name in names:
-            head, body = class_text(text, name)
-            lines.append(head.strip())
-            functions = list(virtual_functions(body))
-            if not functions:
-                sys.exit(f"no virtual function of {name} found")
-            lines += [f"  {function}" for function in functions]
+    for name in sorted(filter(is_polymorphic, found)):
+        rest, functions = found[name]
+        lines.append(f"{name} {rest}".strip())
+        lines += [f"  {function}" for function in functions]
     return lines
 
 
+def check_tables(libraries, golden):
+    """Prints the classes whose virtual tables are exported and that the golden list lacks."""
+    lines = pathlib.Path(golden).read_text(encoding="utf-8").splitlines()
+    listed = {line.split()[0] for line in lines if not line.startswith(" ")}
+    tables = {name.removeprefix("vtable for ") for library in libraries
+              for name in exported(library, "-C") if name.startswith("vtable for ")}
+    lacking = sorted(tables - listed)
+    print("\n".join(lacking + [f"{len(tables)} exported classes, {len(lacking)} not listed"]))
+    return 1 if lacking or not tables else 0
+
+
 def main():
-    kind, source, golden = sys.argv[1:4]
-    lines = {"symbols": symbols, "virtuals": virtuals}[kind](source)
+    arguments = [argument for argument in sys.argv[2:] if argument != "--write"]
+    kind, sources, golden = sys.argv[1], arguments[:-1], arguments[-1]
+    if kind == "tables":
+        return check_tables(sources, golden)
+    lines = {"symbols": symbols, "virtuals": virtuals}[kind](*sources)
     golden = pathlib.Path(golden)
-    if "--write" in sys.argv[4:]:
+    if "--write" in sys.argv:
         golden.write_text("\n".join(lines) + "\n", encoding="utf-8")
         return 0
     expected = golden.read_text(encoding="utf-8").splitlines()

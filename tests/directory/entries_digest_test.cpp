@@ -71,7 +71,7 @@ State Directory(unsigned size) {
 
 class EntriesDigest : public testing::TestWithParam<unsigned> {};
 
-TEST_P(EntriesDigest, OfAChangedStateIsThatOfItsBytes) {
+TEST_P(EntriesDigest, OfAChangedListIsTheDigestOfItsBytes) {
   const unsigned size = GetParam();
   std::mt19937 random(size);
   State state = Directory(size);
@@ -103,7 +103,7 @@ TEST_P(EntriesDigest, OfAChangedStateIsThatOfItsBytes) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, EntriesDigest, testing::Values(1, 7, 29, 33, 100, 300, 1000));
 
-TEST(EntriesDigest, GoesOnFromAnEqualBeginningOnly) {
+TEST(EntriesDigest, ContinuesOnlyFromAnEqualBeginning) {
   const State first = Directory(100);
   State second = first;
   second.Set(NameOf(90), SharedBlob("other"));
@@ -121,7 +121,7 @@ TEST(EntriesDigest, GoesOnFromAnEqualBeginningOnly) {
   EXPECT_EQ(fourth.Digest(), fourth.DigestFromScratch());
 }
 
-TEST(EntriesDigest, OfABuiltListGoesOnFromAFormerOne) {
+TEST(EntriesDigest, OfABuiltListContinuesFromThePreviousVersion) {
   State former = Directory(100);
   State changed = former;
   changed.Set(NameOf(70), SharedBlob("second"));

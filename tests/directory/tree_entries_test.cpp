@@ -92,7 +92,7 @@ class Entries {
   cow_ptr<Object> m_tree = Make<Tree>();
 };
 
-TEST(TreeEntries, OfNothingIsNull) {
+TEST(TreeEntries, EmptyListIsNull) {
   Entries entries;
   EXPECT_EQ(entries.Get(), nullptr);
   EXPECT_FALSE(entries.Erase("a"));
@@ -100,14 +100,14 @@ TEST(TreeEntries, OfNothingIsNull) {
   EXPECT_EQ(TreeEntriesBuilder().Finish(nullptr), nullptr);
 }
 
-TEST(TreeEntries, EraseOfTheLastEntryGivesNull) {
+TEST(TreeEntries, EraseOfTheLastEntryMakesTheListNull) {
   Entries entries;
   entries.SetBlob("a");
   EXPECT_TRUE(entries.Erase("a"));
   EXPECT_EQ(entries.Get(), nullptr);
 }
 
-TEST(TreeEntries, BlobStandsInFrontOfTheSubtreeItHides) {
+TEST(TreeEntries, BlobComesBeforeTheSubtreeItHides) {
   Entries entries;
   entries.SetTree("a");
   entries.SetBlob("a");
@@ -128,7 +128,7 @@ TEST(TreeEntries, NullEntriesHaveNoRecord) {
   EXPECT_EQ(entries.Records(), "") << "a null blob keeps the subtree out as well";
 }
 
-TEST(TreeEntries, SubtreeIsWrittenWhenItsHiderTurnsUpLast) {
+TEST(TreeEntries, HiddenSubtreesHaveNoRecord) {
   Entries entries;
   for (const char* name : {"a", "b", "c", "d", "e", "f", "g", "h"}) entries.SetTree(name);
   for (const char* name : {"a", "d", "h"}) entries.SetBlob(name);
@@ -138,7 +138,7 @@ TEST(TreeEntries, SubtreeIsWrittenWhenItsHiderTurnsUpLast) {
   EXPECT_EQ(entries.Get()->RecordBytes(), 3U * 78U + 5U * 77U);
 }
 
-TEST(TreeEntries, NamesAreNeverPartedByACut) {
+TEST(TreeEntries, EntriesOfOneNameStayInOneChunk) {
   for (unsigned seed = 0; seed < 20; ++seed) {
     std::mt19937 random(seed);
     Entries entries;
@@ -171,7 +171,7 @@ TEST(TreeEntries, NamesThatArriveInOrderFillTheirChunks) {
   EXPECT_EQ(entries.Get()->Chunks().size(), 100 / most);
 }
 
-TEST(TreeEntries, EditOfASharedListLeavesTheOtherAlone) {
+TEST(TreeEntries, EditOfASharedListDoesNotChangeTheOther) {
   Entries entries;
   for (int number = 100; number < 200; ++number) entries.SetBlob(std::to_string(number));
   const Entries before(entries);
@@ -184,7 +184,7 @@ TEST(TreeEntries, EditOfASharedListLeavesTheOtherAlone) {
   EXPECT_TRUE(before.Has("120", EntryKind::Blob));
 }
 
-TEST(TreeEntries, StatesShareAllChunksButTheEdited) {
+TEST(TreeEntries, StatesShareAllChunksExceptTheEditedOne) {
   Entries entries;
   for (int number = 100; number < 200; ++number) entries.SetBlob(std::to_string(number));
   const Entries before(entries);
@@ -197,7 +197,7 @@ TEST(TreeEntries, StatesShareAllChunksButTheEdited) {
   EXPECT_EQ(shared.size(), old_chunks.size() - 1);
 }
 
-TEST(TreeEntries, DirectoryThatEmptiesShrinks) {
+TEST(TreeEntries, RemovalsReduceTheNumberOfChunks) {
   Entries entries;
   for (int number = 1000; number < 2000; ++number) entries.SetBlob(std::to_string(number));
   for (int number = 1000; number < 2000; ++number) {
@@ -231,7 +231,7 @@ TEST(TreeEntries, ReleaseDropsTheChildren) {
   EXPECT_EQ(blob.use_count(), 1);
 }
 
-TEST(TreeEntriesBuilder, MakesTheListThatEditsMake) {
+TEST(TreeEntriesBuilder, MakesTheSameListAsEdits) {
   const cow_ptr<Object> blob = SharedBlob("x");
   Entries edited;
   TreeEntriesBuilder builder;
@@ -248,7 +248,7 @@ TEST(TreeEntriesBuilder, MakesTheListThatEditsMake) {
   EXPECT_EQ(built.Records(), edited.Records());
 }
 
-TEST(TreeEntriesBuilder, TakesWholeChunksByShare) {
+TEST(TreeEntriesBuilder, SharesWholeChunks) {
   Entries source;
   for (int number = 10; number < 40; ++number) source.SetBlob(std::to_string(number));
   TreeEntriesBuilder builder;
@@ -260,7 +260,7 @@ TEST(TreeEntriesBuilder, TakesWholeChunksByShare) {
   EXPECT_EQ(built.Get()->Chunks()[0], source.Get()->Chunks()[0]);
 }
 
-TEST(TreeEntriesBuilder, GivesUpWhatItHoldsIfNobodyTakesIt) {
+TEST(TreeEntriesBuilder, ReleasesItsEntriesIfItIsNotFinished) {
   const cow_ptr<Object> blob = SharedBlob("held");
   {
     TreeEntriesBuilder builder;

@@ -85,7 +85,7 @@ class FailingAllocations : public testing::Test {
   }
 };
 
-TEST_F(FailingAllocations, ReachTheLibraries) {
+TEST_F(FailingAllocations, HappenInsideTheLibraries) {
   const std::ptrdiff_t before = LiveBlocks();
   Repository repository = NewRepository();
   repository.SyncWithStorage(SharedBlob("a blob"));
@@ -94,14 +94,14 @@ TEST_F(FailingAllocations, ReachTheLibraries) {
             End::kThrew);
 }
 
-TEST_F(FailingAllocations, EachOneOfAShortLifeCanBeSurvived) {
+TEST_F(FailingAllocations, EachFailureInAShortScenarioLosesNothing) {
   const std::size_t failures = Live(Scenario(6, 1), 0, kStride);
   std::cout << failures << " allocations failed\n";
   EXPECT_GT(failures, Scaled(1000));
 }
 
 // The place to begin differs from run to run, so that in time all are reached.
-TEST_F(FailingAllocations, AnyOneOfALongLifeCanBeSurvived) {
+TEST_F(FailingAllocations, SampledFailureInALongScenarioLosesNothing) {
   const Scenario scenario(300, 20);
   const std::size_t before = AllocationsMade();
   Undisturbed(scenario);
@@ -113,7 +113,7 @@ TEST_F(FailingAllocations, AnyOneOfALongLifeCanBeSurvived) {
   EXPECT_GT(Live(scenario, offset, stride), Scaled(180));
 }
 
-TEST_F(FailingAllocations, OfASaveInAFolderLeaveTheOldStateOrTheNew) {
+TEST_F(FailingAllocations, SaveToAFolderLeavesThePreviousVersionOrTheNew) {
   Repository oldState = OldState();
   Repository newState = NewState();
   const std::string before = Describe(oldState);

@@ -11,13 +11,13 @@ using TalUtils::always_return_t;
 
 enum class Choice { kNone, kRoot, kLeft };
 
-TEST(AlwaysReturn, GivesItsValueWhateverTheArguments) {
+TEST(AlwaysReturn, ReturnsItsValueForAnyArguments) {
   const always_return_t<Choice> choose_left{Choice::kLeft};
   EXPECT_EQ(choose_left(), Choice::kLeft);
   EXPECT_EQ(choose_left(1, "two", std::string("three")), Choice::kLeft);
 }
 
-TEST(AlwaysReturn, GivesTheSameValueAgain) {
+TEST(AlwaysReturn, ReturnsTheSameValueAgain) {
   const always_return_t<std::string> say{std::string("a text that is not short")};
   EXPECT_EQ(say(), "a text that is not short");
   EXPECT_EQ(say(), "a text that is not short");

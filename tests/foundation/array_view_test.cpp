@@ -17,7 +17,7 @@ TEST(ArrayView, DefaultIsEmpty) {
   EXPECT_EQ(view.size(), 0U);
 }
 
-TEST(ArrayView, OfPointersSeesTheRun) {
+TEST(ArrayView, OfPointersContainsTheElementsBetween) {
   const int numbers[] = {1, 2, 3, 4};
   const array_view<const int> view(numbers + 1, numbers + 3);
   EXPECT_EQ(Elements(view), (std::vector<int>{2, 3}));
@@ -26,7 +26,7 @@ TEST(ArrayView, OfPointersSeesTheRun) {
   EXPECT_FALSE(view.empty());
 }
 
-TEST(ArrayView, OfVectorSeesAllElements) {
+TEST(ArrayView, OfVectorContainsAllElements) {
   const std::vector<int> numbers{1, 2, 3};
   const array_view<const int> view = numbers;
   EXPECT_EQ(view.begin(), numbers.data());
@@ -42,7 +42,7 @@ TEST(ArrayView, OfMutableElementsChangesThem) {
   EXPECT_EQ(numbers[2], 7);
 }
 
-TEST(ArrayView, LastAndWithoutLastPartTheView) {
+TEST(ArrayView, LastAndWithoutLastSplitTheView) {
   const std::vector<int> numbers{1, 2, 3, 4, 5};
   const array_view<const int> view = numbers;
   EXPECT_EQ(Elements(view.last(2)), (std::vector<int>{4, 5}));
@@ -51,7 +51,7 @@ TEST(ArrayView, LastAndWithoutLastPartTheView) {
   EXPECT_EQ(view.without_last(0).size(), 5U);
 }
 
-TEST(ArrayView, LastOfMoreThanThereAreIsTheWholeView) {
+TEST(ArrayView, LastOfTooManyIsTheWholeView) {
   const std::vector<int> numbers{1, 2, 3};
   const array_view<const int> view = numbers;
   EXPECT_EQ(Elements(view.last(4)), numbers);
@@ -59,7 +59,7 @@ TEST(ArrayView, LastOfMoreThanThereAreIsTheWholeView) {
   EXPECT_EQ(Elements(view.last(static_cast<std::size_t>(-1))), numbers);
 }
 
-TEST(ArrayView, WithoutMoreThanThereAreIsEmpty) {
+TEST(ArrayView, WithoutTooManyIsEmpty) {
   const std::vector<int> numbers{1, 2, 3};
   const array_view<const int> view = numbers;
   EXPECT_TRUE(view.without_last(4).empty());

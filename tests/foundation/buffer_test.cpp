@@ -21,7 +21,7 @@ TEST(Buffer, OfSizeZeroIsEmpty) {
   EXPECT_EQ(buffer.GetSegmentCount(), 0U);
 }
 
-TEST(Buffer, OfASizeThatNoMemoryHasIsALengthError) {
+TEST(Buffer, ThrowsLengthErrorForAnImpossibleSize) {
   EXPECT_THROW(Buffer(std::numeric_limits<std::size_t>::max() / 2 + 1), std::length_error);
   EXPECT_THROW(Buffer{std::numeric_limits<std::size_t>::max()}, std::length_error);
 }

@@ -34,11 +34,15 @@ class EndlessStream final : public IStream {
   std::uint64_t GetSize() const override { return 10; }
 };
 
-/// A reader that tells that it has come to the end.
-class EndedReader final : public StreamIO {
+/// A reader that reports a position before the end, wherever the stream stands.
+class ReaderBeforeTheEnd final : public StreamIO {
  public:
-  using StreamIO::StreamIO;
-  std::uint64_t GetPosition() const override { return GetSize(); }
+  ReaderBeforeTheEnd(const Stream& stream, std::uint64_t bytesLeft)
+      : StreamIO(stream), m_bytesLeft(bytesLeft) {}
+  std::uint64_t GetPosition() const override { return GetSize() - m_bytesLeft; }
+
+ private:
+  std::uint64_t m_bytesLeft;
 };
 
 std::string ByteRun() {
@@ -140,9 +144,18 @@ TEST(StreamToStringA, OfNothingOrEmptyStreamIsEmpty) {
   EXPECT_TRUE(StreamToStringA(empty).IsEmpty());
 }
 
-TEST(StreamToStringA, AsksTheReaderForItsPosition) {
-  EndedReader reader{StreamOf("abc")};
-  EXPECT_TRUE(StreamToStringA(reader).IsEmpty());
+TEST(StreamToStringA, ReadsAsManyBytesAsTheReaderReports) {
+  ReaderBeforeTheEnd ended(StreamOf("abc"), 0);
+  EXPECT_TRUE(StreamToStringA(ended).IsEmpty());
+  ReaderBeforeTheEnd late(StreamOf("abc"), 2);
+  EXPECT_EQ(Bytes(StreamToStringA(late)), "ab");
+}
+
+TEST(StreamToStringA, IsEmptyIfFewerBytesComeThanTheReaderReports) {
+  const Stream stream = StreamOf("abc");
+  static_cast<IStream*>(stream)->Seek(2);
+  ReaderBeforeTheEnd early(stream, 3);
+  EXPECT_TRUE(StreamToStringA(early).IsEmpty());
 }
 
 TEST(StreamToStringA, AfterAFailedReadIsEmpty) {
@@ -150,13 +163,13 @@ TEST(StreamToStringA, AfterAFailedReadIsEmpty) {
   EXPECT_TRUE(StreamToStringA(stream).IsEmpty());
 }
 
-TEST(ShiftObjectIdentifier, MovesBehindTheHeader) {
+TEST(ShiftObjectIdentifier, MovesAfterTheHeader) {
   StreamIO stream(StreamOf(std::string_view("blob 5\0hello", 12)));
   EXPECT_TRUE(ShiftObjectIdentifier(stream, "blob"));
   EXPECT_EQ(Bytes(StreamToStringA(stream)), "hello");
 }
 
-TEST(ShiftObjectIdentifier, WrongWordGivesFalseAndStandsBehindTheHeaderAllTheSame) {
+TEST(ShiftObjectIdentifier, WrongWordReturnsFalseAndMovesAfterTheHeader) {
   StreamIO stream(StreamOf(std::string_view("tree 5\0hello", 12)));
   EXPECT_FALSE(ShiftObjectIdentifier(stream, "blob"));
   EXPECT_EQ(stream.GetPosition(), 7U);
@@ -176,7 +189,7 @@ TEST(ShiftObjectIdentifier, HeaderShorterThanTheWordGivesFalse) {
   EXPECT_EQ(stream.GetPosition(), 4U);
 }
 
-TEST(ShiftObjectIdentifier, MismatchIsNotMendedByLaterBytes) {
+TEST(ShiftObjectIdentifier, LaterBytesDoNotUndoAMismatch) {
   StreamIO stream(StreamOf(std::string_view("bblob 5\0", 8)));
   EXPECT_FALSE(ShiftObjectIdentifier(stream, "blob"));
 }

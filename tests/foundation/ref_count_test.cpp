@@ -15,7 +15,7 @@ TEST(RefCount, StartsWithOneHolder) {
   EXPECT_TRUE(count.Release());
 }
 
-TEST(RefCount, LastReleaseAloneTellsSo) {
+TEST(RefCount, OnlyTheLastReleaseReturnsTrue) {
   RefCount count;
   count.Acquire();
   count.Acquire();

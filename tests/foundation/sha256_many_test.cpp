@@ -67,7 +67,7 @@ TEST(Sha256Many, GivesTheDigestsOfAllLengthsAndCuts) {
   }
 }
 
-TEST(Sha256Many, GivesThemInAnyOrder) {
+TEST(Sha256Many, ComputesDigestsInAnyOrder) {
   std::mt19937 random(1);
   for (int round = 0; round < 5; ++round) {
     Messages messages(12);
@@ -77,7 +77,7 @@ TEST(Sha256Many, GivesThemInAnyOrder) {
   }
 }
 
-TEST(Sha256Many, GivesThemWithAndWithoutAFunctionForPairs) {
+TEST(Sha256Many, WorksWithAndWithoutAFunctionForPairs) {
   for (const Sha256::PairFunction function :
        {Sha256::PairFunction(nullptr), Sha256::PairFunction(&OneAfterTheOther)}) {
     Messages messages(12);

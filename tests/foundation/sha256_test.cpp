@@ -139,7 +139,7 @@ INSTANTIATE_TEST_SUITE_P(OfThisMachine, Sha256OnEveryFunction,
                            return name;
                          });
 
-TEST(Sha256Implementations, EndWithThePortableOne) {
+TEST(Sha256Implementations, LastIsThePortableOne) {
   const auto all = Sha256::GetImplementations();
   ASSERT_FALSE(all.empty());
   EXPECT_EQ(all.back().name, "portable");

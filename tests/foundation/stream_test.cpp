@@ -42,12 +42,37 @@ class TornStream final : public IStream {
   std::size_t m_position = 0;
 };
 
+/// A reader of a host's class that reports a position of its own.
+class ShiftedReader final : public StreamIO {
+ public:
+  ShiftedReader(const Stream& stream, std::uint64_t position)
+      : StreamIO(stream), m_position(position) {}
+  std::uint64_t GetPosition() const override { return m_position; }
+
+ private:
+  std::uint64_t m_position;
+};
+
+/// A host's stream that shares more bytes than its size says.
+class GenerousStream final : public IStream {
+ public:
+  std::size_t Read(void*, std::size_t) override { return 0; }
+  std::size_t Write(const void*, std::size_t) override { return 0; }
+  bool Seek(std::uint64_t) override { return false; }
+  std::uint64_t GetPosition() const override { return 1; }
+  std::uint64_t GetSize() const override { return 4; }
+  bool ReadToEnd(Buffer& target) override {
+    target.Append("abcdef", 6, 1);
+    return true;
+  }
+};
+
 std::string ReadBytes(StreamIO& stream, std::size_t count) {
   std::string bytes(count, '#');
   return stream.Read(bytes.data(), count) ? bytes : "failed";
 }
 
-TEST(StreamIO, OverNothingTestsFalseAndReadsNothing) {
+TEST(StreamIO, WithoutStreamTestsFalseAndReadsNothing) {
   StreamIO stream;
   char byte = 'x';
   EXPECT_FALSE(static_cast<bool>(stream));
@@ -84,7 +109,7 @@ TEST(StreamIO, ReadAtTheEndFails) {
   EXPECT_EQ(ReadBytes(stream, 1), "failed");
 }
 
-TEST(StreamIO, StartsWhereTheStreamStands) {
+TEST(StreamIO, StartsAtThePositionOfTheStream) {
   Stream stream = StreamOf("abcdef");
   static_cast<IStream*>(stream)->Seek(4);
   StreamIO reader(stream);
@@ -121,7 +146,7 @@ TEST(StreamIO, CopyToTakesNullCountAndNullTarget) {
   EXPECT_EQ(copied, 0U);
 }
 
-TEST(StreamIO, CopyToTellsWhatATornTargetTook) {
+TEST(StreamIO, CopyToCountsBytesOfATargetThatFails) {
   const auto target = std::make_shared<TornStream>("", 0, 4);
   StreamIO stream(StreamOf("abcdef"));
   std::size_t copied = 0;
@@ -136,7 +161,7 @@ TEST(StreamIO, ShortReadOfAHostsStreamFails) {
   EXPECT_EQ(ReadBytes(stream, 3), "failed");
 }
 
-TEST(StreamIO, ReadToEndOfAHostsStreamTellsThatBytesAreMissing) {
+TEST(StreamIO, ReadToEndReturnsFalseIfAHostStreamIsShort) {
   StreamIO whole(Stream(std::make_shared<TornStream>("abcdef", 6, 0)));
   StreamIO torn(Stream(std::make_shared<TornStream>("abcdef", 4, 0)));
   Buffer of_whole = BufferOf(":");
@@ -156,6 +181,39 @@ TEST(StreamIO, ReadToEndOfALargeHostStreamGivesEveryByte) {
   EXPECT_EQ(Bytes(target), bytes);
 }
 
+TEST(StreamIO, ReadToEndReadsAsManyBytesAsTheReaderReports) {
+  ShiftedReader late(StreamOf("abcdef"), 4);
+  Buffer two = BufferOf(":");
+  EXPECT_TRUE(late.ReadToEnd(two));
+  EXPECT_EQ(Bytes(two), ":ab");
+  ShiftedReader at_the_end(StreamOf("abcdef"), 6);
+  Buffer none;
+  EXPECT_TRUE(at_the_end.ReadToEnd(none));
+  EXPECT_TRUE(none.IsEmpty());
+  const Stream moved = StreamOf("abcdef");
+  static_cast<IStream*>(moved)->Seek(3);
+  ShiftedReader early(moved, 1);
+  Buffer rest;
+  EXPECT_FALSE(early.ReadToEnd(rest)) << "five bytes are reported and three are there";
+  EXPECT_EQ(Bytes(rest), "def");
+}
+
+TEST(StreamIO, CopyToCopiesAsManyBytesAsTheReaderReports) {
+  ShiftedReader reader(StreamOf("abcdef"), 4);
+  Buffer target;
+  std::size_t copied = 0;
+  EXPECT_TRUE(reader.CopyTo(MemStream::CreateOnRef(target), &copied));
+  EXPECT_EQ(Bytes(target), "ab");
+  EXPECT_EQ(copied, 2U);
+}
+
+TEST(StreamIO, ReadToEndTakesNoMoreThanTheSizeOfAStreamThatSharesItsBytes) {
+  StreamIO stream(Stream(std::make_shared<GenerousStream>()));
+  Buffer target = BufferOf(":");
+  EXPECT_TRUE(stream.ReadToEnd(target));
+  EXPECT_EQ(Bytes(target), ":abc");
+}
+
 TEST(Stream, CopyIsAHandleOnTheSameStream) {
   Stream first = MemStream::Create(0);
   Stream second = first;
@@ -167,7 +225,7 @@ TEST(Stream, CopyIsAHandleOnTheSameStream) {
   EXPECT_EQ(ReadBytes(reader, 3), "abc");
 }
 
-TEST(Stream, OverNothingTakesNothing) {
+TEST(Stream, WithoutStreamAcceptsNoBytes) {
   Stream stream;
   EXPECT_EQ(static_cast<IStream*>(stream), nullptr);
   EXPECT_FALSE(stream.SeekToBegin());
@@ -203,7 +261,7 @@ TEST(MemStream, OnRefSeesChangesOfTheBuffer) {
   EXPECT_EQ(ReadBytes(reader, 4), "late");
 }
 
-TEST(MemStream, WriteBehindTheEndFillsWithZeros) {
+TEST(MemStream, WriteAfterTheEndFillsTheGapWithZeros) {
   Buffer buffer = BufferOf("ab");
   const Stream handle = MemStream::CreateOnRef(buffer);
   IStream* const stream = handle;

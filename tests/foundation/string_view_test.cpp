@@ -53,7 +53,7 @@ TEST(StringView, OfStandardViewAndStringKeepsZeros) {
   EXPECT_EQ(NarrowView(std::string_view("a\0bc", 4)).length, 4);
 }
 
-TEST(StringView, OfATextThatNoIntCanTellIsALengthError) {
+TEST(StringView, ThrowsLengthErrorForATextLongerThanAnInt) {
   constexpr std::size_t kMost = std::numeric_limits<int>::max();
   EXPECT_EQ(NarrowView(std::string_view("never read", kMost)).length, 0x7FFFFFFF);
   EXPECT_THROW(NarrowView(std::string_view("never read", kMost + 1)), std::length_error);
@@ -84,7 +84,7 @@ TEST(StringViewFind, LongerPatternThanTextIsNotFound) {
   EXPECT_EQ(WideView(TAL_WIDE("abc")).Find(TAL_WIDE("bcd"), 1), -1);
 }
 
-TEST(StringViewFind, ReadsNothingBehindTheView) {
+TEST(StringViewFind, ReadsNothingAfterTheView) {
   const WideView view(TAL_WIDE("abcd"), 3);
   EXPECT_EQ(view.Find(TAL_WIDE("d")), -1);
   EXPECT_EQ(view.Find(TAL_WIDE("cd")), -1);
@@ -149,7 +149,7 @@ TEST(StringViewCompare, OrdersByCodeUnitsNotByCodePoints) {
   EXPECT_LT(WideView(TAL_WIDE("\U0001F600")).Compare(TAL_WIDE("\uFF5E")), 0);
 }
 
-TEST(StringViewCompare, DiffersByCaseAndBehindZeros) {
+TEST(StringViewCompare, ComparesCaseAndCharactersAfterZeros) {
   EXPECT_LT(WideView(TAL_WIDE("A")).Compare(TAL_WIDE("a")), 0);
   EXPECT_LT(WideView(TAL_WIDE("a\0b"), 3).Compare(WideView(TAL_WIDE("a\0c"), 3)), 0);
 }

@@ -142,7 +142,7 @@ TEST(TimezoneBias, CrossesDaysAndYears) {
   EXPECT_EQ(GetCurrentTimezoneBias(Time()).ticks, 14 * kHour);
 }
 
-TEST(TimezoneBias, IsZeroWhereTheSystemKnowsNoLocalTime) {
+TEST(TimezoneBias, IsZeroIfTheSystemHasNoLocalTime) {
   const ZoneGuard zone("FAR-14");
 #ifdef _WIN32
   EXPECT_EQ(GetCurrentTimezoneBias(Time::FromTimeT(-1)).ticks, 0);

@@ -93,7 +93,7 @@ using Steps = std::vector<Step>;
 
 class BatchEditCases : public testing::TestWithParam<Steps> {};
 
-TEST_P(BatchEditCases, GivesWhatOneByOneGives) {
+TEST_P(BatchEditCases, HaveTheSameEffectAsOneByOne) {
   Repository repository = NewRepository();
   const Tree start =
       TreeOf(&repository, {{"f", "1"}, {"d/f", "2"}, {"d/e/g", "3"}, {"d/e/h", "4"}});
@@ -142,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(
               {Step::kRemove, "v/void/x", ""}},
         Steps{{Step::kTree, "f", "t"}, {Step::kRemove, "f/in/x", ""}, {Step::kRemove, "f/y", ""}}));
 
-TEST(BatchEdit, RandomEditsGiveWhatOneByOneGives) {
+TEST(BatchEdit, RandomEditsHaveTheSameEffectAsOneByOne) {
   const unsigned seed = std::random_device()();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
@@ -172,7 +172,7 @@ TEST(BatchEdit, RandomEditsGiveWhatOneByOneGives) {
 }
 
 // Only the one-by-one edits bring the directory into the storage under that id.
-TEST(BatchEdit, IdOfADirectoryThatTheEditsBringAboutIsFound) {
+TEST(BatchEdit, AddObjectFindsADirectoryThatEarlierEditsMade) {
   Repository repository = NewRepository();
   Repository scratch = NewRepository();
   Tree expected;
@@ -214,7 +214,7 @@ TEST(BatchEdit, UntouchedTreesAreShared) {
   EXPECT_EQ(tree.GetLocalTree(Wide("b")), before);
 }
 
-TEST(BatchEdit, CommitGetsTheSameIdAsByOneByOne) {
+TEST(BatchEdit, CommitHasTheIdOfEditsOneByOne) {
   Repository repository = NewRepository();
   const cow_ptr<Commit> base = CommitFile(repository, Wide("master"), "d/f", "1");
   Commit alone(base, false);
@@ -235,7 +235,7 @@ TEST(BatchEdit, CommitGetsTheSameIdAsByOneByOne) {
   EXPECT_EQ(repository.GetTreeFromStorage(root->GetId()), root);
 }
 
-TEST(BatchEdit, CommitThatLosesEverythingStandsOnAnEmptyRoot) {
+TEST(BatchEdit, CommitWithoutFilesHasAnEmptyRoot) {
   Repository repository = NewRepository();
   const cow_ptr<Commit> base = CommitFile(repository, Wide("master"), "d/f", "1");
   Commit alone(base, false);
@@ -247,7 +247,7 @@ TEST(BatchEdit, CommitThatLosesEverythingStandsOnAnEmptyRoot) {
   EXPECT_EQ(IdOf(together), IdOf(alone));
 }
 
-TEST(BatchEdit, FailedEditsLeaveACommitWhatOneByOneLeaves) {
+TEST(BatchEdit, FailedEditsHaveTheSameEffectAsOneByOne) {
   Repository repository = NewRepository();
   Commit alone;
   Commit together;
@@ -273,7 +273,7 @@ TEST(BatchEdit, WithoutRepositoryOnlyRemovalsTakeEffect) {
   EXPECT_EQ(batch.ApplyTo(nullptr, commit), 0u);
 }
 
-TEST(BatchEdit, DeepPathNeedsNoDepth) {
+TEST(BatchEdit, DeepPathNeedsNoRecursion) {
   Repository repository = NewRepository();
   std::string path;
   for (int level = 0; level < 10000; ++level) path += "d/";

@@ -1,3 +1,4 @@
+#include <kit/internal/store_access.h>
 #include <tests/kit/directory_store_fixture.h>
 #include <tests/kit/faulty_file_system.h>
 
@@ -8,7 +9,7 @@ namespace {
 
 class DirectoryStoreDamage : public DirectoryStoreTest {};
 
-TEST_F(DirectoryStoreDamage, LeftoversOfAKilledSaveGo) {
+TEST_F(DirectoryStoreDamage, NextCommitRemovesLeftoversOfAKilledSave) {
   DirectoryStore store = Open();
   SaveAndCommit(store, m_old);
   const std::string name(62, '5');
@@ -118,7 +119,7 @@ TEST_F(DirectoryStoreDamage, TransactionThatFailsToBeginLeavesTheState) {
   for (int number = 1; fired; ++number) {
     const auto files = std::make_shared<FaultyFileSystem>();
     files->FailFrom(number);
-    DirectoryStore failing(m_folder.Path(), NotDurable(), files);
+    DirectoryStore failing = StoreAccess::Make(m_folder.Path(), NotDurable(), files);
     failing.RemoveStorage(Wide("nothing below this"));
     fired = files->HasFailed();
     failing.Abandon();

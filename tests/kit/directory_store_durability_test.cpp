@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <kit/directory_store.h>
+#include <kit/internal/store_access.h>
 #include <tests/kit/faulty_file_system.h>
 #include <tests/kit/saved_states.h>
 #include <tests/kit/temporary_folder.h>
@@ -10,13 +11,14 @@ namespace TalVcs::Kit {
 namespace {
 
 using namespace TalVcs::Testing;
+using Testing::Describe;
 
 class DirectoryStoreDurability : public testing::Test {
  protected:
   bool SaveState(bool durable = true) {
     DirectoryStoreOptions options;
     options.durable = durable;
-    DirectoryStore store(m_folder.Path(), options, m_files);
+    DirectoryStore store = StoreAccess::Make(m_folder.Path(), options, m_files);
     const bool done = Save(m_state, store) && store.Commit();
     m_error = store.LastError();
     m_isInPlace = store.IsNewStateInPlace();
@@ -45,7 +47,7 @@ class DirectoryStoreDurability : public testing::Test {
   bool m_isInPlace = false;
 };
 
-TEST_F(DirectoryStoreDurability, EverythingIsKeptBeforeTheStateIsReplaced) {
+TEST_F(DirectoryStoreDurability, ObjectsAreSyncedBeforeTheStateIsReplaced) {
   ASSERT_TRUE(SaveState());
   EXPECT_LT(First("Rename state"), First("CreateFile " + NameOfHead()));
   const std::ptrdiff_t commit = Last("Rename state");
@@ -61,7 +63,7 @@ TEST_F(DirectoryStoreDurability, EverythingIsKeptBeforeTheStateIsReplaced) {
   EXPECT_EQ(Last("SyncFolder .vcs"), commit + 1);
 }
 
-TEST_F(DirectoryStoreDurability, FoldersThatGotNamesAreKept) {
+TEST_F(DirectoryStoreDurability, FoldersWithNewNamesAreSynced) {
   ASSERT_TRUE(SaveState());
   for (const auto& entry :
        std::filesystem::directory_iterator(m_folder.Path() / ".vcs" / "objects")) {
@@ -70,7 +72,7 @@ TEST_F(DirectoryStoreDurability, FoldersThatGotNamesAreKept) {
   EXPECT_EQ(m_files->CallsOf("SyncFolder " + m_folder.Path().filename().string()), 1);
 }
 
-TEST_F(DirectoryStoreDurability, ManyObjectsAreKeptByOneCall) {
+TEST_F(DirectoryStoreDurability, ManyObjectsAreSyncedByOneCall) {
   m_files->OfferSyncMedium();
   ASSERT_TRUE(SaveState());
   EXPECT_EQ(m_files->CallsOf("SyncMedium"), 1);
@@ -78,7 +80,7 @@ TEST_F(DirectoryStoreDurability, ManyObjectsAreKeptByOneCall) {
   EXPECT_LT(First("SyncMedium .vcs"), Last("CreateFile state.new"));
 }
 
-TEST_F(DirectoryStoreDurability, FewObjectsAreKeptOneByOne) {
+TEST_F(DirectoryStoreDurability, FewObjectsAreSyncedOneByOne) {
   m_files->OfferSyncMedium();
   ASSERT_TRUE(SaveState());
   CommitFile(m_state, Wide("master"), "top", "text");
@@ -88,7 +90,7 @@ TEST_F(DirectoryStoreDurability, FewObjectsAreKeptOneByOne) {
   EXPECT_EQ(m_files->CallsOf("SyncFile"), 4);
 }
 
-TEST_F(DirectoryStoreDurability, NothingWaitsWithoutTheOption) {
+TEST_F(DirectoryStoreDurability, WithoutTheOptionNothingIsSynced) {
   m_files->OfferSyncMedium();
   ASSERT_TRUE(SaveState(false));
   EXPECT_EQ(m_files->CallsOf("Sync"), 0);
@@ -106,7 +108,7 @@ TEST_F(DirectoryStoreDurability, NewStateThatMayNotOutliveALossOfPowerIsReported
   EXPECT_EQ(Load(reader), Describe(m_state));
 }
 
-TEST_F(DirectoryStoreDurability, StateThatWasNotReplacedIsToldApart) {
+TEST_F(DirectoryStoreDurability, FailedReplacementOfTheStateIsReported) {
   ASSERT_TRUE(SaveState());
   EXPECT_TRUE(m_isInPlace);
   const int rename = static_cast<int>(Last("Rename state"));
@@ -119,7 +121,7 @@ TEST_F(DirectoryStoreDurability, StateThatWasNotReplacedIsToldApart) {
 }
 
 TEST_F(DirectoryStoreDurability, NothingIsInPlaceBeforeTheFirstCommitAndDuringTheNext) {
-  DirectoryStore store(m_folder.Path(), {}, m_files);
+  DirectoryStore store = StoreAccess::Make(m_folder.Path(), {}, m_files);
   EXPECT_FALSE(store.IsNewStateInPlace());
   ASSERT_TRUE(Save(m_state, store));
   EXPECT_FALSE(store.IsNewStateInPlace());

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <kit/directory_store.h>
+#include <kit/internal/store_access.h>
 #include <tests/kit/faulty_file_system.h>
 #include <tests/kit/saved_states.h>
 #include <tests/kit/temporary_folder.h>
@@ -11,6 +12,7 @@ namespace TalVcs::Kit {
 namespace {
 
 using namespace TalVcs::Testing;
+using Testing::Describe;
 
 struct Fault {
   const char* name;
@@ -33,7 +35,7 @@ class DirectoryStoreFaults : public testing::TestWithParam<std::tuple<Fault, boo
   }
 
   DirectoryStore OpenWhole(const std::filesystem::path& folder) {
-    return DirectoryStore(folder, Options(), std::make_shared<FaultyFileSystem>());
+    return StoreAccess::Make(folder, Options(), std::make_shared<FaultyFileSystem>());
   }
 
   std::string LoadAfresh(const std::filesystem::path& folder) {
@@ -51,7 +53,7 @@ class DirectoryStoreFaults : public testing::TestWithParam<std::tuple<Fault, boo
     files->FailFrom(number, fault.count);
     files->FailWith(fault.error);
     if (fault.syncsMedium) files->OfferSyncMedium();
-    DirectoryStore store(folder, Options(), files);
+    DirectoryStore store = StoreAccess::Make(folder, Options(), files);
     const bool saved = Save(repository, store);
     const bool done = store.Commit() && saved;
     fired = files->HasFailed();
@@ -108,7 +110,7 @@ TEST_P(DirectoryStoreFaults, LoadIsWholeOrFails) {
     files->Restart();
     files->FailFrom(number, fault.count);
     files->FailWith(fault.error);
-    DirectoryStore store(folder.Path(), Options(), files);
+    DirectoryStore store = StoreAccess::Make(folder.Path(), Options(), files);
     const std::string found = Load(store);
     const bool damaged = found.compare(0, 8, "damaged ") == 0;
     EXPECT_TRUE(damaged || found == Describe(repository)) << number << ": " << found;

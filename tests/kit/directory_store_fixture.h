@@ -11,6 +11,7 @@
 namespace TalVcs::Kit {
 
 using namespace TalVcs::Testing;
+using Testing::Describe;
 namespace fs = std::filesystem;
 
 inline DirectoryStoreOptions NotDurable() {

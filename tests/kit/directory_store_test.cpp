@@ -1,3 +1,4 @@
+#include <kit/internal/store_access.h>
 #include <tests/kit/directory_store_fixture.h>
 #include <tests/kit/faulty_file_system.h>
 
@@ -48,7 +49,7 @@ TEST_F(DirectoryStoreTest, LoadThatBeganKeepsItsStateAndObjects) {
   EXPECT_TRUE(reader.FindDamage().empty());
 }
 
-TEST_F(DirectoryStoreTest, UnusedObjectsGoOnceNobodyReads) {
+TEST_F(DirectoryStoreTest, RemovesUnusedObjectsWhenNobodyReads) {
   DirectoryStore writer = Open();
   SaveAndCommit(writer, m_old);
   {
@@ -64,9 +65,9 @@ TEST_F(DirectoryStoreTest, UnusedObjectsGoOnceNobodyReads) {
   EXPECT_EQ(Load(writer), Describe(m_new));
 }
 
-TEST_F(DirectoryStoreTest, SaveAfterOneCommitWritesItsObjectsAlone) {
+TEST_F(DirectoryStoreTest, SaveAfterOneCommitWritesOnlyItsObjects) {
   auto files = std::make_shared<FaultyFileSystem>();
-  DirectoryStore store(m_folder.Path(), NotDurable(), files);
+  DirectoryStore store = StoreAccess::Make(m_folder.Path(), NotDurable(), files);
   SaveAndCommit(store, m_new);
   CommitFile(m_new, Wide("master"), "one/more", "file");
   files->Restart();
@@ -126,7 +127,7 @@ TEST_F(DirectoryStoreTest, FilesOfTheHostStay) {
   EXPECT_EQ(ReadWhole(beside), "mine");
 }
 
-TEST_F(DirectoryStoreTest, OptionsTellTheRootPath) {
+TEST_F(DirectoryStoreTest, OptionsSetTheRootPath) {
   DirectoryStoreOptions options = NotDurable();
   options.rootPath = Wide("doc");
   DirectoryStore store(m_folder.Path(), options);
@@ -225,7 +226,7 @@ TEST_F(DirectoryStoreTest, ReadingMakesNoFile) {
   EXPECT_TRUE(fs::is_empty(m_folder.Path()));
 }
 
-TEST_F(DirectoryStoreTest, MovedStoreGoesOn) {
+TEST_F(DirectoryStoreTest, MovedStoreContinues) {
   DirectoryStore store = Open();
   ASSERT_TRUE(Save(m_old, store));
   DirectoryStore moved = std::move(store);

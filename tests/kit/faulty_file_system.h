@@ -10,8 +10,9 @@
 
 namespace TalVcs::Testing {
 
-/// A file system that counts its calls and lets some of them fail. A file that can't be made is
-/// left half written. Waiting for the medium is left out, as no test can see its effect.
+/// A file system that counts its calls and lets some of them fail. A file that can't be made or
+/// appended to is left half written. Waiting for the medium is left out, as no test can see its
+/// effect.
 class FaultyFileSystem final : public Kit::FileSystem {
  public:
   /// Lets the calls from number `first` on fail, `count` of them; the first call has number 1.
@@ -39,14 +40,20 @@ class FaultyFileSystem final : public Kit::FileSystem {
   std::error_code ReadFile(const Path& path, Buffer& bytes) override {
     return Fails("ReadFile", path) ? m_error : m_files->ReadFile(path, bytes);
   }
+  std::error_code ReadFileFrom(const Path& path, std::uint64_t from, Buffer& bytes) override {
+    return Fails("ReadFileFrom", path) ? m_error : m_files->ReadFileFrom(path, from, bytes);
+  }
   std::error_code GetFileSize(const Path& path, std::uint64_t& size) override {
     return Fails("GetFileSize", path) ? m_error : m_files->GetFileSize(path, size);
   }
   std::error_code CreateFile(const Path& path, const Buffer& bytes) override {
     if (!Fails("CreateFile", path)) return m_files->CreateFile(path, bytes);
-    Buffer half;
-    half.AppendRange(bytes, 0, bytes.GetSize() / 2);
-    const std::error_code error = m_files->CreateFile(path, half);
+    const std::error_code error = m_files->CreateFile(path, HalfOf(bytes));
+    return error ? error : m_error;
+  }
+  std::error_code AppendFile(const Path& path, const Buffer& bytes) override {
+    if (!Fails("AppendFile", path)) return m_files->AppendFile(path, bytes);
+    const std::error_code error = m_files->AppendFile(path, HalfOf(bytes));
     return error ? error : m_error;
   }
   std::error_code SyncFile(const Path& path) override {
@@ -79,6 +86,12 @@ class FaultyFileSystem final : public Kit::FileSystem {
   }
 
  private:
+  static Buffer HalfOf(const Buffer& bytes) {
+    Buffer half;
+    half.AppendRange(bytes, 0, bytes.GetSize() / 2);
+    return half;
+  }
+
   bool Fails(const char* name, const Path& path) {
     m_calls.push_back(std::string(name) + " " + path.filename().string());
     return m_first > 0 && Calls() >= m_first && Calls() - m_first < m_count;

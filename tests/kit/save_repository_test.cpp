@@ -25,21 +25,21 @@ Repository AfterAFailedEdit() {
 
 const WideString kRoot;
 
-TEST(SaveRepository, TreeThatAPurgeDroppedIsLostWithoutIt) {
+TEST(SaveRepository, SerializerAloneLosesATreeThatAPurgeRemoved) {
   Repository repository = AfterAFailedEdit();
   MemoryStore store;
   ASSERT_TRUE(Serializer(&store, kRoot).Serialize(repository.GetStorage()));
   EXPECT_EQ(Load(store).compare(0, 8, "damaged "), 0);
 }
 
-TEST(SaveRepository, TreeThatAPurgeDroppedIsSaved) {
+TEST(SaveRepository, SavesATreeThatAPurgeRemoved) {
   Repository repository = AfterAFailedEdit();
   MemoryStore store;
   ASSERT_TRUE(SaveRepository(repository, store, kRoot));
   EXPECT_EQ(Load(store), Describe(repository));
 }
 
-TEST(SaveRepository, DeletedAncestorsAreLostWithoutIt) {
+TEST(SaveRepository, SerializerAloneLosesDeletedAncestors) {
   Repository repository = NewRepository();
   for (const char* name : {"a", "b", "c", "d"}) CommitFile(repository, Wide("master"), name, name);
   repository.DeleteCommits(repository.GetHead(Wide("master"))->GetParent()->GetParent());
@@ -59,7 +59,7 @@ TEST(SaveRepository, DeletedAncestorsThatAreStillReachedAreSaved) {
   EXPECT_EQ(Load(store), Describe(repository));
 }
 
-TEST(SaveRepository, CommitThatNoBranchReachesIsSavedWhole) {
+TEST(SaveRepository, SavesDetachedCommitsWithTheirTrees) {
   Repository repository = NewRepository();
   const cow_ptr<Commit> kept = CommitFile(repository, Wide("gone"), "folder/file", "text");
   repository.RemoveBranch(Wide("gone"));
@@ -97,7 +97,7 @@ TEST(SaveRepository, EverythingThatHeadsReachIsStored) {
   for (const auto& [id, tree] : second.GetStorage()->GetTrees()) EXPECT_TRUE(trees.contains(id));
 }
 
-TEST(SaveRepository, RepositoryWithoutStorageLeavesTheStore) {
+TEST(SaveRepository, WithoutStorageDoesNotChangeTheStore) {
   Repository repository = OldState();
   MemoryStore store;
   ASSERT_TRUE(SaveRepository(repository, store, kRoot));
@@ -117,7 +117,7 @@ TEST(SaveRepository, FailingWriterGivesFalse) {
   EXPECT_FALSE(SaveRepository(repository, store, kRoot));
 }
 
-TEST(StoreReachable, LongHistoryNeedsNoDepth) {
+TEST(StoreReachable, LongHistoryNeedsNoRecursion) {
   Repository repository = NewRepository();
   cow_ptr<Commit> tip = CommitFile(repository, Wide("master"), "a", "1");
   MemObjectsStorage heads({});

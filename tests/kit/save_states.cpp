@@ -18,6 +18,7 @@ int main(int argc, char** argv) {
     std::cout << Testing::Load(store) << ", " << store.FindDamage().size() << " damaged\n";
     return 0;
   }
+  if (command != "old" && command != "new") return 2;
   Repository repository = command == "old" ? Testing::OldState() : Testing::NewState();
   if (Testing::Save(repository, store) && store.Commit()) return 0;
   std::cerr << store.LastError() << '\n';

@@ -104,7 +104,7 @@ TYPED_TEST(StoreSuite, WrittenStreamsAreRead) {
   EXPECT_EQ(this->Get(Wide("/.vcs/objects")), "absent");
 }
 
-TYPED_TEST(StoreSuite, StreamIsTakenFromItsPositionOn) {
+TYPED_TEST(StoreSuite, StreamIsStoredFromItsPositionOn) {
   Stream stream = this->m_kind.Store().CreateBlobStream(Wide("name"));
   BufferOf("head and tail").AppendTo(stream, nullptr);
   static_cast<IStream*>(stream)->Seek(9);
@@ -113,7 +113,7 @@ TYPED_TEST(StoreSuite, StreamIsTakenFromItsPositionOn) {
   EXPECT_EQ(this->Get(Wide("name")), "tail");
 }
 
-TYPED_TEST(StoreSuite, StreamOverNothingIsRefused) {
+TYPED_TEST(StoreSuite, StreamHandleWithoutStreamIsRefused) {
   EXPECT_FALSE(this->m_kind.Store().CommitBlobStream(Wide("name"), Stream()));
   EXPECT_EQ(this->Get(Wide("name")), "absent");
 }
@@ -125,7 +125,7 @@ TYPED_TEST(StoreSuite, SecondStreamOfAPathReplacesTheFirst) {
   EXPECT_EQ(this->List("/.vcs/refs/heads").size(), 1u);
 }
 
-TYPED_TEST(StoreSuite, RemovalTakesWhatStandsBelowAndNothingElse) {
+TYPED_TEST(StoreSuite, RemovalRemovesOnlyStreamsBelowThePath) {
   this->Put(ObjectPath(kId), "blob 0");
   this->Put(BranchPath(Wide("master")), kId);
   this->Put(Wide("/.vcs2/kept"), "1");
@@ -209,7 +209,7 @@ TYPED_TEST(StoreSuite, BranchNamesOfAnyTextComeBack) {
   EXPECT_EQ(listed, expected);
 }
 
-TYPED_TEST(StoreSuite, LoadGivesWhatWasSaved) {
+TYPED_TEST(StoreSuite, LoadsWhatWasSaved) {
   Repository saved = OldState();
   CommitFile(saved, Wide("topic/a b"), "folder/with blank", "text");
   ASSERT_TRUE(Save(saved, this->m_kind.Store()));

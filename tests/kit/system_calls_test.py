@@ -1,6 +1,7 @@
 """Saves in which one system call is the last, or fails: each that has to do with files, in turn.
 
-SAVE_STATES names the program that saves. strace steps in; without it there is nothing to see.
+SAVE_STATES names the program that saves. strace steps in; without it there is nothing to see. A
+program that knows the state "former" saves into a store of the former format too, which upgrades it.
 """
 
 import collections
@@ -33,9 +34,11 @@ class SystemCalls(unittest.TestCase):
         self.saved = os.path.join(holder.name, "saved")
         self.trace = os.path.join(holder.name, "trace")
         self.texts = {"nothing": NOTHING}
-        for state in ("old", "new"):
+        for state in ("old", "new", "former"):
             self.start_with("nothing")
-            self.assertEqual(run(PROGRAM, self.folder, state).returncode, 0)
+            if run(PROGRAM, self.folder, state).returncode != 0:
+                self.assertEqual(state, "former")
+                continue
             self.texts[state] = self.describe()
             shutil.copytree(self.folder, os.path.join(self.saved, state))
 
@@ -109,6 +112,11 @@ class SystemCalls(unittest.TestCase):
 
     def test_a_first_save_that_is_killed(self):
         self.inject("nothing", "signal=KILL")
+
+    def test_a_save_with_an_upgrade_that_is_killed(self):
+        if "former" not in self.texts:
+            self.skipTest("the program has one format")
+        self.inject("former", "signal=KILL")
 
     def test_a_save_on_a_full_medium(self):
         self.inject("old", "error=ENOSPC")

@@ -20,15 +20,15 @@ TEST(ToWide, DecodesAllLengths) {
 
 TEST(ToWide, KeepsZeros) { EXPECT_EQ(Ascii(ToWide(std::string_view("a\0b", 3))), "a\\u0000b"); }
 
-TEST(ToWide, ReplacesWhatIsNoUtf8) { EXPECT_EQ(Ascii(ToWide("a\xFF")), "a\\uFFFD"); }
+TEST(ToWide, ReplacesBytesThatAreNotUtf8) { EXPECT_EQ(Ascii(ToWide("a\xFF")), "a\\uFFFD"); }
 
-TEST(ToWideExactly, GivesWhatComesBack) {
+TEST(ToWideExactly, DecodesTextThatEncodesToTheSameBytes) {
   const std::optional<WideString> text = ToWideExactly("\xC3\xA4\xED\xA0\x80");
   ASSERT_TRUE(text);
   EXPECT_EQ(Ascii(*text), "\\u00E4\\uD800");
 }
 
-TEST(ToWideExactly, GivesNothingForOtherBytes) {
+TEST(ToWideExactly, ReturnsNothingForOtherBytes) {
   EXPECT_FALSE(ToWideExactly("a\xFF"));
   EXPECT_FALSE(ToWideExactly("\xC0\x80"));                  // an overlong zero
   EXPECT_FALSE(ToWideExactly("\xED\xA0\xBD\xED\xB8\x80"));  // a pair written as two surrogates
@@ -58,7 +58,7 @@ TEST(WideFromPath, ComesBack) {
 }
 
 #ifndef _WIN32
-TEST(WideFromPath, NameThatIsNoUtf8IsRefused) {
+TEST(WideFromPath, RefusesNamesThatAreNotUtf8) {
   EXPECT_FALSE(WideFromPath(std::filesystem::path("folder") / "latin-\xE4"));
 }
 #endif

@@ -38,13 +38,19 @@ class Layers(unittest.TestCase):
         self.refused("talvcs/storage/purge.cpp", "talvcs/merge/resolvers.h")
         self.refused("talvcs/repository/repository.cpp", "talvcs/persistence/serializer.h")
 
-    def test_abstract_interface_is_the_one_exception(self):
+    def test_abstract_interface_is_an_exception(self):
         self.allowed("talvcs/objects/tree.cpp", "talvcs/repository/irepository.h")
         self.allowed("talvcs/merge/resolvers.cpp", "talvcs/repository/irepository.h")
         self.allowed("talvcs/repository/irepository.h", "talvcs/objects/id.h")
         self.refused("talvcs/storage/purge.cpp", "talvcs/repository/irepository.h")
         self.refused("talvcs/foundation/string.cpp", "talvcs/repository/irepository.h")
         self.refused("talvcs/repository/irepository.h", "talvcs/objects/tree.h")
+
+    def test_directories_see_listed_headers_of_objects(self):
+        self.allowed("talvcs/directory/internal/entry_chunk.h", "talvcs/objects/object.h")
+        self.refused("talvcs/directory/internal/entry_chunk.h", "talvcs/objects/commit.h")
+        self.refused("talvcs/format/internal/tree_format.h", "talvcs/objects/object.h")
+        self.refused("talvcs/format/internal/tree_format.h", "talvcs/directory/internal/entry_chunk.h")
 
     def test_library_knows_nothing_around_it(self):
         self.allowed("talvcs/foundation/string.h", "talvcs/export.h")

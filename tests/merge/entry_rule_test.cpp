@@ -60,12 +60,12 @@ TEST_F(EntryRule, TreeStageDecidesByWhatChanged) {
   EXPECT_EQ(Decide(stage, "-", "A", "B"), EntryDecision::Conflict);
 }
 
-TEST_F(EntryRule, EachStageSeesNoChangeAmongEntriesOfTheOtherKind) {
+TEST_F(EntryRule, EntriesOfTheOtherKindDoNotChangeAStage) {
   EXPECT_EQ(Decide(EntryKind::Blob, "A", "B", "C"), EntryDecision::KeepRoot);
   EXPECT_EQ(Decide(EntryKind::Tree, "a", "b", "c"), EntryDecision::KeepRoot);
 }
 
-TEST_F(EntryRule, ChangeOfKindCountsInBothStages) {
+TEST_F(EntryRule, ChangeOfKindIsAChangeInBothStages) {
   for (const EntryKind stage : {EntryKind::Blob, EntryKind::Tree}) {
     EXPECT_EQ(Decide(stage, "a", "B", "a"), EntryDecision::TakeLeft);
     EXPECT_EQ(Decide(stage, "A", "A", "b"), EntryDecision::TakeRight);
@@ -76,7 +76,7 @@ TEST_F(EntryRule, ChangeOfKindCountsInBothStages) {
   EXPECT_EQ(Decide(EntryKind::Tree, "A", "b", "c"), EntryDecision::Conflict);
 }
 
-TEST_F(EntryRule, HiddenDirectoryDiffersEvenFromItself) {
+TEST_F(EntryRule, HiddenDirectoryAlwaysCountsAsChanged) {
   EXPECT_EQ(Decide(EntryKind::Blob, "aA", "aA", "aA"), EntryDecision::KeepRoot);
   EXPECT_EQ(Decide(EntryKind::Tree, "aA", "aA", "aA"), EntryDecision::TakeSame);
 }

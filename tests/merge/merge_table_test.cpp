@@ -164,23 +164,23 @@ void CheckTable(const std::string& directory, bool swapped) {
   }
 }
 
-TEST(MergeTable, HoldsEveryPatternOnce) {
+TEST(MergeTable, ContainsEveryPatternOnce) {
   const std::vector<Row> rows = ReadTable();
   EXPECT_EQ(rows.size(), 47u);
   EXPECT_EQ(PatternsOf(rows, false).size(), 15u);
   EXPECT_EQ(PatternsOf(rows, true).size(), 47u);
 }
 
-TEST(MergeTable, StandsInTheDocumentWordForWord) {
+TEST(MergeTable, IsQuotedInTheDocument) {
   const std::string table = ReadFile("tests/merge/merge_table.txt");
   ASSERT_FALSE(table.empty());
   EXPECT_NE(ReadFile("docs/merging.md").find("\n```\n" + table + "```\n"), std::string::npos);
 }
 
-TEST(MergeTable, HoldsAtTheTop) { CheckTable("", false); }
-TEST(MergeTable, HoldsAtTheTopTheOtherWayRound) { CheckTable("", true); }
-TEST(MergeTable, HoldsTwoLevelsDown) { CheckTable("x/y/", false); }
-TEST(MergeTable, HoldsTwoLevelsDownTheOtherWayRound) { CheckTable("x/y/", true); }
+TEST(MergeTable, IsTrueAtTheTop) { CheckTable("", false); }
+TEST(MergeTable, IsTrueAtTheTopWithSidesExchanged) { CheckTable("", true); }
+TEST(MergeTable, IsTrueTwoLevelsDown) { CheckTable("x/y/", false); }
+TEST(MergeTable, IsTrueTwoLevelsDownWithSidesExchanged) { CheckTable("x/y/", true); }
 
 }  // namespace
 }  // namespace TalVcs::Testing

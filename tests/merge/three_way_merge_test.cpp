@@ -28,24 +28,24 @@ class ThreeWayMergeTest : public ::testing::Test {
   Questions questions;
 };
 
-TEST_F(ThreeWayMergeTest, NullRepositoryGivesNullWithoutAQuestion) {
+TEST_F(ThreeWayMergeTest, ReturnsNullAndCallsNoResolverForNullRepository) {
   const MergeTrees trees{Of({{"a", "1"}}), nullptr, Of({{"a", "2"}})};
   EXPECT_FALSE(ThreeWayMerge(nullptr, trees, questions.Noting(ConflictChoice::Left)));
   EXPECT_THAT(questions.asked, IsEmpty());
 }
 
-TEST_F(ThreeWayMergeTest, BothSidesNullGiveNullWithoutAQuestion) {
+TEST_F(ThreeWayMergeTest, ReturnsNullAndCallsNoResolverIfBothSidesAreNull) {
   EXPECT_FALSE(Merge({nullptr, Of({{"a", "1"}}), nullptr}, ConflictChoice::Left));
   EXPECT_FALSE(Merge({nullptr, nullptr, nullptr}, ConflictChoice::Left));
   EXPECT_THAT(questions.asked, IsEmpty());
 }
 
-TEST_F(ThreeWayMergeTest, EqualSidesGiveTheLeftTreeEvenWithoutResolvers) {
+TEST_F(ThreeWayMergeTest, ReturnsTheLeftTreeIfTheSidesAreEqual) {
   const MergeTrees trees{Of({{"a", "1"}}), Of({{"a", "0"}}), Of({{"a", "1"}})};
   EXPECT_EQ(ThreeWayMerge(&repository, trees, Resolvers()), trees.left);
 }
 
-TEST_F(ThreeWayMergeTest, EmptyResolversFailEvenWhereOneSideAloneChanged) {
+TEST_F(ThreeWayMergeTest, FailsWithEmptyResolversEvenIfOnlyOneSideChanged) {
   const auto root = Of({{"a", "1"}});
   EXPECT_FALSE(ThreeWayMerge(&repository, {Of({{"a", "2"}}), root, root}, Resolvers()));
   EXPECT_FALSE(ThreeWayMerge(&repository, {root, root, Of({{"a", "2"}})}, Resolvers()));
@@ -56,7 +56,7 @@ TEST_F(ThreeWayMergeTest, BlobResolverAloneFails) {
   EXPECT_FALSE(ThreeWayMerge(&repository, trees, {AlwaysChooseLeft(), {}}));
 }
 
-TEST_F(ThreeWayMergeTest, TreeResolverAloneMergesWhatHasNoBlobConflict) {
+TEST_F(ThreeWayMergeTest, TreeResolverAloneSufficesWithoutBlobConflicts) {
   const MergeTrees trees{Of({{"a", "2"}, {"b", "1"}, {"d/l", "1"}}), Of({{"a", "1"}, {"b", "1"}}),
                          Of({{"a", "1"}, {"b", "3"}, {"d/r", "1"}})};
   const auto merged = ThreeWayMerge(&repository, trees, {{}, Always(TreeConflictChoice::Descend)});
@@ -68,26 +68,26 @@ TEST_F(ThreeWayMergeTest, TreeResolverAloneFailsAtABlobConflict) {
   EXPECT_FALSE(ThreeWayMerge(&repository, trees, {{}, Always(TreeConflictChoice::Descend)}));
 }
 
-TEST_F(ThreeWayMergeTest, NullRootIsAnEmptyTree) {
+TEST_F(ThreeWayMergeTest, NullRootCountsAsAnEmptyTree) {
   const auto merged = Merge({Of({{"a", "1"}, {"c", "l"}}), nullptr, Of({{"b", "2"}, {"c", "r"}})},
                             ConflictChoice::Right);
   EXPECT_EQ(ListingOf(merged), "a=1 b=2 c=r");
 }
 
-TEST_F(ThreeWayMergeTest, NullRootAndNothingKeptGiveANewEmptyTree) {
+TEST_F(ThreeWayMergeTest, ReturnsANewEmptyTreeIfNothingIsKeptAndTheRootIsNull) {
   const auto merged = Merge({Of({{"a", "1"}}), nullptr, Of({{"a", "2"}})}, ConflictChoice::Root);
   ASSERT_TRUE(merged);
   EXPECT_TRUE(merged->IsEmpty());
 }
 
-TEST_F(ThreeWayMergeTest, NullSideIsATreeOfNothing) {
+TEST_F(ThreeWayMergeTest, NullSideCountsAsAnEmptyTree) {
   const auto root = Of({{"a", "1"}, {"b", "1"}});
   const auto merged =
       Merge({Of({{"a", "1"}, {"b", "2"}, {"c", "1"}}), root, nullptr}, ConflictChoice::Left);
   EXPECT_EQ(ListingOf(merged), "b=2 c=1");
 }
 
-TEST_F(ThreeWayMergeTest, SideEqualToTheRootIsAskedAboutAllTheSame) {
+TEST_F(ThreeWayMergeTest, CallsTheTreeResolverEvenIfOneSideIsUnchanged) {
   const auto root = Of({{"a", "1"}});
   const auto changed = Of({{"a", "2"}});
   EXPECT_EQ(ListingOf(Merge({root, root, changed}, ConflictChoice::Left)), "a=2");
@@ -95,7 +95,7 @@ TEST_F(ThreeWayMergeTest, SideEqualToTheRootIsAskedAboutAllTheSame) {
   EXPECT_THAT(questions.asked, ElementsAre("/", "/"));
 }
 
-TEST_F(ThreeWayMergeTest, TreeAnswersTakeAWholeTree) {
+TEST_F(ThreeWayMergeTest, TreeResolverChoosesAWholeTree) {
   const MergeTrees trees{Of({{"a", "1"}}), Of({{"a", "0"}}), Of({{"a", "2"}})};
   const auto mergeBy = [&](TreeConflictChoice choice) {
     return ThreeWayMerge(&repository, trees, {{}, Always(choice)});
@@ -106,7 +106,7 @@ TEST_F(ThreeWayMergeTest, TreeAnswersTakeAWholeTree) {
   EXPECT_FALSE(mergeBy(TreeConflictChoice::Undecided));
 }
 
-TEST_F(ThreeWayMergeTest, TreeAnswerOfANullSideGivesNull) {
+TEST_F(ThreeWayMergeTest, ChoosingANullSideReturnsNull) {
   const auto left = Of({{"a", "1"}});
   EXPECT_FALSE(ThreeWayMerge(&repository, {left, nullptr, nullptr},
                              {{}, Always(TreeConflictChoice::Right)}));
@@ -114,19 +114,19 @@ TEST_F(ThreeWayMergeTest, TreeAnswerOfANullSideGivesNull) {
       ThreeWayMerge(&repository, {left, nullptr, nullptr}, {{}, Always(TreeConflictChoice::Root)}));
 }
 
-TEST_F(ThreeWayMergeTest, UnknownTreeAnswerDescends) {
+TEST_F(ThreeWayMergeTest, UnknownTreeChoiceDescends) {
   const MergeTrees trees{Of({{"a", "1"}}), nullptr, Of({{"b", "2"}})};
   const auto merged =
       ThreeWayMerge(&repository, trees, {{}, Always(static_cast<TreeConflictChoice>(77))});
   EXPECT_EQ(ListingOf(merged), "a=1 b=2");
 }
 
-TEST_F(ThreeWayMergeTest, UnknownBlobAnswerKeepsTheRootsEntry) {
+TEST_F(ThreeWayMergeTest, UnknownBlobChoiceKeepsTheEntryOfTheRoot) {
   const MergeTrees trees{Of({{"a", "1"}}), Of({{"a", "0"}}), Of({{"a", "2"}})};
   EXPECT_EQ(ListingOf(Merge(trees, static_cast<ConflictChoice>(77))), "a=0");
 }
 
-TEST_F(ThreeWayMergeTest, TreeAnswerAtASubdirectoryTakesThatOneWhole) {
+TEST_F(ThreeWayMergeTest, TreeResolverChoosesAWholeSubdirectory) {
   const MergeTrees trees{Of({{"d/a", "l"}, {"d/l", "1"}, {"f", "l"}}),
                          Of({{"d/a", "0"}, {"f", "0"}}),
                          Of({{"d/a", "r"}, {"d/r", "1"}, {"f", "0"}})};
@@ -142,7 +142,7 @@ TEST_F(ThreeWayMergeTest, TreeAnswerAtASubdirectoryTakesThatOneWhole) {
   EXPECT_EQ(mergeBy(TreeConflictChoice::Undecided), "(none)");
 }
 
-TEST_F(ThreeWayMergeTest, NullAnswerForASubdirectoryRemovesTheName) {
+TEST_F(ThreeWayMergeTest, ChoosingANullTreeRemovesASubdirectory) {
   const MergeTrees trees{Of({{"d/a", "1"}, {"k", "1"}}), Of({{"k", "1"}}),
                          Of({{"d/a", "2"}, {"k", "1"}})};
   const TreeConflictResolver rootBelow = [](Path path, MergeTrees) {
@@ -163,7 +163,7 @@ TEST_F(ThreeWayMergeTest, SubdirectoryWithoutEntriesLeftStaysAsAnEmptyTree) {
   EXPECT_EQ(ListingOf(merged), "k=1");
 }
 
-TEST_F(ThreeWayMergeTest, SubtreeThatBecameTwoBlobsVanishesWhateverTheAnswer) {
+TEST_F(ThreeWayMergeTest, RemovesASubtreeThatBecameTwoBlobs) {
   const MergeTrees trees{Of({{"n", "l"}, {"k", "1"}}), Of({{"n/in", "0"}, {"k", "1"}}),
                          Of({{"n", "r"}, {"k", "1"}})};
   for (const auto choice : {ConflictChoice::Left, ConflictChoice::Right, ConflictChoice::Root}) {
@@ -174,7 +174,7 @@ TEST_F(ThreeWayMergeTest, SubtreeThatBecameTwoBlobsVanishesWhateverTheAnswer) {
   EXPECT_THAT(questions.asked, ElementsAre("/", "n", "/", "n", "/", "n"));
 }
 
-TEST_F(ThreeWayMergeTest, SubtreeAgainstABlobLeavesTheBlobHidingTheSubtree) {
+TEST_F(ThreeWayMergeTest, BlobHidesTheSubtreeOfTheOtherSide) {
   const MergeTrees trees{Of({{"n/in", "l"}}), Of({{"n/in", "0"}}), Of({{"n", "r"}})};
   const auto merged = Merge(trees, ConflictChoice::Left);
   EXPECT_EQ(TextOf(merged->GetLocalBlob(TAL_WIDE("n"))), "r");
@@ -184,7 +184,7 @@ TEST_F(ThreeWayMergeTest, SubtreeAgainstABlobLeavesTheBlobHidingTheSubtree) {
   EXPECT_THAT(questions.asked, ElementsAre("/", "n/", "n/in"));
 }
 
-TEST_F(ThreeWayMergeTest, ResolversSeeTheTopmostTreesAtAnyDepth) {
+TEST_F(ThreeWayMergeTest, PassesTheWholeTreesToTheResolversAtAnyDepth) {
   const MergeTrees trees{Of({{"x/y/f", "l"}}), Of({{"x/y/f", "0"}}), Of({{"x/y/f", "r"}})};
   int calls = 0;
   const auto check = [&](const MergeTrees& given) {
@@ -205,7 +205,7 @@ TEST_F(ThreeWayMergeTest, ResolversSeeTheTopmostTreesAtAnyDepth) {
   EXPECT_EQ(calls, 4);
 }
 
-TEST_F(ThreeWayMergeTest, ResolversSeeANullRootAsNull) {
+TEST_F(ThreeWayMergeTest, PassesANullRootToTheResolvers) {
   const MergeTrees trees{Of({{"a", "1"}}), nullptr, Of({{"a", "2"}})};
   bool sawNull = false;
   const ConflictResolver resolver = [&](Path, MergeTrees given) {
@@ -216,7 +216,7 @@ TEST_F(ThreeWayMergeTest, ResolversSeeANullRootAsNull) {
   EXPECT_TRUE(sawNull);
 }
 
-TEST_F(ThreeWayMergeTest, QuestionsComeInOrderBlobsOfADirectoryFirst) {
+TEST_F(ThreeWayMergeTest, CallsResolversForBlobsBeforeSubdirectories) {
   const auto side = [&](const char* bytes) {
     return Of({{"b/x", bytes},
                {"b/w", bytes},
@@ -231,7 +231,7 @@ TEST_F(ThreeWayMergeTest, QuestionsComeInOrderBlobsOfADirectoryFirst) {
               ElementsAre("/", "B", "a", "z", "b/", "b/w", "b/x", "c/", "c/m/", "c/m/n"));
 }
 
-TEST_F(ThreeWayMergeTest, DirectoriesOfOneSideAreNotAskedAbout) {
+TEST_F(ThreeWayMergeTest, CallsNoResolverForDirectoriesOfOneSide) {
   const MergeTrees trees{Of({{"l/a", "1"}, {"k/a", "1"}}), Of({{"k/a", "1"}}),
                          Of({{"r/a", "1"}, {"k/a", "1"}})};
   EXPECT_EQ(ListingOf(Merge(trees, ConflictChoice::Undecided)), "k/a=1 l/a=1 r/a=1");
@@ -252,7 +252,7 @@ TEST_F(ThreeWayMergeTest, UndecidedDeepDownEndsTheWholeMerge) {
   EXPECT_FALSE(Merge(trees, ConflictChoice::Undecided));
 }
 
-TEST_F(ThreeWayMergeTest, GivenTreesNeverChange) {
+TEST_F(ThreeWayMergeTest, DoesNotChangeItsArguments) {
   const MergeTrees trees{Of({{"a", "l"}, {"d/b", "l"}}), Of({{"a", "0"}, {"d/b", "0"}}),
                          Of({{"a", "r"}, {"d/b", "r"}})};
   Merge(trees, ConflictChoice::Right);
@@ -261,13 +261,13 @@ TEST_F(ThreeWayMergeTest, GivenTreesNeverChange) {
   EXPECT_EQ(ListingOf(trees.right), "a=r d/b=r");
 }
 
-TEST_F(ThreeWayMergeTest, LevelWithNothingToDoGivesTheRootItself) {
+TEST_F(ThreeWayMergeTest, ReturnsTheRootItselfIfNothingChanged) {
   const auto root = Of({{"a", "0"}});
   const auto merged = Merge({Of({{"a", "1"}}), root, Of({{"a", "2"}})}, ConflictChoice::Root);
   EXPECT_EQ(merged, root);
 }
 
-TEST_F(ThreeWayMergeTest, EntriesOfTheResultAreTheStoredInstances) {
+TEST_F(ThreeWayMergeTest, EntriesOfTheResultAreCanonicalInstances) {
   const MergeTrees trees{Of({{"d/a", "l"}}), Of({{"d/a", "0"}, {"d/b", "0"}}),
                          Of({{"d/a", "0"}, {"d/b", "r"}})};
   const auto merged = Merge(trees, ConflictChoice::Left);

@@ -30,31 +30,31 @@ TEST(Blob, PacksTypeSizeZeroAndData) {
 
 TEST(Blob, IdIsTheDigestOfThePackedForm) { EXPECT_EQ(IdOf(BlobOf("hello")), kHelloId); }
 
-TEST(Blob, EmptyOneHasSevenPackedBytes) {
+TEST(Blob, EmptyBlobHasSevenPackedBytes) {
   const Blob blob;
   EXPECT_EQ(blob.GetData().GetSize(), 0U);
   EXPECT_EQ(Hex(Bytes(blob.GetPackedData())), "62 6C 6F 62 20 30 00");
   EXPECT_EQ(IdOf(blob), kEmptyBlobId);
 }
 
-TEST(Blob, EmptyOnePrintsEightCharacters) {
+TEST(Blob, ToStringOfEmptyBlobHasEightCharacters) {
   EXPECT_EQ(Blob().ToString().GetLength(), 8);
   EXPECT_TRUE(Blob().ToString() == TAL_WIDE("blob 0\\0"));
 }
 
-TEST(Blob, ZerosInTheDataStayAsTheyAre) {
+TEST(Blob, DataMayContainZeros) {
   const Blob blob = BlobOf(std::string_view("a\0\0b", 4));
   EXPECT_EQ(Bytes(blob.GetPackedData()), std::string("blob 4\0a\0\0b", 11));
   EXPECT_EQ(IdOf(blob), kZerosId);
   EXPECT_TRUE(blob.ToString() == TAL_WIDE("blob 4\\0a\\0\\0b"));
 }
 
-TEST(Blob, LastByte0x80PrintsAs0xFF80) {
+TEST(Blob, ToStringShowsByte0x80As0xFF80) {
   const TalStringT<WideChar> printed = BlobOf("\x80").ToString();
   EXPECT_EQ(printed.GetAt(printed.GetLength() - 1), WideChar{0xFF80});
 }
 
-TEST(Blob, EqualBytesGiveEqualBlobsAndOneId) {
+TEST(Blob, BlobsWithEqualBytesAreEqual) {
   const Blob first = BlobOf("hello");
   const Blob second(BufferOfParts({"he", "llo"}));
   EXPECT_TRUE(first == second);
@@ -62,7 +62,7 @@ TEST(Blob, EqualBytesGiveEqualBlobsAndOneId) {
   EXPECT_TRUE(first != BlobOf("hellp"));
 }
 
-TEST(Blob, NeverEqualsATreeOfEqualData) {
+TEST(Blob, DiffersFromATreeWithEqualData) {
   const Blob blob;
   const Tree tree;
   EXPECT_EQ(Bytes(blob.GetData()), Bytes(tree.GetData()));
@@ -80,14 +80,14 @@ TEST(Blob, SharesTheBytesOfItsBuffer) {
   EXPECT_EQ(packed.GetSegment(packed.GetSegmentCount() - 1).data(), bytes.GetSegment(0).data());
 }
 
-TEST(Blob, TakesABufferOver) {
+TEST(Blob, TakesOverAMovedBuffer) {
   Buffer bytes = BufferOf("hello");
   const Blob blob(std::move(bytes));
   EXPECT_EQ(Bytes(blob.GetData()), "hello");
   EXPECT_EQ(bytes.GetSize(), 0U);  // NOLINT(bugprone-use-after-move)
 }
 
-TEST(Blob, LaterChangesOfTheBufferAreNotSeen) {
+TEST(Blob, LaterChangesOfTheBufferDoNotChangeTheBlob) {
   Buffer bytes = BufferOf("hello");
   const Blob blob(bytes);
   bytes.Append("!", 1, 1);
@@ -96,14 +96,14 @@ TEST(Blob, LaterChangesOfTheBufferAreNotSeen) {
   EXPECT_EQ(IdOf(blob), kHelloId);
 }
 
-TEST(Blob, CopyOfOneThatKnowsItsIdGivesIt) {
+TEST(Blob, CopyHasTheCachedId) {
   const Blob blob = BlobOf("hello");
   blob.GetId();
   const Blob copy(blob);
   EXPECT_EQ(copy.GetId().View().text, blob.GetId().View().text);
 }
 
-TEST(Blob, AssignmentTakesBytesAndCaches) {
+TEST(Blob, AssignmentCopiesBytesAndCaches) {
   Blob target = BlobOf("old");
   target.GetId();
   target.GetPackedData();
@@ -133,7 +133,7 @@ TEST(BlobMove, SourceKeepsIdAndPackedFormButNotItsBytes) {
   EXPECT_EQ(IdOf(target), kHelloId);
 }
 
-TEST(BlobMove, SourceWithThePackedFormAloneStillHashesIt) {
+TEST(BlobMove, SourceWithACachedPackedFormHashesThat) {
   Blob source = BlobOf("hello");
   source.GetPackedData();
   const Blob target(std::move(source));
@@ -142,14 +142,14 @@ TEST(BlobMove, SourceWithThePackedFormAloneStillHashesIt) {
   EXPECT_EQ(IdOf(source), kHelloId);
 }
 
-TEST(BlobMove, SourceWithoutCachesIsAnEmptyBlob) {
+TEST(BlobMove, SourceWithoutCachesBecomesAnEmptyBlob) {
   Blob source = BlobOf("hello");
   const Blob target(std::move(source));
   EXPECT_EQ(IdOf(source), kEmptyBlobId);  // NOLINT(bugprone-use-after-move)
   EXPECT_EQ(IdOf(target), kHelloId);
 }
 
-TEST(BlobMove, AssignmentDoesTheSame) {
+TEST(BlobMove, AssignmentWorksLikeConstruction) {
   Blob source = BlobOf("hello");
   source.GetId();
   Blob target = BlobOf("old");
@@ -161,7 +161,7 @@ TEST(BlobMove, AssignmentDoesTheSame) {
   EXPECT_EQ(source.GetData().GetSize(), 0U);
 }
 
-TEST(BlobMove, CopyOfAMovedFromOneTakesItsStateOver) {
+TEST(BlobMove, CopyOfAMovedFromBlobHasTheSameState) {
   Blob source = BlobOf("hello");
   source.GetId();
   const Blob target(std::move(source));
@@ -170,7 +170,7 @@ TEST(BlobMove, CopyOfAMovedFromOneTakesItsStateOver) {
   EXPECT_EQ(copy.GetData().GetSize(), 0U);
 }
 
-TEST(Blob, IdsComputedTogetherAreThoseOfEach) {
+TEST(Blob, ComputeIdsCachesTheIdOfEach) {
   std::vector<Blob> blobs;
   const auto add = [&blobs](std::size_t size) {
     std::string bytes;
@@ -193,14 +193,14 @@ TEST(Blob, IdsComputedTogetherAreThoseOfEach) {
             "607ce2a39315d11ac5ad6316d9bd150580776098f1bda0660aada74976d15ac9");
 }
 
-TEST(Blob, BuildPackedDataGivesThePackedForm) {
+TEST(Blob, BuildPackedDataReturnsThePackedForm) {
   const Blob blob = BlobOf("hello");
   EXPECT_EQ(Bytes(blob.BuildPackedData()), std::string("blob 5\0hello", 12));
   blob.GetPackedData();
   EXPECT_EQ(Bytes(blob.BuildPackedData()), std::string("blob 5\0hello", 12));
 }
 
-TEST(Blob, LargeOneStatesItsSizeInDecimal) {
+TEST(Blob, HeaderHasTheSizeInDecimal) {
   const Blob blob{Buffer(std::size_t{1} << 20)};
   EXPECT_EQ(Bytes(blob.GetPackedData()).substr(0, 13), std::string("blob 1048576\0", 13));
   EXPECT_EQ(IdOf(blob), "92aaa187c4af5cb6b2b7fc0266543d22a25e6ca036580b55c9dc7ab3f6693898");

@@ -25,27 +25,27 @@ std::string Parse(const std::string& text, const char* key, int& position) {
   return value ? Bytes(*value) : "none";
 }
 
-TEST(CommitAuthorInfo, HasRoleNameMailSecondsAndBias) {
+TEST(CommitAuthorInfo, HasRoleNameEmailSecondsAndBias) {
   EXPECT_EQ(AuthorInfo("author", 1000, 330), "author N <e> 1000 +0530");
   EXPECT_EQ(AuthorInfo("committer", -1, -90), "committer N <e> -1 -0130");
   EXPECT_EQ(AuthorInfo("", 0, 0), " N <e> 0 +0000");
 }
 
-TEST(CommitAuthorInfo, FollowsTheHoursForTheSign) {
+TEST(CommitAuthorInfo, SignOfTheZoneIsThatOfItsHours) {
   EXPECT_EQ(AuthorInfo("r", 0, -59), "r N <e> 0 +0059");
   EXPECT_EQ(AuthorInfo("r", 0, -60), "r N <e> 0 -0100");
   EXPECT_EQ(AuthorInfo("r", 0, 840), "r N <e> 0 +1400");
   EXPECT_EQ(AuthorInfo("r", 0, 6000), "r N <e> 0 +10000");
 }
 
-TEST(CommitAuthorInfo, KeepsWideTextAndTakesLongNames) {
+TEST(CommitAuthorInfo, AcceptsWideTextAndLongNames) {
   const std::string name(300, 'n');
   EXPECT_EQ(Ascii(CommitAccess::GetAuthorInfo(TAL_WIDE("author"), Wide(name), TAL_WIDE("\u20AC"),
                                               Time(), TimeDelta())),
             "author " + name + " <\\u20AC> 0 +0000");
 }
 
-TEST(CommitAuthorInfo, TakesExtremeBiases) {
+TEST(CommitAuthorInfo, AcceptsExtremeBiases) {
   EXPECT_EQ(AuthorInfo("r", 0, 15'372'286'728), "r N <e> 0 +25620477848");
   EXPECT_EQ(Ascii(CommitAccess::GetAuthorInfo(TAL_WIDE("r"), TAL_WIDE("N"), TAL_WIDE("e"), Time(),
                                               TimeDelta{INT64_MIN})),
@@ -108,14 +108,14 @@ TEST(CommitRebuildTree, WithoutRootChangesNothing) {
   EXPECT_EQ(repository.GetTreeCount(), 0U);
 }
 
-TEST(CommitRebuildTree, OfADefaultCommitMakesNoHandle) {
+TEST(CommitRebuildTree, DoesNothingForADefaultCommit) {
   RecordingRepository repository;
   Commit commit;
   CommitAccess::RebuildTree(commit, &repository);
   EXPECT_TRUE(commit.GetTree() == nullptr);
 }
 
-TEST(CommitRebuildTree, StoresANewRootAndTakesAStoredOne) {
+TEST(CommitRebuildTree, StoresANewRootOrUsesTheStoredOne) {
   RecordingRepository repository;
   Commit first(nullptr, false);
   first.ReplaceRoot(nullptr, Make<Tree>());

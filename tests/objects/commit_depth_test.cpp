@@ -22,12 +22,12 @@ cow_ptr<Commit> LongChain(int commits = kCommits) {
   return tip;
 }
 
-TEST(CommitDepth, LongChainIsHashedFromItsTipAndDestroyed) {
+TEST(CommitDepth, LongHistoryIsHashedFromItsTipAndDestroyed) {
   const cow_ptr<Commit> tip = LongChain();
   EXPECT_EQ(IdOf(*tip), "49f87faf53c2aad65a93b1dbef5f67897af3dec312366bb5cfcbb834195ec3bb");
 }
 
-TEST(CommitDepth, EachRoadToTheIdsOfTheParentsIsIterative) {
+TEST(CommitDepth, EachFunctionThatNeedsParentIdsIsIterative) {
   constexpr int kFew = 200'000;
   const std::string parent_line =
       "parent 2a73b978994c9300f790aac9999f648b33b2f6d25fd9c9809ed362c1564f7d15\n";
@@ -37,26 +37,26 @@ TEST(CommitDepth, EachRoadToTheIdsOfTheParentsIsIterative) {
   EXPECT_TRUE(*LongChain(kFew) == *LongChain(kFew));
 }
 
-TEST(CommitDepth, LongChainThatWasNeverHashedIsDestroyed) {
+TEST(CommitDepth, LongHistoryThatWasNeverHashedIsDestroyed) {
   cow_ptr<Commit> tip = LongChain();
   const cow_ptr<Commit> parent = tip->GetParent();
   tip = nullptr;
   EXPECT_EQ(parent.use_count(), 1);
 }
 
-TEST(CommitDepth, LongChainIsDroppedByASetter) {
+TEST(CommitDepth, SetterReleasesALongHistory) {
   cow_ptr<Commit> tip = LongChain();
   tip.write()->SetParent(nullptr);
   EXPECT_EQ(IdOf(*tip), "4c1ce23ea960edb77a50757723d57aab990fa80e70debadf7667a4f4452e9a85");
 }
 
-TEST(CommitDepth, LongChainIsDroppedByAssignment) {
+TEST(CommitDepth, AssignmentReleasesALongHistory) {
   Commit commit(*LongChain());
   commit = Commit();
   EXPECT_TRUE(commit.GetParent() == nullptr);
 }
 
-TEST(CommitDepth, PartThatSomebodyHoldsSurvives) {
+TEST(CommitDepth, PartOfAHistoryThatAHandleHoldsSurvives) {
   cow_ptr<Commit> tip = LongChain();
   cow_ptr<Commit> middle = tip;
   for (int step = 0; step < kCommits / 2; ++step) middle = middle->GetParent();

@@ -27,14 +27,14 @@ class CommitEdit : public ::testing::Test {
   Commit m_commit{nullptr, false};
 };
 
-TEST_F(CommitEdit, AddBlobGivesTheStoredInstance) {
+TEST_F(CommitEdit, AddBlobReturnsTheCanonicalInstance) {
   const Blob blob = BlobOf("y");
   const cow_ptr<Blob> added = m_commit.AddBlob(&m_repository, TAL_WIDE("d/b"), blob);
   EXPECT_TRUE(added == m_repository.GetBlobFromStorage(blob.GetId()));
   EXPECT_TRUE(m_commit.GetBlob(TAL_WIDE("d/b")) == added);
 }
 
-TEST_F(CommitEdit, AddBlobOnADefaultCommitMakesTreeAndRoot) {
+TEST_F(CommitEdit, AddBlobToADefaultCommitMakesTreeAndRoot) {
   Commit commit;
   EXPECT_TRUE(commit.AddBlob(&m_repository, TAL_WIDE("a"), BlobOf("x")) != nullptr);
   EXPECT_EQ(RootIdOf(commit), kAId);
@@ -51,7 +51,7 @@ TEST_F(CommitEdit, EachEditStoresItsRoot) {
   EXPECT_EQ(m_repository.GetTreeCount(), 4U);
 }
 
-TEST_F(CommitEdit, EditDropsTheCachedId) {
+TEST_F(CommitEdit, ChangeDropsTheCachedId) {
   const std::string id = IdOf(m_commit);
   m_commit.AddBlob(&m_repository, TAL_WIDE("b"), BlobOf("y"));
   EXPECT_NE(IdOf(m_commit), id);
@@ -60,7 +60,7 @@ TEST_F(CommitEdit, EditDropsTheCachedId) {
   EXPECT_EQ(IdOf(m_commit), id);
 }
 
-TEST_F(CommitEdit, LeavesTheStoredHeadAlone) {
+TEST_F(CommitEdit, DoesNotChangeTheStoredHead) {
   const auto head = Make<Commit>(m_commit);
   Commit next(head, false);
   next.AddBlob(&m_repository, TAL_WIDE("b"), BlobOf("y"));
@@ -77,20 +77,20 @@ TEST_F(CommitEdit, StoredRootsAreNeverChanged) {
   EXPECT_TRUE(m_repository.GetTreeFromStorage(root->GetId()) == root);
 }
 
-TEST_F(CommitEdit, AddingAndRemovingReturnsToTheStoredInstance) {
+TEST_F(CommitEdit, RemovingAnAddedBlobRestoresTheCanonicalRoot) {
   const cow_ptr<Tree> root = m_commit.GetTree()->GetRoot();
   m_commit.AddBlob(&m_repository, TAL_WIDE("b"), BlobOf("y"));
   EXPECT_TRUE(m_commit.RemoveObject(&m_repository, TAL_WIDE("b")));
   EXPECT_TRUE(m_commit.GetTree()->GetRoot() == root);
 }
 
-TEST_F(CommitEdit, RemovalOfTheLastBlobLeavesTheStoredEmptyTree) {
+TEST_F(CommitEdit, RemovalOfTheLastBlobLeavesAnEmptyTree) {
   EXPECT_TRUE(m_commit.RemoveObject(&m_repository, TAL_WIDE("a")));
   EXPECT_EQ(RootIdOf(m_commit), kEmptyTreeId);
   ExpectRootIsStored(m_commit);
 }
 
-TEST_F(CommitEdit, RemovalOfNothingGivesFalseAndKeepsTheCaches) {
+TEST_F(CommitEdit, RemovalOfAMissingPathReturnsFalseAndKeepsTheCaches) {
   const std::string id = IdOf(m_commit);
   const Buffer* const text = &m_commit.GetData();
   const std::string bytes = Bytes(*text);
@@ -100,7 +100,7 @@ TEST_F(CommitEdit, RemovalOfNothingGivesFalseAndKeepsTheCaches) {
   EXPECT_EQ(Bytes(m_commit.GetData()), bytes);
 }
 
-TEST_F(CommitEdit, RemovalWithoutTreeOrRootGivesFalseAndMakesNone) {
+TEST_F(CommitEdit, RemovalWithoutTreeOrRootReturnsFalse) {
   Commit no_tree;
   EXPECT_FALSE(no_tree.RemoveObject(&m_repository, TAL_WIDE("a")));
   EXPECT_TRUE(no_tree.GetTree() == nullptr);
@@ -109,7 +109,7 @@ TEST_F(CommitEdit, RemovalWithoutTreeOrRootGivesFalseAndMakesNone) {
   EXPECT_TRUE(no_root.GetTree()->GetRoot() == nullptr);
 }
 
-TEST_F(CommitEdit, FailedRemovalDetachesTheSharedTreeAllTheSame) {
+TEST_F(CommitEdit, FailedRemovalCopiesASharedTree) {
   const auto head = Make<Commit>(m_commit);
   Commit next(head, false);
   EXPECT_FALSE(next.RemoveObject(&m_repository, TAL_WIDE("b")));
@@ -136,7 +136,7 @@ TEST_F(CommitEdit, FailedAddKeepsWhatWasCached) {
   EXPECT_EQ(IdOf(commit), "bbdc78b91a9e560567b7dcabf000956be23c5d85519859b7473a2f0911ac7b1a");
 }
 
-TEST_F(CommitEdit, FailedAddKeepsACachedTextAlone) {
+TEST_F(CommitEdit, FailedAddKeepsACachedTextWithoutId) {
   Commit commit(nullptr, false);
   const std::string text = Bytes(commit.GetData());
   EXPECT_TRUE(commit.AddObject(&m_repository, TAL_WIDE("a"), Id()) == nullptr);
@@ -144,7 +144,7 @@ TEST_F(CommitEdit, FailedAddKeepsACachedTextAlone) {
   EXPECT_EQ(IdOf(commit), "4c1ce23ea960edb77a50757723d57aab990fa80e70debadf7667a4f4452e9a85");
 }
 
-TEST_F(CommitEdit, FailedAddDetachesTheSharedTree) {
+TEST_F(CommitEdit, FailedAddCopiesASharedTree) {
   const auto head = Make<Commit>(m_commit);
   Commit next(head, false);
   EXPECT_TRUE(next.AddBlob(&m_repository, TAL_WIDE(""), BlobOf("y")) == nullptr);
@@ -161,14 +161,14 @@ TEST_F(CommitEdit, WithoutRepositoryNothingIsAdded) {
   EXPECT_TRUE(m_commit.GetBlob(TAL_WIDE("b")) == nullptr);
 }
 
-TEST_F(CommitEdit, RemovalWithoutRepositoryWorksUnstored) {
+TEST_F(CommitEdit, RemovalWithoutRepositoryStoresNothing) {
   EXPECT_TRUE(m_commit.RemoveObject(nullptr, TAL_WIDE("a")));
   EXPECT_EQ(RootIdOf(m_commit), kEmptyTreeId);
   EXPECT_EQ(m_repository.GetTreeCount(), 1U);
   EXPECT_EQ(IdOf(m_commit), "bbdc78b91a9e560567b7dcabf000956be23c5d85519859b7473a2f0911ac7b1a");
 }
 
-TEST_F(CommitEdit, AddObjectAttachesWhatIsStored) {
+TEST_F(CommitEdit, AddObjectAddsAStoredObject) {
   const auto tree =
       m_repository.SyncWithStorage(Make<Tree>(TreeOf(&m_repository, {{"a", "hello"}})));
   const auto added = m_commit.AddObject(&m_repository, TAL_WIDE("d/t"), tree->GetId());
@@ -177,13 +177,13 @@ TEST_F(CommitEdit, AddObjectAttachesWhatIsStored) {
   ExpectRootIsStored(m_commit);
 }
 
-TEST_F(CommitEdit, AddObjectOfUnknownIdGivesNull) {
+TEST_F(CommitEdit, AddObjectReturnsNullForUnknownId) {
   const std::string id = IdOf(m_commit);
   EXPECT_TRUE(m_commit.AddObject(&m_repository, TAL_WIDE("b"), Id(BufferOf("?"))) == nullptr);
   EXPECT_EQ(IdOf(m_commit), id);
 }
 
-TEST_F(CommitEdit, GetTreeGivesAHandleOfItsOwn) {
+TEST_F(CommitEdit, GetTreeReturnsASeparateHandle) {
   m_commit.AddBlob(&m_repository, TAL_WIDE("d/b"), BlobOf("y"));
   cow_ptr<CommitTree> handle = m_commit.GetTree(TAL_WIDE("d"));
   ASSERT_TRUE(handle != nullptr);
@@ -195,7 +195,7 @@ TEST_F(CommitEdit, GetTreeGivesAHandleOfItsOwn) {
   EXPECT_TRUE(m_commit.GetTree(TAL_WIDE("")) == nullptr);
 }
 
-TEST_F(CommitEdit, ReadingAsksTheRepositoryNothing) {
+TEST_F(CommitEdit, ReadingDoesNotCallTheRepository) {
   m_repository.ForgetCalls();
   m_commit.GetBlob(TAL_WIDE("a"));
   m_commit.GetTree(TAL_WIDE("a"));
@@ -222,48 +222,48 @@ TEST_F(CommitEdit, ReplaceRootKeepsTheIdInACopyToo) {
   EXPECT_EQ(RootIdOf(copy), kEmptyTreeId);
 }
 
-TEST_F(CommitEdit, ReplaceRootWithTheTextAloneCachedKeepsThatText) {
+TEST_F(CommitEdit, ReplaceRootKeepsACachedText) {
   const std::string text = Bytes(m_commit.GetData());
   m_commit.ReplaceRoot(&m_repository, Make<Tree>());
   EXPECT_EQ(Bytes(m_commit.GetData()), text);
   EXPECT_EQ(IdOf(m_commit), "fd954580a2d72bdbc3fbbc2e5bae962dedd139f098e75c78318872a6692800cd");
 }
 
-TEST_F(CommitEdit, ReplaceRootWithThePackedFormAloneCachedKeepsIt) {
+TEST_F(CommitEdit, ReplaceRootKeepsACachedPackedForm) {
   const std::string packed = Bytes(m_commit.GetPackedData());
   m_commit.ReplaceRoot(&m_repository, Make<Tree>());
   EXPECT_EQ(Bytes(m_commit.GetPackedData()), packed);
   EXPECT_EQ(IdOf(m_commit), "fd954580a2d72bdbc3fbbc2e5bae962dedd139f098e75c78318872a6692800cd");
 }
 
-TEST_F(CommitEdit, ReplaceRootWithoutCachesGivesTheNewId) {
+TEST_F(CommitEdit, ReplaceRootWithoutCachesChangesTheId) {
   m_commit.ReplaceRoot(&m_repository, Make<Tree>());
   EXPECT_EQ(IdOf(m_commit), "bbdc78b91a9e560567b7dcabf000956be23c5d85519859b7473a2f0911ac7b1a");
   ExpectRootIsStored(m_commit);
 }
 
-TEST_F(CommitEdit, ReplaceRootPrefersTheStoredInstance) {
+TEST_F(CommitEdit, ReplaceRootUsesTheCanonicalInstance) {
   const cow_ptr<Tree> root = m_commit.GetTree()->GetRoot();
   Commit other(nullptr, false);
   other.ReplaceRoot(&m_repository, Make<Tree>(*root));
   EXPECT_TRUE(other.GetTree()->GetRoot() == root);
 }
 
-TEST_F(CommitEdit, ReplaceRootByNullLeavesNone) {
+TEST_F(CommitEdit, ReplaceRootByNullRemovesTheRoot) {
   m_commit.ReplaceRoot(&m_repository, nullptr);
   EXPECT_TRUE(m_commit.GetTree()->GetRoot() == nullptr);
   EXPECT_EQ(IdOf(m_commit), "4c1ce23ea960edb77a50757723d57aab990fa80e70debadf7667a4f4452e9a85");
   EXPECT_EQ(m_repository.GetTreeCount(), 1U);
 }
 
-TEST_F(CommitEdit, ReplaceRootWithoutRepositoryKeepsTheArgument) {
+TEST_F(CommitEdit, ReplaceRootWithoutRepositoryUsesTheArgument) {
   const auto tree = Make<Tree>();
   m_commit.ReplaceRoot(nullptr, tree);
   EXPECT_TRUE(m_commit.GetTree()->GetRoot() == tree);
   EXPECT_EQ(m_repository.GetTreeCount(), 1U);
 }
 
-TEST_F(CommitEdit, ReplaceRootLeavesOthersWhoShareTheTreeAlone) {
+TEST_F(CommitEdit, ReplaceRootDoesNotChangeOtherHandlesOnTheTree) {
   const Commit copy(m_commit);
   m_commit.ReplaceRoot(&m_repository, Make<Tree>());
   EXPECT_EQ(RootIdOf(copy), kAId);

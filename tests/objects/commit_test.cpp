@@ -38,7 +38,7 @@ class CommitState : public ::testing::Test {
   cow_ptr<Commit> m_head;
 };
 
-TEST_F(CommitState, OfDefaultCommitIsAllEmpty) {
+TEST_F(CommitState, DefaultCommitIsEmpty) {
   const Commit commit;
   EXPECT_TRUE(commit.GetTree() == nullptr);
   EXPECT_TRUE(commit.GetParent() == nullptr);
@@ -59,20 +59,20 @@ TEST_F(CommitState, WithoutRepositoryHasAnEmptyTreeHandle) {
   EXPECT_TRUE(commit.GetTree(TAL_WIDE("a")) == nullptr);
 }
 
-TEST_F(CommitState, OverARepositoryFollowsItsHead) {
+TEST_F(CommitState, FollowsTheHeadOfTheRepository) {
   m_repository.SetHead(m_head);
   const Commit commit(&m_repository, false);
   EXPECT_TRUE(commit.GetParent() == m_head);
   EXPECT_TRUE(commit.GetTree() == m_head->GetTree());
 }
 
-TEST_F(CommitState, OverARepositoryTakesTheHeadOfThatMoment) {
+TEST_F(CommitState, UsesTheHeadAtTheTimeOfConstruction) {
   const Commit commit(&m_repository, false);
   m_repository.SetHead(m_head);
   EXPECT_TRUE(commit.GetParent() == nullptr);
 }
 
-TEST_F(CommitState, ThatFollowsInheritsNoTexts) {
+TEST_F(CommitState, FollowingCommitHasNoTexts) {
   const Commit commit(m_head, false);
   EXPECT_TRUE(commit.GetParent() == m_head);
   EXPECT_TRUE(commit.GetTree() == m_head->GetTree());
@@ -83,7 +83,7 @@ TEST_F(CommitState, ThatFollowsInheritsNoTexts) {
   EXPECT_FALSE(commit.IsAmend());
 }
 
-TEST_F(CommitState, ThatAmendsTakesTextsAndParentButNoTime) {
+TEST_F(CommitState, AmendCopiesTextsAndParentButNotTheTime) {
   const Commit commit(m_head, true);
   EXPECT_TRUE(commit.IsAmend());
   EXPECT_TRUE(commit.GetParent() == m_parent);
@@ -95,7 +95,7 @@ TEST_F(CommitState, ThatAmendsTakesTextsAndParentButNoTime) {
   EXPECT_EQ(commit.GetCommitTimezoneBias(), TimeDelta());
 }
 
-TEST_F(CommitState, ThatAmendsARootHasNoParent) {
+TEST_F(CommitState, AmendOfAFirstCommitHasNoParent) {
   const auto root = Make<Commit>();
   const Commit commit(root, true);
   EXPECT_TRUE(commit.GetParent() == nullptr);
@@ -104,14 +104,14 @@ TEST_F(CommitState, ThatAmendsARootHasNoParent) {
   EXPECT_TRUE(commit.GetTree()->GetRoot() == nullptr);
 }
 
-TEST_F(CommitState, ThatAmendsNothingIsAnAmendAllTheSame) {
+TEST_F(CommitState, AmendWithoutHeadHasTheAmendFlag) {
   const Commit commit(cow_ptr<Commit>(), true);
   EXPECT_TRUE(commit.IsAmend());
   EXPECT_TRUE(commit.GetTree() != nullptr);
   EXPECT_TRUE(commit.GetParent() == nullptr);
 }
 
-TEST_F(CommitState, HeadIsHeldOnceByAFollower) {
+TEST_F(CommitState, FollowingCommitHoldsTheHeadOnce) {
   const long before = m_head.use_count();
   const cow_ptr<CommitTree> tree = m_head->GetTree();
   const long tree_before = tree.use_count();
@@ -141,7 +141,7 @@ TEST_F(CommitState, EachSetterDropsTheCachedIdAndText) {
                      "e49ea6d79dc0d01f2a5be384ddb918115bb9ce5f28cbf9777f84f37676f3532b"}));
 }
 
-TEST_F(CommitState, ParentCanBeTakenAway) {
+TEST_F(CommitState, SetParentAcceptsNull) {
   Commit commit(m_parent, false);
   commit.GetId();
   commit.SetParent(nullptr);
@@ -150,7 +150,7 @@ TEST_F(CommitState, ParentCanBeTakenAway) {
   EXPECT_EQ(m_parent.use_count(), 2);  // this fixture and its head
 }
 
-TEST_F(CommitState, CopyTakesFieldsCachesAndSharesTreeAndParent) {
+TEST_F(CommitState, CopyHasFieldsAndCachesAndSharesTreeAndParent) {
   const Id id = m_head->GetId();
   const cow_ptr<CommitTree> tree = m_head->GetTree();
   const long tree_count = tree.use_count();
@@ -172,7 +172,7 @@ TEST_F(CommitState, CopyKeepsTheAmendFlag) {
   EXPECT_TRUE(assigned.IsAmend());
 }
 
-TEST_F(CommitState, EditOfACopyLeavesTheSourceAlone) {
+TEST_F(CommitState, EditOfACopyDoesNotChangeTheSource) {
   const std::string id = IdOf(*m_head);
   Commit copy(*m_head);
   copy.SetDescription(TAL_WIDE("other"));
@@ -201,7 +201,7 @@ TEST_F(CommitState, SelfAssignmentKeepsEverything) {
   EXPECT_EQ(IdOf(commit), IdOf(*m_head));
 }
 
-TEST_F(CommitState, MovedFromKeepsItsIdAndGivesItsFieldsAway) {
+TEST_F(CommitState, MovedFromCommitKeepsOnlyItsId) {
   Commit source(*m_head);
   const std::string id = IdOf(source);
   const Commit target(std::move(source));
@@ -236,7 +236,7 @@ TEST_F(CommitState, IsAnObjectLikeAnyOther) {
 }
 
 // The parent is held by the commit alone, which lets go of it while it takes its fields over.
-TEST_F(CommitState, AssignmentOfTheParentThatNobodyElseHoldsTakesItsFieldsOver) {
+TEST_F(CommitState, AssignmentFromItsOwnParentCopiesTheFields) {
   Commit child;
   child.SetParent(Make<Commit>(*m_head));
   const Commit* const parent = child.GetParent().get();

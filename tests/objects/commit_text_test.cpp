@@ -36,18 +36,18 @@ std::string SecondsText(std::int64_t seconds) {
   return text.substr(0, text.find(' '));
 }
 
-TEST(CommitText, OfAnEmptyCommit) {
+TEST(CommitText, EmptyCommitHasAllLines) {
   const Commit commit;
   EXPECT_EQ(TextOf(commit), "tree \nauthor  <> 0 +0000\ncommitter  <> 0 +0000\n\n\n");
   EXPECT_EQ(IdOf(commit), "4c1ce23ea960edb77a50757723d57aab990fa80e70debadf7667a4f4452e9a85");
 }
 
-TEST(CommitText, HasTheSameFormWithATreeHandleWithoutRoot) {
+TEST(CommitText, IsTheSameWithoutTreeAndWithoutRoot) {
   const Commit commit(nullptr, false);
   EXPECT_EQ(TextOf(commit), TextOf(Commit()));
 }
 
-TEST(CommitText, HasAllPiecesInTheirOrder) {
+TEST(CommitText, HasAllFieldsInOrder) {
   RecordingRepository repository;
   const auto parent = Make<Commit>();
   Commit commit(parent, false);
@@ -118,7 +118,7 @@ TEST(CommitText, NonAsciiIsUtf8AndTheSizeCountsBytes) {
   EXPECT_EQ(IdOf(commit), "8f543c998c539ba5dfcd8f5a08db4c2d6ad9a6eb0f5cce0b3b1d85b74e8a71d9");
 }
 
-TEST(CommitText, TextsEndAtZero) {
+TEST(CommitText, FieldsEndAtZero) {
   Commit commit;
   const TalStringT<WideChar> torn(TalStringViewT<WideChar>(TAL_WIDE("ab\0cd"), 5));
   commit.SetDescription(torn);
@@ -152,7 +152,7 @@ TEST(CommitText, BiasIsCutToMinutesTowardsZero) {
   EXPECT_EQ(BiasText(2 * kHour - 1), "+0159");
 }
 
-TEST(CommitText, BiasOfHundredHoursWidensTheField) {
+TEST(CommitText, BiasOfAHundredHoursHasThreeDigits) {
   EXPECT_EQ(BiasText(100 * kHour), "+10000");
   EXPECT_EQ(BiasText(-100 * kHour - 5 * kMinute), "-10005");
 }

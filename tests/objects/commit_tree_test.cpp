@@ -25,7 +25,7 @@ class CommitTreeTest : public ::testing::Test {
   RecordingRepository m_repository;
 };
 
-TEST_F(CommitTreeTest, WithoutRootAnswersAsEmpty) {
+TEST_F(CommitTreeTest, WithoutRootIsEmpty) {
   CommitTree handle;
   EXPECT_TRUE(handle.IsEmpty());
   EXPECT_TRUE(handle.GetRoot() == nullptr);
@@ -38,14 +38,14 @@ TEST_F(CommitTreeTest, WithoutRootAnswersAsEmpty) {
   EXPECT_TRUE(handle.GetTree(TAL_WIDE("a")) == nullptr);
 }
 
-TEST_F(CommitTreeTest, WithoutRootRemovalIsFalseAndMakesNone) {
+TEST_F(CommitTreeTest, RemovalWithoutRootReturnsFalse) {
   CommitTree handle;
   EXPECT_FALSE(handle.RemoveObject(&m_repository, TAL_WIDE("a")));
   EXPECT_FALSE(handle.RemoveObject(nullptr, TAL_WIDE("a")));
   EXPECT_TRUE(handle.GetRoot() == nullptr);
 }
 
-TEST_F(CommitTreeTest, OverAnEmptyTreeIsEmptyButHasItsId) {
+TEST_F(CommitTreeTest, WithAnEmptyRootIsEmptyAndHasItsId) {
   const CommitTree handle(Make<Tree>());
   EXPECT_TRUE(handle.IsEmpty());
   EXPECT_EQ(Ascii(handle.GetRootId()), kEmptyTreeId);
@@ -57,7 +57,7 @@ TEST_F(CommitTreeTest, OfNullTreeHasNoRoot) {
   EXPECT_TRUE(handle.IsEmpty());
 }
 
-TEST_F(CommitTreeTest, OverATreePassesCallsOn) {
+TEST_F(CommitTreeTest, PassesCallsToTheRoot) {
   const auto root = TreeWith({{"a", "x"}, {"d/b", "y"}});
   const CommitTree handle(root);
   EXPECT_FALSE(handle.IsEmpty());
@@ -71,14 +71,14 @@ TEST_F(CommitTreeTest, OverATreePassesCallsOn) {
   EXPECT_TRUE(handle.GetTree(TAL_WIDE("d")) == root->GetLocalTree(TAL_WIDE("d")));
 }
 
-TEST_F(CommitTreeTest, IsNotEmptyWithASubtreeAlone) {
+TEST_F(CommitTreeTest, IsNotEmptyWithOnlyASubtree) {
   CommitTree handle;
   handle.AddTree(&m_repository, TAL_WIDE("d"), Tree());
   EXPECT_FALSE(handle.IsEmpty());
   EXPECT_EQ(handle.GetBlobCount(), 0U);
 }
 
-TEST_F(CommitTreeTest, AddsMakeARootWhereThereIsNone) {
+TEST_F(CommitTreeTest, AddsMakeAMissingRoot) {
   CommitTree of_blob;
   EXPECT_TRUE(of_blob.AddBlob(&m_repository, TAL_WIDE("a"), BlobOf("x")) != nullptr);
   EXPECT_EQ(Ascii(of_blob.GetRootId()), kAId);
@@ -110,7 +110,7 @@ TEST_F(CommitTreeTest, FailedAddsLeaveAnEmptyRoot) {
   EXPECT_EQ(Ascii(of_object.GetRootId()), kEmptyTreeId);
 }
 
-TEST_F(CommitTreeTest, FailedEditsOfASharedRootLeaveAPrivateCopy) {
+TEST_F(CommitTreeTest, FailedEditsCopyASharedRoot) {
   const auto root = TreeWith({{"a", "x"}});
   CommitTree adding(root);
   EXPECT_TRUE(adding.AddBlob(nullptr, TAL_WIDE("b"), BlobOf("y")) == nullptr);
@@ -149,7 +149,7 @@ TEST_F(CommitTreeTest, MoveEmptiesTheSource) {
   EXPECT_EQ(Ascii(source.GetRootId()), kAId);
 }
 
-TEST_F(CommitTreeTest, ReplaceRootTakesTheStoredInstance) {
+TEST_F(CommitTreeTest, ReplaceRootUsesTheCanonicalInstance) {
   const auto stored = m_repository.SyncWithStorage(TreeWith({{"a", "x"}}));
   const auto argument = Make<Tree>(*stored);
   CommitTree handle;
@@ -158,7 +158,7 @@ TEST_F(CommitTreeTest, ReplaceRootTakesTheStoredInstance) {
   EXPECT_FALSE(handle.GetRoot() == argument);
 }
 
-TEST_F(CommitTreeTest, ReplaceRootTakesTheArgumentIfItIsNotStored) {
+TEST_F(CommitTreeTest, ReplaceRootUsesTheArgumentIfItIsNotStored) {
   const auto argument = TreeWith({{"a", "x"}});
   CommitTree handle(Make<Tree>());
   handle.ReplaceRoot(&m_repository, argument);
@@ -174,7 +174,7 @@ TEST_F(CommitTreeTest, ReplaceRootWithoutRepositorySkipsTheLookUp) {
   EXPECT_TRUE(handle.GetRoot() == argument);
 }
 
-TEST_F(CommitTreeTest, ReplaceRootByNullTakesTheRootAway) {
+TEST_F(CommitTreeTest, ReplaceRootByNullRemovesTheRoot) {
   CommitTree handle(TreeWith({{"a", "x"}}));
   handle.ReplaceRoot(&m_repository, nullptr);
   EXPECT_TRUE(handle.GetRoot() == nullptr);
@@ -188,14 +188,14 @@ TEST_F(CommitTreeTest, DiffsOfEqualRootsAreEmpty) {
   EXPECT_TRUE(handle->GetBlobDiffs(handle).empty());
 }
 
-TEST_F(CommitTreeTest, DiffsAreTwoSided) {
+TEST_F(CommitTreeTest, DiffsListPathsOfBothSides) {
   const auto left = Make<CommitTree>(TreeWith({{"a", "x"}, {"d/b", "y"}}));
   const auto right = Make<CommitTree>(TreeWith({{"a", "z"}, {"c", "y"}}));
   EXPECT_EQ(Ascii(left->GetBlobDiffs(right)), (Names{"a", "c", "d/b"}));
   EXPECT_EQ(Ascii(right->GetBlobDiffs(left)), (Names{"a", "c", "d/b"}));
 }
 
-TEST_F(CommitTreeTest, DiffsWithNothingGiveAllPaths) {
+TEST_F(CommitTreeTest, DiffsWithNullListAllPaths) {
   const auto handle = Make<CommitTree>(TreeWith({{"a", "x"}, {"d/b", "y"}}));
   const auto rootless = Make<CommitTree>();
   EXPECT_EQ(Ascii(handle->GetBlobDiffs(nullptr)), (Names{"a", "d/b"}));
@@ -203,7 +203,7 @@ TEST_F(CommitTreeTest, DiffsWithNothingGiveAllPaths) {
   EXPECT_EQ(Ascii(rootless->GetBlobDiffs(handle)), (Names{"a", "d/b"}));
 }
 
-TEST_F(CommitTreeTest, DiffsOfNothingWithNothingAreEmpty) {
+TEST_F(CommitTreeTest, DiffsWithoutRootsAreEmpty) {
   const CommitTree rootless;
   EXPECT_TRUE(rootless.GetBlobDiffs(nullptr).empty());
   EXPECT_TRUE(rootless.GetBlobDiffs(Make<CommitTree>()).empty());

@@ -11,6 +11,8 @@
 
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace TalVcs::Testing {
 namespace {
@@ -46,14 +48,14 @@ class DerivedObjects : public ::testing::Test {};
 using Bases = ::testing::Types<Blob, Tree, Commit>;
 TYPED_TEST_SUITE(DerivedObjects, Bases);
 
-TYPED_TEST(DerivedObjects, HaveTheIdAndThePackedFormOfWhatTheyOverride) {
+TYPED_TEST(DerivedObjects, HaveTheIdOfTheirOverriddenData) {
   const Note<TypeParam> note;
   EXPECT_EQ(Bytes(note.BuildPackedData()), kPacked);
   EXPECT_EQ(IdOf(note), kNoteId);
   EXPECT_EQ(Bytes(note.GetPackedData()), kPacked);
 }
 
-TYPED_TEST(DerivedObjects, AreSavedAsWhatTheyOverride) {
+TYPED_TEST(DerivedObjects, AreSavedWithTheirOverriddenData) {
   Repository repository = NewOrdinaryRepository();
   repository.SyncWithStorage(cow_ptr<TypeParam>(std::make_shared<PackedNote<TypeParam>>()));
   const std::string id = kNoteId;
@@ -72,13 +74,68 @@ class LargeNote final : public Note<Blob> {
   LargeNote() { Blob::operator=(BlobOf(std::string(1000, 'y'))); }
 };
 
-TEST(DerivedBlobs, HaveNoPartInIdsComputedTogether) {
+TEST(DerivedBlobs, AreLeftOutWhenIdsAreComputedTogether) {
   const LargeNote note;
   const Blob large = BlobOf(std::string(1000, 'x'));
   const Blob* const blobs[] = {&large, &note, &large};
   Blob::ComputeIds(blobs);
   EXPECT_EQ(IdOf(note), kNoteId);
   EXPECT_EQ(IdOf(large), "8d03eb17f82ab2055eda88a0f1aaf8be660c74fbfe318f48d1055cdb435c081c");
+}
+
+/// A blob, tree or commit that notes when it is asked for its id or its data.
+template <class Base>
+class Witness final : public Base {
+ public:
+  Witness(std::string name, std::vector<std::string>& calls)
+      : m_name(std::move(name)), m_calls(&calls) {}
+  Id GetId() const override {
+    m_calls->push_back("id of " + m_name);
+    return Id(TAL_WIDE("same"));
+  }
+  const Buffer& GetData() const override {
+    m_calls->push_back("data of " + m_name);
+    return Base::GetData();
+  }
+  const Buffer& GetPackedData() const override {
+    m_calls->push_back("packed form of " + m_name);
+    return m_packed;
+  }
+
+ private:
+  std::string m_name;
+  std::vector<std::string>* m_calls;
+  Buffer m_packed = BufferOf("packed");
+};
+
+// In each of these, two calls were operands of one expression, in whose order compilers differ.
+TYPED_TEST(DerivedObjects, AreComparedByTheIdOfTheLeftOneFirst) {
+  std::vector<std::string> calls;
+  const Witness<TypeParam> left("left", calls);
+  const Witness<TypeParam> right("right", calls);
+  EXPECT_TRUE(left == right);
+  EXPECT_EQ(calls, (std::vector<std::string>{"id of left", "id of right"}));
+}
+
+TEST(DerivedCommits, AreComparedInTheOrderOfTheArgumentsOfACommonBase) {
+  std::vector<std::string> calls;
+  const cow_ptr<Commit> first(std::make_shared<Witness<Commit>>("first", calls));
+  const cow_ptr<Commit> second(std::make_shared<Witness<Commit>>("second", calls));
+  const Repository repository = NewRepository();
+  EXPECT_EQ(repository.GetCommonBase(first, second).get(), second.get());
+  ASSERT_GE(calls.size(), 2U);
+  EXPECT_EQ(calls[0], "id of first");
+  EXPECT_EQ(calls[1], "id of second");
+}
+
+TEST(DerivedBlobs, AreAskedOnceInTheOrderOfTheTablesWhenSaved) {
+  std::vector<std::string> calls;
+  Repository repository = NewOrdinaryRepository();
+  repository.SyncWithStorage(cow_ptr<Blob>(std::make_shared<Witness<Blob>>("blob", calls)));
+  calls.clear();
+  MemoryBlobIo store;
+  ASSERT_TRUE(Serializer(&store, TAL_WIDE("doc")).Serialize(repository.GetStorage()));
+  EXPECT_EQ(calls, (std::vector<std::string>{"packed form of blob"}));
 }
 
 }  // namespace

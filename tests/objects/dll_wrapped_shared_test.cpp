@@ -31,7 +31,7 @@ void ExpectEmpty() {
   EXPECT_EQ(shared.use_count(), 0);
 }
 
-TEST(DllWrappedShared, TakesEachKindOver) {
+TEST(DllWrappedShared, TakesOverObjectsOfEachType) {
   ExpectTakenOver<Blob>();
   ExpectTakenOver<Commit>();
   ExpectTakenOver<CommitTree>();
@@ -39,7 +39,7 @@ TEST(DllWrappedShared, TakesEachKindOver) {
   ExpectTakenOver<Commits>();
 }
 
-TEST(DllWrappedShared, OfEmptyPointerIsEmptyWithoutAControlBlock) {
+TEST(DllWrappedShared, OfNullIsNull) {
   ExpectEmpty<Blob>();
   ExpectEmpty<Commit>();
   ExpectEmpty<CommitTree>();
@@ -48,7 +48,7 @@ TEST(DllWrappedShared, OfEmptyPointerIsEmptyWithoutAControlBlock) {
   ExpectEmpty<Commits>();
 }
 
-TEST(DllWrappedShared, TakesAnObjectOfAnyClass) {
+TEST(DllWrappedShared, AcceptsAnObjectOfAnyClass) {
   std::unique_ptr<Object> object = std::make_unique<Blob>(BufferOf("hello"));
   const std::shared_ptr<Object> shared = dll_wrapped_shared(std::move(object));
   EXPECT_EQ(IdOf(*shared), "8aec4e4876f854f688d0ebfc8f37598f38e5fd6903cccc850ca36591175aeb60");

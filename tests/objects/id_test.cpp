@@ -26,13 +26,13 @@ TEST(Id, EmptyDiffersFromEachHashedOne) {
   EXPECT_TRUE(Id() != Id(BufferOf(std::string_view("\0", 1))));
 }
 
-TEST(Id, OfTextKeepsItWithoutValidation) {
+TEST(Id, AcceptsAnyText) {
   const Id id(TalStringViewT<WideChar>(TAL_WIDE("not hexadecimal, \u20AC")));
   EXPECT_EQ(Ascii(id.ToString()), "not hexadecimal, \\u20AC");
   EXPECT_TRUE(id == Id(TalStringViewT<WideChar>(TAL_WIDE("not hexadecimal, \u20AC"))));
 }
 
-TEST(Id, ComparesToTheLetter) {
+TEST(Id, ComparisonIsCaseSensitive) {
   const Id lower(TalStringViewT<WideChar>(TAL_WIDE("ab12")));
   EXPECT_TRUE(lower != Id(TalStringViewT<WideChar>(TAL_WIDE("AB12"))));
   EXPECT_TRUE(lower != Id(TalStringViewT<WideChar>(TAL_WIDE("ab1"))));

@@ -61,7 +61,7 @@ TEST(ObjectPackedData, IsTypeSizeZeroAndData) {
   EXPECT_EQ(Bytes(Note("").GetPackedData()), std::string("note 0\0", 7));
 }
 
-TEST(ObjectPackedData, TakesTypeWordsOfAnyLength) {
+TEST(ObjectPackedData, AcceptsTypeWordsOfAnyLength) {
   const std::string word(200, 'w');
   EXPECT_EQ(Bytes(Note("abc", word).GetPackedData()), word + std::string(" 3\0abc", 6));
   EXPECT_EQ(Bytes(Note("abc", "").GetPackedData()), std::string(" 3\0abc", 6));
@@ -79,7 +79,7 @@ TEST(ObjectPackedData, IsMadeOnceBetweenResets) {
 
 TEST(ObjectId, IsTheDigestOfThePackedForm) { EXPECT_EQ(IdOf(Note("abc")), kNoteId); }
 
-TEST(ObjectId, GoesThroughTheVirtualPackedData) {
+TEST(ObjectId, HashesTheOverriddenPackedData) {
   EXPECT_EQ(IdOf(Packer()), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
@@ -93,7 +93,7 @@ class Quick final : public Note {
   }
 };
 
-TEST(ObjectId, OfDataTakesTypeWordsOfAnyLength) {
+TEST(ObjectId, AcceptsTypeWordsOfAnyLength) {
   EXPECT_EQ(IdOf(Quick("abc")), kNoteId);
   EXPECT_EQ(IdOf(Quick("abc", std::string(32, 'n'))),
             "73e49a6f1865e7c8c0e01fd4368e7eebd37959ee4ac3cbf06c1e6c17656bbb20");
@@ -131,7 +131,7 @@ TEST(ObjectCopy, AssignmentTakesTheCachesOver) {
   EXPECT_EQ(target.Asked(), asked);
 }
 
-TEST(ObjectEquality, IsThatOfIdsWhateverTheClass) {
+TEST(ObjectEquality, ComparesIdsOfAnyClass) {
   const Note blob_like("hello", "blob");
   const Blob blob = BlobOf("hello");
   const IObject& first = blob_like;
@@ -140,7 +140,7 @@ TEST(ObjectEquality, IsThatOfIdsWhateverTheClass) {
   EXPECT_TRUE(blob == blob_like);
 }
 
-TEST(ObjectEquality, DiffersByTypeWord) {
+TEST(ObjectEquality, ObjectsOfDifferentTypesDiffer) {
   const Note note("hello");
   const Blob blob = BlobOf("hello");
   EXPECT_FALSE(note == blob);

@@ -43,12 +43,12 @@ TEST_F(TreeListings, OfALevelAreSortedNames) {
   EXPECT_EQ(Ascii(tree->GetLocalSubtreePaths()), (Names{"c", "d"}));
 }
 
-TEST_F(TreeListings, OfObjectsHaveSubtreesInFront) {
+TEST_F(TreeListings, ObjectsListSubtreesBeforeBlobs) {
   const auto tree = Of({{"a", "1"}, {"z/x", "2"}, {"m/x", "3"}, {"b", "4"}});
   EXPECT_EQ(Ascii(tree->GetLocalObjectPaths()), (Names{"m", "z", "a", "b"}));
 }
 
-TEST_F(TreeListings, NameInBothTablesStandsTwiceAmongObjects) {
+TEST_F(TreeListings, NameOfABlobAndASubtreeIsListedTwiceAmongObjects) {
   const auto tree = Of({{"a/x", "1"}, {"a", "2"}, {"b", "3"}});
   EXPECT_EQ(Ascii(tree->GetLocalObjectPaths()), (Names{"a", "a", "b"}));
   EXPECT_EQ(Ascii(tree->GetLocalBlobPaths()), (Names{"a", "b"}));
@@ -68,12 +68,12 @@ TEST_F(TreeListings, DeepPathsFindTheirBlobs) {
   }
 }
 
-TEST_F(TreeListings, DeepPathsHaveThoseOfAHiddenSubtree) {
+TEST_F(TreeListings, DeepPathsIncludeThoseOfHiddenSubtrees) {
   const auto tree = Of({{"a/x", "1"}, {"a/y/z", "2"}, {"a", "3"}});
   EXPECT_EQ(Ascii(tree->GetDeepBlobPaths()), (Names{"a", "a/x", "a/y/z"}));
 }
 
-TEST_F(TreeListings, SortByCodeUnits) {
+TEST_F(TreeListings, AreSortedByCodeUnits) {
   Tree tree;
   for (const TalStringViewT<WideChar> name : {TalStringViewT<WideChar>(TAL_WIDE("\uFF5E")),
                                               TalStringViewT<WideChar>(TAL_WIDE("\U0001F600"))}) {
@@ -83,14 +83,14 @@ TEST_F(TreeListings, SortByCodeUnits) {
   EXPECT_EQ(Ascii(tree.GetDeepBlobPaths()), (Names{"\\uD83D\\uDE00", "\\uFF5E"}));
 }
 
-TEST_F(TreeListings, DiffsWithNullGiveEverything) {
+TEST_F(TreeListings, DiffsWithNullListEverything) {
   const auto tree = Of({{"b", "1"}, {"a", "2"}, {"d/x", "3"}, {"d/e/y", "4"}});
   EXPECT_EQ(Ascii(tree->GetLocalBlobDiffs(nullptr)), (Names{"a", "b"}));
   EXPECT_EQ(Ascii(tree->GetLocalTreeDiffs(nullptr)), Names{"d"});
   EXPECT_EQ(Ascii(tree->GetDeepBlobDiffs(nullptr)), (Names{"a", "b", "d/e/y", "d/x"}));
 }
 
-TEST_F(TreeListings, DiffsWithAnEmptyTreeGiveEverythingBothWaysRound) {
+TEST_F(TreeListings, DiffsWithAnEmptyTreeListEverything) {
   const auto tree = Of({{"a", "2"}, {"d/x", "3"}});
   const auto empty = Make<Tree>();
   EXPECT_EQ(Ascii(tree->GetDeepBlobDiffs(empty)), (Names{"a", "d/x"}));
@@ -99,7 +99,7 @@ TEST_F(TreeListings, DiffsWithAnEmptyTreeGiveEverythingBothWaysRound) {
 }
 
 // The entries of the empty one were fetched ahead by arithmetic on a null pointer.
-TEST_F(TreeListings, SubtreeThatIsEmptyOnOneSideGivesWhatTheOtherHas) {
+TEST_F(TreeListings, DiffWithAnEmptySubtreeListsTheOtherSide) {
   const auto tree = Of({{"d/x", "3"}});
   auto hollow = Make<Tree>();
   hollow.write()->AddTree(&m_repository, Wide("d"), Tree());
@@ -107,14 +107,14 @@ TEST_F(TreeListings, SubtreeThatIsEmptyOnOneSideGivesWhatTheOtherHas) {
   EXPECT_EQ(Ascii(hollow->GetDeepBlobDiffs(tree)), Names{"d/x"});
 }
 
-TEST_F(TreeListings, ChangedBlobIsListedOnce) {
+TEST_F(TreeListings, DiffListsAChangedBlobOnce) {
   const auto left = Of({{"a", "1"}, {"b", "same"}, {"c", "1"}});
   const auto right = Of({{"a", "2"}, {"b", "same"}, {"c", "2"}});
   EXPECT_EQ(Ascii(left->GetLocalBlobDiffs(right)), (Names{"a", "c"}));
   EXPECT_EQ(Ascii(left->GetDeepBlobDiffs(right)), (Names{"a", "c"}));
 }
 
-TEST_F(TreeListings, BlobOfTheOtherSideAloneIsListed) {
+TEST_F(TreeListings, DiffListsABlobThatOnlyTheOtherSideHas) {
   const auto left = Of({{"b", "1"}});
   const auto right = Of({{"b", "1"}, {"a", "2"}, {"d/x", "3"}});
   EXPECT_EQ(Ascii(left->GetLocalBlobDiffs(right)), Names{"a"});
@@ -122,14 +122,14 @@ TEST_F(TreeListings, BlobOfTheOtherSideAloneIsListed) {
   EXPECT_EQ(Ascii(left->GetDeepBlobDiffs(right)), (Names{"a", "d/x"}));
 }
 
-TEST_F(TreeListings, WithItselfAndACopyHaveNoDiffs) {
+TEST_F(TreeListings, TreeHasNoDiffsWithItselfOrACopy) {
   const auto tree = Of({{"a", "1"}, {"d/x", "2"}, {"d/e/y", "3"}});
   ExpectNoDiffs(*tree, tree);
   ExpectNoDiffs(*tree, Make<Tree>(*tree));
   ExpectNoDiffs(*tree, Of({{"d/e/y", "3"}, {"d/x", "2"}, {"a", "1"}}));
 }
 
-TEST_F(TreeListings, NameOfTwoKindsIsADifferenceOfBoth) {
+TEST_F(TreeListings, DiffReportsBlobReplacedByDirectory) {
   const auto left = Of({{"a", "1"}, {"same", "2"}});
   const auto right = Of({{"a/x", "3"}, {"a/y/z", "4"}, {"same", "2"}});
   for (const auto& [tree, other] : {std::pair(left, right), std::pair(right, left)}) {
@@ -139,7 +139,7 @@ TEST_F(TreeListings, NameOfTwoKindsIsADifferenceOfBoth) {
   }
 }
 
-TEST_F(TreeListings, DeepDiffsGoDownOnBothSides) {
+TEST_F(TreeListings, DeepDiffsDescendOnBothSides) {
   const auto left = Of({{"d/a", "1"}, {"d/b", "2"}, {"d/e/c", "3"}, {"f/g", "4"}, {"same/x", "5"}});
   const auto right =
       Of({{"d/a", "1"}, {"d/b", "changed"}, {"d/e/h", "6"}, {"i/j", "7"}, {"same/x", "5"}});
@@ -167,7 +167,7 @@ TEST_F(TreeListings, HiddenSubtreeOnOneSideIsADifferenceOfTrees) {
   }
 }
 
-TEST_F(TreeListings, HiddenSubtreeAgainstTheSameOneInTheOpen) {
+TEST_F(TreeListings, HiddenSubtreeDiffersFromTheSameVisibleOne) {
   const auto open = Of({{"a/x", "1"}});
   const auto hiding = Of({{"a/x", "1"}, {"a", "3"}});
   EXPECT_EQ(Ascii(hiding->GetLocalBlobDiffs(open)), Names{"a"});
@@ -188,7 +188,7 @@ TEST_F(TreeListings, HiddenSubtreesDeepBelowAreFoundWhereTheTreesDiffer) {
   EXPECT_EQ(Ascii(left->GetDeepBlobDiffs(same_id)), Names());
 }
 
-TEST_F(TreeListings, StoredDirectoryThatHidesASubtreeStandsForThePlainOneOfItsId) {
+TEST_F(TreeListings, CanonicalDirectoryMayHideASubtree) {
   const auto hiding = Of({{"d/a/x", "1"}, {"d/a", "3"}});
   const auto plain = Of({{"d/a", "3"}});
   EXPECT_TRUE(plain->GetLocalTree(TAL_WIDE("d")) == hiding->GetLocalTree(TAL_WIDE("d")));

@@ -76,7 +76,7 @@ TEST(TreeModel, ManyEntriesComeAndGoInRandomOrder) {
   }
 }
 
-TEST(TreeModel, AscendingAndDescendingArrivalGiveTheSameList) {
+TEST(TreeModel, OrderOfInsertionDoesNotMatter) {
   TwinDirectories ascending;
   TwinDirectories descending;
   for (int number = 0; number < 300; ++number) {
@@ -105,7 +105,7 @@ TEST(TreeModel, MixedEditsOfFewNamesAgree) {
   twins.ExpectSameNames();
 }
 
-TEST(TreeModel, CopiesKeepTheirStateWhileTheTreeGoesOn) {
+TEST(TreeModel, CopiesKeepTheirStateWhileTheTreeIsEdited) {
   std::mt19937 random(11);
   TwinDirectories twins;
   std::vector<std::pair<Tree, std::string>> kept;

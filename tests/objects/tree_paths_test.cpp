@@ -28,7 +28,7 @@ class TreePaths : public ::testing::Test {
   Tree m_tree;
 };
 
-TEST_F(TreePaths, AddBlobWithEmptyPathGivesNull) {
+TEST_F(TreePaths, AddBlobReturnsNullForEmptyPath) {
   for (const char* path : {"", "/", "///"}) {
     EXPECT_TRUE(m_tree.AddBlob(&m_repository, Wide(path), BlobOf("x")) == nullptr);
   }
@@ -36,7 +36,7 @@ TEST_F(TreePaths, AddBlobWithEmptyPathGivesNull) {
   EXPECT_EQ(m_repository.GetBlobCount(), 0U);
 }
 
-TEST_F(TreePaths, AddBlobWithoutRepositoryGivesNullAndChangesNothing) {
+TEST_F(TreePaths, AddBlobWithoutRepositoryReturnsNullAndChangesNothing) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("d/a"), BlobOf("x"));
   const std::string id = IdOf(m_tree);
   EXPECT_TRUE(m_tree.AddBlob(nullptr, TAL_WIDE("b"), BlobOf("y")) == nullptr);
@@ -46,7 +46,7 @@ TEST_F(TreePaths, AddBlobWithoutRepositoryGivesNullAndChangesNothing) {
   EXPECT_EQ(m_tree.GetLocalObjectCount(), 1U);
 }
 
-TEST_F(TreePaths, AddBlobGivesTheStoredInstance) {
+TEST_F(TreePaths, AddBlobReturnsTheCanonicalInstance) {
   const Blob blob = BlobOf("x");
   const cow_ptr<Blob> added = m_tree.AddBlob(&m_repository, TAL_WIDE("a"), blob);
   EXPECT_NE(added.get(), &blob);
@@ -63,7 +63,7 @@ TEST_F(TreePaths, AddBlobMakesTheMissingDirectories) {
   EXPECT_EQ(IdOf(m_tree), "7906f404f43944860bf1fe670015ea29359411d03b822dc26a5b86ac3b685ea8");
 }
 
-TEST_F(TreePaths, AddBlobStoresEachTreeOfThePathButNotItself) {
+TEST_F(TreePaths, AddBlobStoresEachTreeOnThePathExceptTheTop) {
   for (const char* path : {"a", "1/a", "2/2/a", "3/3/3/a", "4/4/4/4/a", "5/5/5/5/5/a"}) {
     RecordingRepository repository;
     Tree tree;
@@ -75,7 +75,7 @@ TEST_F(TreePaths, AddBlobStoresEachTreeOfThePathButNotItself) {
   }
 }
 
-TEST_F(TreePaths, TreesOfThePathAreTheStoredInstances) {
+TEST_F(TreePaths, TreesOnThePathAreCanonicalInstances) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("a/b/c"), BlobOf("x"));
   for (const char* path : {"a", "a/b"}) {
     const cow_ptr<Tree> tree = m_tree.GetDeepTree(Wide(path));
@@ -94,7 +94,7 @@ TEST_F(TreePaths, ReplacedTreesStayStoredAndUnchanged) {
   EXPECT_EQ(m_repository.GetTreeCount(), 2U);
 }
 
-TEST_F(TreePaths, EditLeavesOtherDirectoriesShared) {
+TEST_F(TreePaths, EditSharesOtherDirectories) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("d/a"), BlobOf("x"));
   m_tree.AddBlob(&m_repository, TAL_WIDE("e/a"), BlobOf("y"));
   const cow_ptr<Tree> other = m_tree.GetLocalTree(TAL_WIDE("d"));
@@ -135,7 +135,7 @@ TEST_F(TreePaths, AddOfAMovedFromBlobFindsTheStoredOneByItsOldId) {
   EXPECT_EQ(IdOf(m_tree), "9c3d38178fb9fcec4ffebe3d093458261407a31928e9af78f0a38368ea26dd70");
 }
 
-TEST_F(TreePaths, AddBlobOnAnExistingNameOverwrites) {
+TEST_F(TreePaths, AddBlobReplacesABlob) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("a"), BlobOf("x"));
   const std::string id = IdOf(m_tree);
   m_tree.AddBlob(&m_repository, TAL_WIDE("a"), BlobOf("y"));
@@ -144,14 +144,14 @@ TEST_F(TreePaths, AddBlobOnAnExistingNameOverwrites) {
   EXPECT_EQ(m_tree.GetLocalObjectCount(), 1U);
 }
 
-TEST_F(TreePaths, SeparatorsAroundAndBetweenHaveNoEffect) {
+TEST_F(TreePaths, ExtraSeparatorsHaveNoEffect) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("//d///a//"), BlobOf("x"));
   EXPECT_EQ(IdOf(m_tree), "570a67fc19fe5e2b5bcea621766e14f2097795bc360133e2db2ea0518ef38529");
   EXPECT_TRUE(m_tree.GetDeepBlob(TAL_WIDE("/d/a/")) != nullptr);
   EXPECT_TRUE(m_tree.RemoveObject(&m_repository, TAL_WIDE("d//a")));
 }
 
-TEST_F(TreePaths, AddBlobOnASubtreesNameKeepsTheSubtree) {
+TEST_F(TreePaths, AddBlobUnderTheNameOfASubtreeHidesIt) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("a/b"), BlobOf("x"));
   const cow_ptr<Blob> blob = m_tree.AddBlob(&m_repository, TAL_WIDE("a"), BlobOf("y"));
   EXPECT_TRUE(m_tree.GetLocalTree(TAL_WIDE("a")) != nullptr);
@@ -169,7 +169,7 @@ TEST_F(TreePaths, AddBlobThroughABlobAddsAHiddenSubtree) {
   EXPECT_EQ(m_tree.GetLocalObjectCount(), 2U);
 }
 
-TEST_F(TreePaths, AddTreePutsACopyAndGivesTheStoredInstance) {
+TEST_F(TreePaths, AddTreeAddsACopyAndReturnsTheCanonicalInstance) {
   Tree subtree = TreeOf(&m_repository, {{"a", "x"}});
   const cow_ptr<Tree> added = m_tree.AddTree(&m_repository, TAL_WIDE("d/e"), subtree);
   subtree.AddBlob(&m_repository, TAL_WIDE("later"), BlobOf("z"));
@@ -178,20 +178,20 @@ TEST_F(TreePaths, AddTreePutsACopyAndGivesTheStoredInstance) {
   EXPECT_EQ(IdOf(m_tree), "910d65485a79aaab9d4f262c7a11ce4863b021185ad6894efb5771c18235e7ab");
 }
 
-TEST_F(TreePaths, AddTreeTakesAnEmptyTree) {
+TEST_F(TreePaths, AddTreeAcceptsAnEmptyTree) {
   EXPECT_TRUE(m_tree.AddTree(&m_repository, TAL_WIDE("d"), Tree()) != nullptr);
   EXPECT_EQ(m_tree.GetLocalObjectCount(), 1U);
   EXPECT_EQ(IdOf(m_tree), "398090ca64961f5ba1d66015bfdfa293c235479394ddf65f338c9726e9b1f8ef");
 }
 
-TEST_F(TreePaths, AddTreeRefusesEmptyPathAndNoRepository) {
+TEST_F(TreePaths, AddTreeFailsForEmptyPathAndNullRepository) {
   EXPECT_TRUE(m_tree.AddTree(&m_repository, TAL_WIDE("/"), Tree()) == nullptr);
   EXPECT_TRUE(m_tree.AddTree(nullptr, TAL_WIDE("a"), Tree()) == nullptr);
   EXPECT_TRUE(m_tree.AddTree(nullptr, TAL_WIDE("a/b"), Tree()) == nullptr);
   EXPECT_TRUE(m_tree.IsEmpty());
 }
 
-TEST_F(TreePaths, AddTreeOnABlobsNameKeepsTheBlob) {
+TEST_F(TreePaths, AddTreeUnderTheNameOfABlobIsHidden) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("a"), BlobOf("x"));
   const std::string id = IdOf(m_tree);
   m_tree.AddTree(&m_repository, TAL_WIDE("a"), TreeOf(&m_repository, {{"b", "y"}}));
@@ -200,7 +200,7 @@ TEST_F(TreePaths, AddTreeOnABlobsNameKeepsTheBlob) {
   EXPECT_TRUE(m_tree.GetLocalTree(TAL_WIDE("a")) != nullptr);
 }
 
-TEST_F(TreePaths, AddTreeOfItselfPutsTheStateBefore) {
+TEST_F(TreePaths, AddTreeOfItselfAddsItsPreviousState) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("a"), BlobOf("x"));
   m_tree.AddTree(&m_repository, TAL_WIDE("self"), m_tree);
   EXPECT_EQ(IdOf(m_tree), "30f2e1a234f7caa483971f42a5a2e7a0c711019c7116d75535e25cd937eee42f");
@@ -208,14 +208,14 @@ TEST_F(TreePaths, AddTreeOfItselfPutsTheStateBefore) {
   EXPECT_EQ(IdOf(m_tree), "105f518cf95ef25367e4ea39560aaec226f8db9abd509c1f745746a352bce5ed");
 }
 
-TEST_F(TreePaths, AddBlobTakesANameOutOfTheTreeItself) {
+TEST_F(TreePaths, AddBlobAcceptsANameFromTheTreeItself) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("a rather long name of a blob"), BlobOf("x"));
   const std::vector<TalStringT<WideChar>> names = m_tree.GetLocalBlobPaths();
   m_tree.AddBlob(&m_repository, names[0], BlobOf("y"));
   EXPECT_EQ(IdOf(m_tree), "10c14e7240e5f073659eb693fe43ef90901df52093cc907e386b5207f98c44af");
 }
 
-TEST_F(TreePaths, AddObjectTakesStoredBlobsAndTrees) {
+TEST_F(TreePaths, AddObjectAddsStoredBlobsAndTrees) {
   const auto blob = m_repository.SyncWithStorage(SharedBlob("x"));
   const auto tree =
       m_repository.SyncWithStorage(Make<Tree>(TreeOf(&m_repository, {{"a", "hello"}})));
@@ -224,7 +224,7 @@ TEST_F(TreePaths, AddObjectTakesStoredBlobsAndTrees) {
   EXPECT_EQ(IdOf(m_tree), "9bee24494e7d954fe89a7dc00240c1b296bc3b4a6cba4c3093beac738c07b68f");
 }
 
-TEST_F(TreePaths, AddObjectOfUnknownIdOrEmptyPathGivesNull) {
+TEST_F(TreePaths, AddObjectReturnsNullForUnknownIdOrEmptyPath) {
   const auto blob = m_repository.SyncWithStorage(SharedBlob("x"));
   const auto commit = m_repository.SyncWithStorage(Make<Commit>());
   EXPECT_TRUE(m_tree.AddObject(&m_repository, TAL_WIDE("a"), Id()) == nullptr);
@@ -234,7 +234,7 @@ TEST_F(TreePaths, AddObjectOfUnknownIdOrEmptyPathGivesNull) {
   EXPECT_TRUE(m_tree.IsEmpty());
 }
 
-TEST_F(TreePaths, LookUpsWithEmptyPathGiveNull) {
+TEST_F(TreePaths, LookUpsReturnNullForEmptyPath) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("d/a"), BlobOf("x"));
   for (const char* path : {"", "/", "//"}) {
     EXPECT_TRUE(m_tree.GetDeepTree(Wide(path)) == nullptr);
@@ -246,7 +246,7 @@ TEST_F(TreePaths, LookUpsWithEmptyPathGiveNull) {
   EXPECT_TRUE(m_tree.GetDeepBlob(array_view<const TalStringViewT<WideChar>>()) == nullptr);
 }
 
-TEST_F(TreePaths, LookUpsFindTheirOwnKindOnly) {
+TEST_F(TreePaths, LookUpsFindOnlyObjectsOfTheirType) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("d/e/a"), BlobOf("x"));
   EXPECT_TRUE(m_tree.GetDeepBlob(TAL_WIDE("d/e")) == nullptr);
   EXPECT_TRUE(m_tree.GetDeepTree(TAL_WIDE("d/e/a")) == nullptr);
@@ -256,7 +256,7 @@ TEST_F(TreePaths, LookUpsFindTheirOwnKindOnly) {
   EXPECT_TRUE(m_tree.GetDeepBlob(TAL_WIDE("d/e/a/b")) == nullptr);
 }
 
-TEST_F(TreePaths, LookUpsTakeComponents) {
+TEST_F(TreePaths, LookUpsAcceptComponents) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("d/e/a"), BlobOf("x"));
   const std::vector<TalStringViewT<WideChar>> path{TAL_WIDE("d"), TAL_WIDE("e"), TAL_WIDE("a")};
   const array_view<const TalStringViewT<WideChar>> components = path;
@@ -266,7 +266,7 @@ TEST_F(TreePaths, LookUpsTakeComponents) {
   EXPECT_TRUE(m_tree.GetDeepTree(components.without_last(2)) == m_tree.GetLocalTree(TAL_WIDE("d")));
 }
 
-TEST_F(TreePaths, LocalLookUpsTakeNamesAsTheyStand) {
+TEST_F(TreePaths, LocalLookUpsDoNotSplitNames) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("d/a"), BlobOf("x"));
   for (const char* name : {"", "d/a", "/d", "d/", "D"}) {
     EXPECT_TRUE(m_tree.GetLocalBlob(Wide(name)) == nullptr) << name;
@@ -275,7 +275,7 @@ TEST_F(TreePaths, LocalLookUpsTakeNamesAsTheyStand) {
   }
 }
 
-TEST_F(TreePaths, GetIdByPathGivesTheIdOrNothing) {
+TEST_F(TreePaths, GetIdByPathReturnsTheIdOrNothing) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("d/a"), BlobOf("x"));
   EXPECT_EQ(Ascii(*m_tree.GetIdByPath(TAL_WIDE("d/a"))),
             "4b6cea43da6e13c24f191bcb97b51a58781d1ccdd8281d96291a2582f5177b78");
@@ -285,7 +285,7 @@ TEST_F(TreePaths, GetIdByPathGivesTheIdOrNothing) {
   EXPECT_FALSE(m_tree.GetIdByPath(TAL_WIDE("x/a")).has_value());
 }
 
-TEST_F(TreePaths, LookUpsAskTheRepositoryNothing) {
+TEST_F(TreePaths, LookUpsDoNotCallTheRepository) {
   m_tree.AddBlob(&m_repository, TAL_WIDE("d/a"), BlobOf("x"));
   m_repository.ForgetCalls();
   m_tree.GetDeepBlob(TAL_WIDE("d/a"));

@@ -24,7 +24,7 @@ class TreeRemoval : public ::testing::Test {
   Tree m_tree;
 };
 
-TEST_F(TreeRemoval, OfNothingThereGivesFalseAndKeepsTheId) {
+TEST_F(TreeRemoval, ReturnsFalseForAMissingPath) {
   Put("d/a");
   const std::string id = IdOf(m_tree);
   for (const char* path : {"", "/", "b", "d/b", "e/a", "d/a/b", "d/e/f/g", "D"}) {
@@ -33,7 +33,7 @@ TEST_F(TreeRemoval, OfNothingThereGivesFalseAndKeepsTheId) {
   EXPECT_EQ(IdOf(m_tree), id);
 }
 
-TEST_F(TreeRemoval, OfABlobTakesItAway) {
+TEST_F(TreeRemoval, RemovesABlob) {
   Put("a");
   Put("b");
   m_tree.GetPackedData();
@@ -43,7 +43,7 @@ TEST_F(TreeRemoval, OfABlobTakesItAway) {
   EXPECT_FALSE(Remove("a"));
 }
 
-TEST_F(TreeRemoval, OfATreeTakesAllItHolds) {
+TEST_F(TreeRemoval, RemovesASubtreeWithItsContent) {
   Put("d/e/a");
   Put("d/b");
   Put("c");
@@ -52,7 +52,7 @@ TEST_F(TreeRemoval, OfATreeTakesAllItHolds) {
   EXPECT_EQ(m_tree.GetDeepBlobCount(), 1U);
 }
 
-TEST_F(TreeRemoval, OfTheOnlyBlobTakesTheWholeChain) {
+TEST_F(TreeRemoval, RemovesDirectoriesThatBecomeEmpty) {
   for (const char* path : {"a", "1/a", "1/2/a", "1/2/3/a", "1/2/3/4/a", "1/2/3/4/5/a"}) {
     Put(path);
     EXPECT_TRUE(Remove(path)) << path;
@@ -69,7 +69,7 @@ TEST_F(TreeRemoval, StopsAtTheFirstDirectoryWithOtherEntries) {
   EXPECT_TRUE(m_tree.GetDeepTree(TAL_WIDE("1/2")) == nullptr);
 }
 
-TEST_F(TreeRemoval, OfOneOfTwoBlobsKeepsTheDirectoryUnderANewId) {
+TEST_F(TreeRemoval, KeepsADirectoryThatStillHasABlob) {
   Put("d/a");
   Put("d/b");
   const cow_ptr<Tree> before = m_tree.GetLocalTree(TAL_WIDE("d"));
@@ -80,14 +80,14 @@ TEST_F(TreeRemoval, OfOneOfTwoBlobsKeepsTheDirectoryUnderANewId) {
   EXPECT_TRUE(after == m_repository.GetTreeFromStorage(after->GetId()));
 }
 
-TEST_F(TreeRemoval, KeepsADirectoryThatHoldsSubtreesOnly) {
+TEST_F(TreeRemoval, KeepsADirectoryWithOnlySubtrees) {
   Put("d/a");
   Put("d/e/b");
   EXPECT_TRUE(Remove("d/a"));
   EXPECT_EQ(IdOf(m_tree), "300889b7cfadb4c463426347d321236918eb3478f8babb36d723a6716ef525a8");
 }
 
-TEST_F(TreeRemoval, BringsBackTheIdBefore) {
+TEST_F(TreeRemoval, RestoresTheIdBeforeTheAddition) {
   Put("d/e/a");
   const std::string id = IdOf(m_tree);
   Put("d/e/b");
@@ -97,7 +97,7 @@ TEST_F(TreeRemoval, BringsBackTheIdBefore) {
   EXPECT_EQ(IdOf(m_tree), id);
 }
 
-TEST_F(TreeRemoval, OfANameInBothTablesTakesBoth) {
+TEST_F(TreeRemoval, RemovesABlobAndTheSubtreeItHides) {
   Put("a/b");
   Put("a");
   EXPECT_EQ(m_tree.GetLocalObjectCount(), 2U);
@@ -105,7 +105,7 @@ TEST_F(TreeRemoval, OfANameInBothTablesTakesBoth) {
   EXPECT_TRUE(m_tree.IsEmpty());
 }
 
-TEST_F(TreeRemoval, ThatEmptiesAHiddenSubtreeTakesItsBlobToo) {
+TEST_F(TreeRemoval, RemovesTheBlobThatHidASubtreeThatBecomesEmpty) {
   // The emptied directory goes by its name, and so does the blob that hides it.
   Put("a/b");
   Put("a", "hider");
@@ -132,7 +132,7 @@ TEST_F(TreeRemoval, OfABlobInADirectoryWithAHiddenTreeBelow) {
   EXPECT_TRUE(m_tree.IsEmpty());
 }
 
-TEST_F(TreeRemoval, OfAnEmptySubtreeWorks) {
+TEST_F(TreeRemoval, RemovesAnEmptySubtree) {
   m_tree.AddTree(&m_repository, TAL_WIDE("d/empty"), Tree());
   EXPECT_FALSE(Remove("d/empty/a"));
   EXPECT_TRUE(Remove("d/empty"));
@@ -165,13 +165,13 @@ TEST_F(TreeRemoval, WithoutRepositoryPutsNothingBackButGivesTrue) {
   EXPECT_TRUE(m_tree.GetDeepBlob(TAL_WIDE("d/a")) != nullptr);
 }
 
-TEST_F(TreeRemoval, WithoutRepositoryOfNothingThereGivesFalse) {
+TEST_F(TreeRemoval, WithoutRepositoryReturnsFalseForAMissingPath) {
   Put("d/a");
   EXPECT_FALSE(RemoveAlone("d/b"));
   EXPECT_FALSE(RemoveAlone("e/f/g"));
 }
 
-TEST_F(TreeRemoval, StoresTheRewrittenDirectoriesOnly) {
+TEST_F(TreeRemoval, StoresOnlyChangedDirectories) {
   Put("1/2/3/a");
   Put("1/2/3/b");
   const std::uint64_t trees = m_repository.GetTreeCount();
@@ -180,7 +180,7 @@ TEST_F(TreeRemoval, StoresTheRewrittenDirectoriesOnly) {
   EXPECT_TRUE(m_repository.GetTreeFromStorage(m_tree.GetId()) == nullptr);
 }
 
-TEST_F(TreeRemoval, LeavesCopiesAlone) {
+TEST_F(TreeRemoval, DoesNotChangeCopies) {
   Put("d/a");
   Put("d/b");
   const Tree copy(m_tree);

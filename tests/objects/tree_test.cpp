@@ -43,7 +43,7 @@ TEST_F(TreeTest, HasItsTypeAndModeWords) {
   EXPECT_EQ(Bytes(Tree::kMode), "40000");
 }
 
-TEST_F(TreeTest, EmptyOneHasNoEntriesAndSevenPackedBytes) {
+TEST_F(TreeTest, EmptyTreeHasSevenPackedBytes) {
   const Tree tree;
   EXPECT_TRUE(tree.IsEmpty());
   EXPECT_EQ(tree.GetLocalObjectCount(), 0U);
@@ -77,12 +77,12 @@ TEST_F(TreeTest, RecordsOfBothKindsMixInTheOrderOfNames) {
   EXPECT_EQ(IdOf(tree), "fec90e4cb580b25d26caa19ecbe143bdf1f385111970b367346d9df147d0f3c5");
 }
 
-TEST_F(TreeTest, PrefixStandsInFrontAndSeparatorsDoNotCount) {
+TEST_F(TreeTest, NameComesBeforeLongerNamesThatBeginWithIt) {
   const Tree tree = OfX({TAL_WIDE("ab"), TAL_WIDE("a"), TAL_WIDE("a.b"), TAL_WIDE("a-b")});
   EXPECT_EQ(Bytes(tree.GetData()), XRecord("a") + XRecord("a-b") + XRecord("a.b") + XRecord("ab"));
 }
 
-TEST_F(TreeTest, OrderOfArrivalDoesNotMatter) {
+TEST_F(TreeTest, OrderOfInsertionDoesNotMatter) {
   const Tree first = TreeOf(&m_repository, {{"a", "1"}, {"b", "2"}, {"d/x", "3"}, {"d/y", "4"}});
   const Tree second = TreeOf(&m_repository, {{"d/y", "4"}, {"b", "2"}, {"d/x", "3"}, {"a", "1"}});
   EXPECT_EQ(Bytes(first.GetData()), Bytes(second.GetData()));
@@ -122,7 +122,7 @@ TEST_F(TreeTest, NameEndsAtZeroWhereItIsWritten) {
   EXPECT_TRUE(tree.GetLocalBlob(TAL_WIDE("ab")) == nullptr);
 }
 
-TEST_F(TreeTest, NameInBothTablesIsCountedTwiceAndWrittenOnce) {
+TEST_F(TreeTest, HiddenSubtreeIsCountedAndNotWritten) {
   Tree tree = TreeOf(&m_repository, {{"a/deep", "hello"}});
   tree.AddBlob(&m_repository, TAL_WIDE("a"), BlobOf("x"));
   EXPECT_EQ(tree.GetLocalObjectCount(), 2U);

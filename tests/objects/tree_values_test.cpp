@@ -29,14 +29,14 @@ TEST_F(TreeValues, CopyHasTheIdAndSharesTheChildren) {
   EXPECT_TRUE(copy.GetLocalTree(TAL_WIDE("d")) == tree.GetLocalTree(TAL_WIDE("d")));
 }
 
-TEST_F(TreeValues, CopyOfOneThatKnowsItsIdGivesIt) {
+TEST_F(TreeValues, CopyHasTheCachedId) {
   const Tree tree = OfA();
   tree.GetId();
   const Tree copy(tree);
   EXPECT_EQ(copy.GetId().View().text, tree.GetId().View().text);
 }
 
-TEST_F(TreeValues, EditOfACopyLeavesTheSourceAlone) {
+TEST_F(TreeValues, EditOfACopyDoesNotChangeTheSource) {
   const Tree tree = OfA();
   Tree copy(tree);
   copy.AddBlob(&m_repository, TAL_WIDE("b"), BlobOf("y"));
@@ -45,7 +45,7 @@ TEST_F(TreeValues, EditOfACopyLeavesTheSourceAlone) {
   EXPECT_EQ(tree.GetLocalObjectCount(), 1U);
 }
 
-TEST_F(TreeValues, EditOfTheSourceLeavesACopyAlone) {
+TEST_F(TreeValues, EditOfTheSourceDoesNotChangeACopy) {
   Tree tree = OfA();
   const Tree copy(tree);
   tree.RemoveObject(&m_repository, TAL_WIDE("a"));
@@ -88,14 +88,14 @@ TEST_F(TreeValues, MovedFromHasNoEntriesButKeepsIdAndPackedForm) {
   EXPECT_EQ(target.GetLocalObjectCount(), 1U);
 }
 
-TEST_F(TreeValues, MovedFromWithThePackedFormAloneStillHashesIt) {
+TEST_F(TreeValues, MovedFromTreeWithACachedPackedFormHashesThat) {
   Tree source = OfA();
   source.GetPackedData();
   const Tree target(std::move(source));
   EXPECT_EQ(IdOf(source), kAId);  // NOLINT(bugprone-use-after-move)
 }
 
-TEST_F(TreeValues, MovedFromWithoutCachesIsAnEmptyTree) {
+TEST_F(TreeValues, MovedFromTreeWithoutCachesIsEmpty) {
   Tree source = OfA();
   const Tree target(std::move(source));
   EXPECT_EQ(IdOf(source), kEmptyTreeId);  // NOLINT(bugprone-use-after-move)
@@ -113,7 +113,7 @@ TEST_F(TreeValues, MoveAssignmentLeavesTheSourceEmptyToo) {
   EXPECT_TRUE(target.GetLocalBlob(TAL_WIDE("old")) == nullptr);
 }
 
-TEST_F(TreeValues, EditOfAMovedFromTreeStartsAnew) {
+TEST_F(TreeValues, MovedFromTreeCanBeEdited) {
   Tree source = OfA();
   source.GetId();
   const Tree target(std::move(source));
@@ -149,7 +149,7 @@ TEST(TreeNullEntries, AreCountedButNotWrittenOrListed) {
   EXPECT_TRUE(tree.GetLocalTreeDiffs(nullptr).empty());
 }
 
-TEST(TreeNullEntries, BlobStillKeepsASubtreeOutOfTheEntryList) {
+TEST(TreeNullEntries, NullBlobHidesASubtree) {
   RecordingRepository storing;
   RecordingRepository losing(RecordingRepository::Mode::kLose);
   Tree tree;
@@ -174,7 +174,7 @@ TEST(TreeNullEntries, CanBeRemovedAndReplaced) {
 }
 
 // The child is held by the tree alone, which lets go of it while it takes its entries over.
-TEST_F(TreeValues, AssignmentOfAChildThatNobodyElseHoldsTakesItsEntriesOver) {
+TEST_F(TreeValues, AssignmentFromItsOwnChildCopiesTheEntries) {
   RecordingRepository passing(RecordingRepository::Mode::kPassThrough);
   Tree tree = TreeOf(&passing, {{"d/a", "x"}, {"f", "y"}});
   const Tree* const child = tree.GetLocalTree(TAL_WIDE("d")).get();

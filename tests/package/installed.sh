@@ -1,50 +1,33 @@
 #!/bin/sh
-# Installs the library, moves what was installed, and builds and runs hosts against it by CMake and
-# by pkg-config. The variables come from the test's environment.
+# Installs the shared libraries, moves what was installed, and builds and runs hosts against it by
+# CMake and by pkg-config.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-# shellcheck source=tests/package/expect_files.sh
-. "$here/expect_files.sh"
+# shellcheck source=tests/package/hosts.sh
+. "$here/hosts.sh"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 
 "$CMAKE_COMMAND" --install "$BUILD" --prefix "$work/first" >install.txt
 mv "$work/first" "$work/moved"
-
-# Nothing that was installed names a place of the build or the place before the move.
-if grep -rIl -e "$BUILD" -e "$SOURCE" -e "$work/first" moved; then
-  echo "the files above name folders of this machine" >&2
+expect_no_places moved "$BUILD" "$SOURCE" "$work/first"
+if [ "$TAL" -eq 1 ]; then
+  moved/bin/tal --version
+elif [ -e moved/bin ]; then
+  echo "programs are installed that nobody asked for:" >&2
+  ls moved/bin >&2
   exit 1
 fi
 
-# By find_package: the examples as a project of their own, and a host of the kit.
+expect_found "$work/moved"
+expect_modules "$work/moved"
+
+# The examples as a project of their own.
 "$CMAKE_COMMAND" -S "$SOURCE/examples" -B examples -DCMAKE_PREFIX_PATH="$work/moved" >configure.txt
-"$CMAKE_COMMAND" --build examples --parallel "$(nproc)" >build.txt || { cat build.txt; exit 1; }
+build examples
 expect_files examples/in_memory
 if [ "$KIT" -eq 1 ]; then
   expect_files examples/quick_start
   examples/tal --version
-  "$CMAKE_COMMAND" -S "$here/installed" -B host -DCMAKE_PREFIX_PATH="$work/moved" >configure.txt
-  "$CMAKE_COMMAND" --build host >build.txt || { cat build.txt; exit 1; }
-  host/kit_host from_cmake
-fi
-
-# By pkg-config; its hosts say themselves where the libraries are at run time.
-PKG_CONFIG_PATH=$(dirname "$(find "$work/moved" -name talvcs.pc)")
-libraries=$(dirname "$PKG_CONFIG_PATH")
-export PKG_CONFIG_PATH
-
-# build_by_pkg_config MODULE SOURCE PROGRAM
-build_by_pkg_config() {
-  # shellcheck disable=SC2046  # flags are words
-  "$CXX" -std=c++20 "$2" -o "$3" $("$PKG_CONFIG" --cflags --libs "$1") -Wl,-rpath,"$libraries"
-}
-
-build_by_pkg_config talvcs "$SOURCE/examples/in_memory.cpp" in_memory
-expect_files ./in_memory
-
-if [ "$KIT" -eq 1 ]; then
-  build_by_pkg_config talvcs-kit "$here/installed/kit_host.cpp" kit_host
-  ./kit_host from_pkg_config
 fi

@@ -1,16 +1,16 @@
 #!/bin/sh
 # Takes the source tree into a host project by add_subdirectory: the host's configuration checks what
-# the library adds, then the host is built and run. The variables come from the test's environment.
+# the library adds, then the host is built and run.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-# shellcheck source=tests/package/expect_files.sh
-. "$here/expect_files.sh"
+# shellcheck source=tests/package/hosts.sh
+. "$here/hosts.sh"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 
 "$CMAKE_COMMAND" -S "$here/subproject" -B host -DSOURCE="$SOURCE" >configure.txt
-"$CMAKE_COMMAND" --build host --parallel "$(nproc)" >build.txt || { cat build.txt; exit 1; }
+build host
 expect_files host/in_memory
 
 "$CMAKE_COMMAND" --install host --prefix "$work/prefix" >install.txt

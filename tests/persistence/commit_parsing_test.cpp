@@ -23,7 +23,7 @@ TEST_F(CommitParsing, EmptyIdNullRepositoryOrEmptyGetterGivesNullAndLeavesThePar
   EXPECT_THAT(asked, IsEmpty());
 }
 
-TEST_F(CommitParsing, StoredCommitIsTheResultAndLeavesTheParentId) {
+TEST_F(CommitParsing, ReturnsAStoredCommitAndKeepsTheParentId) {
   const History history = DrawHistory(repository, "A-B");
   parentId = IdOfText("as before");
   EXPECT_EQ(Commit::Deserialize(history.at("B")->GetId(), parentId, &repository, Getter()),
@@ -83,7 +83,7 @@ TEST_F(CommitParsing, NoParentLineGivesAnEmptyParentId) {
   EXPECT_TRUE(parentId == Id());
 }
 
-TEST_F(CommitParsing, ParentInTheDescriptionOfARootIsTakenForAParentLine) {
+TEST_F(CommitParsing, ParentInTheDescriptionOfAFirstCommitCountsAsAParentLine) {
   ASSERT_TRUE(ParseCommit(CommitText("", "", "see parent 123")));
   EXPECT_EQ(Ascii(parentId), "123");
 }
@@ -119,7 +119,7 @@ TEST_F(CommitParsing, SecondsMayBeNegative) {
   EXPECT_EQ(commit->GetCommitTime().ToTimeT(), -77);
 }
 
-TEST_F(CommitParsing, MissingAuthorLineIsNoFailure) {
+TEST_F(CommitParsing, AuthorLineMayBeMissing) {
   const cow_ptr<Commit> commit = ParseCommit("tree \n\nText\n");
   ASSERT_TRUE(commit);
   EXPECT_EQ(Ascii(commit->GetAuthorName()), "");

@@ -27,7 +27,7 @@ class DamagedStore : public StoreTest {
   const std::string m_lib = "4f88064c289eae5e7decdfb84fda37c5086395b0743ec3be5474c828b9c67466";
 };
 
-TEST_F(DamagedStore, AbsentRefStreamGivesFalseAndSkipsThatBranch) {
+TEST_F(DamagedStore, MissingRefStreamReturnsFalseAndSkipsThatBranch) {
   store.PutBranch("zeta", IdOfChain("A-B"));
   store.SpoilOpen(0, MemoryBlobIo::Fault::Missing);
   EXPECT_FALSE(Load());
@@ -36,7 +36,7 @@ TEST_F(DamagedStore, AbsentRefStreamGivesFalseAndSkipsThatBranch) {
   EXPECT_EQ(ChainOf(loaded, "zeta"), "A-B");
 }
 
-TEST_F(DamagedStore, EmptyRefStreamGivesFalseAndCreatesNoBranch) {
+TEST_F(DamagedStore, EmptyRefStreamReturnsFalseAndCreatesNoBranch) {
   store.PutBranch("alpha", "");
   EXPECT_FALSE(Load());
   EXPECT_FALSE(loaded.BranchExist(TAL_WIDE("alpha")));
@@ -50,7 +50,7 @@ TEST_F(DamagedStore, RefWithALineEndFindsNothing) {
   EXPECT_EQ(store.CountOpens(IdOfChain("A-B") + "\n"), 1u);
 }
 
-TEST_F(DamagedStore, MissingHeadLeavesTheBranchAsItWas) {
+TEST_F(DamagedStore, MissingHeadDoesNotMoveTheBranch) {
   PlaceBranches(loaded, DrawHistory(loaded, "X"), "master=X");
   for (const bool readsAsEmpty : {false, true}) {
     store.missingReadsAsEmpty = readsAsEmpty;
@@ -66,7 +66,7 @@ TEST_F(DamagedStore, MissingHeadCreatesNoBranch) {
   EXPECT_FALSE(loaded.BranchExist(TAL_WIDE("alpha")));
 }
 
-TEST_F(DamagedStore, HeadThatIsNoCommitLeavesTheBranchAsItWas) {
+TEST_F(DamagedStore, HeadThatIsNotACommitDoesNotMoveTheBranch) {
   const std::string text = CommitText("", "", "C");
   const std::string streams[] = {
       Packed("blob", text),               // another type
@@ -87,7 +87,7 @@ TEST_F(DamagedStore, HeadThatIsNoCommitLeavesTheBranchAsItWas) {
   }
 }
 
-TEST_F(DamagedStore, MissingOlderCommitCutsTheHistoryThere) {
+TEST_F(DamagedStore, HistoryStartsAfterAMissingCommit) {
   Remove(IdOfChain("A"));
   EXPECT_FALSE(Load());
   EXPECT_FALSE(loaded.GetHead());
@@ -95,14 +95,14 @@ TEST_F(DamagedStore, MissingOlderCommitCutsTheHistoryThere) {
   EXPECT_EQ(ChainOf(loaded.GetCommitFromStorage(Id(Wide(IdOfChain("B-C"))))), "B-C");
 }
 
-TEST_F(DamagedStore, UnreadableOlderCommitCutsTheHistoryThere) {
+TEST_F(DamagedStore, HistoryStartsAfterAnUnreadableCommit) {
   CommitStream("A-B") = Packed("blob", "no commit");
   EXPECT_FALSE(Load());
   EXPECT_EQ(loaded.GetCommitCount(), 1u);
   EXPECT_TRUE(loaded.GetCommitFromStorage(Id(Wide(IdOfChain("C")))));
 }
 
-TEST_F(DamagedStore, CutHistoryLeavesAnExistingBranchWhereItWas) {
+TEST_F(DamagedStore, IncompleteHistoryDoesNotMoveAnExistingBranch) {
   PlaceBranches(loaded, DrawHistory(loaded, "X"), "topic=X");
   store.PutBranch("topic", IdOfChain("A-B-C"));
   Remove(IdOfChain("A"));
@@ -110,7 +110,7 @@ TEST_F(DamagedStore, CutHistoryLeavesAnExistingBranchWhereItWas) {
   EXPECT_EQ(ChainOf(loaded, "topic"), "X");
 }
 
-TEST_F(DamagedStore, CutHistoryLoadedWhileAHeadIsCurrentHangsOnThatHead) {
+TEST_F(DamagedStore, IncompleteHistoryBecomesAChildOfTheCurrentHead) {
   PlaceBranches(loaded, DrawHistory(loaded, "X"), "master=X");
   Remove(IdOfChain("A"));
   EXPECT_FALSE(Load());
@@ -129,7 +129,7 @@ TEST_F(DamagedStore, BranchesThatShareTheUnreadablePartAreReadOnce) {
   EXPECT_EQ(loaded.GetCommitCount(), 4u);
 }
 
-TEST_F(DamagedStore, TwoBranchesOnOneMissingHeadAskOnce) {
+TEST_F(DamagedStore, MissingHeadOfTwoBranchesIsReadOnce) {
   Remove(IdOfChain("A-B-C"));
   store.PutBranch("other", IdOfChain("A-B-C"));
   EXPECT_FALSE(Load());
@@ -147,7 +147,7 @@ TEST_F(DamagedStore, MissingBlobDropsItsEntry) {
   EXPECT_EQ(store.CountOpens(m_common), 1u);
 }
 
-TEST_F(DamagedStore, SubtreeOfWhichNothingIsReadableStaysAsAnEmptyTree) {
+TEST_F(DamagedStore, SubtreeWithoutReadableEntriesStaysAsAnEmptyTree) {
   Remove(m_common);
   ASSERT_FALSE(Load());
   const cow_ptr<Commit> any = loaded.GetStorage()->GetCommits().begin()->second;
@@ -170,7 +170,7 @@ TEST_F(DamagedStore, BlobStreamOfAnotherTypeDropsItsEntry) {
   EXPECT_EQ(loaded.GetBlobCount(), 3u);
 }
 
-TEST_F(DamagedStore, MissingRootTreeGivesACommitWithoutATree) {
+TEST_F(DamagedStore, MissingRootMakesACommitWithoutTree) {
   PutCommitOnTree("");
   EXPECT_FALSE(Load());
   const cow_ptr<Commit> commit = OnlyCommit();
@@ -190,7 +190,7 @@ TEST_F(DamagedStore, UnknownTypeWordMakesTheTreeUnreadable) {
   EXPECT_EQ(loaded.GetTreeCount(), 0u);
 }
 
-TEST_F(DamagedStore, WhatStoodBeforeAnUnknownTypeWordHasBeenStored) {
+TEST_F(DamagedStore, EntriesBeforeAnUnknownTypeWordAreStored) {
   store.PutObject(FakeId(7), Packed("blob", "in front"));
   store.PutObject(FakeId(8), Packed("blob", "behind"));
   PutCommitOnTree(Packed("tree", Record("blob", "a", FakeId(7)) + Record("link", "b", FakeId(7)) +
@@ -201,7 +201,7 @@ TEST_F(DamagedStore, WhatStoodBeforeAnUnknownTypeWordHasBeenStored) {
   EXPECT_EQ(store.CountOpens(FakeId(8)), 0u);
 }
 
-TEST_F(DamagedStore, WrongSizeInAHeaderIsNotLookedAt) {
+TEST_F(DamagedStore, SizeInAHeaderIsNotChecked) {
   for (auto& [path, bytes] : store.streams) {
     const std::size_t zero = bytes.find('\0');
     if (zero == std::string::npos) continue;
@@ -211,7 +211,7 @@ TEST_F(DamagedStore, WrongSizeInAHeaderIsNotLookedAt) {
   EXPECT_EQ(ChainOf(loaded, "master"), "A-B-C");
 }
 
-TEST_F(DamagedStore, TypeWordThatOnlyBeginsRightPassesForTreesAndBlobs) {
+TEST_F(DamagedStore, PrefixOfATypeWordIsEnoughForTreesAndBlobs) {
   for (auto& [path, bytes] : store.streams) {
     if (bytes.starts_with("tree ")) bytes.insert(4, "ish");
     if (bytes.starts_with("blob ")) bytes.insert(4, "by");
@@ -220,7 +220,7 @@ TEST_F(DamagedStore, TypeWordThatOnlyBeginsRightPassesForTreesAndBlobs) {
   EXPECT_EQ(ListingOf(loaded.GetHead()), "lib/common=common name=C");
 }
 
-TEST_F(DamagedStore, SwappedBlobsGiveOtherContentUnderOtherIds) {
+TEST_F(DamagedStore, ExchangedBlobsHaveOtherIds) {
   std::swap(ObjectStream(m_common), ObjectStream(IdOf(BlobOf("C"))));
   EXPECT_FALSE(Load());
   EXPECT_FALSE(loaded.GetHead());
@@ -240,7 +240,7 @@ class RefusingRepository : public Repository {
   bool refusesMoves = false;
 };
 
-TEST_F(DamagedStore, RefusedCreationGivesFalseAndTheOthersGoOn) {
+TEST_F(DamagedStore, BranchThatCannotBeCreatedDoesNotStopTheOthers) {
   store.PutBranch("alpha", IdOfChain("A-B"));
   RefusingRepository refusing;
   refusing.refusesCreation = true;
@@ -249,7 +249,7 @@ TEST_F(DamagedStore, RefusedCreationGivesFalseAndTheOthersGoOn) {
   EXPECT_EQ(ChainOf(refusing, "master"), "A-B-C");
 }
 
-TEST_F(DamagedStore, RefusedMoveGivesFalseAndTheBranchStaysAsItWasCreated) {
+TEST_F(DamagedStore, BranchThatCannotBeMovedStaysAsItWasCreated) {
   store.PutBranch("alpha", IdOfChain("A-B"));
   RefusingRepository refusing;
   refusing.refusesMoves = true;

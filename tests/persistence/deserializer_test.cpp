@@ -61,7 +61,7 @@ TEST_F(Deserialize, HistoryComesBackUnderTheSameIds) {
   EXPECT_EQ(loaded.GetBlobCount(), 5u);
 }
 
-TEST_F(Deserialize, LoadedObjectsAreTheStoredInstances) {
+TEST_F(Deserialize, LoadedObjectsAreCanonicalInstances) {
   SaveHistory("A-B", "master=B");
   ASSERT_TRUE(Load());
   const cow_ptr<Commit> head = loaded.GetHead();
@@ -73,7 +73,7 @@ TEST_F(Deserialize, LoadedObjectsAreTheStoredInstances) {
   EXPECT_EQ(loaded.GetBlobFromStorage(blob->GetId()), blob);
 }
 
-TEST_F(Deserialize, LoadKeepsNoHandleButThoseOfTheRepository) {
+TEST_F(Deserialize, KeepsNoHandleAfterTheLoad) {
   SaveHistory("A-B", "master=B");
   ASSERT_TRUE(Load());
   loaded.RemoveBranch(TAL_WIDE("master"));
@@ -81,7 +81,7 @@ TEST_F(Deserialize, LoadKeepsNoHandleButThoseOfTheRepository) {
   EXPECT_THAT(IdsOf(loaded), IsEmpty());
 }
 
-TEST_F(Deserialize, UnreachedObjectsAreNotAskedFor) {
+TEST_F(Deserialize, DoesNotReadUnreachableObjects) {
   SaveHistory("A; X", "master=A");
   ASSERT_TRUE(Load());
   EXPECT_EQ(loaded.GetCommitCount(), 1u);
@@ -137,7 +137,7 @@ TEST_F(Deserialize, ExistingBranchIsMoved) {
   EXPECT_EQ(ChainOf(loaded, "topic"), "A-B");
 }
 
-TEST_F(Deserialize, HistoryGoesOnFromWhatTheRepositoryHas) {
+TEST_F(Deserialize, DoesNotReadCommitsThatTheRepositoryHas) {
   SaveHistory("A-B-C", "topic=C");
   DrawHistory(loaded, "A-B");
   EXPECT_TRUE(Load());
@@ -172,7 +172,7 @@ TEST_F(Deserialize, CurrentBranchStaysTheSame) {
   EXPECT_FALSE(loaded.GetHead());
 }
 
-TEST_F(Deserialize, RootReadWhileTheCurrentBranchHasAHeadKeepsThatHeadAsItsParent) {
+TEST_F(Deserialize, FirstCommitBecomesAChildOfTheCurrentHead) {
   SaveHistory("A; X", "master=A topic=X");
   EXPECT_FALSE(Load());
   EXPECT_EQ(ChainOf(loaded, "master"), "A");
@@ -189,7 +189,7 @@ TEST_F(Deserialize, BranchThatCannotBeMovedStaysWhereItWasCreated) {
       << "a new branch starts at the current head";
 }
 
-TEST_F(Deserialize, BranchNamesComeBackWhateverTheyHold) {
+TEST_F(Deserialize, BranchNamesMayContainAnyCharacter) {
   SaveHistory("A", "a/b=A ..=A Master=A x\\y=A");
   EXPECT_TRUE(Load());
   for (const char* name : {"a/b", "..", "Master", "x\\y"}) {

@@ -13,7 +13,7 @@ namespace {
 
 using HostileStore = StoreTest;
 
-TEST_F(HostileStore, TreeThatNamesItselfLosesThatEntry) {
+TEST_F(HostileStore, TreeThatContainsItselfLosesThatEntry) {
   store.PutObject(FakeId(7), Packed("blob", "1"));
   PutCommitOnTree(
       Packed("tree", Record("tree", "self", FakeId(1)) + Record("blob", "f", FakeId(7))));
@@ -23,7 +23,7 @@ TEST_F(HostileStore, TreeThatNamesItselfLosesThatEntry) {
   EXPECT_EQ(store.CountOpens(FakeId(1)), 1u);
 }
 
-TEST_F(HostileStore, TreesThatNameEachOtherAreCutWhereTheCycleCloses) {
+TEST_F(HostileStore, EntryThatClosesACycleOfTreesIsDropped) {
   store.PutObject(FakeId(7), Packed("blob", "1"));
   store.PutObject(FakeId(8), Packed("tree", Record("tree", "back", FakeId(1)) +
                                                 Record("blob", "g", FakeId(7))));
@@ -35,7 +35,7 @@ TEST_F(HostileStore, TreesThatNameEachOtherAreCutWhereTheCycleCloses) {
   EXPECT_EQ(store.MostOpensOfOneStream(), 1u);
 }
 
-TEST_F(HostileStore, SixteenTreesThatAllNameEachOtherCostSixteenReads) {
+TEST_F(HostileStore, SixteenTreesThatContainEachOtherNeedSixteenReads) {
   constexpr unsigned kTrees = 16;
   std::string records;
   for (unsigned i = 0; i < kTrees; ++i) {
@@ -49,7 +49,7 @@ TEST_F(HostileStore, SixteenTreesThatAllNameEachOtherCostSixteenReads) {
   EXPECT_LE(loaded.GetTreeCount(), kTrees);
 }
 
-TEST_F(HostileStore, CommitThatIsItsOwnParentIsCutThere) {
+TEST_F(HostileStore, CommitThatIsItsOwnParentEndsTheHistory) {
   store.PutObject(FakeId(2), Packed("commit", CommitText("", FakeId(2), "A")));
   store.PutBranch("master", FakeId(2));
   EXPECT_FALSE(Load());
@@ -57,7 +57,7 @@ TEST_F(HostileStore, CommitThatIsItsOwnParentIsCutThere) {
   EXPECT_EQ(store.CountOpens(FakeId(2)), 1u);
 }
 
-TEST_F(HostileStore, CommitsThatAreEachOthersParentsAreCutWhereTheCycleCloses) {
+TEST_F(HostileStore, HistoryEndsWhereACycleOfCommitsCloses) {
   store.PutObject(FakeId(2), Packed("commit", CommitText("", FakeId(3), "B")));
   store.PutObject(FakeId(3), Packed("commit", CommitText("", FakeId(2), "A")));
   store.PutBranch("one", FakeId(2));
@@ -71,7 +71,7 @@ TEST_F(HostileStore, CommitsThatAreEachOthersParentsAreCutWhereTheCycleCloses) {
   }
 }
 
-TEST_F(HostileStore, UnreadableStreamsAreAskedForOnceHoweverOftenTheyAreNamed) {
+TEST_F(HostileStore, UnreadableStreamsAreReadOnce) {
   std::string records;
   for (int i = 0; i < 50; ++i) {
     records += Record("tree", "t" + std::to_string(i), FakeId(7));
@@ -98,7 +98,7 @@ TEST_F(HostileStore, HundredThousandNestedDirectoriesLoadOnTheDefaultStack) {
   EXPECT_EQ(OnlyCommit()->GetTree()->GetBlobCount(), 1u);
 }
 
-TEST_F(HostileStore, IdsThatTheTableHashSamplesAlikeLoadAsFast) {
+TEST_F(HostileStore, IdsWithEqualSampleHashLoadAsFast) {
   // The hash of ids looks at every seventh character; these differ in the last five alone. A table
   // of the loader that relied on it would make this test run into its time limit.
   constexpr unsigned kDepth = 30000;
@@ -138,7 +138,7 @@ TEST_F(HostileStore, HundredThousandEntriesLoad) {
 }
 
 // A look at each pair of names would make this test run into its time limit.
-TEST_F(HostileStore, ManyNamesOfOneSubtreeAreCountedAsFast) {
+TEST_F(HostileStore, SubtreeWithManyNamesIsCountedAsFast) {
   constexpr unsigned kNames = 150000;
   const auto names_of = [](const std::string& type, const std::string& id) {
     std::string records;
@@ -257,7 +257,7 @@ class SmallDamage : public HostileStore {
   }
 };
 
-TEST_F(SmallDamage, EveryPrefixOfEveryStreamGivesWhatTheRulesGive) {
+TEST_F(SmallDamage, EveryPrefixLoadsAsDefined) {
   const auto good = store.streams;
   for (const auto& [path, bytes] : good) {
     for (std::size_t size = 0; size <= bytes.size() && !HasFailure(); ++size) {
@@ -266,7 +266,7 @@ TEST_F(SmallDamage, EveryPrefixOfEveryStreamGivesWhatTheRulesGive) {
   }
 }
 
-TEST_F(SmallDamage, EveryFlippedByteOfEveryStreamGivesWhatTheRulesGive) {
+TEST_F(SmallDamage, EveryFlippedByteLoadsAsDefined) {
   const auto good = store.streams;
   for (const auto& [path, bytes] : good) {
     for (std::size_t at = 0; at < bytes.size() && !HasFailure(); ++at) {
@@ -279,7 +279,7 @@ TEST_F(SmallDamage, EveryFlippedByteOfEveryStreamGivesWhatTheRulesGive) {
   }
 }
 
-TEST_F(SmallDamage, EveryDoubledStreamGivesFalse) {
+TEST_F(SmallDamage, LoadReturnsFalseForEveryDoubledStream) {
   const auto good = store.streams;
   for (const auto& [path, bytes] : good) {
     if (TypeOf(path, bytes) == "commit") continue;  // what follows the description isn't read
@@ -287,7 +287,7 @@ TEST_F(SmallDamage, EveryDoubledStreamGivesFalse) {
   }
 }
 
-TEST_F(SmallDamage, EverySwappedPairOfStreamsGivesFalse) {
+TEST_F(SmallDamage, LoadReturnsFalseForEveryExchangedPairOfStreams) {
   const auto good = store.streams;
   for (auto first = good.begin(); first != good.end(); ++first) {
     for (auto second = std::next(first); second != good.end(); ++second) {

@@ -42,7 +42,7 @@ TEST_F(BlobParsing, HeaderWithoutContentGivesAnEmptyBlob) {
   EXPECT_EQ(blob->GetData().GetSize(), 0u);
 }
 
-TEST_F(BlobParsing, StreamThatStandsInTheMiddleIsReadFromThere) {
+TEST_F(BlobParsing, StreamIsReadFromItsPosition) {
   StreamIO stream(StreamOf("xx" + Packed("blob", "abc")));
   char skipped[2];
   ASSERT_TRUE(stream.Read(skipped, 2));
@@ -57,7 +57,7 @@ TEST_F(TreeParsing, EmptyIdNullRepositoryOrEmptyGetterGivesNull) {
   EXPECT_THAT(asked, IsEmpty());
 }
 
-TEST_F(TreeParsing, StoredTreeIsTheResultWithoutARead) {
+TEST_F(TreeParsing, DoesNotReadAStoredTree) {
   const cow_ptr<Tree> stored =
       repository.SyncWithStorage(Make<Tree>(TreeOf(&repository, {{"a", "1"}})));
   EXPECT_EQ(Tree::Deserialize(stored->GetId(), &repository, Getter()), stored);
@@ -70,41 +70,41 @@ TEST_F(TreeParsing, EmptyTreeReadsAsNull) {
   EXPECT_EQ(repository.GetTreeCount(), 0u);
 }
 
-TEST_F(TreeParsing, ResultIsTheStoredInstance) {
+TEST_F(TreeParsing, ReturnsTheCanonicalInstance) {
   PutBlob(7, "1");
   const cow_ptr<Tree> tree = ParseTree(Record("blob", "a", FakeId(7)));
   EXPECT_EQ(ListingOf(tree), "a=1");
   EXPECT_EQ(repository.GetTreeFromStorage(tree->GetId()), tree);
 }
 
-TEST_F(TreeParsing, TreeOfTheSameContentThatIsStoredTakesItsPlace) {
+TEST_F(TreeParsing, StoredTreeOfTheSameIdReplacesTheResult) {
   const cow_ptr<Tree> stored =
       repository.SyncWithStorage(Make<Tree>(TreeOf(&repository, {{"a", "1"}})));
   PutBlob(7, "1");
   EXPECT_EQ(ParseTree(Record("blob", "a", FakeId(7))), stored);
 }
 
-TEST_F(TreeParsing, StoredBlobsAreNotAskedFor) {
+TEST_F(TreeParsing, DoesNotReadStoredBlobs) {
   const cow_ptr<Blob> blob = repository.SyncWithStorage(SharedBlob("1"));
   const cow_ptr<Tree> tree = ParseTree(Record("blob", "a", IdOf(blob)));
   EXPECT_EQ(tree->GetLocalBlob(TAL_WIDE("a")), blob);
   EXPECT_THAT(asked, ElementsAre(FakeId(1)));
 }
 
-TEST_F(TreeParsing, ModeIsNotLookedAt) {
+TEST_F(TreeParsing, ModeIsNotChecked) {
   PutBlob(7, "1");
   EXPECT_EQ(ListingOf(ParseTree("whatever blob a" + std::string(1, '\0') + FakeId(7))), "a=1");
   EXPECT_EQ(ListingOf(ParseTree(" blob b" + std::string(1, '\0') + FakeId(7))), "b=1");
 }
 
-TEST_F(TreeParsing, NameWithASeparatorIsCutAsAPath) {
+TEST_F(TreeParsing, NameWithASeparatorIsAPath) {
   PutBlob(7, "1");
   const cow_ptr<Tree> tree = ParseTree(Record("blob", "/d//e/", FakeId(7)));
   EXPECT_EQ(ListingOf(tree), "d/e=1");
   EXPECT_EQ(repository.GetTreeCount(), 2u);
 }
 
-TEST_F(TreeParsing, SubtreeNameWithASeparatorIsCutAsAPath) {
+TEST_F(TreeParsing, SubtreeNameWithASeparatorIsAPath) {
   PutBlob(7, "1");
   streams[FakeId(8)] = Packed("tree", Record("blob", "f", FakeId(7)));
   EXPECT_EQ(ListingOf(ParseTree(Record("tree", "d/e", FakeId(8)))), "d/e/f=1");
@@ -132,14 +132,14 @@ TEST_F(TreeParsing, BlobUnderNoNameAndUnderOneIsReadOnceAndStored) {
   EXPECT_THAT(asked, ElementsAre(FakeId(1), FakeId(7)));
 }
 
-TEST_F(TreeParsing, SecondEntryOfANameWins) {
+TEST_F(TreeParsing, LastEntryOfANameWins) {
   PutBlob(7, "1");
   PutBlob(8, "2");
   EXPECT_EQ(ListingOf(ParseTree(Record("blob", "a", FakeId(7)) + Record("blob", "a", FakeId(8)))),
             "a=2");
 }
 
-TEST_F(TreeParsing, BlobAndSubtreeOfOneNameBothStand) {
+TEST_F(TreeParsing, KeepsBlobAndSubtreeOfOneName) {
   PutBlob(7, "1");
   streams[FakeId(8)] = Packed("tree", Record("blob", "f", FakeId(7)));
   const cow_ptr<Tree> tree =
@@ -153,7 +153,7 @@ TEST_F(TreeParsing, NamesMayHoldBlanksAndEndNowhereButAtAZero) {
   EXPECT_EQ(ListingOf(ParseTree(Record("blob", "a b  c", FakeId(7)))), "a b  c=1");
 }
 
-TEST_F(TreeParsing, ShortIdOfTheLastEntryIsTakenAsItStands) {
+TEST_F(TreeParsing, LastEntryMayHaveAShortId) {
   streams["abc"] = Packed("blob", "1");
   EXPECT_EQ(ListingOf(ParseTree(Record("blob", "a", "abc"))), "a=1");
   EXPECT_THAT(asked, ElementsAre(FakeId(1), "abc"));
@@ -171,7 +171,7 @@ TEST_F(TreeParsing, TextThatIsNoEntryGivesNull) {
   }
 }
 
-TEST_F(TreeParsing, NameThatIsNoUtf8IsRead) {
+TEST_F(TreeParsing, AcceptsNamesThatAreNotUtf8) {
   PutBlob(7, "1");
   const cow_ptr<Tree> tree = ParseTree(Record("blob", "a\xFF", FakeId(7)));
   EXPECT_EQ(ListingOf(tree), "a\\uFFFD=1");

@@ -33,14 +33,14 @@ TEST(PathBuilder, BackslashIsAnOrdinaryCharacter) {
   EXPECT_EQ(Ascii(At("doc\\").GetStoragePath()), "doc\\u005C/.vcs");
 }
 
-TEST(PathBuilder, ObjectLiesInTheDirectoryOfItsFirstTwoCharacters) {
+TEST(PathBuilder, ObjectIsInTheDirectoryOfItsFirstTwoCharacters) {
   const std::string id = "ab" + std::string(62, 'c');
   const std::string path = "doc/.vcs/objects/ab/" + std::string(62, 'c');
   EXPECT_EQ(Ascii(At("doc").GetObjectW(Wide(id))), path);
   EXPECT_EQ(Ascii(At("doc").GetObjectW(Id(Wide(id)))), path);
 }
 
-TEST(PathBuilder, TextThatIsNoIdIsCutAllTheSame) {
+TEST(PathBuilder, AcceptsTextThatIsNotAnId) {
   EXPECT_EQ(Ascii(At("doc").GetObjectW(Wide("xyz"))), "doc/.vcs/objects/xy/z");
   EXPECT_EQ(Ascii(At("doc").GetObjectW(Wide("ab\n"))), "doc/.vcs/objects/ab/\\u000A");
 }
@@ -53,7 +53,7 @@ TEST(PathBuilder, BranchNameWithASeparatorGivesADeeperPath) {
   EXPECT_EQ(Ascii(At("doc").GetBranch(Wide("a/b"))), "doc/.vcs/refs/heads/a/b");
 }
 
-TEST(PathBuilder, StaticOperationsJoinWhatTheyAreGiven) {
+TEST(PathBuilder, StaticFunctionsAppendToTheirArgument) {
   EXPECT_EQ(Ascii(PathBuilder::GetObjectsPath(Wide("x/"))), "x/objects");
   EXPECT_EQ(Ascii(PathBuilder::GetBranchesPath(Wide("x"))), "x/refs/heads");
 }

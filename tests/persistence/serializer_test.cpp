@@ -95,14 +95,14 @@ TEST_F(SerializerTest, EachStreamIsCreatedAndCommittedOnceInTurn) {
   EXPECT_EQ(paths.size(), store.streams.size());
 }
 
-TEST_F(SerializerTest, ObjectsThatNoBranchReachesAreWrittenToo) {
+TEST_F(SerializerTest, WritesUnreachableObjects) {
   Draw("A", "");
   repository.SyncWithStorage(SharedBlob("alone"));
   ASSERT_TRUE(Save());
   EXPECT_EQ(store.streams.size(), 6u);
 }
 
-TEST_F(SerializerTest, BranchWithoutHeadLeavesNoStreamAndIsNoFailure) {
+TEST_F(SerializerTest, BranchWithoutHeadHasNoStream) {
   Draw("A", "topic=A empty=");
   EXPECT_TRUE(Save());
   EXPECT_EQ(store.streams.count(MemoryBlobIo::BranchPath("topic")), 1u);
@@ -110,7 +110,7 @@ TEST_F(SerializerTest, BranchWithoutHeadLeavesNoStreamAndIsNoFailure) {
   EXPECT_EQ(store.streams.count(MemoryBlobIo::BranchPath("master")), 0u);
 }
 
-TEST_F(SerializerTest, HeadThatIsNotStoredIsStillNamed) {
+TEST_F(SerializerTest, WritesTheIdOfAHeadThatIsNotStored) {
   const auto unstored = Make<Commit>();
   repository.CreateBranch(TAL_WIDE("topic"), unstored);
   EXPECT_TRUE(Save());
@@ -138,7 +138,7 @@ TEST_F(SerializerTest, CleanUpStorageErasesTheStore) {
   EXPECT_THAT(store.calls, ElementsAre("remove doc/.vcs"));
 }
 
-TEST_F(SerializerTest, NullWriterFailsOnlyIfThereIsSomethingToWrite) {
+TEST_F(SerializerTest, NullWriterFailsOnlyForANonEmptyStorage) {
   Serializer serializer(nullptr, TAL_WIDE("doc"));
   EXPECT_TRUE(serializer.Serialize(nullptr));
   EXPECT_TRUE(serializer.Serialize(repository.GetStorage()));
@@ -163,7 +163,7 @@ TEST_F(SerializerTest, CopyWritesToTheSamePlace) {
   EXPECT_EQ(store.streams.count(MemoryBlobIo::BranchPath("master")), 1u);
 }
 
-TEST_F(SerializerTest, AnyRefusedStreamGivesFalseAndTheOthersAreWritten) {
+TEST_F(SerializerTest, ReturnsFalseIfAnyStreamFailsAndWritesTheOthers) {
   Draw("A-B", "master=B topic=A");
   ASSERT_TRUE(Save());
   const auto whole = store.streams;
@@ -181,7 +181,7 @@ TEST_F(SerializerTest, AnyRefusedStreamGivesFalseAndTheOthersAreWritten) {
   EXPECT_EQ(refused, whole.size());
 }
 
-TEST_F(SerializerTest, StorageStaysAsItIs) {
+TEST_F(SerializerTest, DoesNotChangeTheStorage) {
   Draw("A-B", "master=B");
   const long uses = repository.GetHead().use_count();
   ASSERT_TRUE(Save());

@@ -13,7 +13,7 @@ TEST(BranchExist, FindsABranchWithoutHead) {
   EXPECT_FALSE(repository.BranchExist(TAL_WIDE("topic")));
 }
 
-TEST(Checkout, ExistingBranchBecomesTheCurrentOne) {
+TEST(Checkout, MakesExistingBranchCurrent) {
   Repository repository = NewRepository();
   PlaceBranches(repository, DrawHistory(repository, "A; B"), "master=A topic=B");
   EXPECT_TRUE(repository.Checkout(TAL_WIDE("topic")));
@@ -21,13 +21,13 @@ TEST(Checkout, ExistingBranchBecomesTheCurrentOne) {
   EXPECT_EQ(ChainOf(repository.GetHead()), "B");
 }
 
-TEST(Checkout, UnknownNameIsRefusedAndTheCurrentBranchStays) {
+TEST(Checkout, FailsForUnknownNameAndKeepsTheCurrentBranch) {
   Repository repository = NewRepository();
   EXPECT_FALSE(repository.Checkout(TAL_WIDE("topic")));
   EXPECT_EQ(Ascii(repository.GetCurentBranch()), "master");
 }
 
-TEST(Checkout, NameThatDiffersInCaseIsRefused) {
+TEST(Checkout, FailsForNameThatDiffersInCase) {
   Repository repository = NewRepository();
   EXPECT_FALSE(repository.Checkout(TAL_WIDE("Master")));
 }
@@ -39,7 +39,7 @@ TEST(Checkout, CurrentBranchCanBeCheckedOutAgain) {
   EXPECT_EQ(Ascii(repository.GetCurentBranch()), "master");
 }
 
-TEST(Checkout, BranchWithoutHeadStartsAHistoryOfItsOwn) {
+TEST(Checkout, CommitOnBranchWithoutHeadHasNoParent) {
   Repository repository = NewRepository();
   PlaceBranches(repository, DrawHistory(repository, "A"), "master=A empty=");
   ASSERT_TRUE(repository.Checkout(TAL_WIDE("empty")));
@@ -68,14 +68,14 @@ TEST(CreateBranch, NullCommitMeansTheCurrentHead) {
   EXPECT_EQ(repository.GetHead(TAL_WIDE("new")), repository.GetHead(TAL_WIDE("topic")));
 }
 
-TEST(CreateBranch, NullCommitOnAFreshRepositoryGivesABranchWithoutHead) {
+TEST(CreateBranch, NullCommitInANewRepositoryMakesABranchWithoutHead) {
   Repository repository = NewRepository();
   EXPECT_TRUE(repository.CreateBranch(TAL_WIDE("topic"), nullptr));
   EXPECT_TRUE(repository.BranchExist(TAL_WIDE("topic")));
   EXPECT_FALSE(repository.GetHead(TAL_WIDE("topic")));
 }
 
-TEST(CreateBranch, ExistingNameIsRefusedAndKeepsItsHead) {
+TEST(CreateBranch, FailsForExistingNameAndKeepsItsHead) {
   Repository repository = NewRepository();
   const History history = DrawHistory(repository, "A; B");
   PlaceBranches(repository, history, "master=A");
@@ -84,13 +84,13 @@ TEST(CreateBranch, ExistingNameIsRefusedAndKeepsItsHead) {
   EXPECT_EQ(ChainOf(repository, "master"), "A");
 }
 
-TEST(CreateBranch, EmptyNameIsRefused) {
+TEST(CreateBranch, FailsForEmptyName) {
   Repository repository = NewRepository();
   EXPECT_FALSE(repository.CreateBranch(TAL_WIDE(""), Make<Commit>()));
   EXPECT_FALSE(repository.BranchExist(TAL_WIDE("")));
 }
 
-TEST(CreateBranch, CommitNeedNotBeStored) {
+TEST(CreateBranch, AcceptsCommitThatIsNotStored) {
   Repository repository = NewRepository();
   const auto unstored = Make<Commit>();
   EXPECT_TRUE(repository.CreateBranch(TAL_WIDE("topic"), unstored));
@@ -109,14 +109,14 @@ TEST(MoveBranchTo, MovesAnyBranchToAnyCommit) {
   EXPECT_EQ(repository.GetCommitCount(), 3u);
 }
 
-TEST(MoveBranchTo, NullCommitIsRefusedForAnExistingBranch) {
+TEST(MoveBranchTo, FailsForNullCommit) {
   Repository repository = NewRepository();
   PlaceBranches(repository, DrawHistory(repository, "A"), "master=A");
   EXPECT_FALSE(repository.MoveBranchTo(TAL_WIDE("master"), nullptr));
   EXPECT_EQ(ChainOf(repository, "master"), "A");
 }
 
-TEST(MoveBranchTo, UnknownBranchIsRefusedAndNotCreated) {
+TEST(MoveBranchTo, FailsForUnknownBranchAndCreatesNone) {
   Repository repository = NewRepository();
   EXPECT_FALSE(repository.MoveBranchTo(TAL_WIDE("topic"), Make<Commit>()));
   EXPECT_FALSE(repository.BranchExist(TAL_WIDE("topic")));
@@ -130,12 +130,12 @@ TEST(MoveBranchTo, CurrentBranchStaysTheSame) {
   EXPECT_EQ(Ascii(repository.GetCurentBranch()), "master");
 }
 
-TEST(RemoveBranch, UnknownNameIsRefused) {
+TEST(RemoveBranch, FailsForUnknownName) {
   Repository repository = NewRepository();
   EXPECT_FALSE(repository.RemoveBranch(TAL_WIDE("topic")));
 }
 
-TEST(RemoveBranch, CurrentBranchGoesAndItsNameStaysCurrent) {
+TEST(RemoveBranch, RemovedCurrentBranchStaysTheCurrentName) {
   Repository repository = NewRepository();
   PlaceBranches(repository, DrawHistory(repository, "A"), "master=A");
   EXPECT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
@@ -146,7 +146,7 @@ TEST(RemoveBranch, CurrentBranchGoesAndItsNameStaysCurrent) {
   EXPECT_EQ(repository.GetCommitCount(), 1u);
 }
 
-TEST(RemoveBranch, RemovedCurrentBranchMadeAgainHasNoHeadAndIsCurrent) {
+TEST(RemoveBranch, RecreatedCurrentBranchHasNoHeadAndIsCurrent) {
   Repository repository = NewRepository();
   PlaceBranches(repository, DrawHistory(repository, "A"), "master=A");
   repository.RemoveBranch(TAL_WIDE("master"));

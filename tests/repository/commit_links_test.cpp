@@ -26,12 +26,12 @@ TEST_F(MakeCommitLinksInOrder, NullRepositoryLeavesTheListUntouched) {
   EXPECT_EQ(commits, (std::vector<cow_ptr<Commit>>{commit, nullptr}));
 }
 
-TEST_F(MakeCommitLinksInOrder, EmptyListGivesFalse) {
+TEST_F(MakeCommitLinksInOrder, ReturnsFalseForAnEmptyList) {
   std::vector<cow_ptr<Commit>> commits;
   EXPECT_FALSE(Commit::MakeCommitLinksInOrder(commits, &repository));
 }
 
-TEST_F(MakeCommitLinksInOrder, OneElementIsStoredWithTheParentThatItHas) {
+TEST_F(MakeCommitLinksInOrder, StoresASingleCommitWithItsParent) {
   const cow_ptr<Commit> parent = Loose("P");
   std::vector<cow_ptr<Commit>> commits{MakeCommit(repository, "A", parent)};
   EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
@@ -40,7 +40,7 @@ TEST_F(MakeCommitLinksInOrder, OneElementIsStoredWithTheParentThatItHas) {
   EXPECT_EQ(repository.GetCommitCount(), 1u);
 }
 
-TEST_F(MakeCommitLinksInOrder, StaleIdOfTheLastElementIsComputedAnew) {
+TEST_F(MakeCommitLinksInOrder, ComputesTheIdOfTheLastCommitAgain) {
   cow_ptr<Commit> commit = Loose("A");
   const Id stale = commit->GetId();
   commit.write()->ReplaceRoot(&repository, Make<Tree>());
@@ -51,7 +51,7 @@ TEST_F(MakeCommitLinksInOrder, StaleIdOfTheLastElementIsComputedAnew) {
   EXPECT_FALSE(repository.GetCommitFromStorage(stale));
 }
 
-TEST_F(MakeCommitLinksInOrder, ListNewestFirstBecomesAChain) {
+TEST_F(MakeCommitLinksInOrder, LinksEachCommitToTheNextInTheList) {
   std::vector<cow_ptr<Commit>> commits{Loose("C"), Loose("B"), Loose("A")};
   EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
   EXPECT_EQ(ChainOf(commits[0]), "A-B-C");
@@ -60,7 +60,7 @@ TEST_F(MakeCommitLinksInOrder, ListNewestFirstBecomesAChain) {
   EXPECT_EQ(repository.GetCommitCount(), 3u);
 }
 
-TEST_F(MakeCommitLinksInOrder, OtherHandlesKeepTheOldCommits) {
+TEST_F(MakeCommitLinksInOrder, DoesNotChangeCommitsThatOtherHandlesHold) {
   const cow_ptr<Commit> old = Loose("B");
   std::vector<cow_ptr<Commit>> commits{old, Loose("A")};
   ASSERT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
@@ -68,7 +68,7 @@ TEST_F(MakeCommitLinksInOrder, OtherHandlesKeepTheOldCommits) {
   EXPECT_FALSE(old->GetParent());
 }
 
-TEST_F(MakeCommitLinksInOrder, StoredCommitsReplaceTheElements) {
+TEST_F(MakeCommitLinksInOrder, ReplacesElementsByCanonicalInstances) {
   const History stored = DrawHistory(repository, "A-B");
   std::vector<cow_ptr<Commit>> commits{Loose("B"), Loose("A")};
   ASSERT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
@@ -77,7 +77,7 @@ TEST_F(MakeCommitLinksInOrder, StoredCommitsReplaceTheElements) {
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST_F(MakeCommitLinksInOrder, NullSplitsTheListAndItsFrontNeighbourIsNotStored) {
+TEST_F(MakeCommitLinksInOrder, DoesNotStoreTheCommitBeforeANull) {
   const cow_ptr<Commit> front = Loose("C");
   std::vector<cow_ptr<Commit>> commits{Loose("D"), front, nullptr, Loose("A")};
   EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
@@ -89,14 +89,14 @@ TEST_F(MakeCommitLinksInOrder, NullSplitsTheListAndItsFrontNeighbourIsNotStored)
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST_F(MakeCommitLinksInOrder, NullInFrontIsSkipped) {
+TEST_F(MakeCommitLinksInOrder, SkipsNullAtTheBeginning) {
   std::vector<cow_ptr<Commit>> commits{nullptr, Loose("B"), Loose("A")};
   EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
   EXPECT_FALSE(commits[0]);
   EXPECT_EQ(ChainOf(commits[1]), "A-B");
 }
 
-TEST_F(MakeCommitLinksInOrder, NullAtTheEndBecomesADefaultCommit) {
+TEST_F(MakeCommitLinksInOrder, ReplacesNullAtTheEndByADefaultCommit) {
   std::vector<cow_ptr<Commit>> commits{Loose("B"), nullptr};
   EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
   ASSERT_TRUE(commits[1]);
@@ -105,7 +105,7 @@ TEST_F(MakeCommitLinksInOrder, NullAtTheEndBecomesADefaultCommit) {
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST_F(MakeCommitLinksInOrder, NullAloneBecomesADefaultCommit) {
+TEST_F(MakeCommitLinksInOrder, ReplacesASingleNullByADefaultCommit) {
   std::vector<cow_ptr<Commit>> commits{nullptr};
   EXPECT_TRUE(Commit::MakeCommitLinksInOrder(commits, &repository));
   ASSERT_TRUE(commits[0]);
@@ -126,7 +126,7 @@ class ShortOfMemory : public Repository {
   int m_left;
 };
 
-TEST(MakeCommitLinksInOrderWithoutMemory, KeepsTheHandlesForTheNextCall) {
+TEST(MakeCommitLinksInOrderWithoutMemory, KeepsTheListForTheNextCall) {
   for (int stored = 0; stored < 3; ++stored) {
     ShortOfMemory repository(stored);
     std::vector<cow_ptr<Commit>> commits;

@@ -29,68 +29,68 @@ History TwinOf(const char* drawing) {
   return DrawHistory(elsewhere, drawing);
 }
 
-TEST_F(CommonBase, NullArgumentGivesNull) {
+TEST_F(CommonBase, OfNullIsNull) {
   Draw("A");
   EXPECT_FALSE(repository.GetCommonBase(nullptr, history.at("A")));
   EXPECT_FALSE(repository.GetCommonBase(history.at("A"), nullptr));
   EXPECT_FALSE(repository.GetCommonBase(nullptr, nullptr));
 }
 
-TEST_F(CommonBase, CommitAndItselfGiveThatCommit) {
+TEST_F(CommonBase, OfACommitWithItselfIsThatCommit) {
   Draw("A-B");
   EXPECT_EQ(repository.GetCommonBase(history.at("B"), history.at("B")), history.at("B"));
 }
 
-TEST_F(CommonBase, CommitsThatNobodyHasAskedForTheirIdsAreToldApart) {
+TEST_F(CommonBase, DistinguishesCommitsWithoutCachedIds) {
   const auto loose = [this](const char* name) { return MakeCommit(repository, name); };
   EXPECT_FALSE(repository.GetCommonBase(loose("A"), loose("B")));
   const cow_ptr<Commit> second = loose("A");
   EXPECT_EQ(repository.GetCommonBase(loose("A"), second), second);
 }
 
-TEST_F(CommonBase, RootAndDescendantGiveTheRoot) {
+TEST_F(CommonBase, OfTheFirstCommitAndADescendantIsTheFirstCommit) {
   Draw("A-B-C-D");
   EXPECT_EQ(repository.GetCommonBase(history.at("A"), history.at("D")), history.at("A"));
   EXPECT_EQ(repository.GetCommonBase(history.at("D"), history.at("A")), history.at("A"));
 }
 
-TEST_F(CommonBase, AncestorIsTheBaseThoughItHasAncestorsItself) {
+TEST_F(CommonBase, OfACommitAndItsAncestorIsTheAncestor) {
   Draw("A-B-C-D-E");
   EXPECT_EQ(BaseOf("C", "E"), "A-B-C");
   EXPECT_EQ(BaseOf("E", "C"), "A-B-C");
 }
 
-TEST_F(CommonBase, TipsOfAForkGiveTheFork) {
+TEST_F(CommonBase, OfTheTipsOfAForkIsTheFork) {
   Draw("A-B-C; B-D");
   EXPECT_EQ(BaseOf("C", "D"), "A-B");
 }
 
-TEST_F(CommonBase, UnequalDistancesGiveTheFork) {
+TEST_F(CommonBase, OfTipsAtUnequalDistancesIsTheFork) {
   Draw("A-B-C-D-E-F; B-X");
   EXPECT_EQ(BaseOf("F", "X"), "A-B");
   EXPECT_EQ(BaseOf("X", "F"), "A-B");
 }
 
-TEST_F(CommonBase, UnrelatedCommitsGiveNull) {
+TEST_F(CommonBase, OfUnrelatedCommitsIsNull) {
   Draw("A-B-C; X-Y");
   EXPECT_FALSE(repository.GetCommonBase(history.at("C"), history.at("Y")));
   EXPECT_FALSE(repository.GetCommonBase(history.at("Y"), history.at("C")));
 }
 
-TEST_F(CommonBase, EqualIdsOfSeparateInstancesGiveTheSecondArgumentsHandle) {
+TEST_F(CommonBase, OfTwoInstancesOfOneCommitReturnsTheSecond) {
   const History first = TwinOf("A");
   const History second = TwinOf("A");
   EXPECT_EQ(repository.GetCommonBase(first.at("A"), second.at("A")), second.at("A"));
 }
 
-TEST_F(CommonBase, EqualDistanceGivesTheHandleOfTheSecondArgumentsChain) {
+TEST_F(CommonBase, AtEqualDistanceReturnsTheInstanceInTheSecondHistory) {
   const History first = TwinOf("A-B-C; B-D");
   const History second = TwinOf("A-B-C; B-D");
   EXPECT_EQ(repository.GetCommonBase(first.at("C"), second.at("D")), second.at("B"));
   EXPECT_EQ(repository.GetCommonBase(second.at("C"), first.at("D")), first.at("B"));
 }
 
-TEST_F(CommonBase, UnequalDistanceGivesTheHandleOfTheFartherChain) {
+TEST_F(CommonBase, AtUnequalDistancesReturnsTheInstanceInTheLongerHistory) {
   const History first = TwinOf("A-B-C-D-E; B-X");
   const History second = TwinOf("A-B-C-D-E; B-X");
   EXPECT_EQ(repository.GetCommonBase(first.at("E"), second.at("X")), first.at("B"));
@@ -103,13 +103,13 @@ TEST_F(CommonBase, NeedsNoStorage) {
   EXPECT_EQ(without.GetCommonBase(elsewhere.at("C"), elsewhere.at("D")), elsewhere.at("B"));
 }
 
-TEST_F(CommonBase, IsFoundAmongCommitsThatTheStorageHasLost) {
+TEST_F(CommonBase, IsFoundAmongCommitsThatAreNotStored) {
   Draw("A-B-C; B-D");
   repository.GetStorage()->DeleteCommit(history.at("B"));
   EXPECT_EQ(BaseOf("C", "D"), "A-B");
 }
 
-TEST_F(CommonBase, IsFoundFarBackOnBothSides) {
+TEST_F(CommonBase, IsFoundFarBackInBothHistories) {
   std::string drawing = "A-B";
   for (const char* side : {"x", "y"}) {
     drawing += "; B";

@@ -35,7 +35,7 @@ class DeleteCommits : public ::testing::Test {
   std::map<std::string, Id> ids;
 };
 
-TEST_F(DeleteCommits, WithoutStorageGivesFalseWhateverTheArgument) {
+TEST_F(DeleteCommits, WithoutStorageReturnsFalse) {
   Draw("A-B", "master=B");
   Repository without(nullptr);
   EXPECT_FALSE(without.DeleteCommits(Stored("B")));
@@ -48,13 +48,13 @@ TEST_F(DeleteCommits, NullChangesNothing) {
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST_F(DeleteCommits, RootGivenAsTheArgumentStaysThoughNoBranchStandsOnIt) {
+TEST_F(DeleteCommits, OfACommitWithoutParentKeepsIt) {
   Draw("A; B", "master=B");
   EXPECT_TRUE(Delete("A"));
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST_F(DeleteCommits, CutBelowABranchTakesTheRunOutOfTheTableAlone) {
+TEST_F(DeleteCommits, BelowABranchRemovesCommitsFromTheTableOnly) {
   Draw("A-B-C-D", "master=D");
   EXPECT_TRUE(Delete("B"));
   EXPECT_FALSE(Stored("A"));
@@ -65,7 +65,7 @@ TEST_F(DeleteCommits, CutBelowABranchTakesTheRunOutOfTheTableAlone) {
   EXPECT_TRUE(Stored("C")->GetParent()->GetId() == ids.at("B"));
 }
 
-TEST_F(DeleteCommits, CutThatKeepsNothingDoesNotPurge) {
+TEST_F(DeleteCommits, DoesNotPurgeIfNoCommitIsKept) {
   Draw("A-B-C; X-Y", "master=C");
   repository.SyncWithStorage(SharedBlob("unused"));
   ASSERT_TRUE(Delete("Y"));
@@ -77,7 +77,7 @@ TEST_F(DeleteCommits, CutThatKeepsNothingDoesNotPurge) {
   EXPECT_EQ(repository.GetBlobCount(), 4u);
 }
 
-TEST_F(DeleteCommits, CutHistorySavedAndLoadedLosesItsBranch) {
+TEST_F(DeleteCommits, SavedHistoryWithDeletedCommitsDoesNotLoad) {
   Draw("A-B-C-D", "master=D");
   ASSERT_TRUE(Delete("B"));
   MemoryBlobIo store;
@@ -92,7 +92,7 @@ TEST_F(DeleteCommits, CutHistorySavedAndLoadedLosesItsBranch) {
   EXPECT_EQ(ChainOf(tip), "C-D");
 }
 
-TEST_F(DeleteCommits, HeadGivenAsTheArgumentBecomesTheOnlyCommit) {
+TEST_F(DeleteCommits, OfTheHeadLeavesTheHeadAlone) {
   Draw("A-B-C-D", "master=D");
   EXPECT_TRUE(Delete("D"));
   EXPECT_EQ(repository.GetCommitCount(), 1u);
@@ -103,7 +103,7 @@ TEST_F(DeleteCommits, HeadGivenAsTheArgumentBecomesTheOnlyCommit) {
   EXPECT_EQ(repository.GetBlobCount(), 2u);
 }
 
-TEST_F(DeleteCommits, BranchesInTheRunAreStrungTogether) {
+TEST_F(DeleteCommits, LinksTheHeadsOfBranchesAmongDeletedCommits) {
   Draw("A-B-C", "low=A master=C");
   EXPECT_TRUE(Delete("C"));
   EXPECT_EQ(Chain("master"), "A-C");
@@ -116,7 +116,7 @@ TEST_F(DeleteCommits, BranchesInTheRunAreStrungTogether) {
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST_F(DeleteCommits, SeveralBranchesOnOneCommitAllFollow) {
+TEST_F(DeleteCommits, MovesAllBranchesOfAKeptCommit) {
   Draw("A-B-C", "x=B y=B z=B master=C");
   EXPECT_TRUE(Delete("B"));
   EXPECT_EQ(Chain("x"), "B");
@@ -125,7 +125,7 @@ TEST_F(DeleteCommits, SeveralBranchesOnOneCommitAllFollow) {
   EXPECT_EQ(Chain("master"), "A-B-C") << "above the run nothing changes";
 }
 
-TEST_F(DeleteCommits, BranchOnTheArgumentSurvivesAsTheNewestOfTheChain) {
+TEST_F(DeleteCommits, KeepsTheGivenCommitIfABranchNamesIt) {
   Draw("A-B-C-D-E", "low=B middle=D master=E");
   EXPECT_TRUE(Delete("D"));
   EXPECT_EQ(Chain("middle"), "B-D");
@@ -133,7 +133,7 @@ TEST_F(DeleteCommits, BranchOnTheArgumentSurvivesAsTheNewestOfTheChain) {
   EXPECT_EQ(repository.GetHead(), Stored("E"));
 }
 
-TEST_F(DeleteCommits, ForkInsideTheRunKeepsItsOldChainInMemory) {
+TEST_F(DeleteCommits, OtherBranchOfAForkKeepsDeletedCommitsInMemory) {
   Draw("A-B-C; B-X", "master=C fork=X");
   EXPECT_TRUE(Delete("C"));
   EXPECT_EQ(Chain("master"), "C");
@@ -144,7 +144,7 @@ TEST_F(DeleteCommits, ForkInsideTheRunKeepsItsOldChainInMemory) {
   EXPECT_EQ(repository.GetTreeCount(), 5u) << "A and B live on below X";
 }
 
-TEST_F(DeleteCommits, BranchOnAnotherInstanceDoesNotProtectACommit) {
+TEST_F(DeleteCommits, DeletesCommitWhoseBranchHoldsAnotherInstance) {
   Draw("A-B-C", "master=C");
   Repository elsewhere = NewRepository();
   const cow_ptr<Commit> twin = DrawHistory(elsewhere, "A-B").at("B");
@@ -154,14 +154,14 @@ TEST_F(DeleteCommits, BranchOnAnotherInstanceDoesNotProtectACommit) {
   EXPECT_EQ(repository.GetHead(TAL_WIDE("twin")), twin);
 }
 
-TEST_F(DeleteCommits, CommitThatIsNotStoredStillLosesItsAncestors) {
+TEST_F(DeleteCommits, DeletesAncestorsOfACommitThatIsNotStored) {
   Draw("A-B", "");
   const cow_ptr<Commit> unstored = MakeCommit(repository, "X", Stored("B"));
   EXPECT_TRUE(repository.DeleteCommits(unstored));
   EXPECT_EQ(repository.GetCommitCount(), 0u);
 }
 
-TEST_F(DeleteCommits, MovedInHandleDoesNotKeepTheCommitThroughThePurge) {
+TEST_F(DeleteCommits, ArgumentDoesNotKeepTheCommitDuringThePurge) {
   Draw("A-B-C", "low=B");
   EXPECT_TRUE(Delete("C"));
   EXPECT_EQ(Chain("low"), "B");
@@ -170,7 +170,7 @@ TEST_F(DeleteCommits, MovedInHandleDoesNotKeepTheCommitThroughThePurge) {
   EXPECT_EQ(repository.GetBlobCount(), 2u);
 }
 
-TEST_F(DeleteCommits, HandleOfTheHostKeepsTheCommitsTreesThroughThePurge) {
+TEST_F(DeleteCommits, HandleKeepsTreesOfDeletedCommit) {
   Draw("A-B-C", "low=B");
   const cow_ptr<Commit> held = Stored("C");
   EXPECT_TRUE(repository.DeleteCommits(held));
@@ -179,13 +179,13 @@ TEST_F(DeleteCommits, HandleOfTheHostKeepsTheCommitsTreesThroughThePurge) {
   EXPECT_EQ(ChainOf(held), "A-B-C");
 }
 
-TEST_F(DeleteCommits, PurgeTakesCommitsOutsideTheRunThatNothingUses) {
+TEST_F(DeleteCommits, PurgesUnusedCommitsOfOtherHistories) {
   Draw("A-B; X-Y", "low=A");
   EXPECT_TRUE(Delete("B"));
   EXPECT_EQ(repository.GetCommitCount(), 1u);
 }
 
-TEST_F(DeleteCommits, CurrentBranchInTheRunIsMovedAndStaysCurrent) {
+TEST_F(DeleteCommits, MovesTheCurrentBranchAndKeepsItCurrent) {
   Draw("A-B-C", "master=B top=C");
   EXPECT_TRUE(Delete("C"));
   EXPECT_EQ(Ascii(repository.GetCurentBranch()), "master");
@@ -193,7 +193,7 @@ TEST_F(DeleteCommits, CurrentBranchInTheRunIsMovedAndStaysCurrent) {
   EXPECT_EQ(Chain("top"), "B-C");
 }
 
-TEST_F(DeleteCommits, KeptCommitWithAnAlreadyStoredIdBecomesThatInstance) {
+TEST_F(DeleteCommits, KeptCommitBecomesTheCanonicalInstanceOfItsNewId) {
   Draw("A-B", "low=B");
   const cow_ptr<Commit> known = repository.SyncWithStorage(MakeCommit(repository, "B"));
   EXPECT_TRUE(Delete("B"));
@@ -223,7 +223,7 @@ class GuardingStorage : public MemObjectsStorage {
   mutable int asked = 0;
 };
 
-TEST(DeleteCommitsWithAStorageOfTheHost, KeepsTheCommitsThatTheStorageSaysHaveBranches) {
+TEST(DeleteCommitsWithHostStorage, KeepsCommitsForWhichTheStorageReturnsBranches) {
   auto owned = std::make_unique<GuardingStorage>();
   const GuardingStorage& storage = *owned;
   Repository repository(std::move(owned));
@@ -233,7 +233,7 @@ TEST(DeleteCommitsWithAStorageOfTheHost, KeepsTheCommitsThatTheStorageSaysHaveBr
   EXPECT_EQ(ChainOf(repository, "d"), "B-D");
 }
 
-TEST(DeleteCommitsWithRefusedMoves, FirstRefusalEndsARecordAndTheResultIsStillTrue) {
+TEST(DeleteCommitsWithRefusedMoves, ReturnsTrueAfterARefusedMove) {
   RefusingRepository refusing;
   PlaceBranches(refusing, DrawHistory(refusing, "A-B-C"), "a=A b=C c=C d=C");
   refusing.refuses = true;

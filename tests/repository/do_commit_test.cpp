@@ -44,7 +44,7 @@ TEST(DoCommit, StoresACopyAndMovesTheBranch) {
   EXPECT_EQ(ListingOf(stored), "file=bytes");
 }
 
-TEST(DoCommit, StampsWholeSecondsAndTheZoneOverWhatTheHostSet) {
+TEST(DoCommit, OverwritesTimeAndZoneWithThePresentOnes) {
   Repository repository = NewRepository();
   Commit commit(&repository, false);
   commit.SetCommitTime(Time::FromTimeT(5));
@@ -58,7 +58,7 @@ TEST(DoCommit, StampsWholeSecondsAndTheZoneOverWhatTheHostSet) {
   EXPECT_EQ(commit.GetCommitTimezoneBias(), TalUtils::DateTime::GetCurrentTimezoneBias(stamped));
 }
 
-TEST(DoCommit, CommitWithoutContentIsAccepted) {
+TEST(DoCommit, AcceptsCommitWithoutContent) {
   Repository repository = NewRepository();
   Commit commit(&repository, false);
   const cow_ptr<Commit> stored = repository.DoCommit(commit);
@@ -67,7 +67,7 @@ TEST(DoCommit, CommitWithoutContentIsAccepted) {
   EXPECT_EQ(Bytes(stored->GetData()).substr(0, 12), "tree \nauthor");
 }
 
-TEST(DoCommit, TreeEqualToTheParentsIsAccepted) {
+TEST(DoCommit, AcceptsTheTreeOfTheParent) {
   Repository repository = NewRepository();
   PlaceBranches(repository, DrawHistory(repository, "A"), "master=A");
   Commit commit(&repository, false);
@@ -77,7 +77,7 @@ TEST(DoCommit, TreeEqualToTheParentsIsAccepted) {
   EXPECT_EQ(ListingOf(stored), ListingOf(stored->GetParent()));
 }
 
-TEST(DoCommit, SameCommitTwiceWithinASecondGivesTheFirstInstance) {
+TEST(DoCommit, SameCommitWithinASecondReturnsTheFirstInstance) {
   Repository repository = NewRepository();
   Commit commit = Edited(repository, "bytes");
   AwaitNextSecond();
@@ -87,7 +87,7 @@ TEST(DoCommit, SameCommitTwiceWithinASecondGivesTheFirstInstance) {
   EXPECT_EQ(repository.GetCommitCount(), 1u);
 }
 
-TEST(DoCommit, SameCommitInALaterSecondIsAnotherWithTheSameParent) {
+TEST(DoCommit, SameCommitInALaterSecondIsASecondChildOfItsParent) {
   Repository repository = NewRepository();
   PlaceBranches(repository, DrawHistory(repository, "A"), "master=A");
   Commit commit = Edited(repository, "bytes");
@@ -100,7 +100,7 @@ TEST(DoCommit, SameCommitInALaterSecondIsAnotherWithTheSameParent) {
   EXPECT_EQ(repository.GetHead(), second);
 }
 
-TEST(DoCommit, StoredCommitMovesTheBranchBackToIt) {
+TEST(DoCommit, MovesTheBranchBackToACommitThatIsStored) {
   Repository repository = NewRepository();
   Commit commit = Edited(repository, "bytes");
   AwaitNextSecond();
@@ -111,7 +111,7 @@ TEST(DoCommit, StoredCommitMovesTheBranchBackToIt) {
   EXPECT_EQ(repository.GetHead(), first);
 }
 
-TEST(DoCommit, AmendWithoutAHeadIsRefusedAndNoTimeIsWritten) {
+TEST(DoCommit, AmendWithoutHeadFailsAndKeepsTheTime) {
   Repository repository = NewRepository();
   Commit commit(&repository, true);
   commit.SetCommitTime(Time::FromTimeT(5));
@@ -120,7 +120,7 @@ TEST(DoCommit, AmendWithoutAHeadIsRefusedAndNoTimeIsWritten) {
   EXPECT_EQ(repository.GetCommitCount(), 0u);
 }
 
-TEST(DoCommit, AmendTakesThePlaceOfTheHead) {
+TEST(DoCommit, AmendReplacesTheHead) {
   Repository repository = NewRepository();
   PlaceBranches(repository, DrawHistory(repository, "A-B"), "master=B");
   const cow_ptr<Commit> oldHead = repository.GetHead();
@@ -132,7 +132,7 @@ TEST(DoCommit, AmendTakesThePlaceOfTheHead) {
   EXPECT_EQ(repository.GetCommitFromStorage(oldHead->GetId()), oldHead);
 }
 
-TEST(DoCommit, WithoutTheCurrentBranchTheCommitIsStoredAndNoBranchMoves) {
+TEST(DoCommit, StoresDetachedCommitIfTheCurrentBranchIsMissing) {
   Repository repository = WithBranches({TAL_WIDE("trunk")});
   Commit commit = Edited(repository, "bytes");
   cow_ptr<Commit> stored = repository.DoCommit(commit);
@@ -145,7 +145,7 @@ TEST(DoCommit, WithoutTheCurrentBranchTheCommitIsStoredAndNoBranchMoves) {
   EXPECT_EQ(repository.GetCommitCount(), 0u);
 }
 
-TEST(DoCommit, CommitBuiltBeforeAnotherLandedTakesThatOneOffTheBranch) {
+TEST(DoCommit, CommitMadeOnAnOldHeadRemovesTheNewerOneFromTheBranch) {
   Repository repository = NewRepository();
   PlaceBranches(repository, DrawHistory(repository, "A"), "master=A");
   Commit early = Edited(repository, "early");
@@ -158,7 +158,7 @@ TEST(DoCommit, CommitBuiltBeforeAnotherLandedTakesThatOneOffTheBranch) {
   EXPECT_EQ(repository.GetCommitCount(), 3u);
 }
 
-TEST(DoCommit, CallersCommitStaysUsable) {
+TEST(DoCommit, CallersCommitCanBeUsedAgain) {
   Repository repository = NewRepository();
   Commit commit = Edited(repository, "one");
   const cow_ptr<Commit> stored = repository.DoCommit(commit);
@@ -167,7 +167,7 @@ TEST(DoCommit, CallersCommitStaysUsable) {
   EXPECT_EQ(TextOf(commit.GetBlob(TAL_WIDE("file"))), "two");
 }
 
-TEST(DoCommit, AddsNothingButTheCommit) {
+TEST(DoCommit, StoresOnlyTheCommit) {
   Repository elsewhere = NewRepository();
   Commit commit = Edited(elsewhere, "bytes");
   Repository repository = NewRepository();
@@ -198,7 +198,7 @@ class HidingRepository : public Repository {
   int synced = 0;
 };
 
-TEST(DoCommit, GoesThroughTheVirtualOperations) {
+TEST(DoCommit, CallsTheVirtualOperationsOfTheStorage) {
   HidingRepository repository;
   repository.answer = Make<Commit>();
   EXPECT_EQ(repository.GetHead(), repository.answer);

@@ -22,7 +22,7 @@ TEST(HistoryDrawing, CommitsHaveTheIdsOfTheirContent) {
   EXPECT_EQ(IdOfChain("A-B"), kIdOfB);
 }
 
-TEST(HistoryDrawing, ChainsGoOnFromNamesThatAreKnown) {
+TEST(HistoryDrawing, LaterChainsContinueFromEarlierNames) {
   Repository repository = NewRepository();
   const History history = DrawHistory(repository, "A-B-C; B-D; X");
   EXPECT_EQ(ChainOf(history.at("C")), "A-B-C");
@@ -33,7 +33,7 @@ TEST(HistoryDrawing, ChainsGoOnFromNamesThatAreKnown) {
   EXPECT_EQ(repository.GetBlobCount(), 6u);
 }
 
-TEST(HistoryDrawing, SecondParentIsAnError) {
+TEST(HistoryDrawing, RefusesASecondParent) {
   Repository repository = NewRepository();
   EXPECT_THROW(DrawHistory(repository, "A-B; C-B"), std::invalid_argument);
 }

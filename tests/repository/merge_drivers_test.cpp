@@ -33,7 +33,7 @@ using Merge = MergeDrivers;
 using FastForwardMerge = MergeDrivers;
 using Merge3Way = MergeDrivers;
 
-TEST_F(Merge, NullCommitGivesFalse) {
+TEST_F(Merge, ReturnsFalseForNullCommit) {
   Draw("A", "master=A");
   EXPECT_FALSE(repository.Merge(nullptr, Choosing(ConflictChoice::Left)));
   EXPECT_FALSE(repository.FastForwardMerge(nullptr));
@@ -41,28 +41,28 @@ TEST_F(Merge, NullCommitGivesFalse) {
   EXPECT_EQ(Master(), "A");
 }
 
-TEST_F(Merge, BranchWithoutCommitIsMovedWithoutAQuestion) {
+TEST_F(Merge, MovesABranchWithoutHeadAndCallsNoResolver) {
   Draw("A-B", "");
   EXPECT_TRUE(repository.Merge(At("B"), Choosing(ConflictChoice::Undecided)));
   EXPECT_EQ(repository.GetHead(), At("B"));
   EXPECT_THAT(questions.asked, IsEmpty());
 }
 
-TEST_F(Merge, MissingCurrentBranchGivesFalse) {
+TEST_F(Merge, ReturnsFalseIfTheCurrentBranchIsMissing) {
   Draw("A", "");
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
   EXPECT_FALSE(repository.Merge(At("A"), Choosing(ConflictChoice::Left)));
   EXPECT_FALSE(repository.BranchExist(TAL_WIDE("master")));
 }
 
-TEST_F(Merge, DescendantOfTheHeadMovesTheBranchEvenWithoutResolvers) {
+TEST_F(Merge, FastForwardsWithoutResolvers) {
   Draw("A-B-C", "master=A");
   EXPECT_TRUE(repository.Merge(At("C"), Resolvers()));
   EXPECT_EQ(repository.GetHead(), At("C"));
   EXPECT_EQ(repository.GetCommitCount(), 3u);
 }
 
-TEST_F(Merge, HeadItselfChangesNothing) {
+TEST_F(Merge, OfTheHeadChangesNothing) {
   Draw("A-B", "master=B");
   EXPECT_TRUE(repository.Merge(At("B"), Resolvers()));
   EXPECT_EQ(repository.GetHead(), At("B"));
@@ -80,7 +80,7 @@ TEST_F(Merge, AnotherInstanceOfTheHeadMakesAMergeCommit) {
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST_F(Merge, AncestorOfTheHeadMakesACommitOfTheHeadsContent) {
+TEST_F(Merge, AncestorOfTheHeadMakesACommitWithTheHeadsContent) {
   Draw("A-B", "master=B");
   EXPECT_TRUE(repository.Merge(At("A"), Choosing(ConflictChoice::Undecided)));
   EXPECT_EQ(Master(), "A-B-_");
@@ -89,13 +89,13 @@ TEST_F(Merge, AncestorOfTheHeadMakesACommitOfTheHeadsContent) {
   EXPECT_THAT(questions.asked, ElementsAre("/"));
 }
 
-TEST_F(Merge, AncestorOfTheHeadIsStoppedByTheResolvers) {
+TEST_F(Merge, ResolverCanRefuseAnAncestorOfTheHead) {
   Draw("A-B", "master=B");
   EXPECT_FALSE(repository.Merge(At("A"), Resolvers()));
   EXPECT_EQ(repository.GetHead(), At("B"));
 }
 
-TEST_F(Merge, ForkIsMergedAgainstItsBase) {
+TEST_F(Merge, ComparesBothSidesWithTheCommonBase) {
   Draw("A-B; A-C", "master=B");
   EXPECT_TRUE(repository.Merge(At("C"), Choosing(ConflictChoice::Right)));
   EXPECT_EQ(ListingOf(repository.GetHead()), "lib/common=common name=C");
@@ -115,7 +115,7 @@ TEST_F(Merge, MergeCommitHasTheOldHeadAsItsOnlyParentAndNoTexts) {
   EXPECT_EQ(repository.GetCommitFromStorage(merge->GetId()), merge);
 }
 
-TEST_F(Merge, SecondMergeOfTheSameBranchFindsTheOldBaseAgain) {
+TEST_F(Merge, SecondMergeOfABranchUsesTheSameBase) {
   Draw("A-B; A-C", "master=B");
   ASSERT_TRUE(repository.Merge(At("C"), Choosing(ConflictChoice::Right)));
   EXPECT_EQ(repository.GetCommonBase(repository.GetHead(), At("C")), At("A"));
@@ -128,14 +128,14 @@ TEST_F(Merge, UnrelatedHistoriesAreMergedAsAdditions) {
   EXPECT_THAT(questions.asked, ElementsAre("/", "name"));
 }
 
-TEST_F(Merge, UndecidedConflictLeavesTheBranchAlone) {
+TEST_F(Merge, UndecidedConflictDoesNotMoveTheBranch) {
   Draw("A-B; A-C", "master=B");
   EXPECT_FALSE(repository.Merge(At("C"), Choosing(ConflictChoice::Undecided)));
   EXPECT_EQ(repository.GetHead(), At("B"));
   EXPECT_EQ(repository.GetCommitCount(), 3u);
 }
 
-TEST_F(Merge, EqualTreesMakeAMergeCommitWithoutAQuestion) {
+TEST_F(Merge, EqualTreesMakeAMergeCommitAndCallNoResolver) {
   Draw("A-B", "master=B");
   cow_ptr<Commit> same = MakeCommit(repository, "B", At("A"));
   same.write()->SetDescription(TAL_WIDE("the same content"));
@@ -145,7 +145,7 @@ TEST_F(Merge, EqualTreesMakeAMergeCommitWithoutAQuestion) {
   EXPECT_EQ(ListingOf(repository.GetHead()), ListingOf(At("B")));
 }
 
-TEST_F(Merge, TreesAreHandedToTheResolversAsHeadBaseAndIncoming) {
+TEST_F(Merge, PassesHeadBaseAndIncomingTreesToTheResolvers) {
   Draw("A-B; A-C", "master=B");
   MergeTrees seen;
   const TreeConflictResolver note = [&](Path, MergeTrees trees) {
@@ -165,7 +165,7 @@ TEST_F(Merge, MergedTreeIsStored) {
   EXPECT_EQ(repository.GetTreeFromStorage(root->GetId()), root);
 }
 
-TEST_F(Merge, OnAnotherCurrentBranchMovesThatOne) {
+TEST_F(Merge, MovesTheCurrentBranch) {
   Draw("A-B", "master=A topic=A");
   ASSERT_TRUE(repository.Checkout(TAL_WIDE("topic")));
   EXPECT_TRUE(repository.Merge(At("B"), Resolvers()));
@@ -173,14 +173,14 @@ TEST_F(Merge, OnAnotherCurrentBranchMovesThatOne) {
   EXPECT_EQ(Master(), "A");
 }
 
-TEST_F(FastForwardMerge, DescendantMovesTheBranchWithoutACommit) {
+TEST_F(FastForwardMerge, MovesTheBranchToADescendantWithoutANewCommit) {
   Draw("A-B-C", "master=A");
   EXPECT_TRUE(repository.FastForwardMerge(At("C")));
   EXPECT_EQ(repository.GetHead(), At("C"));
   EXPECT_EQ(repository.GetCommitCount(), 3u);
 }
 
-TEST_F(FastForwardMerge, ForkUnrelatedOrOlderCommitGivesFalse) {
+TEST_F(FastForwardMerge, ReturnsFalseForForkedUnrelatedOrOlderCommit) {
   Draw("A-B; A-C; X", "master=B");
   EXPECT_FALSE(repository.FastForwardMerge(At("C")));
   EXPECT_FALSE(repository.FastForwardMerge(At("X")));
@@ -188,19 +188,19 @@ TEST_F(FastForwardMerge, ForkUnrelatedOrOlderCommitGivesFalse) {
   EXPECT_EQ(repository.GetHead(), At("B"));
 }
 
-TEST_F(FastForwardMerge, BranchWithoutHeadMoves) {
+TEST_F(FastForwardMerge, MovesABranchWithoutHead) {
   Draw("A", "");
   EXPECT_TRUE(repository.FastForwardMerge(At("A")));
   EXPECT_EQ(repository.GetHead(), At("A"));
 }
 
-TEST_F(FastForwardMerge, MissingCurrentBranchGivesFalse) {
+TEST_F(FastForwardMerge, ReturnsFalseIfTheCurrentBranchIsMissing) {
   Draw("A", "");
   repository.RemoveBranch(TAL_WIDE("master"));
   EXPECT_FALSE(repository.FastForwardMerge(At("A")));
 }
 
-TEST_F(FastForwardMerge, DescendantOfAnotherInstanceOfTheHeadGivesFalse) {
+TEST_F(FastForwardMerge, ReturnsFalseForADescendantOfAnotherInstanceOfTheHead) {
   Draw("A", "master=A");
   Repository elsewhere = NewRepository();
   const cow_ptr<Commit> foreign = DrawHistory(elsewhere, "A-B").at("B");
@@ -208,20 +208,20 @@ TEST_F(FastForwardMerge, DescendantOfAnotherInstanceOfTheHeadGivesFalse) {
   EXPECT_EQ(repository.GetHead(), At("A"));
 }
 
-TEST_F(Merge3Way, BranchWithoutCommitGivesFalse) {
+TEST_F(Merge3Way, ReturnsFalseForABranchWithoutHead) {
   Draw("A", "");
   EXPECT_FALSE(repository.Merge3Way(At("A"), Choosing(ConflictChoice::Left)));
   EXPECT_FALSE(repository.GetHead());
 }
 
-TEST_F(Merge3Way, DescendantOfTheHeadStillMakesACommit) {
+TEST_F(Merge3Way, MakesACommitForADescendantOfTheHead) {
   Draw("A-B", "master=A");
   EXPECT_TRUE(repository.Merge3Way(At("B"), Choosing(ConflictChoice::Undecided)));
   EXPECT_EQ(repository.GetHead()->GetParent(), At("A"));
   EXPECT_EQ(ListingOf(repository.GetHead()), ListingOf(At("B")));
 }
 
-TEST_F(Merge3Way, CommitsWithoutTreesFailBecauseNothingIsMerged) {
+TEST_F(Merge3Way, FailsIfNeitherCommitHasATree) {
   const cow_ptr<Commit> head = repository.SyncWithStorage(Make<Commit>());
   repository.MoveBranchTo(TAL_WIDE("master"), head);
   cow_ptr<Commit> incoming = Make<Commit>();
@@ -230,7 +230,7 @@ TEST_F(Merge3Way, CommitsWithoutTreesFailBecauseNothingIsMerged) {
   EXPECT_EQ(repository.GetHead(), head);
 }
 
-TEST_F(Merge3Way, IncomingCommitWithoutTreeMergesAsATreeOfNothing) {
+TEST_F(Merge3Way, IncomingCommitWithoutTreeCountsAsAnEmptyTree) {
   Draw("A", "master=A");
   cow_ptr<Commit> incoming = Make<Commit>(At("A"), false);
   incoming.write()->ReplaceRoot(&repository, nullptr);
@@ -238,7 +238,7 @@ TEST_F(Merge3Way, IncomingCommitWithoutTreeMergesAsATreeOfNothing) {
   EXPECT_EQ(ListingOf(repository.GetHead()), "");
 }
 
-TEST_F(Merge3Way, NotStoredIncomingCommitIsTakenAsItIs) {
+TEST_F(Merge3Way, AcceptsAnIncomingCommitThatIsNotStored) {
   Draw("A-B", "master=B");
   const cow_ptr<Commit> incoming = MakeCommit(repository, "C", At("A"));
   EXPECT_TRUE(repository.Merge3Way(incoming, Choosing(ConflictChoice::Right)));
@@ -246,7 +246,7 @@ TEST_F(Merge3Way, NotStoredIncomingCommitIsTakenAsItIs) {
   EXPECT_FALSE(repository.GetCommitFromStorage(incoming->GetId()));
 }
 
-TEST_F(Merge3Way, FailureLeavesWhatWasStoredUntilAPurge) {
+TEST_F(Merge3Way, ObjectsOfAFailedMergeStayUntilAPurge) {
   const auto commitOf = [&](const char* name, cow_ptr<Commit> parent,
                             std::vector<std::pair<std::string, std::string>> files) {
     cow_ptr<Commit> commit = MakeCommit(repository, name, std::move(parent));

@@ -52,7 +52,7 @@ class Rebase : public ::testing::Test {
 using EnsureCommonRootFor = Rebase;
 using MergelessRebase = Rebase;
 
-TEST_F(EnsureCommonRootFor, RelatedBranchesStayAndNoRootBranchIsMade) {
+TEST_F(EnsureCommonRootFor, ChangesNothingForRelatedBranches) {
   Draw("A-B-C; B-D", "c=C d=D");
   EXPECT_TRUE(EnsureCommonRoot("c", "d", "root"));
   EXPECT_FALSE(repository.BranchExist(TAL_WIDE("root")));
@@ -60,7 +60,7 @@ TEST_F(EnsureCommonRootFor, RelatedBranchesStayAndNoRootBranchIsMade) {
   EXPECT_EQ(repository.GetCommitCount(), 4u);
 }
 
-TEST_F(EnsureCommonRootFor, NothingExistingPutsAllThreeOnARootCommit) {
+TEST_F(EnsureCommonRootFor, CreatesAllThreeBranchesOnANewRootCommit) {
   EXPECT_TRUE(EnsureCommonRoot("a", "b", "root"));
   EXPECT_EQ(Chain("root"), "Root commit");
   EXPECT_EQ(repository.GetHead(TAL_WIDE("a")), repository.GetHead(TAL_WIDE("root")));
@@ -68,7 +68,7 @@ TEST_F(EnsureCommonRootFor, NothingExistingPutsAllThreeOnARootCommit) {
   EXPECT_EQ(repository.GetCommitCount(), 1u);
 }
 
-TEST_F(EnsureCommonRootFor, RootCommitIsTheSameEverywhere) {
+TEST_F(EnsureCommonRootFor, RootCommitHasAFixedId) {
   ASSERT_TRUE(EnsureCommonRoot("a", "b", "root"));
   const cow_ptr<Commit> root = repository.GetHead(TAL_WIDE("root"));
   EXPECT_EQ(IdOf(root), "2181c8f28ee8418b1478fddf0ee42f5611b4bfaafd9f39a96b756bf50f9cb6fc");
@@ -78,7 +78,7 @@ TEST_F(EnsureCommonRootFor, RootCommitIsTheSameEverywhere) {
   EXPECT_EQ(root->GetCommitTime(), Time());
 }
 
-TEST_F(EnsureCommonRootFor, SecondRootCommitOfAStorageIsTheStoredOne) {
+TEST_F(EnsureCommonRootFor, UsesTheStoredRootCommit) {
   ASSERT_TRUE(EnsureCommonRoot("a", "b", "root"));
   const cow_ptr<Commit> root = repository.GetHead(TAL_WIDE("root"));
   ASSERT_TRUE(EnsureCommonRoot("c", "d", "other"));
@@ -86,7 +86,7 @@ TEST_F(EnsureCommonRootFor, SecondRootCommitOfAStorageIsTheStoredOne) {
   EXPECT_EQ(repository.GetCommitCount(), 1u);
 }
 
-TEST_F(EnsureCommonRootFor, ExistingFirstIsPlacedWholeAndMissingSecondStartsAtTheRoot) {
+TEST_F(EnsureCommonRootFor, RebasesTheFirstBranchAndStartsAMissingSecondAtTheRoot) {
   Draw("A-B", "a=B");
   EXPECT_TRUE(EnsureCommonRoot("a", "b", "root"));
   EXPECT_EQ(Chain("a"), "Root commit-A-B");
@@ -104,7 +104,7 @@ TEST_F(EnsureCommonRootFor, OldCommitsStayStoredAndUnchanged) {
   EXPECT_EQ(ChainOf(At("B")), "A-B");
 }
 
-TEST_F(EnsureCommonRootFor, PlacedCommitsKeepAllButTheirParent) {
+TEST_F(EnsureCommonRootFor, RebasedCommitsDifferOnlyInTheirParent) {
   Draw("A-B", "a=B");
   ASSERT_TRUE(EnsureCommonRoot("a", "b", "root"));
   const cow_ptr<Commit> placed = repository.GetHead(TAL_WIDE("a"));
@@ -114,14 +114,14 @@ TEST_F(EnsureCommonRootFor, PlacedCommitsKeepAllButTheirParent) {
   EXPECT_EQ(placed->GetCommitTime(), At("B")->GetCommitTime());
 }
 
-TEST_F(EnsureCommonRootFor, TwoUnrelatedBranchesAreBothPlacedOnANewRoot) {
+TEST_F(EnsureCommonRootFor, RebasesTwoUnrelatedBranchesOntoANewRoot) {
   Draw("A-B; X-Y", "a=B x=Y");
   EXPECT_TRUE(EnsureCommonRoot("a", "x", "root"));
   EXPECT_EQ(Chain("a"), "Root commit-A-B");
   EXPECT_EQ(Chain("x"), "Root commit-X-Y");
 }
 
-TEST_F(EnsureCommonRootFor, BranchThatIsRelatedToTheRootStays) {
+TEST_F(EnsureCommonRootFor, DoesNotMoveABranchThatIsRelatedToTheRoot) {
   Draw("R-S; R-A; X", "root=S a=A x=X");
   EXPECT_TRUE(EnsureCommonRoot("a", "x", "root"));
   EXPECT_EQ(repository.GetHead(TAL_WIDE("a")), At("A"));
@@ -129,48 +129,48 @@ TEST_F(EnsureCommonRootFor, BranchThatIsRelatedToTheRootStays) {
   EXPECT_EQ(repository.GetHead(TAL_WIDE("root")), At("S"));
 }
 
-TEST_F(EnsureCommonRootFor, RootThatIsTheFirstTakesTheSecondOnItsHead) {
+TEST_F(EnsureCommonRootFor, RebasesTheSecondBranchOntoTheFirstIfThatIsTheRoot) {
   Draw("A-B; X-Y", "a=B x=Y");
   EXPECT_TRUE(EnsureCommonRoot("a", "x", "a"));
   EXPECT_EQ(repository.GetHead(TAL_WIDE("a")), At("B"));
   EXPECT_EQ(Chain("x"), "A-B-X-Y");
 }
 
-TEST_F(EnsureCommonRootFor, RootThatIsTheMissingFirstIsCreatedOnTheRootCommit) {
+TEST_F(EnsureCommonRootFor, CreatesAMissingFirstBranchThatIsTheRoot) {
   EXPECT_TRUE(EnsureCommonRoot("a", "b", "a"));
   EXPECT_EQ(Chain("a"), "Root commit");
   EXPECT_EQ(repository.GetHead(TAL_WIDE("b")), repository.GetHead(TAL_WIDE("a")));
 }
 
-TEST_F(EnsureCommonRootFor, ExistingBranchWithoutHeadIsMovedToTheRoot) {
+TEST_F(EnsureCommonRootFor, MovesABranchWithoutHeadToTheRoot) {
   Draw("A", "a=A empty=");
   EXPECT_TRUE(EnsureCommonRoot("empty", "a", "root"));
   EXPECT_EQ(Chain("empty"), "Root commit");
   EXPECT_EQ(Chain("a"), "Root commit-A");
 }
 
-TEST_F(EnsureCommonRootFor, RootBranchWithoutHeadFails) {
+TEST_F(EnsureCommonRootFor, FailsForRootBranchWithoutHead) {
   Draw("A; X", "a=A x=X root=");
   EXPECT_FALSE(EnsureCommonRoot("a", "x", "root"));
   EXPECT_FALSE(repository.GetHead(TAL_WIDE("root")));
   EXPECT_EQ(repository.GetHead(TAL_WIDE("a")), At("A"));
 }
 
-TEST_F(EnsureCommonRootFor, EmptyRootNameFailsAndLeavesTheRootCommitStored) {
+TEST_F(EnsureCommonRootFor, FailsForEmptyRootNameAfterStoringTheRootCommit) {
   Draw("A; X", "a=A x=X");
   EXPECT_FALSE(EnsureCommonRoot("a", "x", ""));
   EXPECT_EQ(repository.GetHead(TAL_WIDE("a")), At("A"));
   EXPECT_EQ(repository.GetCommitCount(), 3u);
 }
 
-TEST_F(EnsureCommonRootFor, FailureOfTheFirstLeavesTheSecond) {
+TEST_F(EnsureCommonRootFor, DoesNotMoveTheSecondBranchIfTheFirstFails) {
   Draw("X", "x=X");
   EXPECT_FALSE(EnsureCommonRoot("", "x", "root"));
   EXPECT_EQ(repository.GetHead(TAL_WIDE("x")), At("X"));
   EXPECT_EQ(Chain("root"), "Root commit");
 }
 
-TEST_F(EnsureCommonRootFor, FailureOfTheSecondLeavesTheFirstMoved) {
+TEST_F(EnsureCommonRootFor, FirstBranchStaysMovedIfTheSecondFails) {
   Draw("A", "a=A");
   EXPECT_FALSE(EnsureCommonRoot("a", "", "root"));
   EXPECT_EQ(Chain("a"), "Root commit-A");
@@ -184,7 +184,7 @@ TEST_F(EnsureCommonRootFor, CurrentBranchStaysTheSame) {
   EXPECT_EQ(ChainOf(repository.GetHead()), "Root commit-A");
 }
 
-TEST_F(EnsureCommonRootFor, SecondCallFindsThemRelatedAndMakesNothing) {
+TEST_F(EnsureCommonRootFor, SecondCallChangesNothing) {
   Draw("A; X", "a=A x=X");
   ASSERT_TRUE(EnsureCommonRoot("a", "x", "root"));
   const std::uint64_t count = repository.GetCommitCount();
@@ -192,14 +192,14 @@ TEST_F(EnsureCommonRootFor, SecondCallFindsThemRelatedAndMakesNothing) {
   EXPECT_EQ(repository.GetCommitCount(), count);
 }
 
-TEST_F(MergelessRebase, NullTipOrNewBaseGivesNull) {
+TEST_F(MergelessRebase, ReturnsNullForNullTipOrNewBase) {
   Draw("A-B");
   EXPECT_FALSE(Place(nullptr, nullptr, At("A")));
   EXPECT_FALSE(Place(At("B"), nullptr, nullptr));
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST_F(MergelessRebase, NullStopTakesTheWholeChain) {
+TEST_F(MergelessRebase, WithoutAStopRebasesTheWholeHistory) {
   Draw("A-B; X");
   const cow_ptr<Commit> tip = Place(At("B"), nullptr, At("X"));
   EXPECT_EQ(ChainOf(tip), "X-A-B");
@@ -207,12 +207,12 @@ TEST_F(MergelessRebase, NullStopTakesTheWholeChain) {
   EXPECT_EQ(repository.GetCommitFromStorage(tip->GetId()), tip);
 }
 
-TEST_F(MergelessRebase, StopIsLeftOutOfTheChain) {
+TEST_F(MergelessRebase, DoesNotRebaseTheStop) {
   Draw("A-B-C-D; X");
   EXPECT_EQ(ChainOf(Place(At("D"), At("B"), At("X"))), "X-C-D");
 }
 
-TEST_F(MergelessRebase, TipThatIsTheStopIsPlacedAllTheSame) {
+TEST_F(MergelessRebase, RebasesATipThatIsTheStop) {
   Draw("A-B; X");
   EXPECT_EQ(ChainOf(Place(At("B"), At("B"), At("X"))), "X-B");
 }
@@ -225,13 +225,13 @@ TEST_F(MergelessRebase, StopOfTheSameIdButAnotherInstanceIsNotRecognised) {
   EXPECT_EQ(ChainOf(Place(At("C"), twin, At("X"))), "X-A-B-C");
 }
 
-TEST_F(MergelessRebase, ChainInPlaceGivesTheOldTipAndStoresNothing) {
+TEST_F(MergelessRebase, ReturnsTheOldTipIfNothingHasToMove) {
   Draw("A-B-C");
   EXPECT_EQ(Place(At("C"), At("A"), At("A")), At("C"));
   EXPECT_EQ(repository.GetCommitCount(), 3u);
 }
 
-TEST_F(MergelessRebase, StoredCommitOfTheNewIdTakesItsPlace) {
+TEST_F(MergelessRebase, UsesTheStoredCommitOfANewId) {
   Draw("A-B; X");
   const cow_ptr<Commit> known = repository.SyncWithStorage(MakeCommit(repository, "A", At("X")));
   const cow_ptr<Commit> tip = Place(At("B"), nullptr, At("X"));
@@ -239,44 +239,44 @@ TEST_F(MergelessRebase, StoredCommitOfTheNewIdTakesItsPlace) {
   EXPECT_EQ(tip->GetParent(), known);
 }
 
-TEST_F(MergelessRebase, OldChainKeepsItsParents) {
+TEST_F(MergelessRebase, DoesNotChangeTheOldCommits) {
   Draw("A-B; X");
   Place(At("B"), nullptr, At("X"));
   EXPECT_EQ(ChainOf(At("B")), "A-B");
   EXPECT_EQ(At("B")->GetParent(), At("A"));
 }
 
-TEST_F(MergelessRebase, NamesOfAForkPlaceWhatLiesAboveIt) {
+TEST_F(MergelessRebase, ByNamesRebasesTheCommitsAfterTheFork) {
   Draw("A-B-C-D; B-X", "d=D x=X");
   EXPECT_EQ(ChainOf(Place("d", "x")), "A-B-X-C-D");
   EXPECT_EQ(repository.GetHead(TAL_WIDE("d")), At("D"));
 }
 
-TEST_F(MergelessRebase, NamesOfUnrelatedBranchesPlaceTheWholeChain) {
+TEST_F(MergelessRebase, ByNamesRebasesTheWholeHistoryOfAnUnrelatedBranch) {
   Draw("A-B; X", "b=B x=X");
   EXPECT_EQ(ChainOf(Place("b", "x")), "X-A-B");
 }
 
-TEST_F(MergelessRebase, TipThatIsAnAncestorOfTheNewBaseIsCopiedOnTopOfIt) {
+TEST_F(MergelessRebase, CopiesATipThatIsAnAncestorOfTheNewBase) {
   Draw("A-B-C", "low=B high=C");
   const cow_ptr<Commit> tip = Place("low", "high");
   EXPECT_EQ(ChainOf(tip), "A-B-C-B");
   EXPECT_EQ(tip->GetParent(), At("C"));
 }
 
-TEST_F(MergelessRebase, TwoBranchesOnOneCommitCopyItOnTopOfItself) {
+TEST_F(MergelessRebase, CopiesTheCommonHeadOfTwoBranchesOnTopOfItself) {
   Draw("A-B", "one=B two=B");
   const cow_ptr<Commit> tip = Place("one", "two");
   EXPECT_EQ(ChainOf(tip), "A-B-B");
   EXPECT_EQ(tip->GetParent(), At("B"));
 }
 
-TEST_F(MergelessRebase, BranchAboveTheNewBaseIsInPlace) {
+TEST_F(MergelessRebase, DoesNotMoveABranchThatDescendsFromTheNewBase) {
   Draw("A-B-C", "low=B high=C");
   EXPECT_EQ(Place("high", "low"), At("C"));
 }
 
-TEST_F(MergelessRebase, UnknownNamesGiveNull) {
+TEST_F(MergelessRebase, ReturnsNullForUnknownNames) {
   Draw("A", "a=A");
   EXPECT_FALSE(Place("unknown", "a"));
   EXPECT_FALSE(Place("a", "unknown"));

@@ -15,7 +15,7 @@ Repository WithBranches(std::initializer_list<TalStringViewT<WideChar>> names) {
   return Repository(NewStorage(names));
 }
 
-TEST(Repository, NewOneTakesTheStorageAndStandsOnMaster) {
+TEST(Repository, NewRepositoryOwnsTheStorageAndHasCurrentBranchMaster) {
   auto storage = NewStorage();
   const IObjectsStorage* address = storage.get();
   std::unique_ptr<IObjectsStorage> handed = std::move(storage);
@@ -26,13 +26,13 @@ TEST(Repository, NewOneTakesTheStorageAndStandsOnMaster) {
   EXPECT_EQ(Ascii(repository.GetCurentBranch()), "master");
 }
 
-TEST(Repository, CurrentBranchIsMasterAlsoWhereThatDoesNotExist) {
+TEST(Repository, CurrentBranchIsMasterEvenIfThatDoesNotExist) {
   Repository repository = WithBranches({TAL_WIDE("trunk")});
   EXPECT_EQ(Ascii(repository.GetCurentBranch()), "master");
   EXPECT_FALSE(repository.BranchExist(TAL_WIDE("master")));
 }
 
-TEST(RepositoryWithoutStorage, EveryLookUpGivesNothing) {
+TEST(RepositoryWithoutStorage, EveryLookUpReturnsNothing) {
   const Repository repository(nullptr);
   EXPECT_FALSE(repository.GetHead());
   EXPECT_FALSE(repository.GetHead(TAL_WIDE("master")));
@@ -46,7 +46,7 @@ TEST(RepositoryWithoutStorage, EveryLookUpGivesNothing) {
   EXPECT_EQ(Ascii(repository.GetCurentBranch()), "master");
 }
 
-TEST(RepositoryWithoutStorage, EveryChangeIsRefused) {
+TEST(RepositoryWithoutStorage, EveryChangeFails) {
   Repository repository(nullptr);
   const auto commit = Make<Commit>();
   EXPECT_FALSE(repository.DeleteCommits(commit));
@@ -66,7 +66,7 @@ TEST(RepositoryWithoutStorage, EveryChangeIsRefused) {
   EXPECT_EQ(repository.GetStorage(), nullptr);
 }
 
-TEST(RepositoryWithoutStorage, SyncGivesTheArgumentBack) {
+TEST(RepositoryWithoutStorage, SyncWithStorageReturnsItsArgument) {
   Repository repository(nullptr);
   const auto commit = Make<Commit>();
   const auto tree = Make<Tree>();
@@ -76,7 +76,7 @@ TEST(RepositoryWithoutStorage, SyncGivesTheArgumentBack) {
   EXPECT_EQ(repository.SyncWithStorage(blob), blob);
 }
 
-TEST(RepositoryWithoutStorage, DoCommitGivesNullAndLeavesTheCommitUntouched) {
+TEST(RepositoryWithoutStorage, DoCommitReturnsNullAndDoesNotChangeTheCommit) {
   Repository repository(nullptr);
   Commit commit;
   commit.SetCommitTime(Time::FromTimeT(5));
@@ -84,7 +84,7 @@ TEST(RepositoryWithoutStorage, DoCommitGivesNullAndLeavesTheCommitUntouched) {
   EXPECT_EQ(commit.GetCommitTime().ToTimeT(), 5);
 }
 
-TEST(Repository, CopyIsIndependentAndSharesOldObjects) {
+TEST(Repository, CopyIsIndependentAndSharesObjects) {
   Repository repository = NewRepository();
   PlaceBranches(repository, DrawHistory(repository, "A"), "master=A");
   Repository copy(repository);
@@ -99,14 +99,14 @@ TEST(Repository, CopyIsIndependentAndSharesOldObjects) {
   EXPECT_EQ(copy.GetHead()->GetParent(), repository.GetHead());
 }
 
-TEST(Repository, CopyTakesTheCurrentBranchAlong) {
+TEST(Repository, CopyHasTheSameCurrentBranch) {
   Repository repository = WithBranches({TAL_WIDE("master"), TAL_WIDE("topic")});
   repository.Checkout(TAL_WIDE("topic"));
   const Repository copy(repository);
   EXPECT_EQ(Ascii(copy.GetCurentBranch()), "topic");
 }
 
-TEST(Repository, CopyOfOneWithoutStorageHasNone) {
+TEST(Repository, CopyOfRepositoryWithoutStorageHasNone) {
   const Repository empty(nullptr);
   const Repository copy(empty);
   EXPECT_EQ(copy.GetStorage(), nullptr);
@@ -157,12 +157,12 @@ TEST(Repository, AssignmentToItselfChangesNothing) {
   EXPECT_EQ(ChainOf(repository, "master"), "A");
 }
 
-TEST(Repository, GetHeadOfAnUnknownBranchIsNull) {
+TEST(Repository, GetHeadReturnsNullForUnknownBranch) {
   const Repository repository = NewRepository();
   EXPECT_NO_THROW(EXPECT_FALSE(repository.GetHead(TAL_WIDE("unknown"))));
 }
 
-TEST(Repository, LookUpsGiveTheStoredInstances) {
+TEST(Repository, LookUpsReturnCanonicalInstances) {
   Repository repository = NewRepository();
   const History history = DrawHistory(repository, "A");
   const cow_ptr<Commit> commit = history.at("A");
@@ -173,7 +173,7 @@ TEST(Repository, LookUpsGiveTheStoredInstances) {
   EXPECT_EQ(repository.GetBlobFromStorage(blob->GetId()), blob);
 }
 
-TEST(SyncWithStorage, NullGivesNull) {
+TEST(SyncWithStorage, OfNullReturnsNull) {
   Repository repository = NewRepository();
   EXPECT_FALSE(repository.SyncWithStorage(cow_ptr<Commit>()));
   EXPECT_FALSE(repository.SyncWithStorage(cow_ptr<Tree>()));
@@ -182,7 +182,7 @@ TEST(SyncWithStorage, NullGivesNull) {
             0u);
 }
 
-TEST(SyncWithStorage, NewObjectIsStoredAndGivenBack) {
+TEST(SyncWithStorage, StoresAndReturnsANewObject) {
   Repository repository = NewRepository();
   const auto commit = Make<Commit>();
   const auto tree = Make<Tree>();
@@ -195,7 +195,7 @@ TEST(SyncWithStorage, NewObjectIsStoredAndGivenBack) {
   EXPECT_EQ(repository.GetBlobCount(), 1u);
 }
 
-TEST(SyncWithStorage, KnownIdGivesTheStoredInstance) {
+TEST(SyncWithStorage, ReturnsTheCanonicalInstanceOfAStoredId) {
   Repository repository = NewRepository();
   const auto stored = repository.SyncWithStorage(SharedBlob("bytes"));
   const auto twin = SharedBlob("bytes");
@@ -208,7 +208,7 @@ TEST(SyncWithStorage, KnownIdGivesTheStoredInstance) {
   EXPECT_EQ(repository.GetBlobCount(), 1u);
 }
 
-TEST(SyncWithStorage, CommitIsStoredWithoutItsTreeAndParent) {
+TEST(SyncWithStorage, DoesNotStoreTreeAndParentOfACommit) {
   Repository elsewhere = NewRepository();
   const History history = DrawHistory(elsewhere, "A-B");
   Repository repository = NewRepository();

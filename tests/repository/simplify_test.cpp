@@ -21,13 +21,13 @@ class SimplifyCommitGraph : public ::testing::Test {
   Repository repository = NewRepository();
 };
 
-TEST_F(SimplifyCommitGraph, WithoutStorageGivesFalse) {
+TEST_F(SimplifyCommitGraph, WithoutStorageReturnsFalse) {
   Repository without(nullptr);
   EXPECT_FALSE(without.SimplifyCommitGraph(true));
   EXPECT_FALSE(without.SimplifyCommitGraph(false));
 }
 
-TEST_F(SimplifyCommitGraph, WithoutBranchesPurgesOnlyIfAsked) {
+TEST_F(SimplifyCommitGraph, WithoutBranchesPurgesOnlyIfRequested) {
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
   DrawHistory(repository, "A-B");
   EXPECT_TRUE(Simplify(false));
@@ -37,7 +37,7 @@ TEST_F(SimplifyCommitGraph, WithoutBranchesPurgesOnlyIfAsked) {
   EXPECT_EQ(repository.GetTreeCount(), 0u);
 }
 
-TEST_F(SimplifyCommitGraph, LongChainOfOneBranchBecomesItsHead) {
+TEST_F(SimplifyCommitGraph, HistoryOfOneBranchBecomesItsHead) {
   Draw("A-B-C-D-E", "master=E");
   EXPECT_TRUE(Simplify());
   EXPECT_EQ(Chain("master"), "E");
@@ -64,7 +64,7 @@ TEST_F(SimplifyCommitGraph, TwoBranchesOnOneCommitMoveTogether) {
   EXPECT_EQ(repository.GetCommitCount(), 1u);
 }
 
-TEST_F(SimplifyCommitGraph, HeadThatIsAnAncestorBecomesTheParent) {
+TEST_F(SimplifyCommitGraph, HeadThatIsAnAncestorOfAnotherBecomesItsParent) {
   Draw("A-B-C-D-E", "low=B master=E");
   EXPECT_TRUE(Simplify());
   EXPECT_EQ(Chain("low"), "B");
@@ -72,7 +72,7 @@ TEST_F(SimplifyCommitGraph, HeadThatIsAnAncestorBecomesTheParent) {
   EXPECT_EQ(Head("master")->GetParent(), Head("low"));
 }
 
-TEST_F(SimplifyCommitGraph, UnrelatedHistoriesGetARootEach) {
+TEST_F(SimplifyCommitGraph, UnrelatedHistoriesStayUnrelated) {
   Draw("A-B; X-Y-Z", "master=B other=Z");
   EXPECT_TRUE(Simplify());
   EXPECT_EQ(Chain("master"), "B");
@@ -89,7 +89,7 @@ TEST_F(SimplifyCommitGraph, NestedForksKeepTheirOrder) {
   EXPECT_EQ(repository.GetCommitCount(), 5u);
 }
 
-TEST_F(SimplifyCommitGraph, RootThatIsAForkKeepsItsId) {
+TEST_F(SimplifyCommitGraph, FirstCommitThatIsAForkKeepsItsId) {
   Draw("A-B-C; A-D-E", "c=C e=E");
   EXPECT_TRUE(Simplify());
   EXPECT_EQ(IdOf(Head("c")->GetParent()), IdOfChain("A"));
@@ -105,7 +105,7 @@ TEST_F(SimplifyCommitGraph, BranchWithoutHeadStaysAsItIs) {
   EXPECT_EQ(Chain("topic"), "B");
 }
 
-TEST_F(SimplifyCommitGraph, WithoutPurgeTheOldCommitsStayUntilOne) {
+TEST_F(SimplifyCommitGraph, OldCommitsStayUntilAPurge) {
   Draw("A-B-C-D; B-E-F", "master=D fork=F");
   const Id oldHead = Head("master")->GetId();
   EXPECT_TRUE(Simplify(false));
@@ -129,7 +129,7 @@ TEST_F(SimplifyCommitGraph, SecondCallChangesNothing) {
   EXPECT_EQ(repository.GetCommitCount(), 3u);
 }
 
-TEST_F(SimplifyCommitGraph, KeptCommitsKeepAllButTheirParent) {
+TEST_F(SimplifyCommitGraph, KeptCommitsDifferOnlyInTheirParent) {
   Draw("A-B", "master=B");
   const cow_ptr<Tree> root = Head("master")->GetTree()->GetRoot();
   ASSERT_TRUE(Simplify());
@@ -141,7 +141,7 @@ TEST_F(SimplifyCommitGraph, KeptCommitsKeepAllButTheirParent) {
   EXPECT_EQ(IdOf(head), IdOfChain("B"));
 }
 
-TEST_F(SimplifyCommitGraph, HeldOldHeadSurvivesThePurge) {
+TEST_F(SimplifyCommitGraph, HandleKeepsAnOldHead) {
   Draw("A-B-C", "master=C");
   const cow_ptr<Commit> held = Head("master");
   ASSERT_TRUE(Simplify());
@@ -149,7 +149,7 @@ TEST_F(SimplifyCommitGraph, HeldOldHeadSurvivesThePurge) {
   EXPECT_EQ(ChainOf(held), "A-B-C");
 }
 
-TEST_F(SimplifyCommitGraph, ForkThatTheStorageHasLostKeepsItsChildrenWhereTheyAre) {
+TEST_F(SimplifyCommitGraph, DoesNotMoveChildrenOfAForkThatIsNotStored) {
   Draw("A-B-C-D; B-E", "master=D fork=E");
   const cow_ptr<Commit> master = Head("master");
   const cow_ptr<Commit> fork = Head("fork");
@@ -160,7 +160,7 @@ TEST_F(SimplifyCommitGraph, ForkThatTheStorageHasLostKeepsItsChildrenWhereTheyAr
   EXPECT_EQ(Chain("master"), "A-B-C-D");
 }
 
-TEST_F(SimplifyCommitGraph, TipThatTheStorageHasLostStaysWhereItIs) {
+TEST_F(SimplifyCommitGraph, DoesNotMoveATipThatIsNotStored) {
   Draw("A-B; X-Y", "master=B other=Y");
   const cow_ptr<Commit> lost = Head("other");
   repository.GetStorage()->DeleteCommit(lost);
@@ -170,7 +170,7 @@ TEST_F(SimplifyCommitGraph, TipThatTheStorageHasLostStaysWhereItIs) {
   EXPECT_EQ(Chain("master"), "B");
 }
 
-TEST_F(SimplifyCommitGraph, LostTipBelowAKnownOneKeepsThatOneToo) {
+TEST_F(SimplifyCommitGraph, TipAboveOneThatIsNotStoredStaysToo) {
   Draw("A-B-C", "low=B master=C");
   const cow_ptr<Commit> low = Head("low");
   const cow_ptr<Commit> master = Head("master");
@@ -180,7 +180,7 @@ TEST_F(SimplifyCommitGraph, LostTipBelowAKnownOneKeepsThatOneToo) {
   EXPECT_EQ(Head("master"), master);
 }
 
-TEST_F(SimplifyCommitGraph, HeadThatIsAnotherInstanceFollowsItsId) {
+TEST_F(SimplifyCommitGraph, MovesABranchWhoseHeadIsAnotherInstance) {
   Draw("A-B", "master=B");
   Repository elsewhere = NewRepository();
   ASSERT_TRUE(repository.CreateBranch(TAL_WIDE("twin"), DrawHistory(elsewhere, "A-B").at("B")));
@@ -197,7 +197,7 @@ TEST_F(SimplifyCommitGraph, CurrentBranchStaysTheSame) {
   EXPECT_EQ(ChainOf(repository.GetHead()), "B");
 }
 
-TEST_F(SimplifyCommitGraph, KeptCommitWithAnAlreadyStoredIdBecomesThatInstance) {
+TEST_F(SimplifyCommitGraph, KeptCommitBecomesTheCanonicalInstanceOfItsNewId) {
   Draw("A-B", "master=B");
   const cow_ptr<Commit> known = repository.SyncWithStorage(MakeCommit(repository, "B"));
   ASSERT_TRUE(Simplify());

@@ -24,7 +24,7 @@ std::string DeepPath() {
   return path;
 }
 
-TEST(DeepTree, IsBuiltSavedLoadedAndDestroyed) {
+TEST(DeepTree, CanBeBuiltSavedLoadedAndDestroyed) {
   MemoryBlobIo store;
   std::string head;
   {

@@ -29,7 +29,7 @@ std::size_t LengthOf(cow_ptr<Commit> commit) {
 
 TalStringT<WideChar> BranchName(std::size_t i) { return Wide("branch" + std::to_string(i)); }
 
-TEST(LongHistory, IsBuiltSavedLoadedAndDestroyed) {
+TEST(LongHistory, CanBeBuiltSavedLoadedAndDestroyed) {
   MemoryBlobIo store;
   store.records = false;
   std::string head;
@@ -46,7 +46,7 @@ TEST(LongHistory, IsBuiltSavedLoadedAndDestroyed) {
   EXPECT_EQ(loaded.GetTreeCount(), 2u);
 }
 
-TEST(LongHistory, HeldByOneHandleIsDestroyedWithIt) {
+TEST(LongHistory, EndsWithItsLastHandle) {
   Repository nowhere(nullptr);
   cow_ptr<Commit> tip = GrowChain(nowhere, nullptr, kLong);
   EXPECT_EQ(LengthOf(tip), kLong);
@@ -75,7 +75,7 @@ TEST(LongHistory, CommonBaseIsFoundAtItsFarEnd) {
   EXPECT_EQ(nowhere.GetCommonBase(far, near), root);
 }
 
-TEST(LongHistory, IsPlacedOnARoot) {
+TEST(LongHistory, CanBeRebasedOntoARoot) {
   Repository repository = NewRepository();
   repository.CreateBranch(TAL_WIDE("long"), GrowChain(repository, nullptr, kLong / 4));
   EXPECT_TRUE(
@@ -83,7 +83,7 @@ TEST(LongHistory, IsPlacedOnARoot) {
   EXPECT_EQ(LengthOf(repository.GetHead(TAL_WIDE("long"))), kLong / 4 + 1);
 }
 
-TEST(LongHistory, RunWithAThousandBranchesIsDeleted) {
+TEST(LongHistory, WithAThousandBranchesIsDeleted) {
   Repository repository = NewRepository();
   cow_ptr<Commit> tip;
   for (std::size_t i = 0; i < kBranches; ++i) {
@@ -97,7 +97,7 @@ TEST(LongHistory, RunWithAThousandBranchesIsDeleted) {
   EXPECT_EQ(LengthOf(repository.GetHead(BranchName(0))), 1u);
 }
 
-TEST(LongHistory, RunOfWhichEveryCommitIsKeptIsDeletedWithoutDepth) {
+TEST(LongHistory, WithABranchOnEveryCommitIsDeletedWithoutRecursion) {
   constexpr std::size_t kKept = Scaled(200000);
   Repository repository = NewRepository();
   cow_ptr<Commit> tip;
@@ -130,7 +130,7 @@ TEST(LongHistory, WithAThousandBranchesIsSimplified) {
   EXPECT_EQ(IdOf(repository.GetHead(BranchName(kBranches - 1))), once);
 }
 
-TEST(LongHistory, OfKeptCommitsAloneIsSimplifiedWithoutDepth) {
+TEST(LongHistory, WithABranchOnEveryCommitIsSimplifiedWithoutRecursion) {
   constexpr std::size_t kKept = Scaled(100000);
   Repository repository = NewRepository();
   cow_ptr<Commit> tip;
@@ -144,7 +144,7 @@ TEST(LongHistory, OfKeptCommitsAloneIsSimplifiedWithoutDepth) {
   EXPECT_EQ(IdOf(repository.GetHead(BranchName(kKept - 1))), head);
 }
 
-TEST(ManyBranches, OnOneCommitFollowIt) {
+TEST(ManyBranches, OfOneCommitMoveTogether) {
   constexpr std::size_t kMany = Scaled(100000);
   Repository repository = NewRepository();
   const cow_ptr<Commit> tip = GrowChain(repository, nullptr, 3);
@@ -154,7 +154,7 @@ TEST(ManyBranches, OnOneCommitFollowIt) {
   EXPECT_EQ(repository.GetHead(BranchName(kMany - 1)), repository.GetHead(BranchName(0)));
 }
 
-TEST(ManyObjects, OfAPurgeGoWithoutDepth) {
+TEST(ManyObjects, ArePurgedWithoutRecursion) {
   Repository repository = NewRepository();
   for (std::size_t i = 0; i < kLong / 4; ++i) {
     repository.SyncWithStorage(SharedBlob(std::to_string(i)));

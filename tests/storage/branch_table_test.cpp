@@ -10,14 +10,14 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
 
-TEST(BranchTable, CreateBranchWithAnEmptyNameIsRefused) {
+TEST(BranchTable, CreateBranchFailsForEmptyName) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   EXPECT_FALSE(storage.CreateBranch(TAL_WIDE(""), Make<Commit>()));
   EXPECT_THAT(storage.GetRefs(), SizeIs(1));
 }
 
-TEST(BranchTable, CreateBranchOfAnExistingNameIsRefusedAndKeepsTheHead) {
+TEST(BranchTable, CreateBranchFailsForExistingNameAndKeepsItsHead) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   const auto head = Make<Commit>();
@@ -26,7 +26,7 @@ TEST(BranchTable, CreateBranchOfAnExistingNameIsRefusedAndKeepsTheHead) {
   EXPECT_EQ(storage.GetHead(TAL_WIDE("master")), head);
 }
 
-TEST(BranchTable, CreateBranchWithANullCommitMakesABranchWithoutHead) {
+TEST(BranchTable, CreateBranchWithNullCommitMakesBranchWithoutHead) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   EXPECT_TRUE(storage.CreateBranch(TAL_WIDE("topic"), nullptr));
@@ -34,7 +34,7 @@ TEST(BranchTable, CreateBranchWithANullCommitMakesABranchWithoutHead) {
   EXPECT_FALSE(storage.GetHead(TAL_WIDE("topic")));
 }
 
-TEST(BranchTable, CreateBranchTakesACommitThatIsNotStored) {
+TEST(BranchTable, CreateBranchAcceptsCommitThatIsNotStored) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   const auto head = Make<Commit>();
@@ -43,7 +43,7 @@ TEST(BranchTable, CreateBranchTakesACommitThatIsNotStored) {
   EXPECT_EQ(storage.GetCommitCount(), 0u);
 }
 
-TEST(BranchTable, NamesThatDifferInCaseAreTwoBranches) {
+TEST(BranchTable, NamesThatDifferInCaseNameTwoBranches) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   EXPECT_TRUE(storage.CreateBranch(TAL_WIDE("Master"), nullptr));
@@ -51,7 +51,7 @@ TEST(BranchTable, NamesThatDifferInCaseAreTwoBranches) {
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("MASTER")));
 }
 
-TEST(BranchTable, NamesMayHoldAnyCharacters) {
+TEST(BranchTable, NamesMayContainAnyCharacter) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   for (const WideChar* name :
@@ -63,7 +63,7 @@ TEST(BranchTable, NamesMayHoldAnyCharacters) {
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("a")));
 }
 
-TEST(BranchTable, NamesThatTheHashSamplesAlikeAreStillTwoBranches) {
+TEST(BranchTable, NamesWithEqualSampleHashNameTwoBranches) {
   // Of 20 characters, every third one is looked at.
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
@@ -81,7 +81,7 @@ TEST(BranchTable, RemoveBranchTwiceSucceedsOnce) {
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("master")));
 }
 
-TEST(BranchTable, RemoveBranchLeavesTheCommitInItsTable) {
+TEST(BranchTable, RemoveBranchKeepsTheCommitStored) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   const auto commit = Make<Commit>();
@@ -102,7 +102,7 @@ TEST(BranchTable, UpdateBranchReplacesTheHead) {
   EXPECT_EQ(first.use_count(), 1);
 }
 
-TEST(BranchTable, UpdateBranchWithANullCommitIsRefused) {
+TEST(BranchTable, UpdateBranchFailsForNullCommit) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   const auto head = Make<Commit>();
@@ -111,28 +111,28 @@ TEST(BranchTable, UpdateBranchWithANullCommitIsRefused) {
   EXPECT_EQ(storage.GetHead(TAL_WIDE("master")), head);
 }
 
-TEST(BranchTable, UpdateBranchOfAnUnknownNameIsRefusedWithoutABranch) {
+TEST(BranchTable, UpdateBranchFailsForUnknownNameAndCreatesNoBranch) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   EXPECT_FALSE(storage.UpdateBranch(TAL_WIDE("topic"), Make<Commit>()));
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("topic")));
 }
 
-TEST(BranchTable, UpdateBranchOfTheEmptyNameIsRefusedEvenIfItExists) {
+TEST(BranchTable, UpdateBranchFailsForTheEmptyNameEvenIfItExists) {
   const auto owned = NewStorage({TAL_WIDE("")});
   IObjectsStorage& storage = *owned;
   EXPECT_FALSE(storage.UpdateBranch(TAL_WIDE(""), Make<Commit>()));
   EXPECT_FALSE(storage.GetHead(TAL_WIDE("")));
 }
 
-TEST(BranchTable, RemoveBranchTakesTheEmptyName) {
+TEST(BranchTable, RemoveBranchAcceptsTheEmptyName) {
   const auto owned = NewStorage({TAL_WIDE("")});
   IObjectsStorage& storage = *owned;
   EXPECT_TRUE(storage.RemoveBranch(TAL_WIDE("")));
   EXPECT_THAT(storage.GetRefs(), IsEmpty());
 }
 
-TEST(BranchTable, GetHeadOfAnUnknownOrRemovedBranchIsNull) {
+TEST(BranchTable, GetHeadReturnsNullForUnknownOrRemovedBranch) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   storage.UpdateBranch(TAL_WIDE("master"), Make<Commit>());
@@ -141,7 +141,7 @@ TEST(BranchTable, GetHeadOfAnUnknownOrRemovedBranchIsNull) {
   EXPECT_NO_THROW(EXPECT_FALSE(storage.GetHead(TAL_WIDE("never"))));
 }
 
-TEST(BranchTable, GetCommitBranchesGivesAllNamesInTheOrderOfTheTable) {
+TEST(BranchTable, GetCommitBranchesReturnsNamesInTheOrderOfTheTable) {
   const auto owned = NewStorage({TAL_WIDE("a"), TAL_WIDE("b"), TAL_WIDE("c")});
   IObjectsStorage& storage = *owned;
   const auto commit = Make<Commit>();
@@ -155,21 +155,21 @@ TEST(BranchTable, GetCommitBranchesGivesAllNamesInTheOrderOfTheTable) {
   EXPECT_EQ(Ascii(storage.GetCommitBranches(commit)), inTableOrder);
 }
 
-TEST(BranchTable, GetCommitBranchesOfAnEqualButSeparateInstanceIsEmpty) {
+TEST(BranchTable, GetCommitBranchesReturnsNothingForAnotherInstanceOfTheHead) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   storage.UpdateBranch(TAL_WIDE("master"), Make<Commit>());
   EXPECT_THAT(storage.GetCommitBranches(Make<Commit>()), IsEmpty());
 }
 
-TEST(BranchTable, GetCommitBranchesOfNullGivesTheBranchesWithoutHead) {
+TEST(BranchTable, GetCommitBranchesReturnsBranchesWithoutHeadForNull) {
   const auto owned = NewStorage({TAL_WIDE("a"), TAL_WIDE("b")});
   IObjectsStorage& storage = *owned;
   storage.UpdateBranch(TAL_WIDE("b"), Make<Commit>());
   EXPECT_THAT(Ascii(storage.GetCommitBranches(nullptr)), ElementsAre("a"));
 }
 
-TEST(BranchTable, BranchHeadIsOneHandleOfItsOwn) {
+TEST(BranchTable, BranchHoldsItsHeadOnce) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   const auto commit = Make<Commit>();

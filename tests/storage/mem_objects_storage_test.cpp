@@ -31,7 +31,7 @@ MemObjectsStorage SmallStorage() {
   return storage;
 }
 
-TEST(MemObjectsStorage, NewOneHasTheBranchMasterWithoutHeadAndNoObject) {
+TEST(MemObjectsStorage, NewStorageHasBranchMasterWithoutHead) {
   const MemObjectsStorage storage;
   EXPECT_TRUE(storage.BranchExist(TAL_WIDE("master")));
   EXPECT_FALSE(storage.GetHead(TAL_WIDE("master")));
@@ -41,18 +41,18 @@ TEST(MemObjectsStorage, NewOneHasTheBranchMasterWithoutHeadAndNoObject) {
   EXPECT_EQ(storage.GetBlobCount(), 0u);
 }
 
-TEST(MemObjectsStorage, MadeOfNoNameHasNoBranch) {
+TEST(MemObjectsStorage, ConstructorWithoutNamesMakesNoBranch) {
   const MemObjectsStorage storage(std::initializer_list<TalStringViewT<WideChar>>{});
   EXPECT_FALSE(storage.BranchExist(TAL_WIDE("master")));
   EXPECT_THAT(storage.GetRefs(), IsEmpty());
 }
 
-TEST(MemObjectsStorage, MadeOfANameTwiceHasOneBranch) {
+TEST(MemObjectsStorage, ConstructorMakesOneBranchOfADoubledName) {
   const MemObjectsStorage storage({TAL_WIDE("master"), TAL_WIDE("master")});
   EXPECT_THAT(storage.GetRefs(), SizeIs(1));
 }
 
-TEST(MemObjectsStorage, MadeOfSeveralNamesHasThemAllWithoutHeads) {
+TEST(MemObjectsStorage, ConstructorMakesABranchWithoutHeadOfEachName) {
   const MemObjectsStorage storage({TAL_WIDE("b"), TAL_WIDE("a"), TAL_WIDE("B")});
   EXPECT_THAT(storage.GetRefs(), SizeIs(3));
   EXPECT_TRUE(storage.BranchExist(TAL_WIDE("B")));
@@ -60,20 +60,20 @@ TEST(MemObjectsStorage, MadeOfSeveralNamesHasThemAllWithoutHeads) {
   for (const auto& [name, head] : storage.GetRefs()) EXPECT_FALSE(head) << Ascii(name);
 }
 
-TEST(MemObjectsStorage, MadeOfTheEmptyNameHasThatBranch) {
+TEST(MemObjectsStorage, ConstructorAcceptsTheEmptyName) {
   const MemObjectsStorage storage({TAL_WIDE("")});
   EXPECT_TRUE(storage.BranchExist(TAL_WIDE("")));
   EXPECT_FALSE(storage.GetHead(TAL_WIDE("")));
 }
 
-TEST(MemObjectsStorage, LookUpOfTheEmptyIdGivesNull) {
+TEST(MemObjectsStorage, LookUpOfTheEmptyIdReturnsNull) {
   const MemObjectsStorage storage = SmallStorage();
   EXPECT_FALSE(storage.GetCommit(Id()));
   EXPECT_FALSE(storage.GetTree(Id()));
   EXPECT_FALSE(storage.GetBlob(Id()));
 }
 
-TEST(MemObjectsStorage, LookUpOfAMissingIdGivesNullWithoutAnEntry) {
+TEST(MemObjectsStorage, LookUpOfMissingIdReturnsNullAndAddsNothing) {
   MemObjectsStorage storage;
   EXPECT_FALSE(storage.GetCommit(Id(Wide("abc"))));
   EXPECT_FALSE(storage.GetTree(Id(Wide("abc"))));
@@ -83,7 +83,7 @@ TEST(MemObjectsStorage, LookUpOfAMissingIdGivesNullWithoutAnEntry) {
   EXPECT_THAT(storage.GetBlobs(), IsEmpty());
 }
 
-TEST(MemObjectsStorage, LookUpOfAnIdOfAnotherKindGivesNull) {
+TEST(MemObjectsStorage, LookUpOfAnotherTypesIdReturnsNull) {
   MemObjectsStorage storage;
   const auto blob = SharedBlob("bytes");
   storage.AddBlob(blob);
@@ -91,7 +91,7 @@ TEST(MemObjectsStorage, LookUpOfAnIdOfAnotherKindGivesNull) {
   EXPECT_FALSE(storage.GetCommit(blob->GetId()));
 }
 
-TEST(MemObjectsStorage, AddedObjectsAreFoundAsTheSameInstances) {
+TEST(MemObjectsStorage, LookUpReturnsTheInstanceThatWasAdded) {
   MemObjectsStorage storage;
   const auto commit = CommitOf("first");
   const auto tree = Make<Tree>();
@@ -105,7 +105,7 @@ TEST(MemObjectsStorage, AddedObjectsAreFoundAsTheSameInstances) {
   EXPECT_EQ(blob.use_count(), 2);
 }
 
-TEST(MemObjectsStorage, EqualBlobAddedTwiceStaysTheFirstInstance) {
+TEST(MemObjectsStorage, AddBlobKeepsTheInstanceOfAnEqualBlob) {
   MemObjectsStorage storage;
   const auto first = SharedBlob("bytes");
   const auto second = SharedBlob("bytes");
@@ -116,7 +116,7 @@ TEST(MemObjectsStorage, EqualBlobAddedTwiceStaysTheFirstInstance) {
   EXPECT_EQ(second.use_count(), 1);
 }
 
-TEST(MemObjectsStorage, EqualTreeAndCommitAddedTwiceStayTheFirstInstances) {
+TEST(MemObjectsStorage, AddTreeAndAddCommitKeepTheInstanceOfAnEqualObject) {
   MemObjectsStorage storage;
   const auto tree = Make<Tree>();
   const auto commit = CommitOf("same");
@@ -136,7 +136,7 @@ TEST(MemObjectsStorage, KeysAreTheIdsOfTheirObjects) {
   for (const auto& [id, blob] : storage.GetBlobs()) EXPECT_TRUE(id == blob->GetId());
 }
 
-TEST(MemObjectsStorage, AddCommitStoresNeitherParentNorTree) {
+TEST(MemObjectsStorage, AddCommitDoesNotStoreParentOrTree) {
   Repository elsewhere = NewRepository();
   const History history = DrawHistory(elsewhere, "A-B");
   MemObjectsStorage storage;
@@ -146,7 +146,7 @@ TEST(MemObjectsStorage, AddCommitStoresNeitherParentNorTree) {
   EXPECT_EQ(storage.GetBlobCount(), 0u);
 }
 
-TEST(MemObjectsStorage, AddTreeStoresNoEntry) {
+TEST(MemObjectsStorage, AddTreeDoesNotStoreItsEntries) {
   Repository elsewhere = NewRepository();
   MemObjectsStorage storage;
   storage.AddTree(Make<Tree>(TreeOf(&elsewhere, {{"a/b", "bytes"}})));
@@ -154,7 +154,7 @@ TEST(MemObjectsStorage, AddTreeStoresNoEntry) {
   EXPECT_EQ(storage.GetBlobCount(), 0u);
 }
 
-TEST(MemObjectsStorage, WriteThroughAHandleLeavesTheEntryAsItWas) {
+TEST(MemObjectsStorage, WriteThroughHandleDoesNotChangeStoredObject) {
   MemObjectsStorage storage;
   auto commit = CommitOf("first");
   const Id id = commit->GetId();
@@ -163,7 +163,7 @@ TEST(MemObjectsStorage, WriteThroughAHandleLeavesTheEntryAsItWas) {
   EXPECT_EQ(Ascii(storage.GetCommit(id)->GetDesciption()), "first");
 }
 
-TEST(MemObjectsStorage, CopySharesTheInstancesAndIsIndependent) {
+TEST(MemObjectsStorage, CopySharesInstancesAndHasTablesOfItsOwn) {
   MemObjectsStorage storage = SmallStorage();
   MemObjectsStorage copy(storage);
   copy.AddBlob(SharedBlob("more"));
@@ -176,7 +176,7 @@ TEST(MemObjectsStorage, CopySharesTheInstancesAndIsIndependent) {
   EXPECT_EQ(copy.GetHead(TAL_WIDE("master")), storage.GetHead(TAL_WIDE("master")));
 }
 
-TEST(MemObjectsStorage, CopyRaisesTheCountsOfAllObjects) {
+TEST(MemObjectsStorage, CopyHoldsEveryObject) {
   MemObjectsStorage storage;
   storage.AddBlob(SharedBlob("bytes"));
   storage.AddTree(Make<Tree>());
@@ -223,7 +223,7 @@ TEST(MemObjectsStorage, AssignmentToItselfChangesNothing) {
   EXPECT_TRUE(storage.GetHead(TAL_WIDE("master")));
 }
 
-TEST(MemObjectsStorage, MoveConstructionLeavesAnEmptyUsableSource) {
+TEST(MemObjectsStorage, MovedFromStorageIsEmptyAndUsable) {
   MemObjectsStorage source = SmallStorage();
   const MemObjectsStorage target(std::move(source));
   EXPECT_EQ(target.GetCommitCount(), 1u);
@@ -236,7 +236,7 @@ TEST(MemObjectsStorage, MoveConstructionLeavesAnEmptyUsableSource) {
   EXPECT_EQ(source.GetBlobCount(), 1u);
 }
 
-TEST(MemObjectsStorage, MoveAssignmentDropsTheOldContent) {
+TEST(MemObjectsStorage, MoveAssignmentReleasesTheOldContent) {
   MemObjectsStorage source = SmallStorage();
   MemObjectsStorage target;
   const auto blob = SharedBlob("old");
@@ -249,7 +249,7 @@ TEST(MemObjectsStorage, MoveAssignmentDropsTheOldContent) {
   EXPECT_EQ(source.GetBlobCount(), 0u);
 }
 
-TEST(MemObjectsStorage, ObjectsThatAHostHoldsOutliveTheStorage) {
+TEST(MemObjectsStorage, HandlesKeepObjectsAfterTheStorageEnds) {
   cow_ptr<Commit> held;
   {
     Repository repository = NewRepository();

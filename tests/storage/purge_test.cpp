@@ -22,14 +22,14 @@ void Draw(Repository& repository, const char* drawing, const char* branches) {
   PlaceBranches(repository, DrawHistory(repository, drawing), branches);
 }
 
-TEST(Purge, FreshStorageStaysAsItIs) {
+TEST(Purge, ChangesNothingInANewStorage) {
   Repository repository = NewRepository();
   repository.UpdateStorage();
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
   EXPECT_TRUE(repository.BranchExist(TAL_WIDE("master")));
 }
 
-TEST(Purge, HistoryOfABranchStaysWhole) {
+TEST(Purge, KeepsTheHistoryOfABranch) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C", "master=C");
   EXPECT_EQ(CountsOf(repository), "3 commits, 4 trees, 4 blobs");
@@ -38,7 +38,7 @@ TEST(Purge, HistoryOfABranchStaysWhole) {
   EXPECT_EQ(ChainOf(repository, "master"), "A-B-C");
 }
 
-TEST(Purge, RemovedBranchTakesItsCommitsTreesAndBlobsAlong) {
+TEST(Purge, RemovesCommitsTreesAndBlobsOfARemovedBranch) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C", "master=C");
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
@@ -47,7 +47,7 @@ TEST(Purge, RemovedBranchTakesItsCommitsTreesAndBlobsAlong) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(Purge, ObjectsSharedWithAnotherBranchStay) {
+TEST(Purge, KeepsObjectsThatAnotherBranchShares) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C; X", "master=C topic=X");
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
@@ -56,7 +56,7 @@ TEST(Purge, ObjectsSharedWithAnotherBranchStay) {
   EXPECT_EQ(ListingOf(repository.GetHead(TAL_WIDE("topic"))), "lib/common=common name=X");
 }
 
-TEST(Purge, CascadeStopsAtAFork) {
+TEST(Purge, RemovalAlongAHistoryStopsAtAFork) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C-D; B-E", "master=D topic=E");
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
@@ -65,7 +65,7 @@ TEST(Purge, CascadeStopsAtAFork) {
   EXPECT_EQ(ChainOf(repository, "topic"), "A-B-E");
 }
 
-TEST(Purge, CascadeStopsAtABranchInTheMiddle) {
+TEST(Purge, RemovalAlongAHistoryStopsAtABranch) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C-D", "master=D topic=B");
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
@@ -73,7 +73,7 @@ TEST(Purge, CascadeStopsAtABranchInTheMiddle) {
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST(Purge, CommitThatTheHostHoldsStaysWithItsAncestorsAndTree) {
+TEST(Purge, KeepsAncestorsAndTreeOfAHeldCommit) {
   Repository repository = NewRepository();
   History history = DrawHistory(repository, "A-B-C");
   const cow_ptr<Commit> held = history.at("B");
@@ -83,7 +83,7 @@ TEST(Purge, CommitThatTheHostHoldsStaysWithItsAncestorsAndTree) {
   EXPECT_EQ(ChainOf(held), "A-B");
 }
 
-TEST(Purge, CommitGoesWithThePurgeAfterItsRelease) {
+TEST(Purge, RemovesCommitAfterItsLastHandleIsReleased) {
   Repository repository = NewRepository();
   cow_ptr<Commit> held = DrawHistory(repository, "A-B").at("B");
   repository.UpdateStorage();
@@ -93,7 +93,7 @@ TEST(Purge, CommitGoesWithThePurgeAfterItsRelease) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(Purge, AmendedHeadGoesAndItsParentStays) {
+TEST(Purge, RemovesAmendedHeadAndKeepsItsParent) {
   Repository repository = NewRepository();
   Draw(repository, "A-B", "master=B");
   Commit amend(&repository, true);
@@ -105,7 +105,7 @@ TEST(Purge, AmendedHeadGoesAndItsParentStays) {
   EXPECT_EQ(ChainOf(repository, "master"), "A-B2");
 }
 
-TEST(Purge, AmendedHeadThatTheHostHoldsStaysUntilItsRelease) {
+TEST(Purge, KeepsAmendedHeadWhileAHandleHoldsIt) {
   Repository repository = NewRepository();
   Draw(repository, "A-B", "master=B");
   cow_ptr<Commit> oldHead = repository.GetHead();
@@ -124,7 +124,7 @@ TEST(Purge, AmendedHeadThatTheHostHoldsStaysUntilItsRelease) {
   EXPECT_FALSE(repository.GetBlobFromStorage(BlobOf("B").GetId()));
 }
 
-TEST(Purge, BlobOfACommitInTheMakingStaysAsLongAsTheCommit) {
+TEST(Purge, KeepsBlobOfUnstoredCommitWhileTheCommitExists) {
   Repository repository = NewRepository();
   auto making = std::make_unique<Commit>(&repository, false);
   making->AddBlob(&repository, TAL_WIDE("dir/file"), BlobOf("bytes"));
@@ -135,7 +135,7 @@ TEST(Purge, BlobOfACommitInTheMakingStaysAsLongAsTheCommit) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(Purge, ParentOfACommitInTheMakingStays) {
+TEST(Purge, KeepsParentOfUnstoredCommit) {
   Repository repository = NewRepository();
   Draw(repository, "A-B", "master=B");
   const Commit making(&repository, false);
@@ -144,7 +144,7 @@ TEST(Purge, ParentOfACommitInTheMakingStays) {
   EXPECT_EQ(repository.GetCommitCount(), 2u);
 }
 
-TEST(Purge, CommitOnNoBranchStaysWhileTheResultIsHeld) {
+TEST(Purge, KeepsDetachedCommitWhileAHandleHoldsIt) {
   Repository repository = NewRepository();
   ASSERT_TRUE(repository.RemoveBranch(TAL_WIDE("master")));
   Commit commit(&repository, false);
@@ -156,7 +156,7 @@ TEST(Purge, CommitOnNoBranchStaysWhileTheResultIsHeld) {
   EXPECT_EQ(repository.GetCommitCount(), 0u);
 }
 
-TEST(Purge, IntermediateTreesOfAnEditGo) {
+TEST(Purge, RemovesIntermediateTreesOfAnEdit) {
   Repository repository = NewRepository();
   Commit commit(&repository, false);
   commit.AddBlob(&repository, TAL_WIDE("a/one"), BlobOf("1"));
@@ -166,7 +166,7 @@ TEST(Purge, IntermediateTreesOfAnEditGo) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 2 trees, 2 blobs");
 }
 
-TEST(Purge, TreeAndBlobOfAHostOutsideTheTableStay) {
+TEST(Purge, KeepsObjectsThatAnUnstoredTreeHolds) {
   Repository repository = NewRepository();
   const Tree outside = TreeOf(&repository, {{"a/b", "bytes"}});
   const cow_ptr<Blob> held = repository.SyncWithStorage(SharedBlob("held"));
@@ -174,7 +174,7 @@ TEST(Purge, TreeAndBlobOfAHostOutsideTheTableStay) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 1 trees, 2 blobs");
 }
 
-TEST(Purge, NestedTreesGoInOneRun) {
+TEST(Purge, RemovesNestedTreesInOneRun) {
   Repository repository = NewRepository();
   repository.SyncWithStorage(Make<Tree>(TreeOf(&repository, {{"a/b/c/d/e", "1"}, {"a/x", "2"}})));
   ASSERT_GE(repository.GetTreeCount(), 5u);
@@ -182,7 +182,7 @@ TEST(Purge, NestedTreesGoInOneRun) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(Purge, SubtreeHiddenByABlobGoesWithItsParent) {
+TEST(Purge, RemovesHiddenSubtreeWithItsParent) {
   Repository repository = NewRepository();
   {
     Tree tree = TreeOf(&repository, {{"both/inside", "1"}});
@@ -196,7 +196,7 @@ TEST(Purge, SubtreeHiddenByABlobGoesWithItsParent) {
 
 // A directory that several others hold, some of them equal themselves, once stayed behind if the
 // purge met it before its holders. The ids decide that, so there are several contents.
-TEST(Purge, DirectoryUnderSeveralNamesGoesWithTheLastOfThem) {
+TEST(Purge, RemovesDirectoryWithTheLastTreeThatHasIt) {
   for (int number = 0; number < 16; ++number) {
     Repository repository = NewRepository();
     Draw(repository, "A", "master=A");
@@ -216,7 +216,7 @@ TEST(Purge, DirectoryUnderSeveralNamesGoesWithTheLastOfThem) {
   }
 }
 
-TEST(Purge, SecondRunRemovesNothingMore) {
+TEST(Purge, SecondRunRemovesNothing) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C; B-D-E", "master=C");
   repository.UpdateStorage();
@@ -226,7 +226,7 @@ TEST(Purge, SecondRunRemovesNothingMore) {
   EXPECT_EQ(CountsOf(repository), once);
 }
 
-TEST(Purge, NothingGoesWhileACloneIsAlive) {
+TEST(Purge, RemovesNothingWhileACloneExists) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C", "master=C");
   repository.RemoveBranch(TAL_WIDE("master"));
@@ -240,7 +240,7 @@ TEST(Purge, NothingGoesWhileACloneIsAlive) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(Purge, EntryOfWhichEverybodyUsesAnotherInstanceGoes) {
+TEST(Purge, RemovesCanonicalInstanceThatNothingHolds) {
   const auto owned = NewStorage();
   IObjectsStorage& storage = *owned;
   const auto used = SharedBlob("bytes");
@@ -249,7 +249,7 @@ TEST(Purge, EntryOfWhichEverybodyUsesAnotherInstanceGoes) {
   EXPECT_FALSE(storage.GetBlob(used->GetId()));
 }
 
-TEST(Purge, HeadThatIsAnotherInstanceDoesNotKeepTheEntry) {
+TEST(Purge, RemovesCanonicalInstanceOfAHeadThatIsAnotherInstance) {
   Repository repository = NewRepository();
   Repository elsewhere = NewRepository();
   DrawHistory(repository, "A");
@@ -260,7 +260,7 @@ TEST(Purge, HeadThatIsAnotherInstanceDoesNotKeepTheEntry) {
   EXPECT_EQ(repository.GetHead(), twin);
 }
 
-TEST(DeleteCommit, NullPointerHasNoEffect) {
+TEST(DeleteCommit, NullHasNoEffect) {
   Repository repository = NewRepository();
   Draw(repository, "A", "master=A");
   repository.GetStorage()->DeleteCommit(nullptr);
@@ -274,7 +274,7 @@ TEST(DeleteCommit, UnknownCommitHasNoEffect) {
   EXPECT_EQ(repository.GetCommitCount(), 1u);
 }
 
-TEST(DeleteCommit, HeadStaysOnItsBranchButLeavesTheTable) {
+TEST(DeleteCommit, BranchKeepsItsDeletedHead) {
   Repository repository = NewRepository();
   Draw(repository, "A-B", "master=B");
   const cow_ptr<Commit> head = repository.GetHead();
@@ -284,7 +284,7 @@ TEST(DeleteCommit, HeadStaysOnItsBranchButLeavesTheTable) {
   EXPECT_EQ(repository.GetHead(), head);
 }
 
-TEST(DeleteCommit, EqualInstanceRemovesTheEntryToo) {
+TEST(DeleteCommit, RemovesTheStoredCommitWhenGivenAnotherInstance) {
   Repository repository = NewRepository();
   Repository elsewhere = NewRepository();
   Draw(repository, "A", "master=A");
@@ -292,7 +292,7 @@ TEST(DeleteCommit, EqualInstanceRemovesTheEntryToo) {
   EXPECT_EQ(repository.GetCommitCount(), 0u);
 }
 
-TEST(DeleteCommit, WhatStandsBelowItGoesInOneRunWithItsLastDescendant) {
+TEST(DeleteCommit, OnePurgeRemovesTheAncestorsOfTheLastDescendant) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C-D-E", "");
   const Id middle(Wide(IdOfChain("A-B-C")));
@@ -301,7 +301,7 @@ TEST(DeleteCommit, WhatStandsBelowItGoesInOneRunWithItsLastDescendant) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-TEST(DeleteCommit, ChildKeepsTheCommitAndItsTreeThroughAPurge) {
+TEST(DeleteCommit, PurgeKeepsDeletedCommitThatAChildHolds) {
   Repository repository = NewRepository();
   Draw(repository, "A-B-C", "master=C");
   repository.GetStorage()->DeleteCommit(repository.GetHead()->GetParent());
@@ -310,7 +310,7 @@ TEST(DeleteCommit, ChildKeepsTheCommitAndItsTreeThroughAPurge) {
   EXPECT_EQ(ChainOf(repository, "master"), "A-B-C");
 }
 
-TEST(DeleteCommit, WhatTheCommitHeldGoesWithTheNextPurge) {
+TEST(DeleteCommit, NextPurgeRemovesTheObjectsOfTheCommit) {
   Repository repository = NewRepository();
   cow_ptr<Commit> tip = DrawHistory(repository, "A-B").at("B");
   repository.GetStorage()->DeleteCommit(tip);

@@ -19,7 +19,7 @@ class Usage(TalTest):
 
     def test_help_tells_the_commands_and_the_limits(self):
         text = self.tal("--help", code=DONE)
-        for word in ("commit", "merge", "simplify", "first line", "Exit codes"):
+        for word in ("commit", "merge", "simplify", "one line", "Exit codes"):
             self.assertIn(word, text)
 
     def test_without_a_store_a_command_fails(self):
@@ -234,7 +234,7 @@ class Reading(TalTest):
         self.assertEqual(answer["bytes_of_all_commits"], 6 + 4 + 8 + 4 + 1)
         self.assertEqual(answer["store_objects"], 9)
         self.assertEqual(answer["unreached_bytes"], 0)
-        self.assertIn("5 files of all commits, 23 B, are 4 blobs, 19 B\n", self.tal("stat"))
+        self.assertIn("5 files in all commits, 23 B, stored as 4 blobs, 19 B\n", self.tal("stat"))
 
     def test_verify_finds_a_whole_store(self):
         answer = self.read_json("verify")

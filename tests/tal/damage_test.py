@@ -128,7 +128,7 @@ class Locking(TalTest):
             os.read(first.stderr.fileno(), 1)  # it has asked
             self.write("b", "4")
             self.tal("commit", "-m", "Too early", code=DIFFERS)
-            self.assertIn("can't be changed now", self.talk)
+            self.assertIn("cannot change the store now", self.talk)
             self.tal("log")  # reading goes on
             first.communicate(b"t\n")
         self.assertEqual(first.returncode, 0)

@@ -75,7 +75,7 @@ class Threads : public testing::Test {
   Kit::MemoryStore m_store;
 };
 
-TEST_F(Threads, RepositoriesOfTheirOwnLiveAtOnce) {
+TEST_F(Threads, SeparateRepositoriesWorkAtOnce) {
   OnThreads(kThreads, [](int number) {
     const Scenario scenario(5 + 3 * number, 2);
     for (int turn = 0; turn < 5; ++turn) {
@@ -109,7 +109,7 @@ TEST_F(Threads, HandlesOnTheSameObjectsAreCopiedAndDropped) {
   EXPECT_EQ(FindViolation(repository), "");
 }
 
-TEST_F(Threads, LastHandleGoesOnAnyOfThem) {
+TEST_F(Threads, LastHandleMayEndOnAnyThread) {
   for (int turn = 0; turn < 20; ++turn) {
     std::vector<Handles> shares;
     {
@@ -131,7 +131,7 @@ TEST_F(Threads, LastHandleGoesOnAnyOfThem) {
 }
 
 // Each thread has a store object of its own.
-TEST_F(Threads, StoresWorkOnOneFolderAtOnce) {
+TEST_F(Threads, StoreObjectsWorkOnOneFolderAtOnce) {
   const TemporaryFolder folder;
   const auto open = [&folder] {
     Kit::DirectoryStoreOptions options;

@@ -59,7 +59,7 @@ TEST(SharingThreads, HandlesAreCopiedAndDroppedAcrossThreads) {
 
 // What one thread has read of an object before it drops its handle, and another one frees after
 // that, is in order.
-TEST(SharingThreads, LastHandleFreesWhatTheOtherThreadHasRead) {
+TEST(SharingThreads, LastHandleFreesAnObjectThatAnotherThreadHasRead) {
   for (int turn = 0; turn < kTurns / 100; ++turn) {
     auto tree = Make<Tree>();
     {

@@ -61,25 +61,28 @@ Status MissingObjects::Collect(const std::string& branch, const cow_ptr<Commit>&
 // head and the second at its parent, where most saves end; then the windows double.
 Result<std::vector<cow_ptr<Commit>>> MissingObjects::MissingHistory(const cow_ptr<Commit>& head) {
   std::vector<cow_ptr<Commit>> history;
-  cow_ptr<Commit> next = head;
-  for (std::size_t window = 1; next; window = std::min(history.size(), kMostWindow)) {
+  bool is_complete = false;
+  for (std::size_t window = 1; !is_complete; window = std::min(history.size(), kMostWindow)) {
     const std::size_t first = history.size();
     std::vector<Id> ids;
     // An ancestor that can't be read matters only if the store lacks all of its descendants.
     Status read;
-    while (next && ids.size() < window) {
-      const Id id = next->GetId();
+    while (ids.size() < window) {
+      const Result<cow_ptr<Commit>> older =
+          history.empty() ? head : Try([&history] { return history.back()->GetParent(); });
+      if (!older) read = older.error();
+      is_complete = !older || !*older;
+      if (is_complete) break;
+      const Id id = (*older)->GetId();
       const std::optional<IdKey> key = KeyOf(id);
       if (!key) {
         m_commit = ShortId(id);
         return Refusal({}, "its id is not one of the library's");
       }
-      if (m_known.Contains(*key)) return history;
-      history.push_back(next);
+      is_complete = m_known.Contains(*key);
+      if (is_complete) break;
+      history.push_back(*older);
       ids.push_back(id);
-      const Result<cow_ptr<Commit>> parent = Try([&next] { return next->GetParent(); });
-      if (!parent) read = parent.error();
-      next = parent ? *parent : nullptr;
     }
     const Result<std::vector<bool>> missing = AreMissing(ids);
     if (!missing) return missing.error();

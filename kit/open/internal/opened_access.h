@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kit/open/internal/loaded_objects.h>
 #include <kit/open/open.h>
 #include <talvcs/storage/on_demand_storage.h>
 
@@ -20,6 +21,8 @@ struct OpenedState {
   HistoryReport report;
   std::vector<Head> heads;  // of the branches that are in the repository, as the store has them
   std::optional<std::string> savedBranch;
+  // Where everything is read from after `Load`, else null.
+  std::shared_ptr<LoadedObjects> loaded;
 
   OnDemandStorage& Storage() { return static_cast<OnDemandStorage&>(*repository.GetStorage()); }
 };
@@ -29,10 +32,11 @@ class OpenedAccess {
  public:
   static OpenedState& StateOf(OpenedRepository& opened) { return *opened.m_state; }
 
-  /// Makes the repository of what a report allows under a policy; the error of its first damage if
-  /// the policy is `Stop`. `branch` is the current branch, or empty.
+  /// Makes the repository, which reads from `reader`, of what a report allows under a policy; the
+  /// error of its first damage if the policy is `Stop`. `branch` is the current branch, or empty.
   static Result<OpenedRepository> Make(std::shared_ptr<IObjectStore> store,
-                                       std::shared_ptr<IObjectReader> reader, HistoryReport report,
+                                       std::shared_ptr<IObjectReader> reader,
+                                       std::shared_ptr<LoadedObjects> loaded, HistoryReport report,
                                        DamagePolicy policy, const std::string& branch);
 };
 

@@ -11,6 +11,9 @@ namespace TalVcs::Kit {
 /// heads have moved; another number at that time means that the objects may be gone.
 class RemovalWatch {
  public:
+  /// True if the next look or write is the first one of a save.
+  bool IsUnused() const noexcept { return m_stale || !m_removals; }
+
   /// A look or write while the store has counted `removals`. Nothing is kept of a save that has
   /// failed already, so that the next one begins here.
   void Rely(std::uint64_t removals) noexcept {

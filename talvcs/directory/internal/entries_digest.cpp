@@ -1,5 +1,5 @@
 #include <talvcs/directory/internal/tree_entries.h>
-#include <talvcs/format/internal/packed_header.h>
+#include <talvcs/format/internal/packed_format.h>
 #include <talvcs/objects/tree.h>
 
 #include <algorithm>

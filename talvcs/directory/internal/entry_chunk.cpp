@@ -1,9 +1,7 @@
 #include <talvcs/directory/internal/entry_chunk.h>
 
+#include <talvcs/format/internal/id_format.h>
 #include <talvcs/foundation/internal/prefetch.h>
-#include <talvcs/foundation/internal/utf.h>
-#include <talvcs/objects/blob.h>
-#include <talvcs/objects/tree.h>
 
 #include <algorithm>
 #include <array>
@@ -15,18 +13,15 @@
 #include <utility>
 #include <vector>
 
-// The bytes of the records lie with each chunk, so the entry list of a state is the run of its
-// chunks' bytes, hashed where it lies:
-//
-//   tree   := record*                      ascending by name, in 16-bit code units
-//   record := mode SP type SP name NUL id  id: 64 hexadecimal characters
+// The bytes of the records are in each chunk, so the entry list of a state is the run of its
+// chunks' bytes and is hashed in place. The form of a record is in tree_format.h.
 
 namespace TalVcs {
 
 namespace {
 
 constexpr std::size_t kStackBytes = 2048;
-constexpr int kIdDigits = 64;
+constexpr int kIdDigits = static_cast<int>(kIdLength);
 
 std::uint32_t CheckedEnd(std::uint64_t end) {
   if (end > std::numeric_limits<std::uint32_t>::max()) {
@@ -40,44 +35,7 @@ char* PutText(TalStringViewT<char> text, char* out) noexcept {
   return out + text.length;
 }
 
-// U+0000 ends a text where it is written.
-char* PutWideText(TalStringViewT<WideChar> text, char* out) noexcept {
-  const WideChar* const end = std::find(text.text, text.text + text.length, WideChar());
-  return out + TalPlatform::EncodeUtf8(text.text, static_cast<std::size_t>(end - text.text), out);
-}
-
-char* PutRecord(const EntryChunk::Slot& slot, const Id& id, char* out) noexcept {
-  const bool blob = slot.kind == EntryKind::Blob;
-  out = PutText(blob ? Blob::kMode : Tree::kMode, out);
-  *out++ = ' ';
-  out = PutText(blob ? Blob::kType : Tree::kType, out);
-  *out++ = ' ';
-  out = PutWideText(slot.name, out);
-  *out++ = '\0';
-  return PutWideText(id.View(), out);
-}
-
-std::size_t MostRecordBytes(const EntryChunk::Slot& slot, const Id& id) noexcept {
-  constexpr std::size_t kWordsAndSeparators = 16;
-  const auto units =
-      static_cast<std::size_t>(slot.name.length) + static_cast<std::size_t>(id.View().length);
-  return kWordsAndSeparators + units * TalPlatform::kMaxUtf8BytesPerUnit;
-}
-
 }  // namespace
-
-cow_ptr<Object>* EntryChunk::Children() const noexcept {
-  static_assert(sizeof(EntryChunk) % alignof(cow_ptr<Object>) == 0);
-  return static_cast<cow_ptr<Object>*>(static_cast<void*>(const_cast<EntryChunk*>(this) + 1));
-}
-
-EntryChunk::Ends* EntryChunk::EndsOfEntries() const noexcept {
-  return static_cast<Ends*>(static_cast<void*>(Children() + m_count));
-}
-
-WideChar* EntryChunk::Names() const noexcept {
-  return static_cast<WideChar*>(static_cast<void*>(EndsOfEntries() + m_count));
-}
 
 EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   std::array<Id, kMostSlots + 1> ids;
@@ -96,7 +54,7 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
     if (!recorded[index]) continue;
     if (slot.record.length == 0) {
       ids[index] = (*slot.child)->GetId();
-      most_bytes += MostRecordBytes(slot, ids[index]);
+      most_bytes += MostRecordBytes(slot.name, ids[index].View());
     } else {
       most_bytes += static_cast<std::uint64_t>(slot.record.length);
     }
@@ -109,7 +67,8 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   for (std::size_t index = 0; index < slots.size(); ++index) {
     const Slot& slot = slots[index];
     if (recorded[index]) {
-      end = slot.record.length == 0 ? PutRecord(slot, ids[index], end) : PutText(slot.record, end);
+      end = slot.record.length == 0 ? PutRecord(slot.kind, slot.name, ids[index].View(), end)
+                                    : PutText(slot.record, end);
     }
     record_ends[index] = static_cast<std::uint32_t>(end - bytes);
   }
@@ -118,6 +77,7 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
                                        slots.size() * (sizeof(cow_ptr<Object>) + sizeof(Ends)) +
                                        units * sizeof(WideChar);
   const auto record_bytes = static_cast<std::size_t>(end - bytes);
+  static_assert(sizeof(EntryChunk) % alignof(cow_ptr<Object>) == 0);
   static_assert(alignof(EntryChunk) <= alignof(void*) &&
                 alignof(cow_ptr<Object>) <= alignof(void*));
   std::byte* memory = nullptr;
@@ -166,16 +126,6 @@ void EntryChunk::PrefetchAhead(std::span<EntryChunk* const> chunks, std::size_t 
     const auto records = chunks[index + kStepsToRecords]->Records();
     TalUtils::PrefetchRange(records.data(), std::min(records.size(), kMostBytes));
   }
-}
-
-TalStringViewT<WideChar> EntryChunk::Name(std::size_t index) const noexcept {
-  const Ends* ends = EndsOfEntries();
-  const std::uint32_t start = index == 0 ? 0 : ends[index - 1].name;
-  return {Names() + start, static_cast<int>(ends[index].name - start)};
-}
-
-EntryKind EntryChunk::Kind(std::size_t index) const noexcept {
-  return (m_treeBits >> index & 1) != 0 ? EntryKind::Tree : EntryKind::Blob;
 }
 
 TalStringViewT<char> EntryChunk::IdOfAbsent(std::size_t index) const noexcept {

@@ -76,16 +76,18 @@ class EntryChunk {
   /// save.
   static void PrefetchAhead(std::span<EntryChunk* const> chunks, std::size_t index) noexcept;
 
-  TalStringViewT<WideChar> Name(std::size_t index) const noexcept;
-  EntryKind Kind(std::size_t index) const noexcept;
+  TalStringViewT<WideChar> Name(std::size_t index) const noexcept {
+    const Ends* ends = EndsOfEntries();
+    const std::uint32_t start = index == 0 ? 0 : ends[index - 1].name;
+    return {Names() + start, static_cast<int>(ends[index].name - start)};
+  }
+  EntryKind Kind(std::size_t index) const noexcept {
+    return (m_treeBits >> index & 1) != 0 ? EntryKind::Tree : EntryKind::Blob;
+  }
   const cow_ptr<Object>& Child(std::size_t index) const noexcept { return Children()[index]; }
-  /// True if the entry names an object, in memory or absent.
-  bool HasObject(std::size_t index) const noexcept {
-    return Child(index) || RecordSize(index) != 0;
-  }
-  bool IsAbsent(std::size_t index) const noexcept {
-    return !Child(index) && RecordSize(index) != 0;
-  }
+  /// True if the entry is part of the entry list: it has an object and isn't hidden by a blob.
+  bool HasRecord(std::size_t index) const noexcept { return RecordSize(index) != 0; }
+  bool IsAbsent(std::size_t index) const noexcept { return !Child(index) && HasRecord(index); }
   /// Returns the id that an absent entry's record ends with.
   TalStringViewT<char> IdOfAbsent(std::size_t index) const noexcept;
   /// Gives an absent entry its object, or takes it away again. Every directory that shares the
@@ -109,9 +111,16 @@ class EntryChunk {
 
   EntryChunk() = default;
   ~EntryChunk() = default;
-  cow_ptr<Object>* Children() const noexcept;
-  Ends* EndsOfEntries() const noexcept;
-  WideChar* Names() const noexcept;
+  // After the chunk itself come the handles, the ends, the names and the records.
+  cow_ptr<Object>* Children() const noexcept {
+    return static_cast<cow_ptr<Object>*>(static_cast<void*>(const_cast<EntryChunk*>(this) + 1));
+  }
+  Ends* EndsOfEntries() const noexcept {
+    return static_cast<Ends*>(static_cast<void*>(Children() + m_count));
+  }
+  WideChar* Names() const noexcept {
+    return static_cast<WideChar*>(static_cast<void*>(EndsOfEntries() + m_count));
+  }
   std::uint32_t RecordSize(std::size_t index) const noexcept {
     const Ends* ends = EndsOfEntries();
     return index == 0 ? ends[0].record : ends[index].record - ends[index - 1].record;

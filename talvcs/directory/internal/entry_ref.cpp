@@ -23,12 +23,12 @@ const cow_ptr<Object> EntryRef::kNone;
 
 // The link stays absent if the source throws.
 void EntryRef::Read() const {
-  m_chunk->SetChild(m_index, m_list->Source()->OpenEntry(m_chunk->Kind(m_index),
-                                                         IdOfText(IdOfAbsent()), Place()));
+  const EntryKind kind = m_chunk->Kind(Index());
+  m_chunk->SetChild(Index(), m_list->Source()->OpenEntry(kind, IdOfText(IdOfAbsent()), Place()));
 }
 
 ObjectSource::Place EntryRef::Place() const noexcept {
-  return ObjectSource::PlaceBelow(m_list->GetPlace(), m_chunk->Name(m_index));
+  return ObjectSource::PlaceBelow(m_list->GetPlace(), m_chunk->Name(Index()));
 }
 
 Id IdOf(const EntryRef& entry) {
@@ -37,11 +37,10 @@ Id IdOf(const EntryRef& entry) {
   return object == nullptr ? Id() : object->GetId();
 }
 
-bool SameObject(const EntryRef& a, const EntryRef& b) {
+bool SameAbsentObject(EntryRef a, EntryRef b) {
+  if (!a.HasObject() || !b.HasObject()) return a.HasObject() == b.HasObject();
   const Object* of_a = a.Present();
   const Object* of_b = b.Present();
-  if (of_a != nullptr && of_b != nullptr) return of_a == of_b || of_a->GetId() == of_b->GetId();
-  if (!a.HasObject() || !b.HasObject()) return a.HasObject() == b.HasObject();
   if (of_a != nullptr) return EqualText(of_a->GetId().View(), b.IdOfAbsent());
   if (of_b != nullptr) return EqualText(of_b->GetId().View(), a.IdOfAbsent());
   return a.IdOfAbsent() == b.IdOfAbsent();

@@ -76,10 +76,6 @@ struct SlotPlan {
 
 }  // namespace
 
-EntryChunk** TreeEntries::ChunkArray() const noexcept {
-  return static_cast<EntryChunk**>(static_cast<void*>(const_cast<TreeEntries*>(this) + 1));
-}
-
 TreeEntries* TreeEntries::New(std::size_t capacity, bool milestones) {
   static_assert(alignof(Milestone) <= alignof(EntryChunk*));
   if (capacity > std::numeric_limits<std::uint32_t>::max()) {
@@ -139,7 +135,7 @@ std::size_t TreeEntries::FindChunk(TalStringViewT<WideChar> name) const noexcept
 EntryRef TreeEntries::Find(const TreeEntries* list, TalStringViewT<WideChar> name,
                            EntryKind kind) noexcept {
   if (list == nullptr) return {};
-  const EntryChunk& chunk = *list->Chunks()[list->FindChunk(name)];
+  const EntryChunk& chunk = list->ChunkFor(name);
   const std::size_t index = chunk.LowerBound(name, kind);
   if (index == chunk.Count() || chunk.Kind(index) != kind) return {};
   return SameName(chunk.Name(index), name) ? EntryRef(list, &chunk, index) : EntryRef();

@@ -56,6 +56,10 @@ class TreeEntries {
   /// True if any blob of the directory hides a subtree of the same name.
   bool HidesTree() const noexcept { return m_hidingChunks != 0; }
   std::span<EntryChunk* const> Chunks() const noexcept { return {ChunkArray(), m_chunkCount}; }
+  /// Returns the chunk that has the entries under `name`, if there are any.
+  const EntryChunk& ChunkFor(TalStringViewT<WideChar> name) const noexcept {
+    return *Chunks()[FindChunk(name)];
+  }
 
   /// Returns the digest of the packed form of a tree with these entries, null for none.
   ///
@@ -87,7 +91,10 @@ class TreeEntries {
                       std::span<EntryChunk* const> chunks);
   static void FreeAlone(TreeEntries* list) noexcept;
   std::size_t FindChunk(TalStringViewT<WideChar> name) const noexcept;
-  EntryChunk** ChunkArray() const noexcept;
+  // The chunks come after the list itself.
+  EntryChunk** ChunkArray() const noexcept {
+    return static_cast<EntryChunk**>(static_cast<void*>(const_cast<TreeEntries*>(this) + 1));
+  }
   void CountChunk(const EntryChunk& chunk, bool added) noexcept;
   static void SetSlot(TreeEntries*& list, const EntryChunk::Slot& slot);
   void ExpectAbsentSubtrees() const;

@@ -14,19 +14,24 @@ class NamedEntries {
  public:
   /// Nothing.
   NamedEntries() = default;
-  NamedEntries(const EntryRef& blob, const EntryRef& tree) noexcept : m_blob(blob), m_tree(tree) {}
+  /// The handles of both kinds, null for none.
+  NamedEntries(const TreeEntries* list, const EntryChunk* chunk, const cow_ptr<Object>* blob,
+               const cow_ptr<Object>* tree) noexcept
+      : m_list(list), m_chunk(chunk), m_blob(blob), m_tree(tree) {}
 
-  const EntryRef& Blob() const noexcept { return m_blob; }
-  const EntryRef& Tree() const noexcept { return m_tree; }
+  EntryRef Blob() const noexcept { return {m_list, m_chunk, m_blob}; }
+  EntryRef Tree() const noexcept { return {m_list, m_chunk, m_tree}; }
   /// The entry that the name stands for: a blob hides a subtree.
-  const EntryRef& Local() const noexcept { return m_blob.HasObject() ? m_blob : m_tree; }
-  const EntryRef& OfKind(EntryKind kind) const noexcept {
-    return kind == EntryKind::Blob ? m_blob : m_tree;
+  EntryRef Local() const noexcept { return Blob().HasObject() ? Blob() : Tree(); }
+  EntryRef OfKind(EntryKind kind) const noexcept {
+    return kind == EntryKind::Blob ? Blob() : Tree();
   }
 
  private:
-  EntryRef m_blob;
-  EntryRef m_tree;
+  const TreeEntries* m_list = nullptr;
+  const EntryChunk* m_chunk = nullptr;
+  const cow_ptr<Object>* m_blob = nullptr;
+  const cow_ptr<Object>* m_tree = nullptr;
 };
 
 /// Returns the subtree, which is read if it is absent; null if there is none.
@@ -36,8 +41,15 @@ inline const Tree* OpenTree(const EntryRef& entry) {
 
 /// Returns what stands under `name` in a directory.
 inline NamedEntries EntriesUnder(const TreeEntries* list, TalStringViewT<WideChar> name) noexcept {
-  return {TreeEntries::Find(list, name, EntryKind::Blob),
-          TreeEntries::Find(list, name, EntryKind::Tree)};
+  if (list == nullptr) return {};
+  const EntryChunk& chunk = list->ChunkFor(name);
+  const cow_ptr<Object>* blob = nullptr;
+  const cow_ptr<Object>* tree = nullptr;
+  for (std::size_t index = chunk.LowerBound(name, EntryKind::Blob);
+       index < chunk.Count() && SameName(chunk.Name(index), name); ++index) {
+    (chunk.Kind(index) == EntryKind::Blob ? blob : tree) = &chunk.Child(index);
+  }
+  return {list, &chunk, blob, tree};
 }
 
 /// Walks over the names of a directory in ascending order.
@@ -53,17 +65,17 @@ class EntryCursor {
   NamedEntries Take() noexcept {
     const EntryChunk& chunk = Chunk();
     const TalStringViewT<WideChar> name = chunk.Name(m_slot);
-    EntryRef blob;
-    EntryRef tree;
+    const cow_ptr<Object>* blob = nullptr;
+    const cow_ptr<Object>* tree = nullptr;
     do {
-      (chunk.Kind(m_slot) == EntryKind::Blob ? blob : tree) = EntryRef(m_list, &chunk, m_slot);
+      (chunk.Kind(m_slot) == EntryKind::Blob ? blob : tree) = &chunk.Child(m_slot);
       ++m_slot;
     } while (m_slot < chunk.Count() && SameName(chunk.Name(m_slot), name));
     if (m_slot == chunk.Count()) {
       ++m_chunk;
       m_slot = 0;
     }
-    return {blob, tree};
+    return {m_list, &chunk, blob, tree};
   }
 
   /// Moves over the chunks that both directories have next, where both stand at a chunk. Their
@@ -133,8 +145,8 @@ void VisitUnsharedNames(const TreeEntries* a, const TreeEntries* b, Visit visit)
 /// True if the entries of that kind differ: one side has an object for which the name doesn't stand
 /// on the other side.
 inline bool EntriesDiffer(EntryKind kind, const NamedEntries& a, const NamedEntries& b) {
-  const EntryRef& own_a = a.OfKind(kind);
-  const EntryRef& own_b = b.OfKind(kind);
+  const EntryRef own_a = a.OfKind(kind);
+  const EntryRef own_b = b.OfKind(kind);
   return (own_a.HasObject() && !SameObject(own_a, b.Local())) ||
          (own_b.HasObject() && !SameObject(own_b, a.Local()));
 }

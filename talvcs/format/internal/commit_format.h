@@ -7,9 +7,10 @@
 
 namespace TalVcs {
 
-// text   := "tree " id? LF ("parent " id LF)? "author " info LF "committer " info LF LF description
-// LF info   := name " <" e-mail "> " seconds SP zone   the same twice zone   := ("+" | "-") hours
-// minutes               two digits each, hours may have more
+// text      := "tree " id? LF parent? "author " info LF "committer " info LF LF description LF
+// parent    := "parent " id LF
+// info      := name " <" e-mail "> " seconds SP zone      the same in both lines
+// zone      := ("+" | "-") hours minutes                  two digits each, more for long hours
 //
 // All of it is UTF-8 without zero bytes; a surrogate without its other half has the generalised
 // form of three bytes. `seconds` are decimal and have 32 bits with a sign. The sign of a zone
@@ -20,6 +21,25 @@ namespace TalVcs {
 // reader takes this one: the shortest info that both lines share and that ends with a time and a
 // zone; in it, the name up to the first " <" and the time after the last "> ". The description is
 // the rest without the last line end.
+
+/// What a commit's text is written from.
+struct CommitContent {
+  TalStringViewT<WideChar> treeId;  // empty for a commit without a root
+  bool hasParent = false;
+  TalStringViewT<WideChar> parentId;
+  TalStringViewT<WideChar> authorName;
+  TalStringViewT<WideChar> authorEmail;
+  TalStringViewT<WideChar> description;
+  Time time;
+  TimeDelta bias;
+};
+
+/// Returns the text of a commit. A zero ends the name, the e-mail and the description.
+Buffer WriteCommitText(const CommitContent& content);
+
+/// Returns the line of "author" or "committer", without its line end.
+TalStringT<WideChar> WriteInfoLine(TalStringViewT<WideChar> role, TalStringViewT<WideChar> name,
+                                   TalStringViewT<WideChar> email, Time time, TimeDelta bias);
 
 /// The fields of a commit's text, as views of its bytes.
 struct CommitFields {
@@ -36,5 +56,16 @@ struct CommitFields {
 /// has exactly the form above, so that its fields give the same bytes when written. Cost: linear in
 /// the length of the text.
 std::optional<CommitFields> ReadCommitText(std::string_view text);
+
+/// Reads a text that may be damaged. Returns nothing only if there is no "tree "; other fields that
+/// are missing are empty or zero. Of a description it takes the first line, of a name the part
+/// before "<", of an e-mail the part before ">".
+std::optional<CommitFields> ReadLooseCommitText(TalStringViewT<char> text);
+
+/// Returns the rest of the line after the first `key` from `position` on, and moves `position` to
+/// the line's end. Returns nothing, with `position` unchanged, if there is no `key`. Without a line
+/// end the value is empty and `position` becomes -1.
+std::optional<TalStringViewT<char>> FindCommitValue(TalStringViewT<char> text,
+                                                    TalStringViewT<char> key, int& position);
 
 }  // namespace TalVcs

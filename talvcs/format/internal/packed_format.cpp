@@ -13,8 +13,14 @@ namespace {
 
 constexpr std::size_t kLongestHeader = 27;  // "commit", a blank, 2 to the power 64, a zero byte
 
+constexpr std::string_view TextOf(TalStringViewT<char> word) noexcept {
+  return {word.text, static_cast<std::size_t>(word.length)};
+}
+
 constexpr std::array<std::pair<std::string_view, ObjectType>, 3> kTypes{
-    {{"blob ", ObjectType::Blob}, {"tree ", ObjectType::Tree}, {"commit ", ObjectType::Commit}}};
+    {{TextOf(kBlobType), ObjectType::Blob},
+     {TextOf(kTreeType), ObjectType::Tree},
+     {TextOf(kCommitType), ObjectType::Commit}}};
 
 // Without leading zeros, each number has one form.
 std::optional<std::uint64_t> ReadSize(std::string_view digits) noexcept {
@@ -34,12 +40,13 @@ std::optional<PackedHeaderFields> ReadPackedHeader(const Buffer& packed) noexcep
   const std::string_view start(bytes.data(), count);
   const std::size_t zero = start.find('\0');
   if (zero == std::string_view::npos) return std::nullopt;
+  const std::size_t blank = start.find(' ');
+  if (blank >= zero) return std::nullopt;
   const auto* const type = std::find_if(kTypes.begin(), kTypes.end(), [&](const auto& known) {
-    return start.starts_with(known.first);
+    return start.substr(0, blank) == known.first;
   });
   if (type == kTypes.end()) return std::nullopt;
-  const std::size_t word = type->first.size();
-  const std::optional<std::uint64_t> size = ReadSize(start.substr(word, zero - word));
+  const std::optional<std::uint64_t> size = ReadSize(start.substr(blank + 1, zero - blank - 1));
   if (!size || packed.GetSize() - (zero + 1) != *size) return std::nullopt;
   return PackedHeaderFields{type->second, zero + 1, *size};
 }

@@ -4,17 +4,69 @@
 #include <talvcs/foundation/internal/text_compare.h>
 #include <talvcs/foundation/internal/utf.h>
 
+#include <algorithm>
 #include <limits>
 
 namespace TalVcs {
 
 namespace {
 
-constexpr std::string_view kBlobStart = "100644 blob ";
-constexpr std::string_view kTreeStart = "40000 tree ";
 constexpr std::size_t kLongestName = std::numeric_limits<int>::max();
 
+/// The bytes of a record before its name.
+template <std::size_t N>
+class RecordStart {
+ public:
+  constexpr RecordStart(TalStringViewT<char> mode, TalStringViewT<char> type) noexcept {
+    char* at = std::copy_n(mode.text, mode.length, m_bytes);
+    *at++ = ' ';
+    at = std::copy_n(type.text, type.length, at);
+    *at = ' ';
+  }
+  constexpr std::string_view Get() const noexcept { return {m_bytes, N}; }
+
+ private:
+  char m_bytes[N] = {};
+};
+
+constexpr RecordStart<kBlobMode.length + kBlobType.length + 2> kBlobBytes(kBlobMode, kBlobType);
+constexpr RecordStart<kTreeMode.length + kTreeType.length + 2> kTreeBytes(kTreeMode, kTreeType);
+constexpr std::string_view kBlobStart = kBlobBytes.Get();
+constexpr std::string_view kTreeStart = kTreeBytes.Get();
+
+char* PutText(TalStringViewT<WideChar> text, char* out) noexcept {
+  const WideChar* const end = std::find(text.text, text.text + text.length, WideChar());
+  return out + TalPlatform::EncodeUtf8(text.text, static_cast<std::size_t>(end - text.text), out);
+}
+
+/// Takes the bytes up to a separator, or up to the end if there is none.
+TalStringViewT<char> TakeUpTo(TalStringViewT<char> list, char separator, int& position) noexcept {
+  const int found = list.Find(separator, position);
+  const int end = found < 0 ? list.length : found;
+  const TalStringViewT<char> taken = list.Mid(position, end - position);
+  position = std::min(end + 1, list.length);
+  return taken;
+}
+
 }  // namespace
+
+std::size_t MostRecordBytes(TalStringViewT<WideChar> name, TalStringViewT<WideChar> id) noexcept {
+  const auto units = static_cast<std::size_t>(name.length) + static_cast<std::size_t>(id.length);
+  return kBlobStart.size() + 1 + units * TalPlatform::kMaxUtf8BytesPerUnit;
+}
+
+char* PutRecord(EntryKind kind, TalStringViewT<WideChar> name, TalStringViewT<WideChar> id,
+                char* out) noexcept {
+  // Two copies of a known size take fewer steps than one of either size.
+  if (kind == EntryKind::Blob) {
+    out = std::copy_n(kBlobStart.data(), kBlobStart.size(), out);
+  } else {
+    out = std::copy_n(kTreeStart.data(), kTreeStart.size(), out);
+  }
+  out = PutText(name, out);
+  *out++ = '\0';
+  return PutText(id, out);
+}
 
 bool TreeReader::Next(TreeRecord& record) {
   if (m_failed || m_rest.empty()) return false;
@@ -59,6 +111,16 @@ bool IsTreeList(std::string_view records) {
   while (reader.Next(record)) {
   }
   return !reader.HasFailed();
+}
+
+LooseTreeRecord ReadLooseRecord(TalStringViewT<char> list, int& position) noexcept {
+  TakeUpTo(list, ' ', position);  // the type says all that the mode does
+  LooseTreeRecord record;
+  record.type = TakeUpTo(list, ' ', position);
+  record.name = TakeUpTo(list, '\0', position);
+  record.id = list.Mid(position, static_cast<int>(kIdLength));
+  position += record.id.length;
+  return record;
 }
 
 }  // namespace TalVcs

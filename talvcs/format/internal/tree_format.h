@@ -1,5 +1,6 @@
 #pragma once
 
+#include <talvcs/format/object_type.h>
 #include <talvcs/foundation/names.h>
 
 #include <cstddef>
@@ -17,6 +18,14 @@ namespace TalVcs {
 
 /// The kinds of entries in a tree. A blob comes before a subtree of the same name.
 enum class EntryKind { Blob, Tree };
+
+/// Returns the most bytes that a record with this name and id takes.
+std::size_t MostRecordBytes(TalStringViewT<WideChar> name, TalStringViewT<WideChar> id) noexcept;
+
+/// Writes a record to `out`, which has room for `MostRecordBytes`. Returns the end. A zero ends the
+/// name and the id where it is written, and neither is checked.
+char* PutRecord(EntryKind kind, TalStringViewT<WideChar> name, TalStringViewT<WideChar> id,
+                char* out) noexcept;
 
 /// One record of a tree, as views of its bytes.
 struct TreeRecord {
@@ -69,5 +78,17 @@ class TreeReader {
 
 /// Returns true if `records` has exactly the form above. No records are a tree without entries.
 bool IsTreeList(std::string_view records);
+
+/// One record as a load takes it, as views of its bytes.
+struct LooseTreeRecord {
+  TalStringViewT<char> type;
+  TalStringViewT<char> name;
+  TalStringViewT<char> id;
+};
+
+/// Reads a record of a list that may be damaged, and moves `position` behind it. Nothing is
+/// checked: the mode and the type end with a blank, the name with a zero byte, the id after 64
+/// bytes, and each at the end of the list if that comes first.
+LooseTreeRecord ReadLooseRecord(TalStringViewT<char> list, int& position) noexcept;
 
 }  // namespace TalVcs

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <talvcs/foundation/buffer.h>
-#include <talvcs/foundation/internal/ref_count.h>
+#include <talvcs/foundation/internal/counted_block.h>
 
 // A buffer holds one part:
 //
@@ -9,23 +9,20 @@
 //   a Block         all bytes of that block
 //   a List          segments, each a run of bytes in some block that the list holds
 //
-// Blocks and lists are counted. A block never changes while it has two holders, but for the unused
-// room behind its size, which nobody can see.
+// Blocks and lists are counted. A block never changes while it has two holders, except in the
+// unused room after its size, which no holder reads.
 
 namespace TalUtils::Memory {
 
-struct Buffer::Part {
-  RefCount holders;
-  bool is_list;
+struct Buffer::Part : CountedBlock {
+  bool is_list = false;
 };
 
 struct Buffer::Block : Part {
-  std::size_t size;
-  std::size_t capacity;
+  std::size_t size = 0;
+  std::size_t capacity = 0;
 
-  std::byte* Bytes() noexcept {
-    return static_cast<std::byte*>(static_cast<void*>(this)) + sizeof(Block);
-  }
+  std::byte* Bytes() noexcept { return FirstAfter<std::byte>(this); }
 };
 
 struct Buffer::Segment {
@@ -35,13 +32,10 @@ struct Buffer::Segment {
 };
 
 struct Buffer::List : Part {
-  std::size_t count;
-  std::size_t capacity;
+  std::size_t count = 0;
+  std::size_t capacity = 0;
 
-  Segment* Segments() noexcept {
-    return static_cast<Segment*>(
-        static_cast<void*>(static_cast<std::byte*>(static_cast<void*>(this)) + sizeof(List)));
-  }
+  Segment* Segments() noexcept { return FirstAfter<Segment>(this); }
   std::uint64_t StartOf(std::size_t index) noexcept {
     return index == 0 ? 0 : Segments()[index - 1].end;
   }

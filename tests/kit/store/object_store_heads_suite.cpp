@@ -122,6 +122,7 @@ TEST_P(ObjectStoreSuite, BranchThatComesTwiceIsRefused) {
 }
 
 TEST_P(ObjectStoreSuite, UnmarkedObjectsAreRemovedAndCounted) {
+  SKIP_UNLESS_IT_REMOVES();
   Write(Store(), {m_one, m_two, m_three});
   ExpectMoved(Store(), {{"master", Id(), m_two.id}});
   HeadList marked_from;
@@ -142,7 +143,15 @@ TEST_P(ObjectStoreSuite, UnmarkedObjectsAreRemovedAndCounted) {
   EXPECT_EQ(ListOf(Store()), std::vector<std::string>{Ascii(m_two.id)});
 }
 
+TEST_P(ObjectStoreSuite, StoreThatCanNotRemoveSaysSo) {
+  if (GetParam().removes) GTEST_SKIP() << "the store can remove objects";
+  Write(Store(), {m_one});
+  ExpectFails(RemoveAllBut(Store(), {}), ErrorCode::Unsupported);
+  EXPECT_EQ(ReadOne(Store(), m_one.id), std::string("blob 3\0one", 10));
+}
+
 TEST_P(ObjectStoreSuite, MarkedIdsThatAreMissingOrDoubleDoNoHarm) {
+  SKIP_UNLESS_IT_REMOVES();
   Write(Store(), {m_one, m_two});
   const Result<RemovedObjects> removed =
       RemoveAllBut(Store(), {m_three.id, m_one.id, m_one.id, Id()});
@@ -152,6 +161,7 @@ TEST_P(ObjectStoreSuite, MarkedIdsThatAreMissingOrDoubleDoNoHarm) {
 }
 
 TEST_P(ObjectStoreSuite, ErrorOfTheMarkRemovesNothing) {
+  SKIP_UNLESS_IT_REMOVES();
   Write(Store(), {m_one, m_two});
   Error cancelled;
   cancelled.code = ErrorCode::Cancelled;
@@ -165,6 +175,7 @@ TEST_P(ObjectStoreSuite, ErrorOfTheMarkRemovesNothing) {
 }
 
 TEST_P(ObjectStoreSuite, MarkReadsFromTheStore) {
+  SKIP_UNLESS_IT_REMOVES();
   Write(Store(), {m_one, m_two});
   std::string read;
   const Result<RemovedObjects> removed =
@@ -177,8 +188,10 @@ TEST_P(ObjectStoreSuite, MarkReadsFromTheStore) {
 }
 
 TEST_P(ObjectStoreSuite, RemovedObjectCanBeWrittenAgain) {
+  SKIP_UNLESS_IT_REMOVES();
   Write(Store(), {m_one, m_two});
-  ASSERT_TRUE(RemoveAllBut(Store(), {}).ok());
+  ExpectMoved(Store(), {{"other", Id(), m_two.id}});
+  ASSERT_TRUE(RemoveAllBut(Store(), {m_two.id}).ok());
   Write(Store(), {m_one});
   ExpectMoved(Store(), {{"master", Id(), m_one.id}});
   Reopen();
@@ -186,6 +199,7 @@ TEST_P(ObjectStoreSuite, RemovedObjectCanBeWrittenAgain) {
 }
 
 TEST_P(ObjectStoreSuite, SaveIsBusyAfterObjectsWereRemovedSinceItLooked) {
+  SKIP_UNLESS_IT_REMOVES();
   Write(Store(), {m_one, m_two});
   ExpectMoved(Store(), {{"master", Id(), m_one.id}});
   EXPECT_TRUE(Store().Missing({{m_two.id}}).value().empty());
@@ -199,6 +213,7 @@ TEST_P(ObjectStoreSuite, SaveIsBusyAfterObjectsWereRemovedSinceItLooked) {
 }
 
 TEST_P(ObjectStoreSuite, SaveIsBusyAfterObjectsWereRemovedSinceItWrote) {
+  SKIP_UNLESS_IT_REMOVES();
   Write(Store(), {m_one});
   ASSERT_TRUE(RemoveAllBut(Store(), {}).ok());
   ExpectFails(Move(Store(), {{"master", Id(), m_one.id}}), ErrorCode::Busy);
@@ -206,7 +221,17 @@ TEST_P(ObjectStoreSuite, SaveIsBusyAfterObjectsWereRemovedSinceItWrote) {
   ExpectMoved(Store(), {{"master", Id(), m_one.id}});
 }
 
+TEST_P(ObjectStoreSuite, WriteAfterARemovalDoesNotHideIt) {
+  SKIP_UNLESS_IT_REMOVES();
+  Write(Store(), {m_one, m_two});
+  ASSERT_TRUE(RemoveAllBut(Store(), {}).ok());
+  Write(Store(), {m_one});
+  ExpectFails(Move(Store(), {{"master", Id(), m_two.id}}), ErrorCode::Busy);
+  EXPECT_EQ(Store().Missing({{m_one.id, m_two.id}}).value(), std::vector<Id>{m_two.id});
+}
+
 TEST_P(ObjectStoreSuite, RemovalBeforeTheFirstLookDoesNotDisturb) {
+  SKIP_UNLESS_IT_REMOVES();
   Write(Store(), {m_one, m_two});
   ExpectMoved(Store(), {{"master", Id(), m_one.id}});
   ASSERT_TRUE(RemoveAllBut(Store(), {m_one.id}).ok());
@@ -214,6 +239,7 @@ TEST_P(ObjectStoreSuite, RemovalBeforeTheFirstLookDoesNotDisturb) {
 }
 
 TEST_P(ObjectStoreSuite, ConflictKeepsWhatTheSaveReliesOn) {
+  SKIP_UNLESS_IT_REMOVES();
   Write(Store(), {m_one});
   ExpectFails(Move(Store(), {{"master", m_two.id, m_one.id}}), ErrorCode::Conflict);
   ASSERT_TRUE(RemoveAllBut(Store(), {}).ok());

@@ -26,7 +26,12 @@ TEST_P(ObjectStoreSuite, NewStoreIsEmpty) {
   EXPECT_EQ(ReadOne(Store(), m_one.id), "<NotFound>");
   EXPECT_EQ(ListOf(Store()), Texts());
   EXPECT_EQ(HeadsOf(Store()), std::vector<Head>());
-  EXPECT_EQ(Store().Value("current").value(), std::nullopt);
+}
+
+TEST_P(ObjectStoreSuite, StoreWithoutValuesSaysSo) {
+  if (GetParam().keepsValues) GTEST_SKIP() << "the store keeps values";
+  ExpectFails(Store().SetValue("current", "master"), ErrorCode::Unsupported);
+  ExpectFails(Store().Value("current"), ErrorCode::Unsupported);
 }
 
 TEST_P(ObjectStoreSuite, MissingReturnsWhatIsNotThereInTheOrderOfTheArguments) {
@@ -203,6 +208,7 @@ TEST_P(ObjectStoreSuite, ListEndsWhenTheSinkReturnsFalse) {
 }
 
 TEST_P(ObjectStoreSuite, ValuesAreSetReplacedAndRemoved) {
+  SKIP_UNLESS_IT_KEEPS_VALUES();
   ASSERT_TRUE(Store().SetValue("current", "master").ok());
   ASSERT_TRUE(Store().SetValue("empty", "").ok());
   Reopen();
@@ -219,6 +225,7 @@ TEST_P(ObjectStoreSuite, ValuesAreSetReplacedAndRemoved) {
 }
 
 TEST_P(ObjectStoreSuite, ValuesAndTheirNamesAreAnyBytes) {
+  SKIP_UNLESS_IT_KEEPS_VALUES();
   const Texts texts = {"",         std::string("a\0b", 3), "line\nend", "\xFF\xFE", "'; \"%",
                        "a/b/../c", std::string(5000, 'x')};
   for (const std::string& text : texts) {

@@ -31,7 +31,17 @@ struct StoreKind {
   /// Whether the store outlives its store objects, so that it can be opened again and several times
   /// at once. Without it each store object has a store of its own.
   bool durable = false;
+  /// Whether the store can remove objects and keep values. One that can't fails with `Unsupported`.
+  bool removes = true;
+  bool keepsValues = true;
 };
+
+#define SKIP_UNLESS_DURABLE() \
+  if (!GetParam().durable) GTEST_SKIP() << "each store object has a store of its own"
+#define SKIP_UNLESS_IT_REMOVES() \
+  if (!GetParam().removes) GTEST_SKIP() << "the store can't remove objects"
+#define SKIP_UNLESS_IT_KEEPS_VALUES() \
+  if (!GetParam().keepsValues) GTEST_SKIP() << "the store keeps no values"
 
 /// A packed form, with an id that was computed elsewhere.
 inline StoredObject Stored(std::string_view id, std::string_view packed) {
@@ -48,7 +58,6 @@ class ObjectStoreSuite : public testing::TestWithParam<StoreKind> {
   using ReadObjects = std::vector<std::pair<std::string, std::string>>;
 
   IObjectStore& Store() { return *m_store; }
-  bool IsDurable() const { return GetParam().durable; }
   /// Opens a durable store a second time.
   std::unique_ptr<IObjectStore> OpenAgain() { return m_open(); }
   /// Ends the store object and opens a durable store anew.

@@ -208,8 +208,10 @@ Handle<Tree> Tree::Deserialize(const Id& id, Repository* repository, Load& load)
   if (id.empty() || repository == nullptr) return {};
   if (Handle<Tree> found = repository->GetTreeFromStorage(id)) return found;
   // While the tree is being read, it stands for nothing.
-  if (load.trees.try_emplace(id).second) load.trees[id] = Read(id, repository, load);
-  return load.trees[id];
+  if (!load.openTrees.insert(id).second) return {};
+  Handle<Tree> tree = Read(id, repository, load);
+  load.openTrees.erase(id);
+  return tree;
 }
 
 Handle<Tree> Tree::Read(const Id& id, Repository* repository, Load& load) {

@@ -60,14 +60,14 @@ struct Entry {
   const Id& GetId() const;
 };
 
-/// One load: gives the bytes of the streams of objects, or nothing. What a tree's stream came to is
-/// kept, since no stream is read twice in a load. What is its own ancestor is unreadable there.
+/// One load: returns the bytes of the streams of objects, or nothing. A commit that is its own
+/// ancestor is unreadable there, and so is a tree that contains itself.
 class Load {
  public:
   virtual ~Load() = default;
   virtual std::optional<Bytes> ObjectStream(const Id& id) const = 0;
 
-  std::map<Id, Handle<Tree>> trees;
+  std::set<Id> openTrees;
   /// The commits of the present line of history.
   std::set<Id> line;
 };

@@ -14,7 +14,7 @@ TEST(ModelItself, HashesThePublishedVectors) {
             "41edece42d63e8d9bf515a9ba6932e1c20cbc9f5a5d134645adb5db1b9737ea3");
 }
 
-TEST(ModelItself, GivesTheIdsOfBlobsAndTrees) {
+TEST(ModelItself, ComputesIdsOfBlobsAndTrees) {
   Repository repository(std::make_unique<Storage>());
   const Blob hello("hello");
   Tree tree;
@@ -40,7 +40,7 @@ TEST(ModelItself, TakesTextThroughUtf8AndBack) {
   EXPECT_EQ(DecodeUtf8(EncodeUtf8(text)), text);
 }
 
-TEST(ModelItself, PurgesWhatNobodyHolds) {
+TEST(ModelItself, PurgesWhatNothingHolds) {
   Repository repository(std::make_unique<Storage>());
   Commit draft(&repository, false);
   draft.AddBlob(&repository, u"a/b", Blob("x"));

@@ -1,6 +1,6 @@
-#include <talvcs/format/internal/packed_writer.h>
+#include <talvcs/persistence/internal/packed_writer.h>
 
-#include <talvcs/format/internal/packed_header.h>
+#include <talvcs/format/internal/packed_format.h>
 #include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/objects/internal/tree_access.h>
 

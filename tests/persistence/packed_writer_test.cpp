@@ -27,7 +27,7 @@ Repository LargeRepository() {
   return repository;
 }
 
-TEST(PackedWriter, CopiedStreamsHoldWhatSharedOnesDo) {
+TEST(PackedWriter, WritesTheSameBytesToCopyingAndSharingStreams) {
   const Repository repository = LargeRepository();
   MemoryBlobIo shared;
   ASSERT_TRUE(Serializer(&shared, TAL_WIDE("doc")).Serialize(repository.GetStorage()));
@@ -39,7 +39,7 @@ TEST(PackedWriter, CopiedStreamsHoldWhatSharedOnesDo) {
   }
 }
 
-TEST(PackedWriter, StreamThatIsFullGetsNoMore) {
+TEST(PackedWriter, StopsWhenTheStreamIsFull) {
   const Repository repository = LargeRepository();
   CopyingWriter whole;
   ASSERT_TRUE(Serializer(&whole, TAL_WIDE("doc")).Serialize(repository.GetStorage()));
@@ -55,7 +55,7 @@ TEST(PackedWriter, StreamThatIsFullGetsNoMore) {
   EXPECT_GE(long_streams, 6);
 }
 
-TEST(PackedWriter, KeptPackedFormIsWhatIsWritten) {
+TEST(PackedWriter, WritesACachedPackedForm) {
   Repository repository = NewOrdinaryRepository();
   Commit commit(&repository, false);
   commit.AddBlob(&repository, Wide("a"), BlobOf("bytes"));

@@ -1,0 +1,18 @@
+#pragma once
+
+/// Everything of the companion library.
+
+#include <kit/batch_edit.h>
+#include <kit/directory_store.h>
+#include <kit/memory_store.h>
+#include <kit/save_repository.h>
+#include <kit/store/blobs_as_object_store.h>
+#include <kit/store/directory_object_store.h>
+#include <kit/store/memory_object_store.h>
+#include <kit/store/object_store.h>
+#include <kit/store/object_store_as_blobs.h>
+#include <kit/store/read_history.h>
+#include <kit/text.h>
+#include <kit/text/error.h>
+#include <kit/text/progress.h>
+#include <kit/text/result.h>

@@ -1,0 +1,389 @@
+#include <kit/internal/object_files.h>
+#include <kit/internal/state_file.h>
+#include <kit/internal/store_access.h>
+#include <kit/internal/store_folder.h>
+#include <kit/store/directory_object_store.h>
+#include <kit/store/internal/head_moves.h>
+#include <kit/store/internal/removal_watch.h>
+#include <kit/store/read_history.h>
+#include <kit/text.h>
+#include <talvcs/foundation/helpers.h>
+
+#include <algorithm>
+#include <set>
+#include <thread>
+#include <utility>
+
+// A save in the order in which things happen on the medium:
+//
+//     new objects  -  sync  -  their names  -  sync  -  record in the journal  -  sync
+//
+// A removal:
+//
+//     record that counts removals  -  sync  -  files go
+//
+// Locks: every writer shares the lock of the readers, so that no object goes while it works, and
+// then takes the lock of the writers. A removal takes the lock of the readers alone. A look by
+// `Missing` shares it too: what it finds was there at the count of removals that it has read.
+
+namespace TalVcs::Kit {
+
+namespace {
+
+std::optional<ObjectKey> KeyOf(const Id& id) { return KeyFromHex(ToUtf8(id.View())); }
+
+Error StoreExists(const std::filesystem::path& folder) {
+  const auto text = folder.u8string();
+  Error error;
+  error.code = ErrorCode::Conflict;
+  error.subject.assign(text.begin(), text.end());
+  error.message = "cannot create a store in \"" + error.subject + "\", there is one";
+  return error;
+}
+
+Error ObjectsAreInUse(Error error, const char* who) {
+  if (error.code != ErrorCode::Busy) return error;
+  error.cause = who;
+  return error;
+}
+
+}  // namespace
+
+class DirectoryObjectStore::Impl {
+ public:
+  Impl(const std::filesystem::path& path, DirectoryObjectStoreOptions storeOptions,
+       std::shared_ptr<FileSystem> files)
+      : folder(path, storeOptions.durable, std::move(files)),
+        objects(folder),
+        state(folder, storeOptions.rootPath),
+        options(std::move(storeOptions)) {}
+
+  /// What an operation holds while it writes.
+  struct Writing {
+    std::unique_ptr<FileLock> readers;
+    std::unique_ptr<FileLock> writer;
+  };
+
+  Status Create(const std::filesystem::path& path);
+  Result<std::unique_ptr<FileLock>> LockWriter();
+  Result<std::unique_ptr<FileLock>> KeepObjects();
+  Status BeginWriting(Writing& writing);
+  Status PrepareToWrite();
+  Status Upgrade();
+  Status Rely(std::unique_ptr<FileLock>& readers);
+  Result<std::optional<std::uint64_t>> SizeOf(const Id& id);
+  Result<Buffer> ReadOne(const Id& id);
+  Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark);
+  Result<RemovedObjects> RemoveAllBut(const std::set<ObjectKey>& kept);
+
+  StoreFolder folder;
+  ObjectFiles objects;
+  StateFile state;
+  const DirectoryObjectStoreOptions options;
+  RemovalWatch watch;
+  /// Shared since the heads were read, alone during a removal.
+  std::unique_ptr<FileLock> readerLock;
+};
+
+Result<std::unique_ptr<FileLock>> DirectoryObjectStore::Impl::LockWriter() {
+  const auto until = std::chrono::steady_clock::now() + options.busyTimeout;
+  for (;;) {
+    std::unique_ptr<FileLock> lock = folder.LockWriter();
+    if (lock) return lock;
+    const Error& failure = folder.LastFailure();
+    if (failure.code != ErrorCode::Busy || std::chrono::steady_clock::now() >= until) {
+      return failure;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+}
+
+/// Keeps removals away; null if this store object does so already.
+Result<std::unique_ptr<FileLock>> DirectoryObjectStore::Impl::KeepObjects() {
+  if (readerLock) return std::unique_ptr<FileLock>();
+  std::unique_ptr<FileLock> lock = folder.TryLockReaders(LockKind::Shared);
+  if (lock) return lock;
+  return ObjectsAreInUse(folder.LastFailure(), "objects are being removed");
+}
+
+Status DirectoryObjectStore::Impl::Create(const std::filesystem::path& path) {
+  if (!folder.Make()) return folder.LastFailure();
+  const Result<std::unique_ptr<FileLock>> lock = LockWriter();
+  if (!lock) return lock.error();
+  const Status found = state.Refresh();
+  if (found) return StoreExists(path);
+  if (found.error().code != ErrorCode::NotFound) return found;
+  if (!folder.SyncWritten()) return folder.LastFailure();
+  folder.ForgetWritten();
+  return state.Replace(JournalState());
+}
+
+Status DirectoryObjectStore::Impl::BeginWriting(Writing& writing) {
+  Result<std::unique_ptr<FileLock>> readers = KeepObjects();
+  if (!readers) return std::move(readers).error();
+  writing.readers = *std::move(readers);
+  Result<std::unique_ptr<FileLock>> writer = LockWriter();
+  if (!writer) return std::move(writer).error();
+  writing.writer = *std::move(writer);
+  return PrepareToWrite();
+}
+
+Status DirectoryObjectStore::Impl::PrepareToWrite() {
+  if (Status status = state.Refresh(); !status) return status;
+  return state.Former() == nullptr ? Status() : Upgrade();
+}
+
+/// Replaces a former state by a journal. To a `DirectoryStore`, a file that its state doesn't name
+/// is no object and may be incomplete; in a store with a journal each file is an object.
+Status DirectoryObjectStore::Impl::Upgrade() {
+  std::vector<std::filesystem::path> invalid;
+  Status status = objects.Visit([&](const ObjectKey& key, bool complete, const auto& path) {
+    if (complete && state.Former()->HasObject(key)) return;
+    const Result<Buffer> bytes = objects.Read(key);
+    const bool whole =
+        complete && bytes && ToUtf8(Helpers::ComputeEncodedSHA256Hash(*bytes)) == HexFromKey(key);
+    if (!whole) invalid.push_back(path);
+  });
+  for (const std::filesystem::path& path : invalid) {
+    if (status) status = objects.Remove(path);
+  }
+  if (!status) return status;
+  const JournalState former = state.Get();
+  return state.Replace(former);
+}
+
+/// Remembers the present count of removals, unless a save has begun already. No object goes as
+/// long as `readers` is held.
+Status DirectoryObjectStore::Impl::Rely(std::unique_ptr<FileLock>& readers) {
+  if (!watch.IsUnused()) return {};
+  Result<std::unique_ptr<FileLock>> lock = KeepObjects();
+  // A folder in which nothing can be locked can't be written to either.
+  if (!lock && lock.error().code == ErrorCode::Busy) return std::move(lock).error();
+  if (lock) readers = *std::move(lock);
+  if (Status status = state.Refresh(); !status) return status;
+  watch.Rely(state.Get().removals);
+  return {};
+}
+
+Result<std::optional<std::uint64_t>> DirectoryObjectStore::Impl::SizeOf(const Id& id) {
+  const std::optional<ObjectKey> key = KeyOf(id);
+  const bool possible = key && (state.Former() == nullptr || state.Former()->HasObject(*key));
+  return possible ? objects.SizeOf(*key) : std::optional<std::uint64_t>();
+}
+
+Result<Buffer> DirectoryObjectStore::Impl::ReadOne(const Id& id) {
+  const std::optional<ObjectKey> key = KeyOf(id);
+  if (!key || (state.Former() != nullptr && !state.Former()->HasObject(*key))) {
+    return NoSuchObject(id);
+  }
+  Result<Buffer> packed = objects.Read(*key);
+  if (!packed && packed.error().code == ErrorCode::NotFound) return NoSuchObject(id);
+  return packed;
+}
+
+Result<RemovedObjects> DirectoryObjectStore::Impl::RemoveUnmarked(const MarkObjects& mark) {
+  const Result<std::unique_ptr<FileLock>> writer = LockWriter();
+  if (!writer) return writer.error();
+  if (Status status = PrepareToWrite(); !status) return std::move(status).error();
+  const Result<std::vector<Id>> marked = mark(ListHeads(state.Get().heads));
+  if (!marked) return marked.error();
+  std::set<ObjectKey> kept;
+  for (const Id& id : *marked) {
+    if (const std::optional<ObjectKey> key = KeyOf(id)) kept.insert(*key);
+  }
+  return RemoveAllBut(kept);
+}
+
+Result<RemovedObjects> DirectoryObjectStore::Impl::RemoveAllBut(const std::set<ObjectKey>& kept) {
+  RemovedObjects removed;
+  std::vector<std::filesystem::path> unused;
+  Status status = objects.Visit([&](const ObjectKey& key, bool complete, const auto& path) {
+    if (complete && kept.contains(key)) return;
+    unused.push_back(path);
+    if (!complete) return;
+    const Result<std::optional<std::uint64_t>> size = objects.SizeOf(key);
+    if (size) removed.sizeBytes += size->value_or(0);
+    ++removed.count;
+  });
+  if (status && removed.count > 0) {
+    JournalChanges changes;
+    changes.SetRemovals(state.Get().removals + 1);
+    status = state.Record(changes);
+  }
+  for (const std::filesystem::path& path : unused) {
+    if (status) status = objects.Remove(path);
+  }
+  if (!status) {
+    Error failure = std::move(status).error();
+    failure.unchanged = "the branches and what they need are as they were";
+    return failure;
+  }
+  objects.RemoveEmptyFolders();
+  return removed;
+}
+
+DirectoryObjectStore::DirectoryObjectStore(std::unique_ptr<Impl> impl) noexcept
+    : m_impl(std::move(impl)) {}
+DirectoryObjectStore::DirectoryObjectStore(DirectoryObjectStore&& other) noexcept = default;
+DirectoryObjectStore& DirectoryObjectStore::operator=(DirectoryObjectStore&& other) noexcept =
+    default;
+DirectoryObjectStore::~DirectoryObjectStore() = default;
+
+Result<DirectoryObjectStore> StoreAccess::Open(const std::filesystem::path& folder,
+                                               DirectoryObjectStoreOptions options,
+                                               std::shared_ptr<FileSystem> files) {
+  auto impl =
+      std::make_unique<DirectoryObjectStore::Impl>(folder, std::move(options), std::move(files));
+  if (Status status = impl->state.Refresh(); !status) return std::move(status).error();
+  return DirectoryObjectStore(std::move(impl));
+}
+
+Result<DirectoryObjectStore> StoreAccess::Create(const std::filesystem::path& folder,
+                                                 DirectoryObjectStoreOptions options,
+                                                 std::shared_ptr<FileSystem> files) {
+  auto impl =
+      std::make_unique<DirectoryObjectStore::Impl>(folder, std::move(options), std::move(files));
+  if (Status status = impl->Create(folder); !status) return std::move(status).error();
+  return DirectoryObjectStore(std::move(impl));
+}
+
+Result<DirectoryObjectStore> DirectoryObjectStore::Open(const std::filesystem::path& folder,
+                                                        DirectoryObjectStoreOptions options) {
+  return StoreAccess::Open(folder, std::move(options), MakeNativeFileSystem());
+}
+
+Result<DirectoryObjectStore> DirectoryObjectStore::Create(const std::filesystem::path& folder,
+                                                          DirectoryObjectStoreOptions options) {
+  return StoreAccess::Create(folder, std::move(options), MakeNativeFileSystem());
+}
+
+Result<std::vector<Id>> DirectoryObjectStore::Missing(std::span<const Id> ids) {
+  std::unique_ptr<FileLock> readers;
+  if (Status status = m_impl->Rely(readers); !status) return std::move(status).error();
+  std::vector<Id> missing;
+  for (const Id& id : ids) {
+    Result<std::optional<std::uint64_t>> size = m_impl->SizeOf(id);
+    if (!size) return std::move(size).error();
+    if (!*size) missing.push_back(id);
+  }
+  return missing;
+}
+
+Status DirectoryObjectStore::Read(std::span<const Id> ids, const ReadSink& sink) {
+  for (const Id& id : ids) sink(id, m_impl->ReadOne(id));
+  return {};
+}
+
+Status DirectoryObjectStore::ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) {
+  return ReadHistoryByParents(*this, id, most, sink);
+}
+
+Result<std::vector<std::optional<std::uint64_t>>> DirectoryObjectStore::Sizes(
+    std::span<const Id> ids) {
+  std::vector<std::optional<std::uint64_t>> sizes;
+  sizes.reserve(ids.size());
+  for (const Id& id : ids) {
+    Result<std::optional<std::uint64_t>> size = m_impl->SizeOf(id);
+    if (!size) return std::move(size).error();
+    sizes.push_back(*size);
+  }
+  return sizes;
+}
+
+Status DirectoryObjectStore::Write(std::span<const StoredObject> objects) {
+  const auto bad = std::find_if(objects.begin(), objects.end(),
+                                [](const StoredObject& object) { return !IsObjectId(object.id); });
+  if (bad != objects.end()) return NotAnObjectId(bad->id);
+  Impl::Writing writing;
+  if (Status status = m_impl->BeginWriting(writing); !status) return status;
+  m_impl->watch.Rely(m_impl->state.Get().removals);
+  std::vector<ObjectFiles::KeyedObject> missing;
+  std::set<ObjectKey> seen;
+  for (const StoredObject& object : objects) {
+    const ObjectKey key = *KeyOf(object.id);
+    if (!seen.insert(key).second) continue;
+    Result<std::optional<std::uint64_t>> size = m_impl->objects.SizeOf(key);
+    if (!size) return std::move(size).error();
+    if (!*size) missing.emplace_back(key, object.packed);
+  }
+  return m_impl->objects.Write(missing);
+}
+
+Result<std::vector<Head>> DirectoryObjectStore::Heads() {
+  // The lock comes first: what a head reaches that is read under it stays.
+  if (!m_impl->readerLock) m_impl->readerLock = m_impl->folder.LockReader();
+  if (Status status = m_impl->state.Refresh(); !status) return std::move(status).error();
+  return ListHeads(m_impl->state.Get().heads);
+}
+
+Status DirectoryObjectStore::MoveHeads(std::span<const HeadMove> moves) {
+  Impl::Writing writing;
+  if (Status status = m_impl->BeginWriting(writing); !status) return status;
+  const JournalState& state = m_impl->state.Get();
+  if (Status status = CheckMoves(state.heads, moves); !status) return status;
+  if (!m_impl->watch.MayMove(state.removals)) return ObjectsWereRemoved();
+  if (Status status = m_impl->objects.SyncNames(); !status) return status;
+  JournalChanges changes;
+  changes.Move(moves);
+  Status status = moves.empty() ? Status() : m_impl->state.Record(changes);
+  if (status) m_impl->watch.Moved();
+  return status;
+}
+
+Status DirectoryObjectStore::List(const IdSink& sink) {
+  std::vector<Id> ids;
+  Status status;
+  if (const StoreState* former = m_impl->state.Former()) {
+    for (const ObjectKey& key : former->objects) ids.emplace_back(ToWide(HexFromKey(key)));
+  } else {
+    status = m_impl->objects.Visit([&](const ObjectKey& key, bool complete, const auto& /*path*/) {
+      if (complete) ids.emplace_back(ToWide(HexFromKey(key)));
+    });
+  }
+  if (status && !ids.empty()) sink(ids);
+  return status;
+}
+
+Result<RemovedObjects> DirectoryObjectStore::RemoveUnmarked(const MarkObjects& mark) {
+  const bool keeps_objects = m_impl->readerLock != nullptr;
+  m_impl->readerLock.reset();
+  // Gives the lock back that the readers have, however the removal ends.
+  struct Restore {
+    ~Restore() {
+      impl.readerLock.reset();
+      if (keeps) impl.readerLock = impl.folder.LockReader();
+    }
+    Impl& impl;
+    bool keeps;
+  } restore{*m_impl, keeps_objects};
+  m_impl->readerLock = m_impl->folder.TryLockReaders(LockKind::Exclusive);
+  if (!m_impl->readerLock) {
+    return ObjectsAreInUse(m_impl->folder.LastFailure(), "somebody reads or writes");
+  }
+  return m_impl->RemoveUnmarked(mark);
+}
+
+Result<std::optional<std::string>> DirectoryObjectStore::Value(std::string_view name) {
+  if (Status status = m_impl->state.Refresh(); !status) return std::move(status).error();
+  const auto& values = m_impl->state.Get().values;
+  const auto found = values.find(name);
+  return found == values.end() ? std::nullopt : std::optional(found->second);
+}
+
+Status DirectoryObjectStore::SetValue(std::string_view name,
+                                      std::optional<std::string_view> value) {
+  Impl::Writing writing;
+  if (Status status = m_impl->BeginWriting(writing); !status) return status;
+  const auto& values = m_impl->state.Get().values;
+  const auto found = values.find(name);
+  if (found == values.end() ? !value : value == found->second) return {};
+  JournalChanges changes;
+  if (value) {
+    changes.SetValue(name, *value);
+  } else {
+    changes.RemoveValue(name);
+  }
+  return m_impl->state.Record(changes);
+}
+
+}  // namespace TalVcs::Kit

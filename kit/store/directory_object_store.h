@@ -1,0 +1,96 @@
+#pragma once
+
+#include <kit/export.h>
+#include <kit/store/object_store.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+/// How a `DirectoryObjectStore` works.
+struct DirectoryObjectStoreOptions {
+  /// Whether changes wait until everything is on the medium, so that they outlive a loss of power.
+  /// Without it, they still outlive the end of the process at any point.
+  bool durable = true;
+
+  /// How long an operation waits for another writer before it fails with `Busy`.
+  std::chrono::milliseconds busyTimeout{1000};
+
+  /// The root path of the `DirectoryStore` that has written the folder, in UTF-8.
+  std::string rootPath{};
+};
+
+/// An object store in the folder ".vcs" below a folder.
+///
+///     .vcs/state               a journal: branches with their heads, values
+///     .vcs/objects/ab/cdef...  one file an object, its packed form
+///     .vcs/lock, .vcs/readers  empty files that processes lock
+///
+/// Other files in ".vcs" are the host's and stay untouched. docs/formats.md describes the journal.
+///
+/// *Cost.* A save writes a file for each new object and appends one record to the journal. No
+/// operation but `List` and `RemoveUnmarked` looks at files that it wasn't asked for. Now and then
+/// a save writes the journal anew, when most of it is history.
+///
+/// *Several store objects*, in one process or several, may work on one folder. Writers wait for
+/// each other as long as the options say. A store object that has called `Heads` keeps all objects
+/// in place until it ends: `RemoveUnmarked` of the others fails with `Busy` as long. While
+/// `RemoveUnmarked` runs, `Write`, `MoveHeads`, `SetValue` and the first `Missing` of a save fail
+/// with `Busy`, and `Heads` waits.
+///
+/// *Failures.* A process that ends or a loss of power at any point leaves the state before or after
+/// a change, never another one. An incomplete last record of the journal is what such an end leaves
+/// and is skipped; any other damage of the journal is the error `Damaged` in every operation that
+/// needs it. Objects of a save that didn't end stay until `RemoveUnmarked`. A full medium is
+/// `Full`, a missing right `Denied`.
+///
+/// *The former format.* A folder that `DirectoryStore` has written is read as it is; streams that
+/// are neither objects nor branches are values under their paths. The first operation that writes
+/// upgrades it in place, which looks once at every name in the folder of the objects. From then on
+/// `DirectoryStore` refuses the folder and says why in its `LastError`.
+///
+/// Threads: a store object belongs to one thread at a time.
+class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore {
+ public:
+  /// Opens the store below `folder`. Fails with `NotFound` if there is none, and as reading fails.
+  static Result<DirectoryObjectStore> Open(const std::filesystem::path& folder,
+                                           DirectoryObjectStoreOptions options = {});
+  /// Makes an empty store below `folder`, whose last component may be missing, and opens it. Fails
+  /// with `Conflict` if there is a store, also one of the former format.
+  static Result<DirectoryObjectStore> Create(const std::filesystem::path& folder,
+                                             DirectoryObjectStoreOptions options = {});
+
+  /// Leaves an `other` that can be assigned to or destroyed, and nothing else.
+  DirectoryObjectStore(DirectoryObjectStore&& other) noexcept;
+  DirectoryObjectStore& operator=(DirectoryObjectStore&& other) noexcept;
+  ~DirectoryObjectStore() override;
+
+  Result<std::vector<Id>> Missing(std::span<const Id> ids) override;
+  Status Read(std::span<const Id> ids, const ReadSink& sink) override;
+  Status ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) override;
+  Result<std::vector<std::optional<std::uint64_t>>> Sizes(std::span<const Id> ids) override;
+  Status Write(std::span<const StoredObject> objects) override;
+  Result<std::vector<Head>> Heads() override;
+  Status MoveHeads(std::span<const HeadMove> moves) override;
+  Status List(const IdSink& sink) override;
+  Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) override;
+  Result<std::optional<std::string>> Value(std::string_view name) override;
+  Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
+
+ private:
+  friend struct StoreAccess;
+  class TALVCS_KIT_NO_EXPORT Impl;
+  explicit DirectoryObjectStore(std::unique_ptr<Impl> impl) noexcept;
+
+  std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,75 @@
+// Long histories and deep folders: nothing runs in recursion, and costs follow what changed.
+
+#include <gtest/gtest.h>
+#include <kit/open/clean_up.h>
+#include <kit/open/copy.h>
+#include <kit/open/statistics.h>
+#include <kit/open/verify.h>
+#include <tests/kit/open/histories.h>
+#include <tests/kit/store/faulty_object_store.h>
+#include <tests/support/scale.h>
+
+namespace TalVcs::Kit {
+namespace {
+
+using namespace TalVcs::Testing;
+
+/// Requires that every operation gets through a repository, and that it comes back.
+void ExpectPasses(Repository& repository) {
+  const Id head = repository.GetHead()->GetId();
+  const auto store = StoreOf(repository);
+  EXPECT_TRUE(Verify(*store).value().IsWhole());
+  MemoryObjectStore copy;
+  EXPECT_EQ(Copy(*store, copy).value().writtenObjects, store->GetCount());
+  EXPECT_EQ(CleanUp(copy).value().count, 0u);
+  EXPECT_EQ(Statistics(copy).value().branches[0].own.count, store->GetCount());
+  OpenedRepository opened = Load(store).value();
+  EXPECT_EQ(opened->GetHead()->GetId(), head);
+  AddCommit(opened.GetRepository(), "master", {{"next", "x"}});
+  EXPECT_EQ(Save(opened).value().writtenObjects, 3u);
+}
+
+TEST(LargeHistories, LongHistory) {
+  Repository repository = NewRepository();
+  cow_ptr<Commit> head;
+  for (std::size_t number = 0; number < Scaled(100'000); ++number) {
+    Commit next;
+    next.SetParent(head);
+    next.SetCommitTime(Time::FromTimeT(static_cast<std::int64_t>(number)));
+    head = repository.SyncWithStorage(Make<Commit>(next));
+  }
+  repository.MoveBranchTo(Wide("master"), head);
+  ExpectPasses(repository);
+}
+
+TEST(LargeHistories, DeepFolders) {
+  Repository repository = NewRepository();
+  std::string path = "file";
+  for (std::size_t level = 0; level < Scaled(5'000); ++level) path.insert(0, "d/");
+  AddCommit(repository, "master", {{path, "deep"}});
+  ExpectPasses(repository);
+}
+
+TEST(LargeHistories, OneFileOfManyIsReadAndSavedByItsPathAlone) {
+  Repository repository = NewRepository();
+  Files files;
+  for (int folder = 0; folder < 100; ++folder) {
+    for (int file = 0; file < 50; ++file) {
+      const std::string path = "d" + std::to_string(folder) + "/f" + std::to_string(file);
+      files.emplace_back(path, path);
+    }
+  }
+  AddCommit(repository, "master", files);
+  const auto memory = StoreOf(repository);
+  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  OpenedRepository opened = Open(store).value();
+  store->Restart();
+  AddCommit(opened.GetRepository(), "master", {{"d7/f7", "changed"}});
+  EXPECT_EQ(Save(opened).value().writtenObjects, 4u);
+  // Commit, root and folder, without those beside it; then what a save asks and writes.
+  EXPECT_LE(store->Calls(), 12);
+  EXPECT_LE(store->ReadCount(), 5u);
+}
+
+}  // namespace
+}  // namespace TalVcs::Kit

@@ -1,0 +1,58 @@
+# shellcheck shell=sh disable=SC2153,SC2154
+# Sourced by the tests of the package: builds hosts of the library and runs them. The variables come
+# from the environment of the test, "here" from the test itself.
+
+# expect_files PROGRAM: runs an example and compares the files that it lists.
+expect_files() {
+  printf 'hello.txt\nmain.txt\ntopic/new.txt\n' >expected.txt
+  "$1" >printed.txt
+  diff -u expected.txt printed.txt
+  echo "$1 printed what it should"
+}
+
+# build FOLDER: builds what was configured there, and prints what the compilers said if it fails.
+build() {
+  "$CMAKE_COMMAND" --build "$1" --parallel "$(nproc)" >build.txt || { cat build.txt; exit 1; }
+}
+
+# expect_no_places FOLDER PLACE...: no file in FOLDER names one of the places.
+expect_no_places() {
+  folder=$1
+  shift
+  for place in "$@"; do
+    if grep -rIl -e "$place" "$folder"; then
+      echo "the files above name $place" >&2
+      exit 1
+    fi
+  done
+}
+
+# expect_found PREFIX: find_package finds what is installed there, and a host of the kit works.
+expect_found() {
+  "$CMAKE_COMMAND" -S "$here/installed" -B found -DKIT="$KIT" -DCMAKE_PREFIX_PATH="$1" >configure.txt
+  build found
+  expect_files found/in_memory
+  [ "$KIT" -eq 0 ] || found/kit_host from_cmake
+}
+
+# build_by_pkg_config MODULE SOURCE PROGRAM OPTION...: the options are those of pkg-config. Hosts say
+# themselves where shared libraries are at run time.
+build_by_pkg_config() {
+  module=$1 source=$2 program=$3
+  shift 3
+  # shellcheck disable=SC2046  # flags are words
+  "$CXX" -std=c++20 "$source" -o "$program" $("$PKG_CONFIG" "$@" --cflags --libs "$module") \
+    -Wl,-rpath,"$(dirname "$PKG_CONFIG_PATH")"
+}
+
+# expect_modules PREFIX OPTION...: pkg-config, with the options, has the flags for hosts.
+expect_modules() {
+  PKG_CONFIG_PATH=$(dirname "$(find "$1" -name talvcs.pc)")
+  export PKG_CONFIG_PATH
+  shift
+  build_by_pkg_config talvcs "$SOURCE/examples/in_memory.cpp" ./in_memory "$@"
+  expect_files ./in_memory
+  [ "$KIT" -eq 1 ] || return 0
+  build_by_pkg_config talvcs-kit "$here/installed/kit_host.cpp" ./kit_host "$@"
+  ./kit_host from_pkg_config
+}
