@@ -130,7 +130,7 @@ TEST(DerivedCommits, AreComparedInTheOrderOfTheArgumentsOfACommonBase) {
 
 TEST(DerivedBlobs, AreAskedOnceInTheOrderOfTheTablesWhenSaved) {
   std::vector<std::string> calls;
-  Repository repository = NewRepository();
+  Repository repository = NewOrdinaryRepository();
   repository.SyncWithStorage(cow_ptr<Blob>(std::make_shared<Witness<Blob>>("blob", calls)));
   calls.clear();
   MemoryBlobIo store;

@@ -52,7 +52,7 @@ TEST_F(IncompleteTrees, TreeIsReadAgainOnceAMissingSubtreeIsStored) {
 }
 
 TEST_F(IncompleteTrees, SavedHistoryKeepsTheOlderCommitWhole) {
-  Repository source = NewRepository();
+  Repository source = NewOrdinaryRepository();
   Commit first(&source, false);
   first.AddBlob(&source, TAL_WIDE("A/b"), BlobOf("x"));
   first.AddBlob(&source, TAL_WIDE("b"), BlobOf("x"));
