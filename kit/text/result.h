@@ -54,7 +54,8 @@ class [[nodiscard]] Result {
     Require();
     return *std::get_if<0>(&m_content);
   }
-  T&& value() && {
+  /// By value, so that a loop over the value of a temporary result keeps it.
+  T value() && {
     Require();
     return std::move(*std::get_if<0>(&m_content));
   }

@@ -18,7 +18,7 @@ class LoadedEntries {
   LoadedEntries() = default;
   /// Takes over entries of `previous`, which may be null and must outlive this object, where the
   /// records are the same.
-  explicit LoadedEntries(const Tree* previous) noexcept : m_previous(previous) {}
+  explicit LoadedEntries(const Tree* previous) : m_previous(previous) {}
 
   /// Takes over the entries of the previous version whose records stand at the beginning of `list`.
   /// Returns the number of bytes of these records.
