@@ -125,7 +125,7 @@ void JournalChanges::Put(char kind, std::string_view name) {
 
 void JournalChanges::SetHead(std::string_view name, const Id& id) {
   Put('h', name);
-  const std::optional<ObjectKey> key = KeyFromHex(ToUtf8(id.View()));
+  const std::optional<ObjectKey> key = KeyFromId(id);
   if (key) m_payload.append(key->begin(), key->end());
 }
 

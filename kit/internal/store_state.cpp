@@ -77,6 +77,8 @@ std::optional<ObjectKey> KeyFromHex(std::string_view digits) {
   return key;
 }
 
+std::optional<ObjectKey> KeyFromId(const Id& id) { return KeyFromHex(ToUtf8(id.View())); }
+
 std::string HexFromKey(const ObjectKey& key) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   std::string digits;

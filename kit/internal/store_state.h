@@ -2,6 +2,7 @@
 
 #include <kit/text.h>
 #include <talvcs/foundation/names.h>
+#include <talvcs/objects/id.h>
 
 #include <array>
 #include <cstdint>
@@ -19,6 +20,7 @@ using ObjectKey = std::array<std::uint8_t, 32>;
 /// Reads 64 lower-case hexadecimal digits.
 std::optional<ObjectKey> KeyFromHex(std::string_view digits);
 std::string HexFromKey(const ObjectKey& key);
+std::optional<ObjectKey> KeyFromId(const Id& id);
 
 /// What a directory store holds at one moment: the content of its file "state".
 struct StoreState {

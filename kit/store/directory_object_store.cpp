@@ -1,4 +1,5 @@
 #include <kit/internal/object_files.h>
+#include <kit/internal/removal_order.h>
 #include <kit/internal/state_file.h>
 #include <kit/internal/store_access.h>
 #include <kit/internal/store_folder.h>
@@ -20,7 +21,7 @@
 //
 // A removal:
 //
-//     record that counts removals  -  sync  -  files go
+//     record that counts removals  -  sync  -  files go, each before those of what it names
 //
 // Locks: every writer shares the lock of the readers, so that no object goes while it works, and
 // then takes the lock of the writers. A removal takes the lock of the readers alone. A look by
@@ -29,8 +30,6 @@
 namespace TalVcs::Kit {
 
 namespace {
-
-std::optional<ObjectKey> KeyOf(const Id& id) { return KeyFromHex(ToUtf8(id.View())); }
 
 Error StoreExists(const std::filesystem::path& folder) {
   const auto text = folder.u8string();
@@ -166,13 +165,13 @@ Status DirectoryObjectStore::Impl::Rely(std::unique_ptr<FileLock>& readers) {
 }
 
 Result<std::optional<std::uint64_t>> DirectoryObjectStore::Impl::SizeOf(const Id& id) {
-  const std::optional<ObjectKey> key = KeyOf(id);
+  const std::optional<ObjectKey> key = KeyFromId(id);
   const bool possible = key && (state.Former() == nullptr || state.Former()->HasObject(*key));
   return possible ? objects.SizeOf(*key) : std::optional<std::uint64_t>();
 }
 
 Result<Buffer> DirectoryObjectStore::Impl::ReadOne(const Id& id) {
-  const std::optional<ObjectKey> key = KeyOf(id);
+  const std::optional<ObjectKey> key = KeyFromId(id);
   if (!key || (state.Former() != nullptr && !state.Former()->HasObject(*key))) {
     return NoSuchObject(id);
   }
@@ -189,18 +188,22 @@ Result<RemovedObjects> DirectoryObjectStore::Impl::RemoveUnmarked(const MarkObje
   if (!marked) return marked.error();
   std::set<ObjectKey> kept;
   for (const Id& id : *marked) {
-    if (const std::optional<ObjectKey> key = KeyOf(id)) kept.insert(*key);
+    if (const std::optional<ObjectKey> key = KeyFromId(id)) kept.insert(*key);
   }
   return RemoveAllBut(kept);
 }
 
 Result<RemovedObjects> DirectoryObjectStore::Impl::RemoveAllBut(const std::set<ObjectKey>& kept) {
   RemovedObjects removed;
-  std::vector<std::filesystem::path> unused;
+  std::vector<ObjectKey> unused;
+  std::vector<std::filesystem::path> incomplete;
   Status status = objects.Visit([&](const ObjectKey& key, bool complete, const auto& path) {
     if (complete && kept.contains(key)) return;
-    unused.push_back(path);
-    if (!complete) return;
+    if (!complete) {
+      incomplete.push_back(path);
+      return;
+    }
+    unused.push_back(key);
     const Result<std::optional<std::uint64_t>> size = objects.SizeOf(key);
     if (size) removed.sizeBytes += size->value_or(0);
     ++removed.count;
@@ -210,8 +213,12 @@ Result<RemovedObjects> DirectoryObjectStore::Impl::RemoveAllBut(const std::set<O
     changes.SetRemovals(state.Get().removals + 1);
     status = state.Record(changes);
   }
-  for (const std::filesystem::path& path : unused) {
+  for (const std::filesystem::path& path : incomplete) {
     if (status) status = objects.Remove(path);
+  }
+  SortForRemoval(unused, objects);
+  for (const ObjectKey& key : unused) {
+    if (status) status = objects.Remove(folder.FileOf(key));
   }
   if (!status) {
     Error failure = std::move(status).error();
@@ -300,7 +307,7 @@ Status DirectoryObjectStore::Write(std::span<const StoredObject> objects) {
   std::vector<ObjectFiles::KeyedObject> missing;
   std::set<ObjectKey> seen;
   for (const StoredObject& object : objects) {
-    const ObjectKey key = *KeyOf(object.id);
+    const ObjectKey key = *KeyFromId(object.id);
     if (!seen.insert(key).second) continue;
     Result<std::optional<std::uint64_t>> size = m_impl->objects.SizeOf(key);
     if (!size) return std::move(size).error();

@@ -117,7 +117,7 @@ std::vector<WideString> ObjectStoreAsBlobs::Impl::ListObjects(const WideString& 
   std::vector<ObjectKey> keys;
   Status status = store.List([&](std::span<const Id> ids) {
     for (const Id& id : ids) {
-      if (const std::optional<ObjectKey> key = KeyFromHex(ToUtf8(id.View()))) keys.push_back(*key);
+      if (const std::optional<ObjectKey> key = KeyFromId(id)) keys.push_back(*key);
     }
     return true;
   });

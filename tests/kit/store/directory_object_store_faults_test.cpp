@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 #include <kit/internal/store_access.h>
+#include <talvcs/persistence/packed_object.h>
 #include <tests/kit/faulty_file_system.h>
 #include <tests/kit/store/object_store_suite.h>
 #include <tests/kit/store/volatile_file_system.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/support/bytes.h>
+#include <tests/support/ordinary_repository.h>
+#include <tests/support/text.h>
 
 #include <functional>
 #include <map>
@@ -114,6 +117,57 @@ TEST_P(DirectoryObjectStoreFaults, SaveLeavesTheOldStateOrTheNew) {
   }
   EXPECT_GT(failed, 15);
   EXPECT_GT(unknown, 0);
+}
+
+/// Three commits of nested folders.
+std::vector<StoredObject> NestedHistory() {
+  Repository repository = Testing::NewOrdinaryRepository();
+  for (const char* content : {"1", "2", "3"}) {
+    Commit commit(&repository, false);
+    commit.AddBlob(&repository, TAL_WIDE("a/b/c"), Blob(Testing::BufferOf(content)));
+    repository.DoCommit(commit);
+  }
+  std::vector<StoredObject> objects;
+  const auto add = [&](const auto& table) {
+    for (const auto& [id, object] : table) objects.push_back({id, object->GetPackedData()});
+  };
+  add(repository.GetStorage()->GetBlobs());
+  add(repository.GetStorage()->GetTrees());
+  add(repository.GetStorage()->GetCommits());
+  return objects;
+}
+
+// A later save takes what is there for whole, with all that it names.
+TEST(DirectoryObjectStoreRemoval, EndsMidwayWithoutObjectsThatLackWhatTheyName) {
+  const std::vector<StoredObject> history = NestedHistory();
+  std::size_t partial = 0;
+  for (int number = 1;; ++number) {
+    const TemporaryFolder folder;
+    const auto files = std::make_shared<FaultyFileSystem>();
+    DirectoryObjectStore store = StoreAccess::Create(folder.Path(), Options(false), files).value();
+    ASSERT_TRUE(store.Write(history).ok());
+    files->Restart();
+    files->FailFrom(number, 1000);
+    const auto nothing = [](std::span<const Head>) {
+      return Result<std::vector<Id>>(std::vector<Id>());
+    };
+    const bool removed = store.RemoveUnmarked(nothing).ok();
+    files->FailFrom(0);
+    std::size_t left = 0;
+    for (const StoredObject& object : history) {
+      if (!store.Missing({&object.id, 1}).value().empty()) continue;
+      ++left;
+      const auto look = [](void* target, const PackedReference& reference) {
+        auto& other = *static_cast<DirectoryObjectStore*>(target);
+        EXPECT_TRUE(other.Missing({&reference.id, 1}).value().empty());
+      };
+      ASSERT_TRUE(VisitReferences(object.packed, {&store, look}));
+    }
+    if (left != 0 && left != history.size()) ++partial;
+    ASSERT_FALSE(HasFailure()) << number;
+    if (removed) break;
+  }
+  EXPECT_GE(partial, history.size() - 1);
 }
 
 TEST_P(DirectoryObjectStoreFaults, FirstSaveAndUpgradeFailWithAReason) {

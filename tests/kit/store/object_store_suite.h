@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -34,6 +35,10 @@ struct StoreKind {
   /// Whether the store can remove objects and keep values. One that can't fails with `Unsupported`.
   bool removes = true;
   bool keepsValues = true;
+
+  friend std::ostream& operator<<(std::ostream& out, const StoreKind& kind) {
+    return out << (kind.durable ? "durable" : "in memory");
+  }
 };
 
 #define SKIP_UNLESS_DURABLE() \
