@@ -117,7 +117,7 @@ class TALVCS_KIT_API IObjectStore {
   /// No other store object can move a head until it returns: it fails with `Busy`. Store objects
   /// that have read the heads before can read what those reach as long as the store's documents
   /// promise. Fails with the error of `mark`, and removes nothing then. `mark` may read from this
-  /// store object.
+  /// store object. A removal that ends midway leaves no object that lacks what it names.
   virtual Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) = 0;
 
   /// Returns the value under `name`, or none. Values are small texts of the host, such as the name

@@ -24,7 +24,7 @@ struct Version {
 /// them.
 struct Side {
   std::array<std::unique_ptr<Repository>, 2> repositories;
-  std::array<std::unique_ptr<Commit>, 2> drafts;  // one for each repository
+  std::array<std::unique_ptr<Commit>, 2> drafts;        // one for each repository
   std::array<std::vector<cow_ptr<Commit>>, 2> commits;  // for each repository
   std::vector<cow_ptr<Tree>> trees;
 
