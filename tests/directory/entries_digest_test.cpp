@@ -76,10 +76,10 @@ TEST_P(EntriesDigest, OfAChangedListIsTheDigestOfItsBytes) {
   std::mt19937 random(size);
   State state = Directory(size);
   ASSERT_EQ(state.Digest(), state.DigestFromScratch());
-  std::vector<State> former;
+  std::vector<State> previous;
   for (unsigned step = 0; step < 120; ++step) {
     // Some steps change the list in place, some a copy of it, a few more than its contents.
-    if (random() % 3 != 0) former.push_back(state);
+    if (random() % 3 != 0) previous.push_back(state);
     const unsigned number = random() % size;
     const cow_ptr<Object> child = SharedBlob(std::to_string(step));
     switch (random() % 16) {
@@ -98,7 +98,7 @@ TEST_P(EntriesDigest, OfAChangedListIsTheDigestOfItsBytes) {
     if (random() % 4 == 0) continue;  // the next digest covers several changes
     ASSERT_EQ(state.Digest(), state.DigestFromScratch()) << "step " << step;
   }
-  for (const State& one : former) ASSERT_EQ(one.Digest(), one.DigestFromScratch());
+  for (const State& one : previous) ASSERT_EQ(one.Digest(), one.DigestFromScratch());
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, EntriesDigest, testing::Values(1, 7, 29, 33, 100, 300, 1000));
@@ -122,10 +122,10 @@ TEST(EntriesDigest, ContinuesOnlyFromAnEqualBeginning) {
 }
 
 TEST(EntriesDigest, OfABuiltListContinuesFromThePreviousVersion) {
-  State former = Directory(100);
-  State changed = former;
+  State previous = Directory(100);
+  State changed = previous;
   changed.Set(NameOf(70), SharedBlob("second"));
-  changed.Digest();  // leaves milestones
+  changed.Digest();  // leaves checkpoints
   for (const unsigned number : {0U, 24U, 26U, 49U, 51U, 74U, 76U, 99U}) {
     State next = changed;
     next.Set(NameOf(number), SharedBlob("third"));

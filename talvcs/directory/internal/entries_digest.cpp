@@ -7,11 +7,11 @@
 #include <memory>
 
 // The digest of a directory of which one entry was replaced. Header and length are those of the
-// former state, so the hash goes on from the last milestone before the chunk that is new:
+// previous state, so the hash goes on from the last checkpoint before the chunk that is new:
 //
-//   former   [ header ][ a b ][ c d ]^[ e f ][ g h ]^[ i j ][ k l ]      ^ milestone
-//   new      [ header ][ a b ][ c d ]^[ e f ][ g H ] [ i j ][ k l ]
-//                                     from here on
+//   previous   [ header ][ a b ][ c d ]^[ e f ][ g h ]^[ i j ][ k l ]      ^ checkpoint
+//   new        [ header ][ a b ][ c d ]^[ e f ][ g H ] [ i j ][ k l ]
+//                                       from here on
 //
 // Every commit that changes a file makes its directories so. It saves three eighths of the blocks,
 // and a fifth of the time of a history that changes one file after the other.
@@ -20,37 +20,38 @@ namespace TalVcs {
 
 using TalUtils::Sha256;
 
-TreeEntries::Milestone* TreeEntries::Milestones() const noexcept {
-  return static_cast<Milestone*>(static_cast<void*>(ChunkArray() + m_capacity));
+TreeEntries::Checkpoint* TreeEntries::Checkpoints() const noexcept {
+  return static_cast<Checkpoint*>(static_cast<void*>(ChunkArray() + m_capacity));
 }
 
-// Takes over the milestones of `former`, which may be this list, with nothing but equal chunks in
-// front of them.
-void TreeEntries::TakeMilestones(const TreeEntries& former, std::size_t equalChunks) noexcept {
+// Takes over the checkpoints of `previous`, which may be this list, with nothing but equal chunks
+// in front of them.
+void TreeEntries::TakeCheckpoints(const TreeEntries& previous, std::size_t equalChunks) noexcept {
   std::uint8_t count = 0;
-  while (count < former.m_milestoneCount && former.ChunkOfMilestone(count) <= equalChunks) {
+  while (count < previous.m_checkpointCount && previous.ChunkOfCheckpoint(count) <= equalChunks) {
     ++count;
   }
-  if (&former != this && m_hasRoomForMilestones) {
-    std::uninitialized_copy_n(former.Milestones(), count, Milestones());
-    m_milestoneCount = count;
+  if (&previous != this && m_hasRoomForCheckpoints) {
+    std::uninitialized_copy_n(previous.Checkpoints(), count, Checkpoints());
+    m_checkpointCount = count;
   } else {
-    m_milestoneCount = std::min(m_milestoneCount, count);
+    m_checkpointCount = std::min(m_checkpointCount, count);
   }
 }
 
-// Leaves a milestone in front of `chunk` if one belongs there and the bytes since the last whole
-// block, which is all that a milestone doesn't hold, can be read from the chunk before.
-void TreeEntries::LeaveMilestone(const Sha256& hash, std::size_t size, std::size_t chunk) noexcept {
-  if (m_milestoneCount == kMilestones || chunk != ChunkOfMilestone(m_milestoneCount)) return;
+// Leaves a checkpoint in front of `chunk` if one belongs there and the bytes since the last whole
+// block, which is all that a checkpoint doesn't hold, can be read from the chunk before.
+void TreeEntries::LeaveCheckpoint(const Sha256& hash, std::size_t size,
+                                  std::size_t chunk) noexcept {
+  if (m_checkpointCount == kCheckpoints || chunk != ChunkOfCheckpoint(m_checkpointCount)) return;
   const Sha256::Checkpoint checkpoint = hash.GetCheckpoint();
   const std::uint64_t blocks = checkpoint.size / Sha256::kBlockSize;
   const std::size_t tail = size % Sha256::kBlockSize;
   if (ChunkArray()[chunk - 1]->Records().size() < tail) return;
   if (blocks > std::numeric_limits<std::uint32_t>::max()) return;
-  ::new (Milestones() + m_milestoneCount) Milestone{
+  ::new (Checkpoints() + m_checkpointCount) Checkpoint{
       checkpoint.state, static_cast<std::uint32_t>(blocks), static_cast<std::uint32_t>(tail)};
-  ++m_milestoneCount;
+  ++m_checkpointCount;
 }
 
 Sha256::Digest TreeEntries::ComputeDigest(TreeEntries* list) {
@@ -63,22 +64,22 @@ Sha256::Digest TreeEntries::ComputeDigest(TreeEntries* list) {
   }
   const auto chunks = list->Chunks();
   std::size_t index = 0;
-  if (list->m_milestoneCount == 0) {
+  if (list->m_checkpointCount == 0) {
     hash.Update(header.GetData(), size);
   } else {
-    const std::size_t latest = list->m_milestoneCount - std::size_t{1};
-    const Milestone& last = list->Milestones()[latest];
+    const std::size_t latest = list->m_checkpointCount - std::size_t{1};
+    const Checkpoint& last = list->Checkpoints()[latest];
     const std::uint64_t hashed = std::uint64_t{last.blocks} * Sha256::kBlockSize;
-    index = list->ChunkOfMilestone(latest);
+    index = list->ChunkOfCheckpoint(latest);
     size = static_cast<std::size_t>(hashed) + last.tail;
     const auto before = chunks[index - 1]->Records();
     hash = Sha256(Sha256::Checkpoint{last.state, hashed});
     hash.Update(before.last(last.tail).data(), last.tail);
   }
-  const bool leaves_milestones = list->m_hasRoomForMilestones && list->IsSole();
+  const bool leaves_checkpoints = list->m_hasRoomForCheckpoints && list->IsSole();
   for (; index < chunks.size(); ++index) {
     EntryChunk::PrefetchAhead(chunks, index);
-    if (leaves_milestones) list->LeaveMilestone(hash, size, index);
+    if (leaves_checkpoints) list->LeaveCheckpoint(hash, size, index);
     const auto records = chunks[index]->Records();
     hash.Update(records.data(), records.size());
     size += records.size();

@@ -43,14 +43,14 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   std::uint64_t units = 0;
   std::uint64_t most_bytes = 0;
   bool hides_tree = false;
-  bool faithful = true;
+  bool whole_records = true;
   for (std::size_t index = 0; index < slots.size(); ++index) {
     const Slot& slot = slots[index];
     units += static_cast<std::uint64_t>(slot.name.length);
     const bool hidden = index > 0 && SameName(slots[index - 1].name, slot.name);
     hides_tree = hides_tree || (hidden && slots[index - 1].HasObject() && *slot.child);
     recorded[index] = !hidden && slot.HasObject();
-    faithful = faithful && recorded[index] && slot.name.Find(WideChar()) < 0;
+    whole_records = whole_records && recorded[index] && slot.name.Find(WideChar()) < 0;
     if (!recorded[index]) continue;
     if (slot.record.length == 0) {
       ids[index] = (*slot.child)->GetId();
@@ -89,7 +89,7 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
   chunk->m_recordBytes = static_cast<std::uint32_t>(record_bytes);
   chunk->m_count = static_cast<std::uint16_t>(slots.size());
   chunk->m_hidesTree = hides_tree;
-  chunk->m_faithful = faithful;
+  chunk->m_hasWholeRecords = whole_records;
   std::uint32_t name_end = 0;
   for (std::size_t index = 0; index < slots.size(); ++index) {
     const Slot& slot = slots[index];

@@ -62,7 +62,7 @@ class EntryChunk {
   bool HidesTree() const noexcept { return m_hidesTree; }
   /// True if each entry has a record that tells its whole name, so that a directory whose list
   /// holds these bytes has these entries.
-  bool IsFaithful() const noexcept { return m_faithful; }
+  bool HasWholeRecords() const noexcept { return m_hasWholeRecords; }
 
   /// The bytes of the records, one run. A buffer that shares them keeps the memory alive, but not
   /// the handles on the children.
@@ -131,7 +131,7 @@ class EntryChunk {
   std::uint16_t m_treeCount = 0;
   std::uint32_t m_treeBits = 0;
   bool m_hidesTree = false;
-  bool m_faithful = false;
+  bool m_hasWholeRecords = false;
   bool m_hasSource = false;
   // The block that the chunk itself lies in. The records are the last bytes of it.
   Buffer m_memory;

@@ -1,6 +1,6 @@
 #include <talvcs/directory/internal/stored_entries.h>
 
-#include <talvcs/directory/internal/former_entries.h>
+#include <talvcs/directory/internal/previous_entries.h>
 #include <talvcs/format/internal/tree_format.h>
 
 #include <cstddef>
@@ -18,18 +18,18 @@ TalStringViewT<char> AsView(std::string_view bytes) noexcept {
 }
 
 /// Takes over what the state and the records have next in common.
-void TakeCommonEntries(TreeReader& reader, FormerEntries& former, TreeEntriesBuilder& builder) {
-  former.SkipThrough(reader.LastName());
-  while (!former.AtEnd()) {
+void TakeCommonEntries(TreeReader& reader, PreviousEntries& previous, TreeEntriesBuilder& builder) {
+  previous.SkipThrough(reader.LastName());
+  while (!previous.AtEnd()) {
     const TalStringViewT<char> rest = AsView(reader.Rest());
-    if (EntryChunk* chunk = former.ChunkThatBegins(rest)) {
+    if (EntryChunk* chunk = previous.ChunkThatBegins(rest)) {
       builder.Append(*chunk);
       reader.Skip(chunk->Records().size(), chunk->Name(chunk->Count() - 1));
-      former.SkipChunk();
-    } else if (const auto slot = former.EntryThatBegins(rest)) {
+      previous.SkipChunk();
+    } else if (const auto slot = previous.EntryThatBegins(rest)) {
       builder.Append(*slot);
       reader.Skip(static_cast<std::size_t>(slot->record.length), slot->name);
-      former.SkipEntry();
+      previous.SkipEntry();
     } else {
       return;
     }
@@ -38,15 +38,15 @@ void TakeCommonEntries(TreeReader& reader, FormerEntries& former, TreeEntriesBui
 
 }  // namespace
 
-std::optional<TreeEntries*> RestoreEntries(std::string_view records, const TreeEntries* former,
+std::optional<TreeEntries*> RestoreEntries(std::string_view records, const TreeEntries* previous,
                                            ObjectSource& source, ObjectSource::Place place) {
   TreeReader reader(records);
-  FormerEntries former_entries(former);
+  PreviousEntries previous_entries(previous);
   TreeEntriesBuilder builder;
   const cow_ptr<Object> absent;
   TreeRecord record;
   for (;;) {
-    TakeCommonEntries(reader, former_entries, builder);
+    TakeCommonEntries(reader, previous_entries, builder);
     if (!reader.Next(record)) break;
     builder.Append({record.name, record.kind, &absent, AsView(record.bytes)});
   }

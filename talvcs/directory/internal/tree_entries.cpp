@@ -76,16 +76,16 @@ struct SlotPlan {
 
 }  // namespace
 
-TreeEntries* TreeEntries::New(std::size_t capacity, bool milestones) {
-  static_assert(alignof(Milestone) <= alignof(EntryChunk*));
+TreeEntries* TreeEntries::New(std::size_t capacity, bool checkpoints) {
+  static_assert(alignof(Checkpoint) <= alignof(EntryChunk*));
   if (capacity > std::numeric_limits<std::uint32_t>::max()) {
     throw std::length_error("too many entries");
   }
-  const std::size_t more = milestones ? kMilestones * sizeof(Milestone) : 0;
+  const std::size_t more = checkpoints ? kCheckpoints * sizeof(Checkpoint) : 0;
   void* memory = ::operator new(sizeof(TreeEntries) + capacity * sizeof(EntryChunk*) + more);
   auto* list = ::new (memory) TreeEntries;
   list->m_capacity = static_cast<std::uint32_t>(capacity);
-  list->m_hasRoomForMilestones = milestones;
+  list->m_hasRoomForCheckpoints = checkpoints;
   return list;
 }
 
@@ -172,7 +172,7 @@ void TreeEntries::CountChunk(const EntryChunk& chunk, bool added) noexcept {
 }
 
 // Puts `chunks`, whose holds it takes over, in the place of `removed` chunks from `first` on. Only
-// a list that follows another of its length and size has room for milestones, so that directories
+// a list that follows another of its length and size has room for checkpoints, so that directories
 // which grow, where they are of no use, don't pay for them.
 void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
                           std::span<EntryChunk* const> chunks) {
@@ -181,7 +181,7 @@ void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t rem
   const std::size_t old_count = old == nullptr ? 0 : old->m_chunkCount;
   const std::size_t new_count = old_count - removed + chunks.size();
   const auto replaced = old == nullptr ? chunks.first(0) : old->Chunks().subspan(first, removed);
-  const bool keeps_digest = new_count >= kFewestChunksForMilestones && new_count == old_count &&
+  const bool keeps_digest = new_count >= kFewestChunksForCheckpoints && new_count == old_count &&
                             BytesOfRecords(replaced) == BytesOfRecords(chunks);
   TreeEntries* target = old;
   if (!sole || old->m_capacity < new_count) {
@@ -208,7 +208,7 @@ void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t rem
   }
   std::copy(chunks.begin(), chunks.end(), to + first);
   target->m_chunkCount = static_cast<std::uint32_t>(new_count);
-  if (old != nullptr) target->TakeMilestones(*old, keeps_digest ? first : 0);
+  if (old != nullptr) target->TakeCheckpoints(*old, keeps_digest ? first : 0);
   for (EntryChunk* chunk : chunks) {
     target->CountChunk(*chunk, true);
     if (target->m_source != nullptr) chunk->SetHasSource();
@@ -352,19 +352,20 @@ void TreeEntriesBuilder::Flush(std::size_t count) {
   m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(cut));
 }
 
-TreeEntries* TreeEntriesBuilder::Finish(const TreeEntries* former) {
+TreeEntries* TreeEntriesBuilder::Finish(const TreeEntries* previous) {
   Flush(m_pending.size());
   if (m_chunks.empty()) return nullptr;
-  const bool keeps_digest =
-      former != nullptr && m_chunks.size() >= TreeEntries::kFewestChunksForMilestones &&
-      m_chunks.size() == former->m_chunkCount && BytesOfRecords(m_chunks) == former->m_recordBytes;
+  const bool keeps_digest = previous != nullptr &&
+                            m_chunks.size() >= TreeEntries::kFewestChunksForCheckpoints &&
+                            m_chunks.size() == previous->m_chunkCount &&
+                            BytesOfRecords(m_chunks) == previous->m_recordBytes;
   TreeEntries* list = TreeEntries::New(m_chunks.size(), keeps_digest);
   std::copy(m_chunks.begin(), m_chunks.end(), list->ChunkArray());
   list->m_chunkCount = static_cast<std::uint32_t>(m_chunks.size());
   if (keeps_digest) {
-    const auto theirs = former->Chunks();
+    const auto theirs = previous->Chunks();
     const auto differs = std::mismatch(theirs.begin(), theirs.end(), m_chunks.begin()).first;
-    list->TakeMilestones(*former, static_cast<std::size_t>(differs - theirs.begin()));
+    list->TakeCheckpoints(*previous, static_cast<std::size_t>(differs - theirs.begin()));
   }
   for (const EntryChunk* chunk : m_chunks) list->CountChunk(*chunk, true);
   m_chunks.clear();

@@ -64,28 +64,28 @@ class TreeEntries {
   /// Returns the digest of the packed form of a tree with these entries, null for none.
   ///
   /// A list that came from another by replacing an entry doesn't hash again what stands before it:
-  /// it goes on from a milestone, and leaves milestones itself if one tree alone holds it.
+  /// it goes on from a checkpoint, and leaves checkpoints itself if one tree alone holds it.
   static TalUtils::Sha256::Digest ComputeDigest(TreeEntries* list);
 
  private:
   friend class TreeEntriesBuilder;
 
-  /// The state of the hash before a chunk: the milestones part the chunks into equal shares.
-  struct Milestone {
+  /// The state of the hash before a chunk: the checkpoints part the chunks into equal shares.
+  struct Checkpoint {
     TalUtils::Sha256::State state;  // after the last whole block before the chunk
     std::uint32_t blocks;           // up to there
     std::uint32_t tail;             // bytes between that block and the chunk
   };
-  static constexpr std::size_t kMilestones = 3;
-  static constexpr std::size_t kFewestChunksForMilestones = 8;
+  static constexpr std::size_t kCheckpoints = 3;
+  static constexpr std::size_t kFewestChunksForCheckpoints = 8;
 
   TreeEntries() = default;
-  static TreeEntries* New(std::size_t capacity, bool milestones);
-  void TakeMilestones(const TreeEntries& former, std::size_t equalChunks) noexcept;
-  void LeaveMilestone(const TalUtils::Sha256& hash, std::size_t size, std::size_t chunk) noexcept;
-  Milestone* Milestones() const noexcept;
-  std::size_t ChunkOfMilestone(std::size_t index) const noexcept {
-    return (index + 1) * m_chunkCount / (kMilestones + 1);
+  static TreeEntries* New(std::size_t capacity, bool checkpoints);
+  void TakeCheckpoints(const TreeEntries& previous, std::size_t equalChunks) noexcept;
+  void LeaveCheckpoint(const TalUtils::Sha256& hash, std::size_t size, std::size_t chunk) noexcept;
+  Checkpoint* Checkpoints() const noexcept;
+  std::size_t ChunkOfCheckpoint(std::size_t index) const noexcept {
+    return (index + 1) * m_chunkCount / (kCheckpoints + 1);
   }
   static void Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
                       std::span<EntryChunk* const> chunks);
@@ -100,8 +100,8 @@ class TreeEntries {
   void ExpectAbsentSubtrees() const;
 
   TalUtils::RefCount m_holders;
-  bool m_hasRoomForMilestones = false;
-  std::uint8_t m_milestoneCount = 0;
+  bool m_hasRoomForCheckpoints = false;
+  std::uint8_t m_checkpointCount = 0;
   std::uint32_t m_hidingChunks = 0;
   std::uint32_t m_chunkCount = 0;
   std::uint32_t m_capacity = 0;
@@ -132,8 +132,8 @@ class TreeEntriesBuilder {
   /// Appends a whole chunk, shared.
   void Append(EntryChunk& chunk);
   /// Returns the list, held once, or null for no entries. The builder is empty afterwards. What of
-  /// the digest of `former`, which may be null, holds for the list too is taken from there.
-  TreeEntries* Finish(const TreeEntries* former);
+  /// the digest of `previous`, which may be null, holds for the list too is taken from there.
+  TreeEntries* Finish(const TreeEntries* previous);
 
  private:
   struct Pending {

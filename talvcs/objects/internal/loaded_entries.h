@@ -1,6 +1,6 @@
 #pragma once
 
-#include <talvcs/directory/internal/former_entries.h>
+#include <talvcs/directory/internal/previous_entries.h>
 #include <talvcs/directory/internal/tree_entries.h>
 #include <talvcs/objects/blob.h>
 #include <talvcs/objects/tree.h>
@@ -47,7 +47,7 @@ class LoadedEntries {
   cow_ptr<Tree> m_tree;
   TalStringT<WideChar> m_lastName;
   // The previous version of the directory from its first entry after the last name.
-  FormerEntries m_previous;
+  PreviousEntries m_previous;
 };
 
 }  // namespace TalVcs

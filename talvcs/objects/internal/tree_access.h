@@ -10,9 +10,9 @@ class TreeAccess {
  public:
   static const TreeEntries* Entries(const Tree& tree) noexcept { return tree.m_entries; }
 
-  /// Gives a tree without entries what was built. `former` is as for the builder's `Finish`.
-  static void AdoptEntries(Tree& tree, TreeEntriesBuilder& builder, const TreeEntries* former) {
-    tree.m_entries = builder.Finish(former);
+  /// Gives a tree without entries what was built. `previous` is as for the builder's `Finish`.
+  static void AdoptEntries(Tree& tree, TreeEntriesBuilder& builder, const TreeEntries* previous) {
+    tree.m_entries = builder.Finish(previous);
   }
 
   /// Gives a new tree, whose id is known, its entries; takes over the hold on `list`.

@@ -1,4 +1,4 @@
-#include <talvcs/directory/internal/former_entries.h>
+#include <talvcs/directory/internal/previous_entries.h>
 
 #include <cstring>
 
@@ -13,45 +13,45 @@ bool BeginsWith(TalStringViewT<char> list, const void* bytes, std::size_t size) 
 
 }  // namespace
 
-FormerEntries::FormerEntries(const TreeEntries* list) noexcept : m_list(list) {
+PreviousEntries::PreviousEntries(const TreeEntries* list) noexcept : m_list(list) {
   if (m_list != nullptr) m_chunks = m_list->Chunks();
 }
 
-FormerEntries::FormerEntries(const Tree* tree) noexcept
-    : FormerEntries(tree == nullptr ? nullptr : TreeAccess::Entries(*tree)) {}
+PreviousEntries::PreviousEntries(const Tree* tree) noexcept
+    : PreviousEntries(tree == nullptr ? nullptr : TreeAccess::Entries(*tree)) {}
 
-void FormerEntries::SkipThrough(TalStringViewT<WideChar> name) noexcept {
+void PreviousEntries::SkipThrough(TalStringViewT<WideChar> name) noexcept {
   if (name.IsEmpty()) return;
   while (!AtEnd() && m_chunks.front()->Name(m_slot).Compare(name) <= 0) SkipEntry();
 }
 
-void FormerEntries::SkipChunk() noexcept {
+void PreviousEntries::SkipChunk() noexcept {
   m_chunks = m_chunks.subspan(1);
   m_slot = 0;
 }
 
-void FormerEntries::SkipEntry() noexcept {
+void PreviousEntries::SkipEntry() noexcept {
   if (++m_slot == m_chunks.front()->Count()) SkipChunk();
 }
 
-EntryChunk* FormerEntries::ChunkThatBegins(TalStringViewT<char> list) const noexcept {
+EntryChunk* PreviousEntries::ChunkThatBegins(TalStringViewT<char> list) const noexcept {
   EntryChunk* chunk = m_chunks.front();
-  if (m_slot != 0 || !chunk->IsFaithful()) return nullptr;
+  if (m_slot != 0 || !chunk->HasWholeRecords()) return nullptr;
   const auto records = chunk->Records();
   return BeginsWith(list, records.data(), records.size()) ? chunk : nullptr;
 }
 
-std::optional<EntryChunk::Slot> FormerEntries::EntryThatBegins(
+std::optional<EntryChunk::Slot> PreviousEntries::EntryThatBegins(
     TalStringViewT<char> list) const noexcept {
   const EntryChunk& chunk = *m_chunks.front();
-  if (!chunk.IsFaithful()) return std::nullopt;
+  if (!chunk.HasWholeRecords()) return std::nullopt;
   const EntryChunk::Slot slot = chunk.At(m_slot);
   const bool begins =
       BeginsWith(list, slot.record.text, static_cast<std::size_t>(slot.record.length));
   return begins ? std::optional(slot) : std::nullopt;
 }
 
-const Tree* FormerEntries::Subtree(TalStringViewT<WideChar> name) const noexcept {
+const Tree* PreviousEntries::Subtree(TalStringViewT<WideChar> name) const noexcept {
   return static_cast<const Tree*>(TreeEntries::Find(m_list, name, EntryKind::Tree).Present());
 }
 

@@ -8,18 +8,18 @@
 
 namespace TalVcs {
 
-/// Walks along a former state of a directory while a later one is read from its entry list.
+/// Walks along a previous state of a directory while a later one is read from its entry list.
 ///
 /// Only chunks whose records tell their whole entries are compared, so equal bytes mean equal
 /// entries.
-class FormerEntries {
+class PreviousEntries {
  public:
-  FormerEntries() = default;
+  PreviousEntries() = default;
   /// Starts at the first entry of the directory, which may be null and has to outlive the walk.
-  explicit FormerEntries(const TreeEntries* list) noexcept;
-  explicit FormerEntries(const Tree* tree) noexcept;
+  explicit PreviousEntries(const TreeEntries* list) noexcept;
+  explicit PreviousEntries(const Tree* tree) noexcept;
 
-  /// Returns all entries of the former state, null for none.
+  /// Returns all entries of the previous state, null for none.
   const TreeEntries* List() const noexcept { return m_list; }
   bool AtEnd() const noexcept { return m_chunks.empty(); }
   /// Moves to the first entry behind `name`; an empty name stands in front of all.
@@ -32,7 +32,7 @@ class FormerEntries {
   EntryChunk* ChunkThatBegins(TalStringViewT<char> list) const noexcept;
   /// Returns the present entry if `list` begins with its record.
   std::optional<EntryChunk::Slot> EntryThatBegins(TalStringViewT<char> list) const noexcept;
-  /// Returns the subtree under `name` in the former state, or null.
+  /// Returns the subtree under `name` in the previous state, or null.
   const Tree* Subtree(TalStringViewT<WideChar> name) const noexcept;
 
  private:
