@@ -3,10 +3,10 @@
 #include <talvcs/format/object_type.h>
 #include <talvcs/foundation/names.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <optional>
 
 namespace TalVcs {
@@ -23,8 +23,7 @@ class PackedHeader {
 
   /// `type` must not be longer than that.
   PackedHeader(TalStringViewT<char> type, std::uint64_t size) noexcept {
-    std::memcpy(m_bytes, type.text, static_cast<std::size_t>(type.length));
-    char* at = m_bytes + type.length;
+    char* at = std::copy_n(type.text, type.length, m_bytes);
     *at++ = ' ';
     at = std::to_chars(at, m_bytes + sizeof(m_bytes), size).ptr;
     *at++ = '\0';
