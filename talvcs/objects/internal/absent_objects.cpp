@@ -13,7 +13,7 @@
 
 namespace TalVcs {
 
-AbsentCommit::AbsentCommit(const Id& id, const SourceHandle& source) : m_source(source) {
+AbsentCommit::AbsentCommit(const Id& id, ObjectSource& source) : m_source(&source) {
   CommitAccess::MarkAbsent(*this);
   CacheId(id);
 }
@@ -50,11 +50,11 @@ const ObjectSource* CommitAccess::SourceOfRoot(const Commit& commit) noexcept {
   return static_cast<const AbsentTree&>(*commit.m_tree->GetRoot()).Source();
 }
 
-void CommitAccess::SetAbsentParent(const Commit& commit, const Id& id, const SourceHandle& source) {
+void CommitAccess::SetAbsentParent(const Commit& commit, const Id& id, ObjectSource& source) {
   commit.m_parent = cow_ptr<Commit>(std::make_shared<AbsentCommit>(id, source));
 }
 
-void CommitAccess::SetAbsentTree(const Commit& commit, const Id& id, const SourceHandle& source) {
+void CommitAccess::SetAbsentTree(const Commit& commit, const Id& id, ObjectSource& source) {
   cow_ptr<CommitTree> handle;
   *handle.write() = CommitTree(cow_ptr<Tree>(std::make_shared<AbsentTree>(id, source)));
   commit.m_tree = std::move(handle);

@@ -10,7 +10,7 @@ namespace TalVcs {
 /// commit whose parent it is.
 class AbsentCommit final : public Commit {
  public:
-  AbsentCommit(const Id& id, const SourceHandle& source);
+  AbsentCommit(const Id& id, ObjectSource& source);
 
   const ObjectSource* Source() const noexcept { return m_source.get(); }
   /// Returns the commit, which is read if need be. `child` is the id of the commit that asks.
@@ -23,7 +23,7 @@ class AbsentCommit final : public Commit {
 /// Takes the place of a commit's root that isn't in memory, likewise.
 class AbsentTree final : public Tree {
  public:
-  AbsentTree(const Id& id, const SourceHandle& source) : m_source(source) { CacheId(id); }
+  AbsentTree(const Id& id, ObjectSource& source) : m_source(&source) { CacheId(id); }
 
   const ObjectSource* Source() const noexcept { return m_source.get(); }
   cow_ptr<Tree> Open() const { return m_source->OpenRoot(CachedId()); }

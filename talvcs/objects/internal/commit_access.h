@@ -32,8 +32,8 @@ class CommitAccess {
   static const ObjectSource* SourceOfRoot(const Commit& commit) noexcept;
 
   /// Make a link absent, whose object is in the store of `source`. The commit's id stays.
-  static void SetAbsentParent(const Commit& commit, const Id& id, const SourceHandle& source);
-  static void SetAbsentTree(const Commit& commit, const Id& id, const SourceHandle& source);
+  static void SetAbsentParent(const Commit& commit, const Id& id, ObjectSource& source);
+  static void SetAbsentTree(const Commit& commit, const Id& id, ObjectSource& source);
   static void MarkAbsent(Commit& placeholder) noexcept { placeholder.m_isAbsent = true; }
 
   /// Gives a new commit an empty handle on a root, as one without a root has.

@@ -181,14 +181,13 @@ cow_ptr<Commit> StoreSource::RememberCommit(const Id& id, const Buffer& packed) 
   commit->SetDescription(Wide(fields->description));
   commit->SetCommitTime(fields->time);
   commit->SetCommitTimezoneBias(fields->bias);
-  const SourceHandle self(this);
   if (!fields->parentId.empty()) {
-    CommitAccess::SetAbsentParent(*commit, Id(Wide(fields->parentId)), self);
+    CommitAccess::SetAbsentParent(*commit, Id(Wide(fields->parentId)), *this);
   }
   if (fields->treeId.empty()) {
     CommitAccess::SetNoTree(*commit);
   } else {
-    CommitAccess::SetAbsentTree(*commit, Id(Wide(fields->treeId)), self);
+    CommitAccess::SetAbsentTree(*commit, Id(Wide(fields->treeId)), *this);
   }
   CommitAccess::CacheId(*commit, id);
   return Remember(m_commits, id, cow_ptr<Commit>(commit));
@@ -332,15 +331,14 @@ bool StoreSource::Holds(EntryKind kind, const Object& object) const {
 
 // A clone may have made the same commit apart. Its children come to the instance in the table.
 void StoreSource::CloseLinks(const Commit& commit) {
-  const SourceHandle self(this);
   const cow_ptr<Commit>& parent = CommitAccess::PresentParent(commit);
   if (parent && Has(*parent)) {
     const Id id = parent->GetId();
-    CommitAccess::SetAbsentParent(commit, id, self);
+    CommitAccess::SetAbsentParent(commit, id, *this);
   }
   const cow_ptr<Tree> root = CommitAccess::PresentRoot(commit);
   if (root && Holds(EntryKind::Tree, *root)) {
-    CommitAccess::SetAbsentTree(commit, root->GetId(), self);
+    CommitAccess::SetAbsentTree(commit, root->GetId(), *this);
   }
 }
 
