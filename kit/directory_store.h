@@ -55,7 +55,7 @@ struct DirectoryStoreOptions {
 /// name its content.
 ///
 /// *Failures.* No operation throws for an error of the file system. It answers as its interface
-/// says, `LastError` tells what happened, and the old store stays. A state that is damaged,
+/// says, `LastError` returns what happened, and the old store stays. A state that is damaged,
 /// missing beside objects, or upgraded by a `DirectoryObjectStore`, is never taken for an empty
 /// store: it gives one branch, of empty name, that can't be opened, and refuses transactions.
 ///

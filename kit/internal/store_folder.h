@@ -98,7 +98,7 @@ class StoreFolder {
   bool SyncFolders(const std::set<Path>& folders);
 
   /// Returns the key of the object whose file has that name in the folder of `prefix`; `complete`
-  /// tells a file from one that was to take its place.
+  /// distinguishes a file from one that was to replace it.
   static std::optional<ObjectKey> KeyFromFile(const std::string& prefix, std::string_view name,
                                               bool& complete);
   /// Returns the name under which a file is written that is to take the place of `path`.

@@ -82,7 +82,7 @@ struct HistoryReport {
 /// Returns the branch of that name, or null.
 TALVCS_KIT_API const BranchReport* FindBranch(const HistoryReport& report, std::string_view name);
 
-/// Returns the error that stands for the first damage of a report that has one.
+/// Returns the error for the first damage of a report that has one.
 TALVCS_KIT_API Error ErrorOfDamage(const HistoryReport& report);
 
 }  // namespace TalVcs::Kit

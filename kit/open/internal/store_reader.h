@@ -26,7 +26,7 @@ class StoreReader final : public IObjectReader {
   std::shared_ptr<IObjectStore> m_store;
 };
 
-/// Returns the problem that stands for an error of a store.
+/// Returns the problem that corresponds to an error of a store.
 ObjectProblem ProblemOf(const Error& error) noexcept;
 
 }  // namespace TalVcs::Kit

@@ -73,7 +73,7 @@ class TreeWalk {
   IdMap m_files;
   std::vector<Root> m_roots;
   const std::string* m_branch = nullptr;
-  std::vector<Frame> m_frames;  // the first one stands for the roots
+  std::vector<Frame> m_frames;  // the first one is for the roots
 };
 
 }  // namespace TalVcs::Kit

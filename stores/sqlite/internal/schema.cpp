@@ -16,7 +16,7 @@ constexpr char kMarkFile[] = "PRAGMA application_id = 1415670870; PRAGMA user_ve
 // Small pages: a save changes some twenty of them in random places, and each is written twice.
 constexpr char kPageSize[] = "PRAGMA page_size = 1024";
 
-/// What tells a document from other files.
+/// What distinguishes a document from other files.
 struct Mark {
   std::int64_t applicationId = 0;
   std::int64_t version = 0;

@@ -86,7 +86,7 @@ struct LooseTreeRecord {
   TalStringViewT<char> id;
 };
 
-/// Reads a record of a list that may be damaged, and moves `position` behind it. Nothing is
+/// Reads a record of a list that may be damaged, and moves `position` after it. Nothing is
 /// checked: the mode and the type end with a blank, the name with a zero byte, the id after 64
 /// bytes, and each at the end of the list if that comes first.
 LooseTreeRecord ReadLooseRecord(TalStringViewT<char> list, int& position) noexcept;
