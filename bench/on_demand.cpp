@@ -275,6 +275,10 @@ Store StoreOf(const Run& run) {
   const auto store = std::make_shared<Kit::MemoryObjectStore>();
   Repository repository = Make(run.history, run.files, run.commits);
   Fill(*store, repository);
+  repository = MakeRepository();
+  // The first allocations after so much was freed put the allocator's lists in order.
+  malloc_trim(0);
+  OpenAndRead(store, run.File());
   return store;
 }
 
