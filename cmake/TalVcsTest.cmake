@@ -26,10 +26,24 @@ function(talvcs_add_gtest name)
   talvcs_test_program_settings(${name} ${arg_LIBRARIES})
   if(TALVCS_PLATFORM)
     talvcs_add_platform_test(${name})
+  elseif("address" IN_LIST TALVCS_SANITIZE)
+    talvcs_add_shards(${name} "${arg_LABELS}")
   else()
     gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST
       PROPERTIES TIMEOUT 300 LABELS "${arg_LABELS}")
   endif()
+endfunction()
+
+# talvcs_add_shards(<name> <labels>): the program in a few parts, each of which is one test of CTest:
+# under AddressSanitizer a process a test would take longer to start and to look for leaks than to run.
+function(talvcs_add_shards name labels)
+  set(count 8)
+  math(EXPR last "${count} - 1")
+  foreach(index RANGE ${last})
+    add_test(NAME ${name}.part_${index} COMMAND ${name} --gtest_brief=1)
+    set_tests_properties(${name}.part_${index} PROPERTIES TIMEOUT 900 LABELS "${labels}"
+      ENVIRONMENT "GTEST_TOTAL_SHARDS=${count};GTEST_SHARD_INDEX=${index}")
+  endforeach()
 endfunction()
 
 # talvcs_add_platform_test(<name>): the whole program as one test of CTest, since an emulator takes
