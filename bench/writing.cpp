@@ -1,5 +1,6 @@
 #include <bench/host.h>
 #include <bench/measure.h>
+#include <kit/batch_edit.h>
 
 #include <algorithm>
 #include <vector>
@@ -43,6 +44,27 @@ void BM_HashMany(benchmark::State& state) {
     section.Stop(state);
     section.Report(state, count, 0, count * size);
     Require(blobs.back().GetId() == content.GetId(), "the id");
+  }
+}
+
+/// An import of large files whose ids are computed on several threads: elapsed time.
+void BM_ImportOnThreads(benchmark::State& state) {
+  constexpr std::uint32_t kFiles = 2000;
+  constexpr std::size_t kSize = 64 << 10;
+  std::vector<std::string> contents;
+  for (std::uint32_t i = 0; i < kFiles; ++i) contents.push_back(HashContent(kSize + i));
+  for (auto _ : state) {
+    state.PauseTiming();
+    Kit::BatchEdit edits;
+    for (std::uint32_t i = 0; i < kFiles; ++i) edits.AddBlob(Widen(Path(i)), MakeBlob(contents[i]));
+    edits.SetThreadCount(static_cast<unsigned>(state.range(0)));
+    Repository repository = MakeRepository();
+    Commit commit(&repository, false);
+    state.ResumeTiming();
+    Require(edits.ApplyTo(&repository, commit) == kFiles, "the edits are made");
+    state.PauseTiming();
+    Require(commit.GetTree()->GetBlobCount() == kFiles, "the number of files");
+    state.ResumeTiming();
   }
 }
 
@@ -130,6 +152,11 @@ void FlatSizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 }
 
+BENCHMARK(BM_ImportOnThreads)
+    ->Name("import/threads")
+    ->DenseRange(1, 2)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Hash)
     ->Name("hash")
     ->Arg(64)

@@ -1,4 +1,5 @@
 #include <kit/batch_edit.h>
+#include <kit/internal/parallel_ids.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/repository/irepository.h>
 
@@ -211,6 +212,7 @@ void BatchEdit::RemoveObject(TalStringViewT<WideChar> path) {
 
 std::size_t BatchEdit::GetCount() const noexcept { return m_edits.size(); }
 void BatchEdit::Clear() noexcept { m_edits.clear(); }
+void BatchEdit::SetThreadCount(unsigned count) noexcept { m_threadCount = count; }
 
 template <class Target>
 std::size_t BatchEdit::ApplyOneByOne(IRepository* repository, Target& target) const {
@@ -241,8 +243,16 @@ void BatchEdit::ComputeIds(std::span<const Edit> edits) {
   Blob::ComputeIds(std::span(blobs).first(count));
 }
 
+void BatchEdit::ComputeIdsOnAllThreads() const {
+  std::vector<const Blob*> blobs;
+  blobs.reserve(m_edits.size());
+  for (const Edit& edit : m_edits) blobs.push_back(std::get_if<Blob>(&edit.what));
+  ComputeIdsOnThreads(blobs, m_threadCount);
+}
+
 // Returns how many edits took effect; nothing if they have to be made one by one.
 std::optional<std::size_t> BatchEdit::ApplyTo(IRepository& repository, Draft& draft) const {
+  if (m_threadCount > 1) ComputeIdsOnAllThreads();
   std::size_t done = 0;
   for (std::size_t index = 0; index < m_edits.size(); ++index) {
     if (index % kIdsTogether == 0) ComputeIds(std::span(m_edits).subspan(index));

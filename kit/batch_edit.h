@@ -26,7 +26,8 @@ namespace TalVcs::Kit {
 ///
 /// A value, which can be applied any number of times. It shares the bytes of what is added.
 ///
-/// Threads: a list and what it is applied to belong to one thread at a time.
+/// Threads: a list and what it is applied to belong to one thread at a time. While edits are made
+/// on several threads (`SetThreadCount`), no other thread may use a blob that was added.
 class TALVCS_KIT_API BatchEdit {
  public:
   BatchEdit();
@@ -47,6 +48,11 @@ class TALVCS_KIT_API BatchEdit {
   /// Removes all edits from the list.
   void Clear() noexcept;
 
+  /// Sets how many threads may compute the ids of added blobs while edits are made; 1 at first, and
+  /// 0 counts as 1. All of them have ended when `ApplyTo` returns, and the result is the same.
+  /// Worth it where many megabytes are added at once.
+  void SetThreadCount(unsigned count) noexcept;
+
   /// Makes the edits on `tree`, which isn't stored itself. An edit that fails changes nothing, and
   /// the others are made. Returns how many edits took effect: all, if that equals `GetCount`.
   std::size_t ApplyTo(IRepository* repository, Tree& tree) const;
@@ -59,12 +65,14 @@ class TALVCS_KIT_API BatchEdit {
   class TALVCS_KIT_NO_EXPORT Draft;
 
   TALVCS_KIT_NO_EXPORT static void ComputeIds(std::span<const Edit> edits);
+  TALVCS_KIT_NO_EXPORT void ComputeIdsOnAllThreads() const;
   template <class Target>
   std::size_t ApplyOneByOne(IRepository* repository, Target& target) const;
   TALVCS_KIT_NO_EXPORT std::optional<std::size_t> ApplyTo(IRepository& repository,
                                                           Draft& draft) const;
 
   std::vector<Edit> m_edits;
+  unsigned m_threadCount = 1;
 };
 
 }  // namespace TalVcs::Kit
