@@ -45,7 +45,22 @@ string(REGEX REPLACE "/$" "" talvcs_prefix_from_module "${talvcs_prefix_from_mod
 
 talvcs_install_component(talvcs talvcs talvcs)
 if(TARGET talvcs_kit)
-  talvcs_install_component(kit talvcs_kit talvcs-kit)
+  # The shared library links threads and zstd itself; hosts of the static one have to find them.
+  set(talvcs_kit_packages "")
+  set(talvcs_kit_modules "")
+  set(talvcs_kit_libraries "")
+  get_target_property(talvcs_kit_type talvcs_kit TYPE)
+  if(talvcs_kit_type STREQUAL "STATIC_LIBRARY")
+    set(talvcs_kit_packages Threads)
+    set(talvcs_kit_libraries "${CMAKE_THREAD_LIBS_INIT}")
+    if(TALVCS_WITH_ZSTD)
+      list(APPEND talvcs_kit_packages Zstd)
+      set(talvcs_kit_modules libzstd)
+      install(FILES cmake/FindZstd.cmake
+        DESTINATION "${talvcs_package_dir}" COMPONENT kit_dev)
+    endif()
+  endif()
+  talvcs_install_component(kit talvcs_kit talvcs-kit PACKAGES ${talvcs_kit_packages})
 endif()
 if(TARGET talvcs_sqlite)
   # The shared library links SQLite itself; hosts of the static one have to find it.
