@@ -32,6 +32,11 @@ struct MoveToSource {
   }
 };
 
+#ifndef __cpp_rtti
+// The storage on demand that this thread asked last for its number of commits.
+constinit thread_local const OnDemandStorage* s_counted = nullptr;
+#endif
+
 }  // namespace
 
 /// The state of a storage. What it hands to the source stays at its address.
@@ -116,6 +121,23 @@ OnDemandStorage::OnDemandStorage(const OnDemandStorage& other)
 
 OnDemandStorage::~OnDemandStorage() = default;
 
+OnDemandStorage* OnDemandStorage::From(IObjectsStorage* storage) {
+  return const_cast<OnDemandStorage*>(From(static_cast<const IObjectsStorage*>(storage)));
+}
+
+// Without type information, the storage itself has to say what it is. The address is compared
+// because a storage of the host's may pass the question on to one that it wraps.
+const OnDemandStorage* OnDemandStorage::From(const IObjectsStorage* storage) {
+#ifdef __cpp_rtti
+  return dynamic_cast<const OnDemandStorage*>(storage);
+#else
+  if (storage == nullptr) return nullptr;
+  s_counted = nullptr;
+  storage->GetCommitCount();
+  return s_counted == storage ? s_counted : nullptr;
+#endif
+}
+
 std::unique_ptr<IObjectsStorage> OnDemandStorage::Clone() const {
   return std::make_unique<OnDemandStorage>(*this);
 }
@@ -155,7 +177,12 @@ void OnDemandStorage::AddBlob(cow_ptr<Blob> blob) {
   m_impl->news.blobs.try_emplace(std::move(id), std::move(blob));
 }
 
-std::uint64_t OnDemandStorage::GetCommitCount() const { return m_impl->news.commits.size(); }
+std::uint64_t OnDemandStorage::GetCommitCount() const {
+#ifndef __cpp_rtti
+  s_counted = this;
+#endif
+  return m_impl->news.commits.size();
+}
 std::uint64_t OnDemandStorage::GetTreeCount() const { return m_impl->news.trees.size(); }
 std::uint64_t OnDemandStorage::GetBlobCount() const { return m_impl->news.blobs.size(); }
 const CommitTable& OnDemandStorage::GetCommits() const { return m_impl->news.commits; }
