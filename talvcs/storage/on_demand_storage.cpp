@@ -42,10 +42,12 @@ constinit thread_local const OnDemandStorage* s_counted = nullptr;
 /// The state of a storage. What it hands to the source stays at its address.
 class OnDemandStorage::Impl {
  public:
-  explicit Impl(StoreSource& store) : handle(&store), source(store) { source.Attach(news); }
+  explicit Impl(TalUtils::CountedPtr<StoreSource> store) : held(std::move(store)), source(*held) {
+    source.Attach(news);
+  }
   Impl(const Impl& other)
-      : handle(other.handle),
-        source(other.source),
+      : held(other.held),
+        source(*held),
         news(other.news),
         refs(other.refs),
         unread(other.unread),
@@ -92,7 +94,7 @@ class OnDemandStorage::Impl {
     }
   }
 
-  const SourceHandle handle;
+  const TalUtils::CountedPtr<StoreSource> held;
   StoreSource& source;
   StoreSource::NewObjects news;
   // A head that wasn't read yet is null here, and its id stands among the unread ones.
@@ -106,10 +108,8 @@ class OnDemandStorage::Impl {
 
 OnDemandStorage::OnDemandStorage(std::shared_ptr<IObjectReader> reader,
                                  const std::vector<BranchHead>& heads) {
-  const auto free = [](StoreSource* source) { source->Release(); };
-  const std::unique_ptr<StoreSource, decltype(free)> source(new StoreSource(std::move(reader)),
-                                                            free);
-  m_impl = std::make_unique<Impl>(*source);
+  TalUtils::CountedPtr<StoreSource> source(new StoreSource(std::move(reader)));
+  m_impl = std::make_unique<Impl>(std::move(source));
   for (const auto& [name, id] : heads) {
     m_impl->refs.emplace(name, nullptr);
     if (!id.View().IsEmpty()) m_impl->unread.emplace(name, id);
