@@ -77,7 +77,7 @@ class Reach {
 
 bool StoreReachable(IRepository& repository) {
   const IObjectsStorage* storage = repository.GetStorage();
-  if (storage == nullptr || dynamic_cast<const OnDemandStorage*>(storage) != nullptr) return false;
+  if (storage == nullptr || OnDemandStorage::From(storage) != nullptr) return false;
   // Storing changes the tables, so the commits to begin with are put down first.
   std::vector<cow_ptr<Commit>> tips;
   for (const auto& [name, head] : storage->GetRefs()) tips.push_back(head);

@@ -17,7 +17,7 @@ namespace {
 /// Returns the branches of the repository that have a head, sorted by name, without reading.
 std::vector<Head> BranchesOf(const IObjectsStorage& storage) {
   std::vector<Head> branches;
-  if (const auto* on_demand = dynamic_cast<const OnDemandStorage*>(&storage)) {
+  if (const OnDemandStorage* on_demand = OnDemandStorage::From(&storage)) {
     for (const auto& [name, id] : on_demand->GetHeadIds()) branches.push_back({ToUtf8(name), id});
   } else {
     for (const auto& [name, head] : storage.GetRefs()) {

@@ -34,21 +34,14 @@ Buffer::List* Buffer::NewList(std::size_t capacity) {
   return list;
 }
 
-void Buffer::Acquire(Part* part) noexcept {
-  if (part != nullptr) part->holders.Acquire();
-}
-
-void Buffer::Release(Part* part) noexcept {
-  if (part == nullptr || !part->holders.Release()) return;
-  if (part->is_list) {
-    auto* list = static_cast<List*>(part);
-    for (std::size_t index = 0; index < list->count; ++index) {
-      Release(list->Segments()[index].owner);
-    }
-    FreeCountedBlock(list);
-  } else {
-    FreeCountedBlock(static_cast<Block*>(part));
+void Buffer::Part::Free(Part* part) noexcept {
+  if (!part->is_list) {
+    FreeCountedBlock(part->AsBlock());
+    return;
   }
+  List* const list = part->AsList();
+  for (std::size_t index = 0; index < list->count; ++index) EndHold(list->Segments()[index].owner);
+  FreeCountedBlock(list);
 }
 
 Buffer::Buffer(std::size_t size) {
@@ -63,76 +56,65 @@ Buffer Buffer::Allocate(std::size_t size, std::byte*& bytes) {
   block->size = size;
   bytes = block->Bytes();
   Buffer buffer;
-  buffer.m_part = block;
+  buffer.m_part = CountedPtr<Part>(block);
   return buffer;
 }
 
-Buffer::Buffer(const Buffer& other) noexcept : m_part(other.m_part) { Acquire(m_part); }
-
-Buffer::Buffer(Buffer&& other) noexcept : m_part(std::exchange(other.m_part, nullptr)) {}
-
-Buffer& Buffer::operator=(const Buffer& other) noexcept {
-  Acquire(other.m_part);
-  Release(std::exchange(m_part, other.m_part));
-  return *this;
-}
-
-Buffer& Buffer::operator=(Buffer&& other) noexcept {
-  Part* taken = std::exchange(other.m_part, nullptr);
-  Release(std::exchange(m_part, taken));
-  return *this;
-}
-
-Buffer::~Buffer() { Release(m_part); }
+Buffer::Buffer(const Buffer& other) noexcept = default;
+Buffer::Buffer(Buffer&& other) noexcept = default;
+Buffer& Buffer::operator=(const Buffer& other) noexcept = default;
+Buffer& Buffer::operator=(Buffer&& other) noexcept = default;
+Buffer::~Buffer() = default;
 
 std::uint64_t Buffer::GetSize() const noexcept {
-  if (m_part == nullptr) return 0;
-  if (!m_part->is_list) return static_cast<Block*>(m_part)->size;
-  auto* list = static_cast<List*>(m_part);
+  if (!m_part) return 0;
+  if (!m_part->is_list) return m_part->AsBlock()->size;
+  auto* list = m_part->AsList();
   return list->StartOf(list->count);
 }
 
 std::size_t Buffer::GetSegmentCount() const noexcept {
-  if (m_part == nullptr) return 0;
-  return m_part->is_list ? static_cast<List*>(m_part)->count : 1;
+  if (!m_part) return 0;
+  return m_part->is_list ? m_part->AsList()->count : 1;
 }
 
 std::span<const std::byte> Buffer::GetSegment(std::size_t index) const noexcept {
   if (!m_part->is_list) {
-    auto* block = static_cast<Block*>(m_part);
+    auto* block = m_part->AsBlock();
     return {block->Bytes(), block->size};
   }
-  auto* list = static_cast<List*>(m_part);
+  auto* list = m_part->AsList();
   return {list->Segments()[index].data, list->SizeOf(index)};
 }
 
 // Makes the part a list that this buffer alone holds, with room for `more` segments.
 Buffer::List* Buffer::WritableList(std::size_t more) {
   const std::size_t count = GetSegmentCount();
-  if (m_part != nullptr && m_part->is_list) {
-    auto* list = static_cast<List*>(m_part);
+  if (m_part && m_part->is_list) {
+    auto* list = m_part->AsList();
     if (list->holders.IsSole() && list->capacity - count >= more) return list;
   }
-  const bool grows = m_part != nullptr && m_part->is_list && m_part->holders.IsSole();
+  const bool grows = m_part && m_part->is_list && m_part->holders.IsSole();
   List* list = NewList(std::max(count + more, grows ? count * 2 : count));
-  if (m_part != nullptr && !m_part->is_list) {
-    auto* block = static_cast<Block*>(m_part);
+  if (m_part && !m_part->is_list) {
+    Block* const block = m_part.Disown()->AsBlock();
     ::new (list->Segments()) Segment{block, block->Bytes(), block->size};
     list->count = 1;
-  } else if (m_part != nullptr) {
-    auto* old = static_cast<List*>(m_part);
+  } else if (m_part) {
+    auto* old = m_part->AsList();
     std::uninitialized_copy_n(old->Segments(), count, list->Segments());
     list->count = count;
-    for (std::size_t index = 0; index < count; ++index) Acquire(list->Segments()[index].owner);
-    Release(old);
+    for (std::size_t index = 0; index < count; ++index) {
+      list->Segments()[index].owner->holders.Acquire();
+    }
   }
-  m_part = list;
+  m_part = CountedPtr<Part>(list);
   return list;
 }
 
 // Takes over the caller's hold of `owned`. There has to be room in the writable list.
 void Buffer::PushSegment(Block* owned, const std::byte* data, std::size_t size) {
-  auto* list = static_cast<List*>(m_part);
+  auto* list = m_part->AsList();
   ::new (list->Segments() + list->count) Segment{owned, data, list->StartOf(list->count) + size};
   ++list->count;
 }
@@ -142,9 +124,9 @@ std::size_t Buffer::RoomInPlace() const noexcept {
   if (!m_part->holders.IsSole()) return 0;
   Block* block = nullptr;
   if (!m_part->is_list) {
-    block = static_cast<Block*>(m_part);
+    block = m_part->AsBlock();
   } else {
-    auto* list = static_cast<List*>(m_part);
+    auto* list = m_part->AsList();
     if (list->count == 0) return 0;
     const std::size_t last = list->count - 1;
     const Segment& segment = list->Segments()[last];
@@ -158,12 +140,12 @@ std::size_t Buffer::RoomInPlace() const noexcept {
 void Buffer::FillInPlace(const std::byte* data, std::size_t size) noexcept {
   Block* block = nullptr;
   if (m_part->is_list) {
-    auto* list = static_cast<List*>(m_part);
+    auto* list = m_part->AsList();
     Segment& segment = list->Segments()[list->count - 1];
     segment.end += size;
     block = segment.owner;
   } else {
-    block = static_cast<Block*>(m_part);
+    block = m_part->AsBlock();
   }
   std::memcpy(block->Bytes() + block->size, data, size);
   block->size += size;
@@ -173,11 +155,11 @@ bool Buffer::Append(const void* data, std::size_t size, std::size_t) {
   if (size == 0) return true;
   if (data == nullptr) return false;
   const auto* bytes = static_cast<const std::byte*>(data);
-  if (m_part == nullptr) {
+  if (!m_part) {
     Block* block = NewBlock(size);
     std::memcpy(block->Bytes(), bytes, size);
     block->size = size;
-    m_part = block;
+    m_part = CountedPtr<Part>(block);
     return true;
   }
   const std::size_t room = RoomInPlace();
@@ -197,7 +179,7 @@ bool Buffer::Append(const void* data, std::size_t size, std::size_t) {
 }
 
 void Buffer::Append(const Buffer& source) {
-  if (m_part == nullptr) {
+  if (!m_part) {
     *this = source;
     return;
   }
@@ -212,22 +194,22 @@ void Buffer::AppendRange(const Buffer& source, std::uint64_t position, std::uint
   const std::uint64_t total = source.GetSize();
   if (position >= total || size == 0) return;
   const std::uint64_t stop = position + std::min(size, total - position);
-  if (position == 0 && stop == total && m_part == nullptr) {
+  if (position == 0 && stop == total && !m_part) {
     *this = source;
     return;
   }
   const bool listed = source.m_part->is_list;
   std::uint64_t start = 0;
   const std::size_t first = source.FindSegment(position);
-  if (listed) start = static_cast<List*>(source.m_part)->StartOf(first);
+  if (listed) start = source.m_part->AsList()->StartOf(first);
   for (std::size_t index = first; start < stop; ++index) {
     const auto bytes = source.GetSegment(index);
     const auto from = static_cast<std::size_t>(std::max(position, start) - start);
     const auto to = static_cast<std::size_t>(std::min<std::uint64_t>(stop - start, bytes.size()));
     WritableList(index == first ? source.GetSegmentCount() - first : 1);
-    Block* owner = listed ? static_cast<List*>(source.m_part)->Segments()[index].owner
-                          : static_cast<Block*>(source.m_part);
-    Acquire(owner);
+    Block* owner =
+        listed ? source.m_part->AsList()->Segments()[index].owner : source.m_part->AsBlock();
+    owner->holders.Acquire();
     PushSegment(owner, bytes.data() + from, to - from);
     start += bytes.size();
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <talvcs/export.h>
+#include <talvcs/foundation/counted_ptr.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -88,8 +89,6 @@ class TALVCS_API Buffer {
 
   static Block* NewBlock(std::size_t capacity);
   static List* NewList(std::size_t capacity);
-  static void Acquire(Part* part) noexcept;
-  static void Release(Part* part) noexcept;
 
   List* WritableList(std::size_t more);
   void PushSegment(Block* owned, const std::byte* data, std::size_t size);
@@ -99,7 +98,7 @@ class TALVCS_API Buffer {
   std::size_t FindSegment(std::uint64_t position) const noexcept;
 
   // Null when empty. One segment that fills a block needs no list: the part is the block itself.
-  Part* m_part = nullptr;
+  CountedPtr<Part> m_part;
 };
 
 /// Access to one segment of a buffer. It shares the bytes, so they stay as they are while it lives.
@@ -117,9 +116,9 @@ class TALVCS_API Buffer::ReadDataAccessor {
 
  private:
   friend class Buffer;
-  ReadDataAccessor(Part* owner, const void* data, std::size_t size) noexcept;
+  ReadDataAccessor(CountedPtr<Part> owner, const void* data, std::size_t size) noexcept;
 
-  Part* m_owner;
+  CountedPtr<Part> m_owner;
   const void* m_data;
   std::size_t m_size;
 };

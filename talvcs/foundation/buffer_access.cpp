@@ -13,19 +13,19 @@ std::vector<Buffer::ReadDataAccessor> Buffer::LockForRead() const {
   accessors.reserve(count);
   for (std::size_t index = 0; index < count; ++index) {
     const auto bytes = GetSegment(index);
-    Part* owner = m_part->is_list ? static_cast<List*>(m_part)->Segments()[index].owner : m_part;
-    Acquire(owner);
-    accessors.push_back(ReadDataAccessor(owner, bytes.data(), bytes.size()));
+    Part* const owner = m_part->is_list ? m_part->AsList()->Segments()[index].owner : m_part.get();
+    accessors.push_back(
+        ReadDataAccessor(CountedPtr<Part>::Share(owner), bytes.data(), bytes.size()));
   }
   return accessors;
 }
 
-void Buffer::Prefetch() const noexcept { PrefetchRange(m_part, kPrefetchedHead); }
+void Buffer::Prefetch() const noexcept { PrefetchRange(m_part.get(), kPrefetchedHead); }
 
 // Returns the segment that holds the byte at `position`, which has to be below the size.
 std::size_t Buffer::FindSegment(std::uint64_t position) const noexcept {
   if (!m_part->is_list) return 0;
-  auto* list = static_cast<List*>(m_part);
+  auto* list = m_part->AsList();
   const Segment* begin = list->Segments();
   const Segment* found =
       std::upper_bound(begin, begin + list->count, position,
@@ -39,7 +39,7 @@ std::size_t Buffer::ReadAt(std::uint64_t position, void* target, std::size_t siz
   const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(size, total - position));
   auto* out = static_cast<std::byte*>(target);
   std::size_t index = FindSegment(position);
-  const std::uint64_t start = m_part->is_list ? static_cast<List*>(m_part)->StartOf(index) : 0;
+  const std::uint64_t start = m_part->is_list ? m_part->AsList()->StartOf(index) : 0;
   auto skipped = static_cast<std::size_t>(position - start);
   for (std::size_t done = 0; done < wanted; ++index) {
     const auto bytes = GetSegment(index).subspan(skipped);
@@ -62,16 +62,16 @@ std::byte* Buffer::WritableSegment(std::size_t index) {
     Block* copy = NewBlock(bytes.size());
     std::memcpy(copy->Bytes(), bytes.data(), bytes.size());
     copy->size = bytes.size();
-    Release(std::exchange(segment.owner, copy));
+    EndHold(std::exchange(segment.owner, copy));
     segment.data = copy->Bytes();
     return copy->Bytes();
   }
-  auto* block = static_cast<Block*>(m_part);
+  auto* block = m_part->AsBlock();
   if (block->holders.IsSole()) return block->Bytes();
   Block* copy = NewBlock(bytes.size());
   std::memcpy(copy->Bytes(), bytes.data(), bytes.size());
   copy->size = bytes.size();
-  Release(std::exchange(m_part, copy));
+  m_part = CountedPtr<Part>(copy);
   return copy->Bytes();
 }
 
@@ -84,7 +84,7 @@ void Buffer::WriteAt(std::uint64_t position, const void* data, std::size_t size)
   if (position < total) {
     const auto over = static_cast<std::size_t>(std::min<std::uint64_t>(size, total - position));
     std::size_t index = FindSegment(position);
-    const std::uint64_t start = m_part->is_list ? static_cast<List*>(m_part)->StartOf(index) : 0;
+    const std::uint64_t start = m_part->is_list ? m_part->AsList()->StartOf(index) : 0;
     auto skipped = static_cast<std::size_t>(position - start);
     for (; done < over; ++index) {
       std::byte* target = WritableSegment(index);
@@ -97,16 +97,14 @@ void Buffer::WriteAt(std::uint64_t position, const void* data, std::size_t size)
   Append(bytes + done, size - done);
 }
 
-Buffer::ReadDataAccessor::ReadDataAccessor(Part* owner, const void* data, std::size_t size) noexcept
-    : m_owner(owner), m_data(data), m_size(size) {}
+Buffer::ReadDataAccessor::ReadDataAccessor(CountedPtr<Part> owner, const void* data,
+                                           std::size_t size) noexcept
+    : m_owner(std::move(owner)), m_data(data), m_size(size) {}
 
-Buffer::ReadDataAccessor::ReadDataAccessor(const ReadDataAccessor& other) noexcept
-    : m_owner(other.m_owner), m_data(other.m_data), m_size(other.m_size) {
-  Acquire(m_owner);
-}
+Buffer::ReadDataAccessor::ReadDataAccessor(const ReadDataAccessor& other) noexcept = default;
 
 Buffer::ReadDataAccessor::ReadDataAccessor(ReadDataAccessor&& other) noexcept
-    : m_owner(std::exchange(other.m_owner, nullptr)),
+    : m_owner(std::move(other.m_owner)),
       m_data(std::exchange(other.m_data, nullptr)),
       m_size(std::exchange(other.m_size, 0)) {}
 
@@ -117,6 +115,6 @@ Buffer::ReadDataAccessor& Buffer::ReadDataAccessor::operator=(ReadDataAccessor o
   return *this;
 }
 
-Buffer::ReadDataAccessor::~ReadDataAccessor() { Release(m_owner); }
+Buffer::ReadDataAccessor::~ReadDataAccessor() = default;
 
 }  // namespace TalUtils::Memory

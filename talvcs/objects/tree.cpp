@@ -1,7 +1,6 @@
 #include <talvcs/objects/tree.h>
 
 #include <talvcs/directory/internal/tree_walk.h>
-#include <talvcs/format/internal/packed_format.h>
 #include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/internal/exact_type.h>
 
@@ -12,20 +11,19 @@ namespace TalVcs {
 
 Tree::Tree() noexcept = default;
 
-Tree::Tree(const Tree& other)
-    : Object(other), m_entries(TreeEntries::Share(other.m_entries)), m_treeData(other.m_treeData) {}
+Tree::Tree(const Tree& other) = default;
 
 // The source keeps its caches, as the base class has copies only.
 Tree::Tree(Tree&& other)
     : Object((other.CompleteCaches(), other)),
-      m_entries(std::exchange(other.m_entries, nullptr)),
+      m_entries(std::move(other.m_entries)),
       m_treeData(std::move(other.m_treeData)) {}
 
 // In both assignments the old entries end last: they may be what keeps `other` alive.
 Tree& Tree::operator=(const Tree& other) {
   Object::operator=(other);
   m_treeData = other.m_treeData;
-  TreeEntries::Release(std::exchange(m_entries, TreeEntries::Share(other.m_entries)));
+  m_entries = other.m_entries;
   return *this;
 }
 
@@ -34,16 +32,16 @@ Tree& Tree::operator=(Tree&& other) {
   other.CompleteCaches();
   Object::operator=(other);
   m_treeData = std::move(other.m_treeData);
-  TreeEntries::Release(std::exchange(m_entries, std::exchange(other.m_entries, nullptr)));
+  m_entries = std::move(other.m_entries);
   return *this;
 }
 
-Tree::~Tree() { TreeEntries::Release(m_entries); }
+Tree::~Tree() = default;
 
 Id Tree::GetId() const {
   if (!HasId()) {
     if (!TalUtils::IsExactly<Tree>(*this)) return Object::GetId();
-    const auto digest = TreeEntries::ComputeDigest(m_entries);
+    const auto digest = TreeEntries::ComputeDigest(m_entries.get());
     CacheId(Id(TalUtils::DataEncoding::HexEncode(digest.data(), digest.size())));
   }
   return CachedId();
@@ -64,19 +62,16 @@ Buffer Tree::BuildData() const {
 }
 
 void Tree::AppendRecordsTo(Buffer& target) const {
-  if (m_entries == nullptr) return;
-  const auto chunks = m_entries->Chunks();
-  target.ReserveSegments(chunks.size());
-  for (std::size_t index = 0; index < chunks.size(); ++index) {
-    EntryChunk::PrefetchAhead(chunks, index);
-    chunks[index]->AppendRecordsTo(target);
-  }
+  if (!m_entries) return;
+  target.ReserveSegments(m_entries->Chunks().size());
+  m_entries->VisitChunks(
+      0, [&target](const EntryChunk& chunk, std::size_t) { chunk.AppendRecordsTo(target); });
 }
 
 Buffer Tree::BuildPackedData() const {
   if (!TalUtils::IsExactly<Tree>(*this)) return GetPackedData();
   if (!CachedPackedData().IsEmpty()) return CachedPackedData();
-  const PackedHeader header(kType, m_entries == nullptr ? 0 : m_entries->RecordBytes());
+  const PackedHeader header = TreeEntries::HeaderOf(m_entries.get());
   Buffer packed;
   packed.Append(header.GetData(), header.GetSize(), 1);
   AppendRecordsTo(packed);
@@ -89,14 +84,14 @@ void Tree::ResetState() {
 }
 
 std::uint64_t Tree::GetLocalObjectCount() const noexcept {
-  return m_entries == nullptr ? 0 : m_entries->Count();
+  return m_entries ? m_entries->Count() : 0;
 }
 
 std::uint64_t Tree::GetLocalBlobCount() const noexcept {
-  return m_entries == nullptr ? 0 : m_entries->Count() - m_entries->TreeCount();
+  return m_entries ? m_entries->Count() - m_entries->TreeCount() : 0;
 }
 
-bool Tree::IsEmpty() const noexcept { return m_entries == nullptr; }
+bool Tree::IsEmpty() const noexcept { return !m_entries; }
 
 // Counts each different subtree once, below before above: shared subtrees can make the number of
 // paths exponential.
@@ -111,12 +106,12 @@ std::uint64_t Tree::GetDeepBlobCount() const {
     }
     std::uint64_t count = tree->GetLocalBlobCount();
     const std::size_t before = open.size();
-    if (tree->m_entries != nullptr && tree->m_entries->TreeCount() != 0) {
+    if (tree->m_entries && tree->m_entries->TreeCount() != 0) {
       tree->m_entries->ExpectSubtrees();
       for (const EntryChunk* chunk : tree->m_entries->Chunks()) {
         for (std::size_t index = 0; index < chunk->Count(); ++index) {
           if (chunk->Kind(index) != EntryKind::Tree) continue;
-          const Tree* child = OpenTree(EntryRef(tree->m_entries, chunk, index));
+          const Tree* child = OpenTree(EntryRef(tree->m_entries.get(), chunk, index));
           if (child == nullptr) continue;
           const auto known = counts.find(child);
           if (known == counts.end()) {

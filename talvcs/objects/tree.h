@@ -2,6 +2,7 @@
 
 #include <talvcs/export.h>
 #include <talvcs/format/object_type.h>
+#include <talvcs/foundation/counted_ptr.h>
 #include <talvcs/foundation/names.h>
 #include <talvcs/objects/blob.h>
 #include <talvcs/objects/dll_wrapped_shared.h>
@@ -155,7 +156,7 @@ class TALVCS_API Tree : public Object {
   bool RemoveObjectFromTree(IRepository* repository, Components path);
 
   // Null for no entries. Shared with copies until one of them changes.
-  TreeEntries* m_entries = nullptr;
+  TalUtils::CountedPtr<TreeEntries> m_entries;
   mutable Buffer m_treeData;
 };
 

@@ -157,11 +157,11 @@ class DirectoryDiff {
 }  // namespace
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalBlobPaths() const {
-  return LocalNames(m_entries, EntryKind::Blob);
+  return LocalNames(m_entries.get(), EntryKind::Blob);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalSubtreePaths() const {
-  return LocalNames(m_entries, EntryKind::Tree);
+  return LocalNames(m_entries.get(), EntryKind::Tree);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalObjectPaths() const {
@@ -179,11 +179,11 @@ std::vector<TalStringT<WideChar>> Tree::GetDeepBlobPaths() const {
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalBlobDiffs(cow_ptr<Tree> other) const {
-  return LocalDiffs(m_entries, other.get(), EntryKind::Blob);
+  return LocalDiffs(m_entries.get(), other.get(), EntryKind::Blob);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetLocalTreeDiffs(cow_ptr<Tree> other) const {
-  return LocalDiffs(m_entries, other.get(), EntryKind::Tree);
+  return LocalDiffs(m_entries.get(), other.get(), EntryKind::Tree);
 }
 
 std::vector<TalStringT<WideChar>> Tree::GetDeepBlobDiffs(cow_ptr<Tree> other) const {

@@ -141,16 +141,16 @@ void Tree::EraseEntries(TalStringViewT<WideChar> name) {
 }
 
 bool Tree::LocalObjectExists(TalStringViewT<WideChar> name) const noexcept {
-  return TreeEntries::Find(m_entries, name, EntryKind::Blob) ||
-         TreeEntries::Find(m_entries, name, EntryKind::Tree);
+  return TreeEntries::Find(m_entries.get(), name, EntryKind::Blob) ||
+         TreeEntries::Find(m_entries.get(), name, EntryKind::Tree);
 }
 
 cow_ptr<Blob> Tree::GetLocalBlob(TalStringViewT<WideChar> name) const {
-  return TreeEntries::Find(m_entries, name, EntryKind::Blob).Open().as<Blob>();
+  return TreeEntries::Find(m_entries.get(), name, EntryKind::Blob).Open().as<Blob>();
 }
 
 cow_ptr<Tree> Tree::GetLocalTree(TalStringViewT<WideChar> name) const {
-  return TreeEntries::Find(m_entries, name, EntryKind::Tree).Open().as<Tree>();
+  return TreeEntries::Find(m_entries.get(), name, EntryKind::Tree).Open().as<Tree>();
 }
 
 cow_ptr<Object> Tree::GetLocalObject(TalStringViewT<WideChar> name) const {
@@ -162,7 +162,7 @@ cow_ptr<Object> Tree::GetLocalObject(TalStringViewT<WideChar> name) const {
 const Tree* Tree::FindTree(Components components) const {
   const Tree* at = this;
   for (const auto& name : components) {
-    at = OpenTree(TreeEntries::Find(at->m_entries, name, EntryKind::Tree));
+    at = OpenTree(TreeEntries::Find(at->m_entries.get(), name, EntryKind::Tree));
     if (at == nullptr) return nullptr;
   }
   return at;
@@ -204,7 +204,7 @@ std::optional<Id> Tree::GetIdByPath(TalStringViewT<WideChar> path) const {
   if (components.empty()) return std::nullopt;
   const Tree* holder = FindTree(Components(components).without_last(1));
   if (holder == nullptr) return std::nullopt;
-  const NamedEntries entries = EntriesUnder(holder->m_entries, components.back());
+  const NamedEntries entries = EntriesUnder(holder->m_entries.get(), components.back());
   if (!entries.Local().HasObject()) return std::nullopt;
   return IdOf(entries.Local());
 }

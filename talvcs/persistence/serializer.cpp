@@ -29,11 +29,6 @@ void PrefetchContent(const Tree& tree) {
 }
 void PrefetchContent(const Commit&) {}
 
-/// True for a storage whose tables hold what is new alone.
-bool IsOnDemand(const IObjectsStorage* storage) {
-  return storage != nullptr && dynamic_cast<const OnDemandStorage*>(storage) != nullptr;
-}
-
 /// Walks a table in front of the save, and has the memory fetched that will be read: first the
 /// objects, a few steps later what they point to.
 template <class Table>
@@ -79,7 +74,7 @@ Serializer::Serializer(IBlobWriter* blobWriter, const TalStringT<WideChar>& root
 Serializer::~Serializer() = default;
 
 bool Serializer::Serialize(const IObjectsStorage* storage) {
-  if (IsOnDemand(storage)) return false;
+  if (OnDemandStorage::From(storage) != nullptr) return false;
   CleanUpStorage();
   if (storage == nullptr) return true;
   bool complete = SerializeObjects(storage->GetCommits());

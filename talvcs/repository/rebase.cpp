@@ -59,7 +59,7 @@ bool Repository::EnsureCommonRootFor(TalStringViewT<WideChar> first,
   cow_ptr<Commit> root = self.GetHead(rootBranch);
   // All that is walked over is read before a branch changes, so that a link that can't be followed
   // leaves all of them in place.
-  if (dynamic_cast<const OnDemandStorage*>(m_storage.get()) != nullptr) {
+  if (OnDemandStorage::From(m_storage.get()) != nullptr) {
     for (const cow_ptr<Commit>& head : {first_head, second_head}) ReadUpTo(*this, root, head);
   }
   if (!root) {

@@ -78,7 +78,7 @@ KeptGraph FindKeptGraph(const RefTable& refs, const IObjectsStorage& storage) {
 
 /// Reads the kept commits, before a branch moves.
 void ReadKept(const KeptGraph& graph, const IObjectsStorage& storage) {
-  if (dynamic_cast<const OnDemandStorage*>(&storage) == nullptr) return;
+  if (OnDemandStorage::From(&storage) == nullptr) return;
   for (const Id& id : graph.kept) storage.GetCommit(id);
 }
 

@@ -32,15 +32,22 @@ struct MoveToSource {
   }
 };
 
+#ifndef __cpp_rtti
+// The storage on demand that this thread asked last for its number of commits.
+constinit thread_local const OnDemandStorage* s_counted = nullptr;
+#endif
+
 }  // namespace
 
 /// The state of a storage. What it hands to the source stays at its address.
 class OnDemandStorage::Impl {
  public:
-  explicit Impl(StoreSource& store) : handle(&store), source(store) { source.Attach(news); }
+  explicit Impl(TalUtils::CountedPtr<StoreSource> store) : held(std::move(store)), source(*held) {
+    source.Attach(news);
+  }
   Impl(const Impl& other)
-      : handle(other.handle),
-        source(other.source),
+      : held(other.held),
+        source(*held),
         news(other.news),
         refs(other.refs),
         unread(other.unread),
@@ -87,7 +94,7 @@ class OnDemandStorage::Impl {
     }
   }
 
-  const SourceHandle handle;
+  const TalUtils::CountedPtr<StoreSource> held;
   StoreSource& source;
   StoreSource::NewObjects news;
   // A head that wasn't read yet is null here, and its id stands among the unread ones.
@@ -101,10 +108,8 @@ class OnDemandStorage::Impl {
 
 OnDemandStorage::OnDemandStorage(std::shared_ptr<IObjectReader> reader,
                                  const std::vector<BranchHead>& heads) {
-  const auto free = [](StoreSource* source) { source->Release(); };
-  const std::unique_ptr<StoreSource, decltype(free)> source(new StoreSource(std::move(reader)),
-                                                            free);
-  m_impl = std::make_unique<Impl>(*source);
+  TalUtils::CountedPtr<StoreSource> source(new StoreSource(std::move(reader)));
+  m_impl = std::make_unique<Impl>(std::move(source));
   for (const auto& [name, id] : heads) {
     m_impl->refs.emplace(name, nullptr);
     if (!id.View().IsEmpty()) m_impl->unread.emplace(name, id);
@@ -115,6 +120,23 @@ OnDemandStorage::OnDemandStorage(const OnDemandStorage& other)
     : IObjectsStorage(other), m_impl(std::make_unique<Impl>(*other.m_impl)) {}
 
 OnDemandStorage::~OnDemandStorage() = default;
+
+OnDemandStorage* OnDemandStorage::From(IObjectsStorage* storage) {
+  return const_cast<OnDemandStorage*>(From(static_cast<const IObjectsStorage*>(storage)));
+}
+
+// Without type information, the storage itself has to say what it is. The address is compared
+// because a storage of the host's may pass the question on to one that it wraps.
+const OnDemandStorage* OnDemandStorage::From(const IObjectsStorage* storage) {
+#ifdef __cpp_rtti
+  return dynamic_cast<const OnDemandStorage*>(storage);
+#else
+  if (storage == nullptr) return nullptr;
+  s_counted = nullptr;
+  storage->GetCommitCount();
+  return s_counted == storage ? s_counted : nullptr;
+#endif
+}
 
 std::unique_ptr<IObjectsStorage> OnDemandStorage::Clone() const {
   return std::make_unique<OnDemandStorage>(*this);
@@ -155,7 +177,12 @@ void OnDemandStorage::AddBlob(cow_ptr<Blob> blob) {
   m_impl->news.blobs.try_emplace(std::move(id), std::move(blob));
 }
 
-std::uint64_t OnDemandStorage::GetCommitCount() const { return m_impl->news.commits.size(); }
+std::uint64_t OnDemandStorage::GetCommitCount() const {
+#ifndef __cpp_rtti
+  s_counted = this;
+#endif
+  return m_impl->news.commits.size();
+}
 std::uint64_t OnDemandStorage::GetTreeCount() const { return m_impl->news.trees.size(); }
 std::uint64_t OnDemandStorage::GetBlobCount() const { return m_impl->news.blobs.size(); }
 const CommitTable& OnDemandStorage::GetCommits() const { return m_impl->news.commits; }

@@ -37,6 +37,13 @@ class TALVCS_API OnDemandStorage : public IObjectsStorage {
   OnDemandStorage& operator=(const OnDemandStorage&) = delete;
   ~OnDemandStorage() override;
 
+  /// Return `storage` as a storage on demand, or null if it is null or of another class.
+  ///
+  /// Works without type information too. It then calls `GetCommitCount`, so a class that derives
+  /// from this one and overrides that function must call the one here.
+  static OnDemandStorage* From(IObjectsStorage* storage);
+  static const OnDemandStorage* From(const IObjectsStorage* storage);
+
   std::unique_ptr<IObjectsStorage> Clone() const override;
 
   /// Return the instance of that id: a new one, one that was read, or one that is read now. Null if

@@ -19,26 +19,19 @@ using TalUtils::Sha256;
 class State {
  public:
   State() = default;
-  explicit State(TreeEntries* list) : m_list(list) {}
-  State(const State& other) : m_list(TreeEntries::Share(other.m_list)) {}
-  State(State&& other) noexcept : m_list(std::exchange(other.m_list, nullptr)) {}
-  State& operator=(State other) noexcept {
-    std::swap(m_list, other.m_list);
-    return *this;
-  }
-  ~State() { TreeEntries::Release(m_list); }
+  explicit State(TreeEntries::Ptr list) : m_list(std::move(list)) {}
 
   void Set(const std::string& name, const cow_ptr<Object>& child) {
     TreeEntries::Set(m_list, Wide(name), EntryKind::Blob, child);
   }
   void Erase(const std::string& name) { TreeEntries::Erase(m_list, Wide(name)); }
 
-  Sha256::Digest Digest() const { return TreeEntries::ComputeDigest(m_list); }
+  Sha256::Digest Digest() const { return TreeEntries::ComputeDigest(m_list.get()); }
 
   /// The digest of all bytes in one run.
   Sha256::Digest DigestFromScratch() const {
     std::string records;
-    if (m_list != nullptr) {
+    if (m_list) {
       for (const EntryChunk* chunk : m_list->Chunks()) {
         const auto bytes = chunk->Records();
         for (const std::byte byte : bytes) records += static_cast<char>(byte);
@@ -50,10 +43,10 @@ class State {
     return hash.Finish();
   }
 
-  TreeEntries* Get() const { return m_list; }
+  TreeEntries* Get() const { return m_list.get(); }
 
  private:
-  TreeEntries* m_list = nullptr;
+  TreeEntries::Ptr m_list;
 };
 
 std::string NameOf(unsigned number) {

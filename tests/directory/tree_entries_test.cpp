@@ -18,14 +18,11 @@ using Names = std::vector<std::string>;
 constexpr char kXId[] = "4b6cea43da6e13c24f191bcb97b51a58781d1ccdd8281d96291a2582f5177b78";
 constexpr char kEmptyTreeId[] = "6ef19b41225c5369f1c104d45d8d85efa9b057b53b14b4b9b939dd74decc5321";
 
-/// Owns a hold on a list.
+/// A directory.
 class Entries {
  public:
   Entries() = default;
-  Entries(const Entries& other) : m_list(TreeEntries::Share(other.m_list)) {}
-  explicit Entries(TreeEntries* list) : m_list(list) {}
-  Entries& operator=(const Entries&) = delete;
-  ~Entries() { TreeEntries::Release(m_list); }
+  explicit Entries(TreeEntries::Ptr list) : m_list(std::move(list)) {}
 
   void SetBlob(const std::string& name) {
     TreeEntries::Set(m_list, Wide(name), EntryKind::Blob, m_blob);
@@ -38,15 +35,15 @@ class Entries {
   }
   bool Erase(const std::string& name) { return TreeEntries::Erase(m_list, Wide(name)); }
   bool Has(const std::string& name, EntryKind kind) const {
-    return static_cast<bool>(TreeEntries::Find(m_list, Wide(name), kind));
+    return static_cast<bool>(TreeEntries::Find(m_list.get(), Wide(name), kind));
   }
 
-  const TreeEntries* Get() const { return m_list; }
+  const TreeEntries* Get() const { return m_list.get(); }
 
   /// Names with their kinds, such as "a" for a blob and "a/" for a subtree.
   Names Listed() const {
     Names names;
-    if (m_list == nullptr) return names;
+    if (!m_list) return names;
     for (const EntryChunk* chunk : m_list->Chunks()) {
       for (std::size_t index = 0; index < chunk->Count(); ++index) {
         names.push_back(Ascii(chunk->Name(index)) +
@@ -66,7 +63,7 @@ class Entries {
 
   /// Looks whether counts, order and chunks are as they have to be.
   void ExpectSound() const {
-    if (m_list == nullptr) return;
+    if (!m_list) return;
     std::uint64_t count = 0;
     std::uint64_t trees = 0;
     std::uint64_t bytes = 0;
@@ -87,7 +84,7 @@ class Entries {
   }
 
  private:
-  TreeEntries* m_list = nullptr;
+  TreeEntries::Ptr m_list;
   cow_ptr<Object> m_blob = SharedBlob("x");
   cow_ptr<Object> m_tree = Make<Tree>();
 };
@@ -97,7 +94,7 @@ TEST(TreeEntries, EmptyListIsNull) {
   EXPECT_EQ(entries.Get(), nullptr);
   EXPECT_FALSE(entries.Erase("a"));
   EXPECT_FALSE(entries.Has("a", EntryKind::Blob));
-  EXPECT_EQ(TreeEntriesBuilder().Finish(nullptr), nullptr);
+  EXPECT_EQ(TreeEntriesBuilder().Finish(nullptr).get(), nullptr);
 }
 
 TEST(TreeEntries, EraseOfTheLastEntryMakesTheListNull) {
@@ -221,12 +218,11 @@ TEST(TreeEntries, LongNamesAreWrittenWhole) {
 TEST(TreeEntries, ReleaseDropsTheChildren) {
   const cow_ptr<Object> blob = SharedBlob("held");
   {
-    TreeEntries* list = nullptr;
+    TreeEntries::Ptr list;
     for (int number = 0; number < 30; ++number) {
       TreeEntries::Set(list, Wide(std::to_string(number)), EntryKind::Blob, blob);
     }
     EXPECT_EQ(blob.use_count(), 31);
-    const Entries owner(list);
   }
   EXPECT_EQ(blob.use_count(), 1);
 }

@@ -117,7 +117,7 @@ std::string DescribeAll(const Repository& repository) {
 std::map<std::string, std::string> HeadsOf(const Repository& repository) {
   std::map<std::string, std::string> heads;
   const IObjectsStorage& storage = *repository.GetStorage();
-  if (const auto* on_demand = dynamic_cast<const OnDemandStorage*>(&storage)) {
+  if (const OnDemandStorage* on_demand = OnDemandStorage::From(&storage)) {
     for (const auto& [name, id] : on_demand->GetHeadIds()) heads[Ascii(name)] = Ascii(id);
   } else {
     for (const auto& [name, head] : storage.GetRefs()) {

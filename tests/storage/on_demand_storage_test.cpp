@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 #include <talvcs/repository/repository.h>
+#include <talvcs/storage/mem_objects_storage.h>
 #include <talvcs/storage/on_demand_storage.h>
 #include <tests/support/contents.h>
 #include <tests/support/map_object_reader.h>
 #include <tests/support/objects.h>
 #include <tests/support/text.h>
 
+#include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <utility>
@@ -132,6 +135,32 @@ TEST_F(OnDemand, HandlesOutliveTheRepository) {
   const cow_ptr<Commit> head = repository->GetHead();
   repository.reset();
   EXPECT_EQ(TextOf(head->GetParent()->GetBlob(TAL_WIDE("a/b"))), "1");
+}
+
+/// A storage in memory that lets another one count.
+class CountingByAnother : public MemObjectsStorage {
+ public:
+  explicit CountingByAnother(const IObjectsStorage& other)
+      : MemObjectsStorage(std::initializer_list<TalStringViewT<WideChar>>()), m_other(other) {}
+  std::uint64_t GetCommitCount() const override { return m_other.GetCommitCount(); }
+
+ private:
+  const IObjectsStorage& m_other;
+};
+
+TEST_F(OnDemand, FromReturnsTheStorageIfItIsOnDemand) {
+  const auto repository = Open();
+  EXPECT_EQ(OnDemandStorage::From(repository->GetStorage()), m_storage);
+  const IObjectsStorage& constant = *m_storage;
+  EXPECT_EQ(OnDemandStorage::From(&constant), m_storage);
+}
+
+TEST_F(OnDemand, FromReturnsNullForAnotherStorage) {
+  const auto repository = Open();
+  CountingByAnother other(*m_storage);
+  EXPECT_EQ(OnDemandStorage::From(&other), nullptr);
+  IObjectsStorage* const none = nullptr;
+  EXPECT_EQ(OnDemandStorage::From(none), nullptr);
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ class OnDemandStore {
   Repository Open() const { return Repository(std::make_unique<OnDemandStorage>(reader, heads)); }
 
   static OnDemandStorage& StorageOf(Repository& repository) {
-    return dynamic_cast<OnDemandStorage&>(*repository.GetStorage());
+    return *OnDemandStorage::From(repository.GetStorage());
   }
 
   /// Writes what the repository has and the store lacks. Returns the number of objects.

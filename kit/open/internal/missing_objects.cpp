@@ -34,11 +34,14 @@ cow_ptr<Tree> SubtreeOfParent(const cow_ptr<Tree>& known, const TalStringT<WideC
   return tree ? *tree : nullptr;
 }
 
-Buffer Pack(const Object& object) {
-  if (const auto* tree = dynamic_cast<const Tree*>(&object)) return tree->BuildPackedData();
-  if (const auto* blob = dynamic_cast<const Blob*>(&object)) return blob->BuildPackedData();
-  if (const auto* commit = dynamic_cast<const Commit*>(&object)) return commit->BuildPackedData();
-  return object.GetPackedData();
+template <class AnyObject>
+Id IdOf(const AnyObject& object) {
+  return std::visit([](const auto& handle) { return handle->GetId(); }, object);
+}
+
+template <class AnyObject>
+Buffer Pack(const AnyObject& object) {
+  return std::visit([](const auto& handle) { return handle->BuildPackedData(); }, object);
 }
 
 }  // namespace
@@ -156,18 +159,17 @@ Status MissingObjects::Open(Name name, cow_ptr<Tree> tree, cow_ptr<Tree> known) 
 }
 
 Status MissingObjects::CollectEntry(Frame& frame, const Name& name) {
-  const cow_ptr<Object> object = frame.tree->GetLocalObject(name);
-  if (!object) return Refusal(PathOf(name), "its object is gone");
-  if (dynamic_cast<const Tree*>(object.get()) == nullptr) return Take(object, &name);
+  if (const cow_ptr<Blob> blob = frame.tree->GetLocalBlob(name)) return Take(blob, &name);
+  if (!frame.tree->GetLocalTree(name)) return Refusal(PathOf(name), "its object is gone");
   frame.subtrees.push_back(name);
   return {};
 }
 
 // Checks an object that the store lacks and puts it on the list. `name` is that of an entry of the
 // open tree, or null.
-Status MissingObjects::Take(const cow_ptr<Object>& object, const Name* name) {
-  const Id id = object->GetId();
-  Buffer packed = Pack(*object);
+Status MissingObjects::Take(AnyObject object, const Name* name) {
+  const Id id = IdOf(object);
+  Buffer packed = Pack(object);
   if (CheckPackedObject(id, packed)) {
     return Refusal(name ? PathOf(*name) : std::string(),
                    "its packed form is not one that the library writes");
@@ -176,7 +178,7 @@ Status MissingObjects::Take(const cow_ptr<Object>& object, const Name* name) {
   const std::uint64_t size_bytes = packed.GetSize();
   if (m_keptBytes + size_bytes > kMostKeptBytes) packed = Buffer();
   m_keptBytes += packed.GetSize();
-  m_objects.push_back({object, std::move(packed)});
+  m_objects.push_back({std::move(object), std::move(packed)});
   return m_reporter.Add(1, size_bytes);
 }
 
@@ -199,8 +201,8 @@ Result<std::vector<bool>> MissingObjects::AreMissing(const std::vector<Id>& ids)
 Status MissingObjects::WriteTo(ObjectWriter& writer) {
   for (Collected& collected : m_objects) {
     Buffer packed = std::move(collected.packed);
-    if (packed.IsEmpty()) packed = Pack(*collected.object);
-    Status status = writer.Add({collected.object->GetId(), std::move(packed)});
+    if (packed.IsEmpty()) packed = Pack(collected.object);
+    Status status = writer.Add({IdOf(collected.object), std::move(packed)});
     if (!status) return status;
   }
   return writer.Flush();

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace TalVcs::Kit {
@@ -33,8 +34,10 @@ class MissingObjects {
  private:
   using Name = TalStringT<WideChar>;
 
+  using AnyObject = std::variant<cow_ptr<Commit>, cow_ptr<Tree>, cow_ptr<Blob>>;
+
   struct Collected {
-    cow_ptr<Object> object;
+    AnyObject object;
     Buffer packed;  // empty if it is to be made again
   };
   /// A tree whose missing subtrees are being collected.
@@ -50,7 +53,7 @@ class MissingObjects {
   Status CollectTree(const cow_ptr<Tree>& root, const cow_ptr<Tree>& known);
   Status Open(Name name, cow_ptr<Tree> tree, cow_ptr<Tree> known);
   Status CollectEntry(Frame& frame, const Name& name);
-  Status Take(const cow_ptr<Object>& object, const Name* name);
+  Status Take(AnyObject object, const Name* name);
   Result<std::vector<bool>> AreMissing(const std::vector<Id>& ids);
   Error Refusal(const std::string& path, const std::string& reason) const;
   std::string PathOf(const Name& name) const;

@@ -25,7 +25,7 @@ struct OpenedState {
   std::shared_ptr<LoadedObjects> loaded;
 
   /// Null if the host has put another repository in place of the one that was opened.
-  OnDemandStorage* Storage() { return dynamic_cast<OnDemandStorage*>(repository.GetStorage()); }
+  OnDemandStorage* Storage() { return OnDemandStorage::From(repository.GetStorage()); }
 };
 
 /// What the sources of the kit may do with an opened repository.

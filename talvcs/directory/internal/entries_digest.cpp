@@ -1,6 +1,4 @@
 #include <talvcs/directory/internal/tree_entries.h>
-#include <talvcs/format/internal/packed_format.h>
-#include <talvcs/objects/tree.h>
 
 #include <algorithm>
 #include <limits>
@@ -55,35 +53,33 @@ void TreeEntries::LeaveCheckpoint(const Sha256& hash, std::size_t size,
 }
 
 Sha256::Digest TreeEntries::ComputeDigest(TreeEntries* list) {
-  const PackedHeader header(Tree::kType, list == nullptr ? 0 : list->m_recordBytes);
+  const PackedHeader header = HeaderOf(list);
   Sha256 hash;
   std::size_t size = header.GetSize();
   if (list == nullptr) {
     hash.Update(header.GetData(), size);
     return hash.Finish();
   }
-  const auto chunks = list->Chunks();
-  std::size_t index = 0;
+  std::size_t first = 0;
   if (list->m_checkpointCount == 0) {
     hash.Update(header.GetData(), size);
   } else {
     const std::size_t latest = list->m_checkpointCount - std::size_t{1};
     const Checkpoint& last = list->Checkpoints()[latest];
     const std::uint64_t hashed = std::uint64_t{last.blocks} * Sha256::kBlockSize;
-    index = list->ChunkOfCheckpoint(latest);
+    first = list->ChunkOfCheckpoint(latest);
     size = static_cast<std::size_t>(hashed) + last.tail;
-    const auto before = chunks[index - 1]->Records();
+    const auto before = list->Chunks()[first - 1]->Records();
     hash = Sha256(Sha256::Checkpoint{last.state, hashed});
     hash.Update(before.last(last.tail).data(), last.tail);
   }
-  const bool leaves_checkpoints = list->m_hasRoomForCheckpoints && list->IsSole();
-  for (; index < chunks.size(); ++index) {
-    EntryChunk::PrefetchAhead(chunks, index);
+  const bool leaves_checkpoints = list->m_hasRoomForCheckpoints && list->holders.IsSole();
+  list->VisitChunks(first, [&](const EntryChunk& chunk, std::size_t index) {
     if (leaves_checkpoints) list->LeaveCheckpoint(hash, size, index);
-    const auto records = chunks[index]->Records();
+    const auto records = chunk.Records();
     hash.Update(records.data(), records.size());
     size += records.size();
-  }
+  });
   return hash.Finish();
 }
 

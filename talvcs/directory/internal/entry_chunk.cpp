@@ -37,7 +37,7 @@ char* PutText(TalStringViewT<char> text, char* out) noexcept {
 
 }  // namespace
 
-EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
+EntryChunk::Ptr EntryChunk::Make(std::span<const Slot> slots) {
   std::array<Id, kMostSlots + 1> ids;
   std::array<bool, kMostSlots + 1> recorded{};
   std::uint64_t units = 0;
@@ -77,7 +77,6 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
                                        slots.size() * (sizeof(cow_ptr<Object>) + sizeof(Ends)) +
                                        units * sizeof(WideChar);
   const auto record_bytes = static_cast<std::size_t>(end - bytes);
-  static_assert(sizeof(EntryChunk) % alignof(cow_ptr<Object>) == 0);
   static_assert(alignof(EntryChunk) <= alignof(void*) &&
                 alignof(cow_ptr<Object>) <= alignof(void*));
   std::byte* memory = nullptr;
@@ -103,11 +102,10 @@ EntryChunk* EntryChunk::Make(std::span<const Slot> slots) {
       ++chunk->m_treeCount;
     }
   }
-  return chunk;
+  return Ptr(chunk);
 }
 
-void EntryChunk::Release(EntryChunk* chunk) noexcept {
-  if (!chunk->m_holders.Release()) return;
+void EntryChunk::Free(EntryChunk* chunk) noexcept {
   const Buffer memory = std::move(chunk->m_memory);
   std::destroy_n(chunk->Children(), chunk->m_count);
   chunk->~EntryChunk();

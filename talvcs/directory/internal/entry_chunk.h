@@ -1,7 +1,7 @@
 #pragma once
 
 #include <talvcs/format/internal/tree_format.h>
-#include <talvcs/foundation/internal/ref_count.h>
+#include <talvcs/foundation/internal/counted_block.h>
 #include <talvcs/foundation/internal/text_compare.h>
 #include <talvcs/foundation/names.h>
 #include <talvcs/objects/object.h>
@@ -29,8 +29,10 @@ inline bool SameName(TalStringViewT<WideChar> a, TalStringViewT<WideChar> b) noe
 /// names, the records. Entries ascend by name; a blob stands in front of a subtree of the same
 /// name, and both always stand in one chunk. Chunks are shared by count between all states of a
 /// directory.
-class EntryChunk {
+class EntryChunk : public TalUtils::CountedBlock {
  public:
+  using Ptr = TalUtils::CountedPtr<EntryChunk>;
+
   /// The most entries that any chunk has.
   static constexpr std::size_t kMostSlots = 16;
 
@@ -47,14 +49,11 @@ class EntryChunk {
     bool HasObject() const noexcept { return *child || record.length != 0; }
   };
 
-  /// Returns a chunk with the slots, held once. There are one to `kMostSlots + 1` of them. A slot
-  /// that a blob of its name hides must not be absent, because it gets no record.
-  static EntryChunk* Make(std::span<const Slot> slots);
-
-  void Acquire() noexcept { m_holders.Acquire(); }
-  bool IsSole() const noexcept { return m_holders.IsSole(); }
-  /// Gives up one hold; the last one frees the chunk.
-  static void Release(EntryChunk* chunk) noexcept;
+  /// Returns a chunk with the slots, of which there must be one to `kMostSlots + 1`. A slot that a
+  /// blob of its name hides must not be absent, because it gets no record.
+  static Ptr Make(std::span<const Slot> slots);
+  /// Frees a chunk that has no hold left. Buffers that share its records keep these.
+  static void Free(EntryChunk* chunk) noexcept;
 
   std::size_t Count() const noexcept { return m_count; }
   std::size_t TreeCount() const noexcept { return m_treeCount; }
@@ -113,7 +112,7 @@ class EntryChunk {
   ~EntryChunk() = default;
   // After the chunk itself come the handles, the ends, the names and the records.
   cow_ptr<Object>* Children() const noexcept {
-    return static_cast<cow_ptr<Object>*>(static_cast<void*>(const_cast<EntryChunk*>(this) + 1));
+    return TalUtils::FirstAfter<cow_ptr<Object>>(const_cast<EntryChunk*>(this));
   }
   Ends* EndsOfEntries() const noexcept {
     return static_cast<Ends*>(static_cast<void*>(Children() + m_count));
@@ -126,7 +125,6 @@ class EntryChunk {
     return index == 0 ? ends[0].record : ends[index].record - ends[index - 1].record;
   }
 
-  TalUtils::RefCount m_holders;
   std::uint16_t m_count = 0;
   std::uint16_t m_treeCount = 0;
   std::uint32_t m_treeBits = 0;

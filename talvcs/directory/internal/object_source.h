@@ -1,6 +1,6 @@
 #pragma once
 
-#include <talvcs/foundation/internal/ref_count.h>
+#include <talvcs/foundation/internal/counted_block.h>
 #include <talvcs/foundation/names.h>
 #include <talvcs/objects/id.h>
 
@@ -19,7 +19,7 @@ enum class EntryKind;
 ///
 /// Counted: every directory and every commit with an absent link holds it. An object that can't be
 /// had throws `ObjectUnavailable`, and the link stays absent.
-class ObjectSource {
+class ObjectSource : public TalUtils::CountedBlock {
  public:
   /// The place of a directory, made of the names on the path to it. Two directories at one place
   /// are likely to be states of one directory; nothing depends on it but the use of memory.
@@ -31,10 +31,8 @@ class ObjectSource {
   ObjectSource(const ObjectSource&) = delete;
   ObjectSource& operator=(const ObjectSource&) = delete;
 
-  void Acquire() noexcept { m_holders.Acquire(); }
-  void Release() noexcept {
-    if (m_holders.Release()) delete this;
-  }
+  /// Deletes a source that has no hold left.
+  static void Free(ObjectSource* source) noexcept { delete source; }
 
   /// Return the instance of that id. `place` is that of the entry, for a subtree.
   virtual cow_ptr<Object> OpenEntry(EntryKind kind, const Id& id, Place place) = 0;
@@ -53,29 +51,8 @@ class ObjectSource {
  protected:
   ObjectSource() = default;
   virtual ~ObjectSource() = default;
-
- private:
-  TalUtils::RefCount m_holders;
 };
 
-/// A hold on a source, or on none.
-class SourceHandle {
- public:
-  SourceHandle() = default;
-  explicit SourceHandle(ObjectSource* source) noexcept : m_source(source) {
-    if (m_source != nullptr) m_source->Acquire();
-  }
-  SourceHandle(const SourceHandle& other) noexcept : SourceHandle(other.m_source) {}
-  SourceHandle& operator=(const SourceHandle&) = delete;
-  ~SourceHandle() {
-    if (m_source != nullptr) m_source->Release();
-  }
-
-  ObjectSource* get() const noexcept { return m_source; }
-  ObjectSource* operator->() const noexcept { return m_source; }
-
- private:
-  ObjectSource* m_source = nullptr;
-};
+using SourcePtr = TalUtils::CountedPtr<ObjectSource>;
 
 }  // namespace TalVcs

@@ -38,8 +38,9 @@ void TakeCommonEntries(TreeReader& reader, PreviousEntries& previous, TreeEntrie
 
 }  // namespace
 
-std::optional<TreeEntries*> RestoreEntries(std::string_view records, const TreeEntries* previous,
-                                           ObjectSource& source, ObjectSource::Place place) {
+std::optional<TreeEntries::Ptr> RestoreEntries(std::string_view records,
+                                               const TreeEntries* previous, ObjectSource& source,
+                                               ObjectSource::Place place) {
   TreeReader reader(records);
   PreviousEntries previous_entries(previous);
   TreeEntriesBuilder builder;
@@ -51,8 +52,8 @@ std::optional<TreeEntries*> RestoreEntries(std::string_view records, const TreeE
     builder.Append({record.name, record.kind, &absent, AsView(record.bytes)});
   }
   if (reader.HasFailed()) return std::nullopt;
-  TreeEntries* list = builder.Finish(nullptr);
-  if (list != nullptr) list->SetSource(source, place);
+  TreeEntries::Ptr list = builder.Finish(nullptr);
+  if (list) list->SetSource(source, place);
   return list;
 }
 

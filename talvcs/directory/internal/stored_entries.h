@@ -9,10 +9,11 @@ namespace TalVcs {
 
 /// Makes the list of a directory from its records, every entry of which is absent.
 ///
-/// Chunks and entries of `previous`, another state of a directory or null, serve again where their
-/// bytes are the same, with what they have in memory already. Returns the list, held once, null for
-/// no records. Returns nothing if the records aren't exactly in the form that the library writes.
-std::optional<TreeEntries*> RestoreEntries(std::string_view records, const TreeEntries* previous,
-                                           ObjectSource& source, ObjectSource::Place place);
+/// The list shares chunks and entries of `previous`, another state of a directory or null, where
+/// the bytes are the same, with the objects that they have in memory. Returns null for no records,
+/// and nothing if the records aren't exactly in the form that the library writes.
+std::optional<TreeEntries::Ptr> RestoreEntries(std::string_view records,
+                                               const TreeEntries* previous, ObjectSource& source,
+                                               ObjectSource::Place place);
 
 }  // namespace TalVcs

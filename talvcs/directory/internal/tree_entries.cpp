@@ -27,31 +27,10 @@ std::size_t MostSlots(std::size_t chunks) noexcept {
   return chunks <= 128 ? 8 : EntryChunk::kMostSlots;
 }
 
-/// Holds new chunks until a list takes them over.
-class ChunkHolder {
- public:
-  ChunkHolder() = default;
-  ChunkHolder(const ChunkHolder&) = delete;
-  ChunkHolder& operator=(const ChunkHolder&) = delete;
-  ~ChunkHolder() {
-    for (std::size_t index = 0; index < m_count; ++index) EntryChunk::Release(m_chunks[index]);
-  }
-
-  void Make(std::span<const EntryChunk::Slot> slots) {
-    m_chunks[m_count] = EntryChunk::Make(slots);
-    ++m_count;
-  }
-  std::span<EntryChunk* const> Get() const noexcept { return {m_chunks.data(), m_count}; }
-  void Disown() noexcept { m_count = 0; }
-
- private:
-  std::array<EntryChunk*, 2> m_chunks{};
-  std::size_t m_count = 0;
-};
-
-std::uint64_t BytesOfRecords(std::span<EntryChunk* const> chunks) noexcept {
+template <class Chunks>
+std::uint64_t BytesOfRecords(const Chunks& chunks) noexcept {
   std::uint64_t total = 0;
-  for (const EntryChunk* chunk : chunks) total += chunk->Records().size();
+  for (const auto& chunk : chunks) total += chunk->Records().size();
   return total;
 }
 
@@ -76,51 +55,35 @@ struct SlotPlan {
 
 }  // namespace
 
-TreeEntries* TreeEntries::New(std::size_t capacity, bool checkpoints) {
+TreeEntries::Ptr TreeEntries::New(std::size_t capacity, bool checkpoints) {
   static_assert(alignof(Checkpoint) <= alignof(EntryChunk*));
   if (capacity > std::numeric_limits<std::uint32_t>::max()) {
     throw std::length_error("too many entries");
   }
   const std::size_t more = checkpoints ? kCheckpoints * sizeof(Checkpoint) : 0;
-  void* memory = ::operator new(sizeof(TreeEntries) + capacity * sizeof(EntryChunk*) + more);
-  auto* list = ::new (memory) TreeEntries;
+  Ptr list(TalUtils::NewCountedBlock<TreeEntries>(capacity * sizeof(EntryChunk*) + more));
   list->m_capacity = static_cast<std::uint32_t>(capacity);
   list->m_hasRoomForCheckpoints = checkpoints;
   return list;
 }
 
-TreeEntries* TreeEntries::Share(TreeEntries* list) noexcept {
-  if (list != nullptr) list->m_holders.Acquire();
-  return list;
-}
-
-// The list of a subtree that goes with its entry waits until the list above it is gone, so that
-// nesting has no limit, and in a chain of the lists' own memory, so that nothing has to be
-// allocated.
-void TreeEntries::Release(TreeEntries* list) noexcept {
+// The list of a subtree waits until the list above it is freed, so that nesting has no limit. The
+// waiting lists form a chain in their own memory, so that nothing is allocated.
+void TreeEntries::Free(TreeEntries* list) noexcept {
   thread_local TreeEntries** waiting = nullptr;
-  if (list == nullptr || !list->m_holders.Release()) return;
-  ObjectSource* const source = std::exchange(list->m_source, nullptr);
+  const SourcePtr source(std::exchange(list->m_source, nullptr));
   if (waiting != nullptr) {
     list->m_next = std::exchange(*waiting, list);
-    if (source != nullptr) source->Release();
     return;
   }
   waiting = &list;
   list->m_next = nullptr;
   while (list != nullptr) {
     TreeEntries* const dying = std::exchange(list, list->m_next);
-    for (EntryChunk* chunk : dying->Chunks()) EntryChunk::Release(chunk);
-    FreeAlone(dying);
+    for (EntryChunk* chunk : dying->Chunks()) TalUtils::EndHold(chunk);
+    TalUtils::FreeCountedBlock(dying);
   }
   waiting = nullptr;
-  if (source != nullptr) source->Release();
-}
-
-// Frees the list without its hold on the source.
-void TreeEntries::FreeAlone(TreeEntries* list) noexcept {
-  std::destroy_at(list);
-  ::operator delete(list);
 }
 
 std::size_t TreeEntries::FindChunk(TalStringViewT<WideChar> name) const noexcept {
@@ -142,8 +105,7 @@ EntryRef TreeEntries::Find(const TreeEntries* list, TalStringViewT<WideChar> nam
 }
 
 void TreeEntries::SetSource(ObjectSource& source, ObjectSource::Place place) noexcept {
-  source.Acquire();
-  m_source = &source;
+  m_source = SourcePtr::Share(&source).Disown();
   m_place = place;
   for (EntryChunk* chunk : Chunks()) chunk->SetHasSource();
 }
@@ -174,19 +136,21 @@ void TreeEntries::CountChunk(const EntryChunk& chunk, bool added) noexcept {
 // Puts `chunks`, whose holds it takes over, in the place of `removed` chunks from `first` on. Only
 // a list that follows another of its length and size has room for checkpoints, so that directories
 // which grow, where they are of no use, don't pay for them.
-void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
-                          std::span<EntryChunk* const> chunks) {
-  TreeEntries* const old = list;
-  const bool sole = old != nullptr && old->m_holders.IsSole();
+void TreeEntries::Replace(Ptr& list, std::size_t first, std::size_t removed,
+                          std::span<EntryChunk::Ptr> chunks) {
+  TreeEntries* const old = list.get();
+  const bool sole = old != nullptr && old->holders.IsSole();
   const std::size_t old_count = old == nullptr ? 0 : old->m_chunkCount;
   const std::size_t new_count = old_count - removed + chunks.size();
-  const auto replaced = old == nullptr ? chunks.first(0) : old->Chunks().subspan(first, removed);
+  std::span<EntryChunk* const> replaced;
+  if (old != nullptr) replaced = old->Chunks().subspan(first, removed);
   const bool keeps_digest = new_count >= kFewestChunksForCheckpoints && new_count == old_count &&
                             BytesOfRecords(replaced) == BytesOfRecords(chunks);
-  TreeEntries* target = old;
+  Ptr made;
   if (!sole || old->m_capacity < new_count) {
-    target = New(sole ? new_count + new_count / 2 : new_count, keeps_digest);
+    made = New(sole ? new_count + new_count / 2 : new_count, keeps_digest);
   }
+  TreeEntries* const target = made ? made.get() : old;
   // From here on nothing can fail.
   std::array<EntryChunk*, 2> gone{};
   EntryChunk** const to = target->ChunkArray();
@@ -201,68 +165,69 @@ void TreeEntries::Replace(TreeEntries*& list, std::size_t first, std::size_t rem
       target->m_recordBytes = old->m_recordBytes;
       target->m_source = old->m_source;
       target->m_place = old->m_place;
-      if (!sole && target->m_source != nullptr) target->m_source->Acquire();
+      if (!sole && target->m_source != nullptr) target->m_source->holders.Acquire();
     }
     std::memmove(to + first + chunks.size(), from + first + removed,
                  (old_count - first - removed) * sizeof(*to));
   }
-  std::copy(chunks.begin(), chunks.end(), to + first);
+  for (std::size_t index = 0; index < chunks.size(); ++index) {
+    to[first + index] = chunks[index].Disown();
+  }
   target->m_chunkCount = static_cast<std::uint32_t>(new_count);
   if (old != nullptr) target->TakeCheckpoints(*old, keeps_digest ? first : 0);
-  for (EntryChunk* chunk : chunks) {
+  for (EntryChunk* chunk : target->Chunks().subspan(first, chunks.size())) {
     target->CountChunk(*chunk, true);
     if (target->m_source != nullptr) chunk->SetHasSource();
   }
   for (std::size_t index = 0; index < removed; ++index) target->CountChunk(*gone[index], false);
-  list = target;
   if (sole) {
-    if (target != old) FreeAlone(old);
-    for (std::size_t index = 0; index < removed; ++index) EntryChunk::Release(gone[index]);
+    if (made) {
+      // The new list has taken over all that the old one held.
+      TalUtils::FreeCountedBlock(list.Disown());
+      list = std::move(made);
+    }
+    for (std::size_t index = 0; index < removed; ++index) TalUtils::EndHold(gone[index]);
     return;
   }
-  for (std::size_t index = 0; index < first; ++index) to[index]->Acquire();
-  for (std::size_t index = first + chunks.size(); index < new_count; ++index) to[index]->Acquire();
-  Release(old);
+  for (std::size_t index = 0; index < new_count; ++index) {
+    if (index < first || index >= first + chunks.size()) to[index]->holders.Acquire();
+  }
+  list = std::move(made);
 }
 
-void TreeEntries::Set(TreeEntries*& list, TalStringViewT<WideChar> name, EntryKind kind,
+void TreeEntries::Set(Ptr& list, TalStringViewT<WideChar> name, EntryKind kind,
                       const cow_ptr<Object>& child) {
   // A subtree that becomes hidden loses its record, and with it the id by which it could be read.
-  if (kind == EntryKind::Blob && list != nullptr && list->m_source != nullptr) {
-    Find(list, name, EntryKind::Tree).Open();
+  if (kind == EntryKind::Blob && list && list->m_source != nullptr) {
+    Find(list.get(), name, EntryKind::Tree).Open();
   }
   SetSlot(list, {name, kind, &child, {}});
 }
 
-void TreeEntries::SetLike(TreeEntries*& list, const EntryRef& entry) {
+void TreeEntries::SetLike(Ptr& list, const EntryRef& entry) {
   const EntryChunk::Slot slot = entry.Slot();
-  ObjectSource* const own = list == nullptr ? nullptr : list->m_source;
+  ObjectSource* const own = list ? list->m_source : nullptr;
   ObjectSource* const theirs = entry.List()->m_source;
   const bool becomes_hidden =
-      slot.kind == EntryKind::Tree && Find(list, slot.name, EntryKind::Blob);
+      slot.kind == EntryKind::Tree && Find(list.get(), slot.name, EntryKind::Blob);
   const bool can_stay_absent = (own == nullptr || own == theirs) && !becomes_hidden;
   if (!entry.IsAbsent() || !can_stay_absent) {
     Set(list, slot.name, slot.kind, entry.Open());
     return;
   }
-  if (slot.kind == EntryKind::Blob) Find(list, slot.name, EntryKind::Tree).Open();
+  if (slot.kind == EntryKind::Blob) Find(list.get(), slot.name, EntryKind::Tree).Open();
   // Chunks that the list shares with others keep their links, since those may have no source.
   SetSlot(list, slot);
-  if (own == nullptr) {
-    theirs->Acquire();
-    list->m_source = theirs;
-  }
+  if (own == nullptr) list->m_source = SourcePtr::Share(theirs).Disown();
 }
 
-void TreeEntries::SetSlot(TreeEntries*& list, const EntryChunk::Slot& slot) {
+void TreeEntries::SetSlot(Ptr& list, const EntryChunk::Slot& slot) {
   const auto& [name, kind, child, record] = slot;
   SlotPlan plan;
-  ChunkHolder made;
-  if (list == nullptr) {
-    plan.Add(slot);
-    made.Make(plan.Part(0, 1));
-    Replace(list, 0, 0, made.Get());
-    made.Disown();
+  std::array<EntryChunk::Ptr, 2> made;
+  if (!list) {
+    made[0] = EntryChunk::Make({&slot, 1});
+    Replace(list, 0, 0, std::span(made).first(1));
     return;
   }
   const std::size_t at = list->FindChunk(name);
@@ -274,20 +239,19 @@ void TreeEntries::SetSlot(TreeEntries*& list, const EntryChunk::Slot& slot) {
   plan.Add(slot);
   plan.AddAll(chunk, replaces ? index + 1 : index, chunk.Count());
   if (plan.count <= MostSlots(list->m_chunkCount)) {
-    made.Make(plan.Part(0, plan.count));
+    made[0] = EntryChunk::Make(plan.Part(0, plan.count));
   } else {
     // Names that arrive in ascending order fill one chunk after the other.
     const bool appends = at + 1 == list->m_chunkCount && index + 1 == plan.count;
     const std::size_t cut = plan.CutNear(appends ? plan.count - 1 : plan.count / 2);
-    made.Make(plan.Part(0, cut));
-    made.Make(plan.Part(cut, plan.count));
+    made[0] = EntryChunk::Make(plan.Part(0, cut));
+    made[1] = EntryChunk::Make(plan.Part(cut, plan.count));
   }
-  Replace(list, at, 1, made.Get());
-  made.Disown();
+  Replace(list, at, 1, std::span(made).first(made[1] ? 2 : 1));
 }
 
-bool TreeEntries::Erase(TreeEntries*& list, TalStringViewT<WideChar> name) {
-  if (list == nullptr) return false;
+bool TreeEntries::Erase(Ptr& list, TalStringViewT<WideChar> name) {
+  if (!list) return false;
   std::size_t at = list->FindChunk(name);
   const EntryChunk& chunk = *list->Chunks()[at];
   const std::size_t first = chunk.LowerBound(name, EntryKind::Blob);
@@ -296,7 +260,7 @@ bool TreeEntries::Erase(TreeEntries*& list, TalStringViewT<WideChar> name) {
   if (first == last) return false;
   const std::size_t left = chunk.Count() - (last - first);
   if (left == 0 && list->m_chunkCount == 1) {
-    Release(std::exchange(list, nullptr));
+    list = Ptr();
     return true;
   }
   SlotPlan plan;
@@ -314,17 +278,10 @@ bool TreeEntries::Erase(TreeEntries*& list, TalStringViewT<WideChar> name) {
   if (join_behind) plan.AddAll(*behind, 0, behind->Count());
   if (join_before || join_behind) removed = 2;
   if (join_before) --at;
-  ChunkHolder made;
-  if (plan.count != 0) made.Make(plan.Part(0, plan.count));
-  Replace(list, at, removed, made.Get());
-  made.Disown();
+  EntryChunk::Ptr made;
+  if (plan.count != 0) made = EntryChunk::Make(plan.Part(0, plan.count));
+  Replace(list, at, removed, std::span(&made, made ? 1 : 0));
   return true;
-}
-
-TreeEntriesBuilder::~TreeEntriesBuilder() {
-  for (EntryChunk* chunk : m_chunks) {
-    if (chunk != nullptr) EntryChunk::Release(chunk);
-  }
 }
 
 void TreeEntriesBuilder::Append(const EntryChunk::Slot& slot) {
@@ -335,8 +292,7 @@ void TreeEntriesBuilder::Append(const EntryChunk::Slot& slot) {
 
 void TreeEntriesBuilder::Append(EntryChunk& chunk) {
   Flush(m_pending.size());
-  m_chunks.push_back(&chunk);
-  chunk.Acquire();
+  m_chunks.push_back(EntryChunk::Ptr::Share(&chunk));
 }
 
 // Makes a chunk of the first `count` entries, or of one fewer so as not to part two of one name.
@@ -347,27 +303,27 @@ void TreeEntriesBuilder::Flush(std::size_t count) {
     plan.Add({entry.name, entry.kind, &entry.child, entry.record});
   }
   const std::size_t cut = count < plan.count ? plan.CutNear(count) : count;
-  m_chunks.push_back(nullptr);
-  m_chunks.back() = EntryChunk::Make(plan.Part(0, cut));
+  m_chunks.push_back(EntryChunk::Make(plan.Part(0, cut)));
   m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(cut));
 }
 
-TreeEntries* TreeEntriesBuilder::Finish(const TreeEntries* previous) {
+TreeEntries::Ptr TreeEntriesBuilder::Finish(const TreeEntries* previous) {
   Flush(m_pending.size());
-  if (m_chunks.empty()) return nullptr;
+  if (m_chunks.empty()) return {};
   const bool keeps_digest = previous != nullptr &&
                             m_chunks.size() >= TreeEntries::kFewestChunksForCheckpoints &&
                             m_chunks.size() == previous->m_chunkCount &&
                             BytesOfRecords(m_chunks) == previous->m_recordBytes;
-  TreeEntries* list = TreeEntries::New(m_chunks.size(), keeps_digest);
-  std::copy(m_chunks.begin(), m_chunks.end(), list->ChunkArray());
-  list->m_chunkCount = static_cast<std::uint32_t>(m_chunks.size());
+  TreeEntries::Ptr list = TreeEntries::New(m_chunks.size(), keeps_digest);
+  for (EntryChunk::Ptr& chunk : m_chunks) {
+    list->CountChunk(*chunk, true);
+    list->ChunkArray()[list->m_chunkCount++] = chunk.Disown();
+  }
   if (keeps_digest) {
     const auto theirs = previous->Chunks();
-    const auto differs = std::mismatch(theirs.begin(), theirs.end(), m_chunks.begin()).first;
+    const auto differs = std::mismatch(theirs.begin(), theirs.end(), list->ChunkArray()).first;
     list->TakeCheckpoints(*previous, static_cast<std::size_t>(differs - theirs.begin()));
   }
-  for (const EntryChunk* chunk : m_chunks) list->CountChunk(*chunk, true);
   m_chunks.clear();
   return list;
 }

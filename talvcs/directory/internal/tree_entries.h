@@ -2,7 +2,8 @@
 
 #include <talvcs/directory/internal/entry_ref.h>
 #include <talvcs/directory/internal/object_source.h>
-#include <talvcs/foundation/internal/ref_count.h>
+#include <talvcs/format/internal/packed_format.h>
+#include <talvcs/foundation/internal/counted_block.h>
 #include <talvcs/foundation/internal/sha256.h>
 #include <talvcs/foundation/names.h>
 
@@ -13,25 +14,26 @@
 
 namespace TalVcs {
 
-/// The entries of one directory: a list of chunks, shared by count between copies of a tree.
+/// The entries of one directory: a list of chunks, which copies of a tree share.
 ///
-/// The free handling of the count is the business of `Tree`, whose only member of this kind is a
-/// plain pointer; null stands for no entries. The functions that change a list take the pointer by
-/// reference, replace it by a list of the caller's own where it is shared, and change nothing if
-/// they throw.
-class TreeEntries {
+/// A null pointer is a directory without entries. The functions that change a list take the
+/// caller's pointer. If the list is shared, they replace it by a copy that the caller alone holds.
+/// If they throw, nothing has changed.
+class TreeEntries : public TalUtils::CountedBlock {
  public:
-  static TreeEntries* Share(TreeEntries* list) noexcept;
-  /// Gives up a hold. What dies with it is freed without recursion, however deep it nests.
-  static void Release(TreeEntries* list) noexcept;
+  using Ptr = TalUtils::CountedPtr<TreeEntries>;
 
-  static void Set(TreeEntries*& list, TalStringViewT<WideChar> name, EntryKind kind,
+  /// Frees a list that has no hold left, and all lists below it that end with it, without
+  /// recursion.
+  static void Free(TreeEntries* list) noexcept;
+
+  static void Set(Ptr& list, TalStringViewT<WideChar> name, EntryKind kind,
                   const cow_ptr<Object>& child);
   /// Puts an entry of another directory into this one, under its name. An absent entry stays absent
   /// if this directory has the same source or none, otherwise it is read.
-  static void SetLike(TreeEntries*& list, const EntryRef& entry);
+  static void SetLike(Ptr& list, const EntryRef& entry);
   /// Removes the entries of both kinds under `name`. Returns false if there is none.
-  static bool Erase(TreeEntries*& list, TalStringViewT<WideChar> name);
+  static bool Erase(Ptr& list, TalStringViewT<WideChar> name);
 
   /// Returns the entry under (`name`, `kind`), if there is one. Reads nothing.
   static EntryRef Find(const TreeEntries* list, TalStringViewT<WideChar> name,
@@ -48,14 +50,27 @@ class TreeEntries {
     if (m_source != nullptr && m_treeCount != 0) ExpectAbsentSubtrees();
   }
 
-  /// True if one tree alone holds the list.
-  bool IsSole() const noexcept { return m_holders.IsSole(); }
   std::uint64_t TreeCount() const noexcept { return m_treeCount; }
   std::uint64_t Count() const noexcept { return m_count; }
   std::uint64_t RecordBytes() const noexcept { return m_recordBytes; }
   /// True if any blob of the directory hides a subtree of the same name.
   bool HidesTree() const noexcept { return m_hidingChunks != 0; }
   std::span<EntryChunk* const> Chunks() const noexcept { return {ChunkArray(), m_chunkCount}; }
+  /// Calls `visit(chunk, index)` for each chunk from `first` on, in order, for a walk that reads
+  /// the records of all. They are prefetched a few chunks ahead.
+  template <class Visit>
+  void VisitChunks(std::size_t first, Visit visit) const {
+    const auto chunks = Chunks();
+    for (std::size_t index = first; index < chunks.size(); ++index) {
+      EntryChunk::PrefetchAhead(chunks, index);
+      visit(*chunks[index], index);
+    }
+  }
+  /// Returns the header of the packed form of a tree with these entries, null for none. The records
+  /// of all chunks follow it.
+  static PackedHeader HeaderOf(const TreeEntries* list) noexcept {
+    return {kTreeType, list == nullptr ? 0 : list->m_recordBytes};
+  }
   /// Returns the chunk that has the entries under `name`, if there are any.
   const EntryChunk& ChunkFor(TalStringViewT<WideChar> name) const noexcept {
     return *Chunks()[FindChunk(name)];
@@ -69,6 +84,7 @@ class TreeEntries {
 
  private:
   friend class TreeEntriesBuilder;
+  friend TreeEntries* TalUtils::NewCountedBlock<TreeEntries>(std::size_t bytes);
 
   /// The state of the hash before a chunk: the checkpoints part the chunks into equal shares.
   struct Checkpoint {
@@ -80,26 +96,24 @@ class TreeEntries {
   static constexpr std::size_t kFewestChunksForCheckpoints = 8;
 
   TreeEntries() = default;
-  static TreeEntries* New(std::size_t capacity, bool checkpoints);
+  static Ptr New(std::size_t capacity, bool checkpoints);
   void TakeCheckpoints(const TreeEntries& previous, std::size_t equalChunks) noexcept;
   void LeaveCheckpoint(const TalUtils::Sha256& hash, std::size_t size, std::size_t chunk) noexcept;
   Checkpoint* Checkpoints() const noexcept;
   std::size_t ChunkOfCheckpoint(std::size_t index) const noexcept {
     return (index + 1) * m_chunkCount / (kCheckpoints + 1);
   }
-  static void Replace(TreeEntries*& list, std::size_t first, std::size_t removed,
-                      std::span<EntryChunk* const> chunks);
-  static void FreeAlone(TreeEntries* list) noexcept;
+  static void Replace(Ptr& list, std::size_t first, std::size_t removed,
+                      std::span<EntryChunk::Ptr> chunks);
   std::size_t FindChunk(TalStringViewT<WideChar> name) const noexcept;
   // The chunks come after the list itself.
   EntryChunk** ChunkArray() const noexcept {
-    return static_cast<EntryChunk**>(static_cast<void*>(const_cast<TreeEntries*>(this) + 1));
+    return TalUtils::FirstAfter<EntryChunk*>(const_cast<TreeEntries*>(this));
   }
   void CountChunk(const EntryChunk& chunk, bool added) noexcept;
-  static void SetSlot(TreeEntries*& list, const EntryChunk::Slot& slot);
+  static void SetSlot(Ptr& list, const EntryChunk::Slot& slot);
   void ExpectAbsentSubtrees() const;
 
-  TalUtils::RefCount m_holders;
   bool m_hasRoomForCheckpoints = false;
   std::uint8_t m_checkpointCount = 0;
   std::uint32_t m_hidingChunks = 0;
@@ -111,7 +125,7 @@ class TreeEntries {
   std::uint64_t m_recordBytes = 0;
   union {
     ObjectSource* m_source = nullptr;  // held
-    TreeEntries* m_next;               // links lists that wait for their end
+    TreeEntries* m_next;               // links lists that wait to be freed
   };
 };
 
@@ -121,19 +135,18 @@ class TreeEntriesBuilder {
   TreeEntriesBuilder() = default;
   TreeEntriesBuilder(const TreeEntriesBuilder&) = delete;
   TreeEntriesBuilder& operator=(const TreeEntriesBuilder&) = delete;
-  ~TreeEntriesBuilder();
 
-  /// Appends an entry, which has to stand behind all that are there.
+  /// Appends an entry, which must come after all present ones.
   void Append(TalStringViewT<WideChar> name, EntryKind kind, const cow_ptr<Object>& child) {
     Append({name, kind, &child, {}});
   }
-  /// Appends an entry likewise. Its record, if it is known, has to live until `Finish`.
+  /// Appends an entry likewise. Its record, if it is known, must live until `Finish`.
   void Append(const EntryChunk::Slot& slot);
   /// Appends a whole chunk, shared.
   void Append(EntryChunk& chunk);
-  /// Returns the list, held once, or null for no entries. The builder is empty afterwards. What of
-  /// the digest of `previous`, which may be null, holds for the list too is taken from there.
-  TreeEntries* Finish(const TreeEntries* previous);
+  /// Returns the list, null for no entries. The builder is empty afterwards. The list takes over
+  /// the checkpoints of `previous`, which may be null, as far as both begin with the same chunks.
+  TreeEntries::Ptr Finish(const TreeEntries* previous);
 
  private:
   struct Pending {
@@ -145,7 +158,7 @@ class TreeEntriesBuilder {
   void Flush(std::size_t count);
 
   std::vector<Pending> m_pending;
-  std::vector<EntryChunk*> m_chunks;
+  std::vector<EntryChunk::Ptr> m_chunks;
 };
 
 }  // namespace TalVcs

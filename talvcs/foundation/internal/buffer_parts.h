@@ -16,6 +16,11 @@ namespace TalUtils::Memory {
 
 struct Buffer::Part : CountedBlock {
   bool is_list = false;
+
+  List* AsList() noexcept;
+  Block* AsBlock() noexcept;
+  /// Frees a part that has no hold left, and ends the holds of a list.
+  static void Free(Part* part) noexcept;
 };
 
 struct Buffer::Block : Part {
@@ -43,5 +48,8 @@ struct Buffer::List : Part {
     return static_cast<std::size_t>(Segments()[index].end - StartOf(index));
   }
 };
+
+inline Buffer::List* Buffer::Part::AsList() noexcept { return static_cast<List*>(this); }
+inline Buffer::Block* Buffer::Part::AsBlock() noexcept { return static_cast<Block*>(this); }
 
 }  // namespace TalUtils::Memory

@@ -13,7 +13,8 @@
 
 namespace TalVcs {
 
-AbsentCommit::AbsentCommit(const Id& id, ObjectSource& source) : m_source(&source) {
+AbsentCommit::AbsentCommit(const Id& id, ObjectSource& source)
+    : m_source(SourcePtr::Share(&source)) {
   CommitAccess::MarkAbsent(*this);
   CacheId(id);
 }

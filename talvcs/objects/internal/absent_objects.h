@@ -17,19 +17,21 @@ class AbsentCommit final : public Commit {
   cow_ptr<Commit> Open(const Id& child) const { return m_source->OpenParent(CachedId(), child); }
 
  private:
-  SourceHandle m_source;
+  SourcePtr m_source;
 };
 
 /// Takes the place of a commit's root that isn't in memory, likewise.
 class AbsentTree final : public Tree {
  public:
-  AbsentTree(const Id& id, ObjectSource& source) : m_source(&source) { CacheId(id); }
+  AbsentTree(const Id& id, ObjectSource& source) : m_source(SourcePtr::Share(&source)) {
+    CacheId(id);
+  }
 
   const ObjectSource* Source() const noexcept { return m_source.get(); }
   cow_ptr<Tree> Open() const { return m_source->OpenRoot(CachedId()); }
 
  private:
-  SourceHandle m_source;
+  SourcePtr m_source;
 };
 
 }  // namespace TalVcs

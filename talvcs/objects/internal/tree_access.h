@@ -3,21 +3,23 @@
 #include <talvcs/directory/internal/tree_entries.h>
 #include <talvcs/objects/tree.h>
 
+#include <utility>
+
 namespace TalVcs {
 
 /// What the library's own sources may do with a tree beyond its public face.
 class TreeAccess {
  public:
-  static const TreeEntries* Entries(const Tree& tree) noexcept { return tree.m_entries; }
+  static const TreeEntries* Entries(const Tree& tree) noexcept { return tree.m_entries.get(); }
 
   /// Gives a tree without entries what was built. `previous` is as for the builder's `Finish`.
   static void AdoptEntries(Tree& tree, TreeEntriesBuilder& builder, const TreeEntries* previous) {
     tree.m_entries = builder.Finish(previous);
   }
 
-  /// Gives a new tree, whose id is known, its entries; takes over the hold on `list`.
-  static void Restore(Tree& tree, const Id& id, TreeEntries* list) noexcept {
-    tree.m_entries = list;
+  /// Gives a new tree, whose id is known, its entries.
+  static void Restore(Tree& tree, const Id& id, TreeEntries::Ptr list) noexcept {
+    tree.m_entries = std::move(list);
     tree.CacheId(id);
   }
 

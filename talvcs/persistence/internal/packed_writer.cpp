@@ -1,6 +1,5 @@
 #include <talvcs/persistence/internal/packed_writer.h>
 
-#include <talvcs/format/internal/packed_format.h>
 #include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/objects/internal/tree_access.h>
 
@@ -14,7 +13,7 @@ void PackedWriter::Write(const Blob& blob) {
     return;
   }
   const Buffer& data = blob.GetData();
-  PutHeader(Blob::kType, data.GetSize());
+  Put(PackedHeader(Blob::kType, data.GetSize()));
   Write(data);
 }
 
@@ -24,14 +23,12 @@ void PackedWriter::Write(const Tree& tree) {
     return;
   }
   const TreeEntries* entries = TreeAccess::Entries(tree);
-  PutHeader(Tree::kType, entries == nullptr ? 0 : entries->RecordBytes());
+  Put(TreeEntries::HeaderOf(entries));
   if (entries == nullptr) return;
-  const auto chunks = entries->Chunks();
-  for (std::size_t index = 0; index < chunks.size(); ++index) {
-    EntryChunk::PrefetchAhead(chunks, index);
-    const auto records = chunks[index]->Records();
+  entries->VisitChunks(0, [this](const EntryChunk& chunk, std::size_t) {
+    const auto records = chunk.Records();
     Put(records.data(), records.size());
-  }
+  });
 }
 
 void PackedWriter::Write(const Commit& commit) { Write(commit.BuildPackedData()); }
@@ -61,10 +58,7 @@ void PackedWriter::Put(const void* data, std::size_t size) {
   m_gathered += size;
 }
 
-void PackedWriter::PutHeader(TalStringViewT<char> type, std::uint64_t size) {
-  const PackedHeader header(type, size);
-  Put(header.GetData(), header.GetSize());
-}
+void PackedWriter::Put(const PackedHeader& header) { Put(header.GetData(), header.GetSize()); }
 
 void PackedWriter::Pass(const void* data, std::size_t size) {
   if (!m_failed) m_failed = m_stream.Write(data, size) != size;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <talvcs/format/internal/packed_format.h>
 #include <talvcs/foundation/names.h>
 #include <talvcs/foundation/stream.h>
 #include <talvcs/objects/blob.h>
@@ -29,7 +30,7 @@ class PackedWriter {
 
  private:
   void Put(const void* data, std::size_t size);
-  void PutHeader(TalStringViewT<char> type, std::uint64_t size);
+  void Put(const PackedHeader& header);
   void Pass(const void* data, std::size_t size);
 
   IStream& m_stream;

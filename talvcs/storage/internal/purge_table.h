@@ -28,9 +28,9 @@ inline void CollectReferences(const Commit& commit, std::vector<cow_ptr<Commit>>
 
 inline void CollectReferences(const Tree& tree, std::vector<cow_ptr<Tree>>& released) {
   const TreeEntries* list = TreeAccess::Entries(tree);
-  if (list == nullptr || !list->IsSole() || list->TreeCount() == 0) return;
+  if (list == nullptr || !list->holders.IsSole() || list->TreeCount() == 0) return;
   for (const EntryChunk* chunk : list->Chunks()) {
-    if (!chunk->IsSole()) continue;
+    if (!chunk->holders.IsSole()) continue;
     for (std::size_t index = 0; index < chunk->Count(); ++index) {
       const cow_ptr<Object>& child = chunk->Child(index);
       if (child && chunk->Kind(index) == EntryKind::Tree) released.push_back(child.as<Tree>());

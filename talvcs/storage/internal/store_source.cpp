@@ -161,10 +161,10 @@ cow_ptr<Tree> StoreSource::RememberTree(const Id& id, const Buffer& packed, Plac
   const TalUtils::ContiguousBytes records(packed, start);
   const auto tree = std::make_shared<Tree>();
   const cow_ptr<Tree> latest = FindIn(m_latest, place);
-  const auto entries =
+  auto entries =
       RestoreEntries(records.Get(), latest ? TreeAccess::Entries(*latest) : nullptr, *this, place);
   if (!entries) throw ObjectUnavailable(id, ObjectProblem::NotCanonical);
-  TreeAccess::Restore(*tree, id, *entries);
+  TreeAccess::Restore(*tree, id, std::move(*entries));
   cow_ptr<Tree> remembered = Remember(m_trees, id, cow_ptr<Tree>(tree));
   if (!m_storages.empty()) m_latest[place] = remembered;
   return remembered;
