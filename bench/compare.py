@@ -113,6 +113,15 @@ def times(value):
     return "" if value is None else f"{value:.2f}"
 
 
+def describe_peer(program):
+    """Returns a line about the peer that was measured, or none if there is no such program."""
+    if not program.exists():
+        return []
+    output = subprocess.run([program, "--benchmark_filter=^hash/64/", "--benchmark_format=json"],
+                            check=True, capture_output=True, text=True).stdout
+    return [f"The peer: {json.loads(output)['context']['peer']}.\n"]
+
+
 def table_lines(header, rows):
     lines = [header, ["---"] + ["---:"] * (len(header) - 1), *rows]
     return "\n".join("| " + " | ".join(line) + " |" for line in lines) + "\n"
@@ -151,7 +160,7 @@ def compare(folder, rounds, pattern):
                       number(median(of["ours"], figure)), number(goal),
                       number(median(of["peer"], figure))])
     memory = table_lines(["memory", "unit", "TalVcs", "goal", "libgit2"], table)
-    return [speed, memory]
+    return [*describe_peer(programs["peer"][0]), speed, memory]
 
 
 def grow(folder, rounds, pattern):
