@@ -22,6 +22,8 @@ struct WalkHooks {
   /// Called for each commit that can be read, oldest first, after everything in its tree.
   /// `isWhole` is false if something that it reaches can't be read.
   std::function<Status(const Id& commit, bool isWhole)> commitDone;
+  /// True if `objectRead` gets objects with their previous versions, as far as those were read.
+  bool findsPrevious = false;
   /// False if it is enough to know that the store has a file.
   bool readsFiles = true;
 };
