@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-/// What stores have in common, for those who implement `IObjectStore`: the rule by which heads move,
-/// and the errors of the contract. Nothing here keeps a state. Threads: none is shared.
+/// What stores have in common, for those who implement `IObjectStore`: the rule by which heads
+/// move, and the errors of the contract. Nothing here keeps a state. Threads: none is shared.
 namespace TalVcs::Kit {
 
 /// Branches by name, each with the id of its head, which isn't empty.

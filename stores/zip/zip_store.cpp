@@ -71,9 +71,7 @@ Status ZipStore::MoveHeads(std::span<const HeadMove> moves) {
   return m_document ? m_document->MoveHeads(moves) : Closed();
 }
 
-Status ZipStore::List(const IdSink& sink) {
-  return m_document ? m_document->List(sink) : Closed();
-}
+Status ZipStore::List(const IdSink& sink) { return m_document ? m_document->List(sink) : Closed(); }
 
 Result<RemovedObjects> ZipStore::RemoveUnmarked(const MarkObjects& mark) {
   if (!m_document) return Closed();

@@ -96,6 +96,9 @@ Result<bool> HistoryWalk::TakeCommit(const CommitRecord& commit, bool isWanted, 
     m_damages.CountCommit(node.damage);
     return false;
   }
+  const std::optional<ReadProblem> replaced =
+      m_hooks.replaced ? m_hooks.replaced(commit.id) : std::nullopt;
+  if (replaced) m_hooks.replacedAt(DamagedCommit(commit.id, head.name, *replaced));
   node.hasRoot = !commit.root.View().IsEmpty();
   if (node.hasRoot) node.root = *KeyOf(commit.root);
   if (m_hooks.commitRead) {

@@ -134,9 +134,8 @@ Status Archive::CheckEntry(const zip_stat_t& entry) const {
     return MakeError(ErrorCode::Unsupported, Task::Read, m_path,
                      "an entry is compressed by a method other than deflate");
   }
-  const std::uint64_t most = entry.comp_method == ZIP_CM_STORE
-                                 ? entry.comp_size
-                                 : entry.comp_size * kMostExpansion;
+  const std::uint64_t most =
+      entry.comp_method == ZIP_CM_STORE ? entry.comp_size : entry.comp_size * kMostExpansion;
   if (entry.size > most || (entry.comp_method == ZIP_CM_STORE && entry.size != most)) {
     return Damage("the size of an entry is wrong");
   }

@@ -36,10 +36,9 @@ void Document::RelyOnObjects() {
 
 /// Fails if anything is gone that the save relies on.
 Status Document::CheckObjects() {
-  m_isStale = m_isStale || !std::all_of(m_reliedOn.begin(), m_reliedOn.end(),
-                                        [this](const Digits& digits) {
-                                          return Has(TextOf(digits));
-                                        });
+  m_isStale =
+      m_isStale || !std::all_of(m_reliedOn.begin(), m_reliedOn.end(),
+                                [this](const Digits& digits) { return Has(TextOf(digits)); });
   return m_isStale ? Status(ObjectsWereRemoved()) : Status();
 }
 
@@ -189,9 +188,8 @@ std::vector<Document::Place> Document::Places(const ObjectMap& replacements) con
   add_all(m_pending.InMemory());
   std::stable_sort(places.begin(), places.end(),
                    [](const Place& a, const Place& b) { return a.digits < b.digits; });
-  const auto end =
-      std::unique(places.begin(), places.end(),
-                  [](const Place& a, const Place& b) { return a.digits == b.digits; });
+  const auto end = std::unique(places.begin(), places.end(),
+                               [](const Place& a, const Place& b) { return a.digits == b.digits; });
   places.erase(end, places.end());
   return places;
 }

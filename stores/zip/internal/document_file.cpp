@@ -43,7 +43,7 @@ Status DocumentFile::OpenFirst() {
   FileIdentity identity;
   if (!error) error = file.Identify(identity);
   if (error) return SystemFailure(Task::Open, m_path, error);
-  if (identity.sizeBytes > 0 || !may_make) return Take(file);
+  if (identity.sizeBytes > 0 || !may_make) return Refresh();
   const Result<File> locked = Lock();
   if (!locked) return locked.error();
   // Another program may have made it meanwhile.
@@ -53,30 +53,22 @@ Status DocumentFile::OpenFirst() {
   });
 }
 
-/// Opens the archive that the file contains, unless it is open already.
-Status DocumentFile::Take(const File& file) {
+// Opens the file a second time if it is locked: an archive must not share the lock.
+Status DocumentFile::Refresh() {
   FileIdentity identity;
-  File copy;
-  std::error_code error = file.Identify(identity);
+  std::error_code error = Identify(m_path, identity);
   if (!error && m_archive && identity == m_identity) return {};
-  if (!error) error = file.Duplicate(copy);
+  File file;
+  if (!error) error = File::OpenForReading(m_path, file);
+  if (!error) error = file.Identify(identity);
   if (error) return SystemFailure(Task::Open, m_path, error);
   Result<std::unique_ptr<Archive>> archive =
-      Archive::Open(std::move(copy), m_path, m_options.mostObjectBytes);
+      Archive::Open(std::move(file), m_path, m_options.mostObjectBytes);
   if (!archive) return std::move(archive).error();
   m_archive = *std::move(archive);
   m_identity = identity;
   m_state.reset();
   return {};
-}
-
-Status DocumentFile::Refresh() {
-  FileIdentity identity;
-  std::error_code error = Identify(m_path, identity);
-  if (!error && identity == m_identity) return {};
-  File file;
-  if (!error) error = File::OpenForReading(m_path, file);
-  return error ? Status(SystemFailure(Task::Read, m_path, error)) : Take(file);
 }
 
 Result<const DocumentState*> DocumentFile::State() {
@@ -111,15 +103,14 @@ Result<File> DocumentFile::Lock() {
   const auto until = std::chrono::steady_clock::now() + m_options.busyTimeout;
   for (;;) {
     Result<File> file = LockOnce();
-    if (!file && file.error().code == ErrorCode::Busy &&
-        std::chrono::steady_clock::now() < until) {
+    if (!file && file.error().code == ErrorCode::Busy && std::chrono::steady_clock::now() < until) {
       std::this_thread::sleep_for(kBetweenAttempts);
       continue;
     }
     if (!file) return file;
     FileIdentity identity;
     const bool is_new = !m_archive && !file->Identify(identity) && identity.sizeBytes == 0;
-    if (Status status = is_new ? Status() : Take(*file); !status) return std::move(status).error();
+    if (Status status = is_new ? Status() : Refresh(); !status) return std::move(status).error();
     return file;
   }
 }

@@ -51,7 +51,6 @@ class DocumentFile {
 
   Status OpenFirst();
   Result<File> LockOnce();
-  Status Take(const File& file);
   Status WriteReplacement(const File& locked, const Path& path,
                           const std::function<Status(ArchiveWriter&)>& fill);
 

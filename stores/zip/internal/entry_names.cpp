@@ -53,7 +53,8 @@ bool IsDigits(std::string_view text) {
   constexpr std::size_t kSeparator = 2;
   if (text.size() != Digits().size() || text[kSeparator] != '/') return false;
   for (std::size_t at = 0; at < text.size(); ++at) {
-    const bool is_digit = (text[at] >= '0' && text[at] <= '9') || (text[at] >= 'a' && text[at] <= 'f');
+    const bool is_digit =
+        (text[at] >= '0' && text[at] <= '9') || (text[at] >= 'a' && text[at] <= 'f');
     if (at != kSeparator && !is_digit) return false;
   }
   return true;
@@ -62,7 +63,8 @@ bool IsDigits(std::string_view text) {
 EntryName ParseObject(std::string_view text) {
   const std::string_view digits = text.substr(0, Digits().size());
   const std::string_view kind = text.substr(std::min(text.size(), Digits().size()));
-  const bool is_known = kind == ".blob" || kind == ".tree" || kind == ".commit" || kind == ".object";
+  const bool is_known =
+      kind == ".blob" || kind == ".tree" || kind == ".commit" || kind == ".object";
   if (!is_known || !IsDigits(digits)) return {};
   return {EntryKind::Object, digits, {}};
 }

@@ -99,7 +99,8 @@ struct Writing {
         return static_cast<zip_int64_t>(position);
       case ZIP_SOURCE_SUPPORTS:
         return ZIP_SOURCE_SUPPORTS_WRITABLE;
-      // The caller commits by a rename.
+      // libzip opens even what it only writes. The caller commits by a rename.
+      case ZIP_SOURCE_OPEN:
       case ZIP_SOURCE_BEGIN_WRITE:
       case ZIP_SOURCE_COMMIT_WRITE:
       case ZIP_SOURCE_ROLLBACK_WRITE:

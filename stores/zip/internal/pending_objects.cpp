@@ -5,6 +5,13 @@
 
 namespace TalVcs::Kit::Zip {
 
+namespace {
+
+// Each is an open file.
+constexpr std::size_t kMostArchives = 16;
+
+}  // namespace
+
 bool PendingObjects::Has(std::string_view digits) const noexcept {
   return SizeOf(digits).has_value();
 }
@@ -33,12 +40,19 @@ Status PendingObjects::Add(const Digits& digits, const Buffer& packed, const Doc
   return m_sizeBytes > file.Options().bufferSizeBytes ? Spill(file) : Status();
 }
 
+/// Puts what is in memory into an archive; with too many archives, their objects too.
 Status PendingObjects::Spill(const DocumentFile& file) {
   Result<File> target = file.MakeNameless();
   if (!target) return std::move(target).error();
+  const bool joins = m_archives.size() == kMostArchives;
   {
     ArchiveWriter writer(*target, file.Name());
     Status status = writer.Add(std::string(kReadme), ReadmeOf(DocumentState()));
+    for (const std::unique_ptr<Archive>& archive : m_archives) {
+      for (const Archive::ObjectPlace& place : archive->Objects()) {
+        if (joins && status) status = writer.AddCopy(*archive, place.entry);
+      }
+    }
     for (auto at = m_objects.begin(); status && at != m_objects.end(); ++at) {
       status = writer.Add(ObjectEntry(at->first, at->second), at->second);
     }
@@ -48,6 +62,7 @@ Status PendingObjects::Spill(const DocumentFile& file) {
   Result<std::unique_ptr<Archive>> archive =
       Archive::Open(*std::move(target), file.Name(), file.Options().mostObjectBytes);
   if (!archive) return std::move(archive).error();
+  if (joins) m_archives.clear();
   m_archives.push_back(*std::move(archive));
   m_objects.clear();
   m_sizeBytes = 0;
