@@ -11,7 +11,7 @@ namespace {
 /// A repository with an import, from whose tree others are made.
 struct Base {
   explicit Base(std::uint32_t count) : repository(MakeRepository()) {
-    commit = Import(repository, Files(count), InOrder(count), Way::kBatch);
+    commit = Import(repository, Files(count), InOrder(count), Way::Batch);
   }
 
   /// Commits changed files on top of the import.
@@ -48,11 +48,11 @@ void BM_Diff(benchmark::State& state) {
   const DiffPlan plan = PlanDiff(count);
   Commit changed(base.commit, false);
   for (const std::uint32_t i : plan.modified) {
-    changed.AddBlob(&base.repository, Widen(Path(i)), MakeBlob(Content(Family::kDiff, i, 1)));
+    changed.AddBlob(&base.repository, Widen(Path(i)), MakeBlob(Content(Family::Diff, i, 1)));
   }
   for (const std::uint32_t i : plan.deleted) changed.RemoveObject(&base.repository, Widen(Path(i)));
   for (const std::uint32_t i : plan.added) {
-    changed.AddBlob(&base.repository, Widen(Path(i) + 'x'), MakeBlob(Content(Family::kDiff, i, 2)));
+    changed.AddBlob(&base.repository, Widen(Path(i) + 'x'), MakeBlob(Content(Family::Diff, i, 2)));
   }
   const cow_ptr<Tree> from = base.commit->GetTree()->GetRoot();
   const cow_ptr<Tree> to = base.repository.SyncWithStorage(changed.GetTree()->GetRoot());
@@ -85,14 +85,14 @@ void BM_Merge(benchmark::State& state) {
   Base base(count);
   std::vector<std::pair<std::uint32_t, Family>> ours;
   std::vector<std::pair<std::uint32_t, Family>> theirs;
-  for (const std::uint32_t i : plan.ours) ours.emplace_back(i, Family::kOurs);
-  for (const std::uint32_t i : plan.theirs) theirs.emplace_back(i, Family::kTheirs);
+  for (const std::uint32_t i : plan.ours) ours.emplace_back(i, Family::Ours);
+  for (const std::uint32_t i : plan.theirs) theirs.emplace_back(i, Family::Theirs);
   std::vector<std::pair<std::uint32_t, Family>> merged = ours;
   merged.insert(merged.end(), theirs.begin(), theirs.end());
   for (const std::uint32_t i : plan.both) {
-    ours.emplace_back(i, Family::kOurs);
-    theirs.emplace_back(i, Family::kTheirs);
-    merged.emplace_back(i, Family::kOurs);
+    ours.emplace_back(i, Family::Ours);
+    theirs.emplace_back(i, Family::Theirs);
+    merged.emplace_back(i, Family::Ours);
   }
   const cow_ptr<Commit> left = base.Change(ours);
   const cow_ptr<Commit> right = base.Change(theirs);
@@ -118,7 +118,7 @@ void BM_Merge(benchmark::State& state) {
   }
 }
 
-enum class Shape { kFar, kNear, kFork };
+enum class Shape { Far, Near, Fork };
 
 void FindBase(benchmark::State& state, Shape shape) {
   const auto commits = static_cast<std::uint32_t>(state.range(0));
@@ -128,13 +128,13 @@ void FindBase(benchmark::State& state, Shape shape) {
   const cow_ptr<Commit> first = Record(repository, empty, 0);
   cow_ptr<Commit> expected = first;
   cow_ptr<Commit> one;
-  if (shape == Shape::kFork) {
+  if (shape == Shape::Fork) {
     one = Chain(repository, first, commits / 2, 1);
   } else {
     one = Chain(repository, first, commits - 1, 1);
-    if (shape == Shape::kNear) expected = one->GetParent();
+    if (shape == Shape::Near) expected = one->GetParent();
   }
-  const std::uint32_t others = shape == Shape::kFork ? commits / 2 : 1;
+  const std::uint32_t others = shape == Shape::Fork ? commits / 2 : 1;
   const cow_ptr<Commit> two = Chain(repository, expected, others, commits + 1);
   cow_ptr<Commit> found;
   for (auto _ : state) {
@@ -146,9 +146,9 @@ void FindBase(benchmark::State& state, Shape shape) {
   Require(found == expected, "the common base");
 }
 
-void BM_MergeBaseFar(benchmark::State& state) { FindBase(state, Shape::kFar); }
-void BM_MergeBaseNear(benchmark::State& state) { FindBase(state, Shape::kNear); }
-void BM_MergeBaseFork(benchmark::State& state) { FindBase(state, Shape::kFork); }
+void BM_MergeBaseFar(benchmark::State& state) { FindBase(state, Shape::Far); }
+void BM_MergeBaseNear(benchmark::State& state) { FindBase(state, Shape::Near); }
+void BM_MergeBaseFork(benchmark::State& state) { FindBase(state, Shape::Fork); }
 
 void TwoSizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->Arg(10000)->Arg(100000)->UseManualTime()->Iterations(15)->Unit(

@@ -55,19 +55,19 @@ void BM_Hash(benchmark::State& state) {
   }
 }
 
-enum class Order { kBatch, kPerFile, kShuffled };
+enum class Order { Batch, PerFile, Shuffled };
 
 void ImportFiles(benchmark::State& state, Keep keep, Order order) {
   const auto count = static_cast<std::uint32_t>(state.range(0));
   const std::vector<std::string> contents = Contents(count);
   const std::vector<std::string_view> views = Views(contents);
   const std::vector<std::uint32_t> indices =
-      order == Order::kShuffled ? Shuffled(count) : InOrder(count);
+      order == Order::Shuffled ? Shuffled(count) : InOrder(count);
   for (auto _ : state) {
     Section section;
     FloorStore store(keep);
     FloorTree tree(store, count);
-    if (order == Order::kBatch) {
+    if (order == Order::Batch) {
       tree.AddTogether(indices, views);
     } else {
       for (const std::uint32_t i : indices) tree.AddFile(i, views[i]);
@@ -87,7 +87,7 @@ void FillDirectory(benchmark::State& state, Keep keep, Order order) {
     FloorDirectory directory("100644 blob ");
     for (std::uint32_t i = 0; i < count; ++i) {
       directory.Set(LeafName(i), store.Put("blob", contents[i]));
-      if (order == Order::kPerFile || i + 1 == count) store.Put("tree", directory.GetText());
+      if (order == Order::PerFile || i + 1 == count) store.Put("tree", directory.GetText());
     }
     PutCommit(store, 0);
     section.Stop(state);
@@ -109,7 +109,7 @@ void ChangeFiles(benchmark::State& state, Keep keep, Order order) {
     const std::uint64_t objects = store.GetObjectCount();
     const std::uint64_t bytes = store.GetHashedBytes();
     Section section;
-    Replay(tree, plan, contents, order == Order::kPerFile);
+    Replay(tree, plan, contents, order == Order::PerFile);
     section.Stop(state);
     section.Report(state, commits, store.GetObjectCount() - objects,
                    store.GetHashedBytes() - bytes);
@@ -175,7 +175,7 @@ void BM_Merge(benchmark::State& state) {
   const std::string top(kFilesPerTop / kFilesPerLeaf * 81, 'x');
   const std::string root((count + kFilesPerTop - 1) / kFilesPerTop * 81, 'x');
   for (auto _ : state) {
-    FloorStore store(Keep::kNothing);
+    FloorStore store(Keep::Nothing);
     Section section;
     for (std::size_t i = 0; i < leaves; ++i) store.Put("tree", leaf);
     for (std::size_t i = 0; i < tops; ++i) store.Put("tree", top);
@@ -225,7 +225,7 @@ void FillHistory(FloorStore& store, FloorTree& tree, std::uint32_t files, std::u
 /// Copies every packed object to a buffer that is there already.
 void BM_Save(benchmark::State& state) {
   const auto files = static_cast<std::uint32_t>(state.range(0));
-  FloorStore store(Keep::kTable);
+  FloorStore store(Keep::Table);
   FloorTree tree(store, files);
   FillHistory(store, tree, files, static_cast<std::uint32_t>(state.range(1)));
   std::string out(store.GetHashedBytes(), 'x');
@@ -245,11 +245,11 @@ void BM_Save(benchmark::State& state) {
 /// Copies every object, hashes it and puts it into the table of a new store.
 void BM_Load(benchmark::State& state) {
   const auto files = static_cast<std::uint32_t>(state.range(0));
-  FloorStore source(Keep::kTable);
+  FloorStore source(Keep::Table);
   FloorTree tree(source, files);
   FillHistory(source, tree, files, static_cast<std::uint32_t>(state.range(1)));
   for (auto _ : state) {
-    FloorStore store(Keep::kTable);
+    FloorStore store(Keep::Table);
     Section section;
     for (std::size_t i = 0; i < source.GetKeptCount(); ++i) {
       const std::string_view packed = source.GetKept(i);
@@ -264,7 +264,7 @@ void BM_Load(benchmark::State& state) {
 void BM_Purge(benchmark::State& state) {
   const auto files = static_cast<std::uint32_t>(state.range(0));
   for (auto _ : state) {
-    FloorStore store(Keep::kTable);
+    FloorStore store(Keep::Table);
     FloorTree tree(store, files);
     FillHistory(store, tree, files, static_cast<std::uint32_t>(state.range(1)));
     const std::size_t live = store.GetKeptCount();
@@ -288,13 +288,13 @@ void Repeated(benchmark::internal::Benchmark* benchmark) {
 
 void RegisterWrites(const std::string& prefix, Keep keep) {
   const std::pair<const char*, Order> orders[] = {
-      {"batch", Order::kBatch}, {"perfile", Order::kPerFile}, {"shuffled", Order::kShuffled}};
+      {"batch", Order::Batch}, {"perfile", Order::PerFile}, {"shuffled", Order::Shuffled}};
   for (const auto& [name, order] : orders) {
     auto* import =
         benchmark::RegisterBenchmark((prefix + "import/" + name).c_str(), ImportFiles, keep, order);
     import->Apply(Once);
     for (const int count : {1000, 10000, 100000}) import->Arg(count);
-    if (order == Order::kShuffled) continue;
+    if (order == Order::Shuffled) continue;
     benchmark::RegisterBenchmark((prefix + "flat/" + name).c_str(), FillDirectory, keep, order)
         ->Apply(Once)
         ->Arg(1000)
@@ -315,8 +315,8 @@ void RegisterAll() {
   for (const int size : {1 << 10, 64 << 10, 1 << 20}) {
     benchmark::RegisterBenchmark("hash/many", BM_Hash)->Arg(size)->UseManualTime();
   }
-  RegisterWrites("", Keep::kNothing);
-  RegisterWrites("table/", Keep::kTable);
+  RegisterWrites("", Keep::Nothing);
+  RegisterWrites("table/", Keep::Table);
   for (const int count : {10000, 100000}) {
     benchmark::RegisterBenchmark("diff", BM_Diff)->Arg(count)->Apply(Repeated);
     benchmark::RegisterBenchmark("merge", BM_Merge)->Arg(count)->Apply(Repeated);

@@ -35,7 +35,7 @@ Digest FloorStore::Put(std::string_view type, std::string_view data) {
   const std::size_t size = header.size() + data.size();
   ++m_objects;
   m_bytes += size;
-  if (m_keep == Keep::kNothing) return id;
+  if (m_keep == Keep::Nothing) return id;
   // Without zeros first, as an allocation for bytes that come at once has it.
   Packed packed{id, size, std::unique_ptr<char[]>(new char[size])};
   std::memcpy(packed.bytes.get(), header.data(), header.size());

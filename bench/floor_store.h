@@ -18,8 +18,8 @@ using Digest = TalUtils::Sha256::Digest;
 
 /// What happens to an object beside the hashing.
 enum class Keep {
-  kNothing,  ///< it is forgotten
-  kTable,    ///< its packed form is copied to memory of its own, found by a table of ids
+  Nothing,  ///< it is forgotten
+  Table,    ///< its packed form is copied to memory of its own, found by a table of ids
 };
 
 /// Returns the header of a packed object.

@@ -49,7 +49,7 @@ Repository MakeRepository() { return Repository(std::make_unique<MemObjectsStora
 
 Files::Files(std::uint32_t count) {
   for (std::uint32_t i = 0; i < count; ++i) {
-    contents.push_back(Content(Family::kBase, i, 0));
+    contents.push_back(Content(Family::Base, i, 0));
     paths.push_back(Widen(Path(i)));
     names.push_back(Widen(LeafName(i)));
   }
@@ -78,7 +78,7 @@ cow_ptr<Commit> Import(Repository& repository, const Files& files,
   Commit commit(&repository, false);
   Kit::BatchEdit together;
   for (const std::uint32_t i : order) {
-    AddFile(way == Way::kBatch ? &together : nullptr, commit, repository, files.paths[i],
+    AddFile(way == Way::Batch ? &together : nullptr, commit, repository, files.paths[i],
             files.contents[i]);
   }
   ApplyTo(commit, repository, together);
@@ -92,7 +92,7 @@ cow_ptr<Commit> Replay(Repository& repository, const Changes& changes, Way way,
     Commit commit(&repository, false);
     Kit::BatchEdit together;
     for (std::size_t i = 0; i < changes.plan[c].size(); ++i) {
-      AddFile(way == Way::kBatch ? &together : nullptr, commit, repository, changes.paths[c][i],
+      AddFile(way == Way::Batch ? &together : nullptr, commit, repository, changes.paths[c][i],
               changes.contents[c][i]);
     }
     ApplyTo(commit, repository, together);

@@ -41,8 +41,8 @@ struct Changes {
 
 /// How several files get into one commit.
 enum class Way {
-  kPerFile,  ///< one by one, each making all directories on its path anew
-  kBatch,    ///< by one `BatchEdit`, each directory made once
+  PerFile,  ///< one by one, each making all directories on its path anew
+  Batch,    ///< by one `BatchEdit`, each directory made once
 };
 
 /// Commits what `commit` holds, as number `number` on the current branch.

@@ -12,8 +12,8 @@ namespace {
 /// A repository with an import and a history on top of it.
 Repository MakeHistory(std::uint32_t files, std::uint32_t commits) {
   Repository repository = MakeRepository();
-  Import(repository, Files(files), InOrder(files), Way::kBatch);
-  Replay(repository, Changes(PlanHistory(files, commits)), Way::kBatch);
+  Import(repository, Files(files), InOrder(files), Way::Batch);
+  Replay(repository, Changes(PlanHistory(files, commits)), Way::Batch);
   return repository;
 }
 
@@ -122,15 +122,15 @@ void BM_Purge(benchmark::State& state) {
   const auto dropped = static_cast<std::uint32_t>(state.range(2));
   for (auto _ : state) {
     Repository repository = MakeRepository();
-    const cow_ptr<Commit> first = Import(repository, Files(files), InOrder(files), Way::kBatch);
-    Replay(repository, Changes(PlanHistory(files, commits)), Way::kBatch);
+    const cow_ptr<Commit> first = Import(repository, Files(files), InOrder(files), Way::Batch);
+    Replay(repository, Changes(PlanHistory(files, commits)), Way::Batch);
     repository.UpdateStorage();
     const Volume live = Measure(repository);
     const TalStringT<WideChar> kept = repository.GetCurentBranch();
     const WideText name = Widen("dropped");
     repository.CreateBranch(name, first);
     repository.Checkout(name);
-    Replay(repository, Changes(PlanDroppedBranch(files, dropped)), Way::kBatch, commits + 1);
+    Replay(repository, Changes(PlanDroppedBranch(files, dropped)), Way::Batch, commits + 1);
     repository.Checkout(kept);
     repository.RemoveBranch(name);
     const std::uint64_t objects = Measure(repository).objects;

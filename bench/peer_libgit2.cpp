@@ -39,7 +39,7 @@ git_oid PutOneByOne(PeerRepository& repository, const std::vector<std::string>& 
   return tree;
 }
 
-enum class Order { kBatch, kPerFile, kShuffled };
+enum class Order { Batch, PerFile, Shuffled };
 
 void ImportFiles(benchmark::State& state, Order order) {
   const auto count = static_cast<std::uint32_t>(state.range(0));
@@ -47,16 +47,16 @@ void ImportFiles(benchmark::State& state, Order order) {
   std::vector<std::string> paths;
   for (std::uint32_t i = 0; i < count; ++i) paths.push_back(Path(i));
   const std::vector<std::uint32_t> indices =
-      order == Order::kShuffled ? Shuffled(count) : InOrder(count);
+      order == Order::Shuffled ? Shuffled(count) : InOrder(count);
   for (auto _ : state) {
     Section section;
     PeerRepository repository;
-    const git_oid tree = order == Order::kBatch ? repository.BuildTree(contents)
-                                                : PutOneByOne(repository, paths, contents, indices);
+    const git_oid tree = order == Order::Batch ? repository.BuildTree(contents)
+                                               : PutOneByOne(repository, paths, contents, indices);
     const git_oid head = repository.Record(tree, {}, 0);
     section.Stop(state);
     const std::uint64_t reached = repository.Reach(head).size();
-    section.Report(state, count, order == Order::kBatch ? reached : 4 * std::uint64_t{count} + 1);
+    section.Report(state, count, order == Order::Batch ? reached : 4 * std::uint64_t{count} + 1);
     Require(reached > count, "the number of objects");
   }
 }
@@ -70,7 +70,7 @@ void FillDirectory(benchmark::State& state, Order order) {
     Section section;
     PeerRepository repository;
     git_oid tree = {};
-    if (order == Order::kPerFile) {
+    if (order == Order::PerFile) {
       tree = PutOneByOne(repository, names, contents, InOrder(count));
     } else {
       const GitBuilder builder = repository.MakeBuilder();
@@ -83,7 +83,7 @@ void FillDirectory(benchmark::State& state, Order order) {
     }
     const git_oid head = repository.Record(tree, {}, 0);
     section.Stop(state);
-    section.Report(state, count, order == Order::kBatch ? count + 2 : 2 * count + 1);
+    section.Report(state, count, order == Order::Batch ? count + 2 : 2 * count + 1);
     Require(repository.Reach(head).size() == count + 2, "the number of objects");
   }
 }
@@ -99,12 +99,11 @@ void ChangeFiles(benchmark::State& state, Order order) {
     const git_oid first = repository.Record(repository.BuildTree(base), {}, 0);
     const std::size_t before = repository.Reach(first).size();
     Section section;
-    const git_oid head = repository.Replay(first, plan, contents, order == Order::kPerFile, 1);
+    const git_oid head = repository.Replay(first, plan, contents, order == Order::PerFile, 1);
     section.Stop(state);
     const std::size_t reached = repository.Reach(head).size() - before;
     // Five blobs, fifteen trees and a commit, or what is left of them in the end.
-    section.Report(state, commits,
-                   order == Order::kPerFile ? std::uint64_t{commits} * 21 : reached);
+    section.Report(state, commits, order == Order::PerFile ? std::uint64_t{commits} * 21 : reached);
     Require(reached > 6 * std::size_t{commits}, "the number of objects");
   }
 }
@@ -116,11 +115,11 @@ void BM_Diff(benchmark::State& state) {
   const git_oid from = repository.BuildTree(Contents(count));
   std::vector<PeerEdit> edits;
   for (const std::uint32_t i : plan.modified) {
-    edits.push_back({Path(i), repository.PutBlob(Content(Family::kDiff, i, 1))});
+    edits.push_back({Path(i), repository.PutBlob(Content(Family::Diff, i, 1))});
   }
   for (const std::uint32_t i : plan.deleted) edits.push_back({Path(i), {}, true});
   for (const std::uint32_t i : plan.added) {
-    edits.push_back({Path(i) + 'x', repository.PutBlob(Content(Family::kDiff, i, 2))});
+    edits.push_back({Path(i) + 'x', repository.PutBlob(Content(Family::Diff, i, 2))});
   }
   const GitTree before = repository.GetTree(from);
   const GitTree after = repository.GetTree(repository.Edit(before.get(), edits));
@@ -175,8 +174,8 @@ void BM_Merge(benchmark::State& state) {
     }
     return repository.Edit(root.get(), edits);
   };
-  const git_oid ours = change(Family::kOurs, plan.ours);
-  const git_oid theirs = change(Family::kTheirs, plan.theirs);
+  const git_oid ours = change(Family::Ours, plan.ours);
+  const git_oid theirs = change(Family::Theirs, plan.theirs);
   const GitTree left = repository.GetTree(ours);
   const GitTree right = repository.GetTree(theirs);
   const git_oid first = repository.Record(base, {}, 0);
@@ -332,28 +331,28 @@ void Repeated(benchmark::internal::Benchmark* benchmark) {
 }
 
 BENCHMARK(BM_Hash)->Name("hash")->Arg(64)->Arg(4 << 10)->Arg(1 << 20)->UseManualTime();
-BENCHMARK_CAPTURE(ImportFiles, , Order::kBatch)
+BENCHMARK_CAPTURE(ImportFiles, , Order::Batch)
     ->Name("import/batch")
     ->Arg(10000)
     ->Arg(100000)
     ->Apply(Once);
-BENCHMARK_CAPTURE(ImportFiles, , Order::kPerFile)
+BENCHMARK_CAPTURE(ImportFiles, , Order::PerFile)
     ->Name("import/perfile")
     ->Arg(10000)
     ->Arg(100000)
     ->Apply(Once);
-BENCHMARK_CAPTURE(ImportFiles, , Order::kShuffled)
+BENCHMARK_CAPTURE(ImportFiles, , Order::Shuffled)
     ->Name("import/shuffled")
     ->Arg(10000)
     ->Arg(100000)
     ->Apply(Once);
-BENCHMARK_CAPTURE(FillDirectory, , Order::kBatch)->Name("flat/batch")->Arg(10000)->Apply(Once);
-BENCHMARK_CAPTURE(FillDirectory, , Order::kPerFile)->Name("flat/perfile")->Arg(10000)->Apply(Once);
-BENCHMARK_CAPTURE(ChangeFiles, , Order::kBatch)
+BENCHMARK_CAPTURE(FillDirectory, , Order::Batch)->Name("flat/batch")->Arg(10000)->Apply(Once);
+BENCHMARK_CAPTURE(FillDirectory, , Order::PerFile)->Name("flat/perfile")->Arg(10000)->Apply(Once);
+BENCHMARK_CAPTURE(ChangeFiles, , Order::Batch)
     ->Name("history/batch")
     ->Args({10000, 1000})
     ->Apply(Once);
-BENCHMARK_CAPTURE(ChangeFiles, , Order::kPerFile)
+BENCHMARK_CAPTURE(ChangeFiles, , Order::PerFile)
     ->Name("history/perfile")
     ->Args({10000, 1000})
     ->Apply(Once);

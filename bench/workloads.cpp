@@ -85,7 +85,7 @@ std::string Content(const Change& change) {
 
 std::vector<std::string> Contents(std::uint32_t count) {
   std::vector<std::string> contents;
-  for (std::uint32_t i = 0; i < count; ++i) contents.push_back(Content(Family::kBase, i, 0));
+  for (std::uint32_t i = 0; i < count; ++i) contents.push_back(Content(Family::Base, i, 0));
   return contents;
 }
 
@@ -128,11 +128,11 @@ std::vector<std::uint32_t> Shuffled(std::uint32_t count) {
 }
 
 HistoryPlan PlanHistory(std::uint32_t files, std::uint32_t commits) {
-  return PlanChanges(files, commits, kSeedHistory, Family::kHistory);
+  return PlanChanges(files, commits, kSeedHistory, Family::History);
 }
 
 HistoryPlan PlanDroppedBranch(std::uint32_t files, std::uint32_t commits) {
-  return PlanChanges(files, commits, kSeedGarbage, Family::kGarbage);
+  return PlanChanges(files, commits, kSeedGarbage, Family::Garbage);
 }
 
 DiffPlan PlanDiff(std::uint32_t files) {

@@ -27,12 +27,12 @@ class Random {
 
 /// Keeps apart the contents that different steps of a workload write.
 enum class Family : std::uint64_t {
-  kBase = 1,
-  kHistory = 2,
-  kDiff = 3,
-  kOurs = 4,
-  kTheirs = 5,
-  kGarbage = 6,
+  Base = 1,
+  History = 2,
+  Diff = 3,
+  Ours = 4,
+  Theirs = 5,
+  Garbage = 6,
   kHash = 7,
 };
 

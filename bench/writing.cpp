@@ -81,16 +81,16 @@ void ImportFiles(benchmark::State& state, Way way, bool shuffled) {
     section.Report(state, count, volume.objects, volume.bytes);
     Require(head->GetTree()->GetBlobCount() == count, "the number of files");
     Require(repository.GetBlobCount() == count, "the number of blobs");
-    if (way == Way::kPerFile) {
+    if (way == Way::PerFile) {
       // The root of each state is another tree, and so are its middle and leaf directories.
       Require(repository.GetTreeCount() == 3 * std::uint64_t{count}, "the number of trees");
     }
   }
 }
 
-void BM_ImportBatch(benchmark::State& state) { ImportFiles(state, Way::kBatch, false); }
-void BM_ImportPerFile(benchmark::State& state) { ImportFiles(state, Way::kPerFile, false); }
-void BM_ImportShuffled(benchmark::State& state) { ImportFiles(state, Way::kPerFile, true); }
+void BM_ImportBatch(benchmark::State& state) { ImportFiles(state, Way::Batch, false); }
+void BM_ImportPerFile(benchmark::State& state) { ImportFiles(state, Way::PerFile, false); }
+void BM_ImportShuffled(benchmark::State& state) { ImportFiles(state, Way::PerFile, true); }
 
 void FillDirectory(benchmark::State& state, Way way) {
   const auto count = static_cast<std::uint32_t>(state.range(0));
@@ -104,12 +104,12 @@ void FillDirectory(benchmark::State& state, Way way) {
     const Volume volume = Measure(repository);
     section.Report(state, count, volume.objects, volume.bytes);
     Require(head->GetTree()->GetBlobCount() == count, "the number of files");
-    Require(repository.GetTreeCount() == (way == Way::kPerFile ? count : 1), "the number of trees");
+    Require(repository.GetTreeCount() == (way == Way::PerFile ? count : 1), "the number of trees");
   }
 }
 
-void BM_FlatBatch(benchmark::State& state) { FillDirectory(state, Way::kBatch); }
-void BM_FlatPerFile(benchmark::State& state) { FillDirectory(state, Way::kPerFile); }
+void BM_FlatBatch(benchmark::State& state) { FillDirectory(state, Way::Batch); }
+void BM_FlatPerFile(benchmark::State& state) { FillDirectory(state, Way::PerFile); }
 
 void ChangeFiles(benchmark::State& state, Way way) {
   const auto count = static_cast<std::uint32_t>(state.range(0));
@@ -118,7 +118,7 @@ void ChangeFiles(benchmark::State& state, Way way) {
   const Changes changes(PlanHistory(count, commits));
   for (auto _ : state) {
     Repository repository = MakeRepository();
-    Import(repository, files, InOrder(count), Way::kBatch);
+    Import(repository, files, InOrder(count), Way::Batch);
     const Volume before = Measure(repository);
     Section section;
     const cow_ptr<Commit> head = Replay(repository, changes, way);
@@ -132,8 +132,8 @@ void ChangeFiles(benchmark::State& state, Way way) {
   }
 }
 
-void BM_HistoryBatch(benchmark::State& state) { ChangeFiles(state, Way::kBatch); }
-void BM_HistoryPerFile(benchmark::State& state) { ChangeFiles(state, Way::kPerFile); }
+void BM_HistoryBatch(benchmark::State& state) { ChangeFiles(state, Way::Batch); }
+void BM_HistoryPerFile(benchmark::State& state) { ChangeFiles(state, Way::PerFile); }
 
 void HistorySizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->Args({1000, 1000})->Args({10000, 1000})->Args({10000, 5000})->Args({100000, 1000});

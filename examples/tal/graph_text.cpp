@@ -17,7 +17,7 @@ using Line = GraphLayout::Line;
 std::size_t Place(int index) { return static_cast<std::size_t>(index); }
 
 /// The ends that a character of a drawing has.
-enum End : unsigned { kUp = 1, kDown = 2, kLeft = 4, kRight = 8 };
+enum End : unsigned { Up = 1, Down = 2, Left = 4, Right = 8 };
 
 std::string Character(unsigned ends, bool lineCharacters) {
   constexpr const char* kLines[] = {" ", "╵", "╷", "│", "╴", "╯", "╮", "┤",
@@ -48,17 +48,17 @@ std::string DrawJoins(const GraphLayout& layout, int row, bool lineCharacters) {
     if (!PassesAbove(line, row)) continue;
     unsigned& cell = cells[2 * Place(line.lane)];
     if (line.joinRow != row) {
-      cell |= kUp | kDown;
+      cell |= Up | Down;
       continue;
     }
     any = true;
     const int from = 2 * std::min(line.lane, target);
     const int to = 2 * std::max(line.lane, target);
-    cell |= kUp;
-    cells[2 * Place(target)] |= kDown;
+    cell |= Up;
+    cells[2 * Place(target)] |= Down;
     for (int at = from; at < to; ++at) {
-      cells[Place(at)] |= kRight;
-      cells[Place(at + 1)] |= kLeft;
+      cells[Place(at)] |= Right;
+      cells[Place(at + 1)] |= Left;
     }
   }
   if (!any) return "";
@@ -75,7 +75,7 @@ TextGraph DrawText(const History& history, const GraphLayout& layout, bool lineC
     graph.above.push_back(DrawJoins(layout, row, lineCharacters));
     std::vector<std::string> lanes(Place(layout.laneCount), " ");
     for (const Line& line : layout.lines) {
-      if (PassesBelow(line, row)) lanes[Place(line.lane)] = Character(kUp | kDown, lineCharacters);
+      if (PassesBelow(line, row)) lanes[Place(line.lane)] = Character(Up | Down, lineCharacters);
     }
     const HistoryCommit& commit = history.commits[Place(row)];
     const bool tip = !commit.branches.empty();

@@ -1,4 +1,5 @@
 #include <kit/internal/object_files.h>
+#include <talvcs/persistence/path_builder.h>
 
 // A write of several objects, each step for all of them before the next:
 //
@@ -124,7 +125,7 @@ Status ObjectFiles::Visit(const Visitor& visit) {
   if (IsMissing(error)) return {};
   if (error) m_folder.Fail("cannot list", objects, error);
   for (const std::string& prefix : prefixes) {
-    if (error || prefix.size() != 2) continue;
+    if (error || prefix.size() != PathBuilder::kFolderDigits) continue;
     std::vector<std::string> names;
     error = m_folder.Files().ListFolder(objects / prefix, names);
     if (IsMissing(error) || error == std::errc::not_a_directory) error.clear();

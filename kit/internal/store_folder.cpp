@@ -1,6 +1,7 @@
 #include <kit/internal/journal.h>
 #include <kit/internal/store_folder.h>
 #include <kit/text.h>
+#include <talvcs/persistence/path_builder.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +17,10 @@ constexpr const char* kNew = ".new";
 std::string TextOf(const std::filesystem::path& path) {
   const auto text = path.u8string();
   return std::string(text.begin(), text.end());
+}
+
+std::filesystem::path ComponentOf(TalStringViewT<WideChar> name) {
+  return {name.text, name.text + name.length};
 }
 
 /// Returns what an error of the system means for a host.
@@ -51,8 +56,8 @@ StoreFolder::Path StoreFolder::ParkedPath(const Path& path) {
 StoreFolder::StoreFolder(const Path& folder, bool durable, std::shared_ptr<FileSystem> files)
     : m_files(std::move(files)),
       m_folder(folder),
-      m_store(folder / ".vcs"),
-      m_objects(m_store / "objects"),
+      m_store(folder / ComponentOf(PathBuilder::kStoreFolder)),
+      m_objects(m_store / ComponentOf(PathBuilder::kObjectsFolder)),
       m_durable(durable) {}
 
 bool StoreFolder::Fail(std::string_view what, const Path& path, std::string_view why,
@@ -175,11 +180,11 @@ StoreFolder::Replaced StoreFolder::ReplaceStateFile(const Buffer& bytes) {
 }
 
 StoreFolder::Path StoreFolder::FolderOf(const ObjectKey& key) const {
-  return m_objects / HexFromKey(key).substr(0, 2);
+  return m_objects / HexFromKey(key).substr(0, PathBuilder::kFolderDigits);
 }
 
 StoreFolder::Path StoreFolder::FileOf(const ObjectKey& key) const {
-  return FolderOf(key) / HexFromKey(key).substr(2);
+  return FolderOf(key) / HexFromKey(key).substr(PathBuilder::kFolderDigits);
 }
 
 bool StoreFolder::ReadObject(const ObjectKey& key, Buffer& bytes) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kit/text.h>
+#include <talvcs/persistence/path_builder.h>
 
 /// What the stores agree on about paths.
 namespace TalVcs::Kit {
@@ -14,7 +15,8 @@ inline WideString PrefixBelow(const WideString& directory) {
 
 /// True if what stands below `prefix` are branches, whose names may hold "/".
 inline bool HoldsBranches(const WideString& prefix) {
-  return prefix == TAL_WIDE("refs/heads/") || prefix.EndsWith(TAL_WIDE("/refs/heads/"));
+  const WideString branches = PrefixBelow(PathBuilder::GetBranchesPath(WideString()));
+  return (TAL_WIDE("/") + prefix).EndsWith(branches);
 }
 
 /// Calls `visit(name)` for each stream directly below `directory`. `streams` is an ordered map from

@@ -1,4 +1,5 @@
 #include <kit/internal/store_state.h>
+#include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/helpers.h>
 
 #include <algorithm>
@@ -20,7 +21,7 @@ namespace TalVcs::Kit {
 namespace {
 
 constexpr std::string_view kTitle = "TalVcs store 1\n";
-constexpr std::size_t kDigestSize = 65;
+constexpr std::size_t kDigestLineSize = kIdLength + 1;
 
 void Append(Buffer& buffer, std::string_view text) { buffer.Append(text.data(), text.size()); }
 
@@ -63,31 +64,12 @@ class Scanner {
 
 }  // namespace
 
-std::optional<ObjectKey> KeyFromHex(std::string_view digits) {
-  ObjectKey key;
-  if (digits.size() != 2 * key.size()) return std::nullopt;
-  for (std::size_t index = 0; index < digits.size(); ++index) {
-    const char digit = digits[index];
-    const bool decimal = digit >= '0' && digit <= '9';
-    if (!decimal && (digit < 'a' || digit > 'f')) return std::nullopt;
-    const int value = decimal ? digit - '0' : digit - 'a' + 10;
-    const int high = index % 2 == 0 ? 0 : key[index / 2] << 4;
-    key[index / 2] = static_cast<std::uint8_t>(high | value);
-  }
-  return key;
-}
+std::optional<ObjectKey> KeyFromHex(std::string_view digits) { return BytesOfIdText(digits); }
 
-std::optional<ObjectKey> KeyFromId(const Id& id) { return KeyFromHex(ToUtf8(id.View())); }
+std::optional<ObjectKey> KeyFromId(const Id& id) { return BytesOfIdText(id.View()); }
 
 std::string HexFromKey(const ObjectKey& key) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string digits;
-  digits.reserve(2 * key.size());
-  for (const std::uint8_t byte : key) {
-    digits.push_back(kDigits[byte >> 4]);
-    digits.push_back(kDigits[byte & 0xF]);
-  }
-  return digits;
+  return ToUtf8(TalUtils::DataEncoding::HexEncode(key.data(), key.size()));
 }
 
 bool StoreState::HasObject(const ObjectKey& key) const {
@@ -111,8 +93,8 @@ Buffer StoreState::Encode() const {
 
 std::optional<StoreState> StoreState::Decode(const Buffer& bytes) {
   const std::string text = BytesFromBuffer(bytes);
-  if (text.size() < kDigestSize) return std::nullopt;
-  const std::string_view body = std::string_view(text).substr(0, text.size() - kDigestSize);
+  if (text.size() < kDigestLineSize) return std::nullopt;
+  const std::string_view body = std::string_view(text).substr(0, text.size() - kDigestLineSize);
   Buffer digested;
   Append(digested, body);
   if (DigestLine(digested) != text.substr(body.size())) return std::nullopt;
@@ -147,9 +129,9 @@ std::optional<StoreState> StoreState::Decode(const Buffer& bytes) {
 }
 
 std::string StoreState::DigestOf(const Buffer& bytes) {
-  std::string digest(kDigestSize - 1, '\0');
+  std::string digest(kDigestLineSize - 1, '\0');
   const std::uint64_t size = bytes.GetSize();
-  if (size >= kDigestSize) bytes.ReadAt(size - kDigestSize, digest.data(), digest.size());
+  if (size >= kDigestLineSize) bytes.ReadAt(size - kDigestLineSize, digest.data(), digest.size());
   return digest;
 }
 

@@ -1,11 +1,10 @@
 #pragma once
 
 #include <kit/text.h>
+#include <talvcs/format/id_text.h>
 #include <talvcs/foundation/names.h>
 #include <talvcs/objects/id.h>
 
-#include <array>
-#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -15,9 +14,9 @@
 namespace TalVcs::Kit {
 
 /// The id of an object as bytes.
-using ObjectKey = std::array<std::uint8_t, 32>;
+using ObjectKey = IdBytes;
 
-/// Reads 64 lower-case hexadecimal digits.
+/// Returns the key that the digits of an id write, or nothing for any other text.
 std::optional<ObjectKey> KeyFromHex(std::string_view digits);
 std::string HexFromKey(const ObjectKey& key);
 std::optional<ObjectKey> KeyFromId(const Id& id);

@@ -32,7 +32,8 @@ TalStringT<WideChar> Join(TalStringViewT<WideChar> start, Components components)
 }
 
 TalStringT<WideChar> JoinObject(TalStringViewT<WideChar> objects, TalStringViewT<WideChar> id) {
-  return Join(objects, {id.Mid(0, 2), id.Mid(2, id.length)});
+  return Join(objects, {id.Mid(0, PathBuilder::kFolderDigits),
+                        id.Mid(PathBuilder::kFolderDigits, id.length)});
 }
 
 }  // namespace
@@ -42,16 +43,14 @@ PathBuilder::PathBuilder(const TalStringT<WideChar>& root)
       objectsPath(GetObjectsPath(GetStoragePath())),
       branchesPath(GetBranchesPath(GetStoragePath())) {}
 
-TalStringT<WideChar> PathBuilder::GetStoragePath() const {
-  return Join(rootPath, {TAL_WIDE(".vcs")});
-}
+TalStringT<WideChar> PathBuilder::GetStoragePath() const { return Join(rootPath, {kStoreFolder}); }
 
 TalStringT<WideChar> PathBuilder::GetObjectsPath(const TalStringT<WideChar>& storagePath) {
-  return Join(storagePath, {TAL_WIDE("objects")});
+  return Join(storagePath, {kObjectsFolder});
 }
 
 TalStringT<WideChar> PathBuilder::GetBranchesPath(const TalStringT<WideChar>& storagePath) {
-  return Join(storagePath, {TAL_WIDE("refs"), TAL_WIDE("heads")});
+  return Join(storagePath, {kRefsFolder, kHeadsFolder});
 }
 
 TalStringT<WideChar> PathBuilder::GetObjectW(const TalStringT<WideChar>& id) const {

@@ -8,13 +8,25 @@ namespace TalVcs {
 
 /// Computes the paths of a store below a root path, with "/" between components:
 ///
-///     <root>/.vcs/objects/<first two characters of an id>/<the others>
+///     <root>/.vcs/objects/<first characters of an id>/<the others>
 ///     <root>/.vcs/refs/heads/<name of a branch>
+///
+/// The constants below are the only place where this layout is written down.
 ///
 /// A root that ends with "/" gives no doubled separator; an empty root gives paths that begin with
 /// one. Names aren't looked into: one that holds "/" gives a deeper path.
 class TALVCS_API PathBuilder {
  public:
+  /// The name of the folder of a store.
+  static constexpr TalStringViewT<WideChar> kStoreFolder{TAL_WIDE(".vcs"), 4};
+  /// The name of the folder of the objects in it.
+  static constexpr TalStringViewT<WideChar> kObjectsFolder{TAL_WIDE("objects"), 7};
+  /// The names of the folder of all references and of the folder of the branches in it.
+  static constexpr TalStringViewT<WideChar> kRefsFolder{TAL_WIDE("refs"), 4};
+  static constexpr TalStringViewT<WideChar> kHeadsFolder{TAL_WIDE("heads"), 5};
+  /// The number of characters of an id that name the folder of an object; the others name its file.
+  static constexpr int kFolderDigits = 2;
+
   /// Computes paths below `rootPath`.
   explicit PathBuilder(const TalStringT<WideChar>& rootPath);
 

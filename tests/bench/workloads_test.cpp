@@ -14,7 +14,7 @@ std::uint64_t FingerprintOfImport(std::uint32_t files) {
   Fingerprint fingerprint;
   for (std::uint32_t i = 0; i < files; ++i) {
     fingerprint.Add(Path(i));
-    fingerprint.Add(Content(Family::kBase, i, 0));
+    fingerprint.Add(Content(Family::Base, i, 0));
   }
   return fingerprint.Value();
 }

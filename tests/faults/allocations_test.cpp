@@ -25,7 +25,7 @@ namespace {
 // Each allocation, or each seventh under sanitizers.
 constexpr std::size_t kStride = Scaled(20) == 20 ? 1 : 7;
 
-enum class End { kPassed, kThrew, kUnfired };
+enum class End { Passed, Threw, Unfired };
 
 /// Calls `act` while allocation number `number` fails. Anything but a failed allocation passes on.
 template <class Act>
@@ -34,11 +34,11 @@ End RunWithFailure(std::size_t number, Act act) {
   try {
     act();
   } catch (const std::bad_alloc&) {
-    return End::kThrew;
+    return End::Threw;
   } catch (const std::length_error&) {
-    return End::kThrew;
+    return End::Threw;
   }
-  return fault.HasFired() ? End::kPassed : End::kUnfired;
+  return fault.HasFired() ? End::Passed : End::Unfired;
 }
 
 class FailingAllocations : public testing::Test {
@@ -65,14 +65,14 @@ class FailingAllocations : public testing::Test {
   static bool LiveOnce(const Scenario& scenario, std::size_t number, const std::string& expected) {
     SCOPED_TRACE("allocation " + std::to_string(number));
     const std::ptrdiff_t before = LiveBlocks();
-    End end = End::kUnfired;
+    End end = End::Unfired;
     {
       Repository repository = NewRepository();
       Kit::MemoryStore store;
       std::string result;
       end = RunWithFailure(number, [&] { result = scenario.Run(repository, store); });
       EXPECT_EQ(FindViolation(repository), "");
-      EXPECT_TRUE(end == End::kThrew || result == expected);
+      EXPECT_TRUE(end == End::Threw || result == expected);
       scenario.Run(repository, store);
       EXPECT_EQ(FindViolation(repository), "") << "after the second try";
       Scenario::RemoveBranches(repository);
@@ -81,7 +81,7 @@ class FailingAllocations : public testing::Test {
       EXPECT_EQ(scenario.Run(repository, store), expected) << "in the third try";
     }
     EXPECT_EQ(LiveBlocks(), before) << "something leaks";
-    return end != End::kUnfired;
+    return end != End::Unfired;
   }
 };
 
@@ -91,7 +91,7 @@ TEST_F(FailingAllocations, HappenInsideTheLibraries) {
   repository.SyncWithStorage(SharedBlob("a blob"));
   EXPECT_GT(LiveBlocks(), before + 3);
   EXPECT_EQ(RunWithFailure(0, [&] { repository.CreateBranch(TAL_WIDE("a branch"), nullptr); }),
-            End::kThrew);
+            End::Threw);
 }
 
 TEST_F(FailingAllocations, EachFailureInAShortScenarioLosesNothing) {
@@ -133,12 +133,12 @@ TEST_F(FailingAllocations, SaveToAFolderLeavesThePreviousVersionOrTheNew) {
       saved = Save(newState, store) && store.Commit();
     });
     EXPECT_EQ(LiveBlocks(), live) << number;
-    EXPECT_TRUE(saved || end == End::kThrew) << number;
+    EXPECT_TRUE(saved || end == End::Threw) << number;
     Kit::DirectoryStore reader(path, options);
     const std::string found = Load(reader);
     ASSERT_TRUE(found == after || (!saved && found == before)) << number << ": " << found;
     EXPECT_TRUE(reader.FindDamage().empty()) << number;
-    if (end != End::kUnfired) continue;
+    if (end != End::Unfired) continue;
     EXPECT_GT(number, 100u);
     return;
   }

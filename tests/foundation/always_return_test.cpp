@@ -9,12 +9,12 @@ namespace {
 
 using TalUtils::always_return_t;
 
-enum class Choice { kNone, kRoot, kLeft };
+enum class Choice { None, Root, Left };
 
 TEST(AlwaysReturn, ReturnsItsValueForAnyArguments) {
-  const always_return_t<Choice> choose_left{Choice::kLeft};
-  EXPECT_EQ(choose_left(), Choice::kLeft);
-  EXPECT_EQ(choose_left(1, "two", std::string("three")), Choice::kLeft);
+  const always_return_t<Choice> choose_left{Choice::Left};
+  EXPECT_EQ(choose_left(), Choice::Left);
+  EXPECT_EQ(choose_left(1, "two", std::string("three")), Choice::Left);
 }
 
 TEST(AlwaysReturn, ReturnsTheSameValueAgain) {

@@ -12,14 +12,14 @@ using namespace TalVcs::Testing;
 
 /// One edit in a form that can be made one by one and in a batch.
 struct Step {
-  enum Kind { kBlob, kTree, kObject, kRemove } kind;
+  enum class Kind { Blob, Tree, Object, Remove } kind;
   std::string path;
   std::string text;  // of the blob, or of the blobs in the tree
 };
 
 // GoogleTest would print the bytes, those behind the members too.
 void PrintTo(const Step& step, std::ostream* output) {
-  *output << step.kind << ' ' << step.path << ' ' << step.text;
+  *output << static_cast<int>(step.kind) << ' ' << step.path << ' ' << step.text;
 }
 
 Tree SmallTree(Repository& repository, const std::string& text) {
@@ -35,13 +35,13 @@ Id KnownId(Repository& repository, const std::string& text) {
 void Append(BatchEdit& batch, Repository& repository, const Step& step) {
   const WideString path = Wide(step.path);
   switch (step.kind) {
-    case Step::kBlob:
+    case Step::Kind::Blob:
       return batch.AddBlob(path, BlobOf(step.text));
-    case Step::kTree:
+    case Step::Kind::Tree:
       return batch.AddTree(path, SmallTree(repository, step.text));
-    case Step::kObject:
+    case Step::Kind::Object:
       return batch.AddObject(path, KnownId(repository, step.text));
-    case Step::kRemove:
+    case Step::Kind::Remove:
       return batch.RemoveObject(path);
   }
 }
@@ -49,13 +49,13 @@ void Append(BatchEdit& batch, Repository& repository, const Step& step) {
 bool MakeAlone(Tree& tree, Repository& repository, const Step& step) {
   const WideString path = Wide(step.path);
   switch (step.kind) {
-    case Step::kBlob:
+    case Step::Kind::Blob:
       return tree.AddBlob(&repository, path, BlobOf(step.text)) != nullptr;
-    case Step::kTree:
+    case Step::Kind::Tree:
       return tree.AddTree(&repository, path, SmallTree(repository, step.text)) != nullptr;
-    case Step::kObject:
+    case Step::Kind::Object:
       return tree.AddObject(&repository, path, KnownId(repository, step.text)) != nullptr;
-    case Step::kRemove:
+    case Step::Kind::Remove:
       return tree.RemoveObject(&repository, path);
   }
   return false;
@@ -103,44 +103,58 @@ TEST_P(BatchEditCases, HaveTheSameEffectAsOneByOne) {
 
 INSTANTIATE_TEST_SUITE_P(
     All, BatchEditCases,
-    testing::Values(
-        Steps{}, Steps{{Step::kBlob, "a", "1"}},
-        Steps{{Step::kBlob, "", "1"}, {Step::kRemove, "", ""}},
-        Steps{{Step::kBlob, "//", "1"}, {Step::kBlob, "/d//e/", "1"}},
-        // A path that runs through a blob, and a blob in place of a directory.
-        Steps{{Step::kBlob, "f/below", "1"}}, Steps{{Step::kBlob, "d", "1"}},
-        Steps{{Step::kBlob, "d", "1"}, {Step::kBlob, "d/new", "2"}},
-        Steps{{Step::kBlob, "d", "1"}, {Step::kRemove, "d/e", ""}, {Step::kRemove, "d/f", ""}},
-        Steps{{Step::kBlob, "f/b", "1"}, {Step::kRemove, "f/b", ""}},
-        Steps{{Step::kBlob, "f/b", "1"}, {Step::kRemove, "f", ""}, {Step::kBlob, "f/c", "2"}},
-        // The same path added and removed.
-        Steps{{Step::kBlob, "x/y/z", "1"}, {Step::kRemove, "x/y/z", ""}},
-        Steps{{Step::kBlob, "x/y/z", "1"}, {Step::kRemove, "x", ""}, {Step::kBlob, "x/w", "2"}},
-        Steps{{Step::kRemove, "d/e", ""}, {Step::kBlob, "d/e/g", "5"}},
-        Steps{
-            {Step::kBlob, "d/e/k", "1"}, {Step::kRemove, "d/e", ""}, {Step::kRemove, "d/e/k", ""}},
-        // Directories that are left empty.
-        Steps{{Step::kRemove, "d/e/g", ""}, {Step::kRemove, "d/e/h", ""}},
-        Steps{
-            {Step::kRemove, "d/e/g", ""}, {Step::kRemove, "d/e/h", ""}, {Step::kRemove, "d/f", ""}},
-        Steps{{Step::kRemove, "d/f", ""},
-              {Step::kBlob, "d/e/x/y", ""},
-              {Step::kRemove, "d/e/g", ""},
-              {Step::kRemove, "d/e/h", ""},
-              {Step::kRemove, "d/e/x", ""}},
-        // What isn't there.
-        Steps{{Step::kRemove, "no", ""}, {Step::kRemove, "d/no/x", ""}, {Step::kRemove, "f/x", ""}},
-        Steps{{Step::kObject, "d/o", "known"}, {Step::kObject, "d/p", "unknown"}},
-        // Trees, empty ones among them.
-        Steps{{Step::kTree, "d", "t"}, {Step::kBlob, "d/in/z", "1"}},
-        Steps{
-            {Step::kBlob, "d/e/new", "1"}, {Step::kTree, "d/e", "t"}, {Step::kRemove, "d/e/y", ""}},
-        Steps{
-            {Step::kTree, "void", ""}, {Step::kTree, "v/void", ""}, {Step::kRemove, "v/void", ""}},
-        Steps{{Step::kTree, "v/void", ""},
-              {Step::kBlob, "v/void/x", "1"},
-              {Step::kRemove, "v/void/x", ""}},
-        Steps{{Step::kTree, "f", "t"}, {Step::kRemove, "f/in/x", ""}, {Step::kRemove, "f/y", ""}}));
+    testing::Values(Steps{}, Steps{{Step::Kind::Blob, "a", "1"}},
+                    Steps{{Step::Kind::Blob, "", "1"}, {Step::Kind::Remove, "", ""}},
+                    Steps{{Step::Kind::Blob, "//", "1"}, {Step::Kind::Blob, "/d//e/", "1"}},
+                    // A path that runs through a blob, and a blob in place of a directory.
+                    Steps{{Step::Kind::Blob, "f/below", "1"}}, Steps{{Step::Kind::Blob, "d", "1"}},
+                    Steps{{Step::Kind::Blob, "d", "1"}, {Step::Kind::Blob, "d/new", "2"}},
+                    Steps{{Step::Kind::Blob, "d", "1"},
+                          {Step::Kind::Remove, "d/e", ""},
+                          {Step::Kind::Remove, "d/f", ""}},
+                    Steps{{Step::Kind::Blob, "f/b", "1"}, {Step::Kind::Remove, "f/b", ""}},
+                    Steps{{Step::Kind::Blob, "f/b", "1"},
+                          {Step::Kind::Remove, "f", ""},
+                          {Step::Kind::Blob, "f/c", "2"}},
+                    // The same path added and removed.
+                    Steps{{Step::Kind::Blob, "x/y/z", "1"}, {Step::Kind::Remove, "x/y/z", ""}},
+                    Steps{{Step::Kind::Blob, "x/y/z", "1"},
+                          {Step::Kind::Remove, "x", ""},
+                          {Step::Kind::Blob, "x/w", "2"}},
+                    Steps{{Step::Kind::Remove, "d/e", ""}, {Step::Kind::Blob, "d/e/g", "5"}},
+                    Steps{{Step::Kind::Blob, "d/e/k", "1"},
+                          {Step::Kind::Remove, "d/e", ""},
+                          {Step::Kind::Remove, "d/e/k", ""}},
+                    // Directories that are left empty.
+                    Steps{{Step::Kind::Remove, "d/e/g", ""}, {Step::Kind::Remove, "d/e/h", ""}},
+                    Steps{{Step::Kind::Remove, "d/e/g", ""},
+                          {Step::Kind::Remove, "d/e/h", ""},
+                          {Step::Kind::Remove, "d/f", ""}},
+                    Steps{{Step::Kind::Remove, "d/f", ""},
+                          {Step::Kind::Blob, "d/e/x/y", ""},
+                          {Step::Kind::Remove, "d/e/g", ""},
+                          {Step::Kind::Remove, "d/e/h", ""},
+                          {Step::Kind::Remove, "d/e/x", ""}},
+                    // What isn't there.
+                    Steps{{Step::Kind::Remove, "no", ""},
+                          {Step::Kind::Remove, "d/no/x", ""},
+                          {Step::Kind::Remove, "f/x", ""}},
+                    Steps{{Step::Kind::Object, "d/o", "known"},
+                          {Step::Kind::Object, "d/p", "unknown"}},
+                    // Trees, empty ones among them.
+                    Steps{{Step::Kind::Tree, "d", "t"}, {Step::Kind::Blob, "d/in/z", "1"}},
+                    Steps{{Step::Kind::Blob, "d/e/new", "1"},
+                          {Step::Kind::Tree, "d/e", "t"},
+                          {Step::Kind::Remove, "d/e/y", ""}},
+                    Steps{{Step::Kind::Tree, "void", ""},
+                          {Step::Kind::Tree, "v/void", ""},
+                          {Step::Kind::Remove, "v/void", ""}},
+                    Steps{{Step::Kind::Tree, "v/void", ""},
+                          {Step::Kind::Blob, "v/void/x", "1"},
+                          {Step::Kind::Remove, "v/void/x", ""}},
+                    Steps{{Step::Kind::Tree, "f", "t"},
+                          {Step::Kind::Remove, "f/in/x", ""},
+                          {Step::Kind::Remove, "f/y", ""}}));
 
 TEST(BatchEdit, RandomEditsHaveTheSameEffectAsOneByOne) {
   const unsigned seed = std::random_device()();
@@ -156,10 +170,10 @@ TEST(BatchEdit, RandomEditsHaveTheSameEffectAsOneByOne) {
     const int before = below(10);
     for (int number = 0; number < 40; ++number) {
       Step step;
-      step.kind = static_cast<Step::Kind>(below(10) < 5 ? Step::kRemove : below(3));
+      step.kind = below(10) < 5 ? Step::Kind::Remove : static_cast<Step::Kind>(below(3));
       for (int level = below(4); level >= 0; --level)
         step.path += std::string(1, "abc"[below(3)]) + "/";
-      step.text = step.kind == Step::kTree && below(4) == 0 ? "" : std::to_string(below(5));
+      step.text = step.kind == Step::Kind::Tree && below(4) == 0 ? "" : std::to_string(below(5));
       if (number < before) {
         MakeAlone(start, repository, step);
       } else {

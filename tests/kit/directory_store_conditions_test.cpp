@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <tests/kit/saved_states.h>
 #include <tests/kit/temporary_folder.h>
+#include <tests/support/child_process.h>
 #include <unistd.h>
 #ifdef __linux__
 #include <sys/mount.h>
@@ -52,15 +53,6 @@ Repository LargeState() {
     CommitFile(repository, Wide("master"), name, std::string(4000u * number, 'x') + name);
   }
   return repository;
-}
-
-/// Runs `act` in a child process and returns its exit code.
-int InChild(const std::function<int()>& act) {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(act());
-  int status = 0;
-  if (::waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
 }
 
 class DirectoryStoreConditions : public testing::Test {
@@ -167,12 +159,11 @@ TEST_F(DirectoryStoreConditions, FolderThatMayNotBeWrittenCanStillBeRead) {
   for (const auto& entry : fs::recursive_directory_iterator(m_folder.Path())) {
     fs::permissions(entry.path(), all & ~writing);
   }
-  // Nothing is forbidden to a superuser, who may not be able to become anybody else. The child
-  // enters the folder first: what lies above it can be closed to others.
+  // The child enters the folder first: the folders above it may be closed to other users.
   constexpr int kSuperuser = 3;
   const int code = InChild([&] {
     fs::current_path(m_folder.Path());
-    const bool superuser = ::geteuid() == 0 && ::setuid(65534) != 0;
+    const bool superuser = !BecomeOrdinaryUser();
     if (LoadFrom(".") != Describe(m_old)) return 1;
     const std::string error = SaveIn(".", m_large);
     if (superuser) return error.empty() ? kSuperuser : 2;

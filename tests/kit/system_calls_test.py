@@ -1,45 +1,32 @@
-"""Saves in which one system call is the last, or fails: each that has to do with files, in turn.
+"""Saves into a store in a folder in which one system call is the last, or fails: each in turn.
 
-SAVE_STATES names the program that saves. strace steps in; without it there is nothing to see. A
-program that knows the state "former" saves into a store of the former format too, which upgrades it.
+A program that knows the state "former" saves into a store of the former format too, which upgrades it.
 """
 
-import collections
 import os
 import re
 import shutil
-import subprocess
-import tempfile
 import unittest
 
-from tracing import can_trace
+from system_calls import SavingProgram, can_trace, folder_in_memory
 
-PROGRAM = os.environ["SAVE_STATES"]
-CALLS = "%file,%desc"
-MEMORY = "/dev/shm"  # folders there need no medium
 NOTHING = "0 commits, 0 trees, 0 blobs, 0 damaged"
-
-
-def run(*command):
-    return subprocess.run(command, capture_output=True, text=True, check=False, timeout=60)
 
 
 @unittest.skipUnless(can_trace(), "strace isn't there or may not trace")
 class SystemCalls(unittest.TestCase):
     def setUp(self):
-        place = MEMORY if os.access(MEMORY, os.W_OK) else None
-        holder = tempfile.TemporaryDirectory(prefix="talvcs-calls-", dir=place)
-        self.addCleanup(holder.cleanup)
-        self.folder = os.path.join(holder.name, "store")
-        self.saved = os.path.join(holder.name, "saved")
-        self.trace = os.path.join(holder.name, "trace")
+        holder = folder_in_memory(self)
+        self.folder = os.path.join(holder, "store")
+        self.saved = os.path.join(holder, "saved")
+        self.program = SavingProgram(self, self.folder, self.folder, os.path.join(holder, "trace"))
         self.texts = {"nothing": NOTHING}
         for state in ("old", "new", "former"):
             self.start_with("nothing")
-            if run(PROGRAM, self.folder, state).returncode != 0:
+            if self.program.act(state).returncode != 0:
                 self.assertEqual(state, "former")
                 continue
-            self.texts[state] = self.describe()
+            self.texts[state] = self.program.describe()
             shutil.copytree(self.folder, os.path.join(self.saved, state))
 
     def start_with(self, state):
@@ -47,37 +34,14 @@ class SystemCalls(unittest.TestCase):
         if state != "nothing":
             shutil.copytree(os.path.join(self.saved, state), self.folder)
 
-    def describe(self):
-        return run(PROGRAM, self.folder, "describe").stdout.strip()
-
-    def save(self, *injection):
-        return run("strace", "-qq", "-o", self.trace, "-e", f"trace={CALLS}", *injection,
-                   PROGRAM, self.folder, "new")
-
-    def calls(self, start):
-        """Yields the name and number of each call from the first on the store."""
-        self.start_with(start)
-        self.assertEqual(self.save().returncode, 0)
-        counts = collections.Counter()
-        begun = False
-        with open(self.trace, encoding="utf-8", errors="replace") as trace:
-            for line in trace:
-                name = re.match(r"\w+", line)
-                if not name:
-                    continue
-                counts[name.group()] += 1
-                begun = begun or self.folder in line
-                if begun:
-                    yield name.group(), counts[name.group()]
-
     def check(self, start, what, ended):
         """The store is as before, or as saved; it has to be the latter if the save ended well."""
-        found = self.describe()
+        found = self.program.describe()
         allowed = [self.texts["new"]] + ([] if ended else [self.texts[start]])
         self.assertIn(found, allowed, what)
-        again = run(PROGRAM, self.folder, "new")
+        again = self.program.act("new")
         self.assertEqual((again.returncode, again.stderr), (0, ""), what)
-        self.assertEqual(self.describe(), self.texts["new"], what)
+        self.assertEqual(self.program.describe(), self.texts["new"], what)
         files = [name for _, _, names in os.walk(os.path.join(self.folder, ".vcs")) for name in names]
         self.assertFalse([name for name in files if name.endswith(".new")], what)
         objects = sum(len(name) == 62 for name in files)
@@ -86,22 +50,10 @@ class SystemCalls(unittest.TestCase):
         return found == self.texts["new"]
 
     def inject(self, start, injection):
-        kept = done = 0
-        for name, number in list(self.calls(start)):
-            if name == "close" and "error" in injection:
-                continue  # strace would leave the file open, and what is locked with it
-            what = f"{injection} at {name} number {number}"
-            self.start_with(start)
-            result = self.save("-e", f"inject={name}:{injection}:when={number}")
-            if injection == "signal=KILL":
-                self.assertEqual(result.returncode, -9, what)
-            else:
-                self.assertTrue(result.returncode == 0 or result.returncode == 1 and result.stderr,
-                                f"{what}: {result.returncode}")
-            if self.check(start, what, result.returncode == 0):
-                done += 1
-            else:
-                kept += 1
+        results = [self.check(start, what, ended)
+                   for what, ended in self.program.inject(lambda: self.start_with(start), injection)]
+        done = sum(results)
+        kept = len(results) - done
         print(f"{injection} from {start}: {kept + done} calls, {kept} times the state before,",
               f"{done} times the state saved")
         self.assertGreater(kept, 20)

@@ -73,7 +73,7 @@ std::set<std::string> PatternsOf(const std::vector<Row>& rows, bool withKinds) {
   return patterns;
 }
 
-enum class Siblings { kNone, kOfEachSide };
+enum class Siblings { None, OfEachSide };
 
 // One of the three trees: the entry "e" below `directory`, and entries beside it that keep both
 // sides different from each other.
@@ -107,7 +107,7 @@ struct Situation {
 // Merges one row in one situation and one answer; checks entry, neighbours, questions and inputs.
 void CheckRow(const Row& row, const Situation& situation, ConflictChoice answer) {
   Repository repository = NewRepository();
-  const bool beside = situation.siblings == Siblings::kOfEachSide;
+  const bool beside = situation.siblings == Siblings::OfEachSide;
   const std::size_t leftSide = situation.swapped ? 2 : 1;
   const MergeTrees trees{
       TreeWith(repository, situation.directory, row.sides[leftSide], beside ? "l" : ""),
@@ -153,7 +153,7 @@ void CheckRow(const Row& row, const Situation& situation, ConflictChoice answer)
 
 void CheckTable(const std::string& directory, bool swapped) {
   for (const Row& row : ReadTable()) {
-    for (const Siblings siblings : {Siblings::kNone, Siblings::kOfEachSide}) {
+    for (const Siblings siblings : {Siblings::None, Siblings::OfEachSide}) {
       for (const ConflictChoice answer : {ConflictChoice::Left, ConflictChoice::Right,
                                           ConflictChoice::Root, ConflictChoice::Undecided}) {
         SCOPED_TRACE(row.sides[0] + ' ' + row.sides[1] + ' ' + row.sides[2] + ", answer " +

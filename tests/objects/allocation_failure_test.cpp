@@ -200,7 +200,7 @@ TEST(ObjectAllocationFailure, OfALoadLeavesNothingBehind) {
 TEST(ObjectAllocationFailure, OfDestructionCannotHappen) {
   const int failures = ForEachFailingAllocation(
       [] {
-        RecordingRepository repository(RecordingRepository::Mode::kPassThrough);
+        RecordingRepository repository(RecordingRepository::Mode::PassThrough);
         cow_ptr<Commit> tip = Make<Commit>();
         tip.write()->AddBlob(&repository, TAL_WIDE("a/b/c/d"), BlobOf("x"));
         return Make<Commit>(tip, false);

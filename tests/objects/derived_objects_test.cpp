@@ -87,11 +87,11 @@ TEST(DerivedBlobs, AreLeftOutWhenIdsAreComputedTogether) {
 template <class Base>
 class Witness final : public Base {
  public:
-  Witness(std::string name, std::vector<std::string>& calls)
-      : m_name(std::move(name)), m_calls(&calls) {}
+  Witness(std::string name, std::vector<std::string>& calls, const char* id = "same")
+      : m_name(std::move(name)), m_id(Wide(id)), m_calls(&calls) {}
   Id GetId() const override {
     m_calls->push_back("id of " + m_name);
-    return Id(TAL_WIDE("same"));
+    return m_id;
   }
   const Buffer& GetData() const override {
     m_calls->push_back("data of " + m_name);
@@ -104,6 +104,7 @@ class Witness final : public Base {
 
  private:
   std::string m_name;
+  Id m_id;
   std::vector<std::string>* m_calls;
   Buffer m_packed = BufferOf("packed");
 };
@@ -115,6 +116,44 @@ TYPED_TEST(DerivedObjects, AreComparedByTheIdOfTheLeftOneFirst) {
   const Witness<TypeParam> right("right", calls);
   EXPECT_TRUE(left == right);
   EXPECT_EQ(calls, (std::vector<std::string>{"id of left", "id of right"}));
+}
+
+/// Two directories with a blob of the host's under one name.
+class DerivedEntries : public ::testing::Test {
+ protected:
+  using Calls = std::vector<std::string>;
+
+  cow_ptr<Tree> DirectoryWith(const std::string& name, const char* id) {
+    Repository repository = NewRepository();
+    repository.SyncWithStorage(cow_ptr<Blob>(std::make_shared<Witness<Blob>>(name, m_calls, id)));
+    cow_ptr<Tree> tree;
+    EXPECT_TRUE(tree.write()->AddObject(&repository, TAL_WIDE("file"), Id(Wide(id))));
+    return tree;
+  }
+  /// Returns which calls reach the blobs while `act` compares the directories.
+  template <class Act>
+  Calls CallsOf(Act act) {
+    m_calls.clear();
+    act();
+    return m_calls;
+  }
+
+  Calls m_calls;
+};
+
+TEST_F(DerivedEntries, AreComparedByTheIdOfTheDiffedTreeFirst) {
+  const cow_ptr<Tree> left = DirectoryWith("left", "1");
+  const cow_ptr<Tree> right = DirectoryWith("right", "2");
+  const Calls in_order = {"id of left", "id of right"};
+  EXPECT_EQ(CallsOf([&] { EXPECT_EQ(left->GetLocalBlobDiffs(right).size(), 1U); }), in_order);
+  EXPECT_EQ(CallsOf([&] { EXPECT_EQ(left->GetDeepBlobDiffs(right).size(), 1U); }), in_order);
+}
+
+TEST_F(DerivedEntries, OfOneIdAreComparedFromBothSides) {
+  const cow_ptr<Tree> left = DirectoryWith("left", "1");
+  const cow_ptr<Tree> right = DirectoryWith("right", "1");
+  EXPECT_EQ(CallsOf([&] { EXPECT_TRUE(left->GetLocalBlobDiffs(right).empty()); }),
+            (Calls{"id of left", "id of right", "id of right", "id of left"}));
 }
 
 TEST(DerivedCommits, AreComparedInTheOrderOfTheArgumentsOfACommonBase) {

@@ -62,7 +62,7 @@ TEST_F(TreeDepth, IsRemovedToTheTop) {
 
 TEST(TreeDepthWithoutStorage, IsDestroyedByItsLastHolder) {
   // Nothing but the tree holds the levels here.
-  RecordingRepository repository(RecordingRepository::Mode::kPassThrough);
+  RecordingRepository repository(RecordingRepository::Mode::PassThrough);
   auto tree = std::make_unique<Tree>();
   const cow_ptr<Blob> blob = tree->AddBlob(&repository, DeepPath("f"), BlobOf("x"));
   EXPECT_EQ(blob.use_count(), 2);
@@ -71,7 +71,7 @@ TEST(TreeDepthWithoutStorage, IsDestroyedByItsLastHolder) {
 }
 
 TEST(TreeDepthWithoutStorage, IsDestroyedByAnEdit) {
-  RecordingRepository repository(RecordingRepository::Mode::kPassThrough);
+  RecordingRepository repository(RecordingRepository::Mode::PassThrough);
   Tree tree;
   const cow_ptr<Blob> blob = tree.AddBlob(&repository, DeepPath("f"), BlobOf("x"));
   EXPECT_TRUE(tree.RemoveObject(&repository, TAL_WIDE("d")));
@@ -82,7 +82,7 @@ TEST(TreeDepthWithoutStorage, IsDestroyedByAnEdit) {
 }
 
 TEST(TreeDepthWithoutStorage, IsNestedFromBelowWithoutLimit) {
-  RecordingRepository repository(RecordingRepository::Mode::kPassThrough);
+  RecordingRepository repository(RecordingRepository::Mode::PassThrough);
   Tree tree = TreeOf(&repository, {{"f", "x"}});
   const cow_ptr<Blob> blob = tree.GetLocalBlob(TAL_WIDE("f"));
   for (int level = 0; level < 10 * kLevels; ++level) {

@@ -302,7 +302,7 @@ TEST_F(TreePaths, EditStoresOneTreeForEachDirectory) {
 }
 
 TEST(TreePathsPassThrough, WithoutAStorageEntriesAreTheCopies) {
-  RecordingRepository repository(Mode::kPassThrough);
+  RecordingRepository repository(Mode::PassThrough);
   Tree tree;
   const cow_ptr<Blob> added = tree.AddBlob(&repository, TAL_WIDE("d/a"), BlobOf("x"));
   EXPECT_TRUE(added != nullptr);

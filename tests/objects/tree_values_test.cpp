@@ -134,7 +134,7 @@ TEST_F(TreeValues, EntriesOutliveTheRepository) {
 
 // A repository that loses what it is given leaves null entries behind.
 TEST(TreeNullEntries, AreCountedButNotWrittenOrListed) {
-  RecordingRepository repository(RecordingRepository::Mode::kLose);
+  RecordingRepository repository(RecordingRepository::Mode::Lose);
   Tree tree;
   EXPECT_TRUE(tree.AddBlob(&repository, TAL_WIDE("a"), BlobOf("x")) == nullptr);
   EXPECT_TRUE(tree.AddTree(&repository, TAL_WIDE("t"), Tree()) == nullptr);
@@ -151,7 +151,7 @@ TEST(TreeNullEntries, AreCountedButNotWrittenOrListed) {
 
 TEST(TreeNullEntries, NullBlobHidesASubtree) {
   RecordingRepository storing;
-  RecordingRepository losing(RecordingRepository::Mode::kLose);
+  RecordingRepository losing(RecordingRepository::Mode::Lose);
   Tree tree;
   tree.AddBlob(&storing, TAL_WIDE("a/b"), BlobOf("x"));
   tree.AddBlob(&losing, TAL_WIDE("a"), BlobOf("lost"));
@@ -163,7 +163,7 @@ TEST(TreeNullEntries, NullBlobHidesASubtree) {
 
 TEST(TreeNullEntries, CanBeRemovedAndReplaced) {
   RecordingRepository storing;
-  RecordingRepository losing(RecordingRepository::Mode::kLose);
+  RecordingRepository losing(RecordingRepository::Mode::Lose);
   Tree tree;
   tree.AddBlob(&losing, TAL_WIDE("a"), BlobOf("lost"));
   tree.AddBlob(&losing, TAL_WIDE("b"), BlobOf("lost"));
@@ -175,7 +175,7 @@ TEST(TreeNullEntries, CanBeRemovedAndReplaced) {
 
 // The child is held by the tree alone, which lets go of it while it takes its entries over.
 TEST_F(TreeValues, AssignmentFromItsOwnChildCopiesTheEntries) {
-  RecordingRepository passing(RecordingRepository::Mode::kPassThrough);
+  RecordingRepository passing(RecordingRepository::Mode::PassThrough);
   Tree tree = TreeOf(&passing, {{"d/a", "x"}, {"f", "y"}});
   const Tree* const child = tree.GetLocalTree(TAL_WIDE("d")).get();
   child->GetData();

@@ -9,9 +9,9 @@
 
 namespace {
 
-enum class Fault { kNone, kArmed, kFired };
+enum class Fault { None, Armed, Fired };
 
-thread_local Fault fault = Fault::kNone;
+thread_local Fault fault = Fault::None;
 thread_local std::size_t allocations_left = 0;
 thread_local std::size_t allocations_made = 0;
 std::atomic<std::ptrdiff_t> live_blocks = 0;
@@ -26,12 +26,12 @@ std::ptrdiff_t SizeOf([[maybe_unused]] void* memory) noexcept {
 }
 
 bool HasToFail() noexcept {
-  if (fault != Fault::kArmed) return false;
+  if (fault != Fault::Armed) return false;
   if (allocations_left > 0) {
     --allocations_left;
     return false;
   }
-  fault = Fault::kFired;
+  fault = Fault::Fired;
   return true;
 }
 
@@ -78,12 +78,12 @@ namespace TalVcs::Testing {
 
 FailingAllocation::FailingAllocation(std::size_t passed) noexcept {
   allocations_left = passed;
-  fault = Fault::kArmed;
+  fault = Fault::Armed;
 }
 
-FailingAllocation::~FailingAllocation() { fault = Fault::kNone; }
+FailingAllocation::~FailingAllocation() { fault = Fault::None; }
 
-bool FailingAllocation::HasFired() const noexcept { return fault == Fault::kFired; }
+bool FailingAllocation::HasFired() const noexcept { return fault == Fault::Fired; }
 
 std::ptrdiff_t LiveBlocks() noexcept { return live_blocks.load(std::memory_order_relaxed); }
 

@@ -17,8 +17,8 @@ template <class T>
 cow_ptr<T> RecordingRepository::Sync(Table<T>& table, cow_ptr<T> object) {
   if (!object) return nullptr;
   if (cow_ptr<T> stored = Find(table, object->GetId())) return stored;
-  if (m_mode == Mode::kLose) return nullptr;
-  if (m_mode == Mode::kStore) table.emplace(Ascii(object->GetId()), object);
+  if (m_mode == Mode::Lose) return nullptr;
+  if (m_mode == Mode::Store) table.emplace(Ascii(object->GetId()), object);
   return object;
 }
 

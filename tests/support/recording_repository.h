@@ -21,12 +21,12 @@ class RecordingRepository final : public IRepository {
  public:
   /// What `SyncWithStorage` does with an object that isn't stored yet.
   enum class Mode {
-    kStore,        // stores and returns it
-    kPassThrough,  // returns it unstored, like a repository without a storage
-    kLose,         // returns null
+    Store,        // stores and returns it
+    PassThrough,  // returns it unstored, like a repository without a storage
+    Lose,         // returns null
   };
 
-  explicit RecordingRepository(Mode mode = Mode::kStore) : m_mode(mode) {}
+  explicit RecordingRepository(Mode mode = Mode::Store) : m_mode(mode) {}
 
   /// Makes `commit` what `GetHead` answers.
   void SetHead(cow_ptr<Commit> commit) { m_head = std::move(commit); }

@@ -1,4 +1,5 @@
 #include <kit/open/internal/id_map.h>
+#include <talvcs/format/id_text.h>
 #include <talvcs/foundation/data_encoding.h>
 
 #include <cstring>
@@ -7,32 +8,16 @@ namespace TalVcs::Kit {
 
 namespace {
 
-constexpr int kDigits = 64;
 constexpr std::size_t kFirstSlots = 64;
-
-int DigitOf(WideChar character) noexcept {
-  if (character >= TAL_WIDE('0') && character <= TAL_WIDE('9')) return character - TAL_WIDE('0');
-  if (character >= TAL_WIDE('a') && character <= TAL_WIDE('f')) {
-    return character - TAL_WIDE('a') + 10;
-  }
-  return -1;
-}
 
 }  // namespace
 
 std::optional<IdKey> KeyOf(const Id& id) {
-  const TalStringViewT<WideChar> text = id.View();
-  if (text.length != kDigits) return std::nullopt;
-  std::array<unsigned char, kDigits / 2> bytes;
-  for (std::size_t index = 0; index < bytes.size(); ++index) {
-    const int high = DigitOf(text.text[2 * index]);
-    const int low = DigitOf(text.text[2 * index + 1]);
-    if (high < 0 || low < 0) return std::nullopt;
-    bytes[index] = static_cast<unsigned char>(high * 16 + low);
-  }
+  const std::optional<IdBytes> bytes = BytesOfIdText(id.View());
+  if (!bytes) return std::nullopt;
   IdKey key;
-  static_assert(sizeof(key.words) == sizeof(bytes));
-  std::memcpy(key.words.data(), bytes.data(), bytes.size());
+  static_assert(sizeof(key.words) == sizeof(IdBytes));
+  std::memcpy(key.words.data(), bytes->data(), bytes->size());
   return key;
 }
 

@@ -11,7 +11,7 @@
 
 namespace TalVcs::Kit {
 
-/// The 32 bytes that an id writes as 64 lower-case hexadecimal digits.
+/// The digest that an id writes in digits, in four words.
 struct IdKey {
   std::array<std::uint64_t, 4> words{};
 

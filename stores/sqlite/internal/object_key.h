@@ -1,11 +1,10 @@
 #pragma once
 
 #include <kit/store/object_store.h>
+#include <talvcs/format/id_text.h>
+#include <talvcs/foundation/data_encoding.h>
 
-#include <algorithm>
-#include <array>
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <span>
@@ -13,7 +12,7 @@
 namespace TalVcs::Kit::Sqlite {
 
 /// The id of an object as bytes.
-using ObjectKey = std::array<std::uint8_t, 32>;
+using ObjectKey = IdBytes;
 
 struct ObjectKeyHash {
   std::size_t operator()(const ObjectKey& key) const noexcept {
@@ -24,26 +23,10 @@ struct ObjectKeyHash {
 };
 
 /// Returns nothing for an id that isn't an object's.
-inline std::optional<ObjectKey> KeyOf(const Id& id) noexcept {
-  if (!IsObjectId(id)) return std::nullopt;
-  const WideChar* digits = id.View().text;
-  const auto value = [](WideChar digit) { return digit <= '9' ? digit - '0' : digit - 'a' + 10; };
-  ObjectKey key;
-  for (std::size_t index = 0; index < key.size(); ++index) {
-    key[index] =
-        static_cast<std::uint8_t>(value(digits[2 * index]) << 4 | value(digits[2 * index + 1]));
-  }
-  return key;
-}
+inline std::optional<ObjectKey> KeyOf(const Id& id) noexcept { return BytesOfIdText(id.View()); }
 
 inline Id IdOf(const ObjectKey& key) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::array<WideChar, 64> digits;
-  for (std::size_t index = 0; index < key.size(); ++index) {
-    digits[2 * index] = static_cast<WideChar>(kDigits[key[index] >> 4]);
-    digits[2 * index + 1] = static_cast<WideChar>(kDigits[key[index] & 15]);
-  }
-  return Id(TalStringViewT<WideChar>(std::basic_string_view(digits.data(), digits.size())));
+  return Id(TalUtils::DataEncoding::HexEncode(key.data(), key.size()));
 }
 
 /// Returns nothing for bytes that aren't as many as a key has.

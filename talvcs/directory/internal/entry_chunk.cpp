@@ -1,6 +1,6 @@
 #include <talvcs/directory/internal/entry_chunk.h>
 
-#include <talvcs/format/internal/id_format.h>
+#include <talvcs/format/id_text.h>
 #include <talvcs/foundation/internal/prefetch.h>
 
 #include <algorithm>

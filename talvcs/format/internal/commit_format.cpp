@@ -1,6 +1,6 @@
 #include <talvcs/format/internal/commit_format.h>
 
-#include <talvcs/format/internal/id_format.h>
+#include <talvcs/format/id_text.h>
 #include <talvcs/foundation/internal/utf.h>
 
 #include <algorithm>

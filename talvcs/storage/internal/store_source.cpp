@@ -1,6 +1,6 @@
 #include <talvcs/directory/internal/stored_entries.h>
+#include <talvcs/format/id_text.h>
 #include <talvcs/format/internal/commit_format.h>
-#include <talvcs/format/internal/id_format.h>
 #include <talvcs/format/internal/packed_format.h>
 #include <talvcs/foundation/internal/contiguous_bytes.h>
 #include <talvcs/objects/internal/absent_objects.h>
@@ -25,15 +25,7 @@ TalStringT<WideChar> Wide(std::string_view bytes) {
 }
 
 /// True for a text that can name a stored object, so that others are never asked for.
-bool CanBeStored(const Id& id) {
-  const TalStringViewT<WideChar> text = id.View();
-  std::string ascii;
-  for (int index = 0; index < text.length; ++index) {
-    if (text.text[index] > 0x7F) return false;
-    ascii += static_cast<char>(text.text[index]);
-  }
-  return IsIdText(ascii);
-}
+bool CanBeStored(const Id& id) { return IsIdText(id.View()); }
 
 // Returns where the data begins. Throws unless the bytes have the digest that `id` says and are a
 // packed form of that type.

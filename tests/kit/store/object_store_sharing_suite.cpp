@@ -16,7 +16,7 @@ using Testing::Ascii;
 using HeadList = std::vector<Head>;
 
 TEST_P(ObjectStoreSuite, OneStoreObjectReadsWhatAnotherHasWritten) {
-  SKIP_UNLESS_DURABLE();
+  if (IsInMemory()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   EXPECT_EQ(HeadsOf(*other), HeadList());
   EXPECT_EQ(other->Missing({{m_one.id}}).value().size(), 1U);
@@ -29,8 +29,8 @@ TEST_P(ObjectStoreSuite, OneStoreObjectReadsWhatAnotherHasWritten) {
 }
 
 TEST_P(ObjectStoreSuite, OneStoreObjectReadsTheValuesOfAnother) {
-  SKIP_UNLESS_DURABLE();
-  SKIP_UNLESS_IT_KEEPS_VALUES();
+  if (IsInMemory()) return;
+  if (RefusesValues()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   EXPECT_EQ(other->Value("current").value(), std::nullopt);
   ASSERT_TRUE(Store().SetValue("current", "master").ok());
@@ -38,7 +38,7 @@ TEST_P(ObjectStoreSuite, OneStoreObjectReadsTheValuesOfAnother) {
 }
 
 TEST_P(ObjectStoreSuite, StoreObjectsMoveHeadsInTurn) {
-  SKIP_UNLESS_DURABLE();
+  if (IsInMemory()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   Write(Store(), {m_one, m_two});
   ExpectMoved(Store(), {{"master", Id(), m_one.id}});
@@ -51,8 +51,8 @@ TEST_P(ObjectStoreSuite, StoreObjectsMoveHeadsInTurn) {
 }
 
 TEST_P(ObjectStoreSuite, SaveIsBusyAfterAnotherStoreObjectHasRemovedObjects) {
-  SKIP_UNLESS_IT_REMOVES();
-  SKIP_UNLESS_DURABLE();
+  if (RefusesRemovals()) return;
+  if (IsInMemory()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   Write(Store(), {m_one, m_two});
   ExpectMoved(Store(), {});
@@ -66,8 +66,8 @@ TEST_P(ObjectStoreSuite, SaveIsBusyAfterAnotherStoreObjectHasRemovedObjects) {
 }
 
 TEST_P(ObjectStoreSuite, NobodyElseMovesHeadsDuringAMark) {
-  SKIP_UNLESS_IT_REMOVES();
-  SKIP_UNLESS_DURABLE();
+  if (RefusesRemovals()) return;
+  if (IsInMemory()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   Write(Store(), {m_one});
   Write(*other, {m_two});
@@ -86,7 +86,7 @@ TEST_P(ObjectStoreSuite, NobodyElseMovesHeadsDuringAMark) {
 }
 
 TEST_P(ObjectStoreSuite, HistoryOfAnotherStoreObjectIsReadOn) {
-  SKIP_UNLESS_DURABLE();
+  if (IsInMemory()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   Write(Store(), {m_firstCommit});
   ExpectMoved(Store(), {{"master", Id(), m_firstCommit.id}});

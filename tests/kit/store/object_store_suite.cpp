@@ -16,6 +16,28 @@ void ObjectStoreSuite::Reopen() {
   ASSERT_TRUE(m_store);
 }
 
+bool ObjectStoreSuite::IsInMemory() {
+  if (GetParam().durable) return false;
+  Write(Store(), {m_one});
+  EXPECT_EQ(ListOf(*OpenAgain()), std::vector<std::string>()) << "both have one store";
+  return true;
+}
+
+bool ObjectStoreSuite::RefusesRemovals() {
+  if (GetParam().removes) return false;
+  Write(Store(), {m_one});
+  ExpectFails(RemoveAllBut(Store(), {}), ErrorCode::Unsupported);
+  EXPECT_EQ(ListOf(Store()), std::vector<std::string>{Ascii(m_one.id)});
+  return true;
+}
+
+bool ObjectStoreSuite::RefusesValues() {
+  if (GetParam().keepsValues) return false;
+  ExpectFails(Store().SetValue("current", "master"), ErrorCode::Unsupported);
+  ExpectFails(Store().Value("current"), ErrorCode::Unsupported);
+  return true;
+}
+
 std::string ObjectStoreSuite::Show(const Result<Buffer>& packed) {
   return packed ? Bytes(*packed) : "<" + std::string(ToString(packed.error().code)) + ">";
 }

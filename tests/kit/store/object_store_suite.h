@@ -41,13 +41,6 @@ struct StoreKind {
   }
 };
 
-#define SKIP_UNLESS_DURABLE() \
-  if (!GetParam().durable) GTEST_SKIP() << "each store object has a store of its own"
-#define SKIP_UNLESS_IT_REMOVES() \
-  if (!GetParam().removes) GTEST_SKIP() << "the store can't remove objects"
-#define SKIP_UNLESS_IT_KEEPS_VALUES() \
-  if (!GetParam().keepsValues) GTEST_SKIP() << "the store keeps no values"
-
 /// A packed form, with an id that was computed elsewhere.
 inline StoredObject Stored(std::string_view id, std::string_view packed) {
   StoredObject object;
@@ -67,6 +60,12 @@ class ObjectStoreSuite : public testing::TestWithParam<StoreKind> {
   std::unique_ptr<IObjectStore> OpenAgain() { return m_open(); }
   /// Ends the store object and opens a durable store anew.
   void Reopen();
+
+  /// Return true for a store without that ability, after checking what it does instead. A test that
+  /// needs the ability then has nothing more to check.
+  bool IsInMemory();
+  bool RefusesRemovals();
+  bool RefusesValues();
 
   /// Require that the operation succeeds, and show its result.
   static ReadObjects Read(IObjectStore& store, std::vector<Id> ids);

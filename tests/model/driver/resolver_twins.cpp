@@ -34,20 +34,20 @@ unsigned HashOf(const Model::Components& path, unsigned salt) {
 
 // Answers drawn by the hash of the path; one is no answer that the enumerations know.
 unsigned BlobAnswerAt(const Model::Components& path, unsigned salt) {
-  constexpr unsigned answers[] = {Model::kBlobLeft,  Model::kBlobRight, Model::kBlobRoot,
-                                  Model::kBlobLeft,  Model::kBlobRight, Model::kBlobRoot,
-                                  Model::kBlobRight, Model::kBlobLeft,  77};
+  constexpr unsigned answers[] = {Model::BlobLeft,  Model::BlobRight, Model::BlobRoot,
+                                  Model::BlobLeft,  Model::BlobRight, Model::BlobRoot,
+                                  Model::BlobRight, Model::BlobLeft,  77};
   const unsigned hash = HashOf(path, salt);
-  return salt % 4 == 0 && hash % 5 == 0 ? Model::kBlobUndecided : answers[hash % 9];
+  return salt % 4 == 0 && hash % 5 == 0 ? Model::BlobUndecided : answers[hash % 9];
 }
 
 unsigned TreeAnswerAt(const Model::Components& path, unsigned salt) {
-  constexpr unsigned answers[] = {Model::kTreeDescend, Model::kTreeDescend, Model::kTreeDescend,
-                                  Model::kTreeDescend, Model::kTreeDescend, 99,
-                                  Model::kTreeLeft,    Model::kTreeRight,   Model::kTreeRoot};
+  constexpr unsigned answers[] = {Model::TreeDescend, Model::TreeDescend, Model::TreeDescend,
+                                  Model::TreeDescend, Model::TreeDescend, 99,
+                                  Model::TreeLeft,    Model::TreeRight,   Model::TreeRoot};
   const unsigned hash = HashOf(path, salt);
-  if (path.empty() && salt % 3 != 0) return Model::kTreeDescend;
-  return salt % 4 == 0 && hash % 5 == 0 ? Model::kTreeUndecided : answers[hash % 9];
+  if (path.empty() && salt % 3 != 0) return Model::TreeDescend;
+  return salt % 4 == 0 && hash % 5 == 0 ? Model::TreeUndecided : answers[hash % 9];
 }
 
 std::optional<std::uint64_t> TimeIn(const Model::Bytes& data) {
@@ -85,24 +85,24 @@ BlobResolver MakeBlobResolver(Choices& choices, const Questions& questions, int 
     case 0:
       return {};
     case 1:
-      return {TalVcs::AlwaysChooseLeft(), Constant(Model::kBlobLeft)};
+      return {TalVcs::AlwaysChooseLeft(), Constant(Model::BlobLeft)};
     case 2:
-      return {TalVcs::AlwaysChooseRight(), Constant(Model::kBlobRight)};
+      return {TalVcs::AlwaysChooseRight(), Constant(Model::BlobRight)};
     case 3:
-      return {TalVcs::AlwaysChooseRoot(), Constant(Model::kBlobRoot)};
+      return {TalVcs::AlwaysChooseRoot(), Constant(Model::BlobRoot)};
     case 6:
     case 7: {
       const BlobResolver first = MakeBlobResolver(choices, questions, depth + 1);
       const BlobResolver second = MakeBlobResolver(choices, questions, depth + 1);
       return {TalVcs::ChainResolvers(first.lib, second.lib),
-              Model::Chain(first.model, second.model, Model::kBlobUndecided)};
+              Model::Chain(first.model, second.model, Model::BlobUndecided)};
     }
     case 8:
     case 9: {
       const BlobResolver otherwise = MakeBlobResolver(choices, questions, depth + 1);
       const BlobResolver byTime = ByTime(choices);
       return {TalVcs::ChainResolvers(byTime.lib, otherwise.lib),
-              Model::Chain(byTime.model, otherwise.model, Model::kBlobUndecided)};
+              Model::Chain(byTime.model, otherwise.model, Model::BlobUndecided)};
     }
     default: {
       const unsigned salt = choices.Below(64);
@@ -127,7 +127,7 @@ TreeResolver MakeTreeResolver(Choices& choices, const Questions& questions, int 
       const TreeResolver first = MakeTreeResolver(choices, questions, depth + 1);
       const TreeResolver second = MakeTreeResolver(choices, questions, depth + 1);
       return {TalVcs::ChainResolvers(first.lib, second.lib),
-              Model::Chain(first.model, second.model, Model::kTreeUndecided)};
+              Model::Chain(first.model, second.model, Model::TreeUndecided)};
     }
     default: {
       const unsigned salt = choices.Below(64);

@@ -67,10 +67,10 @@ struct Merge {
   Resolvers resolvers;
 
   unsigned AskTree(const Components& path) const {
-    return resolvers.tree ? resolvers.tree(path, trees) : kTreeUndecided;
+    return resolvers.tree ? resolvers.tree(path, trees) : TreeUndecided;
   }
   unsigned AskBlob(const Components& path) const {
-    return resolvers.blob ? resolvers.blob(path, trees) : kBlobUndecided;
+    return resolvers.blob ? resolvers.blob(path, trees) : BlobUndecided;
   }
 };
 
@@ -85,13 +85,13 @@ std::optional<Handle<Tree>> MergeLevel(const Merge& merge, MergeTrees trees,
   if (!trees.left && !trees.right) return Handle<Tree>();
   if (trees.left && trees.right && trees.left->GetId() == trees.right->GetId()) return trees.left;
   switch (merge.AskTree(path)) {
-    case kTreeLeft:
+    case TreeLeft:
       return trees.left;
-    case kTreeRight:
+    case TreeRight:
       return trees.right;
-    case kTreeRoot:
+    case TreeRoot:
       return trees.root;
-    case kTreeUndecided:
+    case TreeUndecided:
       return std::nullopt;
     default:
       break;
@@ -102,9 +102,9 @@ std::optional<Handle<Tree>> MergeLevel(const Merge& merge, MergeTrees trees,
   Handle<Tree> result = trees.root;
   for (const Text& name : blobs.conflicts) {
     const unsigned answer = merge.AskBlob(Below(path, name));
-    if (answer == kBlobUndecided) return std::nullopt;
-    if (answer == kBlobLeft) TakeEntry(merge.repository, result, trees.left, name);
-    if (answer == kBlobRight) TakeEntry(merge.repository, result, trees.right, name);
+    if (answer == BlobUndecided) return std::nullopt;
+    if (answer == BlobLeft) TakeEntry(merge.repository, result, trees.left, name);
+    if (answer == BlobRight) TakeEntry(merge.repository, result, trees.right, name);
   }
   ApplyPartition(merge.repository, result, trees, blobs);
   const Partition subtrees = PartitionDiffs(trees, trees.root->GetLocalTreeDiffs(trees.left),
@@ -152,9 +152,9 @@ Resolver ByTime(std::vector<Text> paths, TimeGetter readTime) {
     for (;; path.pop_back()) {
       const auto left = ReadTimeAt(trees.left, path, paths, readTime);
       const auto right = ReadTimeAt(trees.right, path, paths, readTime);
-      if (left && (!right || *right < *left)) return kBlobLeft;
-      if (right && (!left || *left < *right)) return kBlobRight;
-      if (path.empty()) return kBlobUndecided;
+      if (left && (!right || *right < *left)) return BlobLeft;
+      if (right && (!left || *left < *right)) return BlobRight;
+      if (path.empty()) return BlobUndecided;
     }
   };
 }

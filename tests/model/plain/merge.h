@@ -7,8 +7,8 @@
 namespace Model {
 
 /// The answers of resolvers, by their numbers.
-enum BlobAnswer : unsigned { kBlobLeft, kBlobRight, kBlobRoot, kBlobUndecided };
-enum TreeAnswer : unsigned { kTreeDescend, kTreeLeft, kTreeRight, kTreeRoot, kTreeUndecided };
+enum BlobAnswer : unsigned { BlobLeft, BlobRight, BlobRoot, BlobUndecided };
+enum TreeAnswer : unsigned { TreeDescend, TreeLeft, TreeRight, TreeRoot, TreeUndecided };
 
 struct MergeTrees {
   Handle<Tree> left;

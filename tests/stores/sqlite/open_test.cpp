@@ -9,7 +9,7 @@
 #include <string>
 
 #ifndef _WIN32
-#include <unistd.h>
+#include <tests/support/child_process.h>
 #endif
 
 namespace TalVcs::Kit {
@@ -168,10 +168,24 @@ TEST_F(SqliteOpen, DocumentOpenedReadOnlyRefusesChanges) {
 
 #ifndef _WIN32
 TEST_F(SqliteOpen, DocumentWithoutTheRightToWriteRefusesChanges) {
-  if (::geteuid() == 0) GTEST_SKIP() << "root may write every file";
+  using std::filesystem::perms;
   SaveDocument();
-  std::filesystem::permissions(m_path, std::filesystem::perms::owner_read);
-  ExpectReadsAndRefusesChanges(Open().value());
+  const perms reading = perms::owner_read | perms::group_read | perms::others_read;
+  const perms entering = perms::owner_exec | perms::group_exec | perms::others_exec;
+  std::filesystem::permissions(m_path, reading);
+  std::filesystem::permissions(m_folder.Path(), reading | entering);
+  const int code = InChild([this] {
+    std::filesystem::current_path(m_folder.Path());
+    m_path = "document.tal";
+    if (BecomeOrdinaryUser()) {
+      ExpectReadsAndRefusesChanges(Open().value());
+    } else {
+      EXPECT_EQ(State(), kOldState) << "a superuser who cannot become another user";
+    }
+    return HasFailure() ? 1 : 0;
+  });
+  std::filesystem::permissions(m_folder.Path(), perms::owner_all);
+  EXPECT_EQ(code, 0);
 }
 #endif
 

@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stores/sqlite/sqlite_store.h>
-#include <sys/wait.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/stores/sqlite/documents.h>
+#include <tests/support/child_process.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -32,15 +32,10 @@ SqliteStore Open(const std::filesystem::path& path) {
 
 /// Runs `work` in another process, which ends with success if it returns true.
 pid_t Start(const std::function<bool()>& work) {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(work() ? 0 : 1);
-  return child;
+  return StartChild([&work] { return work() ? 0 : 1; });
 }
 
-bool EndsWell(pid_t child) {
-  int status = 0;
-  return ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
+bool EndsWell(pid_t child) { return ExitCodeOf(child) == 0; }
 
 /// Moves "count" to the object of the next number, again if another process was faster.
 bool CountOn(SqliteStore& store) {

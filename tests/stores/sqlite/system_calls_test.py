@@ -1,42 +1,26 @@
-"""Saves of a SQLite document in which one system call is the last, or fails: each in turn.
-
-SAVE_STATES names the program that saves. strace injects the faults; without it nothing is tested.
-"""
+"""Saves of a SQLite document in which one system call is the last, or fails: each in turn."""
 
 import collections
 import os
-import re
 import shutil
-import subprocess
-import tempfile
 import unittest
 
-from tracing import can_trace
-
-PROGRAM = os.environ["SAVE_STATES"]
-CALLS = "%file,%desc"
-MEMORY = "/dev/shm"  # files there need no medium
-
-
-def run(*command):
-    return subprocess.run(command, capture_output=True, text=True, check=False, timeout=60)
+from system_calls import SavingProgram, can_trace, folder_in_memory
 
 
 @unittest.skipUnless(can_trace(), "strace isn't there or may not trace")
 class SystemCalls(unittest.TestCase):
     def setUp(self):
-        place = MEMORY if os.access(MEMORY, os.W_OK) else None
-        holder = tempfile.TemporaryDirectory(prefix="talvcs-calls-", dir=place)
-        self.addCleanup(holder.cleanup)
-        self.folder = os.path.join(holder.name, "documents")
+        holder = folder_in_memory(self)
+        self.folder = os.path.join(holder, "documents")
         self.file = os.path.join(self.folder, "document.tal")
-        self.saved = os.path.join(holder.name, "saved")
-        self.trace = os.path.join(holder.name, "trace")
+        self.saved = os.path.join(holder, "saved")
+        self.program = SavingProgram(self, self.file, self.folder, os.path.join(holder, "trace"))
         os.mkdir(self.folder)
         self.texts = {}
         for state in ("old", "new"):
-            self.assertEqual(run(PROGRAM, self.file, state).returncode, 0)
-            self.texts[state] = self.describe()
+            self.assertEqual(self.program.act(state).returncode, 0)
+            self.texts[state] = self.program.describe()
             self.assertEqual(os.listdir(self.folder), ["document.tal"])
             if state == "old":
                 shutil.copy(self.file, self.saved)
@@ -47,48 +31,15 @@ class SystemCalls(unittest.TestCase):
         os.mkdir(self.folder)
         shutil.copy(self.saved, self.file)
 
-    def describe(self):
-        return run(PROGRAM, self.file, "describe").stdout
-
-    def save(self, *injection):
-        return run("strace", "-qq", "-o", self.trace, "-e", f"trace={CALLS}", *injection,
-                   PROGRAM, self.file, "new")
-
-    def calls(self):
-        """Yields the name and number of each call from the first on the document."""
-        self.start()
-        self.assertEqual(self.save().returncode, 0)
-        counts = collections.Counter()
-        begun = False
-        with open(self.trace, encoding="utf-8", errors="replace") as trace:
-            for line in trace:
-                name = re.match(r"\w+", line)
-                if not name:
-                    continue
-                counts[name.group()] += 1
-                begun = begun or self.folder in line
-                if begun:
-                    yield name.group(), counts[name.group()]
-
     def inject(self, injection):
         found = collections.Counter()
-        for name, number in list(self.calls()):
-            if name == "close" and "error" in injection:
-                continue  # strace would leave the file open, and what is locked with it
-            what = f"{injection} at {name} number {number}"
-            self.start()
-            result = self.save("-e", f"inject={name}:{injection}:when={number}")
-            if injection == "signal=KILL":
-                self.assertEqual(result.returncode, -9, what)
-            else:
-                self.assertTrue(result.returncode == 0 or result.returncode == 1 and result.stderr,
-                                f"{what}: {result.returncode}")
-            state = self.describe()
-            allowed = ["new"] if result.returncode == 0 else ["old", "new"]
+        for what, ended in self.program.inject(self.start, injection):
+            state = self.program.describe()
+            allowed = ["new"] if ended else ["old", "new"]
             self.assertIn(state, [self.texts[name] for name in allowed], what)
             found[state] += 1
-            self.assertEqual(run(PROGRAM, self.file, "new").returncode, 0, what)
-            self.assertEqual(self.describe(), self.texts["new"], what)
+            self.assertEqual(self.program.act("new").returncode, 0, what)
+            self.assertEqual(self.program.describe(), self.texts["new"], what)
             self.assertEqual(os.listdir(self.folder), ["document.tal"], what)
         old, new = found[self.texts["old"]], found[self.texts["new"]]
         print(f"{injection}: {old + new} calls, {old} times the state before, {new} times the new")
