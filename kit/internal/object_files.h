@@ -34,7 +34,7 @@ class ObjectFiles {
   /// Returns the bytes of the object's file; the error is `NotFound` if there is none.
   Result<Buffer> Read(const ObjectKey& key);
 
-  /// Writes the files of objects that have none. One writer at a time.
+  /// Writes the files of objects, in place of those that they have. One writer at a time.
   Status Write(std::span<const KeyedObject> objects);
 
   /// Waits until the medium has the names that `Write` gave, and has lost those that were removed.

@@ -12,6 +12,7 @@ namespace TalVcs::Kit {
 namespace {
 
 constexpr std::size_t kCommitsTogether = 256;
+constexpr std::size_t kObjectsReadBackTogether = 256;
 
 /// Returns the heads of the branches to copy.
 Result<std::vector<Head>> ChooseHeads(IObjectStore& from, const std::vector<std::string>& names) {
@@ -54,6 +55,11 @@ Id ParentOf(const Buffer& commit) {
   return parent;
 }
 
+Error RemovedMeanwhile() {
+  return MakeError(ErrorCode::Busy, "what was copied was removed from the target meanwhile", {},
+                   "no branch of the target was moved");
+}
+
 /// One attempt to copy branches.
 class Copying {
  public:
@@ -72,8 +78,13 @@ class Copying {
     Status status = CheckTargets(*heads, *actual);
     if (!status) return status.error();
     HistoryWalk walk(m_from, m_reporter, Hooks());
+    if (m_options.readBack) m_writer.KeepIds();
     Result<HistoryReport> source = walk.Run(*heads);
-    if (!source) return source.error();
+    if (!source) {
+      // The next copy needn't read again what was read, whether or not it can be written now.
+      [[maybe_unused]] const Status ignored = m_writer.Flush();
+      return source.error();
+    }
     status = WriteCommits();
     if (status) status = m_writer.Flush();
     if (!status) return status.error();
@@ -84,7 +95,9 @@ class Copying {
     }
     CopyReport report;
     report.source = *std::move(source);
-    status = MoveHeads(*actual, report);
+    const std::vector<HeadMove> moves = MovesTo(*actual, report);
+    if (m_options.readBack) status = ReadBack(moves);
+    if (status && !moves.empty()) status = MoveHeadsSurely(m_to, moves);
     if (!status) return status.error();
     report.writtenObjects = m_writer.WrittenObjects();
     report.writtenBytes = m_writer.WrittenBytes();
@@ -145,7 +158,7 @@ class Copying {
     return status;
   }
 
-  Status MoveHeads(std::span<const Head> actual, CopyReport& report) {
+  std::vector<HeadMove> MovesTo(std::span<const Head> actual, CopyReport& report) const {
     std::vector<HeadMove> moves;
     for (const BranchReport& branch : report.source.branches) {
       if (branch.state != BranchState::Whole || branch.head.View().IsEmpty()) continue;
@@ -153,7 +166,43 @@ class Copying {
       const Id target = HeadOf(actual, branch.name);
       if (!(target == branch.head)) moves.push_back({branch.name, target, branch.head});
     }
-    return moves.empty() ? Status() : MoveHeadsSurely(m_to, moves);
+    return moves;
+  }
+
+  // Lets the target keep what was written, and begins a new save with the look at the heads: as
+  // long as a commit is there, everything below it is.
+  Status ReadBack(std::span<const HeadMove> moves) {
+    Status status = m_reporter.Begin("read back", m_writer.WrittenIds().size());
+    if (status) status = m_to.MoveHeads({});
+    if (!status) return status;
+    std::vector<Id> heads;
+    for (const HeadMove& move : moves) heads.push_back(move.desired);
+    const Result<std::vector<Id>> missing = m_to.Missing(heads);
+    if (!missing) return missing.error();
+    if (!missing->empty()) return RemovedMeanwhile();
+    const std::vector<IdKey>& written = m_writer.WrittenIds();
+    for (std::size_t first = 0; status && first < written.size();
+         first += kObjectsReadBackTogether) {
+      std::vector<Id> ids;
+      const std::size_t last = std::min(written.size(), first + kObjectsReadBackTogether);
+      for (std::size_t index = first; index < last; ++index) ids.push_back(IdOf(written[index]));
+      status = ReadEach(m_to, ids, [&](std::size_t index, Result<Buffer> packed) {
+        return CheckWritten(ids[index], packed);
+      });
+    }
+    return status ? m_reporter.End() : status;
+  }
+
+  Status CheckWritten(const Id& id, const Result<Buffer>& packed) {
+    const auto problem = CheckRecord(id, packed);
+    if (!problem) return m_reporter.Add(1, packed->GetSize());
+    if (problem->code == ErrorCode::NotFound) return RemovedMeanwhile();
+    const ErrorCode code =
+        problem->code == ErrorCode::Unavailable ? problem->code : ErrorCode::Damaged;
+    return MakeError(code,
+                     "object " + ShortId(id) +
+                         " was copied and can't be read from the target: " + problem->reason,
+                     TextOf(id), "no branch of the target was moved");
   }
 
   IObjectStore& m_from;

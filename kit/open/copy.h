@@ -23,7 +23,11 @@ struct CopyOptions {
   /// Moves branches of the target also where this drops commits from them. Otherwise a branch that
   /// has commits that the source's branch lacks is a conflict.
   bool replaceHeads = false;
-  /// Phases: "history" and "contents" for each branch. No head has moved when the last one ends.
+  /// Reads every object that was written back from the target, before any head moves, and compares
+  /// it with its id. What the target had before isn't read.
+  bool readBack = false;
+  /// Phases: "history" and "contents" for each branch, and "read back" if that is asked for. No
+  /// head has moved when the last one ends.
   Progress progress = {};
 };
 
@@ -41,9 +45,17 @@ struct CopyReport {
 ///
 /// Only what the target lacks is read, checked and written: each object before what names it,
 /// histories from their oldest commit on, and the heads last, all in one step. Where the target has
-/// a commit or a folder, it has everything below, and this isn't looked at. So a second copy after
-/// an interruption goes on where the first one stopped, and a copy between stores that share most
-/// of a history costs the difference.
+/// a commit or a folder, it has everything below, and this isn't looked at. A copy between stores
+/// that share most of a history costs the difference.
+///
+/// Each object that is read from the source is compared with its id before it is written. Objects
+/// that the target has already are taken as they are; `Verify` finds damage there, `Repair` mends
+/// it.
+///
+/// A second copy after a cancelled or failed one goes on where that stopped: files and folders that
+/// were written aren't read again. After a cancellation everything that was read is in the target.
+/// If the process ends, what counts is what the target keeps of writes that no head names: all but
+/// the last megabytes in a folder or a SQLite file, nothing in a zip archive.
 ///
 ///     Copy(memory, directory).value();
 ///
@@ -52,8 +64,8 @@ struct CopyReport {
 ///
 /// Fails with `Conflict` and the target's actual heads if a branch of the target was moved
 /// meanwhile or would lose commits; with `Damaged` or `Unavailable` if the source can't be read,
-/// and as either store fails. No head has moved then; objects that were written stay until a
-/// `CleanUp` and spare the next copy their reading.
+/// if what was written doesn't come back, and as either store fails. No head has moved then;
+/// objects that were written stay until a `CleanUp` and spare the next copy their reading.
 ///
 /// Cost: what is missing, and a look-up in the target for each entry of a missing folder.
 TALVCS_KIT_API Result<CopyReport> Copy(IObjectStore& from, IObjectStore& to,

@@ -2,6 +2,7 @@
 
 #include <kit/export.h>
 #include <kit/store/object_store.h>
+#include <kit/store/repairable_store.h>
 
 #include <chrono>
 #include <cstdint>
@@ -62,7 +63,7 @@ struct DirectoryObjectStoreOptions {
 /// `DirectoryStore` refuses the folder and says why in its `LastError`.
 ///
 /// Threads: a store object belongs to one thread at a time.
-class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore {
+class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore, public IRepairableStore {
  public:
   /// Opens the store below `folder`. Fails with `NotFound` if there is none, and as reading fails.
   static Result<DirectoryObjectStore> Open(const std::filesystem::path& folder,
@@ -88,6 +89,7 @@ class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore {
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) override;
   Result<std::optional<std::string>> Value(std::string_view name) override;
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
+  Status Replace(std::span<const StoredObject> objects) override;
 
  private:
   friend struct StoreAccess;

@@ -131,6 +131,16 @@ Status MemoryObjectStore::SetValue(std::string_view name, std::optional<std::str
   return {};
 }
 
+Status MemoryObjectStore::Replace(std::span<const StoredObject> objects) {
+  for (const StoredObject& object : objects) {
+    if (!IsObjectId(object.id)) return NotAnObjectId(object.id);
+  }
+  for (const StoredObject& object : objects) {
+    m_objects.insert_or_assign(object.id, object.packed);
+  }
+  return {};
+}
+
 std::size_t MemoryObjectStore::GetCount() const noexcept { return m_objects.size(); }
 
 std::uint64_t MemoryObjectStore::GetSizeInBytes() const noexcept {

@@ -2,6 +2,7 @@
 
 #include <kit/export.h>
 #include <kit/store/object_store.h>
+#include <kit/store/repairable_store.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -23,7 +24,7 @@ namespace TalVcs::Kit {
 /// moved-from store is empty. No operation fails for want of anything but memory.
 ///
 /// Threads: a store belongs to one thread at a time, also for reading.
-class TALVCS_KIT_API MemoryObjectStore final : public IObjectStore {
+class TALVCS_KIT_API MemoryObjectStore final : public IObjectStore, public IRepairableStore {
  public:
   MemoryObjectStore();
   MemoryObjectStore(const MemoryObjectStore& other);
@@ -43,6 +44,7 @@ class TALVCS_KIT_API MemoryObjectStore final : public IObjectStore {
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) override;
   Result<std::optional<std::string>> Value(std::string_view name) override;
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
+  Status Replace(std::span<const StoredObject> objects) override;
 
   /// Number of objects.
   std::size_t GetCount() const noexcept;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kit/open/internal/id_map.h>
 #include <kit/open/internal/reporter.h>
 #include <kit/store/object_store.h>
 
@@ -15,6 +16,9 @@ class ObjectWriter {
   /// Both must outlive the writer.
   ObjectWriter(IObjectStore& store, Reporter& reporter) : m_store(store), m_reporter(reporter) {}
 
+  /// Lets `WrittenIds` return the ids of what is written from here on.
+  void KeepIds() noexcept { m_keepsIds = true; }
+
   Status Add(StoredObject object) {
     m_sizeBytes += object.packed.GetSize();
     m_objects.push_back(std::move(object));
@@ -28,6 +32,9 @@ class ObjectWriter {
     if (!status) return status;
     m_writtenObjects += m_objects.size();
     m_writtenBytes += m_sizeBytes;
+    for (const StoredObject& object : m_objects) {
+      if (m_keepsIds) m_writtenIds.push_back(*KeyOf(object.id));
+    }
     status = m_reporter.Add(m_objects.size(), m_sizeBytes);
     m_objects.clear();
     m_sizeBytes = 0;
@@ -36,6 +43,7 @@ class ObjectWriter {
 
   std::uint64_t WrittenObjects() const noexcept { return m_writtenObjects; }
   std::uint64_t WrittenBytes() const noexcept { return m_writtenBytes; }
+  const std::vector<IdKey>& WrittenIds() const noexcept { return m_writtenIds; }
 
  private:
   static constexpr std::uint64_t kMostBytes = std::uint64_t{4} << 20;
@@ -47,6 +55,8 @@ class ObjectWriter {
   std::uint64_t m_sizeBytes = 0;
   std::uint64_t m_writtenObjects = 0;
   std::uint64_t m_writtenBytes = 0;
+  bool m_keepsIds = false;
+  std::vector<IdKey> m_writtenIds;
 };
 
 }  // namespace TalVcs::Kit

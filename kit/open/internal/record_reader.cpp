@@ -45,6 +45,11 @@ std::optional<ReadProblem> CheckRecord(const Id& id, ObjectType type,
   return std::nullopt;
 }
 
+std::optional<ReadProblem> CheckRecord(const Id& id, const Result<Buffer>& packed) {
+  const std::optional<ObjectType> type = packed ? GetPackedType(*packed) : std::nullopt;
+  return CheckRecord(id, type.value_or(ObjectType::Blob), packed);
+}
+
 Status ReadEach(IObjectStore& store, std::span<const Id> ids, const TakeRecord& take) {
   constexpr std::uint32_t kPassed = IdMap::kMostValue;
   IdMap indexes;

@@ -24,6 +24,9 @@ struct ReadProblem {
 /// that type, in the form that the library writes.
 std::optional<ReadProblem> CheckRecord(const Id& id, ObjectType type, const Result<Buffer>& packed);
 
+/// Returns the same for an object of any type.
+std::optional<ReadProblem> CheckRecord(const Id& id, const Result<Buffer>& packed);
+
 /// Returns the problem of an object that a store lacks.
 ReadProblem MissingObject();
 

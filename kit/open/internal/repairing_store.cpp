@@ -1,20 +1,9 @@
 #include <kit/open/internal/repairing_store.h>
 #include <kit/store/read_history.h>
-#include <talvcs/persistence/packed_object.h>
 
 #include <utility>
 
 namespace TalVcs::Kit {
-
-namespace {
-
-/// Returns what is wrong with what a store passed for an object of any type.
-std::optional<ReadProblem> ProblemWith(const Id& id, const Result<Buffer>& packed) {
-  const std::optional<ObjectType> type = packed ? GetPackedType(*packed) : std::nullopt;
-  return CheckRecord(id, type.value_or(ObjectType::Blob), packed);
-}
-
-}  // namespace
 
 RepairingStore::~RepairingStore() = default;
 
@@ -26,7 +15,7 @@ std::optional<ReadProblem> RepairingStore::ProblemOf(const Id& id) const {
 Status RepairingStore::Read(std::span<const Id> ids, const ReadSink& sink) {
   UnreadableObjects unreadable;
   Status status = m_store.Read(ids, [&](const Id& id, Result<Buffer> packed) {
-    std::optional<ReadProblem> problem = ProblemWith(id, packed);
+    std::optional<ReadProblem> problem = CheckRecord(id, packed);
     if (problem) {
       unreadable.emplace(id, Unreadable{*std::move(problem), std::move(packed)});
     } else {
@@ -53,7 +42,7 @@ Status RepairingStore::ReadFromSource(const UnreadableObjects& unreadable, const
   return ReadEach(m_source, ids, [&](std::size_t index, Result<Buffer> packed) -> Status {
     const Id& id = ids[index];
     const Unreadable& own = unreadable.at(id);
-    if (ProblemWith(id, packed)) {
+    if (CheckRecord(id, packed)) {
       sink(id, own.passed);
     } else {
       Take(id, own.problem, *packed);

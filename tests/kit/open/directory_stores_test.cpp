@@ -8,6 +8,7 @@
 #include <kit/open/verify.h>
 #include <kit/save_repository.h>
 #include <kit/store/directory_object_store.h>
+#include <tests/kit/open/clean_up_beside.h>
 #include <tests/kit/open/histories.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/support/digits.h>
@@ -87,6 +88,11 @@ TEST_F(InAFolder, StatisticsAndCleanUpAreThoseOfTheSameStoreInMemory) {
   EXPECT_EQ(actual.unreferenced, expected.unreferenced);
   EXPECT_EQ(CleanUp(*directory).value().count, CleanUp(*memory).value().count);
   EXPECT_EQ(ObjectsOf(*directory), ObjectsOf(*memory));
+}
+
+TEST_F(InAFolder, CleanUpDisturbsNeitherReadersNorAWriter) {
+  Create();
+  CleanUpBeside([this] { return OpenStore(); }).Run(20);
 }
 
 TEST_F(InAFolder, OneDamagedRecordIsFoundWithItsPath) {

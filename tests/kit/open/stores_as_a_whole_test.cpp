@@ -10,6 +10,8 @@
 #include <tests/kit/open/passing_store.h>
 #include <tests/kit/store/faulty_object_store.h>
 
+#include <set>
+
 namespace TalVcs::Kit {
 namespace {
 
@@ -182,6 +184,94 @@ TEST(Copy, BranchOfTheTargetWithCommitsOfItsOwnIsAConflict) {
   EXPECT_EQ(conflict.error().heads[0], (Head{"master", own->GetId()}));
   Copy(*from, *to, {.replaceHeads = true}).value();
   EXPECT_EQ(HeadsOf(*to), HeadsOf(*from));
+}
+
+/// Requires that a copy reads from the source what the target lacks, and nothing else.
+void ExpectReadsWhatIsMissing(IObjectStore& from, IObjectStore& to) {
+  const std::size_t missing = to.Missing(ObjectsOf(from)).value().size();
+  FaultyObjectStore source(from);
+  EXPECT_EQ(Copy(source, to).value().writtenObjects, missing);
+  EXPECT_EQ(source.ReadCount(), missing);
+  EXPECT_EQ(ObjectsOf(to), ObjectsOf(from));
+  EXPECT_EQ(HeadsOf(to), HeadsOf(from));
+}
+
+TEST(Copy, GoesOnAfterACancelledOneWhereThatStopped) {
+  const auto from = SmallStore();
+  std::set<std::size_t> counts;
+  for (int last = 1;; ++last) {
+    MemoryObjectStore to;
+    int steps = 0;
+    const auto cancelled =
+        Copy(*from, to, {.progress = [&](const ProgressStep&) { return ++steps < last; }});
+    if (cancelled) break;
+    ASSERT_EQ(CodeOf(cancelled), "Cancelled");
+    EXPECT_TRUE(to.Heads().value().empty());
+    counts.insert(to.GetCount());
+    ExpectReadsWhatIsMissing(*from, to);
+  }
+  EXPECT_GT(counts.size(), 3u);
+}
+
+TEST(Copy, GoesOnAfterTheTargetFailed) {
+  const auto from = SmallStore();
+  for (int call = 1;; ++call) {
+    MemoryObjectStore memory;
+    FaultyObjectStore target(memory);
+    target.FailFrom(call, 1000);
+    const auto failed = Copy(*from, target);
+    if (failed) break;
+    EXPECT_TRUE(memory.Heads().value().empty());
+    ExpectReadsWhatIsMissing(*from, memory);
+  }
+}
+
+TEST(Copy, ReadsBackWhatItHasWritten) {
+  const auto from = SmallStore();
+  MemoryObjectStore memory;
+  FaultyObjectStore target(memory);
+  std::vector<std::string> phases;
+  Copy(*from, target,
+       {.readBack = true,
+        .progress =
+            [&](const ProgressStep& step) {
+              if (step.done == 0) phases.emplace_back(step.phase);
+              return true;
+            }})
+      .value();
+  EXPECT_EQ(target.ReadCount(), from->GetCount());
+  EXPECT_EQ(phases.back(), "read back");
+  EXPECT_EQ(HeadsOf(memory), HeadsOf(*from));
+}
+
+TEST(Copy, ObjectThatDoesNotComeBackIsAnErrorBeforeAnyHeadMoves) {
+  const auto from = SmallStore();
+  for (const Id& id : ObjectsOf(*from)) {
+    MemoryObjectStore memory;
+    FaultyObjectStore target(memory);
+    target.ReplaceObject(id, Buffer());
+    const auto copied = Copy(*from, target, {.readBack = true});
+    ASSERT_EQ(CodeOf(copied), "Damaged");
+    EXPECT_EQ(copied.error().subject, Ascii(id));
+    EXPECT_TRUE(memory.Heads().value().empty());
+  }
+}
+
+TEST(Copy, CleanUpBesideAReadBackMakesItLookAgain) {
+  const auto from = SmallStore();
+  for (int call = 1;; ++call) {
+    MemoryObjectStore memory;
+    FaultyObjectStore target(memory);
+    bool has_run = false;
+    target.InterruptAt(call, [&] {
+      has_run = true;
+      CleanUp(memory).value();
+    });
+    Copy(*from, target, {.readBack = true}).value();
+    EXPECT_TRUE(Verify(memory).value().IsWhole());
+    EXPECT_EQ(HeadsOf(memory), HeadsOf(*from));
+    if (!has_run) break;
+  }
 }
 
 TEST(Copy, CleanUpOfTheTargetInBetweenMakesItLookAgain) {

@@ -1,0 +1,246 @@
+// Repairs of stores from a second one.
+
+#include <gtest/gtest.h>
+#include <kit/open/clean_up.h>
+#include <kit/open/copy.h>
+#include <kit/open/repair.h>
+#include <kit/open/verify.h>
+#include <kit/store/directory_object_store.h>
+#include <tests/kit/open/histories.h>
+#include <tests/kit/open/passing_store.h>
+#include <tests/kit/store/faulty_object_store.h>
+#include <tests/kit/temporary_folder.h>
+#include <tests/support/bytes.h>
+
+#include <fstream>
+#include <unordered_set>
+
+namespace TalVcs::Kit {
+namespace {
+
+using namespace TalVcs::Testing;
+
+void RemoveObject(IObjectStore& store, const Id& id) {
+  store
+      .RemoveUnmarked([&](std::span<const Head>) -> Result<std::vector<Id>> {
+        std::vector<Id> kept = ObjectsOf(store);
+        std::erase(kept, id);
+        return kept;
+      })
+      .value();
+}
+
+void DamageObject(IRepairableStore& store, const Id& id) {
+  store.Replace(std::vector<StoredObject>{{id, BufferOf("blob 5\0wrong")}}).value();
+}
+
+/// Requires that the first store has the objects and bytes of the second one.
+void ExpectSame(IObjectStore& actual, IObjectStore& expected) {
+  const std::vector<Id> ids = ObjectsOf(expected);
+  EXPECT_EQ(ObjectsOf(actual), ids);
+  EXPECT_TRUE(Verify(actual).value().IsWhole());
+  EXPECT_EQ(HeadsOf(actual), HeadsOf(expected));
+}
+
+TEST(Repair, EachDamagedObjectComesFromTheSource) {
+  const auto good = SmallStore();
+  for (const Id& id : ObjectsOf(*good)) {
+    MemoryObjectStore store = *good;
+    DamageObject(store, id);
+    const Damage damage = Verify(store).value().damages.at(0);
+    const RepairReport report = Repair(store, *good).value();
+    EXPECT_TRUE(report.IsWhole());
+    ASSERT_EQ(report.repaired.size(), 1u);
+    EXPECT_EQ(Describe(report.repaired[0]), Describe(damage));
+    EXPECT_EQ(report.repaired[0].id, id);
+    EXPECT_EQ(report.repaired[0].code, ErrorCode::Damaged);
+    ExpectSame(store, *good);
+  }
+}
+
+TEST(Repair, EachMissingObjectComesFromTheSource) {
+  const auto good = SmallStore();
+  for (const Id& id : ObjectsOf(*good)) {
+    MemoryObjectStore store = *good;
+    RemoveObject(store, id);
+    const Damage damage = Verify(store).value().damages.at(0);
+    const RepairReport report = Repair(store, *good).value();
+    EXPECT_TRUE(report.IsWhole());
+    ASSERT_EQ(report.repaired.size(), 1u);
+    EXPECT_EQ(Describe(report.repaired[0]), Describe(damage));
+    EXPECT_EQ(report.repaired[0].code, ErrorCode::NotFound);
+    EXPECT_EQ(report.repairedObjects, 1u);
+    ExpectSame(store, *good);
+  }
+}
+
+// What a damaged commit or folder names is found by the bytes of the source.
+TEST(Repair, StoreWithoutAnyGoodObjectIsRepairedAtOnce) {
+  const auto good = SmallStore();
+  MemoryObjectStore store = *good;
+  for (const Id& id : ObjectsOf(*good)) DamageObject(store, id);
+  const RepairReport report = Repair(store, *good).value();
+  EXPECT_EQ(report.repairedObjects, good->GetCount());
+  EXPECT_EQ(report.repairedBytes, good->GetSizeInBytes());
+  EXPECT_EQ(report.repaired.size(), good->GetCount());
+  ExpectSame(store, *good);
+}
+
+TEST(Repair, WholeStoreIsNotWritten) {
+  const auto good = SmallStore();
+  MemoryObjectStore memory = *good;
+  FaultyObjectStore store(memory);
+  FaultyObjectStore source(*good);
+  const RepairReport report = Repair(store, source).value();
+  EXPECT_TRUE(report.IsWhole());
+  EXPECT_EQ(report.repairedObjects, 0u);
+  EXPECT_EQ(report.lost.branches.size(), 3u);
+  EXPECT_EQ(store.CallsOf("Write"), 0);
+  EXPECT_EQ(store.CallsOf("MoveHeads"), 0);
+  EXPECT_EQ(source.Calls(), 0);
+}
+
+TEST(Repair, ObjectThatTheSourceHasDamagedIsReportedAsLost) {
+  const auto good = SmallStore();
+  MemoryObjectStore store = *good;
+  MemoryObjectStore source = *good;
+  const Id lost = SharedBlob("deep")->GetId();
+  const Id found = SharedBlob("2")->GetId();
+  for (const Id& id : {lost, found}) DamageObject(store, id);
+  DamageObject(source, lost);
+  const RepairReport report = Repair(store, source).value();
+  EXPECT_FALSE(report.IsWhole());
+  ASSERT_EQ(report.repaired.size(), 1u);
+  EXPECT_EQ(report.repaired[0].path, "shared/two");
+  ASSERT_EQ(report.lost.damages.size(), 1u);
+  EXPECT_EQ(report.lost.damages[0].path, "a/b/c");
+  EXPECT_EQ(report.lost.damages[0].branch, "master");
+  EXPECT_EQ(FindBranch(report.lost, "other")->state, BranchState::Whole);
+  EXPECT_EQ(FindBranch(report.lost, "master")->state, BranchState::Partial);
+}
+
+TEST(Repair, SourcesCanBeUsedOneAfterAnother) {
+  const auto good = SmallStore();
+  MemoryObjectStore store = *good;
+  const std::vector<Id> ids = ObjectsOf(*good);
+  std::vector<MemoryObjectStore> sources(2, *good);
+  for (std::size_t index = 0; index < ids.size(); ++index) {
+    DamageObject(store, ids[index]);
+    DamageObject(sources[index % 2], ids[index]);
+  }
+  std::uint64_t repaired = 0;
+  for (int round = 0; round < 10 && !Verify(store).value().IsWhole(); ++round) {
+    repaired += Repair(store, sources[static_cast<std::size_t>(round % 2)]).value().repairedObjects;
+  }
+  EXPECT_EQ(repaired, ids.size());
+  ExpectSame(store, *good);
+}
+
+TEST(Repair, StoreThatCanNotReplaceGetsWhatIsMissing) {
+  const auto good = SmallStore();
+  PassingStore store;
+  Copy(*good, store).value();
+  const Id missing = SharedBlob("deep")->GetId();
+  RemoveObject(store, missing);
+  FaultyObjectStore damaged(store);
+  const Id wrong = SharedBlob("2")->GetId();
+  damaged.ReplaceObject(wrong, BufferOf("other bytes"));
+  const RepairReport report = Repair(damaged, *good).value();
+  ASSERT_EQ(report.repaired.size(), 1u);
+  EXPECT_EQ(report.repaired[0].id, missing);
+  ASSERT_EQ(report.lost.damages.size(), 1u);
+  EXPECT_EQ(report.lost.damages[0].id, wrong);
+  EXPECT_TRUE(Verify(store).value().IsWhole());
+}
+
+TEST(Repair, CancelledOneKeepsWhatItHasRepaired) {
+  const auto good = SmallStore();
+  MemoryObjectStore store = *good;
+  for (const Id& id : ObjectsOf(*good)) DamageObject(store, id);
+  int phases = 0;
+  const Result<RepairReport> cancelled =
+      Repair(store, *good, {.progress = [&](const ProgressStep& step) {
+               return step.phase != "contents" || ++phases < 3;
+             }});
+  EXPECT_EQ(CodeOf(cancelled), "Cancelled");
+  const std::uint64_t rest = Repair(store, *good).value().repairedObjects;
+  EXPECT_GT(rest, 0u);
+  EXPECT_LT(rest, good->GetCount());
+  ExpectSame(store, *good);
+}
+
+// Each call of either store fails once; a second repair does the rest.
+TEST(Repair, FailureOfAnyCallLeavesAStoreThatCanBeRepaired) {
+  const auto good = SmallStore();
+  for (const bool source_fails : {false, true}) {
+    for (int call = 1;; ++call) {
+      PassingStore memory;
+      Copy(*good, memory).value();
+      for (const char* text : {"deep", "2", "1"}) RemoveObject(memory, SharedBlob(text)->GetId());
+      FaultyObjectStore store(memory);
+      FaultyObjectStore source(*good);
+      (source_fails ? source : store).FailFrom(call);
+      const Result<RepairReport> report = Repair(store, source);
+      const bool has_failed = source_fails ? source.HasFailed() : store.HasFailed();
+      if (!report) {
+        EXPECT_EQ(CodeOf(report), "Unavailable");
+        EXPECT_EQ(HeadsOf(memory), HeadsOf(*good));
+      }
+      EXPECT_TRUE(Repair(memory, *good).value().IsWhole());
+      ExpectSame(memory, *good);
+      if (!has_failed) break;
+    }
+  }
+}
+
+TEST(Repair, RemovalMeanwhileMakesItLookAgain) {
+  const auto good = SmallStore();
+  for (int call = 1;; ++call) {
+    MemoryObjectStore memory = *good;
+    RemoveObject(memory, SharedBlob("deep")->GetId());
+    memory.Write(std::vector<StoredObject>{{SharedBlob("unused")->GetId(), BufferOf("x")}}).value();
+    memory.MoveHeads({}).value();
+    FaultyObjectStore store(memory);
+    bool has_run = false;
+    store.InterruptAt(call, [&] {
+      has_run = true;
+      RemoveObject(memory, SharedBlob("unused")->GetId());
+    });
+    const RepairReport report = Repair(store, *good).value();
+    EXPECT_TRUE(report.IsWhole());
+    EXPECT_EQ(report.repairedObjects, 1u);
+    EXPECT_TRUE(Verify(memory).value().IsWhole());
+    if (!has_run) break;
+  }
+}
+
+TEST(Repair, EachFileOfAFolderIsReplaced) {
+  const auto good = SmallStore();
+  const TemporaryFolder folder;
+  DirectoryObjectStore store =
+      DirectoryObjectStore::Create(folder.Path(), {.durable = false}).value();
+  Copy(*good, store).value();
+  for (const Id& id : ObjectsOf(*good)) {
+    DamageObject(store, id);
+    ASSERT_EQ(Verify(store).value().damageCount, 1u);
+    EXPECT_EQ(Repair(store, *good).value().repairedObjects, 1u);
+    ExpectSame(store, *good);
+  }
+}
+
+TEST(Replace, RefusesWhatIsNoIdOfAnObject) {
+  const auto good = SmallStore();
+  const TemporaryFolder folder;
+  DirectoryObjectStore directory =
+      DirectoryObjectStore::Create(folder.Path(), {.durable = false}).value();
+  const Id one = SharedBlob("1")->GetId();
+  const std::vector<StoredObject> objects = {{one, BufferOf("x")},
+                                             {Id(Wide("../../x")), BufferOf("x")}};
+  EXPECT_EQ(CodeOf(good->Replace(objects)), "BadName");
+  EXPECT_EQ(CodeOf(directory.Replace(objects)), "BadName");
+  EXPECT_TRUE(Verify(*good).value().IsWhole());
+  EXPECT_EQ(directory.Missing({{one}}).value().size(), 1u);
+}
+
+}  // namespace
+}  // namespace TalVcs::Kit
