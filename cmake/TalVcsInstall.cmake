@@ -45,7 +45,17 @@ string(REGEX REPLACE "/$" "" talvcs_prefix_from_module "${talvcs_prefix_from_mod
 
 talvcs_install_component(talvcs talvcs talvcs)
 if(TARGET talvcs_kit)
-  talvcs_install_component(kit talvcs_kit talvcs-kit)
+  # The shared library links zstd itself; hosts of the static one have to find it.
+  set(talvcs_kit_packages "")
+  set(talvcs_kit_modules "")
+  get_target_property(talvcs_kit_type talvcs_kit TYPE)
+  if(TALVCS_WITH_ZSTD AND talvcs_kit_type STREQUAL "STATIC_LIBRARY")
+    set(talvcs_kit_packages Zstd)
+    set(talvcs_kit_modules libzstd)
+    install(FILES cmake/FindZstd.cmake
+      DESTINATION "${talvcs_package_dir}" COMPONENT kit_dev)
+  endif()
+  talvcs_install_component(kit talvcs_kit talvcs-kit PACKAGES ${talvcs_kit_packages})
 endif()
 if(TARGET talvcs_sqlite)
   # The shared library links SQLite itself; hosts of the static one have to find it.
