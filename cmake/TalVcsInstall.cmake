@@ -68,6 +68,20 @@ if(TARGET talvcs_sqlite)
   endif()
   talvcs_install_component(sqlite talvcs_sqlite talvcs-sqlite PACKAGES ${talvcs_sqlite_packages})
 endif()
+if(TARGET talvcs_encryption)
+  # As with SQLite. The package brings the module that finds libsodium.
+  set(talvcs_encryption_packages "")
+  set(talvcs_encryption_modules "")
+  get_target_property(talvcs_encryption_type talvcs_encryption TYPE)
+  if(talvcs_encryption_type STREQUAL "STATIC_LIBRARY")
+    set(talvcs_encryption_packages Sodium)
+    set(talvcs_encryption_modules libsodium)
+    install(FILES cmake/FindSodium.cmake
+      DESTINATION "${talvcs_package_dir}" COMPONENT encryption_dev)
+  endif()
+  talvcs_install_component(encryption talvcs_encryption talvcs-encryption
+    PACKAGES ${talvcs_encryption_packages})
+endif()
 
 configure_package_config_file(cmake/TalVcsConfig.cmake.in TalVcsConfig.cmake
   INSTALL_DESTINATION "${talvcs_package_dir}"
