@@ -1,3 +1,4 @@
+#include <kit/store/internal/parent_of.h>
 #include <kit/store/read_history.h>
 #include <talvcs/persistence/packed_object.h>
 
@@ -6,9 +7,6 @@
 
 namespace TalVcs::Kit {
 
-namespace {
-
-/// Returns the parent that a packed commit names, or nothing if there is none.
 std::optional<Id> ParentOf(const Buffer& packed) {
   std::optional<Id> parent;
   const auto visit = [](void* target, const PackedReference& reference) {
@@ -19,8 +17,6 @@ std::optional<Id> ParentOf(const Buffer& packed) {
   VisitReferences(packed, Delegate<void(const PackedReference&)>(&parent, visit));
   return parent;
 }
-
-}  // namespace
 
 Status ReadHistoryByParents(IObjectStore& store, const Id& id, std::uint64_t most,
                             const ReadSink& sink) {

@@ -7,8 +7,8 @@
 #include <kit/open/save.h>
 #include <kit/open/try.h>
 #include <kit/open/verify.h>
+#include <kit/store/fault_injection_store.h>
 #include <tests/kit/open/histories.h>
-#include <tests/kit/store/faulty_object_store.h>
 
 #include <map>
 #include <set>
@@ -67,7 +67,7 @@ class EveryObject : public testing::Test {
   }
 
   /// Requires that all functions report the damage of a store whose `id` is damaged.
-  void ExpectReported(const std::shared_ptr<FaultyObjectStore>& store, const Id& id) {
+  void ExpectReported(const std::shared_ptr<FaultInjectionStore>& store, const Id& id) {
     const Places& places = m_places.at(Ascii(id));
     ExpectReport(Verify(*store).value(), id, places);
     for (const bool loads : {false, true}) {
@@ -116,7 +116,7 @@ TEST_F(EveryObject, MissingInTurnIsReportedWithBranchAndPath) {
   const std::vector<Id> ids = ObjectsOf(*m_memory);
   ASSERT_EQ(ids.size(), m_places.size());
   for (const Id& id : ids) {
-    const auto store = std::make_shared<FaultyObjectStore>(*m_memory);
+    const auto store = std::make_shared<FaultInjectionStore>(*m_memory);
     store->FailObject(id, ErrorCode::NotFound);
     ExpectReported(store, id);
     EXPECT_EQ(Verify(*store).value().damages[0].code, ErrorCode::NotFound);
@@ -125,7 +125,7 @@ TEST_F(EveryObject, MissingInTurnIsReportedWithBranchAndPath) {
 
 TEST_F(EveryObject, UnreadableInTurnIsUnavailable) {
   for (const Id& id : ObjectsOf(*m_memory)) {
-    FaultyObjectStore store(*m_memory);
+    FaultInjectionStore store(*m_memory);
     store.FailObject(id, ErrorCode::Denied);
     const VerifyReport report = Verify(store).value();
     ExpectReport(report, id, m_places.at(Ascii(id)));
@@ -135,7 +135,7 @@ TEST_F(EveryObject, UnreadableInTurnIsUnavailable) {
 
 TEST_F(EveryObject, DamagedInTurnIsReportedWithBranchAndPath) {
   for (const Id& id : ObjectsOf(*m_memory)) {
-    const auto store = std::make_shared<FaultyObjectStore>(*m_memory);
+    const auto store = std::make_shared<FaultInjectionStore>(*m_memory);
     store->ReplaceObject(id, BufferOf("blob 0"));
     ExpectReported(store, id);
   }
@@ -150,7 +150,7 @@ TEST_F(EveryObject, EveryFlippedByteIsReported) {
     for (std::size_t at = 0; at < bytes.size(); ++at, ++flips) {
       std::string flipped = bytes;
       flipped[at] = static_cast<char>(flipped[at] ^ (1 << (at % 8)));
-      FaultyObjectStore store(*m_memory);
+      FaultInjectionStore store(*m_memory);
       store.ReplaceObject(id, BufferOf(flipped));
       ExpectReport(Verify(store).value(), id, m_places.at(Ascii(id)));
     }
@@ -187,7 +187,7 @@ TEST_F(EveryObject, MissingStopsACleanUpWithNothingRemoved) {
 
 TEST_F(EveryObject, MissingStopsACopyOrLeavesTheBranchOut) {
   for (const auto& [id, places] : m_places) {
-    FaultyObjectStore from(*m_memory);
+    FaultInjectionStore from(*m_memory);
     from.FailObject(Id(Wide(id)), ErrorCode::NotFound);
     MemoryObjectStore to;
     EXPECT_EQ(CodeOf(Copy(from, to)), "Damaged");
@@ -208,14 +208,14 @@ class DamagedTopic : public testing::Test {
   void SetUp() override {
     Repository repository = SmallHistory();
     m_memory = StoreOf(repository);
-    m_store = std::make_shared<FaultyObjectStore>(*m_memory);
+    m_store = std::make_shared<FaultInjectionStore>(*m_memory);
     m_topic = repository.GetHead(Wide("topic"))->GetId();
     m_file = repository.GetHead(Wide("topic"))->GetTree()->GetIdByPath(Wide("a/b/d")).value();
     m_store->FailObject(m_file, ErrorCode::NotFound);
   }
 
   std::shared_ptr<MemoryObjectStore> m_memory;
-  std::shared_ptr<FaultyObjectStore> m_store;
+  std::shared_ptr<FaultInjectionStore> m_store;
   Id m_topic;
   Id m_file;
 };
@@ -277,20 +277,20 @@ TEST_F(DamagedTopic, OpeningWithoutACheckLeavesTheOtherBranchesWorking) {
 TEST(OpenCheck, OfHeadsFindsALostHeadAndReadsNothingBelow) {
   Repository repository = SmallHistory();
   const auto memory = StoreOf(repository);
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   store->FailObject(repository.GetHead(Wide("topic"))->GetId(), ErrorCode::Damaged);
   EXPECT_EQ(CodeOf(Open(store, {.check = OpenCheck::Heads})), "Damaged");
   const OpenedRepository opened =
       Open(store, {.check = OpenCheck::Heads, .policy = DamagePolicy::OpenWhole}).value();
   EXPECT_EQ(opened.GetSavedHeads().size(), 2u);
   EXPECT_EQ(FindBranch(opened.GetReport(), "topic")->state, BranchState::Lost);
-  EXPECT_EQ(store->ReadCount(), 4u);
+  EXPECT_EQ(store->CountReadIds(), 4u);
 }
 
 TEST(OpenCheck, CurrentBranchThatWasLeftOutGivesWayToAWholeOne) {
   Repository repository = SmallHistory();
   const auto memory = StoreOf(repository);
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   store->FailObject(repository.GetHead(Wide("master"))->GetId(), ErrorCode::Damaged);
   const OpenedRepository opened = Load(store, {.policy = DamagePolicy::OpenWhole}).value();
   EXPECT_EQ(Ascii(opened->GetCurentBranch()), "other");

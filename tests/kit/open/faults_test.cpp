@@ -8,8 +8,8 @@
 #include <kit/open/statistics.h>
 #include <kit/open/try.h>
 #include <kit/open/verify.h>
+#include <kit/store/fault_injection_store.h>
 #include <tests/kit/open/histories.h>
-#include <tests/kit/store/faulty_object_store.h>
 
 namespace TalVcs::Kit {
 namespace {
@@ -30,7 +30,7 @@ TEST(EachCallFails, OfOpeningEditingAndSaving) {
     for (int call = 1;; ++call) {
       const auto memory = SmallStore();
       const std::string heads = HeadsOf(*memory);
-      const auto store = std::make_shared<FaultyObjectStore>(*memory);
+      const auto store = std::make_shared<FaultInjectionStore>(*memory);
       store->FailFrom(call);
       store->FailWith(code);
       const auto scenario = [&]() -> Result<SaveReport> {
@@ -59,7 +59,7 @@ TEST(EachCallFails, OfASaveThatIsRepeatedOnTheSameRepository) {
   for (int call = 1;; ++call) {
     const auto memory = SmallStore();
     const std::string heads = HeadsOf(*memory);
-    const auto store = std::make_shared<FaultyObjectStore>(*memory);
+    const auto store = std::make_shared<FaultInjectionStore>(*memory);
     OpenedRepository opened = Open(store).value();
     AddCommit(opened.GetRepository(), "master", {{"a/b/c", "next"}});
     store->Restart();
@@ -79,7 +79,7 @@ TEST(EachCallFails, OfASaveThatIsRepeatedOnTheSameRepository) {
 TEST(EachCallLosesItsAnswer, OfASave) {
   for (int call = 1;; ++call) {
     const auto memory = SmallStore();
-    const auto store = std::make_shared<FaultyObjectStore>(*memory);
+    const auto store = std::make_shared<FaultInjectionStore>(*memory);
     OpenedRepository opened = Open(store).value();
     AddCommit(opened.GetRepository(), "master", {{"a/b/c", "next"}});
     store->Restart();
@@ -100,9 +100,9 @@ TEST(EachCallFails, OfACopy) {
   for (const bool fails_source : {true, false}) {
     for (int call = 1;; ++call) {
       MemoryObjectStore memory;
-      FaultyObjectStore source(*from);
-      FaultyObjectStore target(memory);
-      FaultyObjectStore& faulty = fails_source ? source : target;
+      FaultInjectionStore source(*from);
+      FaultInjectionStore target(memory);
+      FaultInjectionStore& faulty = fails_source ? source : target;
       faulty.FailFrom(call);
       const Result<CopyReport> result = Copy(source, target);
       if (!faulty.HasFailed()) {
@@ -122,7 +122,7 @@ TEST(EachCallFails, OfACleanUp) {
   const auto memory = SmallStore();
   const std::size_t count = memory->GetCount();
   for (int call = 1;; ++call) {
-    FaultyObjectStore store(*memory);
+    FaultInjectionStore store(*memory);
     store.FailFrom(call);
     const Result<RemovedObjects> result = CleanUp(store);
     if (!store.HasFailed()) break;
@@ -136,7 +136,7 @@ template <class Operation>
 void ExpectEachCallFails(Operation operation) {
   const auto memory = SmallStore();
   for (int call = 1;; ++call) {
-    const auto store = std::make_shared<FaultyObjectStore>(*memory);
+    const auto store = std::make_shared<FaultInjectionStore>(*memory);
     store->FailFrom(call);
     const bool succeeds = operation(store).ok();
     EXPECT_EQ(succeeds, !store->HasFailed());
@@ -144,7 +144,7 @@ void ExpectEachCallFails(Operation operation) {
   }
 }
 
-using FaultyStore = std::shared_ptr<FaultyObjectStore>;
+using FaultyStore = std::shared_ptr<FaultInjectionStore>;
 
 TEST(EachCallFails, OfLoadingVerifyingAndCounting) {
   ExpectEachCallFails([](const FaultyStore& store) { return Load(store); });

@@ -5,8 +5,8 @@
 #include <kit/open/copy.h>
 #include <kit/open/statistics.h>
 #include <kit/open/verify.h>
+#include <kit/store/fault_injection_store.h>
 #include <tests/kit/open/histories.h>
-#include <tests/kit/store/faulty_object_store.h>
 #include <tests/support/scale.h>
 
 namespace TalVcs::Kit {
@@ -61,14 +61,14 @@ TEST(LargeHistories, OneFileOfManyIsReadAndSavedByItsPathAlone) {
   }
   AddCommit(repository, "master", files);
   const auto memory = StoreOf(repository);
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   OpenedRepository opened = Open(store).value();
   store->Restart();
   AddCommit(opened.GetRepository(), "master", {{"d7/f7", "changed"}});
   EXPECT_EQ(Save(opened).value().writtenObjects, 4u);
   // Commit, root and folder, without those beside it; then what a save asks and writes.
-  EXPECT_LE(store->Calls(), 12);
-  EXPECT_LE(store->ReadCount(), 5u);
+  EXPECT_LE(store->CountCalls(), 12u);
+  EXPECT_LE(store->CountReadIds(), 5u);
 }
 
 }  // namespace

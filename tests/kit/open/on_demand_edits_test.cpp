@@ -5,8 +5,8 @@
 #include <kit/memory_store.h>
 #include <kit/open/open.h>
 #include <kit/save_repository.h>
+#include <kit/store/fault_injection_store.h>
 #include <tests/kit/open/histories.h>
-#include <tests/kit/store/faulty_object_store.h>
 
 namespace TalVcs::Kit {
 namespace {
@@ -15,7 +15,7 @@ using namespace TalVcs::Testing;
 
 TEST(SaveRepositoryOnDemand, IsRefusedWithTheStoreUntouchedAndNothingRead) {
   const auto memory = SmallStore();
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   OpenedRepository opened = Open(store).value();
   MemoryStore target;
   ASSERT_TRUE(target.CommitBlobStream(Wide("doc/.vcs/refs/heads/master"), MemStream::Create(0)));
@@ -23,12 +23,12 @@ TEST(SaveRepositoryOnDemand, IsRefusedWithTheStoreUntouchedAndNothingRead) {
   EXPECT_FALSE(StoreReachable(opened.GetRepository()));
   EXPECT_FALSE(SaveRepository(opened.GetRepository(), target, Wide("doc")));
   EXPECT_EQ(target.GetCount(), 1u);
-  EXPECT_EQ(store->Calls(), 0);
+  EXPECT_EQ(store->CountCalls(), 0u);
 }
 
 TEST(BatchEditOnDemand, RemovalReadsNoFile) {
   const auto memory = SmallStore();
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   OpenedRepository opened = Open(store).value();
   const Id file = opened->GetHead()->GetTree()->GetIdByPath(Wide("a/b/c")).value();
   store->FailObject(file, ErrorCode::Damaged);
@@ -42,7 +42,7 @@ TEST(BatchEditOnDemand, RemovalReadsNoFile) {
 
 TEST(BatchEditOnDemand, PathThroughAFileReadsTheFileOfNoOtherName) {
   const auto memory = SmallStore();
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   OpenedRepository opened = Open(store).value();
   const Id file = opened->GetHead()->GetTree()->GetIdByPath(Wide("shared/one")).value();
   store->FailObject(file, ErrorCode::Damaged);

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 #include <kit/open/open.h>
 #include <kit/open/try.h>
+#include <kit/store/fault_injection_store.h>
 #include <tests/kit/open/histories.h>
-#include <tests/kit/store/faulty_object_store.h>
 
 namespace TalVcs::Kit {
 namespace {
@@ -17,9 +17,9 @@ TEST(Open, RepositoryHasTheBranchesCommitsAndFilesThatWereSaved) {
 
 TEST(Open, ReadsTheListOfBranchesAndNoObject) {
   const auto memory = SmallStore();
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   const OpenedRepository opened = Open(store).value();
-  EXPECT_EQ(store->Log(), (std::vector<std::string>{"Heads", "Value branch"}));
+  EXPECT_EQ(store->GetLog(), (std::vector<std::string>{"Heads", "Value branch"}));
   ASSERT_EQ(opened.GetSavedHeads().size(), 3u);
   EXPECT_EQ(opened.GetSavedHeads()[1].name, "other");
   EXPECT_EQ(opened.GetReport().branches[2].name, "topic");
@@ -71,12 +71,12 @@ TEST(Open, CurrentBranchWithoutAHeadIsKept) {
 
 TEST(Open, OneFileCostsTheReadsOfItsPath) {
   const auto memory = SmallStore();
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   const OpenedRepository opened = Open(store).value();
   store->Restart();
   EXPECT_EQ(TextOf(opened->GetHead()->GetBlob(Wide("a/b/c"))), "deep");
   // The commit, the root, and on the way down a folder or file each, with what is read ahead.
-  EXPECT_LE(store->Calls(), 8);
+  EXPECT_LE(store->CountCalls(), 8u);
 }
 
 TEST(Open, HistoryIsReadInWindowsThatDouble) {
@@ -85,13 +85,13 @@ TEST(Open, HistoryIsReadInWindowsThatDouble) {
     AddCommit(repository, "master", {{"file", std::to_string(number)}});
   }
   const auto memory = StoreOf(repository);
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   const OpenedRepository opened = Open(store).value();
   store->Restart();
   int count = 0;
   for (cow_ptr<Commit> at = opened->GetHead(); at; at = at->GetParent()) ++count;
   EXPECT_EQ(count, 1000);
-  EXPECT_LE(store->Calls(), 16);
+  EXPECT_LE(store->CountCalls(), 16u);
 }
 
 TEST(Open, ListingReadsTheSubfoldersOfAFolderTogether) {
@@ -102,11 +102,11 @@ TEST(Open, ListingReadsTheSubfoldersOfAFolderTogether) {
   }
   AddCommit(repository, "master", files);
   const auto memory = StoreOf(repository);
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   const OpenedRepository opened = Open(store).value();
   store->Restart();
   EXPECT_EQ(opened->GetHead()->GetTree()->GetAllBlobPaths().size(), 100u);
-  EXPECT_LE(store->Calls(), 10);
+  EXPECT_LE(store->CountCalls(), 10u);
 }
 
 TEST(Open, HandlesOutliveTheRepositoryAndReadOn) {
@@ -134,7 +134,7 @@ TEST(Open, MovedRepositoryStaysWhereItIs) {
 
 TEST(Open, FailsAsTheStoreDoes) {
   const auto memory = SmallStore();
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   store->FailFrom(1);
   store->FailWith(ErrorCode::Denied);
   EXPECT_EQ(CodeOf(Open(store)), "Denied");
@@ -145,7 +145,7 @@ TEST(Open, FailsAsTheStoreDoes) {
 
 TEST(Try, MissingObjectIsDamageAndTheLinkCanBeFollowedLater) {
   const auto memory = SmallStore();
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   const OpenedRepository opened = Open(store).value();
   const Id id = opened->GetHead()->GetTree()->GetIdByPath(Wide("top")).value();
   store->FailObject(id, ErrorCode::NotFound);
@@ -159,7 +159,7 @@ TEST(Try, MissingObjectIsDamageAndTheLinkCanBeFollowedLater) {
 
 TEST(Try, ObjectThatTheStoreCannotReadIsUnavailable) {
   const auto memory = SmallStore();
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   const OpenedRepository opened = Open(store).value();
   store->Restart();
   store->FailFrom(1);

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <kit/open/save.h>
+#include <kit/store/fault_injection_store.h>
 #include <tests/kit/open/histories.h>
-#include <tests/kit/store/faulty_object_store.h>
 
 namespace TalVcs::Kit {
 namespace {
@@ -24,13 +24,13 @@ class Note final : public Base {
 /// Requires that saving is refused with that subject, and that the store sees no write.
 void ExpectRefused(Repository& repository, const std::string& subject) {
   MemoryObjectStore memory;
-  FaultyObjectStore store(memory);
+  FaultInjectionStore store(memory);
   const Result<SaveReport> refused = Save(repository, store);
   ASSERT_EQ(CodeOf(refused), "Unsupported");
   EXPECT_EQ(refused.error().subject, subject);
   EXPECT_EQ(refused.error().unchanged, "nothing was written");
-  EXPECT_EQ(store.CallsOf("Write"), 0);
-  EXPECT_EQ(store.CallsOf("MoveHeads"), 0);
+  EXPECT_EQ(store.CountCalls(StoreOperation::Write), 0u);
+  EXPECT_EQ(store.CountCalls(StoreOperation::MoveHeads), 0u);
 }
 
 /// A repository whose head has a tree under "folder/note".

@@ -3,9 +3,9 @@
 #include <kit/open/copy.h>
 #include <kit/open/save.h>
 #include <kit/open/verify.h>
+#include <kit/store/fault_injection_store.h>
+#include <kit/store/passing_store.h>
 #include <tests/kit/open/histories.h>
-#include <tests/kit/open/passing_store.h>
-#include <tests/kit/store/faulty_object_store.h>
 
 namespace TalVcs::Kit {
 namespace {
@@ -18,10 +18,10 @@ TEST(Save, OrdinaryRepositorySavedTwiceWritesNothingTheSecondTime) {
   const SaveReport first = Save(repository, memory).value();
   EXPECT_EQ(first.writtenObjects, memory.GetCount());
   EXPECT_EQ(first.writtenBytes, memory.GetSizeInBytes());
-  FaultyObjectStore store(memory);
+  FaultInjectionStore store(memory);
   const SaveReport second = Save(repository, store).value();
   EXPECT_EQ(second.writtenObjects, 0u);
-  EXPECT_EQ(store.Log(), std::vector<std::string>{"Heads"});
+  EXPECT_EQ(store.GetLog(), std::vector<std::string>{"Heads"});
   EXPECT_EQ(second.heads, first.heads);
 }
 
@@ -38,6 +38,8 @@ TEST(Save, WritesWhatTheBranchesReachAndNothingElse) {
 /// A store that requires that what an object names is there before it.
 class StrictStore final : public PassingStore {
  public:
+  StrictStore() : PassingStore(std::make_shared<MemoryObjectStore>()) {}
+
   Status Write(std::span<const StoredObject> objects) override {
     for (const StoredObject& object : objects) {
       auto visit = [this](const PackedReference& reference) { ExpectThere(reference.id); };
@@ -85,7 +87,7 @@ TEST(Save, OpenedRepositoryWritesWhatIsNew) {
 
 TEST(Save, OpenedRepositoryHasNothingNewAfterwards) {
   const auto memory = SmallStore();
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   OpenedRepository opened = Open(store).value();
   AddCommit(opened.GetRepository(), "master", {{"a/b/c", "next"}});
   Save(opened).value();
@@ -93,7 +95,7 @@ TEST(Save, OpenedRepositoryHasNothingNewAfterwards) {
   EXPECT_EQ(opened->GetBlobCount(), 0u);
   store->Restart();
   EXPECT_EQ(Save(opened).value().writtenObjects, 0u);
-  EXPECT_EQ(store->Log(), std::vector<std::string>{"Heads"});
+  EXPECT_EQ(store->GetLog(), std::vector<std::string>{"Heads"});
 }
 
 // What a save costs must not depend on the length of the history.
@@ -106,14 +108,14 @@ TEST(Save, CallsAndReadsOfAnAutosaveAreTheSameAfterTenAndAThousandCommits) {
       AddCommit(repository, "master", {{"folder/file", std::to_string(number)}});
     }
     const auto memory = StoreOf(repository);
-    const auto store = std::make_shared<FaultyObjectStore>(*memory);
+    const auto store = std::make_shared<FaultInjectionStore>(*memory);
     OpenedRepository opened = Open(store).value();
     AddCommit(opened.GetRepository(), "master", {{"folder/file", "autosaved"}});
     store->Restart();
-    const std::uint64_t before = store->ReadCount();
+    const std::uint64_t before = store->CountReadIds();
     EXPECT_EQ(Save(opened).value().writtenObjects, 4u);
-    logs.push_back(store->Log());
-    reads.push_back(store->ReadCount() - before);
+    logs.push_back(store->GetLog());
+    reads.push_back(store->CountReadIds() - before);
   }
   EXPECT_EQ(logs[0], logs[1]);
   EXPECT_EQ(reads[0], reads[1]);
@@ -209,7 +211,7 @@ TEST(Save, OpenedRepositoryIsSavedToAnotherStoreWhole) {
 // on.
 TEST(Save, CleanUpInBetweenMakesItLookAgain) {
   const auto memory = SmallStore();
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   OpenedRepository opened = Open(store).value();
   for (int call = 1;; ++call) {
     AddCommit(opened.GetRepository(), "master", {{"a/b/c", std::to_string(call)}});
@@ -224,7 +226,7 @@ TEST(Save, CleanUpInBetweenMakesItLookAgain) {
     EXPECT_EQ(HistoryOf(Open(memory).value().GetRepository()), HistoryOf(opened.GetRepository()));
     if (!has_run) break;
   }
-  EXPECT_GT(store->CallsOf("MoveHeads"), 0);
+  EXPECT_GT(store->CountCalls(StoreOperation::MoveHeads), 0u);
 }
 
 // The commits that a branch has let go of are removed, and then a branch comes back to them.
@@ -246,7 +248,8 @@ TEST(Save, CommitsThatACleanUpRemovedAreWrittenAgain) {
 /// A store that doesn't know whether its move of heads took place.
 class UnknowingStore final : public PassingStore {
  public:
-  explicit UnknowingStore(bool moves) : m_moves(moves) {}
+  explicit UnknowingStore(bool moves)
+      : PassingStore(std::make_shared<MemoryObjectStore>()), m_moves(moves) {}
 
   Status MoveHeads(std::span<const HeadMove> moves) override {
     if (m_moves) PassingStore::MoveHeads(moves).value();

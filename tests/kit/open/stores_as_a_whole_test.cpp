@@ -6,9 +6,9 @@
 #include <kit/open/load.h>
 #include <kit/open/statistics.h>
 #include <kit/open/verify.h>
+#include <kit/store/fault_injection_store.h>
+#include <kit/store/passing_store.h>
 #include <tests/kit/open/histories.h>
-#include <tests/kit/open/passing_store.h>
-#include <tests/kit/store/faulty_object_store.h>
 
 #include <set>
 
@@ -38,10 +38,10 @@ TEST(Verify, WholeStoreHasWholeBranchesAndNothingUnreferenced) {
 
 TEST(Verify, ReadsEachObjectOnce) {
   const auto memory = SmallStore();
-  FaultyObjectStore store(*memory);
+  FaultInjectionStore store(*memory);
   Verify(store).value();
   // Commits are read as histories.
-  EXPECT_EQ(store.ReadCount(), kTrees + kBlobs);
+  EXPECT_EQ(store.CountReadIds(), kTrees + kBlobs);
 }
 
 TEST(Verify, CountsWhatNoBranchReaches) {
@@ -58,7 +58,7 @@ TEST(Verify, DamageOfAFileThatManyCommitsHaveCountsThem) {
   }
   AddCommit(repository, "master", {{"kept/file", ""}});
   const auto memory = StoreOf(repository);
-  FaultyObjectStore store(*memory);
+  FaultInjectionStore store(*memory);
   store.FailObject(SharedBlob("k")->GetId(), ErrorCode::NotFound);
   const VerifyReport report = Verify(store).value();
   ASSERT_EQ(report.damageCount, 1u);
@@ -76,7 +76,7 @@ TEST(Verify, ManyDamagesAreCountedAndTheFirstThousandListed) {
   AddCommit(repository, "master", files);
   AddCommit(repository, "master", {{"more", "x"}});
   const auto memory = StoreOf(repository);
-  FaultyObjectStore store(*memory);
+  FaultInjectionStore store(*memory);
   for (const auto& [path, bytes] : files) {
     store.FailObject(SharedBlob(bytes)->GetId(), ErrorCode::NotFound);
   }
@@ -90,6 +90,8 @@ TEST(Verify, ManyDamagesAreCountedAndTheFirstThousandListed) {
 /// A store with a branch whose head is no id.
 class NonsenseStore final : public PassingStore {
  public:
+  NonsenseStore() : PassingStore(std::make_shared<MemoryObjectStore>()) {}
+
   Result<std::vector<Head>> Heads() override {
     return std::vector<Head>{{"master", Id(Wide("nonsense"))}};
   }
@@ -116,13 +118,13 @@ TEST(Verify, HeadThatIsAFileIsALostBranch) {
 TEST(Load, NeedsTheStoreNoMore) {
   Repository repository = SmallHistory();
   const auto memory = StoreOf(repository);
-  const auto store = std::make_shared<FaultyObjectStore>(*memory);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
   OpenedRepository loaded = Load(store).value();
   store->Restart();
   EXPECT_EQ(HistoryOf(loaded.GetRepository()), HistoryOf(repository));
   loaded.Trim();
   EXPECT_EQ(HistoryOf(loaded.GetRepository()), HistoryOf(repository));
-  EXPECT_EQ(store->Calls(), 0);
+  EXPECT_EQ(store->CountCalls(), 0u);
   EXPECT_TRUE(loaded.GetReport().IsWhole());
 }
 
@@ -144,11 +146,11 @@ TEST(Copy, CopiesAllBranchesAndSkipsWhatIsThere) {
   EXPECT_EQ(first.writtenObjects, from->GetCount());
   EXPECT_EQ(first.writtenBytes, from->GetSizeInBytes());
   EXPECT_EQ(HeadsOf(to), HeadsOf(*from));
-  FaultyObjectStore source(*from);
+  FaultInjectionStore source(*from);
   const CopyReport second = Copy(source, to).value();
   EXPECT_EQ(second.writtenObjects, 0u);
   EXPECT_EQ(second.heads, first.heads);
-  EXPECT_EQ(source.ReadCount(), 0u);
+  EXPECT_EQ(source.CountReadIds(), 0u);
 }
 
 TEST(Copy, CopiesWhatIsNewAlone) {
@@ -278,7 +280,7 @@ TEST(Copy, CleanUpOfTheTargetInBetweenMakesItLookAgain) {
   const auto from = SmallStore();
   for (int call = 1;; ++call) {
     MemoryObjectStore memory;
-    FaultyObjectStore target(memory);
+    FaultInjectionStore target(memory);
     bool has_run = false;
     target.InterruptAt(call, [&] {
       has_run = true;
@@ -294,9 +296,9 @@ TEST(Copy, CleanUpOfTheTargetInBetweenMakesItLookAgain) {
 TEST(CleanUp, RemovesWhatNoBranchReachesAndReadsNoFile) {
   const auto memory = SmallStore();
   memory->MoveHeads(std::vector<HeadMove>{{"other", memory->Heads().value()[1].id, Id()}}).value();
-  FaultyObjectStore store(*memory);
+  FaultInjectionStore store(*memory);
   EXPECT_EQ(CleanUp(store).value().count, 3u);
-  EXPECT_EQ(store.ReadCount(), kTrees - 1);
+  EXPECT_EQ(store.CountReadIds(), kTrees - 1);
   const VerifyReport report = Verify(*memory).value();
   EXPECT_TRUE(report.IsWhole());
   EXPECT_EQ(report.unreferencedObjects, 0u);
@@ -367,7 +369,7 @@ TEST(Statistics, FolderThatTwoBranchesMadeIsShared) {
 
 TEST(Statistics, UnreadableObjectsAreCountedApart) {
   const auto memory = SmallStore();
-  FaultyObjectStore store(*memory);
+  FaultInjectionStore store(*memory);
   const OpenedRepository opened = Open(memory).value();
   store.FailObject(opened->GetHead(Wide("other"))->GetTree()->GetRootId(), ErrorCode::Damaged);
   const StoreStatistics statistics = Statistics(store).value();

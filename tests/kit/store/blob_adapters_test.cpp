@@ -3,10 +3,10 @@
 #include <kit/memory_store.h>
 #include <kit/store/blobs_as_object_store.h>
 #include <kit/store/directory_object_store.h>
+#include <kit/store/fault_injection_store.h>
 #include <kit/store/memory_object_store.h>
 #include <kit/store/object_store_as_blobs.h>
 #include <tests/kit/saved_states.h>
-#include <tests/kit/store/faulty_object_store.h>
 #include <tests/kit/store/object_store_suite.h>
 #include <tests/kit/temporary_folder.h>
 
@@ -170,7 +170,7 @@ TEST(ObjectStoreAsBlobs, SaveIsNotCommittedIfAnyCallOfTheStoreFails) {
   int failures = 0;
   for (bool fired = true; fired;) {
     MemoryObjectStore store;
-    FaultyObjectStore faulty(store);
+    FaultInjectionStore faulty(store);
     ObjectStoreAsBlobs blobs(faulty);
     ASSERT_TRUE(SaveAndCommit(before, blobs));
     faulty.Restart();

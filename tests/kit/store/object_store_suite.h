@@ -35,6 +35,8 @@ struct StoreKind {
   /// Whether the store can remove objects and keep values. One that can't fails with `Unsupported`.
   bool removes = true;
   bool keepsValues = true;
+  /// Whether reads fail with `Damaged` for bytes that don't fit their id.
+  bool checksIds = false;
 
   friend std::ostream& operator<<(std::ostream& out, const StoreKind& kind) {
     return out << (kind.durable ? "durable" : "in memory");

@@ -1,0 +1,206 @@
+#include <kit/store/cache_store.h>
+#include <kit/store/internal/parent_of.h>
+
+#include <unordered_set>
+#include <utility>
+
+namespace TalVcs::Kit {
+
+namespace {
+
+bool Fits(const Id& id, const Buffer& packed) { return Id(packed) == id; }
+
+}  // namespace
+
+CacheStore::CacheStore(std::shared_ptr<IObjectStore> fast, std::shared_ptr<IObjectStore> slow,
+                       CacheOptions options) noexcept
+    : m_fast(std::move(fast)), m_slow(std::move(slow)), m_options(options) {}
+CacheStore::~CacheStore() = default;
+
+/// Takes the outcome of a call of the slow store.
+template <class Outcome>
+Outcome CacheStore::Slow(Outcome outcome) {
+  m_isOffline = !outcome && outcome.error().code == ErrorCode::Unavailable;
+  return outcome;
+}
+
+/// Returns whether the fast store works. The first time, takes up what it holds.
+bool CacheStore::UsesFast() {
+  if (std::exchange(m_isIndexed, true) || !m_fastStatus) return m_fastStatus.ok();
+  std::vector<Id> ids;
+  m_fastStatus = m_fast->List([&](std::span<const Id> batch) {
+    ids.insert(ids.end(), batch.begin(), batch.end());
+    return true;
+  });
+  if (!m_fastStatus) return false;
+  const Result<std::vector<std::optional<std::uint64_t>>> sizes = m_fast->Sizes(ids);
+  if (!sizes) {
+    m_fastStatus = sizes.error();
+    return false;
+  }
+  for (std::size_t index = 0; index < ids.size(); ++index) {
+    if ((*sizes)[index]) Enter(ids[index], *(*sizes)[index]);
+  }
+  return true;
+}
+
+/// Puts an object at the front of the uses.
+void CacheStore::Enter(const Id& id, std::uint64_t sizeBytes) {
+  const auto found = m_entries.find(id);
+  if (found != m_entries.end()) {
+    m_uses.splice(m_uses.begin(), m_uses, found->second.use);
+    return;
+  }
+  m_uses.push_front(id);
+  m_entries.emplace(id, Entry{sizeBytes, m_uses.begin()});
+  m_cachedBytes += sizeBytes;
+}
+
+void CacheStore::Drop(const Id& id) {
+  const auto found = m_entries.find(id);
+  if (found == m_entries.end()) return;
+  m_cachedBytes -= found->second.sizeBytes;
+  m_uses.erase(found->second.use);
+  m_entries.erase(found);
+}
+
+/// Passes what the fast store has, and returns the other ids.
+std::vector<Id> CacheStore::ReadCached(std::span<const Id> ids, const ReadSink& sink) {
+  std::vector<Id> rest;
+  std::vector<Id> cached;
+  std::unordered_set<Id> lost;
+  const bool uses_fast = UsesFast();
+  for (const Id& id : ids) {
+    const bool is_cached = uses_fast && m_entries.contains(id);
+    (is_cached ? cached : rest).push_back(id);
+  }
+  if (cached.empty()) return rest;
+  lost.insert(cached.begin(), cached.end());
+  Status status = m_fast->Read(cached, [&](const Id& id, Result<Buffer> packed) {
+    if (!packed || !Fits(id, *packed) || lost.erase(id) == 0) return;
+    Enter(id, packed->GetSize());
+    sink(id, std::move(packed));
+  });
+  if (!status) m_fastStatus = std::move(status);
+  for (const Id& id : lost) {
+    Drop(id);
+    rest.push_back(id);
+  }
+  return rest;
+}
+
+/// Puts objects into the fast store, and makes room in it.
+void CacheStore::Keep(std::span<const StoredObject> objects) {
+  if (!UsesFast()) return;
+  std::vector<StoredObject> kept;
+  for (const StoredObject& object : objects) {
+    const std::uint64_t size_bytes = object.packed.GetSize();
+    if (size_bytes > m_options.mostBytes / 4 || m_entries.contains(object.id)) continue;
+    kept.push_back(object);
+  }
+  if (kept.empty()) return;
+  m_fastStatus = m_fast->Write(kept);
+  if (!m_fastStatus) return;
+  for (const StoredObject& object : kept) Enter(object.id, object.packed.GetSize());
+  if (m_cachedBytes <= m_options.mostBytes) return;
+  std::vector<Id> used;
+  std::uint64_t size_bytes = 0;
+  for (const Id& id : m_uses) {
+    size_bytes += m_entries.at(id).sizeBytes;
+    if (size_bytes > m_options.mostBytes / 4 * 3) break;
+    used.push_back(id);
+  }
+  KeepOnly(used);
+}
+
+/// Removes all other objects from the fast store.
+void CacheStore::KeepOnly(const std::vector<Id>& ids) {
+  const Result<RemovedObjects> removed = m_fast->RemoveUnmarked(
+      [&](std::span<const Head> /*heads*/) -> Result<std::vector<Id>> { return ids; });
+  if (!removed) m_fastStatus = removed.error();
+  const std::unordered_set<Id> kept(ids.begin(), ids.end());
+  for (auto at = m_uses.begin(); at != m_uses.end();) {
+    const Id& id = *at++;
+    if (!kept.contains(id)) Drop(id);
+  }
+}
+
+Result<std::vector<Id>> CacheStore::Missing(std::span<const Id> ids) {
+  return Slow(m_slow->Missing(ids));
+}
+
+Status CacheStore::Read(std::span<const Id> ids, const ReadSink& sink) {
+  const std::vector<Id> rest = ReadCached(ids, sink);
+  if (rest.empty()) return {};
+  std::vector<StoredObject> found;
+  Status status = Slow(m_slow->Read(rest, [&](const Id& id, Result<Buffer> packed) {
+    if (packed && Fits(id, *packed)) found.push_back({id, *packed});
+    sink(id, std::move(packed));
+  }));
+  Keep(found);
+  return status;
+}
+
+Status CacheStore::ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) {
+  std::optional<Id> next = id;
+  std::uint64_t count = 0;
+  // From the cache as far as it goes on without a gap, and then from the slow store.
+  while (next && count < most) {
+    const Id current = *std::exchange(next, std::nullopt);
+    const std::vector<Id> rest =
+        ReadCached({&current, 1}, [&](const Id& found, Result<Buffer> packed) {
+          ++count;
+          next = ParentOf(*packed);
+          sink(found, std::move(packed));
+        });
+    if (rest.empty()) continue;
+    std::vector<StoredObject> found;
+    Status status = Slow(
+        m_slow->ReadHistory(current, most - count, [&](const Id& commit, Result<Buffer> packed) {
+          if (packed && Fits(commit, *packed)) found.push_back({commit, *packed});
+          sink(commit, std::move(packed));
+        }));
+    Keep(found);
+    return status;
+  }
+  return {};
+}
+
+Result<std::vector<std::optional<std::uint64_t>>> CacheStore::Sizes(std::span<const Id> ids) {
+  return Slow(m_slow->Sizes(ids));
+}
+
+Status CacheStore::Write(std::span<const StoredObject> objects) {
+  Status status = Slow(m_slow->Write(objects));
+  if (status) Keep(objects);
+  return status;
+}
+
+Result<std::vector<Head>> CacheStore::Heads() { return Slow(m_slow->Heads()); }
+
+Status CacheStore::MoveHeads(std::span<const HeadMove> moves) {
+  return Slow(m_slow->MoveHeads(moves));
+}
+
+Status CacheStore::List(const IdSink& sink) { return Slow(m_slow->List(sink)); }
+
+Result<RemovedObjects> CacheStore::RemoveUnmarked(const MarkObjects& mark) {
+  std::vector<Id> kept;
+  Result<RemovedObjects> removed = Slow(m_slow->RemoveUnmarked([&](std::span<const Head> heads) {
+    Result<std::vector<Id>> marked = mark(heads);
+    if (marked) kept = *marked;
+    return marked;
+  }));
+  if (removed && UsesFast()) KeepOnly(kept);
+  return removed;
+}
+
+Result<std::optional<std::string>> CacheStore::Value(std::string_view name) {
+  return Slow(m_slow->Value(name));
+}
+
+Status CacheStore::SetValue(std::string_view name, std::optional<std::string_view> value) {
+  return Slow(m_slow->SetValue(name, value));
+}
+
+}  // namespace TalVcs::Kit

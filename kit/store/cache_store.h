@@ -1,0 +1,103 @@
+#pragma once
+
+#include <kit/export.h>
+#include <kit/store/object_store.h>
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+/// Options of a `CacheStore`.
+struct CacheOptions {
+  /// The most bytes of packed forms that the fast store keeps. An object of more than a quarter of
+  /// this isn't cached.
+  std::uint64_t mostBytes = std::uint64_t{256} << 20;
+};
+
+/// Keeps copies of the objects of a slow store in a fast one: a server's in a folder, say.
+///
+/// *Reading* asks the fast store first and the slow one for the rest, which the fast store then
+/// keeps. Bytes from the fast store are used only if they fit their id. *Writing* goes to the
+/// slow store and, after its success, to the fast one. When the fast store has more than its bytes,
+/// the objects that weren't used for the longest time are removed, down to three quarters.
+///
+/// *Heads, values, `Missing` and `List`* always come from the slow store, so that they are never
+/// stale and a save never relies on a copy. An object that another program has removed may still be
+/// read from the cache.
+///
+/// *Offline.* When the slow store fails with `Unavailable`, objects in the cache are read as
+/// before, and everything else fails with its error. `IsOffline` says so.
+///
+/// *The fast store* holds copies alone, belongs to one cache store at a time, and has no heads. Its
+/// failures are never returned: after the first, it isn't used any more, and `GetFastStatus` has
+/// the failure. To be used again, it is given to a new cache store, which takes up what it holds. A
+/// `MemoryObjectStore` or a `DirectoryObjectStore` with `durable` off fits.
+///
+/// Cost: the first call that reads lists the fast store; memory some 200 bytes an object in it.
+/// Threads: as the two stores.
+class TALVCS_KIT_API CacheStore final : public IObjectStore {
+ public:
+  /// Keeps the stores alive; neither may be null, and they must be two stores.
+  CacheStore(std::shared_ptr<IObjectStore> fast, std::shared_ptr<IObjectStore> slow,
+             CacheOptions options = {}) noexcept;
+  CacheStore(const CacheStore&) = delete;
+  CacheStore& operator=(const CacheStore&) = delete;
+  ~CacheStore() override;
+
+  /// True if the last call of the slow store failed with `Unavailable`. A read that the cache
+  /// answers alone calls it not and changes nothing.
+  bool IsOffline() const noexcept { return m_isOffline; }
+  /// Returns why the fast store isn't used; success while it is.
+  const Status& GetFastStatus() const noexcept { return m_fastStatus; }
+  /// Returns the bytes of packed forms in the fast store, as far as this object knows.
+  std::uint64_t GetCachedBytes() const noexcept { return m_cachedBytes; }
+
+  Result<std::vector<Id>> Missing(std::span<const Id> ids) override;
+  Status Read(std::span<const Id> ids, const ReadSink& sink) override;
+  Status ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) override;
+  Result<std::vector<std::optional<std::uint64_t>>> Sizes(std::span<const Id> ids) override;
+  Status Write(std::span<const StoredObject> objects) override;
+  Result<std::vector<Head>> Heads() override;
+  Status MoveHeads(std::span<const HeadMove> moves) override;
+  Status List(const IdSink& sink) override;
+  /// Removes from the slow store, and from the fast one what the slow one has removed.
+  Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) override;
+  Result<std::optional<std::string>> Value(std::string_view name) override;
+  Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
+
+ private:
+  struct Entry {
+    std::uint64_t sizeBytes;
+    std::list<Id>::iterator use;
+  };
+
+  template <class Outcome>
+  TALVCS_KIT_NO_EXPORT Outcome Slow(Outcome outcome);
+  TALVCS_KIT_NO_EXPORT bool UsesFast();
+  TALVCS_KIT_NO_EXPORT void Enter(const Id& id, std::uint64_t sizeBytes);
+  TALVCS_KIT_NO_EXPORT void Drop(const Id& id);
+  TALVCS_KIT_NO_EXPORT std::vector<Id> ReadCached(std::span<const Id> ids, const ReadSink& sink);
+  TALVCS_KIT_NO_EXPORT void Keep(std::span<const StoredObject> objects);
+  TALVCS_KIT_NO_EXPORT void KeepOnly(const std::vector<Id>& ids);
+
+  std::shared_ptr<IObjectStore> m_fast;
+  std::shared_ptr<IObjectStore> m_slow;
+  CacheOptions m_options;
+  /// The cached objects, and their ids with the one that was used last at the front.
+  std::unordered_map<Id, Entry> m_entries;
+  std::list<Id> m_uses;
+  std::uint64_t m_cachedBytes = 0;
+  Status m_fastStatus;
+  bool m_isIndexed = false;
+  bool m_isOffline = false;
+};
+
+}  // namespace TalVcs::Kit

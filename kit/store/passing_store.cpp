@@ -1,0 +1,135 @@
+#include <kit/store/passing_store.h>
+
+#include <utility>
+
+namespace TalVcs::Kit {
+
+const char* ToString(StoreOperation operation) noexcept {
+  switch (operation) {
+    case StoreOperation::Missing:
+      return "Missing";
+    case StoreOperation::Read:
+      return "Read";
+    case StoreOperation::ReadHistory:
+      return "ReadHistory";
+    case StoreOperation::Sizes:
+      return "Sizes";
+    case StoreOperation::Write:
+      return "Write";
+    case StoreOperation::Heads:
+      return "Heads";
+    case StoreOperation::MoveHeads:
+      return "MoveHeads";
+    case StoreOperation::List:
+      return "List";
+    case StoreOperation::RemoveUnmarked:
+      return "RemoveUnmarked";
+    case StoreOperation::Value:
+      return "Value";
+    case StoreOperation::SetValue:
+      break;
+  }
+  return "SetValue";
+}
+
+PassingStore::PassingStore(std::shared_ptr<IObjectStore> store) noexcept
+    : m_store(std::move(store)) {}
+PassingStore::PassingStore(IObjectStore& store) noexcept
+    : m_store(std::shared_ptr<void>(), &store) {}
+PassingStore::~PassingStore() = default;
+
+Status PassingStore::Before(const StoreCall& /*call*/) { return {}; }
+Result<Buffer> PassingStore::Found(const Id& /*id*/, Result<Buffer> packed) { return packed; }
+Status PassingStore::After(const StoreCall& /*call*/, Status outcome) { return outcome; }
+
+template <class Outcome, class Operation>
+Outcome PassingStore::Pass(StoreCall call, const Operation& operation) {
+  call.number = ++m_calls;
+  Status before = Before(call);
+  Outcome outcome = before ? operation(call) : Outcome(std::move(before).error());
+  Status after = After(call, outcome ? Status() : Status(outcome.error()));
+  if (!after) return std::move(after).error();
+  return outcome;
+}
+
+ReadSink PassingStore::SinkOf(const ReadSink& sink, StoreCall& call) {
+  return [this, &sink, &call](const Id& id, Result<Buffer> packed) {
+    Result<Buffer> found = Found(id, std::move(packed));
+    if (found) call.sizeBytes += found->GetSize();
+    sink(id, std::move(found));
+  };
+}
+
+Result<std::vector<Id>> PassingStore::Missing(std::span<const Id> ids) {
+  return Pass<Result<std::vector<Id>>>(
+      {.operation = StoreOperation::Missing, .ids = ids, .count = ids.size()},
+      [&](StoreCall& /*call*/) { return m_store->Missing(ids); });
+}
+
+Status PassingStore::Read(std::span<const Id> ids, const ReadSink& sink) {
+  return Pass<Status>({.operation = StoreOperation::Read, .ids = ids, .count = ids.size()},
+                      [&](StoreCall& call) { return m_store->Read(ids, SinkOf(sink, call)); });
+}
+
+Status PassingStore::ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) {
+  return Pass<Status>({.operation = StoreOperation::ReadHistory, .ids = {&id, 1}, .count = most},
+                      [&](StoreCall& call) {
+                        bool has_ended = false;
+                        const ReadSink until_error = [&](const Id& found, Result<Buffer> packed) {
+                          if (!std::exchange(has_ended, has_ended || !packed))
+                            sink(found, std::move(packed));
+                        };
+                        return m_store->ReadHistory(id, most, SinkOf(until_error, call));
+                      });
+}
+
+Result<std::vector<std::optional<std::uint64_t>>> PassingStore::Sizes(std::span<const Id> ids) {
+  return Pass<Result<std::vector<std::optional<std::uint64_t>>>>(
+      {.operation = StoreOperation::Sizes, .ids = ids, .count = ids.size()},
+      [&](StoreCall& /*call*/) { return m_store->Sizes(ids); });
+}
+
+Status PassingStore::Write(std::span<const StoredObject> objects) {
+  std::uint64_t size_bytes = 0;
+  for (const StoredObject& object : objects) size_bytes += object.packed.GetSize();
+  return Pass<Status>({.operation = StoreOperation::Write,
+                       .objects = objects,
+                       .count = objects.size(),
+                       .sizeBytes = size_bytes},
+                      [&](StoreCall& /*call*/) { return m_store->Write(objects); });
+}
+
+Result<std::vector<Head>> PassingStore::Heads() {
+  return Pass<Result<std::vector<Head>>>({.operation = StoreOperation::Heads},
+                                         [&](StoreCall& /*call*/) { return m_store->Heads(); });
+}
+
+Status PassingStore::MoveHeads(std::span<const HeadMove> moves) {
+  return Pass<Status>(
+      {.operation = StoreOperation::MoveHeads, .moves = moves, .count = moves.size()},
+      [&](StoreCall& /*call*/) { return m_store->MoveHeads(moves); });
+}
+
+Status PassingStore::List(const IdSink& sink) {
+  return Pass<Status>({.operation = StoreOperation::List},
+                      [&](StoreCall& /*call*/) { return m_store->List(sink); });
+}
+
+Result<RemovedObjects> PassingStore::RemoveUnmarked(const MarkObjects& mark) {
+  return Pass<Result<RemovedObjects>>(
+      {.operation = StoreOperation::RemoveUnmarked},
+      [&](StoreCall& /*call*/) { return m_store->RemoveUnmarked(mark); });
+}
+
+Result<std::optional<std::string>> PassingStore::Value(std::string_view name) {
+  return Pass<Result<std::optional<std::string>>>(
+      {.operation = StoreOperation::Value, .name = name},
+      [&](StoreCall& /*call*/) { return m_store->Value(name); });
+}
+
+Status PassingStore::SetValue(std::string_view name, std::optional<std::string_view> value) {
+  return Pass<Status>({.operation = StoreOperation::SetValue, .name = name},
+                      [&](StoreCall& /*call*/) { return m_store->SetValue(name, value); });
+}
+
+}  // namespace TalVcs::Kit
