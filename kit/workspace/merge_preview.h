@@ -1,8 +1,8 @@
 #pragma once
 
+#include <kit/diff/tree_changes.h>
 #include <kit/export.h>
 #include <kit/text/bytes.h>
-#include <kit/workspace/changes.h>
 #include <kit/workspace/version.h>
 
 #include <map>
@@ -97,7 +97,7 @@ struct MergePreview {
   Version version;                           ///< The version that is merged, or taken back.
   Id head;                                   ///< The head that the preview was made for.
   /// Changes of the current files that need no decision.
-  std::vector<Change> changes;
+  std::vector<TreeChange> changes;
   /// All that needs a decision, sorted by path.
   std::vector<Conflict> conflicts;
   /// True if everything was merged before: there is nothing to do.

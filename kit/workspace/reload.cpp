@@ -76,17 +76,17 @@ Result<OpenedRepository> OpenAgain(WorkspaceState& state, const HeadMap& actual)
 
 /// Makes the edits that lead from the files of the head to `files`.
 Status MakePending(WorkspaceState& state, const Snapshot& theirs, const Snapshot& files) {
-  const Result<std::vector<Change>> changes = Compare(theirs, files);
+  const Result<std::vector<TreeChange>> changes = FindTreeChanges(
+      theirs.GetTree(), files.GetTree(), {.findMoves = false, .findLikeMoves = false});
   if (!changes) return changes.error();
   // What is removed makes room for what is added.
-  for (const Change& change : *changes) {
-    const std::string& gone = change.kind == ChangeKind::Moved ? change.oldPath : change.path;
-    if (change.kind == ChangeKind::Added || change.kind == ChangeKind::Changed) continue;
-    const Status status = state.draft.Remove(gone);
+  for (const TreeChange& change : *changes) {
+    if (change.kind != TreeChangeKind::Removed) continue;
+    const Status status = state.draft.Remove(change.path);
     if (!status) return status;
   }
-  for (const Change& change : *changes) {
-    if (change.kind == ChangeKind::Removed) continue;
+  for (const TreeChange& change : *changes) {
+    if (change.kind == TreeChangeKind::Removed) continue;
     const Result<Bytes> bytes = files.Read(change.path);
     if (!bytes) return bytes.error();
     const Status status = state.draft.Write(change.path, bytes->GetBuffer());
@@ -124,8 +124,7 @@ Result<MergePreview> Workspace::PreviewReload() const {
     preview.branch = m_state->GetBranch();
     preview.head = HeadIn(*actual, preview.branch);
     const MergePlan& plan = reloading->GetPlan();
-    preview.changes =
-        Compare(Snapshot(m_state->draft.GetTree()), Snapshot(plan.WithoutConflicts())).value();
+    preview.changes = FilesChanged(m_state->draft.GetTree(), plan.WithoutConflicts());
     preview.conflicts = plan.GetConflicts();
     preview.isUpToDate = *actual == KnownHeads(*m_state);
     return preview;

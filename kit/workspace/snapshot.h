@@ -3,7 +3,7 @@
 #include <kit/export.h>
 #include <kit/text/bytes.h>
 #include <kit/text/result.h>
-#include <kit/workspace/changes.h>
+#include <kit/workspace/folder_entry.h>
 #include <kit/workspace/version.h>
 #include <talvcs/objects/tree.h>
 
@@ -46,9 +46,5 @@ class TALVCS_KIT_API Snapshot {
   cow_ptr<Tree> m_tree;
   Version m_version;
 };
-
-/// Returns what changed from one state to another, sorted by path. A file that was removed and one
-/// that was added with the same bytes are one moved file. Cost: reads the folders that differ.
-TALVCS_KIT_API Result<std::vector<Change>> Compare(const Snapshot& before, const Snapshot& after);
 
 }  // namespace TalVcs::Kit

@@ -1,5 +1,4 @@
 #include <kit/text.h>
-#include <kit/workspace/changes.h>
 #include <kit/workspace/merge_preview.h>
 #include <kit/workspace/version.h>
 
@@ -8,20 +7,6 @@
 namespace TalVcs::Kit {
 
 std::ostream& Print(std::ostream& out, const Id& id) { return out << ToUtf8(id.View()); }
-
-const char* ToString(ChangeKind kind) noexcept {
-  switch (kind) {
-    case ChangeKind::Added:
-      return "Added";
-    case ChangeKind::Removed:
-      return "Removed";
-    case ChangeKind::Changed:
-      return "Changed";
-    case ChangeKind::Moved:
-      break;
-  }
-  return "Moved";
-}
 
 const char* ToString(ConflictKind kind) noexcept {
   switch (kind) {

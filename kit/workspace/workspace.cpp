@@ -67,8 +67,8 @@ Status Workspace::CopyFrom(const Snapshot& version, std::string_view from, std::
   });
 }
 
-Result<std::vector<Change>> Workspace::GetChanges() const {
-  return Try([&] { return Compare(Snapshot(m_state->base), Snapshot(m_state->draft.GetTree())); });
+Result<std::vector<TreeChange>> Workspace::GetChanges(const TreeChangesOptions& options) const {
+  return Try([&] { return FindTreeChanges(m_state->base, m_state->draft.GetTree(), options); });
 }
 
 void Workspace::Discard() { m_state->BeginDraft(m_state->base); }

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <kit/diff/tree_changes.h>
 #include <kit/export.h>
 #include <kit/store/object_store.h>
 #include <kit/text/bytes.h>
 #include <kit/text/result.h>
-#include <kit/workspace/changes.h>
 #include <kit/workspace/merge_preview.h>
 #include <kit/workspace/snapshot.h>
 #include <kit/workspace/version.h>
@@ -36,7 +36,9 @@ struct WorkspaceState;
 /// *Paths* are UTF-8: one or more names with "/" between them. A name is any text that isn't empty
 /// and has neither "/" nor U+0000 in it; everything else is refused with `BadName`, or `BadText` if
 /// it isn't UTF-8. Folders exist as long as there are files in them. The names of branches and tags
-/// and all other texts are UTF-8 without U+0000.
+/// and all other texts are UTF-8 without U+0000. Only an author's name with " <" in it, a name or
+/// address with a line that begins with "committer ", a time of more than 32 bits of seconds, and
+/// an offset between 0 and -1 hour are refused besides, because no version can hold them.
 ///
 /// *Failures.* A failed or cancelled operation leaves the workspace and the store as they were. If
 /// somebody else has moved a branch, operations that move it fail with `Conflict`: edits stay
@@ -81,7 +83,7 @@ class TALVCS_KIT_API Workspace {
   Status CopyFrom(const Snapshot& version, std::string_view from, std::string_view to);
 
   /// Returns the pending edits, as changes since the head.
-  Result<std::vector<Change>> GetChanges() const;
+  Result<std::vector<TreeChange>> GetChanges(const TreeChangesOptions& options = {}) const;
   /// Discards all pending edits.
   void Discard();
   /// Makes a file or folder what it is in the head. Fails as `CopyFrom` does.

@@ -85,6 +85,10 @@ Result<cow_ptr<Tree>> MergePlan::Decide(const Decisions& decisions) const {
   return ApplyEdits(m_repository, m_sides.ours, edits);
 }
 
+std::vector<TreeChange> FilesChanged(const cow_ptr<Tree>& before, const cow_ptr<Tree>& after) {
+  return FindTreeChanges(before, after, {.findLikeMoves = false}).value();
+}
+
 MergeSides SidesOf(IRepository& repository, const std::vector<cow_ptr<Commit>>& bases,
                    const cow_ptr<Tree>& ours, const cow_ptr<Tree>& theirs) {
   MergeSides sides{bases.empty() ? EmptyTree() : RootOf(bases.front()), ours, theirs};

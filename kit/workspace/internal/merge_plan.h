@@ -46,6 +46,9 @@ class MergePlan {
   std::vector<Conflict> m_conflicts;  // in the order of those of m_merge
 };
 
+/// Returns the files that a merge changes, without a look at their contents.
+std::vector<TreeChange> FilesChanged(const cow_ptr<Tree>& before, const cow_ptr<Tree>& after);
+
 /// Returns what two histories began with, given their merge bases: the only one, or, where several
 /// are equally new, what their own merge comes to. Where these disagree, it has an unknown file.
 MergeSides SidesOf(IRepository& repository, const std::vector<cow_ptr<Commit>>& bases,

@@ -65,7 +65,7 @@ MergePreview Merging::Preview() {
   preview.isFastForward = !preview.isUpToDate && IsFastForward();
   if (preview.isUpToDate) return preview;
   const MergePlan plan(m_state.GetRepository(), Sides());
-  preview.changes = Compare(Snapshot(m_state.base), Snapshot(plan.WithoutConflicts())).value();
+  preview.changes = FilesChanged(m_state.base, plan.WithoutConflicts());
   preview.conflicts = plan.GetConflicts();
   return preview;
 }

@@ -27,7 +27,7 @@ Result<cow_ptr<Tree>> Replay::FilesWith(const cow_ptr<Commit>& version,
     preview.action = MergeAction::CherryPick;
     preview.version = m_state.VersionOf(version);
     preview.head = top->GetId();
-    preview.changes = Compare(Snapshot(RootOf(top)), Snapshot(plan.WithoutConflicts())).value();
+    preview.changes = FilesChanged(RootOf(top), plan.WithoutConflicts());
     preview.conflicts = plan.GetConflicts();
     Result<Decisions> decided = m_decide(preview);
     if (!decided) return std::move(decided).error();

@@ -63,8 +63,8 @@ class Rollback {
   bool m_isDone = false;
 };
 
-/// Refuses what the text of a commit can't hold: seconds of more than 32 bits, and an offset west of
-/// Greenwich of less than an hour.
+/// Refuses what the text of a commit can't hold: seconds of more than 32 bits, and an offset west
+/// of Greenwich of less than an hour.
 Status CheckTime(const Signature& signature) {
   const auto seconds = signature.time.time_since_epoch().count();
   if (seconds != static_cast<std::int32_t>(seconds)) {
@@ -77,6 +77,19 @@ Status CheckTime(const Signature& signature) {
         "the offset of " + std::to_string(signature.offset.count()) + " minutes has no hour", {});
   }
   return {};
+}
+
+/// Returns an author or an e-mail address as the core takes it. Refuses what the text of a commit
+/// would give back otherwise.
+Result<WideString> CheckedPerson(const std::string& text, std::string_view kind) {
+  for (const std::string_view bad : {" <", "\ncommitter "}) {
+    if (text.find(bad) != text.npos && (bad != " <" || kind == "author")) {
+      return WorkspaceError(ErrorCode::BadText,
+                            "the " + std::string(kind) + " has \"" + std::string(bad) + "\" in it",
+                            text);
+    }
+  }
+  return CheckedText(text, kind);
 }
 
 Error NoSuch(std::string_view kind, std::string_view name) {
@@ -178,9 +191,9 @@ Signature WorkspaceState::SignatureOf(const std::string& author, const std::stri
 Result<cow_ptr<Commit>> WorkspaceState::Make(const NewVersion& version) {
   const Result<WideString> description = CheckedText(DescriptionOf(version.message), "message");
   if (!description) return description.error();
-  const Result<WideString> author = CheckedText(version.signature.author, "author");
+  const Result<WideString> author = CheckedPerson(version.signature.author, "author");
   if (!author) return author.error();
-  const Result<WideString> email = CheckedText(version.signature.email, "e-mail address");
+  const Result<WideString> email = CheckedPerson(version.signature.email, "e-mail address");
   if (!email) return email.error();
   const Status time = CheckTime(version.signature);
   if (!time) return time.error();

@@ -7,8 +7,6 @@
 namespace TalVcs::Testing {
 namespace {
 
-using Kit::Change;
-using Kit::ChangeKind;
 using Kit::ErrorCode;
 using Kit::FolderEntry;
 using testing::ElementsAre;
@@ -166,10 +164,11 @@ TEST_F(WorkspaceEdit, ChangesNameWhatIsPending) {
   workspace.Rename("c", "folder/c").value();
   workspace.Write("e", "5").value();
   std::vector<std::string> found;
-  for (const Change& change : workspace.GetChanges().value()) {
-    found.push_back(std::string(ToString(change.kind)) + " " + change.oldPath + ">" + change.path);
+  for (const Kit::TreeChange& change : workspace.GetChanges().value()) {
+    found.push_back(std::to_string(static_cast<int>(change.kind)) + " " + change.oldPath + ">" +
+                    change.path);
   }
-  EXPECT_THAT(found, ElementsAre("Changed >a", "Removed >b", "Added >e", "Moved c>folder/c"));
+  EXPECT_THAT(found, ElementsAre("2 >a", "1 >b", "0 >e", "3 c>folder/c"));
 }
 
 TEST_F(WorkspaceEdit, DiscardBringsBackTheHead) {
@@ -212,8 +211,8 @@ TEST_F(WorkspaceEdit, EveryOtherNameComesBack) {
 TEST_F(WorkspaceEdit, EveryMessageAndAuthorComesBack) {
   std::vector<Version> made;
   for (const std::string text :
-       {"two\nlines", "x\n", "\nx", "a\r\nb", "our parent company", "", "A <b>", "a>b",
-        "x\n\nWorkspace:", "x\n\nWorkspace: undoes=1 machine",
+       {"two\nlines", "x\n", "\nx", "a\r\nb", "our parent company", "", "a<b>", "a>b", "> 1 +0000",
+        "a> 5 +0100\nauthor b", "x\n\nWorkspace:", "x\n\nWorkspace: undoes=1 machine",
         "Workspace:", "\n\nWorkspace: machine", "x\n\nWorkspace: machine\n\nWorkspace: machine"}) {
     workspace.Write("a", "content " + std::to_string(made.size())).value();
     made.push_back(workspace.Commit(text, {.author = text, .email = text}).value().value());
@@ -225,9 +224,19 @@ TEST_F(WorkspaceEdit, EveryMessageAndAuthorComesBack) {
   const std::vector<Version> log = OpenAgain().Log().value();
   ASSERT_EQ(log.size(), made.size());
   for (std::size_t i = 0; i < log.size(); ++i) {
-    EXPECT_EQ(log[i].message, made[made.size() - 1 - i].message);
-    EXPECT_EQ(log[i].author, made[made.size() - 1 - i].author);
+    made[made.size() - 1 - i].branches.clear();
+    if (i == 0) made.back().branches = {"master"};
+    EXPECT_EQ(log[i], made[made.size() - 1 - i]);
   }
+}
+
+TEST_F(WorkspaceEdit, AuthorsAndTimesThatNoVersionCanHoldAreRefused) {
+  workspace.Write("a", "1").value();
+  EXPECT_THAT(workspace.Commit("x", {.author = "A <b>"}), FailsWith(ErrorCode::BadText));
+  EXPECT_THAT(workspace.Commit("x", {.email = "a\ncommitter b"}), FailsWith(ErrorCode::BadText));
+  const std::chrono::sys_seconds late(Seconds(std::int64_t{1} << 31));
+  EXPECT_THAT(workspace.Commit("x", {.time = late}), FailsWith(ErrorCode::Unsupported));
+  EXPECT_EQ(workspace.Commit("x", {.time = late - Seconds(1)}).value()->time, late - Seconds(1));
 }
 
 TEST_F(WorkspaceEdit, TextsWithZeroAreRefusedAndTheEditsStay) {
@@ -238,6 +247,20 @@ TEST_F(WorkspaceEdit, TextsWithZeroAreRefusedAndTheEditsStay) {
   EXPECT_THAT(workspace.Commit("x", {.email = "\xff"}), FailsWith(ErrorCode::BadText));
   EXPECT_EQ(workspace.GetHead().value(), std::nullopt);
   EXPECT_EQ(FilesOf(workspace), (FileTexts{{"a", "1"}}));
+}
+
+TEST_F(WorkspaceEdit, OffsetsComeBackOrAreRefused) {
+  const auto commit = [&](int minutes) {
+    Kit::Workspace there =
+        Kit::Workspace::Open(store, {.offset = std::chrono::minutes(minutes)}).value();
+    there.Write("a", std::to_string(minutes)).value();
+    return there.Commit("x");
+  };
+  for (const int minutes : {0, 30, 60, 345, 840, -60, -90, -720}) {
+    commit(minutes).value();
+    EXPECT_EQ(OpenAgain().GetHead().value()->offset, std::chrono::minutes(minutes));
+  }
+  EXPECT_THAT(commit(-30), FailsWith(ErrorCode::Unsupported));
 }
 
 TEST_F(WorkspaceEdit, BytesOfEveryKindComeBack) {
