@@ -1,0 +1,55 @@
+#pragma once
+
+#include <kit/text/result.h>
+#include <kit/workspace/internal/workspace_state.h>
+
+#include <cstdint>
+#include <queue>
+#include <unordered_set>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+/// Walks one history, or several together, each version once and before its parent. Of several, the
+/// latest goes first.
+class LogWalk {
+ public:
+  /// Adds a history; null adds none.
+  void Add(cow_ptr<Commit> head);
+  /// Returns the next version, or null.
+  cow_ptr<Commit> Next();
+
+ private:
+  struct Queued {
+    std::int64_t time;
+    std::uint64_t order;
+    cow_ptr<Commit> commit;
+
+    bool operator<(const Queued& other) const noexcept {
+      return time != other.time ? time < other.time : order > other.order;
+    }
+  };
+
+  std::priority_queue<Queued> m_queue;
+  std::unordered_set<Id> m_seen;
+  std::uint64_t m_order = 0;
+  cow_ptr<Commit> m_last;  // whose parent comes in with the next step
+};
+
+/// Returns true if a version fits the wishes other than the branch.
+class LogFilter {
+ public:
+  /// `path` is the one of the options, as the core takes it.
+  LogFilter(const LogOptions& options, WideString path)
+      : m_options(options), m_path(std::move(path)) {}
+
+  bool Takes(const Commit& commit) const;
+
+ private:
+  bool ChangesPath(const Commit& commit) const;
+
+  const LogOptions& m_options;
+  WideString m_path;
+};
+
+}  // namespace TalVcs::Kit

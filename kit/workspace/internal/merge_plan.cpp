@@ -1,0 +1,113 @@
+#include <kit/text.h>
+#include <kit/workspace/internal/ancestry.h>
+#include <kit/workspace/internal/checked_text.h>
+#include <kit/workspace/internal/merge_plan.h>
+#include <kit/workspace/internal/workspace_state.h>
+#include <talvcs/repository/irepository.h>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace TalVcs::Kit {
+
+namespace {
+
+/// Stores a file and returns its id.
+Id Store(IRepository& repository, const Buffer& content) {
+  cow_ptr<Blob> blob = dll_wrapped_shared(std::make_unique<Blob>(content));
+  return repository.SyncWithStorage(std::move(blob))->GetId();
+}
+
+}  // namespace
+
+MergePlan::MergePlan(IRepository& repository, MergeSides sides)
+    : m_repository(repository),
+      m_sides(std::move(sides)),
+      m_merge(MergeTrees(m_sides.base, m_sides.ours, m_sides.theirs)) {
+  for (const TreeConflict& conflict : m_merge.conflicts) {
+    m_conflicts.push_back({conflict.path, conflict.kind,
+                           SideOf(m_sides.base, conflict.base, conflict.path),
+                           SideOf(m_sides.ours, conflict.ours, conflict.path),
+                           SideOf(m_sides.theirs, conflict.theirs, conflict.path)});
+  }
+}
+
+ConflictSide MergePlan::SideOf(const cow_ptr<Tree>& tree, const Slot& slot,
+                               const std::string& path) const {
+  ConflictSide side;
+  side.isFolder = slot.kind == Slot::Kind::Folder;
+  if (slot.kind == Slot::Kind::File && !m_sides.unknown.contains(slot.id)) {
+    side.content = Bytes(tree->GetDeepBlob(ToWide(path))->GetData());
+  }
+  return side;
+}
+
+cow_ptr<Tree> MergePlan::WithoutConflicts() const {
+  return ApplyEdits(m_repository, m_sides.ours, m_merge.edits);
+}
+
+Slot MergePlan::Chosen(const TreeConflict& conflict, const Decision& decision) const {
+  switch (decision.GetSide()) {
+    case Decision::Side::Ours:
+      return conflict.ours;
+    case Decision::Side::Theirs:
+      return conflict.theirs;
+    case Decision::Side::Base:
+      return m_sides.unknown.contains(conflict.base.id) ? Slot() : conflict.base;
+    case Decision::Side::Content:
+      break;
+  }
+  return {Slot::Kind::File, Store(m_repository, decision.GetContent().GetBuffer())};
+}
+
+Result<cow_ptr<Tree>> MergePlan::Decide(const Decisions& decisions) const {
+  for (const auto& [path, decision] : decisions) {
+    const bool is_conflict =
+        std::any_of(m_conflicts.begin(), m_conflicts.end(),
+                    [&path = path](const Conflict& conflict) { return conflict.path == path; });
+    if (!is_conflict) {
+      return WorkspaceError(ErrorCode::NotFound, "there is no conflict at \"" + path + "\"", path);
+    }
+  }
+  std::vector<TreeEdit> edits = m_merge.edits;
+  for (const TreeConflict& conflict : m_merge.conflicts) {
+    const auto decision = decisions.find(conflict.path);
+    if (decision == decisions.end()) {
+      return WorkspaceError(ErrorCode::Undecided,
+                            "both sides changed \"" + conflict.path + "\", one of " +
+                                std::to_string(m_conflicts.size()) + " conflicts",
+                            conflict.path);
+    }
+    const Slot chosen = Chosen(conflict, decision->second);
+    if (!(chosen == conflict.ours)) edits.push_back({conflict.path, chosen});
+  }
+  return ApplyEdits(m_repository, m_sides.ours, edits);
+}
+
+std::vector<TreeChange> FilesChanged(const cow_ptr<Tree>& before, const cow_ptr<Tree>& after) {
+  return FindTreeChanges(before, after, {.findLikeMoves = false}).value();
+}
+
+MergeSides SidesOf(IRepository& repository, const std::vector<cow_ptr<Commit>>& bases,
+                   const cow_ptr<Tree>& ours, const cow_ptr<Tree>& theirs) {
+  MergeSides sides{bases.empty() ? EmptyTree() : RootOf(bases.front()), ours, theirs};
+  for (std::size_t i = 1; i < bases.size(); ++i) {
+    const auto below = FindMergeBases(repository, bases.front(), bases[i]);
+    const cow_ptr<Tree> root = below.empty() ? EmptyTree() : RootOf(below.front());
+    const TreeMerge merge = MergeTrees(root, sides.base, RootOf(bases[i]));
+    std::vector<TreeEdit> edits = merge.edits;
+    for (const TreeConflict& conflict : merge.conflicts) {
+      const std::string text = "The bases of a merge disagree about " + conflict.path + ": " +
+                               ToUtf8(conflict.ours.id.View()) + " or " +
+                               ToUtf8(conflict.theirs.id.View());
+      const Id id = Store(repository, Bytes(text).GetBuffer());
+      sides.unknown.insert(id);
+      edits.push_back({conflict.path, {Slot::Kind::File, id}});
+    }
+    sides.base = ApplyEdits(repository, sides.base, edits);
+  }
+  return sides;
+}
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,264 @@
+#include <kit/open/save.h>
+#include <kit/text.h>
+#include <kit/workspace/internal/checked_text.h>
+#include <kit/workspace/internal/workspace_state.h>
+
+#include <algorithm>
+#include <ranges>
+
+namespace TalVcs::Kit {
+
+namespace {
+
+constexpr std::int64_t kTicksOfMinute = 600000000;
+
+/// Where a branch was before an operation, to be put back.
+class FormerBranch {
+ public:
+  FormerBranch(IObjectsStorage& storage, WideString name)
+      : m_storage(storage),
+        m_name(std::move(name)),
+        m_existed(storage.BranchExist(m_name)),
+        m_head(m_existed ? storage.GetHead(m_name) : nullptr) {}
+
+  Id GetId() const { return m_head ? m_head->GetId() : Id(); }
+  const WideString& GetName() const { return m_name; }
+
+  void Set(const cow_ptr<Commit>& head) const {
+    m_storage.RemoveBranch(m_name);
+    if (head) m_storage.CreateBranch(m_name, head);
+  }
+  void PutBack() const {
+    m_storage.RemoveBranch(m_name);
+    if (m_existed) m_storage.CreateBranch(m_name, m_head);
+  }
+
+ private:
+  IObjectsStorage& m_storage;
+  WideString m_name;
+  bool m_existed;
+  cow_ptr<Commit> m_head;
+};
+
+/// Puts branches back at its end unless the operation has succeeded, also when a callback of the
+/// host throws.
+class Rollback {
+ public:
+  explicit Rollback(Repository& repository) : m_repository(repository) {}
+  Rollback(const Rollback&) = delete;
+  Rollback& operator=(const Rollback&) = delete;
+  ~Rollback() {
+    if (m_isDone) return;
+    for (const FormerBranch& branch : m_branches) branch.PutBack();
+    m_repository.UpdateStorage();
+  }
+
+  void Add(FormerBranch branch) { m_branches.push_back(std::move(branch)); }
+  void Dismiss() noexcept { m_isDone = true; }
+  const std::vector<FormerBranch>& GetBranches() const noexcept { return m_branches; }
+
+ private:
+  Repository& m_repository;
+  std::vector<FormerBranch> m_branches;
+  bool m_isDone = false;
+};
+
+/// Refuses what the text of a commit can't hold: seconds of more than 32 bits, and an offset west
+/// of Greenwich of less than an hour.
+Status CheckTime(const Signature& signature) {
+  const auto seconds = signature.time.time_since_epoch().count();
+  if (seconds != static_cast<std::int32_t>(seconds)) {
+    return WorkspaceError(ErrorCode::Unsupported,
+                          "the time " + std::to_string(seconds) + " has more than 32 bits", {});
+  }
+  if (signature.offset.count() < 0 && signature.offset > -std::chrono::hours(1)) {
+    return WorkspaceError(
+        ErrorCode::Unsupported,
+        "the offset of " + std::to_string(signature.offset.count()) + " minutes has no hour", {});
+  }
+  return {};
+}
+
+/// Returns an author or an e-mail address as the core takes it. Refuses what the text of a commit
+/// would give back otherwise.
+Result<WideString> CheckedPerson(const std::string& text, std::string_view kind) {
+  for (const std::string_view bad : {" <", "\ncommitter "}) {
+    if (text.find(bad) != text.npos && (bad != " <" || kind == "author")) {
+      return WorkspaceError(ErrorCode::BadText,
+                            "the " + std::string(kind) + " has \"" + std::string(bad) + "\" in it",
+                            text);
+    }
+  }
+  return CheckedText(text, kind);
+}
+
+Error NoSuch(std::string_view kind, std::string_view name) {
+  return WorkspaceError(ErrorCode::NotFound,
+                        "there is no " + std::string(kind) + " \"" + std::string(name) + "\"",
+                        name);
+}
+
+}  // namespace
+
+Version DescribeCommit(const Commit& commit) {
+  AnnotatedMessage text = ParseDescription(ToUtf8(commit.GetDesciption()));
+  Version version;
+  version.id = commit.GetId();
+  const cow_ptr<Commit> parent = commit.GetParent();
+  if (parent) version.parent = parent->GetId();
+  version.summary = text.message.substr(0, text.message.find('\n'));
+  version.message = std::move(text.message);
+  version.author = ToUtf8(commit.GetAuthorName());
+  version.email = ToUtf8(commit.GetAuthorEmail());
+  version.time = std::chrono::sys_seconds(std::chrono::seconds(commit.GetCommitTime().ToTimeT()));
+  version.offset = std::chrono::minutes(commit.GetCommitTimezoneBias().ticks / kTicksOfMinute);
+  version.isMachineMade = text.annotations.isMachineMade;
+  version.gesture = std::move(text.annotations.gesture);
+  version.undoes = text.annotations.undoes;
+  version.redoes = text.annotations.redoes;
+  version.merges = std::move(text.annotations.merges);
+  return version;
+}
+
+cow_ptr<Tree> RootOf(const cow_ptr<Commit>& commit) {
+  cow_ptr<Tree> root;
+  if (commit) {
+    if (const cow_ptr<CommitTree> tree = commit->GetTree()) root = tree->GetRoot();
+  }
+  return root ? root : EmptyTree();
+}
+
+WorkspaceState::WorkspaceState(std::shared_ptr<IObjectStore> objects, OpenedRepository repository,
+                               const WorkspaceOptions& wishes)
+    : store(std::move(objects)),
+      opened(std::move(repository)),
+      options(wishes),
+      base(RootOf(GetHead())),
+      draft(GetRepository(), base) {}
+
+OnDemandStorage& WorkspaceState::GetStorage() {
+  return static_cast<OnDemandStorage&>(*GetRepository().GetStorage());
+}
+
+std::string WorkspaceState::GetBranch() { return ToUtf8(GetRepository().GetCurentBranch()); }
+
+cow_ptr<Commit> WorkspaceState::GetHead() { return GetRepository().GetHead(); }
+
+Result<cow_ptr<Commit>> WorkspaceState::FindCommit(const Id& id) {
+  cow_ptr<Commit> commit = GetRepository().GetCommitFromStorage(id);
+  if (!commit) return NoSuch("version", ToUtf8(id.View()));
+  return commit;
+}
+
+Result<cow_ptr<Commit>> WorkspaceState::FindBranch(std::string_view name) {
+  cow_ptr<Commit> commit = GetRepository().GetHead(ToWide(name));
+  if (!commit) return NoSuch("branch", name);
+  return commit;
+}
+
+void WorkspaceState::BeginDraft(cow_ptr<Tree> files) {
+  base = std::move(files);
+  draft = Draft(GetRepository(), base);
+  GetRepository().UpdateStorage();
+}
+
+bool WorkspaceState::HasPendingEdits() { return !(draft.GetTree()->GetId() == base->GetId()); }
+
+Status WorkspaceState::NeedNoEdits(std::string_view operation) {
+  if (!HasPendingEdits()) return {};
+  return WorkspaceError(ErrorCode::Undecided,
+                        "cannot " + std::string(operation) +
+                            ": there are pending edits; commit or discard them first",
+                        GetBranch());
+}
+
+Signature WorkspaceState::SignatureOf(const std::string& author, const std::string& email,
+                                      std::optional<std::chrono::sys_seconds> time) const {
+  Signature signature;
+  signature.author = author.empty() && email.empty() ? options.author : author;
+  signature.email = author.empty() && email.empty() ? options.email : email;
+  if (time) {
+    signature.time = *time;
+  } else if (options.clock) {
+    signature.time = options.clock();
+  } else {
+    signature.time = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+  }
+  signature.offset = options.offset;
+  return signature;
+}
+
+Result<cow_ptr<Commit>> WorkspaceState::Make(const NewVersion& version) {
+  const Result<WideString> description = CheckedText(DescriptionOf(version.message), "message");
+  if (!description) return description.error();
+  const Result<WideString> author = CheckedPerson(version.signature.author, "author");
+  if (!author) return author.error();
+  const Result<WideString> email = CheckedPerson(version.signature.email, "e-mail address");
+  if (!email) return email.error();
+  const Status time = CheckTime(version.signature);
+  if (!time) return time.error();
+  Repository& repository = GetRepository();
+  auto commit = std::make_unique<TalVcs::Commit>(version.parent, false);
+  commit->ReplaceRoot(&repository, version.tree);
+  commit->SetDescription(*description);
+  commit->SetAuthorName(*author);
+  commit->SetAuthorEmail(*email);
+  commit->SetCommitTime(Time::FromTimeT(version.signature.time.time_since_epoch().count()));
+  commit->SetCommitTimezoneBias({version.signature.offset.count() * kTicksOfMinute});
+  return repository.SyncWithStorage(cow_ptr<TalVcs::Commit>(dll_wrapped_shared(std::move(commit))));
+}
+
+Status WorkspaceState::MoveBranches(const std::vector<BranchMove>& moves,
+                                    const Progress& progress) {
+  Rollback rollback(GetRepository());
+  for (const BranchMove& move : moves) {
+    rollback.Add(FormerBranch(GetStorage(), ToWide(move.name)));
+  }
+  for (std::size_t i = 0; i < moves.size(); ++i) rollback.GetBranches()[i].Set(moves[i].to);
+  const Result<SaveReport> saved = Save(opened, {.progress = progress});
+  if (!saved) return saved.error();
+  rollback.Dismiss();
+  if (!observer) return {};
+  for (std::size_t i = 0; i < moves.size(); ++i) {
+    const Id before = rollback.GetBranches()[i].GetId();
+    const Id after = moves[i].to ? moves[i].to->GetId() : Id();
+    if (!(before == after)) observer({moves[i].name, before, after, false});
+  }
+  return {};
+}
+
+Result<Version> WorkspaceState::PutOnBranch(const NewVersion& version, const Progress& progress) {
+  const Result<cow_ptr<Commit>> commit = Make(version);
+  if (!commit) return commit.error();
+  const Status status = MoveBranches({{GetBranch(), *commit}}, progress);
+  if (!status) return status.error();
+  lastCheckpoint.reset();
+  BeginDraft(version.tree);
+  return VersionOf(*commit);
+}
+
+std::multimap<WideString, std::string> WorkspaceState::NamesOfHeads() {
+  std::multimap<WideString, std::string> names;
+  for (const auto& [name, id] : GetStorage().GetHeadIds()) {
+    names.emplace(id.ToString(), ToUtf8(name));
+  }
+  return names;
+}
+
+Version WorkspaceState::VersionOf(const cow_ptr<Commit>& commit) {
+  Version version = DescribeCommit(*commit);
+  const auto names = NamesOfHeads();
+  const auto [begin, end] = names.equal_range(version.id.ToString());
+  for (const auto& [id, name] : std::ranges::subrange(begin, end)) {
+    if (name.starts_with(kTagPrefix)) {
+      version.tags.push_back(name.substr(kTagPrefix.size()));
+    } else {
+      version.branches.push_back(name);
+    }
+  }
+  std::ranges::sort(version.branches);
+  std::ranges::sort(version.tags);
+  return version;
+}
+
+}  // namespace TalVcs::Kit

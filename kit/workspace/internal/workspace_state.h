@@ -1,0 +1,106 @@
+#pragma once
+
+#include <kit/open/open.h>
+#include <kit/workspace/internal/draft.h>
+#include <kit/workspace/internal/message.h>
+#include <kit/workspace/workspace.h>
+#include <talvcs/storage/on_demand_storage.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+/// Tags are branches of the store whose names begin with this.
+inline constexpr std::string_view kTagPrefix = "tags/";
+
+/// Who makes a version, and when.
+struct Signature {
+  std::string author;
+  std::string email;
+  std::chrono::sys_seconds time;
+  std::chrono::minutes offset;
+};
+
+/// A version to be made.
+struct NewVersion {
+  cow_ptr<Commit> parent;
+  cow_ptr<Tree> tree;
+  AnnotatedMessage message;
+  Signature signature;
+};
+
+/// A branch to be moved; a null commit removes it.
+struct BranchMove {
+  std::string name;
+  cow_ptr<Commit> to;
+};
+
+/// The checkpoint that the next one may replace.
+struct LastCheckpoint {
+  Id id;
+  std::string gesture;
+  std::string author;
+  std::string email;
+  std::chrono::sys_seconds time;
+};
+
+/// What a workspace consists of. The repository holds what is in the store and nothing else between
+/// two operations: each saves what it made, or takes it back.
+struct WorkspaceState {
+  WorkspaceState(std::shared_ptr<IObjectStore> objects, OpenedRepository repository,
+                 const WorkspaceOptions& wishes);
+
+  Repository& GetRepository() { return opened.GetRepository(); }
+  OnDemandStorage& GetStorage();
+  std::string GetBranch();
+  /// Returns the head of the current branch, or null. It may be read.
+  cow_ptr<Commit> GetHead();
+  /// Returns the commit of that id. Fails with `NotFound`.
+  Result<cow_ptr<Commit>> FindCommit(const Id& id);
+  /// Returns the head of a branch. Fails with `NotFound`.
+  Result<cow_ptr<Commit>> FindBranch(std::string_view name);
+
+  /// Begins anew from the files of the head, without pending edits.
+  void BeginDraft(cow_ptr<Tree> files);
+  bool HasPendingEdits();
+  /// Fails with `Undecided` if there are pending edits.
+  Status NeedNoEdits(std::string_view operation);
+
+  Signature SignatureOf(const std::string& author, const std::string& email,
+                        std::optional<std::chrono::sys_seconds> time) const;
+  /// Makes a commit, which is stored in the repository and on no branch.
+  Result<cow_ptr<Commit>> Make(const NewVersion& version);
+  /// Moves branches and saves. On failure, the repository is as it was.
+  Status MoveBranches(const std::vector<BranchMove>& moves, const Progress& progress);
+  /// Puts a version on the current branch, saves it and begins a new draft.
+  Result<Version> PutOnBranch(const NewVersion& version, const Progress& progress);
+
+  /// Returns branches and tags by the id of their head.
+  std::multimap<WideString, std::string> NamesOfHeads();
+  Version VersionOf(const cow_ptr<Commit>& commit);
+
+  std::shared_ptr<IObjectStore> store;
+  OpenedRepository opened;
+  WorkspaceOptions options;
+  cow_ptr<Tree> base;  // the files of the head, never null
+  Draft draft;
+  std::optional<LastCheckpoint> lastCheckpoint;
+  std::function<void(const Workspace::Move&)> observer;
+};
+
+/// Returns a commit as a host sees it, without the names of branches.
+Version DescribeCommit(const Commit& commit);
+
+/// Returns the root of a commit; an empty tree for a null commit and one without a root.
+cow_ptr<Tree> RootOf(const cow_ptr<Commit>& commit);
+
+/// True for the id of no object.
+inline bool IsEmpty(const Id& id) noexcept { return id.View().IsEmpty(); }
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,78 @@
+#include <kit/open/internal/reporter.h>
+#include <kit/open/try.h>
+#include <kit/workspace/internal/checked_text.h>
+#include <kit/workspace/internal/log_walk.h>
+#include <kit/workspace/workspace.h>
+
+#include <utility>
+
+namespace TalVcs::Kit {
+
+namespace {
+
+/// Begins where the options say, with the first version of the page or, of several histories, with
+/// their heads.
+Result<LogWalk> Begin(WorkspaceState& state, const LogOptions& options) {
+  LogWalk walk;
+  if (options.allBranches) {
+    for (const auto& [name, id] : state.GetStorage().GetHeadIds()) {
+      walk.Add(state.GetRepository().GetHead(name));
+    }
+    return walk;
+  }
+  if (!IsEmpty(options.after)) {
+    const Result<cow_ptr<Commit>> last = state.FindCommit(options.after);
+    if (!last) return last.error();
+    walk.Add((*last)->GetParent());
+  } else if (options.branch.empty()) {
+    walk.Add(state.GetHead());
+  } else {
+    cow_ptr<Commit> head = state.GetRepository().GetHead(ToWide(options.branch));
+    if (!head) {
+      head = state.GetRepository().GetHead(ToWide(std::string(kTagPrefix) + options.branch));
+    }
+    if (!head) return state.FindBranch(options.branch).error();
+    walk.Add(std::move(head));
+  }
+  return walk;
+}
+
+/// Leaves out what the pages before had.
+Status SkipPages(LogWalk& walk, const Id& after) {
+  while (const cow_ptr<Commit> commit = walk.Next()) {
+    if (commit->GetId() == after) return {};
+  }
+  return WorkspaceError(ErrorCode::NotFound,
+                        "there is no version \"" + ToUtf8(after.View()) + "\" to go on after",
+                        ToUtf8(after.View()));
+}
+
+}  // namespace
+
+Result<std::vector<Version>> Workspace::Log(const LogOptions& options) const {
+  return Try([&]() -> Result<std::vector<Version>> {
+    const Result<WideString> path = CheckedFolder(options.path);
+    if (!path) return path.error();
+    Result<LogWalk> walk = Begin(*m_state, options);
+    if (!walk) return walk.error();
+    if (options.allBranches && !IsEmpty(options.after)) {
+      const Status skipped = SkipPages(*walk, options.after);
+      if (!skipped) return skipped.error();
+    }
+    const LogFilter filter(options, *path);
+    Reporter reporter(options.progress);
+    Status status = reporter.Begin("log");
+    std::vector<Version> versions;
+    while (status && versions.size() < options.limit) {
+      const cow_ptr<TalVcs::Commit> commit = walk->Next();
+      if (!commit) break;
+      if (filter.Takes(*commit)) versions.push_back(m_state->VersionOf(commit));
+      status = reporter.Add(1);
+    }
+    if (status) status = reporter.End();
+    if (!status) return status.error();
+    return versions;
+  });
+}
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,160 @@
+#include <kit/open/try.h>
+#include <kit/workspace/internal/checked_text.h>
+#include <kit/workspace/internal/merge_plan.h>
+#include <kit/workspace/internal/workspace_state.h>
+#include <kit/workspace/workspace.h>
+
+#include <map>
+#include <utility>
+
+namespace TalVcs::Kit {
+
+namespace {
+
+using HeadMap = std::map<std::string, Id>;
+
+HeadMap KnownHeads(WorkspaceState& state) {
+  HeadMap heads;
+  for (const auto& [name, id] : state.GetStorage().GetHeadIds()) {
+    if (!IsEmpty(id)) heads.emplace(ToUtf8(name), id);
+  }
+  return heads;
+}
+
+Result<HeadMap> ActualHeads(IObjectStore& store) {
+  const Result<std::vector<Head>> actual = store.Heads();
+  if (!actual) return actual.error();
+  HeadMap heads;
+  for (const Head& head : *actual) {
+    if (!IsEmpty(head.id)) heads.emplace(head.name, head.id);
+  }
+  return heads;
+}
+
+Id HeadIn(const HeadMap& heads, const std::string& name) {
+  const auto found = heads.find(name);
+  return found == heads.end() ? Id() : found->second;
+}
+
+/// The pending edits and what somebody else saved, brought together.
+class Reloading {
+ public:
+  /// `head` is the new head of the branch, null if it is gone.
+  Reloading(WorkspaceState& state, cow_ptr<Commit> head)
+      : m_head(std::move(head)),
+        m_plan(state.GetRepository(), {m_head ? state.base : EmptyTree(), state.draft.GetTree(),
+                                       m_head ? RootOf(m_head) : EmptyTree()}) {}
+
+  const MergePlan& GetPlan() const noexcept { return m_plan; }
+  Snapshot Theirs() const { return Snapshot(m_head ? RootOf(m_head) : nullptr); }
+
+ private:
+  cow_ptr<Commit> m_head;
+  MergePlan m_plan;
+};
+
+/// Finds the new head of the current branch, which the repository can read although it doesn't know
+/// that it is one.
+Result<Reloading> Prepare(WorkspaceState& state, const HeadMap& actual) {
+  const Id id = HeadIn(actual, state.GetBranch());
+  if (IsEmpty(id)) return Reloading(state, nullptr);
+  const Result<cow_ptr<Commit>> head = state.FindCommit(id);
+  if (!head) return head.error();
+  return Reloading(state, *head);
+}
+
+/// Opens the store anew, on the same branch, whether or not it is there.
+Result<OpenedRepository> OpenAgain(WorkspaceState& state, const HeadMap& actual) {
+  const std::string branch = state.GetBranch();
+  if (actual.contains(branch)) return Kit::Open(state.store, {.branch = branch});
+  Result<OpenedRepository> opened = Kit::Open(state.store);
+  if (!opened) return opened;
+  opened->GetRepository().GetStorage()->CreateBranch(ToWide(branch), nullptr);
+  opened->GetRepository().Checkout(ToWide(branch));
+  return opened;
+}
+
+/// Makes the edits that lead from the files of the head to `files`.
+Status MakePending(WorkspaceState& state, const Snapshot& theirs, const Snapshot& files) {
+  const Result<std::vector<TreeChange>> changes = FindTreeChanges(
+      theirs.GetTree(), files.GetTree(), {.findMoves = false, .findLikeMoves = false});
+  if (!changes) return changes.error();
+  // What is removed makes room for what is added.
+  for (const TreeChange& change : *changes) {
+    if (change.kind != TreeChangeKind::Removed) continue;
+    const Status status = state.draft.Remove(change.path);
+    if (!status) return status;
+  }
+  for (const TreeChange& change : *changes) {
+    if (change.kind == TreeChangeKind::Removed) continue;
+    const Result<Bytes> bytes = files.Read(change.path);
+    if (!bytes) return bytes.error();
+    const Status status = state.draft.Write(change.path, bytes->GetBuffer());
+    if (!status) return status;
+  }
+  return {};
+}
+
+void Report(const HeadMap& before, const HeadMap& after,
+            const std::function<void(const Workspace::Move&)>& observer) {
+  HeadMap all = before;
+  all.insert(after.begin(), after.end());
+  for (const auto& [name, id] : all) {
+    const Workspace::Move move{name, HeadIn(before, name), HeadIn(after, name), true};
+    if (!(move.before == move.after)) observer(move);
+  }
+}
+
+}  // namespace
+
+Result<bool> Workspace::IsBehind() const {
+  const Result<HeadMap> actual = ActualHeads(*m_state->store);
+  if (!actual) return actual.error();
+  return *actual != KnownHeads(*m_state);
+}
+
+Result<MergePreview> Workspace::PreviewReload() const {
+  return Try([&]() -> Result<MergePreview> {
+    const Result<HeadMap> actual = ActualHeads(*m_state->store);
+    if (!actual) return actual.error();
+    const Result<Reloading> reloading = Prepare(*m_state, *actual);
+    if (!reloading) return reloading.error();
+    MergePreview preview;
+    preview.action = MergeAction::Reload;
+    preview.branch = m_state->GetBranch();
+    preview.head = HeadIn(*actual, preview.branch);
+    const MergePlan& plan = reloading->GetPlan();
+    preview.changes = FilesChanged(m_state->draft.GetTree(), plan.WithoutConflicts());
+    preview.conflicts = plan.GetConflicts();
+    preview.isUpToDate = *actual == KnownHeads(*m_state);
+    return preview;
+  });
+}
+
+Status Workspace::Reload(const Decisions& decisions) {
+  return Try([&]() -> Status {
+    const HeadMap before = KnownHeads(*m_state);
+    const Result<HeadMap> actual = ActualHeads(*m_state->store);
+    if (!actual) return actual.error();
+    if (*actual == before && decisions.empty()) return {};
+    const Result<Reloading> reloading = Prepare(*m_state, *actual);
+    if (!reloading) return reloading.error();
+    const Result<cow_ptr<Tree>> files = reloading->GetPlan().Decide(decisions);
+    if (!files) return files.error();
+    Result<OpenedRepository> opened = OpenAgain(*m_state, *actual);
+    if (!opened) return opened.error();
+    auto next =
+        std::make_unique<WorkspaceState>(m_state->store, *std::move(opened), m_state->options);
+    if (!(RootOf(next->GetHead())->GetId() == reloading->Theirs().GetTree()->GetId())) {
+      return WorkspaceError(ErrorCode::Busy, "cannot reload: the branch is moving", GetBranch());
+    }
+    Status status = MakePending(*next, reloading->Theirs(), Snapshot(*files));
+    if (!status) return status;
+    next->observer = std::move(m_state->observer);
+    m_state = std::move(next);
+    if (m_state->observer) Report(before, KnownHeads(*m_state), m_state->observer);
+    return {};
+  });
+}
+
+}  // namespace TalVcs::Kit

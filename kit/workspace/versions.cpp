@@ -1,0 +1,157 @@
+#include <kit/open/try.h>
+#include <kit/workspace/internal/merging.h>
+#include <kit/workspace/internal/undo_search.h>
+#include <kit/workspace/internal/workspace_state.h>
+#include <kit/workspace/workspace.h>
+
+#include <utility>
+
+namespace TalVcs::Kit {
+
+namespace {
+
+using MadeVersion = std::optional<Version>;
+
+NewVersion VersionOnTop(WorkspaceState& state, std::string_view message,
+                        const CommitOptions& options) {
+  NewVersion version;
+  version.parent = state.GetHead();
+  version.tree = state.draft.GetTree();
+  version.message.message = message;
+  version.message.annotations.isMachineMade = options.isMachineMade;
+  version.signature = state.SignatureOf(options.author, options.email, options.time);
+  return version;
+}
+
+MadeVersion Made(Version version) { return MadeVersion(std::move(version)); }
+
+/// Makes an optional result of one that has a value.
+Result<MadeVersion> Made(Result<Version> version) {
+  if (!version) return std::move(version).error();
+  return Made(*std::move(version));
+}
+
+/// Returns true if a checkpoint may take the place of the head.
+bool ReplacesHead(WorkspaceState& state, const Version& head, const NewVersion& next) {
+  const std::optional<LastCheckpoint>& last = state.lastCheckpoint;
+  return last && last->id == head.id && !last->gesture.empty() &&
+         last->gesture == next.message.annotations.gesture &&
+         last->author == next.signature.author && last->email == next.signature.email &&
+         head.branches.size() == 1 && head.tags.empty() &&
+         !(next.tree->GetId() == RootOf(next.parent->GetParent())->GetId());
+}
+
+MergeOptions MergeOptionsOf(const CommitOptions& options) {
+  MergeOptions merge;
+  merge.author = options.author;
+  merge.email = options.email;
+  merge.time = options.time;
+  merge.progress = options.progress;
+  return merge;
+}
+
+}  // namespace
+
+Result<MadeVersion> Workspace::Commit(std::string_view message, const CommitOptions& options) {
+  return Try([&]() -> Result<MadeVersion> {
+    if (!m_state->HasPendingEdits()) return MadeVersion();
+    return Made(m_state->PutOnBranch(VersionOnTop(*m_state, message, options), options.progress));
+  });
+}
+
+Result<MadeVersion> Workspace::Checkpoint(std::string_view label, std::string_view gesture,
+                                          std::chrono::sys_seconds now,
+                                          const CheckpointOptions& options) {
+  return Try([&]() -> Result<MadeVersion> {
+    if (!m_state->HasPendingEdits()) return MadeVersion();
+    CommitOptions commit;
+    commit.author = options.author;
+    commit.email = options.email;
+    commit.time = now;
+    NewVersion version = VersionOnTop(*m_state, label, commit);
+    version.message.annotations.gesture = gesture;
+    if (version.parent && m_state->lastCheckpoint) {
+      const std::chrono::seconds age = now - m_state->lastCheckpoint->time;
+      const bool is_recent = age >= std::chrono::seconds(0) && age <= options.window;
+      if (is_recent && ReplacesHead(*m_state, m_state->VersionOf(version.parent), version)) {
+        version.parent = version.parent->GetParent();
+      }
+    }
+    const LastCheckpoint checkpoint{
+        {}, std::string(gesture), version.signature.author, version.signature.email, now};
+    Result<Version> made = m_state->PutOnBranch(version, options.progress);
+    if (!made) return std::move(made).error();
+    m_state->lastCheckpoint = checkpoint;
+    m_state->lastCheckpoint->id = made->id;
+    return Made(*std::move(made));
+  });
+}
+
+Result<MadeVersion> Workspace::FindUndo(const CommitOptions& options) const {
+  return Try([&]() -> Result<MadeVersion> {
+    const cow_ptr<TalVcs::Commit> found = FindVersionToUndo(*m_state, options);
+    return found ? Made(m_state->VersionOf(found)) : MadeVersion();
+  });
+}
+
+Result<MadeVersion> Workspace::FindRedo(const CommitOptions& options) const {
+  return Try([&]() -> Result<MadeVersion> {
+    const cow_ptr<TalVcs::Commit> found = FindVersionToRedo(*m_state, options);
+    return found ? Made(m_state->VersionOf(found)) : MadeVersion();
+  });
+}
+
+Result<std::optional<MergePreview>> Workspace::PreviewUndo(const CommitOptions& options) const {
+  return Try([&]() -> Result<std::optional<MergePreview>> {
+    const cow_ptr<TalVcs::Commit> found = FindVersionToUndo(*m_state, options);
+    if (!found) return std::optional<MergePreview>();
+    return std::optional(Merging(*m_state, MergeAction::Undo, found).Preview());
+  });
+}
+
+Result<std::optional<MergePreview>> Workspace::PreviewRedo(const CommitOptions& options) const {
+  return Try([&]() -> Result<std::optional<MergePreview>> {
+    const cow_ptr<TalVcs::Commit> found = FindVersionToRedo(*m_state, options);
+    if (!found) return std::optional<MergePreview>();
+    return std::optional(Merging(*m_state, MergeAction::Redo, found).Preview());
+  });
+}
+
+Result<MadeVersion> Workspace::Undo(const CommitOptions& options) {
+  Result<std::optional<MergePreview>> preview = PreviewUndo(options);
+  if (!preview) return std::move(preview).error();
+  if (!*preview) return MadeVersion();
+  return Merge(**preview, {}, MergeOptionsOf(options));
+}
+
+Result<MadeVersion> Workspace::Redo(const CommitOptions& options) {
+  Result<std::optional<MergePreview>> preview = PreviewRedo(options);
+  if (!preview) return std::move(preview).error();
+  if (!*preview) return MadeVersion();
+  return Merge(**preview, {}, MergeOptionsOf(options));
+}
+
+Result<Snapshot> Workspace::At(const Id& version) const {
+  return Try([&]() -> Result<Snapshot> {
+    const Result<cow_ptr<TalVcs::Commit>> commit = m_state->FindCommit(version);
+    if (!commit) return commit.error();
+    return Snapshot(RootOf(*commit), m_state->VersionOf(*commit));
+  });
+}
+
+Result<MadeVersion> Workspace::Restore(const Id& version, const CommitOptions& options) {
+  return Try([&]() -> Result<MadeVersion> {
+    const Status status = m_state->NeedNoEdits("restore a version");
+    if (!status) return status.error();
+    const Result<cow_ptr<TalVcs::Commit>> commit = m_state->FindCommit(version);
+    if (!commit) return commit.error();
+    const cow_ptr<Tree> files = RootOf(*commit);
+    if (files->GetId() == m_state->base->GetId()) return MadeVersion();
+    const std::string message = "Restore \"" + DescribeCommit(**commit).summary + "\"";
+    NewVersion next = VersionOnTop(*m_state, message, options);
+    next.tree = files;
+    return Made(m_state->PutOnBranch(next, options.progress));
+  });
+}
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,200 @@
+#pragma once
+
+#include <kit/diff/tree_changes.h>
+#include <kit/export.h>
+#include <kit/store/object_store.h>
+#include <kit/text/bytes.h>
+#include <kit/text/result.h>
+#include <kit/workspace/merge_preview.h>
+#include <kit/workspace/snapshot.h>
+#include <kit/workspace/version.h>
+#include <kit/workspace/workspace_options.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+struct WorkspaceState;
+
+/// A document with its history, for one host: files that are edited, versions that are saved.
+///
+///     auto workspace = Workspace::Open(DirectoryObjectStore::Open("drawing")).value();
+///     workspace.Write("pages/1/shape-7", bytes).value();
+///     workspace.Commit("Move the house", {.author = "Ada"}).value();
+///
+/// Edits are pending until `Commit` makes a version of them. Reading shows pending edits. Every
+/// operation that makes a version or moves a branch saves it durably before it returns.
+///
+/// *Paths* are UTF-8: one or more names with "/" between them. A name is any text that isn't empty
+/// and has neither "/" nor U+0000 in it; everything else is refused with `BadName`, or `BadText` if
+/// it isn't UTF-8. Folders exist as long as there are files in them. The names of branches and tags
+/// and all other texts are UTF-8 without U+0000. Only an author's name with " <" in it, a name or
+/// address with a line that begins with "committer ", a time of more than 32 bits of seconds, and
+/// an offset between 0 and -1 hour are refused besides, because no version can hold them.
+///
+/// *Failures.* A failed or cancelled operation leaves the workspace and the store as they were. If
+/// somebody else has moved a branch, operations that move it fail with `Conflict`: edits stay
+/// pending, and `Reload` brings both together. `Undecided` means that there are conflicts, or
+/// pending edits where the operation needs none: commit or discard them first. `Damaged` and
+/// `Unavailable` come from objects that can't be read.
+///
+/// Threads: a workspace and its store belong to one thread at a time.
+class TALVCS_KIT_API Workspace {
+ public:
+  /// Opens the document in a store, which must not be null. An empty store is an empty document.
+  static Result<Workspace> Open(std::shared_ptr<IObjectStore> store,
+                                const WorkspaceOptions& options = {});
+  /// Opens the document in a store that was just opened; its error is passed on.
+  template <class Store>
+  static Result<Workspace> Open(Result<Store> store, const WorkspaceOptions& options = {}) {
+    if (!store) return std::move(store).error();
+    return Open(std::make_shared<Store>(*std::move(store)), options);
+  }
+
+  Workspace(Workspace&& other) noexcept;
+  Workspace& operator=(Workspace&& other) noexcept;
+  ~Workspace();
+
+  /// Return what `Snapshot` returns, with the pending edits.
+  Result<Bytes> Read(std::string_view path) const;
+  Result<bool> Contains(std::string_view path) const;
+  Result<std::vector<FolderEntry>> List(std::string_view folder = {}) const;
+  Result<std::vector<std::string>> ListFiles(std::string_view folder = {}) const;
+
+  /// Puts a file at the path, in place of the one that is there. Makes missing folders. Fails with
+  /// `BadName` if the path is a folder or leads through a file.
+  Status Write(std::string_view path, std::span<const std::byte> bytes);
+  Status Write(std::string_view path, std::string_view text);
+  Status Write(std::string_view path, const Bytes& bytes);
+  /// Removes a file or a folder. Fails with `NotFound` if there is neither.
+  Status Remove(std::string_view path);
+  /// Moves a file or a folder to a path where there is nothing. Fails with `NotFound`, or with
+  /// `BadName` if there is something or the new path leads through a file or into the folder.
+  Status Rename(std::string_view from, std::string_view to);
+  /// Puts a file or folder of a version at a path, in place of what is there. Fails likewise.
+  Status CopyFrom(const Snapshot& version, std::string_view from, std::string_view to);
+
+  /// Returns the pending edits, as changes since the head.
+  Result<std::vector<TreeChange>> GetChanges(const TreeChangesOptions& options = {}) const;
+  /// Discards all pending edits.
+  void Discard();
+  /// Makes a file or folder what it is in the head. Fails as `CopyFrom` does.
+  Status Discard(std::string_view path);
+
+  /// Makes a version of the pending edits and saves it. Returns it, or none if nothing differs from
+  /// the head. Fails with `Conflict` if somebody else has moved the branch; the edits stay pending.
+  Result<std::optional<Version>> Commit(std::string_view message,
+                                        const CommitOptions& options = {});
+  /// Does the same as an automatic save. Within a time window, a checkpoint replaces the one before
+  /// it that this workspace made, if both have the same gesture, such as the id of a drag, that
+  /// isn't empty, and author. So one gesture is one version and one step of undo.
+  Result<std::optional<Version>> Checkpoint(std::string_view label, std::string_view gesture,
+                                            std::chrono::sys_seconds now,
+                                            const CheckpointOptions& options = {});
+
+  /// Take back the author's latest version that isn't undone, and the latest undo with no version
+  /// of the author since. Each makes a new version on top, so that both survive closing. What
+  /// others have changed since stays: if it touches the same files, they fail with `Undecided`, and
+  /// `PreviewUndo` and `PreviewRedo` show the conflicts. Versions that a program made are passed
+  /// over. Return none if there is nothing to undo or redo.
+  Result<std::optional<Version>> Undo(const CommitOptions& options = {});
+  Result<std::optional<Version>> Redo(const CommitOptions& options = {});
+  /// Return the version that `Undo` would take back, or the undo that `Redo` would.
+  Result<std::optional<Version>> FindUndo(const CommitOptions& options = {}) const;
+  Result<std::optional<Version>> FindRedo(const CommitOptions& options = {}) const;
+
+  /// Returns the current branch.
+  std::string GetBranch() const;
+  /// Returns the head of the current branch, or none.
+  Result<std::optional<Version>> GetHead() const;
+  /// Return all branches, and all tags, with the versions that they name, sorted by name. A tag is
+  /// a branch of the store whose name begins with "tags/"; here it has its name without that.
+  std::vector<Head> GetBranches() const;
+  std::vector<Head> GetTags() const;
+  /// Creates a branch or tag at a version, or at the head. Fails with `Conflict` if there is one of
+  /// that name, with `NotFound` without the version, with `BadName` for an empty name and a branch
+  /// whose name begins with "tags/". A tag keeps its version through clean-ups and retention.
+  Status CreateBranch(std::string_view name, const Id& version = {});
+  Status CreateTag(std::string_view name, const Id& version = {});
+  /// Makes a branch the current one, also for the next session. Needs no pending edits.
+  Status Switch(std::string_view branch);
+  /// Remove a branch other than the current one, or a tag. A clean-up then removes versions that
+  /// nothing else reaches.
+  Status RemoveBranch(std::string_view name);
+  Status RemoveTag(std::string_view name);
+
+  /// Finds a version by branch, tag or id.
+  Result<Version> Find(std::string_view name) const;
+  /// Returns the files of a version, to be read without moving there.
+  Result<Snapshot> At(const Id& version) const;
+  /// Makes a version on top whose files are those of an older one. Needs no pending edits. Returns
+  /// none if they are the same already.
+  Result<std::optional<Version>> Restore(const Id& version, const CommitOptions& options = {});
+  /// Returns versions, newest first. Reads no more of the history than the page needs. A version
+  /// belongs to the history of a path if the path differs from the version before it.
+  Result<std::vector<Version>> Log(const LogOptions& options = {}) const;
+
+  /// Return what a merge would do, with all conflicts. Nothing changes. A branch is merged since
+  /// the newest common version, or the newest head that was merged before: conflicts that were
+  /// decided aren't asked again, and what was taken back since stays so. Undo and redo return none
+  /// if there is nothing to do.
+  Result<MergePreview> PreviewMerge(std::string_view branch) const;
+  Result<MergePreview> PreviewCherryPick(const Id& version) const;
+  Result<MergePreview> PreviewRevert(const Id& version) const;
+  Result<std::optional<MergePreview>> PreviewUndo(const CommitOptions& options = {}) const;
+  Result<std::optional<MergePreview>> PreviewRedo(const CommitOptions& options = {}) const;
+  /// Makes the version of a preview, with a decision for each of its conflicts. Needs no pending
+  /// edits. Returns none if it is up to date. Fails with `Conflict` if the current branch or the
+  /// other one isn't where it was, and with `Undecided` if a decision is missing.
+  Result<std::optional<Version>> Merge(const MergePreview& preview, const Decisions& decisions = {},
+                                       const MergeOptions& options = {});
+  /// Merge at once. Fail with `Undecided` if there are conflicts.
+  Result<std::optional<Version>> Merge(std::string_view branch, const MergeOptions& options = {});
+  Result<std::optional<Version>> CherryPick(const Id& version, const MergeOptions& options = {});
+  Result<std::optional<Version>> Revert(const Id& version, const MergeOptions& options = {});
+  /// Replays the versions of the current branch since it left another one on top of that one, each
+  /// with its message, author and time. `decide` is called for a version that has conflicts;
+  /// without it, they fail with `Undecided`. The branch moves once, at the end. Needs no pending
+  /// edits. Returns the number of versions.
+  Result<std::uint64_t> Rebase(
+      std::string_view onto,
+      const std::function<Result<Decisions>(const MergePreview&)>& decide = {},
+      const MergeOptions& options = {});
+
+  /// Returns true if somebody else has moved a branch since this workspace last looked.
+  Result<bool> IsBehind() const;
+  /// Return what `Reload` would do with the pending edits, and take over what others saved. Pending
+  /// edits are *ours*, the branch's new head is *theirs*. If the branch is gone, all files are
+  /// pending.
+  Result<MergePreview> PreviewReload() const;
+  Status Reload(const Decisions& decisions = {});
+
+  /// A branch or tag that has moved. Ids are empty where there was none and where it was removed.
+  struct Move {
+    std::string name;       ///< The name of the branch in the store.
+    Id before;              ///< Where it was.
+    Id after;               ///< Where it is.
+    bool isBySomebodyElse;  ///< True if `Reload` found it.
+  };
+  /// Sets the function that is called after each move of a branch, on the caller's thread and after
+  /// the operation has succeeded. It must not call the workspace. Empty: none.
+  void Observe(std::function<void(const Move&)> observer);
+
+  /// Lets go of objects that were read and aren't in use.
+  void Trim();
+
+ private:
+  TALVCS_KIT_NO_EXPORT explicit Workspace(std::unique_ptr<WorkspaceState> state) noexcept;
+
+  std::unique_ptr<WorkspaceState> m_state;
+};
+
+}  // namespace TalVcs::Kit

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <kit/text/progress.h>
+#include <kit/workspace/version.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace TalVcs::Kit {
+
+/// Options of `Workspace::Open`.
+struct WorkspaceOptions {
+  /// The current branch. Empty: the one of the last session, else "master", else the first.
+  std::string branch = {};
+  /// Who makes versions where the operation doesn't say it. Undo then looks for versions of this
+  /// author; without one, for anybody's.
+  std::string author = {};
+  std::string email = {};
+  /// The clock. Empty: the system's.
+  std::function<std::chrono::sys_seconds()> clock = {};
+  /// The author's offset from UTC.
+  std::chrono::minutes offset = {};
+};
+
+/// Options of the operations that make a version.
+struct CommitOptions {
+  /// The author. Empty: the workspace's.
+  std::string author = {};
+  std::string email = {};
+  /// When it was made. None: now.
+  std::optional<std::chrono::sys_seconds> time = {};
+  /// Marks a version that a program makes on its own account. Undo passes over it.
+  bool isMachineMade = false;
+  /// The phases of `Save`.
+  Progress progress = {};
+};
+
+/// Options of `Workspace::Checkpoint`.
+struct CheckpointOptions {
+  /// As in `CommitOptions`.
+  std::string author = {};
+  std::string email = {};
+  /// A checkpoint of the same gesture replaces the one before it that is not older than this.
+  std::chrono::seconds window = std::chrono::seconds(60);
+  /// The phases of `Save`.
+  Progress progress = {};
+};
+
+/// Options of `Workspace::Merge`.
+struct MergeOptions {
+  /// The message. Empty: one that names what was merged.
+  std::string message = {};
+  /// As in `CommitOptions`.
+  std::string author = {};
+  std::string email = {};
+  std::optional<std::chrono::sys_seconds> time = {};
+  /// Moves the branch without a new version where the current head is a part of the other history.
+  bool allowsFastForward = true;
+  /// The phases of `Save`.
+  Progress progress = {};
+};
+
+/// Options of `Workspace::Log`: what the versions have to be like.
+struct LogOptions {
+  /// The branch or tag. Empty: the current branch. See `allBranches`.
+  std::string branch = {};
+  /// Versions of all branches and tags, by their time.
+  bool allBranches = false;
+  /// A file or folder that they changed. Empty: everything.
+  std::string path = {};
+  /// The author's name. Empty: anybody.
+  std::string author = {};
+  /// The earliest and the latest time.
+  std::optional<std::chrono::sys_seconds> since = {};
+  std::optional<std::chrono::sys_seconds> until = {};
+  /// Go on after this version, the last one of the page before.
+  Id after = {};
+  /// The most versions to return.
+  std::uint64_t limit = 100;
+  /// The phase "log".
+  Progress progress = {};
+};
+
+}  // namespace TalVcs::Kit
