@@ -50,7 +50,11 @@ void ObjectRemoval::TakeRecord(const ScannedRecord& record, const PackPlace& pla
                                const std::set<ObjectKey>& kept) {
   const bool is_kept = kept.contains(record.key);
   if (!is_kept) m_rewritten.insert(place.pack);
-  if (!m_places.emplace(record.key, place).second) return;
+  const auto [known, is_first] = m_places.emplace(record.key, place);
+  if (!is_first) {
+    if (record.isWhole) known->second = place;
+    return;
+  }
   const Result<EncodedHeader> header = HeaderOf(record);
   if (!is_kept) {
     ++m_removed.count;

@@ -62,6 +62,8 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookUp(const ObjectKe
     Load();
     return LookUp(key, most);
   }
+  // A record that was written later replaces an earlier one of the same object.
+  std::sort(places.rbegin(), places.rend());
   std::optional<Error> failure;
   for (const std::uint64_t number : places) {
     const PackPlace place = PlaceFromNumber(number);
@@ -145,11 +147,11 @@ void PackedObjects::ScanOn() {
 }
 
 void PackedObjects::Take(const ScannedRecord& record, const PackPlace& place) {
-  const auto [at, is_new] = m_tail.emplace(record.key, place);
-  if (!record.isWhole) {
-    if (is_new) m_damaged.insert(record.key);
-  } else if (m_damaged.erase(record.key) != 0) {
-    at->second = place;
+  if (record.isWhole) {
+    m_tail.insert_or_assign(record.key, place);
+    m_damaged.erase(record.key);
+  } else if (m_tail.emplace(record.key, place).second) {
+    m_damaged.insert(record.key);
   }
 }
 

@@ -54,7 +54,8 @@ class PackedObjects {
   Result<std::optional<Found>> ReadBeginning(const ObjectKey& key);
 
   using Visitor = std::function<void(const ScannedRecord& record, const PackPlace& place)>;
-  /// Visits all records, also the second one of an object that was written twice.
+  /// Visits all records in the order in which they were written. Of an object that was written more
+  /// than once, the last whole one counts.
   Status Visit(const Visitor& visit);
   Status VisitPack(std::uint32_t number, const Visitor& visit);
 

@@ -70,7 +70,11 @@ Result<std::optional<std::uint64_t>> StoredObjects::PackedSizeOf(const ObjectKey
 Result<Buffer> StoredObjects::Read(const ObjectKey& key) {
   UsePacks();
   const Result<std::optional<PackedObjects::Found>> found = m_packs.Read(key);
-  if (!found) return found.error();
+  if (!found) {
+    // A large object is repaired by a file of its own.
+    Result<Buffer> file = found.error().code == ErrorCode::Damaged ? ReadFile(key) : found.error();
+    return file ? std::move(file) : found.error();
+  }
   if (*found) {
     return m_encoded.Decode(IdFrom(key), BytesOf((*found)->bytes), EncodedReader());
   }
@@ -160,6 +164,22 @@ Status StoredObjects::Write(std::span<const StoredObject> objects) {
   return status;
 }
 
+Status StoredObjects::Replace(std::span<const StoredObject> objects) {
+  Status status;
+  for (const StoredObject& object : objects) {
+    // Without a base: the one that the object had may be what is damaged.
+    if (status && !m_pending.contains(*KeyFromId(object.id))) {
+      status = Put({object.id, object.packed, Id()});
+    }
+  }
+  if (status) status = Flush();
+  if (status) status = m_files.SyncNames();
+  // What was read before may come from what was replaced.
+  m_encoded.Clear();
+  ForgetPending();
+  return status;
+}
+
 void StoredObjects::ForgetPending() {
   m_pendingFiles.clear();
   m_pending.clear();
@@ -172,7 +192,12 @@ Status StoredObjects::WriteOne(const StoredObject& object) {
   if (m_pending.contains(key)) return {};
   const Result<std::optional<std::uint64_t>> size = SizeOf(key);
   if (!size) return size.error();
-  if (*size) return {};
+  return *size ? Status() : Put(object);
+}
+
+/// Adds an object to what the next flush writes.
+Status StoredObjects::Put(const StoredObject& object) {
+  const ObjectKey key = *KeyFromId(object.id);
   Encoded encoded = Encode(object);
   const bool is_file = encoded.empty();
   if (is_file && !IsBlob(object.packed)) {

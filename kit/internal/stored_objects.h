@@ -39,6 +39,8 @@ class StoredObjects {
   Result<bool> BeginWriting();
   /// Writes those that are missing, in their order and so that the medium has them.
   Status Write(std::span<const StoredObject> objects);
+  /// Writes those that are there anew, likewise; what reads find afterwards is the last one.
+  Status Replace(std::span<const StoredObject> objects);
   /// Waits until the medium has all that can be found, and adds to `changes` up to where it is.
   Status Keep(JournalChanges& changes);
   /// Removes the files of a removal that never ended.
@@ -62,6 +64,7 @@ class StoredObjects {
   Status Flush();
   void ForgetPending();
   Status WriteOne(const StoredObject& object);
+  Status Put(const StoredObject& object);
   Status NamePacks();
 
   StateFile& m_state;

@@ -9,7 +9,6 @@
 #include <kit/text.h>
 
 #include <algorithm>
-#include <map>
 #include <set>
 #include <thread>
 #include <utility>
@@ -345,16 +344,12 @@ Status DirectoryObjectStore::SetValue(std::string_view name,
 }
 
 Status DirectoryObjectStore::Replace(std::span<const StoredObject> objects) {
-  std::map<ObjectKey, Buffer> replacements;
   for (const StoredObject& object : objects) {
     if (!IsObjectId(object.id)) return NotAnObjectId(object.id);
-    replacements.insert_or_assign(*KeyFromId(object.id), object.packed);
   }
   Impl::Writing writing;
   if (Status status = m_impl->BeginWriting(writing); !status) return status;
-  const std::vector<ObjectFiles::KeyedObject> files(replacements.begin(), replacements.end());
-  Status status = m_impl->objects.Write(files);
-  return status ? m_impl->objects.SyncNames() : status;
+  return m_impl->objects.Replace(objects);
 }
 
 }  // namespace TalVcs::Kit
