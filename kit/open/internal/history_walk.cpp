@@ -98,6 +98,9 @@ Result<bool> HistoryWalk::TakeCommit(const CommitRecord& commit, bool isWanted, 
     m_damages.CountCommit(node.damage);
     return false;
   }
+  const std::optional<ReadProblem> replaced =
+      m_hooks.replaced ? m_hooks.replaced(commit.id) : std::nullopt;
+  if (replaced) m_hooks.replacedAt(DamagedCommit(commit.id, head.name, *replaced));
   if (m_hooks.commitRead) {
     const Status status = m_hooks.commitRead(commit);
     if (!status) return status.error();

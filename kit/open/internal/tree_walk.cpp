@@ -59,7 +59,10 @@ Status TreeWalk::Step() {
   }
   Fetched fetched = std::move(frame.fetched[frame.nextFetched++]);
   Entry entry = frame.trees[frame.next++];
-  if (!fetched.problem) return Open(std::move(entry), std::move(fetched.packed));
+  if (!fetched.problem) {
+    NoteReplaced(entry, ObjectType::Tree);
+    return Open(std::move(entry), std::move(fetched.packed));
+  }
   const std::uint32_t set =
       m_damages.Add(DamageAt(entry, ObjectType::Tree, *std::move(fetched.problem)));
   m_trees.Insert(*KeyOf(entry.id), set);
@@ -173,7 +176,10 @@ Status TreeWalk::ReadFiles(Frame& frame, const std::vector<Entry>& files) {
       std::optional<ReadProblem> problem = CheckRecord(ids[index], ObjectType::Blob, packed);
       if (problem) {
         AddFileDamage(frame, files[first + index], *std::move(problem));
-      } else if (m_hooks.objectRead) {
+        return m_reporter.Add(1, size_bytes);
+      }
+      NoteReplaced(files[first + index], ObjectType::Blob);
+      if (m_hooks.objectRead) {
         Status taken = m_hooks.objectRead(
             {ids[index], *std::move(packed), files[first + index].previous}, true);
         if (!taken) return taken;
@@ -223,6 +229,12 @@ void TreeWalk::AddDamage(Frame& frame, std::uint32_t set) {
   if (frame.damage.size() < 4 * HistoryReport::kMostDamages) return;
   std::sort(frame.damage.begin(), frame.damage.end());
   frame.damage.erase(std::unique(frame.damage.begin(), frame.damage.end()), frame.damage.end());
+}
+
+void TreeWalk::NoteReplaced(const Entry& entry, ObjectType type) const {
+  if (!m_hooks.replaced) return;
+  std::optional<ReadProblem> problem = m_hooks.replaced(entry.id);
+  if (problem) m_hooks.replacedAt(DamageAt(entry, type, *std::move(problem)));
 }
 
 // Describes a damaged entry of the tree that is open.

@@ -68,6 +68,7 @@ class TreeWalk {
   Status LookForFiles(Frame& frame, const std::vector<Entry>& files);
   void AddFileDamage(Frame& frame, const Entry& file, ReadProblem problem);
   void AddDamage(Frame& frame, std::uint32_t set);
+  void NoteReplaced(const Entry& entry, ObjectType type) const;
   Damage DamageAt(const Entry& entry, ObjectType type, ReadProblem problem) const;
 
   IObjectStore& m_store;
