@@ -31,6 +31,7 @@ TARGETS = {
     "load": (1024, 2),
     "object_codec": (512, 5),
     "operations": (512, 1),
+    "pack": (512, 4),
     "path": (256, 20),
     "text_merge": (256, 10),
     "tree": (1024, 4),
