@@ -28,6 +28,7 @@ TARGETS = {
     "journal": (512, 10),
     "load": (1024, 2),
     "operations": (512, 1),
+    "packed_object": (1024, 10),
     "path": (256, 20),
     "tree": (1024, 4),
     "utf": (256, 20),

@@ -12,7 +12,7 @@
 //
 //   open:  root          "a" was read, the next record is that of "b"
 //          root/b        ...
-//          root/b/c      being read; after its end, root/b goes on behind the record of "c"
+//          root/b/c      being read; after its end, root/b goes on after the record of "c"
 //
 // A tree can get another id than that of its stream, because entries are missing. Such a tree is
 // read again, from its text, when an object that it lacks has been stored since: then it may be
