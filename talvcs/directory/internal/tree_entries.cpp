@@ -316,9 +316,11 @@ TreeEntries::Ptr TreeEntriesBuilder::Finish(const TreeEntries* previous) {
                             m_chunks.size() == previous->m_chunkCount &&
                             BytesOfRecords(m_chunks) == previous->m_recordBytes;
   TreeEntries::Ptr list = TreeEntries::New(m_chunks.size(), keeps_digest);
+  list->m_chunkCount = static_cast<std::uint32_t>(m_chunks.size());
+  EntryChunk** out = list->ChunkArray();
   for (EntryChunk::Ptr& chunk : m_chunks) {
     list->CountChunk(*chunk, true);
-    list->ChunkArray()[list->m_chunkCount++] = chunk.Disown();
+    *out++ = chunk.Disown();
   }
   if (keeps_digest) {
     const auto theirs = previous->Chunks();
