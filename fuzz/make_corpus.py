@@ -134,6 +134,44 @@ def commit_seeds():
     yield "wide", packed(commit_text("a", author="author Änn😀 <ä@example> 1 +0000\n".encode(), description="é\0after"))
 
 
+def packed_object_seeds():
+    def packed(kind, data):
+        return kind + b" \x02\0" + data
+    two = record("blob", "a", "1") + record("tree", "b", "2")
+    text = commit_text("1", "2")
+    yield "blob", packed(b"blob", b"some data")
+    yield "empty-blob", b"blob 0\0"
+    yield "size-lies", b"blob 9\0some"
+    yield "leading-zero", b"blob 04\0some"
+    yield "other-type", packed(b"note", b"some")
+    yield "tree", packed(b"tree", two)
+    yield "empty-tree", b"tree 0\0"
+    yield "wide-names", packed(b"tree", record("blob", "\ud800", "1") + record("blob", "\U0001F600", "2") + record("blob", "\uff5e", "3"))
+    yield "code-point-order", packed(b"tree", record("blob", "\uff5e", "1") + record("blob", "\U0001F600", "2"))
+    yield "unordered", packed(b"tree", record("tree", "b", "1") + record("blob", "a", "2"))
+    yield "one-name-twice", packed(b"tree", record("blob", "a", "1") + record("tree", "a", "2"))
+    yield "separator-in-name", packed(b"tree", record("blob", "a/b", "1"))
+    yield "empty-name", packed(b"tree", record("blob", "", "1"))
+    yield "other-mode", packed(b"tree", b"100755 blob a\0" + ref("1"))
+    yield "capital-id", packed(b"tree", record("blob", "a", "A"))
+    yield "cut-record", packed(b"tree", two[:-1])
+    yield "bad-utf8", packed(b"tree", b"100644 blob \xc0\x80\0" + ref("1"))
+    yield "commit", packed(b"commit", text)
+    yield "no-root", packed(b"commit", commit_text(None))
+    yield "lines", packed(b"commit", commit_text("1", None, "first\n\nparent 2\ncommitter A <a> 1 +0000"))
+    yield "two-infos", packed(b"commit", text.replace(b" +0130", b" +0200", 1))
+    yield "west", packed(b"commit", text.replace(b"+0130", b"-0130"))
+    yield "west-of-nothing", packed(b"commit", text.replace(b"+0130", b"-0030"))
+    yield "long-zone", packed(b"commit", text.replace(b"+0130", b"+1234530"))
+    yield "last-second", packed(b"commit", text.replace(b"1000000000", b"2147483647"))
+    yield "first-second", packed(b"commit", text.replace(b"1000000000", b"-2147483648"))
+    yield "too-late", packed(b"commit", text.replace(b"1000000000", b"2147483648"))
+    yield "brackets", packed(b"commit", text.replace(b"Ann <", b"A> 1 <+0000 <"))
+    yield "committer-in-name", packed(b"commit", text.replace(b"Ann", b"A\ncommitter B <b> 1 +0000"))
+    yield "zero-in-text", packed(b"commit", text.replace(b"what", b"wh\0t"))
+    yield "no-line-end", packed(b"commit", text[:-1])
+
+
 def path_seeds():
     yield "empty", b""
     yield "plain", b"doc" + END + b"a/b/c" + END + b"master"
@@ -348,6 +386,7 @@ SEEDS = {
     "tree": tree_seeds,
     "commit_text": commit_seeds,
     "operations": operations_seeds,
+    "packed_object": packed_object_seeds,
     "path": path_seeds,
     "utf": utf_seeds,
     "directory_store": directory_seeds,

@@ -32,6 +32,7 @@ TARGETS = {
     "object_codec": (512, 5),
     "operations": (512, 1),
     "pack": (512, 4),
+    "packed_object": (1024, 10),
     "path": (256, 20),
     "text_merge": (256, 10),
     "tree": (1024, 4),

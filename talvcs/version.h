@@ -9,7 +9,7 @@
 
 namespace TalVcs {
 
-/// A version of the library, told by its three numbers.
+/// A version of the library as three numbers.
 struct Version {
   int major_number;  ///< Changes with the binary interface.
   int minor_number;  ///< Changes with additions.

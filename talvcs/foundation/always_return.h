@@ -2,13 +2,13 @@
 
 namespace TalUtils {
 
-/// A callable that returns one value, whatever it is called with: `always_return_t<int>{7}`.
+/// A callable that returns one value for any arguments: `always_return_t<int>{7}`.
 template <class T>
 struct always_return_t {
   T value;  ///< What each call returns.
 
   template <class... Args>
-  /// Returns `value`, whatever the arguments.
+  /// Returns `value` for any arguments.
   constexpr T operator()(Args&&...) const {
     return value;
   }

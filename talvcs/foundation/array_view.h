@@ -7,7 +7,7 @@
 
 namespace TalUtils {
 
-/// A view of a run of `T` that somebody else owns and keeps alive and in place.
+/// A view of a run of `T` that it does not own. The run must live and stay in place.
 template <class T>
 class array_view {
  public:

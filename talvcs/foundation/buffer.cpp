@@ -119,7 +119,7 @@ void Buffer::PushSegment(Block* owned, const std::byte* data, std::size_t size) 
   ++list->count;
 }
 
-// Returns how many bytes fit behind the last one without anybody else seeing it.
+// Returns how many bytes fit after the last one in memory that no other buffer reads.
 std::size_t Buffer::RoomInPlace() const noexcept {
   if (!m_part->holders.IsSole()) return 0;
   Block* block = nullptr;

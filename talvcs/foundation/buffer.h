@@ -16,12 +16,12 @@ namespace Memory {
 
 /// A container of bytes that lie in one or several shared segments.
 ///
-/// A value: a copy is independent of its source, yet shares its segments, and so does a buffer that
-/// was appended to another. Whoever changes bytes that somebody else shares gets a copy of that
-/// segment first. A moved-from buffer is empty. Sizes and positions are in bytes.
+/// A buffer is a value. A copy is independent of its source and shares its segments; so does a
+/// buffer to which another was appended. A change copies a segment first if others share it. A
+/// moved-from buffer is empty. Sizes and positions are in bytes.
 ///
-/// Threads: one buffer belongs to one thread at a time; buffers that share segments don't disturb
-/// each other.
+/// Threads: one buffer belongs to one thread at a time. Buffers that share segments may belong to
+/// different threads.
 class TALVCS_API Buffer {
  public:
   /// Read access to one segment, which it keeps alive and unchanged.
@@ -29,9 +29,9 @@ class TALVCS_API Buffer {
 
   /// Makes a buffer of `size` zero bytes.
   explicit Buffer(std::size_t size = 0);
-  /// Makes a buffer of `size` bytes, more than none, and puts the address of the first, which is
-  /// aligned like a pointer, in `bytes`. The caller fills them before anybody reads or copies the
-  /// buffer.
+  /// Makes a buffer of `size` bytes, one at least. Stores the address of the first byte, aligned
+  /// like a pointer, in `bytes`. The caller must fill the bytes before the buffer is read or
+  /// copied.
   static Buffer Allocate(std::size_t size, std::byte*& bytes);
   Buffer(const Buffer& other) noexcept;
   Buffer(Buffer&& other) noexcept;
@@ -44,40 +44,40 @@ class TALVCS_API Buffer {
   /// True if there are no bytes.
   bool IsEmpty() const noexcept { return GetSize() == 0; }
 
-  /// Appends a copy of `size` bytes. Returns false only for null `data` with a size, with nothing
-  /// changed. The third argument has no meaning and is there for hosts that pass it.
+  /// Appends a copy of `size` bytes. Returns false, with nothing changed, only if `data` is null
+  /// and `size` is not 0. The third argument has no effect; it is part of the fixed interface.
   bool Append(const void* data, std::size_t size, std::size_t unused = 1);
 
   /// Appends the bytes of `source`, which may be this buffer, by sharing its segments.
   void Append(const Buffer& source);
 
-  /// Writes all bytes at the position of `stream`, and puts their number in `written` unless that
-  /// is null. Returns false if the stream took fewer.
+  /// Writes all bytes at the position of `stream`. Stores the number of bytes written in `written`
+  /// unless that is null. Returns false if the stream took fewer.
   bool AppendTo(Stream stream, std::size_t* written) const;
 
   /// Returns the segments in order; none for an empty buffer, and none of size 0.
   std::vector<ReadDataAccessor> LockForRead() const;
 
-  /// The segments one by one, for reading without an allocation. A segment's bytes stay valid until
-  /// this buffer changes or ends.
+  /// Return the number of segments, and the bytes of one. They allocate nothing. The bytes are
+  /// valid until this buffer changes or ends.
   std::size_t GetSegmentCount() const noexcept;
   std::span<const std::byte> GetSegment(std::size_t index) const noexcept;
 
-  /// Copies bytes from `position` on to `target`. Returns how many there were, `size` at most.
+  /// Copies bytes from `position` on to `target`, `size` at most. Returns their number.
   std::size_t ReadAt(std::uint64_t position, void* target, std::size_t size) const noexcept;
 
   /// Puts `size` bytes at `position`, over what stands there and beyond the end; a gap between the
-  /// end and the position is filled with zeros. Segments that somebody shares are copied first.
+  /// end and the position is filled with zeros. Shared segments are copied first.
   void WriteAt(std::uint64_t position, const void* data, std::size_t size);
 
   /// Appends the bytes of `source` from `position` on, `size` at most, sharing whole segments where
   /// they lie in that range and copying the rest.
   void AppendRange(const Buffer& source, std::uint64_t position, std::uint64_t size);
 
-  /// Asks the processor to fetch the first bytes, which soon will be read.
+  /// Prefetches the first bytes. Call it some time before they are read.
   void Prefetch() const noexcept;
 
-  /// Says that about `segments` more segments will be appended.
+  /// Makes room for about `segments` more segments.
   void ReserveSegments(std::size_t segments);
 
  private:
@@ -101,7 +101,7 @@ class TALVCS_API Buffer {
   CountedPtr<Part> m_part;
 };
 
-/// Access to one segment of a buffer. It shares the bytes, so they stay as they are while it lives.
+/// Access to one segment of a buffer. It shares the bytes, so they don't change while it lives.
 class TALVCS_API Buffer::ReadDataAccessor {
  public:
   ReadDataAccessor(const ReadDataAccessor& other) noexcept;
@@ -109,7 +109,8 @@ class TALVCS_API Buffer::ReadDataAccessor {
   ReadDataAccessor& operator=(ReadDataAccessor other) noexcept;
   ~ReadDataAccessor();
 
-  /// The first byte of the segment; valid while an accessor on it or the unchanged buffer lives.
+  /// Returns the first byte of the segment. It is valid while an accessor on it or the unchanged
+  /// buffer lives.
   const void* GetData() const noexcept { return m_data; }
   /// Returns the number of bytes in the segment.
   std::size_t GetSize() const noexcept { return m_size; }

@@ -22,7 +22,7 @@ std::vector<Buffer::ReadDataAccessor> Buffer::LockForRead() const {
 
 void Buffer::Prefetch() const noexcept { PrefetchRange(m_part.get(), kPrefetchedHead); }
 
-// Returns the segment that holds the byte at `position`, which has to be below the size.
+// Returns the segment that has the byte at `position`, which must be below the size.
 std::size_t Buffer::FindSegment(std::uint64_t position) const noexcept {
   if (!m_part->is_list) return 0;
   auto* list = m_part->AsList();
@@ -51,7 +51,7 @@ std::size_t Buffer::ReadAt(std::uint64_t position, void* target, std::size_t siz
   return wanted;
 }
 
-// Returns the bytes of a segment for writing; a segment that somebody else can see is copied.
+// Returns the bytes of a segment for writing. A shared segment is copied first.
 std::byte* Buffer::WritableSegment(std::size_t index) {
   const auto bytes = GetSegment(index);
   if (m_part->is_list) {

@@ -37,7 +37,7 @@ class CountedPtr {
     if (m_block != nullptr && m_block->holders.Release()) Block::Free(m_block);
   }
 
-  /// Returns a new hold on `block`, which somebody else holds; null for null.
+  /// Returns a new hold on `block`, which must be held already; null for null.
   static CountedPtr Share(Block* block) noexcept {
     if (block != nullptr) block->holders.Acquire();
     return CountedPtr(block);

@@ -9,7 +9,7 @@
 namespace TalUtils {
 
 /// Makes the objects that `cow_ptr::write` needs. The library has specialisations for its own
-/// classes, so that those are made and freed in the library, whoever asks.
+/// classes, so that those are made and freed in the library.
 template <class T>
 struct cow_factory {
   /// Return a new default-made object, and a copy of `source`.
@@ -19,7 +19,7 @@ struct cow_factory {
 
 /// A shared pointer with copy on write.
 ///
-/// Reading gives the shared object as it is and never copies, whatever the constness of the handle.
+/// Reading returns the shared object and never copies it, also through a handle that isn't const.
 /// `write` alone gives a mutable object, which no other handle sees. A copy of the handle costs one
 /// count. A moved-from handle is null.
 ///

@@ -7,7 +7,7 @@ namespace TalUtils {
 template <class Signature>
 class Delegate;
 
-/// A call bound to an object that somebody else owns: two words, copied by value.
+/// A call bound to an object that it does not own: two words, copied by value.
 ///
 /// It is empty when both words are null. The object has to live while the delegate is called.
 template <class R, class... Args>

@@ -13,8 +13,8 @@ namespace TalVcs::Helpers {
 /// `data` is null.
 TALVCS_API TalStringT<WideChar> ComputeEncodedSHA256Hash(const void* data, std::size_t size);
 
-/// Returns the SHA-256 of all bytes of `data`, however they are cut into segments, or an empty text
-/// for an empty buffer. Nothing is copied.
+/// Returns the SHA-256 of the bytes of `data`, of all segments as one run, or an empty text for an
+/// empty buffer. Nothing is copied.
 TALVCS_API TalStringT<WideChar> ComputeEncodedSHA256Hash(const Buffer& data);
 
 /// Appends the bytes of `source` by sharing its segments.
@@ -26,8 +26,8 @@ TALVCS_API void AppendToBuffer(Buffer& target, TalStringViewT<char> text);
 /// Appends `text` up to its first U+0000 as UTF-8, without a terminator.
 TALVCS_API void AppendToBuffer(Buffer& target, TalStringViewT<WideChar> text);
 
-/// Returns the bytes of `data` as one text, zeros included; of more bytes than an `int` can tell,
-/// the first 0x7FFFFFFF.
+/// Returns the bytes of `data` as one text, zeros included. If their number exceeds an `int`, the
+/// first 0x7FFFFFFF.
 TALVCS_API TalStringT<char> StringAFromBuffer(const Buffer& data);
 
 /// Returns the rest of `stream`, from `GetPosition` to `GetSize`. Returns an empty text if that is

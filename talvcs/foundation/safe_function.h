@@ -14,7 +14,7 @@ class basic_safe_function;
 ///
 /// Calling an empty one does nothing and returns the value-initialised result. A moved-from one is
 /// empty. It owns its target; a target that needs to remember something across copies has to keep
-/// that behind a reference of its own.
+/// the function that its reference leads to.
 template <class R, class... Args, int Safe>
 class basic_safe_function<R(Args...), Safe> {
  public:

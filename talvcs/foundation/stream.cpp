@@ -25,7 +25,7 @@ bool ReadPieces(IStream& stream, std::uint64_t size, Buffer& target) {
   return true;
 }
 
-/// A stream over a buffer that somebody else owns.
+/// A stream over a buffer that it does not own.
 class BufferStream : public IStream {
  public:
   explicit BufferStream(Buffer& buffer) noexcept : m_buffer(buffer) {}
@@ -146,8 +146,8 @@ bool StreamIO::CopyTo(IStream* target, std::size_t* copied) {
   return complete && written == bytes.GetSize();
 }
 
-// A class of the host's can report another position than the stream. The number of bytes is what
-// this reader reports, so a stream that can share its bytes is asked only if both agree.
+// A host's class can report another position than the stream. The number of bytes is what this
+// reader reports, so a stream that can share its bytes is asked only if both agree.
 bool StreamIO::ReadToEnd(Buffer& target) {
   IStream* stream = m_stream;
   if (stream == nullptr) return false;

@@ -22,15 +22,15 @@ class TALVCS_API IStream {
   IStream& operator=(const IStream&) = delete;
   virtual ~IStream();
 
-  /// Reads up to `size` bytes at the position and moves behind them. Returns how many were read;
+  /// Reads up to `size` bytes at the position and moves after them. Returns how many were read;
   /// fewer than `size` only at the end or after an error.
   virtual std::size_t Read(void* data, std::size_t size) = 0;
 
-  /// Writes `size` bytes at the position, over what stands there, and moves behind them. Returns
-  /// how many were written.
+  /// Writes `size` bytes at the position, over the bytes there, and moves after them. Returns how
+  /// many were written.
   virtual std::size_t Write(const void* data, std::size_t size) = 0;
 
-  /// Moves to `position`, which may lie behind the end. Returns false if that can't be done.
+  /// Moves to `position`, which may be after the end. Returns false if that can't be done.
   virtual bool Seek(std::uint64_t position) = 0;
 
   /// Return the position and the size of the whole stream.
@@ -59,7 +59,7 @@ class TALVCS_API Stream {
   /// A handle on `stream`, which may be null.
   explicit Stream(std::shared_ptr<IStream> stream) noexcept : m_stream(std::move(stream)) {}
 
-  /// Returns the stream behind the handle, or null. The handles keep it alive.
+  /// Returns the stream of the handle, or null. The handles keep it alive.
   operator IStream*() const noexcept { return m_stream.get(); }
 
   /// Moves to the start. Returns false over nothing and if the stream refuses.

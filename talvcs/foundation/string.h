@@ -15,18 +15,17 @@ namespace TalPlatform {
 
 /// An owning text of `char` (bytes, normally UTF-8) or of `WideChar` (UTF-16).
 ///
-/// A value: no holder sees another's change. A short text (15 bytes or 7 wide characters) lies in
-/// the object; a longer one is shared, so that a copy costs one atomic count and never an
-/// allocation. A change of shared text copies it first. A moved-from string is empty. The text may
-/// hold zeros; it always has a terminator behind it. A text longer than an `int` can tell raises
-/// `std::length_error`.
+/// A string is a value. It holds a short text (15 bytes or 7 wide characters) in itself. It shares
+/// a longer text with its copies, so a copy costs one atomic count and no allocation. A change
+/// copies shared text first. A moved-from string is empty. The text may contain zeros, and a
+/// terminator follows it. A text whose length exceeds an `int` throws `std::length_error`.
 ///
-/// Threads: different strings may be used by different threads, also when they share their text.
+/// Threads: different threads may use different strings at once, also if these share their text.
 template <class C>
 class TALVCS_API TalStringT {
  public:
   TalStringT() noexcept { SetInlineLength(0); }
-  /// Copy a terminated text, a number of characters, or a view. Null gives an empty string.
+  /// Copy a terminated text, a number of characters, or a view. A null text makes an empty string.
   TalStringT(const C* terminated) : TalStringT(TalStringViewT<C>(terminated)) {}
   TalStringT(const C* first, int count) : TalStringT(TalStringViewT<C>(first, count)) {}
   TalStringT(TalStringViewT<C> text);
@@ -39,8 +38,8 @@ class TALVCS_API TalStringT {
     other.SetInlineLength(0);
   }
 
-  /// Decodes UTF-8. Bytes that are no UTF-8 become U+FFFD, one for each maximal subpart; the
-  /// three-byte form of a lone surrogate gives that surrogate back. Never fails.
+  /// Decodes UTF-8. Each maximal subpart that is no UTF-8 becomes one U+FFFD. The three-byte form
+  /// of a lone surrogate becomes that surrogate. Never fails.
   template <std::same_as<char> Narrow>
   requires(!std::same_as<C, char>) TalStringT(const TalStringT<Narrow>& utf8)
       : TalStringT(Decode(utf8)) {}
@@ -59,22 +58,23 @@ class TALVCS_API TalStringT {
     if (IsShared()) ReleaseShared();
   }
 
-  /// Return the number of characters, and whether there are none.
+  /// Return the number of characters, and whether it is 0.
   int GetLength() const noexcept { return IsShared() ? GetShared().length : InlineLength(); }
   bool IsEmpty() const noexcept { return GetLength() == 0; }
 
   /// Returns the text with its terminator. It stays valid until the string changes or ends.
   const C* GetString() const noexcept { return IsShared() ? GetShared().text : m_units; }
   operator const C*() const noexcept { return GetString(); }
-  /// A character is appended by `+=`; here it would count as a step of that pointer.
+  /// Deleted, because it would add a number to the pointer. `+=` appends a character.
   template <std::integral Number>
   friend void operator+(const TalStringT& text, Number step) = delete;
 
-  /// Returns the character at `index`, which has to be below the length (at it: the terminator).
+  /// Returns the character at `index`, the terminator at the length. `index` must not be greater.
   C GetAt(int index) const noexcept { return GetString()[index]; }
   C operator[](int index) const noexcept { return GetString()[index]; }
 
-  /// Return parts of the text, clamped like `TalStringViewT::Mid`: no index or count is an error.
+  /// Return parts of the text. Any index and count is allowed: they are limited to the text, as by
+  /// `TalStringViewT::Mid`.
   TalStringT Left(int count) const;
   TalStringT Right(int count) const;
   TalStringT Mid(int start) const;
@@ -102,7 +102,7 @@ class TALVCS_API TalStringT {
                 CompareCase compare = CompareCase::Sensitive) const noexcept {
     return TalStringViewT<C>(*this).EndsWith(suffix, compare);
   }
-  /// Returns the index of the first match at or behind `start`, or -1.
+  /// Returns the index of the first match at or after `start`, or -1.
   int Find(TalStringViewT<C> pattern, CompareCase compare = CompareCase::Sensitive) const noexcept {
     return TalStringViewT<C>(*this).Find(pattern, 0, compare);
   }
@@ -144,9 +144,9 @@ class TALVCS_API TalStringT {
 
   static TalStringT Decode(TalStringViewT<char> utf8);
 
-  // The last unit tells the state: kSharedMark, or how many inline units are free. It is the
-  // terminator of an inline text that fills the object. A shared text keeps the address of its
-  // first unit and its length in the bytes in front.
+  // The last unit is kSharedMark or the number of free inline units. That number is 0, a
+  // terminator, if an inline text fills the object. For a shared text, the address of its first
+  // unit and its length are in the bytes before the mark.
   bool IsShared() const noexcept { return m_units[kUnits - 1] == kSharedMark; }
   int InlineLength() const noexcept {
     return kInlineCapacity - static_cast<int>(m_units[kUnits - 1]);
@@ -183,7 +183,8 @@ TalStringT<C> TalStringViewT<C>::ToString() const {
   return TalStringT<C>(*this);
 }
 
-// A DLL has what isn't defined in the classes; a host that doesn't optimise needs the rest as well.
+// A DLL exports only the functions that are defined outside of the classes. A host that doesn't
+// optimise needs the others too.
 #if !defined(_WIN32)
 extern template class TALVCS_API TalStringViewT<char>;
 extern template class TALVCS_API TalStringViewT<WideChar>;
@@ -197,15 +198,15 @@ TALVCS_API TalStringT<WideChar> operator+(TalStringViewT<WideChar> first,
 
 /// Hashes at most about ten code units of `text`, spread over its whole length.
 ///
-/// All hash tables keyed by ids and names use it. Only the place in a table depends on the value.
+/// All hash tables with ids or names as keys use it. No result depends on the value.
 TALVCS_API std::uint64_t SampleHash(TalStringViewT<WideChar> text) noexcept;
 
 }  // namespace TalPlatform
 
 template <>
 struct std::hash<TalPlatform::TalStringT<TalPlatform::WideChar>> {
-  // Not noexcept on purpose: the standard library's tables then keep the value beside each entry
-  // and don't have to read neighbouring keys in a look-up.
+  // Not noexcept on purpose: then the standard library's tables store the value with each entry,
+  // and a look-up reads no other keys.
   std::size_t operator()(const TalPlatform::TalStringT<TalPlatform::WideChar>& text) const {
     return static_cast<std::size_t>(TalPlatform::SampleHash(text));
   }

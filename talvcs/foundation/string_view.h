@@ -14,18 +14,17 @@ namespace TalPlatform {
 template <class C>
 class TalStringT;
 
-/// Throws the `std::length_error` of a text that is longer than an `int` can tell. Out of line, so
-/// that hosts without exceptions can include this header.
+/// Throws the `std::length_error` of a text whose length exceeds an `int`. Out of line, so that
+/// hosts without exceptions can include this header.
 [[noreturn]] TALVCS_API void ThrowTextTooLong();
 
 /// How texts are compared. There is one way: by the values of their code units, exactly.
 enum class CompareCase { Sensitive = 0 };
 
-/// A view of `length` characters from `text` on, owned by somebody else.
+/// A view of `length` characters from `text` on, which it does not own.
 ///
-/// The text isn't terminated. Whoever passes a view keeps the text alive and unchanged while the
-/// view is used. A null `text` goes with length 0. Indices and lengths are `int`: a text that
-/// is longer than an `int` can tell raises `std::length_error`.
+/// The text isn't terminated. It must live and stay unchanged while the view is used. A null `text`
+/// has the length 0. Indices and lengths are `int`: a longer text throws `std::length_error`.
 ///
 /// `C` is `char` for bytes, normally UTF-8, or `WideChar` for UTF-16.
 template <class C>
@@ -57,7 +56,7 @@ class TALVCS_API TalStringViewT {
   constexpr int GetLength() const noexcept { return length; }
   constexpr bool IsEmpty() const noexcept { return length == 0; }
 
-  /// Returns the index of the first `pattern` at or behind `start`, or -1.
+  /// Returns the index of the first `pattern` at or after `start`, or -1.
   ///
   /// A negative start counts as 0; a start at or past the end finds nothing but an empty pattern
   /// at the end itself.

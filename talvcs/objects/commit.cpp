@@ -177,8 +177,7 @@ void Commit::ReplaceRoot(IRepository* repository, cow_ptr<Tree> tree) {
   RebuildTree(repository);
 }
 
-// The caches go first: should storing the root fail for want of memory, they don't tell an old
-// state.
+// The caches are reset first: if storing the root runs out of memory, they don't show an old state.
 void Commit::FinishEdit(IRepository* repository) {
   ResetState();
   RebuildTree(repository);

@@ -64,7 +64,7 @@ Buffer Commit::BuildText() const {
   return WriteCommitText(content);
 }
 
-// Members by name only: nothing in the library calls these two but through the functions behind
+// Members by name only: nothing in the library calls these two except through the functions after
 // them.
 TalStringT<WideChar> Commit::GetAuthorInfo(TalStringViewT<WideChar> role,
                                            TalStringViewT<WideChar> name,

@@ -12,7 +12,7 @@ namespace TalVcs {
 
 /// The id of an object: the SHA-256 of its packed form, as 64 lower-case hexadecimal digits.
 ///
-/// A value that holds one text. A copy shares the text and never allocates. The empty id stands for
+/// A value that holds one text. A copy shares the text and never allocates. The empty id is that of
 /// no object. The text is not checked: any text makes an id, and ids are equal if their texts are.
 class TALVCS_API Id {
  public:

@@ -60,7 +60,7 @@ void Object::ResetState() {
   m_packedData = Buffer();
 }
 
-// Only a class of the host's has a type word that a header has no room for.
+// Only a host's class can have a type word that is too long for a header.
 Buffer Object::Pack(TalStringViewT<char> type, const Buffer& data) {
   Buffer packed;
   if (type.length > PackedHeader::kMostTypeLength) {

@@ -14,7 +14,7 @@ namespace TalVcs {
 /// even for reading. Handles on it may be copied and dropped on any thread.
 class TALVCS_API IObject {
  public:
-  /// Objects are equal when their ids are, whatever their classes.
+  /// Objects are equal if their ids are, also if their classes differ.
   virtual bool operator==(const IObject& other) const = 0;
   virtual bool operator!=(const IObject& other) const = 0;
 
@@ -46,7 +46,7 @@ class TALVCS_API IObject {
   IObject& operator=(const IObject&) = default;
 };
 
-/// Compare objects through their interface, whatever their static types.
+/// Compare objects through their interface, so that different static types can be compared.
 template <std::derived_from<IObject> A, std::derived_from<IObject> B>
 bool operator==(const A& a, const B& b) {
   return static_cast<const IObject&>(a).operator==(b);

@@ -20,19 +20,19 @@ enum class EntryKind;
 
 /// One directory level of a snapshot: blobs and subtrees, each under a name.
 ///
-/// A tree is a value: a copy shares the entries and is independent of its source, at the cost of a
-/// few words. What a tree holds fixes its id; the order in which the entries arrived does not. A
+/// A tree is a value. A copy shares the entries, costs a few words and is independent of its
+/// source. The id depends on the entries and not on the order in which they were added. A
 /// moved-from tree has no entries but keeps the id and packed form that it had computed.
 ///
-/// Paths are cut at "/"; empty components count as nothing, so leading, trailing and doubled
-/// separators have no effect, and a path of no component is the empty path.
+/// The components of a path are separated by "/". Empty components are ignored, so leading,
+/// trailing and doubled separators have no effect. A path without components is the empty path.
 ///
-/// Blobs and subtrees are two tables. One name can stand in both, when something is added under a
-/// name of the other kind; the blob then hides the subtree in the entry list, in the id and in
-/// `GetLocalObject`. Call `RemoveObject` first to replace an entry by one of the other kind.
+/// Blobs and subtrees are two tables, and one name can be in both. The blob then hides the subtree
+/// in the entry list, in the id and in `GetLocalObject`. To replace an entry by one of the other
+/// kind, call `RemoveObject` first.
 ///
-/// Handles on entries that two trees share count once. Nothing here runs in recursion, so nesting
-/// has no limit.
+/// A handle on an entry counts once for all trees that share it. No function is recursive, so
+/// nesting has no limit.
 ///
 /// Threads: no tree may be used by two threads at once, not even for reading, because observers
 /// fill caches.
@@ -65,11 +65,11 @@ class TALVCS_API Tree : public Object {
   std::uint64_t GetLocalObjectCount() const noexcept;
   std::uint64_t GetLocalBlobCount() const noexcept;
   /// Number of blobs of this level and all below; one reached by two paths counts twice. Cost: one
-  /// visit a different subtree.
+  /// visit for each different subtree.
   std::uint64_t GetDeepBlobCount() const;
   bool IsEmpty() const noexcept;
 
-  /// Puts `blob` at `path`, making the directories that are missing.
+  /// Puts `blob` at `path` and makes the missing directories.
   ///
   /// The blob and every tree on the path below this one are stored in `repository`; this tree
   /// itself is changed in place and is not stored. Returns the stored instance, or null, with
@@ -84,11 +84,11 @@ class TALVCS_API Tree : public Object {
   /// is empty. `repository` must not be null.
   cow_ptr<Object> AddObject(IRepository* repository, TalStringViewT<WideChar> path, const Id& id);
 
-  /// Removes whatever stands at `path`, of both kinds, and every directory on the path that this
-  /// leaves empty. Returns false, with nothing changed, if nothing stands there.
+  /// Removes the blob and the subtree at `path`, and every directory on the path that becomes
+  /// empty. Returns false, with nothing changed, if there is neither.
   ///
-  /// With a null `repository`, changed directories can't be put back: such a removal changes
-  /// nothing and still returns true.
+  /// With a null `repository`, changed directories can't be stored: a removal below this level then
+  /// changes nothing and still returns true.
   bool RemoveObject(IRepository* repository, TalStringViewT<WideChar> path);
 
   /// Return the entry of this level under exactly that name, or null.
@@ -97,7 +97,7 @@ class TALVCS_API Tree : public Object {
   /// Returns the blob under that name if there is one, else the subtree.
   cow_ptr<Object> GetLocalObject(TalStringViewT<WideChar> name) const;
 
-  /// Return what stands at the path, or null; an empty path finds nothing, not this tree.
+  /// Return the object at the path, or null. An empty path has no object; it is not this tree.
   cow_ptr<Blob> GetDeepBlob(TalStringViewT<WideChar> path) const;
   cow_ptr<Blob> GetDeepBlob(array_view<const TalStringViewT<WideChar>> components) const;
   cow_ptr<Tree> GetDeepTree(TalStringViewT<WideChar> path) const;
@@ -115,9 +115,9 @@ class TALVCS_API Tree : public Object {
   /// listed.
   std::vector<TalStringT<WideChar>> GetDeepBlobPaths() const;
 
-  /// Names of the blobs, or subtrees, of either tree whose counterpart under the same name in the
-  /// other, whatever its kind, is missing or has another id. Sorted, each once. A null `other` is
-  /// an empty tree. Cost: what two trees share by history is passed over as a whole.
+  /// Return the names of the blobs, or subtrees, of either tree that differ from the entry of the
+  /// same name in the other: that is missing, of another kind or has another id. Sorted, each once.
+  /// A null `other` is an empty tree. Cost: entries that both trees share are skipped in groups.
   std::vector<TalStringT<WideChar>> GetLocalBlobDiffs(cow_ptr<Tree> other) const;
   std::vector<TalStringT<WideChar>> GetLocalTreeDiffs(cow_ptr<Tree> other) const;
 
@@ -128,8 +128,8 @@ class TALVCS_API Tree : public Object {
   /// Reads the packed tree `id` and all below it through `getter`, and stores it in `repository`.
   ///
   /// Returns the stored instance; null if `id` is empty, `repository` is null, the stream is
-  /// missing or no packed tree, or it has no entry. An entry that can't be read is left out, which
-  /// gives the tree another id. Every stream is read once at most.
+  /// missing or no packed tree, or it has no entry. An entry that can't be read is left out, so the
+  /// tree has another id. Every stream is read once at most.
   static cow_ptr<Tree> Deserialize(const Id& id, IRepository* repository,
                                    Delegate<StreamIO(const Id&)> getter);
 

@@ -33,7 +33,7 @@ void SortOnce(Paths& paths) {
   paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
 }
 
-/// Appends the paths of all blobs under `top`, each behind `prefix`.
+/// Appends the paths of all blobs under `top`, each after `prefix`.
 void CollectBlobPaths(const Tree& top, PathText prefix, Paths& paths) {
   struct Level {
     EntryCursor cursor;

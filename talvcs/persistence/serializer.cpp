@@ -20,7 +20,7 @@ Buffer Share(const T& object) {
 }
 const Buffer& Share(const Buffer& bytes) { return bytes; }
 
-// The data of a class of the host's would be asked for out of turn.
+// A host's class would see the call before its turn.
 void PrefetchContent(const Blob& blob) {
   if (TalUtils::IsExactly<Blob>(blob)) blob.GetData().Prefetch();
 }
@@ -29,8 +29,8 @@ void PrefetchContent(const Tree& tree) {
 }
 void PrefetchContent(const Commit&) {}
 
-/// Walks a table in front of the save, and has the memory fetched that will be read: first the
-/// objects, a few steps later what they point to.
+/// Prefetches the entries of a table that the save reads next: first the objects, a few steps later
+/// what they point to.
 template <class Table>
 class Lookahead {
  public:

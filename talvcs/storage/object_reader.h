@@ -9,7 +9,7 @@
 
 namespace TalVcs {
 
-/// What a reader may pass on beside what it is asked for.
+/// Which objects a reader may pass in addition to the wanted ones.
 enum class ReadAhead {
   None,      ///< nothing
   Subtrees,  ///< for each wanted tree, the trees directly below it
@@ -18,8 +18,8 @@ enum class ReadAhead {
 
 /// Where a storage on demand reads objects from; a host implements it.
 ///
-/// A read is asked for when a link is followed whose object isn't in memory. The bytes are checked
-/// by the storage, so a reader needn't look into them.
+/// The storage calls it when a caller follows a link to an object that isn't in memory. The storage
+/// checks the bytes, so a reader need not look into them.
 class TALVCS_API IObjectReader {
  public:
   /// Takes an object's packed form, or nothing and the reason.
@@ -28,10 +28,10 @@ class TALVCS_API IObjectReader {
   virtual ~IObjectReader();
 
   /// Passes each of `wanted` to `sink` once, in any order: its packed form, or null and the reason.
-  /// May pass on other objects that `ahead` allows, of which those come to use that are asked for
-  /// soon; what is passed ahead is kept within a bound of a few megabytes and may be dropped.
-  /// `history` is the number of commits to pass at the most for `ReadAhead::History`, the wanted
-  /// one included. An exception passes through to whoever followed the link.
+  /// May also pass other objects that `ahead` allows. The storage keeps a few megabytes of them and
+  /// uses those that are wanted soon. `history` is the number of commits to pass at the most for
+  /// `ReadAhead::History`, the wanted one included. An exception passes through to the caller that
+  /// followed the link.
   virtual void Read(std::span<const Id> wanted, ReadAhead ahead, std::uint64_t history,
                     Sink sink) = 0;
 

@@ -60,8 +60,8 @@ class TALVCS_API IObjectsStorage {
   /// children keep their handles on it.
   virtual void DeleteCommit(cow_ptr<Commit> commit) = 0;
 
-  /// Removes the commits, then the trees, then the blobs that nobody but their own table holds.
-  /// What a branch reaches, and what a host holds a handle on, stays. Cost: linear in the entries.
+  /// Removes the commits, then the trees, then the blobs that only their own table holds. What a
+  /// branch reaches, and what a host holds a handle on, stays. Cost: linear in the entries.
   virtual void PurgeUnusedObjects() = 0;
 
   /// True if there is a branch of that name, with or without a head.

@@ -63,7 +63,7 @@ class OnDemandStorage::Impl {
     source.Detach(news);
   }
 
-  /// Returns the head, which is read if nobody asked for it before.
+  /// Returns the head, which is read at the first call.
   cow_ptr<Commit> OpenHead(const TalStringT<WideChar>& name) {
     const auto head = refs.find(name);
     if (head == refs.end()) return nullptr;
@@ -75,7 +75,7 @@ class OnDemandStorage::Impl {
     return head->second;
   }
 
-  /// Takes what is new out of the tables if the store turned out to have it.
+  /// Removes the new objects that the store turned out to have.
   template <class IsStored>
   void DropStored(IsStored isStored) {
     const auto is_stored = [&](const auto& entry) { return isStored(entry.second); };
@@ -125,8 +125,8 @@ OnDemandStorage* OnDemandStorage::From(IObjectsStorage* storage) {
   return const_cast<OnDemandStorage*>(From(static_cast<const IObjectsStorage*>(storage)));
 }
 
-// Without type information, the storage itself has to say what it is. The address is compared
-// because a storage of the host's may pass the question on to one that it wraps.
+// Without type information, an object of the class notes the call. The addresses are compared
+// because a host's storage may pass the call on to a storage that it wraps.
 const OnDemandStorage* OnDemandStorage::From(const IObjectsStorage* storage) {
 #ifdef __cpp_rtti
   return dynamic_cast<const OnDemandStorage*>(storage);

@@ -13,15 +13,15 @@ namespace TalVcs {
 
 /// A storage whose objects are read from a store when something asks for them.
 ///
-/// Its tables hold what is new: what was committed or edited and isn't saved yet. What the store
-/// has is read at the first use and then kept, under its id, until `Trim`; counts and tables don't
-/// show it. An object in hand is whole: only following a link, from a tree to an entry, from a
-/// commit to its parent or its tree, from a branch to its head, may read the store. A link that
-/// can't be followed throws `ObjectUnavailable`, or what the reader throws, and stays as it was.
-/// Every object is checked against its id, and has to have the form that the library writes.
+/// Its tables contain the new objects: those that were committed or edited and aren't saved yet. A
+/// stored object is read at its first use and then kept under its id until `Trim`; counts and
+/// tables don't include it. Only following a link may read the store: from a tree to an entry, from
+/// a commit to its parent or its tree, from a branch to its head. A link that can't be followed
+/// throws `ObjectUnavailable`, or what the reader throws, and stays as it was. Every object is
+/// checked against its id and must have the form that the library writes.
 ///
-/// A clone shares the source: what one has read, the other finds. Handles on objects may outlive
-/// all storages and go on reading.
+/// A clone shares the objects that were read. Handles on objects may outlive all storages, and
+/// their links can still be followed.
 ///
 /// Threads: a storage, its clones and all that was read through them belong to one thread at a
 /// time.
@@ -46,8 +46,8 @@ class TALVCS_API OnDemandStorage : public IObjectsStorage {
 
   std::unique_ptr<IObjectsStorage> Clone() const override;
 
-  /// Return the instance of that id: a new one, one that was read, or one that is read now. Null if
-  /// the store has no such object or it is of another type.
+  /// Return the instance of that id. It is read now if it is neither new nor in memory. Null if the
+  /// store has no such object or it is of another type.
   cow_ptr<Commit> GetCommit(const Id& id) const override;
   cow_ptr<Tree> GetTree(const Id& id) const override;
   cow_ptr<Blob> GetBlob(const Id& id) const override;
@@ -55,7 +55,7 @@ class TALVCS_API OnDemandStorage : public IObjectsStorage {
   void AddTree(cow_ptr<Tree> tree) override;
   void AddBlob(cow_ptr<Blob> blob) override;
 
-  /// Tell what is new.
+  /// Return the number of new objects of a type, or their table.
   std::uint64_t GetCommitCount() const override;
   std::uint64_t GetTreeCount() const override;
   std::uint64_t GetBlobCount() const override;
@@ -63,13 +63,13 @@ class TALVCS_API OnDemandStorage : public IObjectsStorage {
   const TreeTable& GetTrees() const override;
   const BlobTable& GetBlobs() const override;
 
-  /// Returns the branches with their heads, all of which are read for it.
+  /// Returns the branches with their heads. Reads all heads.
   const RefTable& GetRefs() const override;
   /// Returns the branches with the ids of their heads, in the order of the names, without reading.
   std::vector<BranchHead> GetHeadIds() const;
 
   void DeleteCommit(cow_ptr<Commit> commit) override;
-  /// Removes what is new and unused. The store isn't touched and nothing is read.
+  /// Removes the new objects that are unused. Reads nothing and doesn't change the store.
   void PurgeUnusedObjects() override;
   bool BranchExist(TalStringViewT<WideChar> name) const override;
   bool CreateBranch(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) override;
@@ -78,18 +78,19 @@ class TALVCS_API OnDemandStorage : public IObjectsStorage {
   cow_ptr<Commit> GetHead(TalStringViewT<WideChar> name) const override;
   std::vector<TalStringT<WideChar>> GetCommitBranches(cow_ptr<Commit> commit) const override;
 
-  /// Takes an object that a save has to write.
+  /// Takes an object that a save must write.
   using UnsavedSink = Delegate<void(const Id& id, const Buffer& packed)>;
 
   /// Passes every object that a head reaches and that isn't known to be in the store to `sink`,
-  /// each before what names it. Returns their number. What is in the store isn't entered and
-  /// nothing is read, but for objects of another store that stand in a tree here.
+  /// each before the objects that refer to it. Returns their number. Reads nothing, except objects
+  /// of another store that are entries of a tree here.
   std::uint64_t VisitUnsaved(UnsavedSink sink) const;
-  /// Says that all that `VisitUnsaved` passes is in the store now: it counts as read.
+  /// Call it when the store has all objects that `VisitUnsaved` passed: they count as read from now
+  /// on.
   void MarkSaved();
 
-  /// Lets go of everything that the store has and nobody else holds. Raw pointers and references
-  /// into objects that were read are invalid afterwards; handles stay good.
+  /// Frees the objects that the store has and that no caller holds. Raw pointers and references to
+  /// objects that were read become invalid; handles stay valid.
   void Trim();
 
  private:

@@ -44,7 +44,7 @@ TEST(Utf8Encode, EndsAtTheTerminator) {
 TEST(Utf8Encode, WritesLoneSurrogatesInTheirGeneralisedForm) {
   EXPECT_EQ(Hex(Bytes(Utf8Encode(TAL_WIDE("\xD800")))), "ED A0 80");
   EXPECT_EQ(Hex(Bytes(Utf8Encode(TAL_WIDE("\xDFFFx")))), "ED BF BF 78");
-  // A low surrogate in front of a high one makes no pair.
+  // A low surrogate before a high one makes no pair.
   EXPECT_EQ(Hex(Bytes(Utf8Encode(TAL_WIDE("\xDC00\xD800")))), "ED B0 80 ED A0 80");
 }
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kFourGiB = std::size_t{1} << 32;
 
-/// Zero bytes that take no memory: nobody writes to these pages.
+/// Zero bytes that take no memory, because these pages are never written.
 class ManyZeros {
  public:
   explicit ManyZeros(std::size_t size)

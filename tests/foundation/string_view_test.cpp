@@ -145,7 +145,7 @@ TEST(StringViewCompare, ComparesUnitsAsUnsigned) {
 }
 
 TEST(StringViewCompare, OrdersByCodeUnitsNotByCodePoints) {
-  // U+1F600 is written as D83D DE00 and so stands in front of U+FF5E.
+  // U+1F600 is written as D83D DE00 and so comes before U+FF5E.
   EXPECT_LT(WideView(TAL_WIDE("\U0001F600")).Compare(TAL_WIDE("\uFF5E")), 0);
 }
 

@@ -172,8 +172,7 @@ TEST(ObjectAllocationFailure, OfCopiesOfIdsTreesAndHandlesCannotHappen) {
   EXPECT_EQ(failures, 0);
 }
 
-// The list of a directory's entries once stayed behind if the tree that was to hold it couldn't be
-// made.
+// The list of a directory's entries once leaked if its tree couldn't be allocated.
 TEST(ObjectAllocationFailure, OfALoadLeavesNothingBehind) {
   const Id tree_id(Wide(std::string(64, 't')));
   const auto open = [](void* tree, const Id& id) {

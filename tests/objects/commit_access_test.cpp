@@ -18,7 +18,7 @@ std::string AuthorInfo(const char* role, std::int64_t seconds, std::int64_t bias
                                            TimeDelta{bias_minutes * kMinute}));
 }
 
-/// Reads the value of `key` from `position`, or tells that there is none.
+/// Reads the value of `key` from `position`, or says that there is none.
 std::string Parse(const std::string& text, const char* key, int& position) {
   const auto value = CommitAccess::ParseCommitInfo(
       TalStringT<char>(text.data(), static_cast<int>(text.size())), key, position);

@@ -15,7 +15,7 @@ constexpr std::int64_t kHour = 36'000'000'000;
 
 std::string TextOf(const Commit& commit) { return Bytes(commit.GetData()); }
 
-/// Returns what stands behind the e-mail in the author line.
+/// Returns the part of the author line after the e-mail.
 std::string TimeTextOf(const Commit& commit) {
   const std::string text = TextOf(commit);
   const std::size_t start = text.find("> ") + 2;

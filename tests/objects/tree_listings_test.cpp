@@ -177,7 +177,7 @@ TEST_F(TreeListings, HiddenSubtreeDiffersFromTheSameVisibleOne) {
 }
 
 TEST_F(TreeListings, HiddenSubtreesDeepBelowAreFoundWhereTheTreesDiffer) {
-  // In one repository the directory that hides a subtree would stand for the plain one of its id.
+  // In one repository the directory that hides a subtree would replace the plain one of its id.
   RecordingRepository other;
   const auto left = Of({{"d/a/x", "1"}, {"d/a", "3"}, {"d/b", "left"}});
   const auto right = Make<Tree>(TreeOf(&other, {{"d/a", "3"}, {"d/b", "right"}}));

@@ -15,7 +15,7 @@ constexpr char kHelloId[] = "8aec4e4876f854f688d0ebfc8f37598f38e5fd6903cccc850ca
 constexpr char kOneEntryId[] = "c91e041eb83553dc49f865126a6528e9a7d54180d7aeb53633121dff7d48cf66";
 constexpr char kXId[] = "4b6cea43da6e13c24f191bcb97b51a58781d1ccdd8281d96291a2582f5177b78";
 
-/// Returns the bytes that stand in front of the name in a record.
+/// Returns the bytes before the name in a record.
 std::string BlobWords() { return "100644 blob "; }
 std::string TreeWords() { return "40000 tree "; }
 

@@ -132,7 +132,7 @@ TEST_F(TreeValues, EntriesOutliveTheRepository) {
   EXPECT_EQ(Bytes(tree.GetDeepBlob(TAL_WIDE("d/a"))->GetData()), "x");
 }
 
-// A repository that loses what it is given leaves null entries behind.
+// A repository that loses what it is given leaves null entries.
 TEST(TreeNullEntries, AreCountedButNotWrittenOrListed) {
   RecordingRepository repository(RecordingRepository::Mode::Lose);
   Tree tree;

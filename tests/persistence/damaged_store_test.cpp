@@ -289,7 +289,7 @@ TEST_F(DamagedStore, EachFaultOfEachReadIsHarmless) {
         EXPECT_TRUE(whole);
         break;
       }
-      // A changed byte may be one that nobody reads.
+      // A changed byte may be one that is never read.
       EXPECT_TRUE(fault == Fault::Altered || !whole) << reads;
     }
     // The branch; three commits with a tree and a blob each. The repository has the shared ones.

@@ -237,7 +237,7 @@ TEST_F(Deserialize, LoneSurrogateInANameComesBack) {
 }
 
 TEST_F(Deserialize, NamesKeepTheirOrderInUtf16) {
-  // U+1F600 stands before U+FF5E in UTF-16, and behind it in UTF-8.
+  // U+1F600 comes before U+FF5E in UTF-16, and after it in UTF-8.
   store.PutObject(FakeId(7), Packed("blob", "1"));
   PutCommitOnTree(Packed("tree", Record("blob", "\xEF\xBD\x9E", FakeId(7)) +
                                      Record("blob", "\xF0\x9F\x98\x80", FakeId(7))));

@@ -1,4 +1,4 @@
-// Stores that nobody wrote by a Serializer: cycles, depth, and every small damage to a good store.
+// Stores that no Serializer wrote: cycles, depth, and every small damage to a good store.
 
 #include <tests/support/store_fixture.h>
 

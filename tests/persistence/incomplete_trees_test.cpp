@@ -122,7 +122,7 @@ TEST_F(IncompleteTrees, ResultHoldsWhileNothingThatIsMissingIsStored) {
 }
 
 // One tree lacks thousands of subtrees, which are stored one after the other, and is asked for
-// after each. The work has a limit, behind which the latest result stands.
+// after each. The work has a limit, after which the latest result is kept.
 TEST_F(IncompleteTrees, ReadingAgainIsLimited) {
   constexpr int kSubtrees = 5000;
   Repository scratch = NewRepository();

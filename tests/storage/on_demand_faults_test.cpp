@@ -24,7 +24,7 @@ std::string PathsIn(const std::vector<TalStringT<WideChar>>& paths) {
   return text;
 }
 
-// Commits aren't told apart by their times, which differ from run to run.
+// Times are left out, because they differ from run to run.
 std::string TextsOf(const cow_ptr<Commit>& head) {
   std::string texts;
   for (cow_ptr<Commit> at = head; at; at = at->GetParent()) {

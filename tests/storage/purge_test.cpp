@@ -194,7 +194,7 @@ TEST(Purge, RemovesHiddenSubtreeWithItsParent) {
   EXPECT_EQ(CountsOf(repository), "0 commits, 0 trees, 0 blobs");
 }
 
-// A directory that several others hold, some of them equal themselves, once stayed behind if the
+// A directory that several others hold, some of them equal themselves, once stayed if the
 // purge met it before its holders. The ids decide that, so there are several contents.
 TEST(Purge, RemovesDirectoryWithTheLastTreeThatHasIt) {
   for (int number = 0; number < 16; ++number) {

@@ -36,7 +36,7 @@ inline std::string ListingOf(const cow_ptr<Commit>& commit) {
   return ListingOf(commit->GetTree()->GetRoot());
 }
 
-/// Shows the id of the object behind a handle, or "(none)".
+/// Shows the id of the object that a handle holds, or "(none)".
 template <class T>
 std::string IdOf(const cow_ptr<T>& object) {
   return object ? Ascii(object->GetId()) : "(none)";

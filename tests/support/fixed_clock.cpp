@@ -16,7 +16,7 @@ std::optional<std::int64_t>& Now() {
   return now;
 }
 
-// Nothing stands for the zone of the system.
+// Nothing means the zone of the system.
 void SetZone([[maybe_unused]] const std::optional<std::string>& zone) {
 #if !defined(_WIN32)
   if (zone) {

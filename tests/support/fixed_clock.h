@@ -9,8 +9,8 @@ namespace TalVcs::Testing {
 /// While it lives, the system's clock stands at the second that was set last and the local time
 /// zone is the one given, so that a run can be repeated exactly.
 ///
-/// Where the C library doesn't let a program step in front of its clock, the clock goes on: whoever
-/// compares reads the times back.
+/// Where the C library doesn't let a program replace its clock, the clock goes on, and a comparison
+/// must read the times back.
 class FixedClock {
  public:
   /// `zone` is a POSIX time zone such as "ZONE-5:30".

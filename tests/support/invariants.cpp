@@ -15,7 +15,7 @@ void AppendIds(const std::unordered_map<Id, cow_ptr<T>>& table, std::set<std::st
   for (const auto& [id, object] : table) ids.insert(Ascii(id));
 }
 
-// The bytes of a tree, made from what its other observers tell.
+// The bytes of a tree, made from the results of its other observers.
 std::string EntriesOf(const Tree& tree) {
   ModelDirectory directory;
   for (const auto& name : tree.GetLocalObjectPaths()) {

@@ -31,7 +31,7 @@ class MemoryBlobIo final : public IBlobWriter, public IBlobReader {
   void SpoilCommit(std::size_t n, Fault fault);
   bool HasFired() const { return m_fired; }
 
-  /// Whether a missing stream is told by an empty one instead of one that tests false.
+  /// Whether a missing stream is an empty one instead of one that tests false.
   bool missingReadsAsEmpty = false;
 
   /// Puts the bytes of an object or a branch where a store below "doc" has them.
@@ -75,7 +75,7 @@ std::string Record(std::string_view type, std::string_view name, std::string_vie
 std::string CommitText(std::string_view tree, std::string_view parent = {},
                        std::string_view description = {});
 
-/// Returns an id-like text of 64 characters that is told apart by `n`.
+/// Returns an id-like text of 64 characters that depends on `n`.
 std::string FakeId(unsigned n);
 
 }  // namespace TalVcs::Testing

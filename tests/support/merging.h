@@ -33,7 +33,7 @@ inline Resolvers Descending(ConflictChoice choice) {
 }
 
 /// What resolvers were asked, in order: the path of a blob, or that of a directory with a "/"
-/// behind it; the top is "/".
+/// after it; the top is "/".
 struct Questions {
   std::vector<std::string> asked;
 

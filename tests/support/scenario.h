@@ -15,8 +15,8 @@ namespace TalVcs::Testing {
 /// conflicts of which either side wins, history is rebased, cut and simplified, and all of it is
 /// purged, cloned, saved and loaded.
 ///
-/// It can be led again in the same repository, whatever an earlier one that was interrupted has
-/// left there. In a repository without objects it comes to the same end each time.
+/// It can run again in a repository in which an earlier run was interrupted. In a repository
+/// without objects every run has the same result.
 class Scenario {
  public:
   /// With so many files in the first commit, and so many commits on either side of a merge.

@@ -143,7 +143,7 @@ TEST_F(Threads, StoreObjectsWorkOnOneFolderAtOnce) {
     Repository repository = number % 2 == 0 ? OldState() : NewState();
     if (number < 2) texts[number] = Describe(repository);
     int done = 0;
-    // Whoever is refused comes again; the others may be quicker many times over.
+    // A thread that is refused tries again; the others may be quicker many times over.
     const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(2);
     while (done < 3 && std::chrono::steady_clock::now() < limit) {
       Kit::DirectoryStore store = open();

@@ -22,8 +22,8 @@ TreeEntries::Checkpoint* TreeEntries::Checkpoints() const noexcept {
   return static_cast<Checkpoint*>(static_cast<void*>(ChunkArray() + m_capacity));
 }
 
-// Takes over the checkpoints of `previous`, which may be this list, with nothing but equal chunks
-// in front of them.
+// Takes over the checkpoints of `previous`, which may be this list, that only equal chunks come
+// before.
 void TreeEntries::TakeCheckpoints(const TreeEntries& previous, std::size_t equalChunks) noexcept {
   std::uint8_t count = 0;
   while (count < previous.m_checkpointCount && previous.ChunkOfCheckpoint(count) <= equalChunks) {
@@ -37,8 +37,8 @@ void TreeEntries::TakeCheckpoints(const TreeEntries& previous, std::size_t equal
   }
 }
 
-// Leaves a checkpoint in front of `chunk` if one belongs there and the bytes since the last whole
-// block, which is all that a checkpoint doesn't hold, can be read from the chunk before.
+// Stores a checkpoint before `chunk` if one belongs there and the chunk before has the bytes since
+// the last whole block, which a checkpoint does not contain.
 void TreeEntries::LeaveCheckpoint(const Sha256& hash, std::size_t size,
                                   std::size_t chunk) noexcept {
   if (m_checkpointCount == kCheckpoints || chunk != ChunkOfCheckpoint(m_checkpointCount)) return;

@@ -26,9 +26,8 @@ inline bool SameName(TalStringViewT<WideChar> a, TalStringViewT<WideChar> b) noe
 /// An immutable run of entries of one directory, with the bytes of their records.
 ///
 /// All of it is one piece of memory: the chunk, the handles, the ends of names and records, the
-/// names, the records. Entries ascend by name; a blob stands in front of a subtree of the same
-/// name, and both always stand in one chunk. Chunks are shared by count between all states of a
-/// directory.
+/// names, the records. Entries ascend by name; a blob comes before a subtree of the same name, and
+/// both are always in one chunk. All states of a directory share chunks.
 class EntryChunk : public TalUtils::CountedBlock {
  public:
   using Ptr = TalUtils::CountedPtr<EntryChunk>;
@@ -59,8 +58,7 @@ class EntryChunk : public TalUtils::CountedBlock {
   std::size_t TreeCount() const noexcept { return m_treeCount; }
   /// True if a blob of the chunk hides a subtree of the same name.
   bool HidesTree() const noexcept { return m_hidesTree; }
-  /// True if each entry has a record that tells its whole name, so that a directory whose list
-  /// holds these bytes has these entries.
+  /// True if each entry has a record with its whole name, so that equal records are equal entries.
   bool HasWholeRecords() const noexcept { return m_hasWholeRecords; }
 
   /// The bytes of the records, one run. A buffer that shares them keeps the memory alive, but not
@@ -70,9 +68,8 @@ class EntryChunk : public TalUtils::CountedBlock {
     return {start + m_recordsOffset, m_recordBytes};
   }
   void AppendRecordsTo(Buffer& target) const;
-  /// Has the records of a chunk some steps behind `index` fetched, for a walk over the records of
-  /// all. Chunks lie anywhere in memory; waiting for each in turn cost a third of the time of a
-  /// save.
+  /// Prefetches the records of the chunk a few places after `index`. Chunks lie anywhere in memory;
+  /// waiting for each in turn took a third of the time of a save.
   static void PrefetchAhead(std::span<EntryChunk* const> chunks, std::size_t index) noexcept;
 
   TalStringViewT<WideChar> Name(std::size_t index) const noexcept {

@@ -10,7 +10,7 @@ namespace TalVcs {
 
 /// Walks along a previous state of a directory while a later one is read from its entry list.
 ///
-/// Only chunks whose records tell their whole entries are compared, so equal bytes mean equal
+/// Only chunks whose records contain their entries whole are compared, so equal bytes mean equal
 /// entries.
 class PreviousEntries {
  public:
@@ -22,7 +22,7 @@ class PreviousEntries {
   /// Returns all entries of the previous state, null for none.
   const TreeEntries* List() const noexcept { return m_list; }
   bool AtEnd() const noexcept { return m_chunks.empty(); }
-  /// Moves to the first entry behind `name`; an empty name stands in front of all.
+  /// Moves to the first entry after `name`; an empty name is before all.
   void SkipThrough(TalStringViewT<WideChar> name) noexcept;
   void SkipChunk() noexcept;
   void SkipEntry() noexcept;

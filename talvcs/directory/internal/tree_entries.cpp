@@ -46,7 +46,7 @@ struct SlotPlan {
   std::span<const EntryChunk::Slot> Part(std::size_t first, std::size_t last) const noexcept {
     return std::span(slots).subspan(first, last - first);
   }
-  /// Returns the place near `wanted` where a cut parts no two entries of one name.
+  /// Returns the place near `wanted` where a cut leaves entries of one name together.
   std::size_t CutNear(std::size_t wanted) const noexcept {
     if (!SameName(slots[wanted - 1].name, slots[wanted].name)) return wanted;
     return wanted > 1 ? wanted - 1 : wanted + 1;
@@ -295,7 +295,8 @@ void TreeEntriesBuilder::Append(EntryChunk& chunk) {
   m_chunks.push_back(EntryChunk::Ptr::Share(&chunk));
 }
 
-// Makes a chunk of the first `count` entries, or of one fewer so as not to part two of one name.
+// Makes a chunk of the first `count` entries, or of one fewer, so that two of one name stay
+// together.
 void TreeEntriesBuilder::Flush(std::size_t count) {
   if (count == 0) return;
   SlotPlan plan;
@@ -315,9 +316,11 @@ TreeEntries::Ptr TreeEntriesBuilder::Finish(const TreeEntries* previous) {
                             m_chunks.size() == previous->m_chunkCount &&
                             BytesOfRecords(m_chunks) == previous->m_recordBytes;
   TreeEntries::Ptr list = TreeEntries::New(m_chunks.size(), keeps_digest);
+  list->m_chunkCount = static_cast<std::uint32_t>(m_chunks.size());
+  EntryChunk** out = list->ChunkArray();
   for (EntryChunk::Ptr& chunk : m_chunks) {
     list->CountChunk(*chunk, true);
-    list->ChunkArray()[list->m_chunkCount++] = chunk.Disown();
+    *out++ = chunk.Disown();
   }
   if (keeps_digest) {
     const auto theirs = previous->Chunks();

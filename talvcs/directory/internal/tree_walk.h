@@ -8,8 +8,8 @@
 
 namespace TalVcs {
 
-/// What stands under one name in one directory. A blob and a subtree of one name stand side by side
-/// in one chunk, the blob first.
+/// The entries under one name in one directory. A blob and a subtree of one name are neighbours in
+/// one chunk, the blob first.
 class NamedEntries {
  public:
   /// Nothing.
@@ -21,7 +21,7 @@ class NamedEntries {
 
   EntryRef Blob() const noexcept { return {m_list, m_chunk, m_blob}; }
   EntryRef Tree() const noexcept { return {m_list, m_chunk, m_tree}; }
-  /// The entry that the name stands for: a blob hides a subtree.
+  /// Returns the visible entry: a blob hides a subtree.
   EntryRef Local() const noexcept { return Blob().HasObject() ? Blob() : Tree(); }
   EntryRef OfKind(EntryKind kind) const noexcept {
     return kind == EntryKind::Blob ? Blob() : Tree();
@@ -39,7 +39,7 @@ inline const Tree* OpenTree(const EntryRef& entry) {
   return static_cast<const Tree*>(entry.Open().get());
 }
 
-/// Returns what stands under `name` in a directory.
+/// Returns the entries under `name` in a directory.
 inline NamedEntries EntriesUnder(const TreeEntries* list, TalStringViewT<WideChar> name) noexcept {
   if (list == nullptr) return {};
   const EntryChunk& chunk = list->ChunkFor(name);
@@ -78,9 +78,9 @@ class EntryCursor {
     return {m_list, &chunk, blob, tree};
   }
 
-  /// Moves over the chunks that both directories have next, where both stand at a chunk. Their
-  /// entries are the same objects. Where a blob hides a subtree nothing is passed over, since that
-  /// subtree differs from what its name stands for.
+  /// Skips the chunks that both directories share, if both cursors are at the start of a chunk.
+  /// Skips nothing if a blob hides a subtree, because that subtree differs from the blob, which is
+  /// the visible entry of its name.
   static void SkipShared(EntryCursor& a, EntryCursor& b) noexcept {
     if (a.m_slot != 0 || b.m_slot != 0 || a.m_list->HidesTree()) return;
     const auto of_a = a.m_list->Chunks().subspan(a.m_chunk);
@@ -98,7 +98,7 @@ class EntryCursor {
   std::size_t m_slot = 0;
 };
 
-/// Has the chunks fetched that stand at equal places but aren't shared: the next ones to be read.
+/// Prefetches the chunks that both directories have at the same place and do not share.
 inline void PrefetchUnshared(const TreeEntries* a, const TreeEntries* b) noexcept {
   constexpr std::size_t kHeadBytes = 192;  // handles and names of a small chunk
   if (a == nullptr || b == nullptr) return;
@@ -112,8 +112,8 @@ inline void PrefetchUnshared(const TreeEntries* a, const TreeEntries* b) noexcep
   }
 }
 
-/// Calls `visit(name, entries of a, entries of b)` for each name that stands in either directory,
-/// in ascending order. Chunks that both share may be passed over.
+/// Calls `visit(name, entries of a, entries of b)` for each name in either directory, in ascending
+/// order. May skip chunks that both share.
 template <class Visit>
 void VisitUnsharedNames(const TreeEntries* a, const TreeEntries* b, Visit visit) {
   PrefetchUnshared(a, b);
@@ -142,8 +142,8 @@ void VisitUnsharedNames(const TreeEntries* a, const TreeEntries* b, Visit visit)
   }
 }
 
-/// True if the entries of that kind differ: one side has an object for which the name doesn't stand
-/// on the other side.
+/// True if the entries of that kind differ: one side has an object that is not the visible entry of
+/// the name on the other side.
 inline bool EntriesDiffer(EntryKind kind, const NamedEntries& a, const NamedEntries& b) {
   const EntryRef own_a = a.OfKind(kind);
   const EntryRef own_b = b.OfKind(kind);

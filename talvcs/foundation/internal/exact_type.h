@@ -4,9 +4,9 @@
 
 namespace TalUtils {
 
-/// True if the object's class is `Class` itself, so that nobody has overridden its operations.
-/// False also where the compiler keeps no type information and nobody can tell: everything then
-/// goes the long way, with the same results.
+/// True if the object's class is `Class` itself, so that none of its operations is overridden.
+/// Always false without type information: callers then call the virtual functions, with the same
+/// results.
 template <class Class, class Interface>
 bool IsExactly([[maybe_unused]] const Interface& object) noexcept {
 #ifdef __cpp_rtti

@@ -15,7 +15,7 @@ namespace TalUtils {
 /// Counts the holders of a shared, immutable piece of memory; starts with one holder.
 ///
 /// Threads: counting is atomic, so holders on different threads may come and go at once. `IsSole`
-/// answers for the calling holder: nobody else can become a holder while it is true.
+/// is meant for a holder: no other thread can become a holder while it is true.
 class RefCount {
  public:
   RefCount() noexcept = default;

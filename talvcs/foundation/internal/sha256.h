@@ -40,7 +40,7 @@ class Sha256 {
 
   /// Uses the fastest block function that the processor has.
   Sha256() noexcept;
-  /// Goes on behind the bytes that led to `checkpoint`.
+  /// Goes on after the bytes that led to `checkpoint`.
   explicit Sha256(const Checkpoint& checkpoint) noexcept;
   explicit Sha256(BlockFunction function) noexcept;
 
@@ -57,7 +57,7 @@ class Sha256 {
 
   /// Writes the length of a message of `size` bytes, with which its last block ends, before `end`.
   static void PutLength(std::uint8_t* end, std::uint64_t size) noexcept;
-  /// Returns the digest that the state after the last block stands for.
+  /// Returns the digest of the state after the last block.
   static Digest DigestOf(const State& state) noexcept;
 
  private:

@@ -75,7 +75,7 @@ Decoded DecodeOne(const std::uint8_t* text, std::size_t count) noexcept {
   for (int index = 2; index <= shape.following; ++index) {
     const auto at = static_cast<std::size_t>(index);
     if (at >= count || !IsContinuation(text[at])) {
-      // The first two bytes of a surrogate's form begin no character, so each stands for itself.
+      // The first two bytes of a surrogate's form begin no character, so each is one subpart.
       const bool surrogate = lead == 0xED && text[1] >= 0xA0;
       return {kReplacement, surrogate ? 1 : at};
     }

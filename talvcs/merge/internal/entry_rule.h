@@ -13,11 +13,11 @@ enum class EntryDecision {
   Conflict,   ///< both sides changed it differently
 };
 
-/// Decides about the entries under one name from what stands there on the three sides.
+/// Decides about the entries under one name, given those of the three sides.
 ///
-/// A merge looks at blobs first and at subtrees in a second stage; `stage` tells which entries
-/// count as changed. Compared is the object that the name stands for, of whatever kind, so a name
-/// that is a blob on one side and a subtree on another is changed in both stages.
+/// A merge looks at blobs first and at subtrees in a second stage; `stage` decides which entries
+/// count as changed. The rule compares the visible entries, of any kind, so a name that is a blob
+/// on one side and a subtree on another is changed in both stages.
 EntryDecision DecideEntry(EntryKind stage, const NamedEntries& root, const NamedEntries& left,
                           const NamedEntries& right);
 

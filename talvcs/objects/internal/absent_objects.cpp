@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-// A commit that was read holds placeholders until somebody follows the links:
+// A commit that was read holds placeholders until a caller follows the links:
 //
 //   commit C -> AbsentCommit (id of B, source)        C -> B -> AbsentCommit (id of A, source)
 //            -> handle -> AbsentTree (id, source)       -> handle -> AbsentTree

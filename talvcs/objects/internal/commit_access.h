@@ -45,8 +45,8 @@ class CommitAccess {
     return commit.CachedId();
   }
 
-  /// Makes `parent` the parent and stores the commit. The handle becomes the stored instance;
-  /// whoever else held the old one keeps that.
+  /// Makes `parent` the parent and stores the commit. The handle becomes the stored instance; other
+  /// holders keep the old one.
   static void Rewrite(cow_ptr<Commit>& commit, cow_ptr<Commit> parent, IRepository& repository);
 
   static TalStringT<WideChar> GetAuthorInfo(TalStringViewT<WideChar> role,

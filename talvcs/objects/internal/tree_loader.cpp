@@ -12,7 +12,7 @@
 //
 //   open:  root          "a" was read, the next record is that of "b"
 //          root/b        ...
-//          root/b/c      being read; after its end, root/b goes on behind the record of "c"
+//          root/b/c      being read; after its end, root/b goes on after the record of "c"
 //
 // A tree can get another id than that of its stream, because entries are missing. Such a tree is
 // read again, from its text, when an object that it lacks has been stored since: then it may be
@@ -90,10 +90,8 @@ const TreeResults::Result* TreeLoader::FindResult(const Id& id) {
 // counts as unreadable.
 bool TreeLoader::Open(const Id& id, const Tree* previous, std::vector<OpenTree>& open) {
   OpenTree tree;
-  const TreeResults::Result* const outdated = m_results.Find(id);
-  if (outdated != nullptr) tree.text = outdated->text;
-  m_results.Begin(id);
-  if (outdated == nullptr && !ReadText(id, tree.text)) return false;
+  tree.text = m_results.Begin(id);
+  if (tree.text.IsEmpty() && !ReadText(id, tree.text)) return false;
   tree.id = id;
   // A tree that was in the repository before the load may hold objects that are not stored.
   if (m_ownTrees.contains(previous)) tree.entries = LoadedEntries(previous);
@@ -140,7 +138,7 @@ void TreeLoader::ReadBlob(OpenTree& tree, TalStringViewT<char> name, const Id& i
   if (!blob) return;
   const TalStringT<WideChar> wide = WideName(name);
   tree.entries.Add(m_target.GetRepository(), wide, blob, nullptr);
-  if (wide.Find(TAL_WIDE("/")) >= 0) NoteDirectories(tree.entries.Current(), wide);
+  NoteDirectories(tree, wide);
 }
 
 // Returns false if the subtree has to be read first.
@@ -166,7 +164,7 @@ void TreeLoader::AddSubtree(OpenTree& tree, TalStringViewT<char> name, const Id&
   if (!subtree) return;
   const TalStringT<WideChar> wide = WideName(name);
   tree.entries.Add(m_target.GetRepository(), wide, nullptr, subtree);
-  if (wide.Find(TAL_WIDE("/")) >= 0) NoteDirectories(tree.entries.Current(), wide);
+  NoteDirectories(tree, wide);
 }
 
 // Stores the tree that was read. A result that the repository returns for the id need not be
@@ -189,8 +187,9 @@ cow_ptr<Tree> TreeLoader::Close(OpenTree& tree) {
 }
 
 // Notes the directories that a name with "/" made: the trees on the path but its last component.
-void TreeLoader::NoteDirectories(const Tree& tree, TalStringViewT<WideChar> path) {
-  if (!m_results.LacksAny()) return;
+void TreeLoader::NoteDirectories(OpenTree& open, TalStringViewT<WideChar> path) {
+  if (!m_results.LacksAny() || path.Find(TAL_WIDE("/")) < 0) return;
+  const Tree& tree = open.entries.Current();
   auto names = Helpers::SplitVcsPath(path);
   if (names.empty()) return;
   names.pop_back();

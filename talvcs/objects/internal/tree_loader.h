@@ -42,7 +42,7 @@ class TreeLoader {
   void AddSubtree(OpenTree& tree, TalStringViewT<char> name, const Id& id,
                   const cow_ptr<Tree>& subtree);
   cow_ptr<Tree> Close(OpenTree& tree);
-  void NoteDirectories(const Tree& tree, TalStringViewT<WideChar> path);
+  void NoteDirectories(OpenTree& open, TalStringViewT<WideChar> path);
   void NoteStored(const cow_ptr<Tree>& stored);
   void NoteStored(const cow_ptr<Blob>& stored);
 

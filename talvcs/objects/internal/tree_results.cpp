@@ -9,6 +9,13 @@ TreeResults::Result* TreeResults::Find(const Id& id) {
   return found == m_results.end() ? nullptr : &found->second;
 }
 
+TalStringT<char> TreeResults::Begin(const Id& id) {
+  Result& result = m_results[id];
+  TalStringT<char> text = std::move(result.text);
+  result = Result();
+  return text;
+}
+
 void TreeResults::AddLack(const Id& id, EntryKind kind, const Id& lacked) {
   Dependents(kind)[lacked].push_back(id);
   m_results[id].lacksObjects = true;

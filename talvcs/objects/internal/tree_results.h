@@ -26,8 +26,9 @@ class TreeResults {
   /// Returns the result for `id`, or null. It is valid until the next change.
   Result* Find(const Id& id);
 
-  /// Begins to read the tree `id`. Until its end it counts as unreadable.
-  void Begin(const Id& id) { m_results[id] = Result(); }
+  /// Begins to read the tree `id`. Until its end it counts as unreadable. Returns the text of its
+  /// outdated result, empty if there is none.
+  TalStringT<char> Begin(const Id& id);
   /// Notes that the tree `id`, which is being read, lacks an object.
   void AddLack(const Id& id, EntryKind kind, const Id& lacked);
   /// Ends reading with a result, which is null for an unreadable tree.

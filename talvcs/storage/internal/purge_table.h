@@ -40,7 +40,7 @@ inline void CollectReferences(const Tree& tree, std::vector<cow_ptr<Tree>>& rele
 
 inline void CollectReferences(const Blob&, std::vector<cow_ptr<Blob>>&) {}
 
-/// Removes the objects that nobody but the table holds, and what is free then.
+/// Removes the objects that only the table holds, and then those that become free by it.
 ///
 /// A handle on the work list is a holder itself. Where it is the only one, the object stands in no
 /// table and dies with it; where the object's own entry is the other one, the entry goes. An object

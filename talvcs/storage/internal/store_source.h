@@ -66,8 +66,8 @@ class StoreSource final : public ObjectSource {
   void AddSaved(cow_ptr<Tree> tree);
   void AddSaved(cow_ptr<Blob> blob);
 
-  /// Forgets the objects that nobody else holds, and what was read ahead. Links from there, and
-  /// from the new objects in the two tables, to objects of the store become absent.
+  /// Forgets the objects that no caller holds, and what was read ahead. Links from there, and from
+  /// the new objects in the two tables, to objects of the store become absent.
   void Trim(const CommitTable& newCommits, const TreeTable& newTrees);
 
  private:

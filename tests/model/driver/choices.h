@@ -47,7 +47,7 @@ class SeededChoices : public Choices {
   std::uint64_t m_state;
 };
 
-/// Decisions from the bytes of an input, and behind its end from a fixed seed, so that an operation
+/// Decisions from the bytes of an input, and after its end from a fixed seed, so that an operation
 /// that goes on by a decision comes to its end.
 class ByteChoices : public Choices {
  public:

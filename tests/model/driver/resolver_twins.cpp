@@ -52,7 +52,7 @@ unsigned TreeAnswerAt(const Model::Components& path, unsigned salt) {
 
 std::optional<std::uint64_t> TimeIn(const Model::Bytes& data) {
   if (data.empty() || data[0] < '0' || data[0] > '9') return std::nullopt;
-  // The digit 9 stands for an instant with the highest bit set.
+  // The digit 9 is an instant with the highest bit set.
   return data[0] == '9' ? ~std::uint64_t{0} : static_cast<std::uint64_t>(data[0] - '0');
 }
 

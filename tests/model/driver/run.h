@@ -18,7 +18,7 @@ struct Outcome {
   bool endedEarly = false;
 };
 
-/// Does up to `steps` operations, and compares after each. `print` tells each on standard error.
+/// Does up to `steps` operations, and compares after each. `print` prints each on standard error.
 Outcome Run(Choices& choices, std::uint64_t steps, bool print = false);
 
 }  // namespace ModelTest

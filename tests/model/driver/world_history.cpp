@@ -75,7 +75,7 @@ void World::DeleteCommits() {
   }
 }
 
-// Takes one commit out of the table behind the repository's back.
+// Takes one commit out of the table without the repository.
 void World::DeleteStoredCommit() {
   RepositoryTwin& repository = PickRepository();
   if (repository.lib->GetStorage() == nullptr) return;

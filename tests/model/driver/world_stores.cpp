@@ -98,7 +98,7 @@ void World::Save() {
   ExpectSame<std::uint64_t>("number of streams", store.lib.size(), store.model.size());
 }
 
-// Loses or changes one stream of a store, in ways that the rules tell the outcome of.
+// Loses or changes one stream of a store, in ways whose outcome the rules define.
 void World::Damage() {
   const std::size_t index = m_choices.Below(2);
   StoreTwin& store = m_stores[index];

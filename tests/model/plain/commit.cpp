@@ -31,7 +31,7 @@ Bytes PersonLine(const Bytes& role, const Commit& commit) {
          TwoDigits((minutes < 0 ? -minutes : minutes) % 60) + "\n";
 }
 
-// The value behind the next `key`, up to the line's end, where the next search begins.
+// The value after the next `key`, up to the line's end, where the next search begins.
 std::optional<Bytes> NextValue(const Bytes& text, const Bytes& key, std::int64_t& position) {
   const std::int64_t found = Find(text, key, position);
   if (found < 0) return std::nullopt;
@@ -207,7 +207,7 @@ Handle<Commit> Commit::Deserialize(const Id& id, Id& parentId, Repository* repos
 Handle<Tree> Tree::Deserialize(const Id& id, Repository* repository, Load& load) {
   if (id.empty() || repository == nullptr) return {};
   if (Handle<Tree> found = repository->GetTreeFromStorage(id)) return found;
-  // While the tree is being read, it stands for nothing.
+  // While the tree is being read, it counts as unreadable.
   if (!load.openTrees.insert(id).second) return {};
   Handle<Tree> tree = Read(id, repository, load);
   load.openTrees.erase(id);

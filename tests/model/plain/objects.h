@@ -202,7 +202,7 @@ class Commit : public Object {
   mutable std::optional<Bytes> m_data;
 };
 
-/// Returns the bytes behind the header if that begins with `type`, otherwise nothing.
+/// Returns the bytes after the header if that begins with `type`, otherwise nothing.
 std::optional<Bytes> DataBehindHeader(const std::optional<Bytes>& stream, const Bytes& type);
 
 }  // namespace Model

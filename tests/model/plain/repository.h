@@ -22,7 +22,7 @@ struct Storage {
   bool CreateBranch(const Text& name, const Handle<Commit>& commit);
   bool UpdateBranch(const Text& name, const Handle<Commit>& commit);
 
-  /// Removes what nobody but its own table holds.
+  /// Removes the objects that only their own table holds.
   void Purge();
 };
 

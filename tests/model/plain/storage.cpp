@@ -3,7 +3,8 @@
 namespace Model {
 namespace {
 
-// Removes the entries that nobody else holds, and those that are free then, until all are in use.
+// Removes the entries that only the table holds, and those that become free by it, until all are in
+// use.
 template <class T>
 void PurgeTable(std::map<Id, Handle<T>>& table) {
   const auto isUnused = [](const auto& entry) { return entry.second.UseCount() == 1; };

@@ -8,7 +8,7 @@
 /// A second, slow and plain version of the library, against which the library is tested.
 ///
 /// Tables are ordered maps, bytes are `std::string`, wide text is `std::u16string`, and every rule
-/// is written down as it is told, step by step, with no thought for speed. Nothing here uses the
+/// is written down step by step, with no thought for speed. Nothing here uses the
 /// library.
 namespace Model {
 
