@@ -4,17 +4,18 @@
 #include <kit/store/object_codec.h>
 
 #include <algorithm>
+#include <bit>
 #include <optional>
 #include <string>
 #include <utility>
 
 // An encoded form, as docs/formats.md describes it:
 //
-//     encoded := method size (base depth)? payload
-//     method  := 1 byte, an ObjectEncoding; a base and a depth follow for a difference only
+//     encoded := method size (base position)? payload
+//     method  := 1 byte, an ObjectEncoding; base and position follow for a difference only
 //     size    := 1 to 9 bytes, 7 bits each, lowest first; all but the last have the highest bit
 //     base    := 32 bytes
-//     depth   := 1 byte
+//     position := 1 byte
 
 namespace TalVcs::Kit {
 
@@ -90,6 +91,10 @@ bool Pays(const std::vector<std::byte>& encoded, std::uint64_t other) {
 
 }  // namespace
 
+std::uint32_t DepthOf(std::uint32_t position) noexcept {
+  return static_cast<std::uint32_t>(std::popcount(position));
+}
+
 Result<EncodedHeader> ReadEncodedHeader(std::span<const std::byte> encoded) {
   const std::size_t all = encoded.size();
   if (encoded.empty()) return Damaged("there are no bytes");
@@ -111,9 +116,9 @@ Result<EncodedHeader> ReadEncodedHeader(std::span<const std::byte> encoded) {
     std::transform(encoded.begin(), encoded.begin() + key.size(), key.begin(),
                    [](std::byte byte) { return std::to_integer<std::uint8_t>(byte); });
     header.base = Id(ToWide(HexFromKey(key)));
-    header.depth = std::to_integer<std::uint8_t>(encoded[key.size()]);
-    if (header.depth == 0 || header.depth > kMostDifferences) {
-      return Damaged("its depth is damaged");
+    header.position = std::to_integer<std::uint8_t>(encoded[key.size()]);
+    if (header.position == 0 || header.position >= kVersionsInGroup) {
+      return Damaged("its position is damaged");
     }
     encoded = encoded.subspan(key.size() + 1);
   }
@@ -142,10 +147,13 @@ struct ObjectEncoder::State {
   /// Returns nothing if there is no compression or the base can't be used.
   std::vector<std::byte> Difference(std::span<const std::byte> bytes, const EncodingBase& base) {
     const std::optional<ObjectKey> key = KeyFromId(base.id);
-    if (!key || base.depth >= kMostDifferences || base.packed.GetSize() > kMostBaseBytes) return {};
+    if (!key || base.position == 0 || base.position >= kVersionsInGroup ||
+        base.packed.GetSize() > kMostBaseBytes) {
+      return {};
+    }
     std::vector<std::byte> encoded = StartOf(ObjectEncoding::Difference, bytes.size());
     for (const std::uint8_t byte : *key) encoded.push_back(std::byte{byte});
-    encoded.push_back(static_cast<std::byte>(base.depth + 1));
+    encoded.push_back(static_cast<std::byte>(base.position));
     const Piece prefix(base.packed);
     if (!compressor.Append(bytes, prefix.Bytes(), encoded)) return {};
     const std::uint64_t free = std::min<std::uint64_t>(prefix.Bytes().size(), bytes.size());

@@ -20,22 +20,33 @@ enum class ObjectEncoding : std::uint8_t {
   Difference = 2,  ///< Compressed against another packed form, its base.
 };
 
-/// The most bases that lie one below the other: a difference is decoded in at most so many steps
-/// after the form without a base. An encoder never exceeds it, and a reader refuses more.
-inline constexpr std::uint32_t kMostDifferences = 32;
+/// Versions of one path form groups of at most so many. Only the first of a group has no base.
+///
+/// Each version has a position in its group. Its base has that position without the lowest bit that
+/// is set: the base of 6 is 4, that of 7 is 6, that of 8 is 0. So a difference is at most 32
+/// versions away from its base, and never has more bases below it than its position has bits.
+inline constexpr std::uint32_t kVersionsInGroup = 64;
+
+/// The most bases that lie one below the other. Reading any version decodes at most so many
+/// differences, after one form without a base.
+inline constexpr std::uint32_t kMostDifferences = 6;
 
 /// What the first bytes of an encoded form say.
 struct EncodedHeader {
   ObjectEncoding encoding = ObjectEncoding::Plain;  ///< How the rest is encoded.
   std::uint64_t sizeBytes = 0;                      ///< The size of the packed form.
   Id base;                      ///< The base of a difference; empty for the others.
-  std::uint32_t depth = 0;      ///< How many differences there are down to a form without a base.
+  std::uint32_t position = 0;   ///< The position in the group; 0 for a form without a base.
   std::size_t headerBytes = 0;  ///< The number of bytes of the header itself.
 };
 
 /// The most bytes of a header: the first so many of an encoded form, or all if it is shorter, are
 /// enough for `ReadEncodedHeader`.
 inline constexpr std::size_t kMostEncodedHeaderBytes = 64;
+
+/// Returns how many bases lie at most below a form of that position. A reader must refuse a base of
+/// which this isn't less than of the difference: then no damage makes a circle.
+TALVCS_KIT_API std::uint32_t DepthOf(std::uint32_t position) noexcept;
 
 /// Reads the header at the beginning of an encoded form. Fails with `Damaged` for bytes that are no
 /// header, and with `Unsupported` for an encoding that this version doesn't know. Nothing below the
@@ -44,9 +55,9 @@ TALVCS_KIT_API Result<EncodedHeader> ReadEncodedHeader(std::span<const std::byte
 
 /// What a difference may refer to.
 struct EncodingBase {
-  Id id;                    ///< The id of the base, which must be an object's.
-  Buffer packed;            ///< Its packed form.
-  std::uint32_t depth = 0;  ///< The depth in the header of its own encoded form.
+  Id id;                       ///< The id of the base, which must be an object's.
+  Buffer packed;               ///< Its packed form.
+  std::uint32_t position = 0;  ///< The position of the difference, not of the base; not 0.
 };
 
 /// Makes encoded forms, in which stores keep objects: a header, and the packed form plain,
@@ -69,9 +80,9 @@ class TALVCS_KIT_API ObjectEncoder {
   /// Returns the encoded form of `packed`.
   ///
   /// It is a difference from `base` if that is clearly shorter than the other encodings. A base
-  /// that is null, too large or already `kMostDifferences` deep isn't used. Bytes that hardly get
-  /// shorter, such as those of a compressed file, stay plain. The result depends on the version of
-  /// the compression library; every version reads it.
+  /// that is null, larger than 64 MiB or has no position in a group isn't used. Bytes that hardly
+  /// get shorter, such as those of a compressed file, stay plain. The result depends on the version
+  /// of the compression library; every version reads it.
   ///
   /// Cost: one compression at some 200 MB/s, two if the difference didn't pay.
   std::vector<std::byte> Encode(const Buffer& packed, const EncodingBase* base = nullptr);

@@ -23,7 +23,7 @@ class Document {
  public:
   Document(std::unique_ptr<Database> database, const SqliteOptions& options)
       : m_database(std::move(database)),
-        m_objects(*m_database),
+        m_objects(*m_database, options.compress),
         m_heads(*m_database),
         m_bufferSizeBytes(options.bufferSizeBytes) {}
   Document(const Document&) = delete;
@@ -40,6 +40,7 @@ class Document {
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark);
   Result<std::optional<std::string>> Value(std::string_view name);
   Status SetValue(std::string_view name, std::optional<std::string_view> value);
+  Status Replace(std::span<const StoredObject> objects);
   /// Puts the pending objects into the file by a transaction of their own.
   Status WritePending();
 

@@ -50,8 +50,8 @@ std::string TextOf(int lines) {
   return text;
 }
 
-EncodingBase BaseOf(const std::string& packed, std::uint32_t depth = 0) {
-  return {Id(Wide(kBaseId)), BufferOf(packed), depth};
+EncodingBase BaseOf(const std::string& packed, std::uint32_t position = 1) {
+  return {Id(Wide(kBaseId)), BufferOf(packed), position};
 }
 
 std::string Decoded(const std::vector<std::byte>& encoded, const Buffer* base = nullptr) {
@@ -74,7 +74,7 @@ TEST(ReadEncodedHeader, ReadsAPlainOne) {
   EXPECT_EQ(header.encoding, ObjectEncoding::Plain);
   EXPECT_EQ(header.sizeBytes, 300U);
   EXPECT_EQ(header.headerBytes, 3U);
-  EXPECT_EQ(header.depth, 0U);
+  EXPECT_EQ(header.position, 0U);
   EXPECT_EQ(header.base, Id());
 }
 
@@ -84,7 +84,7 @@ TEST(ReadEncodedHeader, ReadsThatOfADifference) {
   EXPECT_EQ(header.encoding, ObjectEncoding::Difference);
   EXPECT_EQ(header.sizeBytes, 69U);
   EXPECT_EQ(header.headerBytes, 35U);
-  EXPECT_EQ(header.depth, 7U);
+  EXPECT_EQ(header.position, 7U);
   EXPECT_EQ(Ascii(header.base), kBaseId);
 }
 
@@ -92,7 +92,7 @@ TEST(ReadEncodedHeader, RefusesWhatNoEncoderMakes) {
   const std::string id(kBaseId);
   for (const std::string& digits :
        std::vector<std::string>{"", "00", "0080", "008000", "00FFFFFFFFFFFFFFFFFF", "0245" + id,
-                                "0245" + id.substr(2), "0245" + id + "00", "0245" + id + "21"}) {
+                                "0245" + id.substr(2), "0245" + id + "00", "0245" + id + "40"}) {
     EXPECT_EQ(ReadEncodedHeader(FromHex(digits)).error().code, ErrorCode::Damaged) << digits;
   }
   EXPECT_EQ(ReadEncodedHeader(FromHex("030161")).error().code, ErrorCode::Unsupported);
@@ -131,14 +131,14 @@ TEST(ObjectCodec, NoiseWithASmallEditIsADifference) {
   const std::string before = NoiseOf(10000, 1);
   std::string after = before;
   after.replace(5000, 170, NoiseOf(170, 2));
-  const EncodingBase base = BaseOf(before, 3);
+  const EncodingBase base = BaseOf(before, 4);
   const std::vector<std::byte> encoded = ObjectEncoder().Encode(BufferOf(after), &base);
   const EncodedHeader header = ReadEncodedHeader(encoded).value();
   ASSERT_EQ(header.encoding, IfCompressed(ObjectEncoding::Difference));
   EXPECT_EQ(Decoded(encoded, &base.packed), after);
   if (header.encoding != ObjectEncoding::Difference) return;
   EXPECT_LT(encoded.size(), 300U);
-  EXPECT_EQ(header.depth, 4U);
+  EXPECT_EQ(header.position, 4U);
   EXPECT_EQ(Ascii(header.base), kBaseId);
 }
 
@@ -159,13 +159,24 @@ TEST(ObjectCodec, UnrelatedBaseIsNotUsed) {
             ObjectEncoding::Plain);
 }
 
-TEST(ObjectCodec, DeepestBaseIsNotUsed) {
+TEST(ObjectCodec, BaseIsUsedForPositionsInAGroup) {
   const std::string noise = NoiseOf(3000, 1);
-  const EncodingBase deepest = BaseOf(noise, kMostDifferences);
-  EXPECT_EQ(EncodingOf(ObjectEncoder().Encode(BufferOf(noise), &deepest)), ObjectEncoding::Plain);
-  const EncodingBase next = BaseOf(noise, kMostDifferences - 1);
-  EXPECT_EQ(EncodingOf(ObjectEncoder().Encode(BufferOf(noise), &next)),
-            IfCompressed(ObjectEncoding::Difference));
+  for (const std::uint32_t position : {0U, kVersionsInGroup}) {
+    const EncodingBase base = BaseOf(noise, position);
+    EXPECT_EQ(EncodingOf(ObjectEncoder().Encode(BufferOf(noise), &base)), ObjectEncoding::Plain);
+  }
+  for (const std::uint32_t position : {1U, kVersionsInGroup - 1}) {
+    const EncodingBase base = BaseOf(noise, position);
+    EXPECT_EQ(EncodingOf(ObjectEncoder().Encode(BufferOf(noise), &base)),
+              IfCompressed(ObjectEncoding::Difference));
+  }
+}
+
+TEST(DepthOf, CountsTheBitsOfThePosition) {
+  EXPECT_EQ(DepthOf(0), 0U);
+  EXPECT_EQ(DepthOf(32), 1U);
+  EXPECT_EQ(DepthOf(45), 4U);
+  EXPECT_EQ(DepthOf(kVersionsInGroup - 1), kMostDifferences);
 }
 
 TEST(ObjectCodec, BaseWithoutAnObjectsIdIsNotUsed) {
@@ -177,7 +188,7 @@ TEST(ObjectCodec, BaseWithoutAnObjectsIdIsNotUsed) {
 TEST(ObjectCodec, BytesInSeveralSegmentsComeBack) {
   const std::string text = TextOf(100);
   const Buffer parts = BufferOfParts({text.substr(0, 700), text.substr(700)});
-  const EncodingBase base = {Id(Wide(kBaseId)), parts, 0};
+  const EncodingBase base = {Id(Wide(kBaseId)), parts, 1};
   const std::string longer = text + "one more line\n";
   const Buffer longer_parts = BufferOfParts({longer.substr(0, 9), longer.substr(9)});
   EXPECT_EQ(Decoded(ObjectEncoder().Encode(parts)), text);

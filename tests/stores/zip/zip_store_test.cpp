@@ -110,9 +110,8 @@ TEST_F(Zip, FailedSaveLeavesItsObjectsToTheNextOne) {
   EXPECT_EQ(failed.error().unchanged, "the previous version is unchanged");
   EXPECT_EQ(State(), kOldState);
   fs::remove(blocked);
-  const std::vector<HeadMove> moves = {{"master", kOld.id, kNew.id},
-                                       {"large", Id(), kLarge.id},
-                                       {"topic", kShared.id, Id()}};
+  const std::vector<HeadMove> moves = {
+      {"master", kOld.id, kNew.id}, {"large", Id(), kLarge.id}, {"topic", kShared.id, Id()}};
   store.MoveHeads(moves).value();
   EXPECT_EQ(State(), kNewState);
 }
@@ -174,9 +173,10 @@ TEST_F(Zip, ReaderKeepsItsArchiveUntilItLooksAgain) {
   EXPECT_EQ(DescribeStore(reader), kOldState);
   ZipStore writer = Open();
   SaveNewState(writer).value();
-  writer.RemoveUnmarked([](std::span<const Head>) -> Result<std::vector<Id>> {
-          return std::vector<Id>{kNew.id, kLarge.id};
-        })
+  writer
+      .RemoveUnmarked([](std::span<const Head>) -> Result<std::vector<Id>> {
+        return std::vector<Id>{kNew.id, kLarge.id};
+      })
       .value();
   EXPECT_EQ(DescribeObject(reader, kOld.id), "of the old state");
   EXPECT_EQ(DescribeStore(reader), kNewState);
@@ -222,7 +222,8 @@ TEST_F(Zip, NameThatIsTooLongForTheFormatIsRefused) {
 TEST_F(Zip, ObjectIsDeflatedWhereThatPays) {
   std::string noise = "blob 3000\0";
   std::uint32_t state = 1;
-  while (noise.size() < 3000) noise += static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+  while (noise.size() < 3000)
+    noise += static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
   const std::string words = "to be or not to be, that is the question, to be or not to be, to be";
   ZipStore store = Open();
   store.Write(std::vector<StoredObject>{ObjectOf(noise), ObjectOf(words), kOld}).value();
@@ -282,8 +283,7 @@ TEST_F(Zip, EachDamagedObjectIsRepaired) {
 
 TEST_F(Zip, CleanUpDisturbsNeitherReadersNorAWriter) {
   CleanUpBeside([this] {
-    return std::make_shared<ZipStore>(
-        ZipStore::Open(m_path, {.durable = false}).value());
+    return std::make_shared<ZipStore>(ZipStore::Open(m_path, {.durable = false}).value());
   }).Run(20);
 }
 
