@@ -31,6 +31,7 @@ TARGETS = {
     "path": (256, 20),
     "tree": (1024, 4),
     "utf": (256, 20),
+    "zip": (2048, 1),
 }
 # The smallest input that any target needs is far below what one allocation may take.
 LIMITS = ["-rss_limit_mb=1024", "-malloc_limit_mb=128"]
