@@ -9,7 +9,6 @@
 #include <kit/text.h>
 
 #include <algorithm>
-#include <map>
 #include <set>
 #include <thread>
 #include <utility>

@@ -10,7 +10,7 @@ expect_files() {
   echo "$1 printed what it should"
 }
 
-# expect_saved PROGRAM FILE: runs the host of the store in a SQLite file, which saves one object and
+# expect_saved PROGRAM FILE: runs the host of a store in one file, which saves one object and
 # prints its id.
 expect_saved() {
   echo 8aec4e4876f854f688d0ebfc8f37598f38e5fd6903cccc850ca36591175aeb60 >expected.txt
@@ -38,12 +38,13 @@ expect_no_places() {
 
 # expect_found PREFIX: find_package finds what is installed there, and a host of the kit works.
 expect_found() {
-  "$CMAKE_COMMAND" -S "$here/installed" -B found -DKIT="$KIT" -DSQLITE="$SQLITE" \
+  "$CMAKE_COMMAND" -S "$here/installed" -B found -DKIT="$KIT" -DSQLITE="$SQLITE" -DZIP="$ZIP" \
     -DCMAKE_PREFIX_PATH="$1" >configure.txt
   build found
   expect_files found/in_memory
   [ "$KIT" -eq 0 ] || found/kit_host from_cmake
   [ "$SQLITE" -eq 0 ] || expect_saved found/sqlite_host from_cmake.tal
+  [ "$ZIP" -eq 0 ] || expect_saved found/zip_host from_cmake.zip
 }
 
 # build_by_pkg_config MODULE SOURCE PROGRAM OPTION...: the options are those of pkg-config. Hosts say
@@ -66,7 +67,12 @@ expect_modules() {
   [ "$KIT" -eq 1 ] || return 0
   build_by_pkg_config talvcs-kit "$here/installed/kit_host.cpp" ./kit_host "$@"
   ./kit_host from_pkg_config
-  [ "$SQLITE" -eq 1 ] || return 0
-  build_by_pkg_config talvcs-sqlite "$here/installed/sqlite_host.cpp" ./sqlite_host "$@"
-  expect_saved ./sqlite_host from_pkg_config.tal
+  if [ "$SQLITE" -eq 1 ]; then
+    build_by_pkg_config talvcs-sqlite "$here/installed/sqlite_host.cpp" ./sqlite_host "$@"
+    expect_saved ./sqlite_host from_pkg_config.tal
+  fi
+  if [ "$ZIP" -eq 1 ]; then
+    build_by_pkg_config talvcs-zip "$here/installed/zip_host.cpp" ./zip_host "$@"
+    expect_saved ./zip_host from_pkg_config.zip
+  fi
 }
