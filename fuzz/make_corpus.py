@@ -8,9 +8,11 @@ stand beside the seeds, named by their digests, and are left alone.
 """
 
 import hashlib
+import io
 import pathlib
 import random
 import sys
+import zipfile
 import zlib
 
 END = b"\xff"  # of a part
@@ -244,6 +246,53 @@ def journal_seeds():
     yield "more-behind", b"rhmaster\n1RDa\nREC" + bytes(40) + END + b"agarbage" + END
 
 
+def zip_state(heads, values=()):
+    text = b"".join(b"branch %d %s %s\n" % (len(name), name, head) for name, head in sorted(heads))
+    text += b"".join(b"value %d %s %d %s\n" % (len(name), name, len(value), value)
+                     for name, value in sorted(values))
+    return b"TalVcs document, format 1\nstate " + hashlib.sha256(text).hexdigest().encode() + b"\n"
+
+
+def zip_archive(entries, method=zipfile.ZIP_DEFLATED):
+    target = io.BytesIO()
+    with zipfile.ZipFile(target, "w", method) as archive:
+        for name, content in entries:
+            archive.writestr(zipfile.ZipInfo(name), content, method)
+    return target.getvalue()
+
+
+def zip_seeds():
+    content = b"blob 100\0" + b"x" * 100
+    identifier = hashlib.sha256(content).hexdigest()
+    head = identifier.encode()
+    entry = (f"objects/{identifier[:2]}/{identifier[2:]}.blob", content)
+    whole = [("README.txt", zip_state([(b"m", head)], [(b"v", b"1")])), ("branches/m.txt", head + b"\n"),
+             entry, ("values/v.txt", b"1")]
+    good = zip_archive(whole)
+    directory = good.index(b"PK\x01\x02")
+    yield "empty", b""
+    yield "nothing-in-it", b"r" + zip_archive([])
+    yield "empty-document", b"r" + zip_archive([("README.txt", zip_state([]))])
+    yield "document", b"r" + good
+    yield "stored", b"r" + zip_archive(whole, zipfile.ZIP_STORED)
+    yield "bzip2", b"r" + zip_archive(whole, zipfile.ZIP_BZIP2)
+    yield "another-kind", b"r" + zip_archive([*whole, (entry[0].replace(".blob", ".tree"), content)])
+    yield "wrong-state", b"r" + zip_archive([*whole, ("branches/other.txt", head)])
+    yield "odd-names", b"r" + zip_archive([*whole, ("../x", b"x"), ("branches/a/b.txt", head), ("values/%zz.txt", b"x"),
+                                           ("branches/%2Fx.txt", head)])
+    yield "later-format", b"r" + zip_archive([("README.txt", b"TalVcs document, format 2\n")])
+    yield "cut", b"r" + good[:-10]
+    yield "without-a-directory", b"r" + good[:directory]
+    yield "lying-size", b"r" + good[:directory] + good[directory:].replace(
+        len(content).to_bytes(4, "little"), (1 << 31).to_bytes(4, "little"))
+    yield "more-at-the-end", b"r" + good + b"more"
+    yield "more-at-the-beginning", b"rmore" + good
+    yield "built", b"boblob 3\0one" + END + b"hmaster\n\1hmaster\n\2hother\n\1vcurrent\nmaster\n"
+    yield "long-names", b"bh" + b"n" * 300 + b"\n\1v" + b"\0/%" * 50 + b"\nx\n"
+    yield "damaged", b"bo" + b"x" * 200 + END + b"hm\n\1Df\0\x30?f\0\x90?f\1\x20?"
+    yield "cut-short", b"bhm\n\1Dc\1\0"
+
+
 def codec_seeds():
     base = b"blob 62\0The first line stays. The second one of them is about apples.\n"
     following = b"blob 61\0The first line stays. The second one of them is about pears.\n"
@@ -394,6 +443,7 @@ SEEDS = {
     "object_codec": codec_seeds,
     "encryption": encryption_seeds,
     "pack": pack_seeds,
+    "zip": zip_seeds,
 }
 
 

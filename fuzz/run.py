@@ -37,6 +37,7 @@ TARGETS = {
     "text_merge": (256, 10),
     "tree": (1024, 4),
     "utf": (256, 20),
+    "zip": (2048, 1),
 }
 # The smallest input that any target needs is far below what one allocation may take.
 LIMITS = ["-rss_limit_mb=1024", "-malloc_limit_mb=128"]

@@ -173,7 +173,6 @@ Status StoredObjects::Replace(std::span<const StoredObject> objects) {
     }
   }
   if (status) status = Flush();
-  if (status) status = m_files.SyncNames();
   // What was read before may come from what was replaced.
   m_encoded.Clear();
   ForgetPending();

@@ -39,7 +39,7 @@ class StoredObjects {
   Result<bool> BeginWriting();
   /// Writes those that are missing, in their order and so that the medium has them.
   Status Write(std::span<const StoredObject> objects);
-  /// Writes those that are there anew, likewise; what reads find afterwards is the last one.
+  /// Writes objects again, so that they are found in place of records and files that are damaged.
   Status Replace(std::span<const StoredObject> objects);
   /// Waits until the medium has all that can be found, and adds to `changes` up to where it is.
   Status Keep(JournalChanges& changes);

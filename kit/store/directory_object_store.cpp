@@ -349,7 +349,12 @@ Status DirectoryObjectStore::Replace(std::span<const StoredObject> objects) {
   }
   Impl::Writing writing;
   if (Status status = m_impl->BeginWriting(writing); !status) return status;
-  return m_impl->objects.Replace(objects);
+  const Result<bool> begun = m_impl->objects.BeginWriting();
+  if (!begun) return begun.error();
+  JournalChanges changes;
+  Status status = m_impl->objects.Replace(objects);
+  if (status) status = m_impl->objects.Keep(changes);
+  return !status || changes.IsEmpty() ? status : m_impl->state.Record(changes);
 }
 
 }  // namespace TalVcs::Kit

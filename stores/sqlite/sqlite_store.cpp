@@ -107,4 +107,8 @@ Status SqliteStore::SetValue(std::string_view name, std::optional<std::string_vi
   return m_document ? m_document->SetValue(name, value) : Closed();
 }
 
+Status SqliteStore::Replace(std::span<const StoredObject> objects) {
+  return m_document ? m_document->Replace(objects) : Closed();
+}
+
 }  // namespace TalVcs::Kit

@@ -10,7 +10,8 @@ expect_files() {
   echo "$1 printed what it should"
 }
 
-# expect_saved PROGRAM [FILE]: runs the host of a store, which saves one object and prints its id.
+# expect_saved PROGRAM [FILE]: runs the host of a store, in one file if it is given, which saves one
+# object and prints its id.
 expect_saved() {
   echo 8aec4e4876f854f688d0ebfc8f37598f38e5fd6903cccc850ca36591175aeb60 >expected.txt
   "$@" >printed.txt
@@ -37,7 +38,7 @@ expect_no_places() {
 
 # expect_found PREFIX: find_package finds what is installed there, and a host of the kit works.
 expect_found() {
-  "$CMAKE_COMMAND" -S "$here/installed" -B found -DKIT="$KIT" -DSQLITE="$SQLITE" \
+  "$CMAKE_COMMAND" -S "$here/installed" -B found -DKIT="$KIT" -DSQLITE="$SQLITE" -DZIP="$ZIP" \
     -DENCRYPTION="$ENCRYPTION" \
     -DCMAKE_PREFIX_PATH="$1" >configure.txt
   build found
@@ -45,6 +46,7 @@ expect_found() {
   [ "$KIT" -eq 0 ] || found/kit_host from_cmake
   [ "$SQLITE" -eq 0 ] || expect_saved found/sqlite_host from_cmake.tal
   [ "$ENCRYPTION" -eq 0 ] || expect_saved found/encryption_host
+  [ "$ZIP" -eq 0 ] || expect_saved found/zip_host from_cmake.zip
 }
 
 # build_by_pkg_config MODULE SOURCE PROGRAM OPTION...: the options are those of pkg-config. Hosts say
@@ -74,5 +76,9 @@ expect_modules() {
   if [ "$ENCRYPTION" -eq 1 ]; then
     build_by_pkg_config talvcs-encryption "$here/installed/encryption_host.cpp" ./encryption_host "$@"
     expect_saved ./encryption_host
+  fi
+  if [ "$ZIP" -eq 1 ]; then
+    build_by_pkg_config talvcs-zip "$here/installed/zip_host.cpp" ./zip_host "$@"
+    expect_saved ./zip_host from_pkg_config.zip
   fi
 }

@@ -10,7 +10,7 @@ trap 'rm -rf "$work"' EXIT
 cd "$work"
 
 "$CMAKE_COMMAND" -S "$here/subproject" -B host -DSOURCE="$SOURCE" -DBUILD_SHARED_LIBS=OFF \
-  -DTALVCS_BUILD_KIT="$KIT" -DTALVCS_BUILD_SQLITE="$SQLITE" \
+  -DTALVCS_BUILD_KIT="$KIT" -DTALVCS_BUILD_SQLITE="$SQLITE" -DTALVCS_BUILD_ZIP="$ZIP" \
   -DTALVCS_BUILD_ENCRYPTION="$ENCRYPTION" -DTALVCS_INSTALL=ON >configure.txt
 build host
 expect_files host/in_memory

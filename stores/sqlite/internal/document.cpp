@@ -260,6 +260,18 @@ Result<RemovedObjects> Document::RemoveAllBut(std::span<const Id> marked) {
   return removed;
 }
 
+Status Document::Replace(std::span<const StoredObject> objects) {
+  for (const StoredObject& object : objects) {
+    if (!IsObjectId(object.id)) return NotAnObjectId(object.id);
+  }
+  WriteTransaction transaction(*m_database);
+  Status status = transaction.Begin();
+  for (const StoredObject& object : objects) {
+    if (status) status = m_objects.Replace({*KeyOf(object.id), object.packed, {}});
+  }
+  return status ? transaction.Commit() : status;
+}
+
 Result<std::optional<std::string>> Document::Value(std::string_view name) {
   ReadTransaction transaction(*m_database);
   if (Status status = transaction.Begin(); !status) return std::move(status).error();

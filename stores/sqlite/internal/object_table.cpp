@@ -115,6 +115,21 @@ Status ObjectTable::Insert(std::span<const PendingObjects::Entry> objects) {
   return {};
 }
 
+/// The row keeps its number, which differences have from it as their base.
+Status ObjectTable::Replace(const PendingObjects::Entry& object) {
+  ObjectRow row;
+  row.key = object.key;
+  Encode(nullptr, 0, object.packed, row);
+  {
+    Statement found = m_database.Use(Query::FindObject, Task::Save);
+    const Result<bool> has = found.Bind(1, object.key).Step();
+    if (!has) return has.error();
+    if (*has) row.number = found.Number(0).value_or(0);
+  }
+  Status status = row.number > 0 ? m_rows.Remove(row.number) : Status();
+  return status ? m_rows.Insert(row) : status;
+}
+
 Status ObjectTable::InsertOne(const PendingObjects::Entry& object) {
   ObjectRow row;
   Status status = Encode(object, row);

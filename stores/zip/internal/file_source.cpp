@@ -2,7 +2,9 @@
 #include <stores/zip/internal/zip_error.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <new>
+#include <string>
 #include <utility>
 
 namespace TalVcs::Kit::Zip {
@@ -69,17 +71,34 @@ struct Reading {
   }
 };
 
+/// libzip writes each header twice and in small parts. What lies near the last write is in memory.
 struct Writing {
+  static constexpr std::uint64_t kBufferBytes = std::uint64_t{1} << 16;
+
   File& file;
+  std::string buffer{};
+  std::uint64_t bufferStart = 0;
   std::uint64_t size = 0;
   std::uint64_t position = 0;
   zip_error_t error{};
 
-  zip_int64_t Write(const void* data, zip_uint64_t length) {
-    if (const std::error_code failure = file.WriteAt(position, data, length)) {
+  zip_int64_t Flush() {
+    if (const std::error_code failure = file.WriteAt(bufferStart, buffer.data(), buffer.size())) {
       SetSystemError(error, ZIP_ER_WRITE, failure);
       return -1;
     }
+    buffer.clear();
+    bufferStart = position;
+    return 0;
+  }
+
+  zip_int64_t Write(const char* data, zip_uint64_t length) {
+    const bool touches = position >= bufferStart && position <= bufferStart + buffer.size();
+    const bool fits = touches && position - bufferStart + length <= kBufferBytes;
+    if (!fits && Flush() < 0) return -1;
+    const std::uint64_t offset = position - bufferStart;
+    buffer.resize(std::max<std::size_t>(buffer.size(), offset + length));
+    std::copy(data, data + length, buffer.begin() + static_cast<std::ptrdiff_t>(offset));
     position += length;
     size = std::max(size, position);
     return static_cast<zip_int64_t>(length);
@@ -92,7 +111,9 @@ struct Writing {
       case ZIP_SOURCE_ERROR:
         return zip_error_to_data(&error, data, length);
       case ZIP_SOURCE_WRITE:
-        return Write(data, length);
+        return Write(static_cast<const char*>(data), length);
+      case ZIP_SOURCE_COMMIT_WRITE:
+        return Flush();
       case ZIP_SOURCE_SEEK_WRITE:
         return Seek(position, size, data, length, error);
       case ZIP_SOURCE_TELL_WRITE:
@@ -102,7 +123,6 @@ struct Writing {
       // libzip opens even what it only writes. The caller commits by a rename.
       case ZIP_SOURCE_OPEN:
       case ZIP_SOURCE_BEGIN_WRITE:
-      case ZIP_SOURCE_COMMIT_WRITE:
       case ZIP_SOURCE_ROLLBACK_WRITE:
       case ZIP_SOURCE_CLOSE:
         return 0;

@@ -38,8 +38,7 @@ class CleanUpBeside {
     m_ended = true;
     cleaner.join();
     reader.join();
-    const Kit::OpenedRepository last = Kit::Open(m_open()).value();
-    EXPECT_EQ(last->GetHead(Wide("master"))->GetBlob(Wide("count"))->GetId(),
+    EXPECT_EQ(Kit::Open(m_open()).value()->GetHead(Wide("master"))->GetBlob(Wide("count"))->GetId(),
               SharedBlob(std::to_string(saves - 1))->GetId());
     Kit::CleanUp(*m_open()).value();
     const Kit::VerifyReport report = Kit::Verify(*m_open()).value();

@@ -1,39 +1,6 @@
-// A host of one save, for tests that let its system calls fail.
-//
-//   talvcs_zip_states FILE old|new   saves that state; the new one stands on the old one
-//   talvcs_zip_states FILE describe  prints the state
-
 #include <stores/zip/zip_store.h>
-#include <tests/kit/store/document_states.h>
-
-#include <cstdio>
-#include <string>
-#include <string_view>
-
-namespace {
-
-using namespace TalVcs;
-
-Kit::Status SaveState(const std::string& file, std::string_view state) {
-  Kit::Result<Kit::ZipStore> store = Kit::ZipStore::Open(file);
-  if (!store) return std::move(store).error();
-  if (state == "old") return Testing::SaveOldState(*store);
-  if (Testing::DescribeStore(*store) == Testing::kNewState) return {};
-  return Testing::SaveNewState(*store);
-}
-
-}  // namespace
+#include <tests/kit/store/save_states.h>
 
 int main(int count, char** arguments) {
-  if (count != 3) return 2;
-  const std::string file = arguments[1];
-  const std::string_view action = arguments[2];
-  if (action == "describe") {
-    std::fputs(Testing::DescribeFile(file).c_str(), stdout);
-    return 0;
-  }
-  const Kit::Status status = SaveState(file, action);
-  if (status) return 0;
-  std::fprintf(stderr, "%s\n", Kit::Describe(status.error()).c_str());
-  return 1;
+  return TalVcs::Testing::SaveStates<TalVcs::Kit::ZipStore>(count, arguments);
 }

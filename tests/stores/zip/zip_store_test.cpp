@@ -23,7 +23,7 @@ namespace {
 using namespace Testing;
 namespace fs = std::filesystem;
 
-class Zip : public testing::Test {
+class ZipFile : public testing::Test {
  protected:
   Result<ZipStore> TryOpen(ZipOptions options = {}) {
     options.busyTimeout = std::chrono::milliseconds(20);
@@ -50,13 +50,13 @@ class Zip : public testing::Test {
   fs::path m_path = m_folder.Path() / "document.zip";
 };
 
-TEST_F(Zip, MissingFileBecomesAnEmptyDocument) {
+TEST_F(ZipFile, MissingFileBecomesAnEmptyDocument) {
   EXPECT_EQ(DescribeStore(*std::make_unique<ZipStore>(Open())), "");
   EXPECT_GT(fs::file_size(m_path), 22u);
   EXPECT_EQ(State(), "");
 }
 
-TEST_F(Zip, MissingFileIsNotFoundUnlessItIsToBeMade) {
+TEST_F(ZipFile, MissingFileIsNotFoundUnlessItIsToBeMade) {
   ExpectFails(ErrorCode::NotFound, "there is no such file", {.create = false});
   ExpectFails(ErrorCode::NotFound, "there is no such file", {.readOnly = true});
   EXPECT_FALSE(fs::exists(m_path));
@@ -64,14 +64,14 @@ TEST_F(Zip, MissingFileIsNotFoundUnlessItIsToBeMade) {
   ExpectFails(ErrorCode::NotFound, "there is no such file");
 }
 
-TEST_F(Zip, EmptyFileBecomesADocumentIfItIsToBeMade) {
+TEST_F(ZipFile, EmptyFileBecomesADocumentIfItIsToBeMade) {
   WriteWhole(m_path, "");
-  ExpectFails(ErrorCode::Damaged, "it isn't a zip archive", {.create = false});
+  ExpectFails(ErrorCode::Damaged, "it isn't a document", {.create = false});
   SaveDocument();
   EXPECT_EQ(State(), kOldState);
 }
 
-TEST_F(Zip, FileOfAnotherKindIsRefusedAndUnchanged) {
+TEST_F(ZipFile, FileOfAnotherKindIsRefusedAndUnchanged) {
   const std::string text = "A letter, not a document." + std::string(2000, '\n');
   WriteWhole(m_path, text);
   ExpectFails(ErrorCode::Damaged, "it isn't a zip archive");
@@ -81,7 +81,7 @@ TEST_F(Zip, FileOfAnotherKindIsRefusedAndUnchanged) {
   ExpectFails(ErrorCode::Unsupported, "it is not a file");
 }
 
-TEST_F(Zip, FileThatIsOnlyReadIsNotChanged) {
+TEST_F(ZipFile, FileThatIsOnlyReadIsNotChanged) {
   SaveDocument();
   ZipStore store = Open({.readOnly = true});
   EXPECT_EQ(DescribeStore(store), kOldState);
@@ -92,7 +92,7 @@ TEST_F(Zip, FileThatIsOnlyReadIsNotChanged) {
   EXPECT_EQ(State(), kOldState);
 }
 
-TEST_F(Zip, ClosedStoreIsUnavailable) {
+TEST_F(ZipFile, ClosedStoreIsUnavailable) {
   ZipStore store = Open();
   store.Close().value();
   store.Close().value();
@@ -100,7 +100,7 @@ TEST_F(Zip, ClosedStoreIsUnavailable) {
   EXPECT_EQ(CodeOf(store.Write(std::vector<StoredObject>{kNew})), "Unavailable");
 }
 
-TEST_F(Zip, FailedSaveLeavesItsObjectsToTheNextOne) {
+TEST_F(ZipFile, FailedSaveLeavesItsObjectsToTheNextOne) {
   SaveDocument();
   ZipStore store = Open();
   const fs::path blocked = m_path.string() + ".new";
@@ -110,14 +110,13 @@ TEST_F(Zip, FailedSaveLeavesItsObjectsToTheNextOne) {
   EXPECT_EQ(failed.error().unchanged, "the previous version is unchanged");
   EXPECT_EQ(State(), kOldState);
   fs::remove(blocked);
-  const std::vector<HeadMove> moves = {{"master", kOld.id, kNew.id},
-                                       {"large", Id(), kLarge.id},
-                                       {"topic", kShared.id, Id()}};
+  const std::vector<HeadMove> moves = {
+      {"master", kOld.id, kNew.id}, {"large", Id(), kLarge.id}, {"topic", kShared.id, Id()}};
   store.MoveHeads(moves).value();
   EXPECT_EQ(State(), kNewState);
 }
 
-TEST_F(Zip, EqualContentMakesEqualBytesInWhateverOrderItCame) {
+TEST_F(ZipFile, EqualContentMakesEqualBytesInWhateverOrderItCame) {
   const std::vector<StoredObject> objects = {kShared, kOld, kNew, kLarge};
   std::vector<std::string> archives;
   for (const bool reversed : {false, true}) {
@@ -140,19 +139,19 @@ TEST_F(Zip, EqualContentMakesEqualBytesInWhateverOrderItCame) {
   EXPECT_EQ(archives[0], archives[1]);
 }
 
-TEST_F(Zip, NothingIsWrittenWhereNothingChanges) {
+TEST_F(ZipFile, NothingIsWrittenWhereNothingChanges) {
   SaveDocument();
   ZipStore store = Open();
   const fs::file_time_type before = fs::last_write_time(m_path);
   const std::vector<HeadMove> same = {{"master", kOld.id, kOld.id}};
   fs::permissions(m_folder.Path(), fs::perms::owner_read | fs::perms::owner_exec);
-  Save(store, {kShared, kOld}, same).value();
+  Testing::Save(store, {kShared, kOld}, same).value();
   store.SetValue("none", std::nullopt).value();
   fs::permissions(m_folder.Path(), fs::perms::owner_all);
   EXPECT_EQ(fs::last_write_time(m_path), before);
 }
 
-TEST_F(Zip, SymbolicLinkAndPermissionsStay) {
+TEST_F(ZipFile, SymbolicLinkAndPermissionsStay) {
   SaveDocument();
   fs::permissions(m_path, fs::perms::owner_read | fs::perms::owner_write);
   const fs::path file = m_path;
@@ -168,22 +167,23 @@ TEST_F(Zip, SymbolicLinkAndPermissionsStay) {
   EXPECT_EQ(State(), kNewState);
 }
 
-TEST_F(Zip, ReaderKeepsItsArchiveUntilItLooksAgain) {
+TEST_F(ZipFile, ReaderKeepsItsArchiveUntilItLooksAgain) {
   SaveDocument();
   ZipStore reader = Open();
   EXPECT_EQ(DescribeStore(reader), kOldState);
   ZipStore writer = Open();
   SaveNewState(writer).value();
-  writer.RemoveUnmarked([](std::span<const Head>) -> Result<std::vector<Id>> {
-          return std::vector<Id>{kNew.id, kLarge.id};
-        })
+  writer
+      .RemoveUnmarked([](std::span<const Head>) -> Result<std::vector<Id>> {
+        return std::vector<Id>{kNew.id, kLarge.id};
+      })
       .value();
   EXPECT_EQ(DescribeObject(reader, kOld.id), "of the old state");
   EXPECT_EQ(DescribeStore(reader), kNewState);
   EXPECT_EQ(DescribeObject(reader, kOld.id), "NotFound");
 }
 
-TEST_F(Zip, FileThatAnotherProgramHasReplacedIsNoticed) {
+TEST_F(ZipFile, FileThatAnotherProgramHasReplacedIsNoticed) {
   SaveDocument();
   ZipStore store = Open();
   EXPECT_EQ(DescribeStore(store), kOldState);
@@ -191,7 +191,7 @@ TEST_F(Zip, FileThatAnotherProgramHasReplacedIsNoticed) {
   m_path = m_folder.Path() / "other.zip";
   {
     ZipStore other = Open();
-    Save(other, {kNew}, {{"master", Id(), kNew.id}}).value();
+    Testing::Save(other, {kNew}, {{"master", Id(), kNew.id}}).value();
   }
   fs::rename(m_path, document);
   EXPECT_EQ(CodeOf(SaveNewState(store)), "Conflict");
@@ -201,7 +201,7 @@ TEST_F(Zip, FileThatAnotherProgramHasReplacedIsNoticed) {
   EXPECT_EQ(CodeOf(SaveNewState(store)), "NotFound");
 }
 
-TEST_F(Zip, ObjectLargerThanTheOptionsAllowIsNotRead) {
+TEST_F(ZipFile, ObjectLargerThanTheOptionsAllowIsNotRead) {
   SaveDocument();
   {
     ZipStore store = Open();
@@ -212,17 +212,18 @@ TEST_F(Zip, ObjectLargerThanTheOptionsAllowIsNotRead) {
   EXPECT_EQ(DescribeObject(store, kNew.id), "of the new state");
 }
 
-TEST_F(Zip, NameThatIsTooLongForTheFormatIsRefused) {
+TEST_F(ZipFile, NameThatIsTooLongForTheFormatIsRefused) {
   ZipStore store = Open();
   EXPECT_EQ(CodeOf(store.SetValue(std::string(65536, 'n'), "x")), "Unsupported");
   EXPECT_EQ(CodeOf(store.SetValue("n", "x")), "ok");
 }
 
 // An entry that is stored has the bytes of the object in the file, a deflated one hasn't.
-TEST_F(Zip, ObjectIsDeflatedWhereThatPays) {
+TEST_F(ZipFile, ObjectIsDeflatedWhereThatPays) {
   std::string noise = "blob 3000\0";
   std::uint32_t state = 1;
-  while (noise.size() < 3000) noise += static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+  while (noise.size() < 3000)
+    noise += static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
   const std::string words = "to be or not to be, that is the question, to be or not to be, to be";
   ZipStore store = Open();
   store.Write(std::vector<StoredObject>{ObjectOf(noise), ObjectOf(words), kOld}).value();
@@ -234,7 +235,7 @@ TEST_F(Zip, ObjectIsDeflatedWhereThatPays) {
   EXPECT_EQ(DescribeObject(store, ObjectOf(words).id), words);
 }
 
-TEST_F(Zip, WrittenObjectsAreReadBeforeTheyAreInTheFile) {
+TEST_F(ZipFile, WrittenObjectsAreReadBeforeTheyAreInTheFile) {
   ZipStore store = Open({.bufferSizeBytes = 30});
   store.Write(std::vector<StoredObject>{kOld, kNew, kLarge}).value();
   for (const StoredObject& object : {kOld, kNew, kLarge}) {
@@ -246,7 +247,7 @@ TEST_F(Zip, WrittenObjectsAreReadBeforeTheyAreInTheFile) {
   EXPECT_EQ(ObjectsOf(*std::make_unique<ZipStore>(Open())).size(), 0u);
 }
 
-TEST_F(Zip, DocumentIsSavedAsAnArchiveAndOpenedFromIt) {
+TEST_F(ZipFile, DocumentIsSavedAsAnArchiveAndOpenedFromIt) {
   Repository repository = SmallHistory();
   const auto memory = StoreOf(repository);
   {
@@ -265,7 +266,7 @@ TEST_F(Zip, DocumentIsSavedAsAnArchiveAndOpenedFromIt) {
   EXPECT_EQ(HeadsOf(back), HeadsOf(*store));
 }
 
-TEST_F(Zip, EachDamagedObjectIsRepaired) {
+TEST_F(ZipFile, EachDamagedObjectIsRepaired) {
   const auto good = SmallStore();
   ZipStore store = Open();
   Copy(*good, store).value();
@@ -280,10 +281,9 @@ TEST_F(Zip, EachDamagedObjectIsRepaired) {
   }
 }
 
-TEST_F(Zip, CleanUpDisturbsNeitherReadersNorAWriter) {
+TEST_F(ZipFile, CleanUpDisturbsNeitherReadersNorAWriter) {
   CleanUpBeside([this] {
-    return std::make_shared<ZipStore>(
-        ZipStore::Open(m_path, {.durable = false}).value());
+    return std::make_shared<ZipStore>(ZipStore::Open(m_path, {.durable = false}).value());
   }).Run(20);
 }
 
