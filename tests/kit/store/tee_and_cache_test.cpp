@@ -57,20 +57,26 @@ INSTANTIATE_TEST_SUITE_P(TeeOfFolders, ObjectStoreSuite,
                                                    },
                                                    true}));
 
-// Each store object has a cache of its own, which holds next to nothing, or everything.
-StoreKind Cached(std::uint64_t mostBytes) {
-  return {[mostBytes]() -> StoreOpener {
-            auto folder = std::make_shared<TemporaryFolder>();
-            return [folder, mostBytes] {
-              return std::make_unique<CacheStore>(std::make_shared<MemoryObjectStore>(),
-                                                  OpenFolder(folder->Path() / "slow"),
-                                                  CacheOptions{mostBytes});
-            };
-          },
-          true};
-}
+// Each store object has a cache of its own.
+INSTANTIATE_TEST_SUITE_P(Cache, ObjectStoreSuite,
+                         testing::Values(StoreKind{[]() -> StoreOpener {
+                                                     auto folder =
+                                                         std::make_shared<TemporaryFolder>();
+                                                     return [folder] {
+                                                       return std::make_unique<CacheStore>(
+                                                           std::make_shared<MemoryObjectStore>(),
+                                                           OpenFolder(folder->Path() / "slow"));
+                                                     };
+                                                   },
+                                                   true}));
 
-INSTANTIATE_TEST_SUITE_P(Cache, ObjectStoreSuite, testing::Values(Cached(1 << 20), Cached(100)));
+INSTANTIATE_TEST_SUITE_P(TinyCache, ObjectStoreSuite, testing::Values(StoreKind{[] {
+                           return [] {
+                             return std::make_unique<CacheStore>(
+                                 std::make_shared<MemoryObjectStore>(),
+                                 std::make_shared<MemoryObjectStore>(), CacheOptions{100});
+                           };
+                         }}));
 
 const StoredObject kOne =
     Stored("437613f2000d14882113a8ceeb5e68572589edac29230c9fecd09d682612c4a3", {"blob 3\0one", 10});
