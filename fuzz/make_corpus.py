@@ -231,6 +231,35 @@ def encryption_seeds():
     yield "empty-branch", b"b\n"
 
 
+def codec_seeds():
+    base = b"blob 62\0The first line stays. The second one of them is about apples.\n"
+    following = b"blob 61\0The first line stays. The second one of them is about pears.\n"
+    # Frames of the program zstd without their magic numbers, of the second text: alone, and with the
+    # first as its prefix.
+    alone = bytes.fromhex(
+        "0058FD010052C40E15B03707709AEC345963885176539F015CD54D27511B41793B1F4D04CFF5AA86531661CDB0"
+        "0543C2AF93697972F99AA9D57C53A84E0610861E5C2700")
+    after_base = bytes.fromhex(
+        "2045AD000070626C6F6220363170656172732E0A01004CCE6004")
+    def form(method, payload, size=69):
+        return bytes([method, size]) + payload
+    def difference(base_digit, position, payload=after_base):
+        return form(2, bytes(31) + bytes([base_digit, position]) + payload)
+    yield "plain", b"b" + END + form(0, following)
+    yield "compressed", b"b" + END + form(1, alone)
+    yield "padded", b"b" + END + form(1, alone + bytes(3))
+    yield "wrong-size", b"b" + END + form(1, alone, 70)
+    yield "difference", b"b" + base + END + difference(0, 1)
+    yield "cut", b"b" + base + END + difference(0, 1)[:-3]
+    yield "other-base", b"b" + base[1:] + END + difference(0, 1)
+    yield "unknown", b"b" + END + form(3, following)
+    yield "text", b"e\1" + base + END + following
+    yield "zeros", b"e\7" + END + bytes(300)
+    yield "chain", b"c" + END.join([form(0, base, 70), difference(0, 1), difference(0, 2), difference(2, 3)])
+    yield "circle", b"c" + END.join([difference(1, 1), difference(0, 1), difference(2, 3)])
+    yield "lost-base", b"c" + difference(7, 5)
+
+
 SEEDS = {
     "load": load_seeds,
     "tree": tree_seeds,
@@ -241,6 +270,7 @@ SEEDS = {
     "directory_store": directory_seeds,
     "journal": journal_seeds,
     "encryption": encryption_seeds,
+    "object_codec": codec_seeds,
 }
 
 

@@ -28,6 +28,7 @@ TARGETS = {
     "encryption": (256, 2),
     "journal": (512, 10),
     "load": (1024, 2),
+    "object_codec": (512, 5),
     "operations": (512, 1),
     "path": (256, 20),
     "tree": (1024, 4),

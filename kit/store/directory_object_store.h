@@ -21,6 +21,10 @@ struct DirectoryObjectStoreOptions {
   /// Without it, they still outlive the end of the process at any point.
   bool durable = true;
 
+  /// Whether new objects are compressed, and kept as differences from their previous versions. A
+  /// store may have both kinds. A build without compression reads only what isn't compressed.
+  bool compress = true;
+
   /// How long an operation waits for another writer before it fails with `Busy`.
   std::chrono::milliseconds busyTimeout{1000};
 

@@ -1,6 +1,6 @@
+#include <kit/internal/recent_objects.h>
 #include <kit/open/internal/errors.h>
 #include <kit/store/encoded_objects.h>
-#include <kit/store/internal/base_cache.h>
 
 #include <optional>
 #include <utility>
@@ -14,6 +14,16 @@ constexpr std::uint32_t BasePosition(std::uint32_t position) { return position &
 
 /// Odd positions are nobody's base.
 constexpr bool MayBeBase(std::uint32_t position) { return position % 2 == 0; }
+
+/// An object that may be a base, or whose base may be one.
+struct Candidate {
+  Id base;
+  std::uint32_t position = 0;
+  /// None for a version that is no base of others, of which the place alone is of use.
+  std::optional<Buffer> packed;
+  /// Whether it is known that `packed` fits the id.
+  bool fitsId = false;
+};
 
 /// An encoded form on the way to a base.
 struct Step {
@@ -29,12 +39,13 @@ struct EncodedObjects::State {
 
   ObjectEncoder encoder;
   ObjectDecoder decoder;
-  BaseCache cache;
+  RecentObjects<Candidate> cache;
 
   void Keep(const Id& id, const EncodedHeader& header, const Buffer& packed, bool fits_id) {
-    BaseCache::Entry entry{id, header.base, header.position, std::nullopt, fits_id};
-    if (MayBeBase(header.position)) entry.packed = packed;
-    cache.Put(std::move(entry));
+    Candidate candidate{header.base, header.position, std::nullopt, fits_id};
+    if (MayBeBase(header.position)) candidate.packed = packed;
+    const std::uint64_t size_bytes = candidate.packed ? packed.GetSize() : 0;
+    cache.Put(id, std::move(candidate), size_bytes);
   }
 
   static Result<Step> ReadStep(const Id& id, const ReadEncoded& read) {
@@ -50,7 +61,7 @@ struct EncodedObjects::State {
     std::vector<Step> steps;
     std::optional<Buffer> packed;
     for (;;) {
-      const BaseCache::Entry* cached = cache.Find(id);
+      const Candidate* cached = cache.Find(id);
       if (cached != nullptr && cached->packed) {
         packed = cached->packed;
         break;
@@ -87,7 +98,7 @@ struct EncodedObjects::State {
     for (;;) {
       std::uint32_t position = 0;
       Id next;
-      if (const BaseCache::Entry* cached = cache.Find(base.id)) {
+      if (const Candidate* cached = cache.Find(base.id)) {
         position = cached->position;
         next = cached->base;
       } else {
@@ -111,14 +122,10 @@ struct EncodedObjects::State {
 
   // What is encoded against damaged bytes would be damaged as soon as those are repaired.
   bool FitsId(const EncodingBase& base) {
-    const BaseCache::Entry* cached = cache.Find(base.id);
+    Candidate* cached = cache.Find(base.id);
     if (cached != nullptr && cached->fitsId) return true;
     if (!(Id(base.packed) == base.id)) return false;
-    if (cached != nullptr) {
-      BaseCache::Entry checked = *cached;
-      checked.fitsId = true;
-      cache.Put(std::move(checked));
-    }
+    if (cached != nullptr) cached->fitsId = true;
     return true;
   }
 };

@@ -89,6 +89,12 @@ bool Pays(const std::vector<std::byte>& encoded, std::uint64_t other) {
   return !encoded.empty() && encoded.size() <= other - other / 16 && encoded.size() < other;
 }
 
+std::vector<std::byte> PlainForm(std::span<const std::byte> bytes) {
+  std::vector<std::byte> encoded = StartOf(ObjectEncoding::Plain, bytes.size());
+  encoded.insert(encoded.end(), bytes.begin(), bytes.end());
+  return encoded;
+}
+
 }  // namespace
 
 std::uint32_t DepthOf(std::uint32_t position) noexcept {
@@ -128,12 +134,6 @@ Result<EncodedHeader> ReadEncodedHeader(std::span<const std::byte> encoded) {
 
 struct ObjectEncoder::State {
   Compressor compressor;
-
-  std::vector<std::byte> Plain(std::span<const std::byte> bytes) const {
-    std::vector<std::byte> encoded = StartOf(ObjectEncoding::Plain, bytes.size());
-    encoded.insert(encoded.end(), bytes.begin(), bytes.end());
-    return encoded;
-  }
 
   /// Returns nothing if there is no compression.
   std::vector<std::byte> Compressed(std::span<const std::byte> bytes) {
@@ -179,8 +179,12 @@ std::vector<std::byte> ObjectEncoder::Encode(const Buffer& packed, const Encodin
   if (!difference.empty() && difference.size() <= bytes.size() / 8) return difference;
   std::vector<std::byte> compressed;
   if (bytes.size() >= kLeastBytes) compressed = m_state->Compressed(bytes);
-  if (!Pays(compressed, bytes.size())) compressed = m_state->Plain(bytes);
+  if (!Pays(compressed, bytes.size())) compressed = PlainForm(bytes);
   return Pays(difference, compressed.size()) ? difference : compressed;
+}
+
+std::vector<std::byte> ObjectEncoder::Plain(const Buffer& packed) {
+  return PlainForm(Piece(packed).Bytes());
 }
 
 struct ObjectDecoder::State {

@@ -87,6 +87,9 @@ class TALVCS_KIT_API ObjectEncoder {
   /// Cost: one compression at some 200 MB/s, two if the difference didn't pay.
   std::vector<std::byte> Encode(const Buffer& packed, const EncodingBase* base = nullptr);
 
+  /// Returns the encoded form that is `packed` as it is.
+  static std::vector<std::byte> Plain(const Buffer& packed);
+
  private:
   struct State;
   std::unique_ptr<State> m_state;
