@@ -235,17 +235,24 @@ INSTANTIATE_TEST_SUITE_P(
                     Fault{"Denied", std::errc::permission_denied, 1, ErrorCode::Denied, true}),
     [](const testing::TestParamInfo<Fault>& fault) { return std::string(fault.param.name); });
 
-/// Saves three times on a file system that loses its power at call number `call`, and returns the
-/// last save that succeeded and the one that was being made.
+/// Saves three times on a file system that loses its power at call number `call`, cleans up before
+/// the last one, and returns the last save that succeeded and the one that was being made.
 std::pair<std::string, std::string> SaveUntilPowerIsLost(
     const std::shared_ptr<VolatileFileSystem>& files, int call) {
   const std::vector<std::string> saves = {"nothing", "a", "b", "c"};
   files->LosePowerAt(call);
   Result<DirectoryObjectStore> store = StoreAccess::Create("store", Options(true), files);
-  Id head;
   std::size_t done = 0;
-  while (store && done + 1 < saves.size() && Save(*store, saves[done + 1], head)) {
-    head = ObjectsOf(saves[++done]).front().id;
+  const auto mark = [&](std::span<const Head> /*heads*/) -> Result<std::vector<Id>> {
+    std::vector<Id> ids;
+    for (const StoredObject& object : ObjectsOf(saves[done])) ids.push_back(object.id);
+    return ids;
+  };
+  bool good = store.ok();
+  while (good && done + 1 < saves.size()) {
+    const Id head = done == 0 ? Id() : ObjectsOf(saves[done]).front().id;
+    good = (done != 2 || store->RemoveUnmarked(mark)) && Save(*store, saves[done + 1], head);
+    if (good) ++done;
   }
   return {saves[done], saves[std::min(done + 1, saves.size() - 1)]};
 }
@@ -257,7 +264,7 @@ TEST(DirectoryObjectStorePower, LossLeavesTheLastSaveOrTheOneBeingMade) {
   std::map<std::string, int> results;
   bool lost = true;
   for (int call = 1; lost; ++call) {
-    for (int round = 0; round < 10; ++round) {
+    for (int round = 0; round < 20; ++round) {
       const auto files = std::make_shared<VolatileFileSystem>();
       const auto [before, after] = SaveUntilPowerIsLost(files, call);
       lost = files->HasLostPower();
@@ -275,6 +282,8 @@ TEST(DirectoryObjectStorePower, LossLeavesTheLastSaveOrTheOneBeingMade) {
       const Id head = found == "nothing" ? Id() : ObjectsOf(found).front().id;
       ASSERT_TRUE(Save(*store, "d", head).ok()) << call;
       ASSERT_EQ(Show(*store, {"d"}), "d") << call;
+      DirectoryObjectStore other = StoreAccess::Open("store", Options(true), files).value();
+      ASSERT_EQ(Show(other, {"d"}), "d") << call;
     }
   }
   EXPECT_GT(results["no store"], 10);

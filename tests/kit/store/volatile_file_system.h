@@ -18,7 +18,8 @@ namespace TalVcs::Testing {
 ///
 /// The bytes of a file are kept by `SyncFile`, the names in a folder by `SyncFolder`. Of other
 /// bytes and names a loss of power keeps some: of each folder its first changes, of each file its
-/// bytes as far as they go, the old ones, or zeros in place of new ones.
+/// bytes as far as they go, the old ones, or zeros in place of new ones. New bytes needn't come in
+/// their order: pieces of them may be zeros although later ones are kept.
 class VolatileFileSystem final : public Kit::FileSystem {
  public:
   VolatileFileSystem() {
@@ -255,16 +256,26 @@ class VolatileFileSystem final : public Kit::FileSystem {
     }
   }
 
+  static std::string Reordered(std::string bytes, std::size_t from, std::mt19937& random) {
+    constexpr std::size_t kPiece = 24;
+    for (; from < bytes.size(); from += kPiece) {
+      const std::size_t size = std::min(kPiece, bytes.size() - from);
+      if (random() % 2 == 0) bytes.replace(from, size, size, '\0');
+    }
+    return bytes;
+  }
+
   static File Leave(const File& file, std::mt19937& random) {
     const std::string& bytes = file.bytes;
     std::string left = file.kept;
     if (bytes != file.kept) {
       const std::size_t from = bytes.starts_with(file.kept) ? file.kept.size() : 0;
       const std::size_t size = from + random() % (bytes.size() - from + 1);
-      const int kind = static_cast<int>(random() % 4);
+      const int kind = static_cast<int>(random() % 5);
       if (kind == 1) left = bytes.substr(0, size);
       if (kind == 2) left = bytes.substr(0, size) + std::string(bytes.size() - size, '\0');
       if (kind == 3) left = bytes;
+      if (kind == 4) left = Reordered(bytes, from, random);
     }
     return {left, left};
   }
