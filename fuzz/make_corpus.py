@@ -293,6 +293,34 @@ def zip_seeds():
     yield "cut-short", b"bhm\n\1Dc\1\0"
 
 
+def encryption_seeds():
+    header = bytes.fromhex(
+        "54616c56637320656e6372797074696f6e20310a73616c74206f66203136206279746573020000004000000064656667"
+        "68696a6b6c6d6e6f707172737475767778797a7b8055bb84b17b27e40df1b260d95836c803e63c9a1af4af3617df28e9"
+        "a7585602eced507cc7c966de09dbe2c3d3c60917cd77544368cd49257bc4562e89a4b6a9fe8010242aa5ff206997a8d0"
+        "52917cc9")
+    packed = b"blob 5\0hello"
+    yield "header", b"h" + header
+    yield "cut-header", b"h" + header[:60]
+    yield "later-version", b"hTalVcs encryption 2\n" + header[20:]
+    yield "other-key", b"k\x01\x08" + bytes(72)
+    yield "same-fields", b"k\x02\x40" + header[44:116]
+    yield "no-work", b"k\0\0" + header[44:116]
+    yield "much-work", b"k\xff\xff" + header[44:116]
+    yield "record", b"r" + bytes(54)
+    yield "short-record", b"r" + bytes(39)
+    yield "plain", b"e\0\x0c" + packed
+    yield "wrong-size", b"e\0\x0d" + packed
+    yield "difference", b"e\x02\x0c" + bytes(33) + packed
+    yield "compressed", b"e\x01\x0c" + packed
+    yield "unknown-encoding", b"e\x09\x0c" + packed
+    yield "branch-name", b"n" + b"3921324bb362c4fb" * 5 + b"00"
+    yield "odd-branch-name", b"nabc"
+    yield "value", b"v" + bytes(46)
+    yield "branch", b"bmaster\nvalue"
+    yield "empty-branch", b"b\n"
+
+
 def codec_seeds():
     base = b"blob 62\0The first line stays. The second one of them is about apples.\n"
     following = b"blob 61\0The first line stays. The second one of them is about pears.\n"
@@ -359,34 +387,6 @@ def json_seeds():
     yield "twice", seed('{"a":1,"\\u0061":2}', "[1,]", "{]")
     yield "deep", seed("[" * 300, "[" * 256 + "]" * 256, '{"":' * 40 + "0" + "}" * 40)
     yield "other-text", b"\0\"\xc3\"" + END + b"\"\xed\xa0\x80\"" + END + b"\xef\xbb\xbf{}"
-
-
-def encryption_seeds():
-    header = bytes.fromhex(
-        "54616c56637320656e6372797074696f6e20310a73616c74206f66203136206279746573020000004000000064656667"
-        "68696a6b6c6d6e6f707172737475767778797a7b8055bb84b17b27e40df1b260d95836c803e63c9a1af4af3617df28e9"
-        "a7585602eced507cc7c966de09dbe2c3d3c60917cd77544368cd49257bc4562e89a4b6a9fe8010242aa5ff206997a8d0"
-        "52917cc9")
-    packed = b"blob 5\0hello"
-    yield "header", b"h" + header
-    yield "cut-header", b"h" + header[:60]
-    yield "later-version", b"hTalVcs encryption 2\n" + header[20:]
-    yield "other-key", b"k\x01\x08" + bytes(72)
-    yield "same-fields", b"k\x02\x40" + header[44:116]
-    yield "no-work", b"k\0\0" + header[44:116]
-    yield "much-work", b"k\xff\xff" + header[44:116]
-    yield "record", b"r" + bytes(54)
-    yield "short-record", b"r" + bytes(39)
-    yield "plain", b"e\0\x0c" + packed
-    yield "wrong-size", b"e\0\x0d" + packed
-    yield "difference", b"e\x02\x0c" + bytes(33) + packed
-    yield "compressed", b"e\x01\x0c" + packed
-    yield "unknown-encoding", b"e\x09\x0c" + packed
-    yield "branch-name", b"n" + b"3921324bb362c4fb" * 5 + b"00"
-    yield "odd-branch-name", b"nabc"
-    yield "value", b"v" + bytes(46)
-    yield "branch", b"bmaster\nvalue"
-    yield "empty-branch", b"b\n"
 
 
 def pack_record(digit, encoded):

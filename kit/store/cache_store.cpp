@@ -203,4 +203,8 @@ Status CacheStore::SetValue(std::string_view name, std::optional<std::string_vie
   return Slow(m_slow->SetValue(name, value));
 }
 
+Status CacheStore::Replace(std::span<const StoredObject> objects) {
+  return Slow(ReplaceObjects(*m_slow, objects));
+}
+
 }  // namespace TalVcs::Kit

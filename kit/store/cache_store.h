@@ -2,6 +2,7 @@
 
 #include <kit/export.h>
 #include <kit/store/object_store.h>
+#include <kit/store/repairable_store.h>
 
 #include <cstdint>
 #include <list>
@@ -43,7 +44,7 @@ struct CacheOptions {
 ///
 /// Cost: the first call that reads lists the fast store; memory some 200 bytes an object in it.
 /// Threads: as the two stores.
-class TALVCS_KIT_API CacheStore final : public IObjectStore {
+class TALVCS_KIT_API CacheStore final : public IObjectStore, public IRepairableStore {
  public:
   /// Keeps the stores alive; neither may be null, and they must be two stores.
   CacheStore(std::shared_ptr<IObjectStore> fast, std::shared_ptr<IObjectStore> slow,
@@ -72,6 +73,8 @@ class TALVCS_KIT_API CacheStore final : public IObjectStore {
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) override;
   Result<std::optional<std::string>> Value(std::string_view name) override;
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
+  /// Replaces objects of the slow store; the fast one checks what it has by itself.
+  Status Replace(std::span<const StoredObject> objects) override;
 
  private:
   struct Entry {

@@ -27,10 +27,22 @@ const char* ToString(StoreOperation operation) noexcept {
     case StoreOperation::Value:
       return "Value";
     case StoreOperation::SetValue:
+      return "SetValue";
+    case StoreOperation::Replace:
       break;
   }
-  return "SetValue";
+  return "Replace";
 }
+
+namespace {
+
+std::uint64_t SizeOf(std::span<const StoredObject> objects) {
+  std::uint64_t size_bytes = 0;
+  for (const StoredObject& object : objects) size_bytes += object.packed.GetSize();
+  return size_bytes;
+}
+
+}  // namespace
 
 PassingStore::PassingStore(std::shared_ptr<IObjectStore> store) noexcept
     : m_store(std::move(store)) {}
@@ -90,12 +102,10 @@ Result<std::vector<std::optional<std::uint64_t>>> PassingStore::Sizes(std::span<
 }
 
 Status PassingStore::Write(std::span<const StoredObject> objects) {
-  std::uint64_t size_bytes = 0;
-  for (const StoredObject& object : objects) size_bytes += object.packed.GetSize();
   return Pass<Status>({.operation = StoreOperation::Write,
                        .objects = objects,
                        .count = objects.size(),
-                       .sizeBytes = size_bytes},
+                       .sizeBytes = SizeOf(objects)},
                       [&](StoreCall& /*call*/) { return m_store->Write(objects); });
 }
 
@@ -130,6 +140,14 @@ Result<std::optional<std::string>> PassingStore::Value(std::string_view name) {
 Status PassingStore::SetValue(std::string_view name, std::optional<std::string_view> value) {
   return Pass<Status>({.operation = StoreOperation::SetValue, .name = name},
                       [&](StoreCall& /*call*/) { return m_store->SetValue(name, value); });
+}
+
+Status PassingStore::Replace(std::span<const StoredObject> objects) {
+  return Pass<Status>({.operation = StoreOperation::Replace,
+                       .objects = objects,
+                       .count = objects.size(),
+                       .sizeBytes = SizeOf(objects)},
+                      [&](StoreCall& /*call*/) { return ReplaceObjects(*m_store, objects); });
 }
 
 }  // namespace TalVcs::Kit

@@ -2,6 +2,7 @@
 
 #include <kit/export.h>
 #include <kit/store/object_store.h>
+#include <kit/store/repairable_store.h>
 
 #include <cstdint>
 #include <memory>
@@ -13,7 +14,8 @@
 
 namespace TalVcs::Kit {
 
-/// The operations of an object store, in the order of `IObjectStore`.
+/// The operations of an object store, in the order of `IObjectStore`, and that of
+/// `IRepairableStore`.
 enum class StoreOperation {
   Missing,
   Read,
@@ -26,6 +28,7 @@ enum class StoreOperation {
   RemoveUnmarked,
   Value,
   SetValue,
+  Replace,
 };
 
 /// Returns the operation's name, such as "MoveHeads".
@@ -39,7 +42,7 @@ struct StoreCall {
   std::uint64_t number = 0;
   /// The ids of `Missing`, `Read` and `Sizes`; the first commit of `ReadHistory`.
   std::span<const Id> ids = {};
-  /// The objects of `Write`.
+  /// The objects of `Write` and `Replace`.
   std::span<const StoredObject> objects = {};
   /// The moves of `MoveHeads`.
   std::span<const HeadMove> moves = {};
@@ -47,7 +50,8 @@ struct StoreCall {
   std::string_view name = {};
   /// The number of ids, objects or moves; for `ReadHistory`, the most commits to read.
   std::uint64_t count = 0;
-  /// The bytes of packed forms: those of a `Write`; after a read, those that were passed on.
+  /// The bytes of packed forms: those of a `Write` or `Replace`; after a read, those that were
+  /// passed on.
   std::uint64_t sizeBytes = 0;
 };
 
@@ -58,7 +62,7 @@ struct StoreCall {
 ///
 /// The results of one call are those of the store below, and so are its rules for several store
 /// objects. A passing store isn't copied. Threads: as the store below.
-class TALVCS_KIT_API PassingStore : public IObjectStore {
+class TALVCS_KIT_API PassingStore : public IObjectStore, public IRepairableStore {
  public:
   /// Passes calls on to `store`, which must not be null, and keeps it alive.
   explicit PassingStore(std::shared_ptr<IObjectStore> store) noexcept;
@@ -79,6 +83,8 @@ class TALVCS_KIT_API PassingStore : public IObjectStore {
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) override;
   Result<std::optional<std::string>> Value(std::string_view name) override;
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
+  /// Fails with `Unsupported` if the store below isn't repairable.
+  Status Replace(std::span<const StoredObject> objects) override;
 
  protected:
   /// Called at the beginning of each call. If it fails, the store below isn't called, and the call

@@ -4,4 +4,14 @@ namespace TalVcs::Kit {
 
 IRepairableStore::~IRepairableStore() = default;
 
+Status ReplaceObjects(IObjectStore& store, std::span<const StoredObject> objects) {
+  if (auto* repairable = dynamic_cast<IRepairableStore*>(&store)) {
+    return repairable->Replace(objects);
+  }
+  Error error;
+  error.code = ErrorCode::Unsupported;
+  error.message = "the store can't replace objects";
+  return error;
+}
+
 }  // namespace TalVcs::Kit

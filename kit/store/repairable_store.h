@@ -23,7 +23,9 @@ class TALVCS_KIT_API IRepairableStore {
   /// ones, never a part. Heads, values and other objects stay as they are. It isn't a removal: a
   /// save of another store object goes on. After a failure some of the objects may be replaced.
   ///
-  /// Fails with `BadName` for an id that isn't an object's, and then replaces nothing.
+  /// Fails with `BadName` for an id that isn't an object's, and then replaces nothing. A store over
+  /// another one fails with `Unsupported`, also for no objects, if the store below isn't
+  /// repairable.
   virtual Status Replace(std::span<const StoredObject> objects) = 0;
 
  protected:
@@ -31,5 +33,9 @@ class TALVCS_KIT_API IRepairableStore {
   IRepairableStore(const IRepairableStore&) = default;
   IRepairableStore& operator=(const IRepairableStore&) = default;
 };
+
+/// Calls `Replace` of a store. Fails with `Unsupported` if it isn't repairable; with no objects, a
+/// success says that it is.
+TALVCS_KIT_API Status ReplaceObjects(IObjectStore& store, std::span<const StoredObject> objects);
 
 }  // namespace TalVcs::Kit

@@ -189,4 +189,8 @@ Status TeeStore::SetValue(std::string_view name, std::optional<std::string_view>
   return status;
 }
 
+Status TeeStore::Replace(std::span<const StoredObject> objects) {
+  return ReplaceObjects(*m_first, objects);
+}
+
 }  // namespace TalVcs::Kit

@@ -2,6 +2,7 @@
 
 #include <kit/export.h>
 #include <kit/store/object_store.h>
+#include <kit/store/repairable_store.h>
 
 #include <cstdint>
 #include <memory>
@@ -42,7 +43,7 @@ namespace TalVcs::Kit {
 /// alone, and copy it into a new first store.
 ///
 /// Other programs may use the same stores by tees of their own. Threads: as the two stores.
-class TALVCS_KIT_API TeeStore final : public IObjectStore {
+class TALVCS_KIT_API TeeStore final : public IObjectStore, public IRepairableStore {
  public:
   /// Keeps the stores alive; neither may be null, and they must be two stores.
   TeeStore(std::shared_ptr<IObjectStore> first, std::shared_ptr<IObjectStore> second) noexcept;
@@ -72,6 +73,8 @@ class TALVCS_KIT_API TeeStore final : public IObjectStore {
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) override;
   Result<std::optional<std::string>> Value(std::string_view name) override;
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
+  /// Replaces objects of the first store alone.
+  Status Replace(std::span<const StoredObject> objects) override;
 
  private:
   TALVCS_KIT_NO_EXPORT bool SecondTakesPart() const noexcept { return m_secondStatus.ok(); }

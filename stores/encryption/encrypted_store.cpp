@@ -169,7 +169,8 @@ Result<std::vector<std::optional<std::uint64_t>>> EncryptedStore::Sizes(std::spa
   return sizes;
 }
 
-Status EncryptedStore::Write(std::span<const StoredObject> objects) {
+Result<std::vector<StoredObject>> EncryptedStore::SealObjects(
+    std::span<const StoredObject> objects) {
   for (const StoredObject& object : objects) {
     if (!IsObjectId(object.id)) return NotAnId(object.id);
   }
@@ -178,7 +179,17 @@ Status EncryptedStore::Write(std::span<const StoredObject> objects) {
   for (const StoredObject& object : objects) {
     sealed.push_back({m_sealer->SealId(object.id), m_sealer->SealObject(object.id, object.packed)});
   }
-  return m_store->Write(sealed);
+  return sealed;
+}
+
+Status EncryptedStore::Write(std::span<const StoredObject> objects) {
+  const Result<std::vector<StoredObject>> sealed = SealObjects(objects);
+  return sealed ? m_store->Write(*sealed) : Status(sealed.error());
+}
+
+Status EncryptedStore::Replace(std::span<const StoredObject> objects) {
+  const Result<std::vector<StoredObject>> sealed = SealObjects(objects);
+  return sealed ? ReplaceObjects(*m_store, *sealed) : Status(sealed.error());
 }
 
 /// Returns the heads in clear, sorted by their names.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kit/store/object_store.h>
+#include <kit/store/repairable_store.h>
 #include <stores/encryption/export.h>
 
 #include <cstdint>
@@ -54,7 +55,7 @@ struct PasswordCost {
 /// not.
 ///
 /// A moved-from store may only be assigned to or destroyed. Threads: as the store below.
-class TALVCS_ENCRYPTION_API EncryptedStore final : public IObjectStore {
+class TALVCS_ENCRYPTION_API EncryptedStore final : public IObjectStore, public IRepairableStore {
  public:
   /// The most that opening a store may cost.
   static constexpr PasswordCost kMostCost{std::uint64_t{1} << 30, 16};
@@ -101,8 +102,12 @@ class TALVCS_ENCRYPTION_API EncryptedStore final : public IObjectStore {
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) override;
   Result<std::optional<std::string>> Value(std::string_view name) override;
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
+  /// Fails with `Unsupported` if the store below isn't repairable.
+  Status Replace(std::span<const StoredObject> objects) override;
 
  private:
+  TALVCS_ENCRYPTION_NO_EXPORT Result<std::vector<StoredObject>> SealObjects(
+      std::span<const StoredObject> objects);
   TALVCS_ENCRYPTION_NO_EXPORT EncryptedStore(std::shared_ptr<IObjectStore> store,
                                              std::unique_ptr<Encryption::Sealer> sealer) noexcept;
   TALVCS_ENCRYPTION_NO_EXPORT Result<std::vector<Head>> OpenHeads(std::span<const Head> sealed);

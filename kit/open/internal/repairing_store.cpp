@@ -32,7 +32,7 @@ Status RepairingStore::ReadFromSource(const UnreadableObjects& unreadable, const
   std::vector<Id> ids;
   for (const auto& [id, object] : unreadable) {
     // Wrong bytes can't be replaced in every store.
-    const bool can_repair = object.problem.code == ErrorCode::NotFound || m_repairable != nullptr;
+    const bool can_repair = object.problem.code == ErrorCode::NotFound || m_isRepairable;
     if (can_repair && !m_problems.contains(id)) {
       ids.push_back(id);
     } else {
@@ -61,7 +61,7 @@ void RepairingStore::Take(const Id& id, const ReadProblem& problem, const Buffer
 
 Status RepairingStore::Flush() {
   Status status = m_missing.empty() ? Status() : m_store.Write(m_missing);
-  if (status && !m_damaged.empty()) status = m_repairable->Replace(m_damaged);
+  if (status && !m_damaged.empty()) status = ReplaceObjects(m_store, m_damaged);
   if (!status) return status;
   m_missing.clear();
   m_damaged.clear();

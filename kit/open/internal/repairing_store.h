@@ -20,7 +20,7 @@ class RepairingStore final : public IObjectStore {
  public:
   /// Both outlive this object.
   RepairingStore(IObjectStore& store, IObjectStore& source)
-      : m_store(store), m_source(source), m_repairable(dynamic_cast<IRepairableStore*>(&store)) {}
+      : m_store(store), m_source(source), m_isRepairable(ReplaceObjects(store, {}).ok()) {}
   ~RepairingStore() override;
 
   /// Writes what was found in the second store and isn't in the first one yet, and waits until it
@@ -60,7 +60,7 @@ class RepairingStore final : public IObjectStore {
 
   IObjectStore& m_store;
   IObjectStore& m_source;
-  IRepairableStore* m_repairable;
+  bool m_isRepairable;
   std::vector<StoredObject> m_missing;
   std::vector<StoredObject> m_damaged;
   std::uint64_t m_pendingBytes = 0;

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 #include <kit/open/copy.h>
+#include <kit/store/passing_store.h>
 #include <talvcs/persistence/packed_object.h>
 #include <tests/kit/open/histories.h>
-#include <tests/kit/open/passing_store.h>
 #include <tests/support/bytes.h>
 
 #include <map>
@@ -20,8 +20,10 @@ using namespace TalVcs::Testing;
 /// Object and previous version; the empty text for none.
 using Hints = std::map<std::string, std::string>;
 
-class RecordingStore final : public PassingStore {
+class HintedStore final : public PassingStore {
  public:
+  HintedStore() : PassingStore(std::make_shared<MemoryObjectStore>()) {}
+
   Status Write(std::span<const StoredObject> objects) override {
     for (const StoredObject& object : objects) {
       const std::string shown = Show(object);
@@ -45,7 +47,7 @@ class RecordingStore final : public PassingStore {
       return "commit " + packed.substr(description, packed.size() - 1 - description);
     }
     struct Listing {
-      const RecordingStore* store;
+      const HintedStore* store;
       std::string text;
     } listing{this, "{"};
     VisitReferences(object.packed, {&listing, [](void* to, const PackedReference& reference) {
@@ -82,7 +84,7 @@ class PreviousVersions : public testing::TestWithParam<bool> {
   }
 
   Repository m_repository = NewRepository();
-  RecordingStore m_store;
+  HintedStore m_store;
 };
 
 std::string NameOf(const testing::TestParamInfo<bool>& way) { return way.param ? "Copy" : "Save"; }
@@ -137,7 +139,7 @@ TEST_P(PreviousVersions, FolderThatReturnsAfterALongTimeHasItsLastVersion) {
 }
 
 TEST(PreviousVersionsOfASave, AreThoseOfTheCommitThatTheStoreHas) {
-  auto store = std::make_shared<RecordingStore>();
+  auto store = std::make_shared<HintedStore>();
   Repository repository = NewRepository();
   AddCommit(repository, "master", {{"a/b", "one"}, {"c", "left"}}, "first");
   Save(repository, *store).value();
@@ -153,7 +155,7 @@ TEST(PreviousVersionsOfASave, AreThoseOfTheCommitThatTheStoreHas) {
 
 // The trees that the target has already aren't read from the source, except for the root's id.
 TEST(PreviousVersionsOfACopy, OfWhatTheTargetHasOnlyRootsAndCommitsAreKnown) {
-  RecordingStore target;
+  HintedStore target;
   Repository repository = NewRepository();
   AddCommit(repository, "master", {{"a/b", "one"}}, "first");
   Save(repository, target).value();

@@ -13,6 +13,7 @@
 #include <kit/store/tee_store.h>
 #include <tests/kit/open/histories.h>
 #include <tests/kit/store/object_store_suite.h>
+#include <tests/kit/store/repairable_memory_store.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/support/bytes.h>
 
@@ -57,20 +58,26 @@ INSTANTIATE_TEST_SUITE_P(TeeOfFolders, ObjectStoreSuite,
                                                    },
                                                    true}));
 
-// Each store object has a cache of its own, which holds next to nothing, or everything.
-StoreKind Cached(std::uint64_t mostBytes) {
-  return {[mostBytes]() -> StoreOpener {
-            auto folder = std::make_shared<TemporaryFolder>();
-            return [folder, mostBytes] {
-              return std::make_unique<CacheStore>(std::make_shared<MemoryObjectStore>(),
-                                                  OpenFolder(folder->Path() / "slow"),
-                                                  CacheOptions{mostBytes});
-            };
-          },
-          true};
-}
+// Each store object has a cache of its own.
+INSTANTIATE_TEST_SUITE_P(Cache, ObjectStoreSuite,
+                         testing::Values(StoreKind{[]() -> StoreOpener {
+                                                     auto folder =
+                                                         std::make_shared<TemporaryFolder>();
+                                                     return [folder] {
+                                                       return std::make_unique<CacheStore>(
+                                                           std::make_shared<MemoryObjectStore>(),
+                                                           OpenFolder(folder->Path() / "slow"));
+                                                     };
+                                                   },
+                                                   true}));
 
-INSTANTIATE_TEST_SUITE_P(Cache, ObjectStoreSuite, testing::Values(Cached(1 << 20), Cached(100)));
+INSTANTIATE_TEST_SUITE_P(TinyCache, ObjectStoreSuite, testing::Values(StoreKind{[] {
+                           return [] {
+                             return std::make_unique<CacheStore>(
+                                 std::make_shared<MemoryObjectStore>(),
+                                 std::make_shared<MemoryObjectStore>(), CacheOptions{100});
+                           };
+                         }}));
 
 const StoredObject kOne =
     Stored("437613f2000d14882113a8ceeb5e68572589edac29230c9fecd09d682612c4a3", {"blob 3\0one", 10});
@@ -280,6 +287,33 @@ TEST_F(Tee, CleanUpOfASecondWithOtherHeadsRemovesNothingThere) {
   EXPECT_EQ(m_tee->RemoveUnmarked(nothing).value().count, 1U);
   EXPECT_EQ(m_secondMemory->GetCount(), 1U);
   EXPECT_EQ(m_tee->GetSecondStatus().error().code, ErrorCode::Conflict);
+}
+
+TEST_F(TwoStores, ReplacesObjectsWhereTheStoreBelowCan) {
+  const Buffer other = BufferOf("other");
+  const StoredObject replacement{kOne.id, other};
+  const auto repairable = std::make_shared<RepairableMemoryStore>(*m_first);
+  TeeStore tee(repairable, m_second);
+  ASSERT_TRUE(tee.Write({{kOne}}).ok());
+  ASSERT_TRUE(tee.Replace({{replacement}}).ok());
+  EXPECT_EQ(ReadOne(tee, kOne.id), "other");
+  EXPECT_EQ(ReadOne(*m_second, kOne.id), Bytes(kOne.packed));
+  CacheStore cache(m_secondMemory, repairable);
+  ASSERT_TRUE(cache.Replace({{kOne}}).ok());
+  EXPECT_EQ(ReadOne(*repairable, kOne.id), Bytes(kOne.packed));
+  RecordingStore passing(repairable);
+  ASSERT_TRUE(passing.Replace({{replacement}}).ok());
+  EXPECT_EQ(ReadOne(passing, kOne.id), "other");
+  EXPECT_EQ(passing.GetLog().front(), "Replace 1");
+  EXPECT_EQ(passing.GetCalls().front().sizeBytes, 5U);
+}
+
+TEST_F(TwoStores, ReplaceIsUnsupportedWhereTheStoreBelowCanNot) {
+  TeeStore tee(m_first, m_second);
+  CacheStore cache(m_first, m_second);
+  EXPECT_EQ(CodeOf(tee.Replace({})), "Unsupported");
+  EXPECT_EQ(CodeOf(cache.Replace({})), "Unsupported");
+  EXPECT_EQ(CodeOf(ReplaceObjects(*m_firstMemory, {})), "Unsupported");
 }
 
 class Cache : public TwoStores {

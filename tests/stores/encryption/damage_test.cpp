@@ -6,6 +6,7 @@
 #include <kit/store/fault_injection_store.h>
 #include <stores/encryption/encrypted_store.h>
 #include <tests/kit/open/histories.h>
+#include <tests/kit/store/repairable_memory_store.h>
 #include <tests/stores/encryption/stores.h>
 
 #include <cstdint>
@@ -144,6 +145,19 @@ TEST_F(EncryptionDamage, DamagedObjectIsReportedByBranchAndPath) {
     EXPECT_FALSE(report.damages.front().branch.empty());
     faulty->Heal();
   }
+}
+
+TEST_F(EncryptionDamage, DamagedObjectIsReplaced) {
+  FaultInjectionStore faulty(m_memory);
+  const auto store = OpenOver(std::make_shared<RepairableMemoryStore>(faulty));
+  const Id id = ObjectsOf(*store).front();
+  const Buffer packed = BufferOf(ReadOne(*store, id));
+  for (const Id& sealed : ObjectsOf(*m_memory)) faulty.ReplaceObject(sealed, BufferOf("x"));
+  ASSERT_EQ(ReadOne(*store, id), "Damaged");
+  ASSERT_TRUE(store->Replace({{StoredObject{id, packed}}}).ok());
+  EXPECT_EQ(ReadOne(*store, id), Bytes(packed));
+  EXPECT_EQ(CodeOf(store->Replace({{StoredObject{Id(), packed}}})), "BadName");
+  EXPECT_EQ(CodeOf(OpenOver(m_memory)->Replace({})), "Unsupported");
 }
 
 /// Heads and values of the store below, as a test has changed them.
