@@ -22,7 +22,7 @@ enum class TreeChangeKind {
 
 /// One file that differs between two trees.
 struct TreeChange {
-  TreeChangeKind kind = TreeChangeKind::Changed;
+  TreeChangeKind kind = TreeChangeKind::Changed;  ///< What happened to it.
   std::string path;     ///< The path in the second tree, for `Removed` in the first, in UTF-8.
   std::string oldPath;  ///< The path in the first tree if the file moved, else empty.
   Id before;            ///< The blob in the first tree; empty for `Added`.

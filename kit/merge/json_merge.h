@@ -12,13 +12,18 @@
 namespace TalVcs::Kit {
 
 /// The side that a merge takes where it does not know better.
-enum class MergeSide { Left, Right, Root };
+enum class MergeSide {
+  Left,   ///< The left side, such as the current branch.
+  Right,  ///< The right side, such as the branch that is merged.
+  Root,   ///< The common base of both sides.
+};
 
 /// Options of `MergeJson`.
 struct JsonMergeOptions {
   /// The value in the place of a conflict. A side that lacks the member removes it. For whole
   /// documents without a root, `Root` takes the left one.
   MergeSide conflictSide = MergeSide::Left;
+  /// Which arrays are merged by element.
   JsonArrayOptions arrays = {};
 };
 
@@ -40,6 +45,7 @@ struct JsonMerge {
   std::string text;                     ///< The merged document.
   std::vector<JsonConflict> conflicts;  ///< In the order of the merged document.
 
+  /// True if there is no conflict.
   bool IsClean() const noexcept { return conflicts.empty(); }
 };
 
