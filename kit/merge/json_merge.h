@@ -54,9 +54,11 @@ struct JsonMerge {
 /// A value that one side changed is taken, and one that both changed in the same way. Where both
 /// changed it differently, objects are merged by member and arrays by element (see
 /// `JsonArrayOptions`), also if the root has no value there; any other values are a conflict. A
-/// member or element that one side removed and the other changed is a conflict. Members keep the
-/// order of the left side; what only the right side has follows its predecessor there, after what
-/// only the left side has at that place. If both sides reordered an array, the left order is taken.
+/// member or element that one side removed and the other changed is a conflict.
+///
+/// Members keep the order of the left side. A member that only the right side has follows its
+/// predecessor there, after the members that only the left side has at that place. The elements of
+/// an array keep the order of the side that reordered them, or else of the left side.
 ///
 /// Values are compared as `DiffJson` does. If the outcome has the value of the left or else the
 /// right document, it is that text, byte for byte. Otherwise the text is written anew: on one line
