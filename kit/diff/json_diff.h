@@ -19,7 +19,7 @@ enum class JsonChangeKind {
 
 /// One difference of two JSON documents.
 struct JsonChange {
-  JsonChangeKind kind = JsonChangeKind::Changed;
+  JsonChangeKind kind = JsonChangeKind::Changed;  ///< What differs.
   /// The place as a JSON pointer, such as "/shapes/3/colour"; empty for the whole document. Indexes
   /// of elements are those of the second document, for `Removed` those of the first.
   std::string pointer;

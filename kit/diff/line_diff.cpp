@@ -1,4 +1,5 @@
 #include <kit/diff/internal/line_matches.h>
+#include <kit/diff/internal/slide_changes.h>
 #include <kit/diff/line_diff.h>
 
 namespace TalVcs::Kit {

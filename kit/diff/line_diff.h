@@ -20,8 +20,8 @@ enum class LineKind {
 /// One line of a comparison. The text is a view of an argument and includes the line's end, so that
 /// a last line without an end differs from the same line with one.
 struct DiffLine {
-  LineKind kind = LineKind::Kept;
-  std::string_view text;
+  LineKind kind = LineKind::Kept;  ///< Which of the texts have the line.
+  std::string_view text;           ///< The line with its end.
 
   friend bool operator==(const DiffLine&, const DiffLine&) = default;
 };
@@ -29,6 +29,7 @@ struct DiffLine {
 /// A run of lines of the first text and the lines of the second text that replace it. Lines count
 /// from 0. One of the two counts may be 0. At least one kept line is between two changes.
 struct LineChange {
+  /// The removed and the added lines, each as the first one and their number.
   std::size_t beforeFirst = 0;
   std::size_t beforeCount = 0;
   std::size_t afterFirst = 0;
@@ -39,7 +40,7 @@ struct LineChange {
 
 /// The changes that turn one text into another, in the order of the lines.
 struct LineChanges {
-  std::vector<LineChange> changes;
+  std::vector<LineChange> changes;  ///< Empty for equal texts.
   /// True if no other list of changes removes and adds fewer lines. False if the search was given
   /// up at `LineDiffOptions::mostSteps`.
   bool isShortest = true;

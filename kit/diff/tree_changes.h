@@ -22,7 +22,7 @@ enum class TreeChangeKind {
 
 /// One file that differs between two trees.
 struct TreeChange {
-  TreeChangeKind kind = TreeChangeKind::Changed;
+  TreeChangeKind kind = TreeChangeKind::Changed;  ///< What happened to it.
   std::string path;     ///< The path in the second tree, for `Removed` in the first, in UTF-8.
   std::string oldPath;  ///< The path in the first tree if the file moved, else empty.
   Id before;            ///< The blob in the first tree; empty for `Added`.
@@ -54,9 +54,8 @@ struct TreeChangesOptions {
 /// Two files of equal content are a pair if one was removed and the other added. Among several,
 /// files of the same name are paired first, then files in the order of their paths. Empty files are
 /// never paired. Likeness counts the bytes in lines (cut after 256 bytes) that both contents
-/// contain, wherever they are; the likest pairs are made first. A folder has no entry of its own,
-/// so an empty folder is not reported. A file that became a folder is
-/// removed.
+/// contain, in any order; the pairs of the highest likeness are made first. Folders are not
+/// reported, empty ones included. A file that became a folder is removed.
 ///
 /// Equal folders are not read. The names of each folder with a changed file are read. Contents are
 /// read for likeness alone. Fails with `Damaged` or `Unavailable` if an object on demand cannot be

@@ -14,12 +14,12 @@ namespace TalVcs::Kit {
 /// A part of a comparison: changes with kept lines around them. Changes share a hunk if their kept
 /// lines overlap or touch.
 struct Hunk {
-  std::size_t first = 0;       ///< Index of its first line in the list of lines.
-  std::size_t count = 0;       ///< Number of its lines in that list.
-  std::size_t beforeLine = 1;  ///< Number of its first line in the first text, from 1.
-  std::size_t beforeCount = 0;
-  std::size_t afterLine = 1;  ///< Number of its first line in the second text, from 1.
-  std::size_t afterCount = 0;
+  std::size_t first = 0;        ///< Index of its first line in the list of lines.
+  std::size_t count = 0;        ///< Number of its lines in that list.
+  std::size_t beforeLine = 1;   ///< Number of its first line in the first text, from 1.
+  std::size_t beforeCount = 0;  ///< Number of its lines in the first text.
+  std::size_t afterLine = 1;    ///< Number of its first line in the second text, from 1.
+  std::size_t afterCount = 0;   ///< Number of its lines in the second text.
 
   friend bool operator==(const Hunk&, const Hunk&) = default;
 };
@@ -45,6 +45,7 @@ struct UnifiedDiffOptions {
   std::string afterName = {};
   /// Kept lines at both ends of each hunk.
   std::size_t contextLines = 3;
+  /// Of the comparison.
   LineDiffOptions lines = {};
 };
 

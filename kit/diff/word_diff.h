@@ -12,8 +12,8 @@ namespace TalVcs::Kit {
 
 /// A range of bytes of a text. It never begins or ends inside a UTF-8 character.
 struct TextRange {
-  std::size_t offset = 0;
-  std::size_t sizeBytes = 0;
+  std::size_t offset = 0;     ///< Of its first byte.
+  std::size_t sizeBytes = 0;  ///< Its length, at least 1.
 
   friend bool operator==(const TextRange&, const TextRange&) = default;
 };
@@ -33,8 +33,8 @@ struct ChangedWords {
 
 /// A line of a comparison with the parts of it that changed.
 struct MarkedLine {
-  LineKind kind = LineKind::Kept;
-  std::string_view text;
+  LineKind kind = LineKind::Kept;  ///< Which of the texts have the line.
+  std::string_view text;           ///< The line with its end.
   /// The changed parts of a line that has a counterpart on the other side. Empty for a kept line,
   /// and for a line that is removed or added as a whole.
   std::vector<TextRange> changed;

@@ -18,8 +18,8 @@ namespace TalVcs::Kit {
 struct ContentToMerge {
   std::string_view path;                 ///< The path in the document, components between "/".
   std::optional<std::string_view> root;  ///< Nothing if both sides added the file.
-  std::string_view left;
-  std::string_view right;
+  std::string_view left;                 ///< The left side, such as the current branch.
+  std::string_view right;                ///< The right side, such as the branch that is merged.
 };
 
 /// A conflict inside a file.
@@ -41,6 +41,7 @@ struct MergedContent {
   /// Empty if the merge is complete.
   std::vector<ContentConflict> conflicts;
 
+  /// True if there is no conflict.
   bool IsClean() const noexcept { return conflicts.empty(); }
 };
 

@@ -12,13 +12,18 @@
 namespace TalVcs::Kit {
 
 /// The side that a merge takes where it does not know better.
-enum class MergeSide { Left, Right, Root };
+enum class MergeSide {
+  Left,   ///< The left side, such as the current branch.
+  Right,  ///< The right side, such as the branch that is merged.
+  Root,   ///< The common base of both sides.
+};
 
 /// Options of `MergeJson`.
 struct JsonMergeOptions {
   /// The value in the place of a conflict. A side that lacks the member removes it. For whole
   /// documents without a root, `Root` takes the left one.
   MergeSide conflictSide = MergeSide::Left;
+  /// Which arrays are merged by element.
   JsonArrayOptions arrays = {};
 };
 
@@ -40,6 +45,7 @@ struct JsonMerge {
   std::string text;                     ///< The merged document.
   std::vector<JsonConflict> conflicts;  ///< In the order of the merged document.
 
+  /// True if there is no conflict.
   bool IsClean() const noexcept { return conflicts.empty(); }
 };
 
@@ -48,9 +54,11 @@ struct JsonMerge {
 /// A value that one side changed is taken, and one that both changed in the same way. Where both
 /// changed it differently, objects are merged by member and arrays by element (see
 /// `JsonArrayOptions`), also if the root has no value there; any other values are a conflict. A
-/// member or element that one side removed and the other changed is a conflict. Members keep the
-/// order of the left side; what only the right side has follows its predecessor there, after what
-/// only the left side has at that place. If both sides reordered an array, the left order is taken.
+/// member or element that one side removed and the other changed is a conflict.
+///
+/// Members keep the order of the left side. A member that only the right side has follows its
+/// predecessor there, after the members that only the left side has at that place. The elements of
+/// an array keep the order of the side that reordered them, or else of the left side.
 ///
 /// Values are compared as `DiffJson` does. If the outcome has the value of the left or else the
 /// right document, it is that text, byte for byte. Otherwise the text is written anew: on one line

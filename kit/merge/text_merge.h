@@ -23,6 +23,7 @@ enum class ConflictText {
 
 /// Options of `MergeText`.
 struct TextMergeOptions {
+  /// What is in the place of a conflict.
   ConflictText conflictText = ConflictText::Left;
   /// Names after the marker characters; an empty one is left out.
   std::string leftLabel = "ours";
@@ -30,23 +31,25 @@ struct TextMergeOptions {
   std::string rightLabel = "theirs";
   /// Number of characters of a marker.
   std::size_t markerSize = 7;
+  /// Of the comparisons of each side with the root.
   LineDiffOptions lines = {};
 };
 
 /// A run of lines, from 0.
 struct LineRange {
-  std::size_t first = 0;
-  std::size_t count = 0;
+  std::size_t first = 0;  ///< The first line.
+  std::size_t count = 0;  ///< Number of lines.
 
   friend bool operator==(const LineRange&, const LineRange&) = default;
 };
 
-/// Lines that both sides changed differently. `root`, `left` and `right` are the lines there with
-/// their ends; each may be empty.
+/// Lines that both sides changed differently.
 struct TextConflict {
+  /// The lines of each version with their ends; each may be empty.
   std::string root;
   std::string left;
   std::string right;
+  /// The places of these lines in the three texts.
   LineRange rootLines;
   LineRange leftLines;
   LineRange rightLines;
@@ -59,6 +62,7 @@ struct TextMerge {
   std::string text;  ///< The merged text; in the place of conflicts what the options say.
   std::vector<TextConflict> conflicts;  ///< In the order of the lines.
 
+  /// True if there is no conflict.
   bool IsClean() const noexcept { return conflicts.empty(); }
 };
 

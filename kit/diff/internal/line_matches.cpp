@@ -1,3 +1,4 @@
+#include <kit/diff/internal/line_anchors.h>
 #include <kit/diff/internal/line_matches.h>
 
 #include <algorithm>
@@ -231,66 +232,24 @@ class Matcher {
   /// Splits a box at the lines that occur once in each of its two texts, as far as they have the
   /// same order there. Without such lines, nothing of the box is kept.
   void SplitAtAnchors(const Box& box) {
-    const std::vector<Place> anchors = LongestAscending(LinesThatOccurOnce(box));
+    const auto cut = [](const Sequence& sequence, std::size_t begin, std::size_t end) {
+      return std::span(sequence.symbols).subspan(begin, end - begin);
+    };
+    const std::vector<LineMatch> anchors =
+        FindAnchors(cut(m_before, box.left, box.right), cut(m_after, box.top, box.bottom));
     if (anchors.empty()) return;
     Box part{box.left, 0, box.top, 0, box.anchorLevel + 1};
-    for (const Place& anchor : anchors) {
-      m_partners[anchor.column] = anchor.row;
-      part.right = anchor.column;
-      part.bottom = anchor.row;
+    for (const LineMatch& anchor : anchors) {
+      part.right = box.left + anchor.before;
+      part.bottom = box.top + anchor.after;
+      m_partners[part.right] = part.bottom;
       m_boxes.push_back(part);
-      part.left = anchor.column + 1;
-      part.top = anchor.row + 1;
+      part.left = part.right + 1;
+      part.top = part.bottom + 1;
     }
     part.right = box.right;
     part.bottom = box.bottom;
     m_boxes.push_back(part);
-  }
-
-  /// Returns the places of these lines, ascending by column.
-  std::vector<Place> LinesThatOccurOnce(const Box& box) {
-    struct Occurrence {
-      unsigned before = 0;
-      unsigned after = 0;
-      std::size_t row = 0;
-    };
-    std::unordered_map<Symbol, Occurrence> occurrences;
-    for (std::size_t i = box.left; i < box.right; ++i) ++occurrences[m_before.symbols[i]].before;
-    for (std::size_t i = box.top; i < box.bottom; ++i) {
-      Occurrence& occurrence = occurrences[m_after.symbols[i]];
-      ++occurrence.after;
-      occurrence.row = i;
-    }
-    std::vector<Place> places;
-    for (std::size_t i = box.left; i < box.right; ++i) {
-      const Occurrence& occurrence = occurrences[m_before.symbols[i]];
-      if (occurrence.before == 1 && occurrence.after == 1) places.push_back({i, occurrence.row});
-    }
-    return places;
-  }
-
-  /// Returns a longest list of these places whose rows ascend.
-  static std::vector<Place> LongestAscending(const std::vector<Place>& places) {
-    std::vector<std::size_t> last_of_length;  // index of the lowest row that ends such a list
-    std::vector<std::size_t> previous(places.size(), kUnmatched);
-    for (std::size_t i = 0; i < places.size(); ++i) {
-      const auto at = std::lower_bound(
-          last_of_length.begin(), last_of_length.end(), places[i].row,
-          [&](std::size_t index, std::size_t row) { return places[index].row < row; });
-      if (at != last_of_length.begin()) previous[i] = *(at - 1);
-      if (at == last_of_length.end()) {
-        last_of_length.push_back(i);
-      } else {
-        *at = i;
-      }
-    }
-    std::vector<Place> longest;
-    for (std::size_t i = last_of_length.empty() ? kUnmatched : last_of_length.back();
-         i != kUnmatched; i = previous[i]) {
-      longest.push_back(places[i]);
-    }
-    std::reverse(longest.begin(), longest.end());
-    return longest;
   }
 
   Sequence m_before;
@@ -301,86 +260,6 @@ class Matcher {
   std::vector<Number> m_forward;
   std::vector<Number> m_backward;
   bool m_isShortest = true;
-};
-
-/// Slides the changes of one text. Gap g is between the kept lines g - 1 and g. A slide moves a
-/// change across one kept line, by matching another equal line of this text:
-///
-///     x [a b] a b    ->    x a [b a] b    ->    x a b [a b]
-class Slider {
- public:
-  using Side = std::size_t LineMatch::*;
-
-  Slider(Lines lines, Side side, std::size_t otherSize, Side other, std::vector<LineMatch>& kept)
-      : m_lines(lines), m_side(side), m_otherSize(otherSize), m_other(other), m_kept(kept) {
-    // Each merge of two changes can repeat the slides of the first one.
-    m_slidesLeft = 64 * (lines.size() + 1);
-  }
-
-  void Run() {
-    for (std::size_t gap = 0; gap <= m_kept.size(); ++gap) {
-      if (Size(gap) > 0) gap = Slide(gap);
-    }
-  }
-
- private:
-  std::size_t Begin(std::size_t gap) const { return gap == 0 ? 0 : m_kept[gap - 1].*m_side + 1; }
-  std::size_t End(std::size_t gap) const {
-    return gap == m_kept.size() ? m_lines.size() : m_kept[gap].*m_side;
-  }
-  std::size_t Size(std::size_t gap) const { return End(gap) - Begin(gap); }
-  bool OtherChanges(std::size_t gap) const {
-    const std::size_t begin = gap == 0 ? 0 : m_kept[gap - 1].*m_other + 1;
-    const std::size_t end = gap == m_kept.size() ? m_otherSize : m_kept[gap].*m_other;
-    return begin < end;
-  }
-
-  bool SlideUp(std::size_t& gap) {
-    if (gap == 0 || m_slidesLeft == 0) return false;
-    const std::size_t last = End(gap) - 1;
-    if (m_lines[m_kept[gap - 1].*m_side] != m_lines[last]) return false;
-    m_kept[--gap].*m_side = last;
-    --m_slidesLeft;
-    return true;
-  }
-  bool SlideDown(std::size_t& gap) {
-    if (gap == m_kept.size() || m_slidesLeft == 0) return false;
-    const std::size_t first = Begin(gap);
-    if (m_lines[first] != m_lines[End(gap)]) return false;
-    m_kept[gap++].*m_side = first;
-    --m_slidesLeft;
-    return true;
-  }
-
-  // Slides the change of a gap up and then down, again whenever it met another change on its way.
-  // Returns the gap where it stays.
-  std::size_t Slide(std::size_t gap) {
-    std::size_t size = 0;
-    std::size_t matching = 0;
-    bool has_matching = false;
-    do {
-      size = Size(gap);
-      while (SlideUp(gap)) {
-      }
-      has_matching = OtherChanges(gap);
-      matching = gap;
-      while (SlideDown(gap)) {
-        if (!OtherChanges(gap)) continue;
-        has_matching = true;
-        matching = gap;
-      }
-    } while (Size(gap) != size);
-    while (has_matching && gap > matching && SlideUp(gap)) {
-    }
-    return gap;
-  }
-
-  Lines m_lines;
-  Side m_side;
-  std::size_t m_otherSize;
-  Side m_other;
-  std::vector<LineMatch>& m_kept;
-  std::size_t m_slidesLeft;
 };
 
 }  // namespace
@@ -406,11 +285,6 @@ LineMatches MatchLines(Lines before, Lines after, std::uint64_t mostSteps) {
     result.kept.push_back({before.size() - i, after.size() - i});
   }
   return result;
-}
-
-void SlideChanges(Lines before, Lines after, std::vector<LineMatch>& kept) {
-  Slider(before, &LineMatch::before, after.size(), &LineMatch::after, kept).Run();
-  Slider(after, &LineMatch::after, before.size(), &LineMatch::before, kept).Run();
 }
 
 }  // namespace TalVcs::Kit

@@ -24,9 +24,4 @@ struct LineMatches {
 LineMatches MatchLines(std::span<const std::string_view> before,
                        std::span<const std::string_view> after, std::uint64_t mostSteps);
 
-/// Moves changes across equal lines: to a place where both texts change, or else as far down as
-/// they go. The number of kept lines stays.
-void SlideChanges(std::span<const std::string_view> before, std::span<const std::string_view> after,
-                  std::vector<LineMatch>& kept);
-
 }  // namespace TalVcs::Kit
