@@ -7,6 +7,10 @@ namespace TalVcs::Testing {
 /// A store in memory whose operations can be overridden.
 class PassingStore : public Kit::IObjectStore {
  public:
+  PassingStore() = default;
+  /// Begins with what another store has.
+  explicit PassingStore(const Kit::MemoryObjectStore& store) : m_store(store) {}
+
   Kit::Result<std::vector<Id>> Missing(std::span<const Id> ids) override {
     return m_store.Missing(ids);
   }
