@@ -203,7 +203,48 @@ def journal_seeds():
     yield "more-behind", b"rhmaster\n1RDa\nREC" + bytes(40) + END + b"agarbage" + END
 
 
+def text_merge_seeds():
+    def seed(root, left, right, bound=255, written=4):
+        return bytes([bound, written]) + END.join(text.encode() for text in (root, left, right))
+
+    root = "a\nb\nc\nd\ne\nf\n"
+    yield "empty", b""
+    yield "separate", seed(root, "A\nb\nc\nd\ne\nf\n", "a\nb\nc\nd\nE\nf\n")
+    yield "conflict", seed(root, "a\nx\nL\ny\nd\ne\nf\n", "a\nx\nR\ny\nd\ne\nf\n")
+    yield "with-root", seed(root, "a\nb\nL\nd\ne\nf\n", "a\nb\nR\nd\ne\n", written=5)
+    yield "no-line-end", seed("a\nb", "a\nL", "a\nR", written=3)
+    yield "returns", seed("a\r\nb\r\n", "a\r\nL\r\n", "a\r\nR\r\n")
+    yield "equal-lines", seed("x\na\na\na\ny\n", "x\na\na\ny\n", "x\na\nb\na\na\na\ny\n")
+    yield "chain", seed("1\n2\n3\n4\n5\n6\n", "1\nx\nx\n4\ny\n6\n", "1\n2\nz\nz\nz\n6\n", written=2)
+    yield "bounded", seed("a\nsome\nb\nother\na\nb\n", "b\nsome\na\nother\nb\na\n", "a\nb\na\nb\n", bound=0)
+    yield "half-bounded", seed("a\nb\na\nb\nc\n" * 3, "b\na\nc\nb\na\n" * 3, "c\nb\na\n" * 4, bound=40)
+    yield "added", seed("", "a\nb\n", "a\nc\n")
+    yield "words", seed("int old = 1;\n", "int new_one = 12;\n", "int gr\u00fc\u00df = (1);\n")
+    yield "binary", seed("a\0\n", "b\n", "c\n")
+
+
+def json_seeds():
+    def seed(root, left, right, choice=0):
+        return bytes([choice]) + END.join(text.encode() for text in (root, left, right))
+
+    yield "empty", b""
+    yield "members", seed('{"a":1,"b":2,"c":3}', '{"a":5,"b":2,"c":3}', '{"a":1,"b":2,"d":[]}')
+    yield "conflicts", seed('{"a":1,"b":{"c":1},"d":0}', '{"a":2,"b":{"c":2}}', '{"a":3,"b":{"c":3},"d":1}', 2)
+    yield "elements", seed('[{"id":1,"x":0},{"id":2}]', '[{"id":1,"x":5},{"id":3}]', '[{"id":2},{"id":1,"x":6}]', 1)
+    yield "keys", seed('[{"k":"a"}]', '[{"k":"b"},{"k":"a","id":1}]', '[{"k":"a","id":2},{"k":"c"}]', 3)
+    yield "indented", seed('{"a":1}', '{\r\n\t"a": 2,\r\n\t"b": {}\r\n}\r\n', '{"a":1,"c":[true,false,null]}')
+    yield "escapes", seed('"\\u0041\\ud83d\\ude00\\n\\/"', '"A\U0001F600\\u000a/"', '"\\b\\f\\r\\t\\"\\\\"')
+    yield "numbers", seed("-0.10E+05", "[0,-1,1.5e-7]", "123456789012345678901234567890")
+    yield "scalars", seed("null", " true ", "false")
+    yield "half-pair", seed('"\\ud800"', '"\\udc00x"', '"\\ud800\\u0041"')
+    yield "twice", seed('{"a":1,"\\u0061":2}', "[1,]", "{]")
+    yield "deep", seed("[" * 300, "[" * 256 + "]" * 256, '{"":' * 40 + "0" + "}" * 40)
+    yield "other-text", b"\0\"\xc3\"" + END + b"\"\xed\xa0\x80\"" + END + b"\xef\xbb\xbf{}"
+
+
 SEEDS = {
+    "json": json_seeds,
+    "text_merge": text_merge_seeds,
     "load": load_seeds,
     "tree": tree_seeds,
     "commit_text": commit_seeds,

@@ -26,9 +26,11 @@ TARGETS = {
     "commit_text": (512, 10),
     "directory_store": (512, 4),
     "journal": (512, 10),
+    "json": (512, 10),
     "load": (1024, 2),
     "operations": (512, 1),
     "path": (256, 20),
+    "text_merge": (256, 10),
     "tree": (1024, 4),
     "utf": (256, 20),
 }

@@ -1,5 +1,7 @@
 #include "changes.h"
 
+#include <kit/diff/tree_changes.h>
+
 #include <algorithm>
 
 namespace Tal {
@@ -7,9 +9,10 @@ namespace {
 
 using Kind = Change::Kind;
 
-void SortByPath(std::vector<Change>& changes) {
-  std::sort(changes.begin(), changes.end(),
-            [](const Change& a, const Change& b) { return a.path < b.path; });
+Kind KindOf(TalVcs::Kit::TreeChangeKind kind) {
+  return kind == TalVcs::Kit::TreeChangeKind::Added     ? Kind::Added
+         : kind == TalVcs::Kit::TreeChangeKind::Removed ? Kind::Removed
+                                                        : Kind::Changed;
 }
 
 }  // namespace
@@ -49,22 +52,18 @@ std::vector<Change> CompareFolder(const Folder& folder, const FolderContents& co
     if (!std::binary_search(contents.files.begin(), contents.files.end(), path))
       changes.push_back({Kind::Removed, path});
   }
-  SortByPath(changes);
+  std::sort(changes.begin(), changes.end(),
+            [](const Change& a, const Change& b) { return a.path < b.path; });
   return changes;
 }
 
 std::vector<Change> CompareTrees(const TreePtr& before, const TreePtr& after) {
-  const TreePtr& some = before ? before : after;
-  if (!some) return {};
-  const TreePtr& other = before ? after : before;
   std::vector<Change> changes;
-  for (const WideString& wide : some->GetDeepBlobDiffs(other)) {
-    const std::string path = ToUtf8(wide);
-    const bool had = static_cast<bool>(FindBlob(before, path));
-    const bool has = static_cast<bool>(FindBlob(after, path));
-    changes.push_back({!had ? Kind::Added : has ? Kind::Changed : Kind::Removed, path});
+  for (const TalVcs::Kit::TreeChange& change :
+       TalVcs::Kit::FindTreeChanges(before, after, {.findMoves = false, .findLikeMoves = false})
+           .value()) {
+    changes.push_back({KindOf(change.kind), change.path});
   }
-  SortByPath(changes);
   return changes;
 }
 

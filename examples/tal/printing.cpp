@@ -1,7 +1,8 @@
 #include "printing.h"
 
-#include "line_diff.h"
 #include "text.h"
+
+#include <kit/diff/unified_diff.h>
 
 #include <algorithm>
 #include <iostream>
@@ -9,36 +10,33 @@
 namespace Tal {
 namespace {
 
-using Kind = DiffLine::Kind;
+using TalVcs::Kit::DiffLine;
+using TalVcs::Kit::Hunk;
+using TalVcs::Kit::LineKind;
 
-std::size_t CountLines(const std::vector<DiffLine>& lines, Kind kind) {
+std::size_t CountLines(const std::vector<DiffLine>& lines, LineKind kind) {
   return static_cast<std::size_t>(std::count_if(
       lines.begin(), lines.end(), [&](const DiffLine& line) { return line.kind == kind; }));
 }
 
+Colour ColourOf(LineKind kind) {
+  return kind == LineKind::Kept    ? Colour::Plain
+         : kind == LineKind::Added ? Colour::Green
+                                   : Colour::Red;
+}
+
 void PrintHunk(const Terminal& terminal, const std::vector<DiffLine>& lines, const Hunk& hunk) {
-  const auto range = [](std::size_t line, std::size_t count) {
-    return std::to_string(count == 0 ? line - 1 : line) + "," + std::to_string(count);
-  };
-  std::cout << terminal.Paint(Colour::Cyan, "@@ -" + range(hunk.beforeLine, hunk.beforeCount) +
-                                                " +" + range(hunk.afterLine, hunk.afterCount) +
-                                                " @@")
-            << '\n';
+  std::cout << terminal.Paint(Colour::Cyan, TalVcs::Kit::HunkHeader(hunk)) << '\n';
   for (std::size_t i = hunk.first; i < hunk.first + hunk.count; ++i) {
-    std::string_view text = lines[i].text;
-    const bool ended = text.ends_with('\n');
-    if (ended) text.remove_suffix(1);
-    const Kind kind = lines[i].kind;
-    const std::string line = (kind == Kind::Kept    ? " "
-                              : kind == Kind::Added ? "+"
-                                                    : "-") +
-                             std::string(text);
-    const Colour colour = kind == Kind::Kept    ? Colour::Plain
-                          : kind == Kind::Added ? Colour::Green
-                                                : Colour::Red;
-    std::cout << terminal.Paint(colour, line) << '\n';
-    if (!ended) std::cout << "\\ No newline at end of file\n";
+    const DiffLine& line = lines[i];
+    std::cout << terminal.Paint(ColourOf(line.kind), TalVcs::Kit::UnifiedLine(line)) << '\n';
+    if (!line.text.ends_with('\n')) std::cout << TalVcs::Kit::kNoNewlineMark << '\n';
   }
+}
+
+/// Returns true if one of the two versions of the file is not text.
+bool IsBinary(const FileSides& sides) {
+  return TalVcs::Kit::IsBinary(sides.before) || TalVcs::Kit::IsBinary(sides.after);
 }
 
 void PrintTextOrNull(JsonWriter& json, std::string_view text) {
@@ -82,13 +80,13 @@ void PrintFileDiff(const Terminal& terminal, const FileSides& sides) {
   std::cout << terminal.Paint(Colour::Bold, std::string(Name(sides.change.kind)) + " " +
                                                 Printable(sides.change.path))
             << '\n';
-  if (IsBinary(sides.before) || IsBinary(sides.after)) {
+  if (IsBinary(sides)) {
     std::cout << "binary, " << FormatBytes(sides.before.size()) << " before, "
               << FormatBytes(sides.after.size()) << " after\n";
     return;
   }
-  const std::vector<DiffLine> lines = DiffLines(sides.before, sides.after);
-  for (const Hunk& hunk : FindHunks(lines)) PrintHunk(terminal, lines, hunk);
+  const std::vector<DiffLine> lines = TalVcs::Kit::DiffLines(sides.before, sides.after);
+  for (const Hunk& hunk : TalVcs::Kit::FindHunks(lines)) PrintHunk(terminal, lines, hunk);
 }
 
 void PrintFileDiffJson(JsonWriter& json, const FileSides& sides) {
@@ -99,12 +97,13 @@ void PrintFileDiffJson(JsonWriter& json, const FileSides& sides) {
   PrintTextOrNull(json, sides.beforeId);
   json.Key("after");
   PrintTextOrNull(json, sides.afterId);
-  const bool binary = IsBinary(sides.before) || IsBinary(sides.after);
+  const bool binary = IsBinary(sides);
   json.Key("binary").Bool(binary);
   if (!binary) {
-    const std::vector<DiffLine> lines = DiffLines(sides.before, sides.after);
-    json.Key("lines_added").Number(static_cast<std::int64_t>(CountLines(lines, Kind::Added)));
-    json.Key("lines_removed").Number(static_cast<std::int64_t>(CountLines(lines, Kind::Removed)));
+    const std::vector<DiffLine> lines = TalVcs::Kit::DiffLines(sides.before, sides.after);
+    json.Key("lines_added").Number(static_cast<std::int64_t>(CountLines(lines, LineKind::Added)));
+    json.Key("lines_removed")
+        .Number(static_cast<std::int64_t>(CountLines(lines, LineKind::Removed)));
   }
   json.EndObject();
 }

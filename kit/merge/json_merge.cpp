@@ -46,7 +46,12 @@ std::vector<const JsonChild*> MergeOrder(const JsonChildren& first, const JsonCh
   auto next = order.begin();
   for (const JsonChild& child : second.List()) {
     const auto found = places.find(child.key);
-    next = std::next(found == places.end() ? order.insert(next, &child) : found->second);
+    if (found != places.end()) {
+      next = std::next(found->second);
+      continue;
+    }
+    while (next != order.end() && second.Find((*next)->key) == nullptr) ++next;
+    order.insert(next, &child);
   }
   return {order.begin(), order.end()};
 }

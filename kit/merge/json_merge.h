@@ -16,7 +16,8 @@ enum class MergeSide { Left, Right, Root };
 
 /// Options of `MergeJson`.
 struct JsonMergeOptions {
-  /// The value in the place of a conflict. A side that lacks the member removes it.
+  /// The value in the place of a conflict. A side that lacks the member removes it. For whole
+  /// documents without a root, `Root` takes the left one.
   MergeSide conflictSide = MergeSide::Left;
   JsonArrayOptions arrays = {};
 };
@@ -48,8 +49,8 @@ struct JsonMerge {
 /// changed it differently, objects are merged by member and arrays by element (see
 /// `JsonArrayOptions`), also if the root has no value there; any other values are a conflict. A
 /// member or element that one side removed and the other changed is a conflict. Members keep the
-/// order of the left side; what only the right side has follows its predecessor there. If both
-/// sides reordered an array, the left order is taken.
+/// order of the left side; what only the right side has follows its predecessor there, after what
+/// only the left side has at that place. If both sides reordered an array, the left order is taken.
 ///
 /// Values are compared as `DiffJson` does. If the outcome has the value of the left or else the
 /// right document, it is that text, byte for byte. Otherwise the text is written anew: on one line
