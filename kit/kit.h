@@ -30,6 +30,14 @@
 #include <kit/store/recording_store.h>
 #include <kit/store/tee_store.h>
 #include <kit/text.h>
+#include <kit/text/bytes.h>
 #include <kit/text/error.h>
 #include <kit/text/progress.h>
 #include <kit/text/result.h>
+#include <kit/workspace/folder_entry.h>
+#include <kit/workspace/merge_preview.h>
+#include <kit/workspace/retention.h>
+#include <kit/workspace/snapshot.h>
+#include <kit/workspace/version.h>
+#include <kit/workspace/workspace.h>
+#include <kit/workspace/workspace_options.h>

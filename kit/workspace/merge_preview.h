@@ -2,6 +2,7 @@
 
 #include <kit/diff/tree_changes.h>
 #include <kit/export.h>
+#include <kit/merge/content_merger.h>
 #include <kit/text/bytes.h>
 #include <kit/workspace/version.h>
 
@@ -41,6 +42,10 @@ struct Conflict {
   ConflictSide base;                              ///< What both sides began with.
   ConflictSide ours;                              ///< What the current branch has.
   ConflictSide theirs;                            ///< What comes in.
+  /// What the host's merger made of the file, and the places that it couldn't merge. None without a
+  /// merger for the path.
+  std::optional<Bytes> merged = {};
+  std::vector<ContentConflict> places = {};
 
   friend bool operator==(const Conflict&, const Conflict&) = default;
 };

@@ -42,8 +42,10 @@ class Reloading {
   /// `head` is the new head of the branch, null if it is gone.
   Reloading(WorkspaceState& state, cow_ptr<Commit> head)
       : m_head(std::move(head)),
-        m_plan(state.GetRepository(), {m_head ? state.base : EmptyTree(), state.draft.GetTree(),
-                                       m_head ? RootOf(m_head) : EmptyTree()}) {}
+        m_plan(state.GetRepository(),
+               {m_head ? state.base : EmptyTree(), state.draft.GetTree(),
+                m_head ? RootOf(m_head) : EmptyTree()},
+               state.options.mergers) {}
 
   const MergePlan& GetPlan() const noexcept { return m_plan; }
   Snapshot Theirs() const { return Snapshot(m_head ? RootOf(m_head) : nullptr); }

@@ -29,10 +29,11 @@ struct Version {
   std::vector<std::string> tags;
   /// True if a program made it on its own account. Undo passes over it.
   bool isMachineMade = false;
-  std::string gesture;     ///< The gesture of a checkpoint; empty for other versions.
-  Id undoes;               ///< The version that this one undoes; empty if it undoes none.
-  Id redoes;               ///< The undoing version that this one undoes again; empty if none.
-  std::vector<Id> merges;  ///< The heads of other branches that this version has merged.
+  bool isCheckpoint = false;  ///< True if `Checkpoint` made it.
+  std::string gesture;        ///< The gesture of a checkpoint; empty for none.
+  Id undoes;                  ///< The version that this one undoes; empty if it undoes none.
+  Id redoes;                  ///< The undoing version that this one undoes again; empty if none.
+  std::vector<Id> merges;     ///< The heads of other branches that this version has merged.
 
   friend bool operator==(const Version&, const Version&) = default;
 };

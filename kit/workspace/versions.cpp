@@ -69,6 +69,7 @@ Result<MadeVersion> Workspace::Checkpoint(std::string_view label, std::string_vi
     commit.email = options.email;
     commit.time = now;
     NewVersion version = VersionOnTop(*m_state, label, commit);
+    version.message.annotations.isCheckpoint = true;
     version.message.annotations.gesture = gesture;
     if (version.parent && m_state->lastCheckpoint) {
       const std::chrono::seconds age = now - m_state->lastCheckpoint->time;

@@ -6,6 +6,7 @@
 #include <kit/text/bytes.h>
 #include <kit/text/result.h>
 #include <kit/workspace/merge_preview.h>
+#include <kit/workspace/retention.h>
 #include <kit/workspace/snapshot.h>
 #include <kit/workspace/version.h>
 #include <kit/workspace/workspace_options.h>
@@ -168,6 +169,16 @@ class TALVCS_KIT_API Workspace {
       std::string_view onto,
       const std::function<Result<Decisions>(const MergePreview&)>& decide = {},
       const MergeOptions& options = {});
+
+  /// Return what a rule would forget, and forget it: versions of all branches that it doesn't keep
+  /// leave the history, and their objects leave the store. A version after one that was forgotten
+  /// follows the next older one that is kept, with a new id; all else stays. The oldest version
+  /// that is left of a history can't be undone. Pending edits stay. Fails with `Conflict` if
+  /// somebody else has moved a branch. If another session still reads the store, the last step
+  /// fails with `Busy`: the versions are forgotten, and the next `CleanUp` brings back their bytes.
+  Result<RetentionReport> PreviewForget(const Retention& rule,
+                                        const ForgetOptions& options = {}) const;
+  Result<RetentionReport> Forget(const Retention& rule, const ForgetOptions& options = {});
 
   /// Returns true if somebody else has moved a branch since this workspace last looked.
   Result<bool> IsBehind() const;

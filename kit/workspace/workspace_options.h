@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kit/merge/content_merger.h>
 #include <kit/text/progress.h>
 #include <kit/workspace/version.h>
 
@@ -23,6 +24,9 @@ struct WorkspaceOptions {
   std::function<std::chrono::sys_seconds()> clock = {};
   /// The author's offset from UTC.
   std::chrono::minutes offset = {};
+  /// Merge files that both sides of a merge, an undo or a reload have changed. None: every such
+  /// file is a conflict.
+  ContentMergers mergers = {};
 };
 
 /// Options of the operations that make a version.

@@ -21,16 +21,36 @@ Id Store(IRepository& repository, const Buffer& content) {
 
 }  // namespace
 
-MergePlan::MergePlan(IRepository& repository, MergeSides sides)
+MergePlan::MergePlan(IRepository& repository, MergeSides sides, const ContentMergers& mergers)
     : m_repository(repository),
       m_sides(std::move(sides)),
       m_merge(MergeTrees(m_sides.base, m_sides.ours, m_sides.theirs)) {
-  for (const TreeConflict& conflict : m_merge.conflicts) {
-    m_conflicts.push_back({conflict.path, conflict.kind,
-                           SideOf(m_sides.base, conflict.base, conflict.path),
-                           SideOf(m_sides.ours, conflict.ours, conflict.path),
-                           SideOf(m_sides.theirs, conflict.theirs, conflict.path)});
+  std::vector<TreeConflict> undecided;
+  for (TreeConflict& found : m_merge.conflicts) {
+    Conflict conflict{found.path, found.kind, SideOf(m_sides.base, found.base, found.path),
+                      SideOf(m_sides.ours, found.ours, found.path),
+                      SideOf(m_sides.theirs, found.theirs, found.path)};
+    if (MergeContents(conflict, mergers)) continue;
+    m_conflicts.push_back(std::move(conflict));
+    undecided.push_back(std::move(found));
   }
+  m_merge.conflicts = std::move(undecided);
+}
+
+// A merger that can't merge a content leaves the file a conflict as a whole.
+bool MergePlan::MergeContents(Conflict& conflict, const ContentMergers& mergers) {
+  if (!conflict.ours.content || !conflict.theirs.content) return false;
+  ContentToMerge content{conflict.path, std::nullopt, conflict.ours.content->text(),
+                         conflict.theirs.content->text()};
+  if (conflict.base.content) content.root = conflict.base.content->text();
+  const Result<std::optional<MergedContent>> merged = mergers.Merge(content);
+  if (!merged || !*merged) return false;
+  conflict.merged = Bytes((*merged)->bytes);
+  conflict.places = (*merged)->conflicts;
+  if (!(*merged)->IsClean()) return false;
+  m_merge.edits.push_back(
+      {conflict.path, {Slot::Kind::File, Store(m_repository, conflict.merged->GetBuffer())}});
+  return true;
 }
 
 ConflictSide MergePlan::SideOf(const cow_ptr<Tree>& tree, const Slot& slot,

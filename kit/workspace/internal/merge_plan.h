@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kit/merge/content_merger.h>
 #include <kit/text/result.h>
 #include <kit/workspace/internal/tree_merge.h>
 #include <kit/workspace/merge_preview.h>
@@ -26,8 +27,9 @@ struct MergeSides {
 /// A merge of three trees: what needs no decision, and the conflicts with their contents.
 class MergePlan {
  public:
-  /// Merges. The repository, which must outlive the plan, stores what is made.
-  MergePlan(IRepository& repository, MergeSides sides);
+  /// Merges, and puts files that both sides changed to the mergers. The repository, which must
+  /// outlive the plan, stores what is made.
+  MergePlan(IRepository& repository, MergeSides sides, const ContentMergers& mergers);
 
   const std::vector<Conflict>& GetConflicts() const noexcept { return m_conflicts; }
   /// Returns our tree with everything that needs no decision.
@@ -37,6 +39,7 @@ class MergePlan {
   Result<cow_ptr<Tree>> Decide(const Decisions& decisions) const;
 
  private:
+  bool MergeContents(Conflict& conflict, const ContentMergers& mergers);
   ConflictSide SideOf(const cow_ptr<Tree>& tree, const Slot& slot, const std::string& path) const;
   Slot Chosen(const TreeConflict& conflict, const Decision& decision) const;
 

@@ -64,7 +64,7 @@ MergePreview Merging::Preview() {
   preview.isUpToDate = IsUpToDate();
   preview.isFastForward = !preview.isUpToDate && IsFastForward();
   if (preview.isUpToDate) return preview;
-  const MergePlan plan(m_state.GetRepository(), Sides());
+  const MergePlan plan(m_state.GetRepository(), Sides(), m_state.options.mergers);
   preview.changes = FilesChanged(m_state.base, plan.WithoutConflicts());
   preview.conflicts = plan.GetConflicts();
   return preview;
@@ -111,7 +111,7 @@ Result<std::optional<Version>> Merging::Run(const Decisions& decisions,
     m_state.BeginDraft(files);
     return std::optional(m_state.VersionOf(m_other));
   }
-  const MergePlan plan(m_state.GetRepository(), Sides());
+  const MergePlan plan(m_state.GetRepository(), Sides(), m_state.options.mergers);
   const Result<cow_ptr<Tree>> merged = plan.Decide(decisions);
   if (!merged) return merged.error();
   NewVersion version{m_head, *merged, Message(options.message),

@@ -1,6 +1,6 @@
 // description := message [LF LF "Workspace:" (SP word)*]
-// word        := "machine" | "gesture=" text | "undoes=" id | "redoes=" id | "merges=" id
-// text        := (letter | digit | "-" | "." | "_" | "%" two hexadecimal digits)+
+// word        := "machine" | "checkpoint" | "gesture=" text | "undoes=" id | "redoes=" id |
+// "merges=" id text        := (letter | digit | "-" | "." | "_" | "%" two hexadecimal digits)+
 //
 // The last line counts if an empty line and that key come before. A message that ends like that
 // itself gets a line without words. Unknown words are skipped.
@@ -73,6 +73,7 @@ void AppendId(std::string& line, std::string_view key, const Id& id) {
 std::string LineOf(const Annotations& annotations) {
   std::string line(kKey);
   if (annotations.isMachineMade) line += " machine";
+  if (annotations.isCheckpoint) line += " checkpoint";
   if (!annotations.gesture.empty()) line += " gesture=" + Escaped(annotations.gesture);
   AppendId(line, "undoes=", annotations.undoes);
   AppendId(line, "redoes=", annotations.redoes);
@@ -93,6 +94,7 @@ Id IdOf(std::string_view text) {
 
 void ParseWord(std::string_view word, Annotations& annotations) {
   if (word == "machine") annotations.isMachineMade = true;
+  if (word == "checkpoint") annotations.isCheckpoint = true;
   if (const auto gesture = ValueOf(word, "gesture=")) annotations.gesture = Unescaped(*gesture);
   if (const auto id = ValueOf(word, "undoes=")) annotations.undoes = IdOf(*id);
   if (const auto id = ValueOf(word, "redoes=")) annotations.redoes = IdOf(*id);

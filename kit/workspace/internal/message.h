@@ -11,6 +11,7 @@ namespace TalVcs::Kit {
 /// What a workspace writes into the description of a commit for itself.
 struct Annotations {
   bool isMachineMade = false;
+  bool isCheckpoint = false;
   std::string gesture;
   Id undoes;
   Id redoes;

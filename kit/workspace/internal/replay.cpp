@@ -20,7 +20,8 @@ std::vector<cow_ptr<Commit>> Replay::VersionsSince(const cow_ptr<Commit>& fork) 
 Result<cow_ptr<Tree>> Replay::FilesWith(const cow_ptr<Commit>& version,
                                         const cow_ptr<Commit>& top) {
   const MergePlan plan(m_state.GetRepository(),
-                       {RootOf(version->GetParent()), RootOf(top), RootOf(version)});
+                       {RootOf(version->GetParent()), RootOf(top), RootOf(version)},
+                       m_state.options.mergers);
   Decisions decisions;
   if (!plan.GetConflicts().empty() && m_decide) {
     MergePreview preview;

@@ -113,6 +113,7 @@ Version DescribeCommit(const Commit& commit) {
   version.time = std::chrono::sys_seconds(std::chrono::seconds(commit.GetCommitTime().ToTimeT()));
   version.offset = std::chrono::minutes(commit.GetCommitTimezoneBias().ticks / kTicksOfMinute);
   version.isMachineMade = text.annotations.isMachineMade;
+  version.isCheckpoint = text.annotations.isCheckpoint;
   version.gesture = std::move(text.annotations.gesture);
   version.undoes = text.annotations.undoes;
   version.redoes = text.annotations.redoes;

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <kit/export.h>
+#include <kit/open/statistics.h>
+#include <kit/text/progress.h>
+#include <kit/workspace/version.h>
+
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+/// A rule about which versions to keep. A value.
+///
+/// Every rule also keeps the head of each branch, each tag, and for each two branches the versions
+/// that a merge of them begins with.
+class TALVCS_KIT_API Retention {
+ public:
+  /// Keeps the newest versions of each branch.
+  static Retention KeepNewest(std::uint64_t count);
+  /// Keeps the versions that are not older than a time.
+  static Retention KeepSince(std::chrono::sys_seconds time);
+  /// Keeps the newest versions whose objects together have no more bytes, in packed form. What
+  /// every rule keeps comes first, even if it is more.
+  static Retention KeepUnder(std::uint64_t sizeBytes);
+  /// Keeps all versions but checkpoints. Of these, it keeps on each branch the newest ones: as many
+  /// of each hour of the day before `now`, and as many of each day before that. Hours and days are
+  /// UTC.
+  static Retention ThinAutosaves(std::uint64_t perHour, std::uint64_t perDay,
+                                 std::chrono::sys_seconds now);
+  /// Keeps the heads and the versions from which more than one other follows.
+  static Retention TipsAndForks();
+
+  /// Which rule it is.
+  enum class Kind { Newest, Since, Under, Thin, TipsAndForks };
+
+  Kind GetKind() const noexcept { return m_kind; }
+  std::uint64_t GetCount() const noexcept { return m_count; }
+  std::uint64_t GetPerDay() const noexcept { return m_perDay; }
+  std::chrono::sys_seconds GetTime() const noexcept { return m_time; }
+
+ private:
+  explicit Retention(Kind kind) noexcept : m_kind(kind) {}
+
+  Kind m_kind;
+  std::uint64_t m_count = 0;  // versions, bytes, or checkpoints in an hour
+  std::uint64_t m_perDay = 0;
+  std::chrono::sys_seconds m_time = {};
+};
+
+/// Options of `Workspace::Forget`.
+struct ForgetOptions {
+  /// Phases: "history", "contents" and those of `Save`, all before anything has changed. Then the
+  /// phases of `CleanUp`, which can't be cancelled.
+  Progress progress = {};
+};
+
+/// What a rule forgets.
+struct RetentionReport {
+  /// The versions that go, newest first, and the number of those that stay.
+  std::vector<Version> forgotten;
+  std::uint64_t keptVersions = 0;
+  /// Objects that leave the store, with those that nothing reached before.
+  ObjectTotals freed;
+};
+
+}  // namespace TalVcs::Kit
