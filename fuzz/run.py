@@ -30,6 +30,7 @@ TARGETS = {
     "object_codec": (512, 5),
     "operations": (512, 1),
     "path": (256, 20),
+    "sqlite_store": (16384, 1),
     "tree": (1024, 4),
     "utf": (256, 20),
 }
@@ -101,6 +102,8 @@ def main():
     print(LINE.format("target", "executions", "edges", "features", "new", "crashes"))
     crashed = False
     for target in arguments.targets or TARGETS:
+        if not arguments.targets and not (arguments.build / "fuzz" / f"fuzz_{target}").exists():
+            continue  # it needs a library that isn't there
         if arguments.runs is None:
             bound = [f"-max_total_time={arguments.seconds}"]
             corpus = arguments.build / "corpus" / target
