@@ -11,7 +11,9 @@ import hashlib
 import io
 import pathlib
 import random
+import sqlite3
 import sys
+import tempfile
 import zipfile
 import zlib
 
@@ -428,6 +430,102 @@ def pack_seeds():
     yield "more-behind", b"owone\nhaO\5\0\0garbage\nnwtwo\nh"
 
 
+SQLITE_TABLES = """
+CREATE TABLE objects(
+  number INTEGER PRIMARY KEY,
+  id BLOB NOT NULL,
+  size INTEGER NOT NULL,
+  encoding INTEGER NOT NULL,
+  data BLOB NOT NULL);
+CREATE INDEX objects_by_id ON objects(substr(id, 1, 8));
+CREATE TABLE heads(
+  name TEXT NOT NULL PRIMARY KEY,
+  id BLOB NOT NULL) WITHOUT ROWID;
+CREATE TABLE host_values(
+  name TEXT NOT NULL PRIMARY KEY,
+  value BLOB NOT NULL,
+  sum INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE meta(
+  name TEXT NOT NULL PRIMARY KEY,
+  value INTEGER NOT NULL) WITHOUT ROWID;
+"""
+SQLITE_PIECES = """
+CREATE TABLE pieces(
+  object INTEGER NOT NULL,
+  piece INTEGER NOT NULL,
+  data BLOB NOT NULL,
+  PRIMARY KEY(object, piece)) WITHOUT ROWID;
+INSERT INTO meta VALUES('log', 0);
+"""
+
+
+def sqlite_sum(name, value):
+    digest = hashlib.sha256(name.encode() + b"\0" + value).digest()
+    return int.from_bytes(digest[:8], "big", signed=True)
+
+
+def sqlite_fill(connection, version, rows):
+    """Makes the tables and fills them with the rows (id, size, encoding, data) and a head for each."""
+    connection.executescript(f"PRAGMA page_size = 512; PRAGMA auto_vacuum = INCREMENTAL;"
+                             f"PRAGMA application_id = 1415670870; PRAGMA user_version = {version};"
+                             + SQLITE_TABLES)
+    total = 0
+    for number, row in enumerate(rows):
+        connection.execute("INSERT INTO objects(id, size, encoding, data) VALUES(?, ?, ?, ?)", row)
+        connection.execute("INSERT INTO heads VALUES(?, ?)", (f"branch {number}", row[0]))
+        total ^= sqlite_sum(f"branch {number}", row[0])
+    connection.execute("INSERT INTO meta VALUES('heads', ?), ('removals', 0)", (total,))
+    connection.execute("INSERT INTO host_values VALUES('current', ?, ?)",
+                       (b"master", sqlite_sum("current", b"master")))
+    if version > 1:
+        connection.executescript(SQLITE_PIECES)
+    connection.commit()
+
+
+def sqlite_document(version, rows, change="", files=()):
+    """Returns the bytes of a document, and of files beside it while a last change is being made."""
+    with tempfile.TemporaryDirectory() as folder:
+        path = pathlib.Path(folder) / "document.tal"
+        connection = sqlite3.connect(path)
+        sqlite_fill(connection, version, rows)
+        connection.executescript(change)
+        result = [path.read_bytes()] + [path.with_name(path.name + end).read_bytes() for end in files]
+        connection.close()
+        return result
+
+
+def sqlite_seeds():
+    def plain(data):
+        return hashlib.sha256(data).digest(), len(data), 0, data
+    base = b"blob 62\0The first line stays. The second one of them is about apples.\n"
+    following = b"blob 61\0The first line stays. The second one of them is about pears.\n"
+    frame = bytes.fromhex("2045AD000070626C6F6220363170656172732E0A01004CCE6004")
+    name = hashlib.sha256(base).digest()
+    difference = (hashlib.sha256(following).digest(), 69, 1, bytes([2, 69]) + name + b"\1" + frame)
+    rows = [plain(base), difference, plain(b"blob 900\0" + bytes(range(256)) * 3)]
+    for version in (1, 2):
+        first = [rows[0], rows[2]] if version == 1 else rows
+        yield f"version-{version}", b"d" + sqlite_document(version, first)[0]
+    yield "empty", b"d"
+    yield "no-objects", b"d" + sqlite_document(2, [])[0]
+    pieces = "UPDATE objects SET data = 2 WHERE number = 3;" + "".join(
+        f"INSERT INTO pieces SELECT 3, {piece}, zeroblob(size / 2) FROM objects WHERE number = 3;"
+        for piece in (0, 1))
+    yield "pieces", b"d" + sqlite_document(2, rows, pieces)[0]
+    document, log = sqlite_document(
+        2, rows, "PRAGMA journal_mode = WAL; UPDATE meta SET value = 1 WHERE name = 'log';", ("-wal",))
+    yield "log", b"w" + len(document).to_bytes(2, "little") + document + log
+    document, journal = sqlite_document(
+        2, rows, "PRAGMA cache_size = 1; BEGIN; UPDATE objects SET id = zeroblob(32);", ("-journal",))
+    yield "journal", b"j" + len(document).to_bytes(2, "little") + document + journal
+    circle = [plain(base), (bytes(32), 69, 2, bytes([2, 69]) + bytes(32) + b"\1" + frame)]
+    yield "circle", b"d" + sqlite_document(2, circle)[0]
+    yield "view", b"d" + sqlite_document(
+        2, rows, "ALTER TABLE heads RENAME TO others; CREATE VIEW heads AS SELECT * FROM others;")[0]
+    yield "trigger", b"d" + sqlite_document(
+        2, rows, "CREATE TRIGGER t AFTER INSERT ON objects BEGIN DELETE FROM heads; END;")[0]
+
+
 SEEDS = {
     "json": json_seeds,
     "text_merge": text_merge_seeds,
@@ -441,9 +539,10 @@ SEEDS = {
     "directory_store": directory_seeds,
     "journal": journal_seeds,
     "object_codec": codec_seeds,
-    "encryption": encryption_seeds,
+    "encryption_store": encryption_seeds,
     "pack": pack_seeds,
-    "zip": zip_seeds,
+    "zip_store": zip_seeds,
+    "sqlite_store": sqlite_seeds,
 }
 
 

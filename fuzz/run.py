@@ -25,7 +25,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 TARGETS = {
     "commit_text": (512, 10),
     "directory_store": (512, 4),
-    "encryption": (256, 2),
+    "encryption_store": (256, 2),
     "journal": (512, 10),
     "json": (512, 10),
     "load": (1024, 2),
@@ -34,10 +34,11 @@ TARGETS = {
     "pack": (512, 4),
     "packed_object": (1024, 10),
     "path": (256, 20),
+    "sqlite_store": (16384, 1),
     "text_merge": (256, 10),
     "tree": (1024, 4),
     "utf": (256, 20),
-    "zip": (2048, 1),
+    "zip_store": (2048, 1),
 }
 # The smallest input that any target needs is far below what one allocation may take.
 LIMITS = ["-rss_limit_mb=1024", "-malloc_limit_mb=128"]

@@ -301,8 +301,13 @@ void SimulatedDisk::Restart(Unsynced unsynced, unsigned seed) {
 }
 
 void SimulatedDisk::StartWith(const std::string& name, const std::string& bytes) {
-  m_seen = {{name, std::make_shared<SimulatedFile>(SimulatedFile{bytes, bytes, {}})}};
-  m_kept = m_seen;
+  m_seen.clear();
+  m_kept.clear();
+  Add(name, bytes);
+}
+
+void SimulatedDisk::Add(const std::string& name, const std::string& bytes) {
+  m_seen[name] = m_kept[name] = std::make_shared<SimulatedFile>(SimulatedFile{bytes, bytes, {}});
 }
 
 }  // namespace TalVcs::Testing

@@ -67,6 +67,8 @@ class SimulatedDisk {
   const std::string& Content(const std::string& name) const { return m_seen.at(name)->seen; }
   /// Makes a file of these bytes and removes all others.
   void StartWith(const std::string& name, const std::string& bytes);
+  /// Adds a file of these bytes.
+  void Add(const std::string& name, const std::string& bytes);
 
  private:
   friend struct DiskCalls;
