@@ -16,6 +16,7 @@ namespace {
 
 // As many records are read when a store is opened, half a millisecond of work.
 constexpr std::size_t kMostTailRecords = 1024;
+constexpr std::uint64_t kMostTailBytes = std::uint64_t{1} << 20;
 
 // A small object comes with one read.
 constexpr std::size_t kFirstRead = 4096;
@@ -116,6 +117,7 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookAt(const ObjectKe
 void PackedObjects::Load() {
   m_tail.clear();
   m_damaged.clear();
+  m_tailBytes = 0;
   m_synced = PackPlace();
   m_indexes.Load(m_packs);
   m_end = m_indexes.GetEnd();
@@ -147,6 +149,7 @@ void PackedObjects::ScanOn() {
 }
 
 void PackedObjects::Take(const ScannedRecord& record, const PackPlace& place) {
+  m_tailBytes += record.bytes.size();
   if (record.isWhole) {
     m_tail.insert_or_assign(record.key, place);
     m_damaged.erase(record.key);
@@ -256,6 +259,7 @@ Status PackedObjects::AppendPiece(std::string_view records, std::span<const Entr
   m_lastCheck =
       static_cast<std::uint32_t>(NumberOf(records.substr(records.size() - kPackCheckSize)));
   if (begins) m_packs[at.pack] = m_end.offset;
+  m_tailBytes += records.size();
   std::uint64_t offset = at.offset;
   for (const Entry& entry : entries) {
     m_tail.insert_or_assign(entry.key, PackPlace{at.pack, offset});
@@ -282,7 +286,8 @@ Status PackedObjects::Sync() {
 }
 
 void PackedObjects::WriteIndexIfDue() {
-  if (m_tail.size() <= kMostTailRecords || m_unreadable) return;
+  const bool due = m_tail.size() > kMostTailRecords || m_tailBytes > kMostTailBytes;
+  if (!due || m_unreadable) return;
   std::vector<PackIndexEntry> entries;
   entries.reserve(m_tail.size());
   for (const auto& [key, place] : m_tail) {
@@ -292,6 +297,7 @@ void PackedObjects::WriteIndexIfDue() {
   if (!check || !*check || !m_indexes.Add(m_end, **check, std::move(entries))) return;
   m_tail.clear();
   m_damaged.clear();
+  m_tailBytes = 0;
   m_tailAfterLoad = 0;
 }
 

@@ -21,8 +21,8 @@ namespace TalVcs::Kit {
 /// The objects of a store in a folder that are in packs, by their encoded forms.
 ///
 /// The newest pack grows by one append for each write. Indexes say where the records are, except
-/// for the last thousand or so, which are found by reading them. So opening costs the same however
-/// many objects there are, and a look-up a few reads.
+/// for the last ones, a thousand or a megabyte at most, which are found by reading them. So opening
+/// costs the same however many objects there are, and a look-up a few reads.
 ///
 /// What an index or a look into a pack has found is kept in memory. It stays right as long as the
 /// packs that `Use` named are those of the store.
@@ -71,7 +71,7 @@ class PackedObjects {
   Status Sync();
   /// Where the packs end; pack 0 if there is none.
   const PackPlace& GetEnd() const noexcept { return m_end; }
-  /// Writes an index if many records have none.
+  /// Writes an index if many records have none, or long ones.
   void WriteIndexIfDue();
   /// Replaces the indexes by one for all records; for after the packs were rewritten.
   void WriteWholeIndex();
@@ -105,6 +105,7 @@ class PackedObjects {
   std::set<ObjectKey> m_damaged;          // those of them whose record is damaged
   PackPlace m_end;                        // where the next record is looked for
   std::optional<std::uint32_t> m_lastCheck;
+  std::uint64_t m_tailBytes = 0;
   std::size_t m_tailAfterLoad = 0;
   bool m_cutShort = false;  // the newest pack is shorter than the journal says
   std::optional<Error> m_unreadable;

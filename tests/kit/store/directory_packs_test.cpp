@@ -177,6 +177,23 @@ TEST_F(DirectoryPacks, OpeningAStoreOfManyObjectsReadsLittle) {
   EXPECT_LT(files->Calls(), 15);
 }
 
+TEST_F(DirectoryPacks, OpeningAStoreOfLargeObjectsReadsLittle) {
+  Id first;
+  {
+    DirectoryObjectStore store = Create();
+    for (unsigned number = 0; number < 20; ++number) {
+      const StoredObject object = Packed(NoiseOf(kMegabyte / 5, number));
+      if (number == 0) first = object.id;
+      store.Write({{object}}).value();
+    }
+  }
+  EXPECT_GE(Names(".index").size(), 1U);
+  const auto files = std::make_shared<FaultyFileSystem>();
+  DirectoryObjectStore store = StoreAccess::Open(m_folder.Path(), kQuick, files).value();
+  EXPECT_TRUE(store.Missing({{first}}).value().empty());
+  EXPECT_LT(files->CallsOf("ReadAt 00000001.pack"), 10);
+}
+
 TEST_F(DirectoryPacks, LargeObjectIsAFileUnlessItCanBeCompressed) {
   DirectoryObjectStore store = Create();
   const StoredObject noise = Packed(NoiseOf(kMegabyte + 5, 1));
