@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <tests/support/bytes.h>
+#include <tests/support/shifted_reader.h>
 
 #include <algorithm>
 #include <cstring>
@@ -40,17 +41,6 @@ class TornStream final : public IStream {
   std::size_t m_readable;
   std::size_t m_writable;
   std::size_t m_position = 0;
-};
-
-/// A reader of a host's class that reports a position of its own.
-class ShiftedReader final : public StreamIO {
- public:
-  ShiftedReader(const Stream& stream, std::uint64_t position)
-      : StreamIO(stream), m_position(position) {}
-  std::uint64_t GetPosition() const override { return m_position; }
-
- private:
-  std::uint64_t m_position;
 };
 
 /// A host's stream that shares more bytes than its size says.

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <tests/support/parsing_fixture.h>
+#include <tests/support/shifted_reader.h>
 
 #include <string>
 
@@ -47,6 +48,12 @@ TEST_F(BlobParsing, StreamIsReadFromItsPosition) {
   char skipped[2];
   ASSERT_TRUE(stream.Read(skipped, 2));
   EXPECT_EQ(TextOf(Blob::Deserialize(stream)), "abc");
+}
+
+TEST_F(BlobParsing, ContentHasAsManyBytesAsTheReaderReports) {
+  const std::string packed = Packed("blob", "abcdef");
+  ShiftedReader reader(StreamOf(packed), packed.size() - 4);
+  EXPECT_EQ(TextOf(Blob::Deserialize(reader)), "abcd");
 }
 
 TEST_F(TreeParsing, EmptyIdNullRepositoryOrEmptyGetterGivesNull) {
