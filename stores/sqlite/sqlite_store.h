@@ -1,8 +1,8 @@
 #pragma once
 
 #include <kit/store/object_store.h>
-#include <kit/text/progress.h>
 #include <kit/store/repairable_store.h>
+#include <kit/text/progress.h>
 #include <stores/sqlite/export.h>
 
 #include <chrono>

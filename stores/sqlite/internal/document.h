@@ -40,8 +40,8 @@ class Document {
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark);
   Result<std::optional<std::string>> Value(std::string_view name);
   Status SetValue(std::string_view name, std::optional<std::string_view> value);
-  Status CompactInto(const std::filesystem::path& target, const Progress& progress);
   Status Replace(std::span<const StoredObject> objects);
+  Status CompactInto(const std::filesystem::path& target, const Progress& progress);
   /// Puts the pending objects into the file by a transaction of their own.
   Status WritePending();
 

@@ -117,16 +117,15 @@ Status ObjectTable::Insert(std::span<const PendingObjects::Entry> objects) {
 
 /// The row keeps its number, which differences have from it as their base.
 Status ObjectTable::Replace(const PendingObjects::Entry& object) {
+  // What depends on damaged bytes must not be remembered.
+  m_encoded.Clear();
+  Result<std::int64_t> number = NumberOf(object.key);
+  if (!number) return std::move(number).error();
   ObjectRow row;
-  row.key = object.key;
-  Encode(nullptr, 0, object.packed, row);
-  {
-    Statement found = m_database.Use(Query::FindObject, Task::Save);
-    const Result<bool> has = found.Bind(1, object.key).Step();
-    if (!has) return has.error();
-    if (*has) row.number = found.Number(0).value_or(0);
-  }
-  Status status = row.number > 0 ? m_rows.Remove(row.number) : Status();
+  Status status = Encode({object.key, object.packed, Id()}, row);
+  m_encoded.Clear();
+  if (status && *number > 0) status = m_rows.Remove(*number);
+  row.number = *number;
   return status ? m_rows.Insert(row) : status;
 }
 

@@ -35,12 +35,13 @@ class ObjectTable {
   /// Inserts those of the objects that the table lacks. Needs a write transaction.
   Status Insert(std::span<const PendingObjects::Entry> objects);
 
-  /// Inserts a row of another table under its number, and encodes it if it is plain. The table must
-  /// lack it. Needs a write transaction.
-  Status InsertCopy(const ObjectRow& row);
   /// Puts an object into the table in place of what the table has under its key. Needs a write
   /// transaction.
   Status Replace(const PendingObjects::Entry& object);
+
+  /// Inserts a row of another table under its number, and encodes it if it is plain. The table must
+  /// lack it. Needs a write transaction.
+  Status InsertCopy(const ObjectRow& row);
 
   /// Appends the keys of the next rows after `number`, which then is that of the last one. Appends
   /// none at the end.
