@@ -24,8 +24,8 @@ Error InTheWay(std::string_view path, std::string_view reason) {
 }
 
 void AddTo(BatchEdit& edit, const WideString& path, const cow_ptr<Object>& object) {
-  if (const auto* blob = dynamic_cast<const Blob*>(object.get())) {
-    edit.AddBlob(path, *blob);
+  if (object->GetHeader() == "blob") {
+    edit.AddBlob(path, static_cast<const Blob&>(*object));
   } else {
     edit.AddTree(path, static_cast<const Tree&>(*object));
   }

@@ -6,9 +6,10 @@
 #include <kit/open/repair.h>
 #include <kit/open/verify.h>
 #include <kit/store/directory_object_store.h>
+#include <kit/store/fault_injection_store.h>
+#include <kit/store/memory_object_store.h>
+#include <kit/store/passing_store.h>
 #include <tests/kit/open/histories.h>
-#include <tests/kit/open/passing_store.h>
-#include <tests/kit/store/faulty_object_store.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/support/bytes.h>
 
@@ -33,6 +34,16 @@ void RemoveObject(IObjectStore& store, const Id& id) {
 void DamageObject(IRepairableStore& store, const Id& id) {
   store.Replace(std::vector<StoredObject>{{id, BufferOf("blob 5\0wrong")}}).value();
 }
+
+/// A store in memory that can't replace objects.
+class UnrepairableStore final : public PassingStore {
+ public:
+  UnrepairableStore() : PassingStore(std::make_shared<MemoryObjectStore>()) {}
+
+  Status Replace(std::span<const StoredObject>) override {
+    return Error{ErrorCode::Unsupported, "the store can't replace objects", {}, {}, {}, {}};
+  }
+};
 
 /// Requires that the first store has the objects and bytes of the second one.
 void ExpectSame(IObjectStore& actual, IObjectStore& expected) {
@@ -89,15 +100,15 @@ TEST(Repair, StoreWithoutAnyGoodObjectIsRepairedAtOnce) {
 TEST(Repair, WholeStoreIsNotWritten) {
   const auto good = SmallStore();
   MemoryObjectStore memory = *good;
-  FaultyObjectStore store(memory);
-  FaultyObjectStore source(*good);
+  FaultInjectionStore store(memory);
+  FaultInjectionStore source(*good);
   const RepairReport report = Repair(store, source).value();
   EXPECT_TRUE(report.IsWhole());
   EXPECT_EQ(report.repairedObjects, 0u);
   EXPECT_EQ(report.lost.branches.size(), 3u);
-  EXPECT_EQ(store.CallsOf("Write"), 0);
-  EXPECT_EQ(store.CallsOf("MoveHeads"), 0);
-  EXPECT_EQ(source.Calls(), 0);
+  EXPECT_EQ(store.CountCalls(StoreOperation::Write), 0u);
+  EXPECT_EQ(store.CountCalls(StoreOperation::MoveHeads), 0u);
+  EXPECT_EQ(source.CountCalls(), 0u);
 }
 
 TEST(Repair, ObjectThatTheSourceHasDamagedIsReportedAsLost) {
@@ -138,11 +149,11 @@ TEST(Repair, SourcesCanBeUsedOneAfterAnother) {
 
 TEST(Repair, StoreThatCanNotReplaceGetsWhatIsMissing) {
   const auto good = SmallStore();
-  PassingStore store;
+  UnrepairableStore store;
   Copy(*good, store).value();
   const Id missing = SharedBlob("deep")->GetId();
   RemoveObject(store, missing);
-  FaultyObjectStore damaged(store);
+  FaultInjectionStore damaged(store);
   const Id wrong = SharedBlob("2")->GetId();
   damaged.ReplaceObject(wrong, BufferOf("other bytes"));
   const RepairReport report = Repair(damaged, *good).value();
@@ -174,11 +185,11 @@ TEST(Repair, FailureOfAnyCallLeavesAStoreThatCanBeRepaired) {
   const auto good = SmallStore();
   for (const bool source_fails : {false, true}) {
     for (int call = 1;; ++call) {
-      PassingStore memory;
+      UnrepairableStore memory;
       Copy(*good, memory).value();
       for (const char* text : {"deep", "2", "1"}) RemoveObject(memory, SharedBlob(text)->GetId());
-      FaultyObjectStore store(memory);
-      FaultyObjectStore source(*good);
+      FaultInjectionStore store(memory);
+      FaultInjectionStore source(*good);
       (source_fails ? source : store).FailFrom(call);
       const Result<RepairReport> report = Repair(store, source);
       const bool has_failed = source_fails ? source.HasFailed() : store.HasFailed();
@@ -200,7 +211,7 @@ TEST(Repair, RemovalMeanwhileMakesItLookAgain) {
     RemoveObject(memory, SharedBlob("deep")->GetId());
     memory.Write(std::vector<StoredObject>{{SharedBlob("unused")->GetId(), BufferOf("x")}}).value();
     memory.MoveHeads({}).value();
-    FaultyObjectStore store(memory);
+    FaultInjectionStore store(memory);
     bool has_run = false;
     store.InterruptAt(call, [&] {
       has_run = true;

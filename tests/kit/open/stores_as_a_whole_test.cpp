@@ -191,9 +191,9 @@ TEST(Copy, BranchOfTheTargetWithCommitsOfItsOwnIsAConflict) {
 /// Requires that a copy reads from the source what the target lacks, and nothing else.
 void ExpectReadsWhatIsMissing(IObjectStore& from, IObjectStore& to) {
   const std::size_t missing = to.Missing(ObjectsOf(from)).value().size();
-  FaultyObjectStore source(from);
+  FaultInjectionStore source(from);
   EXPECT_EQ(Copy(source, to).value().writtenObjects, missing);
-  EXPECT_EQ(source.ReadCount(), missing);
+  EXPECT_EQ(source.CountReadIds(), missing);
   EXPECT_EQ(ObjectsOf(to), ObjectsOf(from));
   EXPECT_EQ(HeadsOf(to), HeadsOf(from));
 }
@@ -219,7 +219,7 @@ TEST(Copy, GoesOnAfterTheTargetFailed) {
   const auto from = SmallStore();
   for (int call = 1;; ++call) {
     MemoryObjectStore memory;
-    FaultyObjectStore target(memory);
+    FaultInjectionStore target(memory);
     target.FailFrom(call, 1000);
     const auto failed = Copy(*from, target);
     if (failed) break;
@@ -231,7 +231,7 @@ TEST(Copy, GoesOnAfterTheTargetFailed) {
 TEST(Copy, ReadsBackWhatItHasWritten) {
   const auto from = SmallStore();
   MemoryObjectStore memory;
-  FaultyObjectStore target(memory);
+  FaultInjectionStore target(memory);
   std::vector<std::string> phases;
   Copy(*from, target,
        {.readBack = true,
@@ -241,7 +241,7 @@ TEST(Copy, ReadsBackWhatItHasWritten) {
               return true;
             }})
       .value();
-  EXPECT_EQ(target.ReadCount(), from->GetCount());
+  EXPECT_EQ(target.CountReadIds(), from->GetCount());
   EXPECT_EQ(phases.back(), "read back");
   EXPECT_EQ(HeadsOf(memory), HeadsOf(*from));
 }
@@ -250,7 +250,7 @@ TEST(Copy, ObjectThatDoesNotComeBackIsAnErrorBeforeAnyHeadMoves) {
   const auto from = SmallStore();
   for (const Id& id : ObjectsOf(*from)) {
     MemoryObjectStore memory;
-    FaultyObjectStore target(memory);
+    FaultInjectionStore target(memory);
     target.ReplaceObject(id, Buffer());
     const auto copied = Copy(*from, target, {.readBack = true});
     ASSERT_EQ(CodeOf(copied), "Damaged");
@@ -263,7 +263,7 @@ TEST(Copy, CleanUpBesideAReadBackMakesItLookAgain) {
   const auto from = SmallStore();
   for (int call = 1;; ++call) {
     MemoryObjectStore memory;
-    FaultyObjectStore target(memory);
+    FaultInjectionStore target(memory);
     bool has_run = false;
     target.InterruptAt(call, [&] {
       has_run = true;

@@ -1,9 +1,9 @@
 // What an application does on its first day, and what must not go wrong then.
 
 #include <kit/open/clean_up.h>
+#include <kit/store/passing_store.h>
 #include <kit/store/read_history.h>
 #include <kit/text.h>
-#include <tests/kit/open/passing_store.h>
 #include <tests/kit/workspace/workspace_fixture.h>
 
 #include <thread>
@@ -37,12 +37,12 @@ TEST_F(WorkspaceSafety, MergeThatEmptiesAFolderComesBack) {
 }
 
 /// A store in which one object is gone.
-class LossyStore final : public PassingStore {
+class LossyStore final : public Kit::PassingStore {
  public:
-  using PassingStore::PassingStore;
+  using Kit::PassingStore::PassingStore;
 
   Kit::Status Read(std::span<const Id> ids, const Kit::ReadSink& sink) override {
-    return PassingStore::Read(ids, [&](const Id& id, Kit::Result<Buffer> packed) {
+    return Kit::PassingStore::Read(ids, [&](const Id& id, Kit::Result<Buffer> packed) {
       if (id == lost) packed = Kit::Error{ErrorCode::NotFound, "gone", "", "", "", {}};
       sink(id, std::move(packed));
     });
@@ -58,7 +58,7 @@ TEST_F(WorkspaceSafety, DamagedDocumentIsAnErrorAndNoSaveReplacesIt) {
   CommitFiles({{"a", "1"}}, "first");
   const Version head = CommitFiles({{"a", "2"}}, "second");
   const auto heads = store->Heads().value();
-  auto lossy = std::make_shared<LossyStore>(*store);
+  auto lossy = std::make_shared<LossyStore>(store);
   lossy->lost = head.id;
   EXPECT_FALSE(Kit::Workspace::Open(lossy).ok());
   EXPECT_EQ(store->Heads().value(), heads);
@@ -67,7 +67,7 @@ TEST_F(WorkspaceSafety, DamagedDocumentIsAnErrorAndNoSaveReplacesIt) {
 
 TEST_F(WorkspaceSafety, DamagedFileLeavesTheOthersReadable) {
   CommitFiles({{"a", "1"}, {"b", "2"}}, "first");
-  auto lossy = std::make_shared<LossyStore>(*store);
+  auto lossy = std::make_shared<LossyStore>(store);
   lossy->lost = Kit::BlobFromBytes("1").GetId();
   Kit::Workspace damaged = Kit::Workspace::Open(lossy).value();
   EXPECT_THAT(damaged.Read("a"), FailsWith(ErrorCode::Damaged));
@@ -79,25 +79,25 @@ TEST_F(WorkspaceSafety, DamagedFileLeavesTheOthersReadable) {
 }
 
 /// A store that counts what is asked of it.
-class CountingStore final : public PassingStore {
+class CountingStore final : public Kit::PassingStore {
  public:
-  using PassingStore::PassingStore;
+  using Kit::PassingStore::PassingStore;
 
   Kit::Result<std::vector<Id>> Missing(std::span<const Id> ids) override {
     calls += 1 + ids.size();
-    return PassingStore::Missing(ids);
+    return Kit::PassingStore::Missing(ids);
   }
   Kit::Status Read(std::span<const Id> ids, const Kit::ReadSink& sink) override {
     calls += 1 + ids.size();
-    return PassingStore::Read(ids, sink);
+    return Kit::PassingStore::Read(ids, sink);
   }
   Kit::Status ReadHistory(const Id& id, std::uint64_t most, const Kit::ReadSink& sink) override {
     calls += 1 + most;
-    return PassingStore::ReadHistory(id, most, sink);
+    return Kit::PassingStore::ReadHistory(id, most, sink);
   }
   Kit::Status List(const Kit::IdSink& sink) override {
     calls += 1000000;
-    return PassingStore::List(sink);
+    return Kit::PassingStore::List(sink);
   }
 
   std::uint64_t calls = 0;
@@ -111,7 +111,7 @@ TEST_F(WorkspaceSafety, CheckpointUndoAndLogCostTheSameInALongHistory) {
       workspace.Write("file " + std::to_string(content % 10), std::to_string(content)).value();
       workspace.Commit(std::to_string(content++)).value();
     }
-    auto counting = std::make_shared<CountingStore>(*store);
+    auto counting = std::make_shared<CountingStore>(store);
     Kit::Workspace counted = Kit::Workspace::Open(counting).value();
     counted.Write("file 0", "autosave " + std::to_string(versions)).value();
     counted.Checkpoint("Autosave", "", now).value();
