@@ -45,19 +45,43 @@ string(REGEX REPLACE "/$" "" talvcs_prefix_from_module "${talvcs_prefix_from_mod
 
 talvcs_install_component(talvcs talvcs talvcs)
 if(TARGET talvcs_kit)
-  talvcs_install_component(kit talvcs_kit talvcs-kit)
-endif()
-if(TARGET talvcs_sqlite)
-  # The shared library links SQLite itself; hosts of the static one have to find it.
-  set(talvcs_sqlite_packages "")
-  set(talvcs_sqlite_modules "")
-  get_target_property(talvcs_sqlite_type talvcs_sqlite TYPE)
-  if(talvcs_sqlite_type STREQUAL "STATIC_LIBRARY")
-    set(talvcs_sqlite_packages SQLite3)
-    set(talvcs_sqlite_modules sqlite3)
+  # The shared library links zstd itself; hosts of the static one have to find it.
+  set(talvcs_kit_packages "")
+  set(talvcs_kit_modules "")
+  get_target_property(talvcs_kit_type talvcs_kit TYPE)
+  if(TALVCS_WITH_ZSTD AND talvcs_kit_type STREQUAL "STATIC_LIBRARY")
+    set(talvcs_kit_packages Zstd)
+    set(talvcs_kit_modules libzstd)
+    install(FILES cmake/FindZstd.cmake
+      DESTINATION "${talvcs_package_dir}" COMPONENT kit_dev)
   endif()
-  talvcs_install_component(sqlite talvcs_sqlite talvcs-sqlite PACKAGES ${talvcs_sqlite_packages})
+  talvcs_install_component(kit talvcs_kit talvcs-kit PACKAGES ${talvcs_kit_packages})
 endif()
+
+# talvcs_install_store(<name> [STATIC_PACKAGES <package>...] [STATIC_MODULES <module>...]): the component of
+# a store, if it is built. The shared library links what it needs itself; hosts of the static one have to
+# find the packages, or by pkg-config the modules.
+macro(talvcs_install_store name)
+  cmake_parse_arguments(talvcs_store "" "" "STATIC_PACKAGES;STATIC_MODULES" ${ARGN})
+  if(TARGET talvcs_${name})
+    set(talvcs_${name}_packages "")
+    set(talvcs_${name}_modules "")
+    get_target_property(talvcs_store_type talvcs_${name} TYPE)
+    if(talvcs_store_type STREQUAL "STATIC_LIBRARY")
+      set(talvcs_${name}_packages ${talvcs_store_STATIC_PACKAGES})
+      list(JOIN talvcs_store_STATIC_MODULES ", " talvcs_${name}_modules)
+      foreach(talvcs_package IN LISTS talvcs_${name}_packages)
+        if(EXISTS "${PROJECT_SOURCE_DIR}/cmake/Find${talvcs_package}.cmake")
+          install(FILES "cmake/Find${talvcs_package}.cmake"
+            DESTINATION "${talvcs_package_dir}" COMPONENT ${name}_dev)
+        endif()
+      endforeach()
+    endif()
+    talvcs_install_component(${name} talvcs_${name} talvcs-${name} PACKAGES ${talvcs_${name}_packages})
+  endif()
+endmacro()
+talvcs_install_store(sqlite STATIC_PACKAGES SQLite3 STATIC_MODULES sqlite3)
+talvcs_install_store(zip STATIC_PACKAGES LibZip ZLIB STATIC_MODULES libzip zlib)
 
 configure_package_config_file(cmake/TalVcsConfig.cmake.in TalVcsConfig.cmake
   INSTALL_DESTINATION "${talvcs_package_dir}"

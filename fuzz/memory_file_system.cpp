@@ -18,6 +18,7 @@ using TalVcs::Kit::LockWait;
 
 constexpr std::string_view kStore = "/host/store/.vcs";
 constexpr std::string_view kObjects = "/host/store/.vcs/objects";
+constexpr std::string_view kPacks = "/host/store/.vcs/packs";
 constexpr const char* kState = "/host/store/.vcs/state";
 constexpr const char* kHostBytes = "the host's";
 
@@ -40,14 +41,22 @@ bool IsObject(std::string_view text) {
          IsHex(rest.substr(3), 62);
 }
 
+/// A pack has a number of 8 digits, an index two places of 16.
+bool IsPackOrIndex(std::string_view text) {
+  const std::string_view name = Below(text, kPacks);
+  if (name.ends_with(".pack")) return IsHex(name.substr(0, name.size() - 5), 8);
+  return name.size() == 39 && name.ends_with(".index") && name[16] == '-' &&
+         IsHex(name.substr(0, 16), 16) && IsHex(name.substr(17, 16), 16);
+}
+
 bool IsStoreFile(std::string_view text) {
   const std::string_view name = Below(text, kStore);
   return name == "state" || name == "state.new" || name == "lock" || name == "readers" ||
-         IsObject(text);
+         IsObject(text) || IsPackOrIndex(text);
 }
 
 bool IsStoreFolder(std::string_view text) {
-  return text == "/host/store" || text == kStore || text == kObjects ||
+  return text == "/host/store" || text == kStore || text == kObjects || text == kPacks ||
          IsHex(Below(text, kObjects), 2);
 }
 
@@ -89,6 +98,35 @@ class MemoryFileSystem::Lock final : public FileLock {
  private:
   std::shared_ptr<LockState> m_state;
   LockKind m_kind;
+};
+
+class MemoryFileSystem::File final : public TalVcs::Kit::OpenedFile {
+ public:
+  File(MemoryFileSystem& files, std::string path) : m_files(files), m_path(std::move(path)) {}
+
+  std::error_code ReadAt(std::uint64_t position, char* target, std::size_t size,
+                         std::size_t& count) override {
+    count = 0;
+    if (m_files.Fails()) return InjectedError();
+    const std::string content = Content();
+    if (position < content.size()) count = content.copy(target, size, position);
+    return {};
+  }
+  std::error_code GetSize(std::uint64_t& size) override {
+    if (m_files.Fails()) return InjectedError();
+    size = Content().size();
+    return {};
+  }
+
+ private:
+  /// Nothing once the name has gone: no store reads on then.
+  std::string Content() const {
+    const auto found = m_files.m_content.files.find(m_path);
+    return found == m_files.m_content.files.end() ? std::string() : found->second;
+  }
+
+  MemoryFileSystem& m_files;
+  std::string m_path;
 };
 
 MemoryFileSystem::MemoryFileSystem() {
@@ -153,6 +191,15 @@ std::error_code MemoryFileSystem::GetFileSize(const Path& path, std::uint64_t& s
   return {};
 }
 
+std::error_code MemoryFileSystem::OpenFile(const Path& path,
+                                           std::unique_ptr<TalVcs::Kit::OpenedFile>& file) {
+  const std::string name = FileOf(path);
+  if (Fails()) return InjectedError();
+  if (!m_content.files.contains(name)) return Missing();
+  file = std::make_unique<File>(*this, name);
+  return {};
+}
+
 std::error_code MemoryFileSystem::CreateFile(const Path& path, const Buffer& bytes) {
   const std::string file = FileOf(path);
   if (!m_content.folders.contains(Parent(file))) return Missing();
@@ -170,6 +217,14 @@ std::error_code MemoryFileSystem::AppendFile(const Path& path, const Buffer& byt
   const bool fails = Fails();
   found->second += fails ? content.substr(0, content.size() / 2) : content;
   return fails ? InjectedError() : std::error_code();
+}
+
+std::error_code MemoryFileSystem::TruncateFile(const Path& path, std::uint64_t size) {
+  const auto found = m_content.files.find(FileOf(path));
+  if (Fails()) return InjectedError();
+  if (found == m_content.files.end()) return Missing();
+  found->second.resize(static_cast<std::size_t>(size));
+  return {};
 }
 
 std::error_code MemoryFileSystem::SyncFile(const Path& path) {

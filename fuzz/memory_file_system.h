@@ -46,8 +46,11 @@ class MemoryFileSystem final : public TalVcs::Kit::FileSystem {
   std::error_code ReadFileFrom(const Path& path, std::uint64_t from,
                                TalVcs::Buffer& bytes) override;
   std::error_code GetFileSize(const Path& path, std::uint64_t& size) override;
+  std::error_code OpenFile(const Path& path,
+                           std::unique_ptr<TalVcs::Kit::OpenedFile>& file) override;
   std::error_code CreateFile(const Path& path, const TalVcs::Buffer& bytes) override;
   std::error_code AppendFile(const Path& path, const TalVcs::Buffer& bytes) override;
+  std::error_code TruncateFile(const Path& path, std::uint64_t size) override;
   std::error_code SyncFile(const Path& path) override;
   std::error_code SyncFolder(const Path& path) override;
   std::error_code SyncMedium(const Path& path) override;
@@ -65,6 +68,7 @@ class MemoryFileSystem final : public TalVcs::Kit::FileSystem {
     bool exclusive = false;
   };
   class Lock;
+  class File;
 
   bool Fails();
   void PutHostFile(const std::string& path);

@@ -2,6 +2,7 @@
 
 #include <talvcs/foundation/names.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -18,6 +19,22 @@ class FileLock {
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
   virtual ~FileLock() = default;
+};
+
+/// A file that is open for reading. It can be read after its name has gone.
+class OpenedFile {
+ public:
+  OpenedFile() = default;
+  OpenedFile(const OpenedFile&) = delete;
+  OpenedFile& operator=(const OpenedFile&) = delete;
+  virtual ~OpenedFile() = default;
+
+  /// Copies the bytes from `position` on to `target`, `size` of them or as many as there are, and
+  /// puts their number in `count`.
+  virtual std::error_code ReadAt(std::uint64_t position, char* target, std::size_t size,
+                                 std::size_t& count) = 0;
+  /// Puts the present size in `size`.
+  virtual std::error_code GetSize(std::uint64_t& size) = 0;
 };
 
 enum class LockKind { Shared, Exclusive };
@@ -41,11 +58,17 @@ class FileSystem {
   virtual std::error_code ReadFileFrom(const Path& path, std::uint64_t from, Buffer& bytes) = 0;
   virtual std::error_code GetFileSize(const Path& path, std::uint64_t& size) = 0;
 
+  /// Opens a file for reading.
+  virtual std::error_code OpenFile(const Path& path, std::unique_ptr<OpenedFile>& file) = 0;
+
   /// Makes a new file; `errc::file_exists` if the name is taken. A failed one may leave a part.
   virtual std::error_code CreateFile(const Path& path, const Buffer& bytes) = 0;
 
   /// Puts the bytes at the end of a file that is there. A failed one may leave a part.
   virtual std::error_code AppendFile(const Path& path, const Buffer& bytes) = 0;
+
+  /// Removes the bytes of a file from position `size` on.
+  virtual std::error_code TruncateFile(const Path& path, std::uint64_t size) = 0;
 
   /// Wait until the bytes of a file, the names in a folder, or everything on the medium of `path`
   /// is kept. The last gives `errc::function_not_supported` where there is no such call.

@@ -59,6 +59,36 @@ class PosixLock final : public FileLock {
   Descriptor m_file;
 };
 
+class PosixFile final : public OpenedFile {
+ public:
+  explicit PosixFile(Descriptor file) noexcept : m_file(std::move(file)) {}
+
+  std::error_code ReadAt(std::uint64_t position, char* target, std::size_t size,
+                         std::size_t& count) override {
+    count = 0;
+    while (count < size) {
+      const ssize_t got = Retry([&] {
+        return ::pread(m_file.Number(), target + count, size - count,
+                       static_cast<off_t>(position + count));
+      });
+      if (got < 0) return SystemError();
+      if (got == 0) break;
+      count += static_cast<std::size_t>(got);
+    }
+    return {};
+  }
+
+  std::error_code GetSize(std::uint64_t& size) override {
+    struct stat status;
+    if (::fstat(m_file.Number(), &status) < 0) return SystemError();
+    size = static_cast<std::uint64_t>(status.st_size);
+    return {};
+  }
+
+ private:
+  Descriptor m_file;
+};
+
 std::error_code WriteAll(int number, std::span<const std::byte> bytes) {
   while (!bytes.empty()) {
     const ssize_t count = Retry([&] { return ::write(number, bytes.data(), bytes.size()); });
@@ -104,11 +134,22 @@ class PosixFileSystem final : public FileSystem {
     return {};
   }
 
+  std::error_code OpenFile(const Path& path, std::unique_ptr<OpenedFile>& file) override {
+    Descriptor opened(path, O_RDONLY);
+    if (!opened.IsOpen()) return SystemError();
+    file = std::make_unique<PosixFile>(std::move(opened));
+    return {};
+  }
+
   std::error_code CreateFile(const Path& path, const Buffer& bytes) override {
     return Write(path, O_WRONLY | O_CREAT | O_EXCL, bytes);
   }
   std::error_code AppendFile(const Path& path, const Buffer& bytes) override {
     return Write(path, O_WRONLY | O_APPEND, bytes);
+  }
+
+  std::error_code TruncateFile(const Path& path, std::uint64_t size) override {
+    return ErrorOf(Retry([&] { return ::truncate(path.c_str(), static_cast<off_t>(size)); }));
   }
 
   std::error_code SyncFile(const Path& path) override { return Sync(path, 0); }

@@ -52,6 +52,41 @@ class WindowsLock final : public FileLock {
   Handle m_file;
 };
 
+class WindowsFile final : public OpenedFile {
+ public:
+  explicit WindowsFile(Handle file) noexcept : m_file(std::move(file)) {}
+
+  std::error_code ReadAt(std::uint64_t position, char* target, std::size_t size,
+                         std::size_t& count) override {
+    constexpr std::size_t kMost = std::size_t{1} << 30;
+    count = 0;
+    while (count < size) {
+      OVERLAPPED place{};
+      place.Offset = static_cast<DWORD>((position + count) & 0xFFFFFFFFU);
+      place.OffsetHigh = static_cast<DWORD>((position + count) >> 32);
+      DWORD got = 0;
+      const auto most = static_cast<DWORD>(std::min(size - count, kMost));
+      if (!::ReadFile(m_file.Get(), target + count, most, &got, &place)) {
+        if (::GetLastError() != ERROR_HANDLE_EOF) return SystemError();
+        got = 0;
+      }
+      if (got == 0) break;
+      count += got;
+    }
+    return {};
+  }
+
+  std::error_code GetSize(std::uint64_t& size) override {
+    LARGE_INTEGER end{};
+    if (!::GetFileSizeEx(m_file.Get(), &end)) return SystemError();
+    size = static_cast<std::uint64_t>(end.QuadPart);
+    return {};
+  }
+
+ private:
+  Handle m_file;
+};
+
 std::error_code WriteAll(HANDLE handle, std::span<const std::byte> bytes) {
   constexpr std::size_t kMost = std::size_t{1} << 30;
   while (!bytes.empty()) {
@@ -104,11 +139,27 @@ class WindowsFileSystem final : public FileSystem {
     return error;
   }
 
+  std::error_code OpenFile(const Path& path, std::unique_ptr<OpenedFile>& file) override {
+    Handle opened(path, GENERIC_READ, OPEN_EXISTING);
+    if (!opened.IsOpen()) return OpenError(path);
+    file = std::make_unique<WindowsFile>(std::move(opened));
+    return {};
+  }
+
   std::error_code CreateFile(const Path& path, const Buffer& bytes) override {
     return Write(Handle(path, GENERIC_WRITE, CREATE_NEW), bytes);
   }
   std::error_code AppendFile(const Path& path, const Buffer& bytes) override {
     return Write(Handle(path, FILE_APPEND_DATA, OPEN_EXISTING), bytes);
+  }
+
+  std::error_code TruncateFile(const Path& path, std::uint64_t size) override {
+    const Handle file(path, GENERIC_WRITE, OPEN_EXISTING);
+    if (!file.IsOpen()) return OpenError(path);
+    LARGE_INTEGER position{};
+    position.QuadPart = static_cast<LONGLONG>(size);
+    if (!::SetFilePointerEx(file.Get(), position, nullptr, FILE_BEGIN)) return SystemError();
+    return ErrorOf(::SetEndOfFile(file.Get()));
   }
 
   std::error_code SyncFile(const Path& path) override {

@@ -1,4 +1,5 @@
 #include <kit/internal/journal.h>
+#include <kit/internal/little_endian.h>
 #include <kit/internal/store_state.h>
 #include <talvcs/foundation/helpers.h>
 
@@ -14,6 +15,7 @@
 //     link    := 8 bytes, the first ones of the digest of the record before; zeros in the first
 //     payload := change*
 //     change  := "h" text id | "d" text | "v" text text | "x" text | "r" 8 bytes
+//              | "p" 4 bytes 8 bytes | "t" id
 //     text    := size bytes; size: 4 bytes
 //     digest  := 32 bytes, the SHA-256 of all before it in the record
 
@@ -24,6 +26,7 @@ namespace {
 constexpr std::string_view kTitle = "TalVcs store ";
 constexpr std::string_view kVersion = "TalVcs store 2\n";
 constexpr std::string_view kRequires = "requires";
+constexpr std::string_view kRequiresPacks = "requires packs";
 constexpr std::string_view kMark = "\nREC";
 constexpr std::size_t kLinkSize = 8;
 constexpr std::size_t kHeadSize = kMark.size() + 4 + kLinkSize;
@@ -33,21 +36,6 @@ constexpr std::size_t kFrameSize = kHeadSize + Journal::kDigestSize;
 // this many bytes, so that few moves of a few branches cost a single append each.
 constexpr std::uint64_t kGrowth = 3;
 constexpr std::uint64_t kLeastGrowth = 16384;
-
-/// Appends the `count` lowest bytes.
-void PutNumber(std::string& bytes, std::uint64_t number, int count) {
-  for (int index = 0; index < count; ++index) {
-    bytes.push_back(static_cast<char>(number >> (8 * index) & 0xFF));
-  }
-}
-
-std::uint64_t NumberOf(std::string_view bytes) {
-  std::uint64_t number = 0;
-  for (std::size_t index = bytes.size(); index-- > 0;) {
-    number = number << 8 | static_cast<std::uint8_t>(bytes[index]);
-  }
-  return number;
-}
 
 std::string DigestOf(std::string_view bytes) {
   const ObjectKey digest =
@@ -101,14 +89,15 @@ class Payload {
   }
   std::uint64_t TakeNumber(int count) { return NumberOf(Take(static_cast<std::uint64_t>(count))); }
   std::string TakeText() { return std::string(Take(TakeNumber(4))); }
-  Id TakeId() {
+  ObjectKey TakeKey() {
     ObjectKey key{};
     const std::string_view bytes = Take(key.size());
     for (std::size_t index = 0; index < bytes.size(); ++index) {
       key[index] = static_cast<std::uint8_t>(bytes[index]);
     }
-    return Id(ToWide(HexFromKey(key)));
+    return key;
   }
+  Id TakeId() { return Id(ToWide(HexFromKey(TakeKey()))); }
 
  private:
   std::string_view m_rest;
@@ -154,12 +143,34 @@ void JournalChanges::SetRemovals(std::uint64_t removals) {
   PutNumber(m_payload, removals, 8);
 }
 
+void JournalChanges::SetPack(std::uint32_t number, std::uint64_t sizeBytes) {
+  m_payload.push_back('p');
+  PutNumber(m_payload, number, 4);
+  PutNumber(m_payload, sizeBytes, 8);
+  m_needsPacks = true;
+}
+
+void JournalChanges::RemoveFile(const ObjectKey& key) {
+  m_payload.push_back('t');
+  m_payload.append(key.begin(), key.end());
+  m_needsPacks = true;
+}
+
 bool Journal::Apply(std::string_view payload, JournalState& state) {
   Payload changes(payload);
   while (changes.IsGood() && !changes.IsAtEnd()) {
     const char kind = changes.Take(1).front();
     if (kind == 'r') {
       state.removals = changes.TakeNumber(8);
+      continue;
+    }
+    if (kind == 'p') {
+      const auto number = static_cast<std::uint32_t>(changes.TakeNumber(4));
+      state.packs[number] = changes.TakeNumber(8);
+      continue;
+    }
+    if (kind == 't') {
+      state.removedFiles.insert(changes.TakeKey());
       continue;
     }
     std::string name = changes.TakeText();
@@ -196,7 +207,9 @@ JournalProblem Journal::Read(std::string_view bytes) {
   if (end == std::string_view::npos || !bytes.substr(line).starts_with(kRequires)) {
     return JournalProblem::Damaged;
   }
-  if (end != line + kRequires.size()) return JournalProblem::Unsupported;
+  const std::string_view requires_line = bytes.substr(line, end - line);
+  m_allowsPacks = requires_line == kRequiresPacks;
+  if (!m_allowsPacks && requires_line != kRequires) return JournalProblem::Unsupported;
   m_size = end + 1;
   m_end.assign(kDigestSize, '\0');
   const JournalProblem problem = ReadRecords(bytes.substr(end + 1));
@@ -235,6 +248,7 @@ bool Journal::HasOutgrownCheckpoint() const noexcept {
 }
 
 std::string Journal::MakeRecord(const JournalChanges& changes) const {
+  if (changes.m_needsPacks && !m_allowsPacks) return {};
   if (changes.m_payload.size() > std::numeric_limits<std::uint32_t>::max()) return {};
   return MakeFrame(std::string_view(m_end).substr(0, kLinkSize), changes.m_payload);
 }
@@ -244,9 +258,11 @@ std::string Journal::Write(const JournalState& state) {
   changes.SetRemovals(state.removals);
   for (const auto& [name, id] : state.heads) changes.SetHead(name, id);
   for (const auto& [name, value] : state.values) changes.SetValue(name, value);
+  for (const auto& [number, size] : state.packs) changes.SetPack(number, size);
+  for (const ObjectKey& key : state.removedFiles) changes.RemoveFile(key);
   if (changes.m_payload.size() > std::numeric_limits<std::uint32_t>::max()) return {};
   std::string bytes(kVersion);
-  bytes += kRequires;
+  bytes += kRequiresPacks;
   bytes += '\n';
   return bytes + MakeFrame(std::string(kLinkSize, '\0'), changes.m_payload);
 }

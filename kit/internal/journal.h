@@ -1,11 +1,13 @@
 #pragma once
 
+#include <kit/internal/store_state.h>
 #include <kit/store/internal/head_moves.h>
 #include <kit/store/object_store.h>
 
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -18,6 +20,10 @@ struct JournalState {
   std::map<std::string, std::string, std::less<>> values;
   /// How many times objects were removed.
   std::uint64_t removals = 0;
+  /// The packs, each with a size up to which the medium has it.
+  std::map<std::uint32_t, std::uint64_t> packs;
+  /// Objects whose files are no objects any more, although they may be there.
+  std::set<ObjectKey> removedFiles;
 };
 
 /// Changes of the state that are made together: the payload of one record.
@@ -27,6 +33,9 @@ class JournalChanges {
   void SetValue(std::string_view name, std::string_view value);
   void RemoveValue(std::string_view name);
   void SetRemovals(std::uint64_t removals);
+  void SetPack(std::uint32_t number, std::uint64_t sizeBytes);
+
+  bool IsEmpty() const noexcept { return m_payload.empty(); }
 
   const std::string& GetPayload() const noexcept { return m_payload; }
 
@@ -34,9 +43,11 @@ class JournalChanges {
   friend class Journal;
   void SetHead(std::string_view name, const Id& id);
   void RemoveHead(std::string_view name);
+  void RemoveFile(const ObjectKey& key);
   void Put(char kind, std::string_view name);
 
   std::string m_payload;
+  bool m_needsPacks = false;
 };
 
 enum class JournalProblem { None, Damaged, Unsupported };
@@ -64,8 +75,9 @@ class Journal {
   /// Whether the records behind the checkpoint take so much room that a new checkpoint saves some.
   bool HasOutgrownCheckpoint() const noexcept;
 
-  /// Returns the record with these changes that continues this journal, or nothing if they are too
-  /// many for one.
+  /// Returns the record with these changes that continues this journal. Nothing if they are too
+  /// many for one, or if the header of this journal doesn't say that there are packs and they need
+  /// it.
   std::string MakeRecord(const JournalChanges& changes) const;
 
   /// Returns a journal whose checkpoint is `state`.
@@ -88,6 +100,7 @@ class Journal {
   std::uint64_t m_checkpointSize = 0;
   std::string m_end;
   bool m_hasTornTail = false;
+  bool m_allowsPacks = false;
 };
 
 }  // namespace TalVcs::Kit

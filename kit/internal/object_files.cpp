@@ -51,7 +51,7 @@ bool ObjectFiles::WriteParked(const KeyedObject& object) {
   std::error_code error = m_folder.Files().CreateFile(path, object.second);
   if (IsMissing(error)) {
     if (!m_folder.MakeFolder(m_folder.FolderOf(object.first))) return false;
-    m_renamed.insert(m_folder.ObjectsPath());
+    m_changedFolders.insert(m_folder.ObjectsPath());
     error = m_folder.Files().CreateFile(path, object.second);
   }
   if (error == std::errc::file_exists) {
@@ -82,7 +82,7 @@ bool ObjectFiles::SyncParked(std::span<const KeyedObject> objects) {
 bool ObjectFiles::GiveNames(std::span<const KeyedObject> objects) {
   for (const KeyedObject& object : objects) {
     const Path path = m_folder.FileOf(object.first);
-    m_renamed.insert(m_folder.FolderOf(object.first));
+    m_changedFolders.insert(m_folder.FolderOf(object.first));
     const std::error_code error = m_folder.Files().Rename(StoreFolder::ParkedPath(path), path);
     if (error) return m_folder.Fail("cannot write", path, error);
   }
@@ -103,18 +103,18 @@ Status ObjectFiles::Write(std::span<const KeyedObject> objects) {
 
 Status ObjectFiles::SyncNames() {
   if (!m_folder.IsDurable()) {
-    m_renamed.clear();
+    m_changedFolders.clear();
     return {};
   }
   std::error_code error = std::make_error_code(std::errc::function_not_supported);
-  if (m_renamed.size() >= StoreFolder::kManyFiles) {
+  if (m_changedFolders.size() >= StoreFolder::kManyFiles) {
     error = m_folder.Files().SyncMedium(m_folder.ObjectsPath());
   }
   const bool done = error == std::errc::function_not_supported
-                        ? m_folder.SyncFolders(m_renamed)
+                        ? m_folder.SyncFolders(m_changedFolders)
                         : !error || m_folder.Fail("cannot sync", m_folder.ObjectsPath(), error);
   if (!done) return m_folder.LastFailure();
-  m_renamed.clear();
+  m_changedFolders.clear();
   return {};
 }
 
@@ -140,6 +140,7 @@ Status ObjectFiles::Visit(const Visitor& visit) {
 }
 
 Status ObjectFiles::Remove(const Path& path) {
+  m_changedFolders.insert(path.parent_path());
   const std::error_code error = m_folder.Files().RemoveFile(path);
   if (!error || IsMissing(error)) return {};
   m_folder.Fail("cannot remove", path, error);

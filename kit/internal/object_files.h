@@ -37,12 +37,14 @@ class ObjectFiles {
   /// Writes the files of objects that have none. One writer at a time.
   Status Write(std::span<const KeyedObject> objects);
 
-  /// Waits until the names are kept for which `Write` couldn't wait.
+  /// Waits until the medium has the names that `Write` gave, and has lost those that were removed.
   Status SyncNames();
 
   /// Visits all files of objects, complete or not.
   Status Visit(const Visitor& visit);
 
+  /// Removes the file of an object.
+  Status RemoveFileOf(const ObjectKey& key) { return Remove(m_folder.FileOf(key)); }
   /// Removes a file; one that is gone already is no failure.
   Status Remove(const Path& path);
   /// Removes the folders of objects that are empty.
@@ -54,7 +56,7 @@ class ObjectFiles {
   bool GiveNames(std::span<const KeyedObject> objects);
 
   StoreFolder& m_folder;
-  std::set<Path> m_renamed;  // folders with names that may not be kept yet
+  std::set<Path> m_changedFolders;  // folders in which names have changed
 };
 
 }  // namespace TalVcs::Kit

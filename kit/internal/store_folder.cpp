@@ -3,6 +3,7 @@
 #include <kit/text.h>
 #include <talvcs/persistence/path_builder.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -132,7 +133,10 @@ bool StoreFolder::HasObjectFiles() {
       if (KeyFromFile(prefix, name, complete)) return true;
     }
   }
-  return false;
+  std::vector<std::string> packs;
+  m_files->ListFolder(m_store / "packs", packs);
+  return std::any_of(packs.begin(), packs.end(),
+                     [](const std::string& name) { return name.ends_with(".pack"); });
 }
 
 bool StoreFolder::MakeState() {

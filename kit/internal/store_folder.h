@@ -49,11 +49,12 @@ class StoreFolder {
   /// Puts these bytes in place of the file "state".
   Replaced ReplaceStateFile(const Buffer& bytes);
 
-  /// True if the folder of the objects holds a file of one.
+  /// True if the folder of the objects holds a file of one, or if there is a pack.
   bool HasObjectFiles();
 
   Path FolderOf(const ObjectKey& key) const;
   Path FileOf(const ObjectKey& key) const;
+  const Path& StorePath() const noexcept { return m_store; }
   const Path& ObjectsPath() const noexcept { return m_objects; }
   bool IsDurable() const noexcept { return m_durable; }
   FileSystem& Files() const noexcept { return *m_files; }

@@ -43,6 +43,17 @@ Result<bool> Follows(IObjectStore& store, const Id& head, const Id& ancestor) {
   return false;
 }
 
+/// Returns the id of the parent that a packed commit names, or the empty id.
+Id ParentOf(const Buffer& commit) {
+  Id parent;
+  VisitReferences(commit, {&parent, [](void* id, const PackedReference& reference) {
+                             if (reference.type == ObjectType::Commit) {
+                               *static_cast<Id*>(id) = reference.id;
+                             }
+                           }});
+  return parent;
+}
+
 /// One attempt to copy branches.
 class Copying {
  public:
@@ -98,6 +109,7 @@ class Copying {
 
   WalkHooks Hooks() {
     WalkHooks hooks;
+    hooks.findsPrevious = true;
     hooks.wanted = [this](std::span<const Id> ids) { return m_to.Missing(ids); };
     // What lacks something below is not written, so that what a store has is complete.
     hooks.objectRead = [this](const StoredObject& object, bool is_whole) {
@@ -126,7 +138,8 @@ class Copying {
                            "no branch of the target was moved");
         });
     for (std::size_t index = 0; status && index < m_commits.size(); ++index) {
-      status = m_writer.Add({m_commits[index], std::move(packed[index])});
+      Id parent = ParentOf(packed[index]);
+      status = m_writer.Add({m_commits[index], std::move(packed[index]), std::move(parent)});
     }
     m_commits.clear();
     return status;

@@ -1,14 +1,12 @@
-#include <kit/internal/object_files.h>
-#include <kit/internal/removal_order.h>
 #include <kit/internal/state_file.h>
 #include <kit/internal/store_access.h>
 #include <kit/internal/store_folder.h>
+#include <kit/internal/stored_objects.h>
 #include <kit/store/directory_object_store.h>
 #include <kit/store/internal/head_moves.h>
 #include <kit/store/internal/removal_watch.h>
 #include <kit/store/read_history.h>
 #include <kit/text.h>
-#include <talvcs/foundation/helpers.h>
 
 #include <algorithm>
 #include <set>
@@ -17,11 +15,9 @@
 
 // A save in the order in which things happen on the medium:
 //
-//     new objects  -  sync  -  their names  -  sync  -  record in the journal  -  sync
+//     new objects in the newest pack  -  sync  -  record in the journal  -  sync
 //
-// A removal:
-//
-//     record that counts removals  -  sync  -  files go, each before those of what it names
+// `StoredObjects` says how large objects come between, `ObjectRemoval` how a removal goes on.
 //
 // Locks: every writer shares the lock of the readers, so that no object goes while it works, and
 // then takes the lock of the writers. A removal takes the lock of the readers alone. A look by
@@ -53,8 +49,8 @@ class DirectoryObjectStore::Impl {
   Impl(const std::filesystem::path& path, DirectoryObjectStoreOptions storeOptions,
        std::shared_ptr<FileSystem> files)
       : folder(path, storeOptions.durable, std::move(files)),
-        objects(folder),
         state(folder, storeOptions.rootPath),
+        objects(folder, state, storeOptions.compress),
         options(std::move(storeOptions)) {}
 
   /// What an operation holds while it writes.
@@ -70,14 +66,14 @@ class DirectoryObjectStore::Impl {
   Status PrepareToWrite();
   Status Upgrade();
   Status Rely(std::unique_ptr<FileLock>& readers);
-  Result<std::optional<std::uint64_t>> SizeOf(const Id& id);
+  Status RefreshUnlessLocked();
   Result<Buffer> ReadOne(const Id& id);
+  Result<std::vector<std::optional<std::uint64_t>>> SizesOf(std::span<const Id> ids);
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark);
-  Result<RemovedObjects> RemoveAllBut(const std::set<ObjectKey>& kept);
 
   StoreFolder folder;
-  ObjectFiles objects;
   StateFile state;
+  StoredObjects objects;
   const DirectoryObjectStoreOptions options;
   RemovalWatch watch;
   /// Shared since the heads were read, alone during a removal.
@@ -129,24 +125,13 @@ Status DirectoryObjectStore::Impl::BeginWriting(Writing& writing) {
 
 Status DirectoryObjectStore::Impl::PrepareToWrite() {
   if (Status status = state.Refresh(); !status) return status;
-  return state.Former() == nullptr ? Status() : Upgrade();
+  return state.Former() == nullptr ? objects.FinishRemoval() : Upgrade();
 }
 
 /// Replaces a former state by a journal. To a `DirectoryStore`, a file that its state doesn't name
 /// is no object and may be incomplete; in a store with a journal each file is an object.
 Status DirectoryObjectStore::Impl::Upgrade() {
-  std::vector<std::filesystem::path> invalid;
-  Status status = objects.Visit([&](const ObjectKey& key, bool complete, const auto& path) {
-    if (complete && state.Former()->HasObject(key)) return;
-    const Result<Buffer> bytes = objects.Read(key);
-    const bool whole =
-        complete && bytes && ToUtf8(Helpers::ComputeEncodedSHA256Hash(*bytes)) == HexFromKey(key);
-    if (!whole) invalid.push_back(path);
-  });
-  for (const std::filesystem::path& path : invalid) {
-    if (status) status = objects.Remove(path);
-  }
-  if (!status) return status;
+  if (Status status = objects.CheckFiles(*state.Former()); !status) return status;
   const JournalState former = state.Get();
   return state.Replace(former);
 }
@@ -164,20 +149,33 @@ Status DirectoryObjectStore::Impl::Rely(std::unique_ptr<FileLock>& readers) {
   return {};
 }
 
-Result<std::optional<std::uint64_t>> DirectoryObjectStore::Impl::SizeOf(const Id& id) {
-  const std::optional<ObjectKey> key = KeyFromId(id);
-  const bool possible = key && (state.Former() == nullptr || state.Former()->HasObject(*key));
-  return possible ? objects.SizeOf(*key) : std::optional<std::uint64_t>();
+/// Refreshes the state, unless a lock keeps objects from going.
+Status DirectoryObjectStore::Impl::RefreshUnlessLocked() {
+  return readerLock ? Status() : state.Refresh();
 }
 
 Result<Buffer> DirectoryObjectStore::Impl::ReadOne(const Id& id) {
   const std::optional<ObjectKey> key = KeyFromId(id);
-  if (!key || (state.Former() != nullptr && !state.Former()->HasObject(*key))) {
-    return NoSuchObject(id);
-  }
+  if (!key) return NoSuchObject(id);
   Result<Buffer> packed = objects.Read(*key);
-  if (!packed && packed.error().code == ErrorCode::NotFound) return NoSuchObject(id);
-  return packed;
+  if (packed) return packed;
+  // It may be in a pack that is new, or that has taken the place of others.
+  if (!state.Refresh()) return packed;
+  return objects.Read(*key);
+}
+
+Result<std::vector<std::optional<std::uint64_t>>> DirectoryObjectStore::Impl::SizesOf(
+    std::span<const Id> ids) {
+  std::vector<std::optional<std::uint64_t>> sizes;
+  sizes.reserve(ids.size());
+  for (const Id& id : ids) {
+    const std::optional<ObjectKey> key = KeyFromId(id);
+    Result<std::optional<std::uint64_t>> size =
+        key ? objects.SizeOf(*key) : std::optional<std::uint64_t>();
+    if (!size) return std::move(size).error();
+    sizes.push_back(*size);
+  }
+  return sizes;
 }
 
 Result<RemovedObjects> DirectoryObjectStore::Impl::RemoveUnmarked(const MarkObjects& mark) {
@@ -190,43 +188,7 @@ Result<RemovedObjects> DirectoryObjectStore::Impl::RemoveUnmarked(const MarkObje
   for (const Id& id : *marked) {
     if (const std::optional<ObjectKey> key = KeyFromId(id)) kept.insert(*key);
   }
-  return RemoveAllBut(kept);
-}
-
-Result<RemovedObjects> DirectoryObjectStore::Impl::RemoveAllBut(const std::set<ObjectKey>& kept) {
-  RemovedObjects removed;
-  std::vector<ObjectKey> unused;
-  std::vector<std::filesystem::path> incomplete;
-  Status status = objects.Visit([&](const ObjectKey& key, bool complete, const auto& path) {
-    if (complete && kept.contains(key)) return;
-    if (!complete) {
-      incomplete.push_back(path);
-      return;
-    }
-    unused.push_back(key);
-    const Result<std::optional<std::uint64_t>> size = objects.SizeOf(key);
-    if (size) removed.sizeBytes += size->value_or(0);
-    ++removed.count;
-  });
-  if (status && removed.count > 0) {
-    JournalChanges changes;
-    changes.SetRemovals(state.Get().removals + 1);
-    status = state.Record(changes);
-  }
-  for (const std::filesystem::path& path : incomplete) {
-    if (status) status = objects.Remove(path);
-  }
-  SortForRemoval(unused, objects);
-  for (const ObjectKey& key : unused) {
-    if (status) status = objects.Remove(folder.FileOf(key));
-  }
-  if (!status) {
-    Error failure = std::move(status).error();
-    failure.unchanged = "the branches and what they need are as they were";
-    return failure;
-  }
-  objects.RemoveEmptyFolders();
-  return removed;
+  return objects.RemoveAllBut(kept);
 }
 
 DirectoryObjectStore::DirectoryObjectStore(std::unique_ptr<Impl> impl) noexcept
@@ -267,16 +229,18 @@ Result<DirectoryObjectStore> DirectoryObjectStore::Create(const std::filesystem:
 Result<std::vector<Id>> DirectoryObjectStore::Missing(std::span<const Id> ids) {
   std::unique_ptr<FileLock> readers;
   if (Status status = m_impl->Rely(readers); !status) return std::move(status).error();
+  if (Status status = m_impl->state.Refresh(); !status) return std::move(status).error();
+  const Result<std::vector<std::optional<std::uint64_t>>> sizes = m_impl->SizesOf(ids);
+  if (!sizes) return sizes.error();
   std::vector<Id> missing;
-  for (const Id& id : ids) {
-    Result<std::optional<std::uint64_t>> size = m_impl->SizeOf(id);
-    if (!size) return std::move(size).error();
-    if (!*size) missing.push_back(id);
+  for (std::size_t index = 0; index < ids.size(); ++index) {
+    if (!(*sizes)[index]) missing.push_back(ids[index]);
   }
   return missing;
 }
 
 Status DirectoryObjectStore::Read(std::span<const Id> ids, const ReadSink& sink) {
+  if (Status status = m_impl->RefreshUnlessLocked(); !status) return status;
   for (const Id& id : ids) sink(id, m_impl->ReadOne(id));
   return {};
 }
@@ -287,14 +251,8 @@ Status DirectoryObjectStore::ReadHistory(const Id& id, std::uint64_t most, const
 
 Result<std::vector<std::optional<std::uint64_t>>> DirectoryObjectStore::Sizes(
     std::span<const Id> ids) {
-  std::vector<std::optional<std::uint64_t>> sizes;
-  sizes.reserve(ids.size());
-  for (const Id& id : ids) {
-    Result<std::optional<std::uint64_t>> size = m_impl->SizeOf(id);
-    if (!size) return std::move(size).error();
-    sizes.push_back(*size);
-  }
-  return sizes;
+  if (Status status = m_impl->state.Refresh(); !status) return std::move(status).error();
+  return m_impl->SizesOf(ids);
 }
 
 Status DirectoryObjectStore::Write(std::span<const StoredObject> objects) {
@@ -304,16 +262,9 @@ Status DirectoryObjectStore::Write(std::span<const StoredObject> objects) {
   Impl::Writing writing;
   if (Status status = m_impl->BeginWriting(writing); !status) return status;
   m_impl->watch.Rely(m_impl->state.Get().removals);
-  std::vector<ObjectFiles::KeyedObject> missing;
-  std::set<ObjectKey> seen;
-  for (const StoredObject& object : objects) {
-    const ObjectKey key = *KeyFromId(object.id);
-    if (!seen.insert(key).second) continue;
-    Result<std::optional<std::uint64_t>> size = m_impl->objects.SizeOf(key);
-    if (!size) return std::move(size).error();
-    if (!*size) missing.emplace_back(key, object.packed);
-  }
-  return m_impl->objects.Write(missing);
+  const Result<bool> begun = m_impl->objects.BeginWriting();
+  if (!begun) return begun.error();
+  return m_impl->objects.Write(objects);
 }
 
 Result<std::vector<Head>> DirectoryObjectStore::Heads() {
@@ -329,8 +280,12 @@ Status DirectoryObjectStore::MoveHeads(std::span<const HeadMove> moves) {
   const JournalState& state = m_impl->state.Get();
   if (Status status = CheckMoves(state.heads, moves); !status) return status;
   if (!m_impl->watch.MayMove(state.removals)) return ObjectsWereRemoved();
-  if (Status status = m_impl->objects.SyncNames(); !status) return status;
+  // What a failed write has removed again may have been found meanwhile.
+  const Result<bool> kept = m_impl->objects.BeginWriting();
+  if (!kept) return kept.error();
+  if (!*kept) return ObjectsWereRemoved();
   JournalChanges changes;
+  if (Status status = m_impl->objects.Keep(changes); !status) return status;
   changes.Move(moves);
   Status status = moves.empty() ? Status() : m_impl->state.Record(changes);
   if (status) m_impl->watch.Moved();
@@ -338,15 +293,10 @@ Status DirectoryObjectStore::MoveHeads(std::span<const HeadMove> moves) {
 }
 
 Status DirectoryObjectStore::List(const IdSink& sink) {
+  if (Status status = m_impl->state.Refresh(); !status) return status;
   std::vector<Id> ids;
-  Status status;
-  if (const StoreState* former = m_impl->state.Former()) {
-    for (const ObjectKey& key : former->objects) ids.emplace_back(ToWide(HexFromKey(key)));
-  } else {
-    status = m_impl->objects.Visit([&](const ObjectKey& key, bool complete, const auto& /*path*/) {
-      if (complete) ids.emplace_back(ToWide(HexFromKey(key)));
-    });
-  }
+  const Status status = m_impl->objects.Visit(
+      [&ids](const ObjectKey& key) { ids.emplace_back(ToWide(HexFromKey(key))); });
   if (status && !ids.empty()) sink(ids);
   return status;
 }

@@ -19,6 +19,10 @@ namespace TalVcs::Kit {
 struct StoredObject {
   Id id;          ///< The SHA-256 of `packed`.
   Buffer packed;  ///< The packed form.
+  /// A hint: the version before of the same path, for a commit its parent, from which a store may
+  /// keep only the difference. Empty if there is none or it isn't known; the store need not have
+  /// it.
+  Id previous = {};
 };
 
 /// A wish to move a branch. An empty `expected` means that the branch must not exist; an empty

@@ -22,6 +22,14 @@ Result<SqliteStore> SqliteStore::Open(const std::filesystem::path& path, SqliteO
   return SqliteStore(std::make_unique<Sqlite::Document>(*std::move(database), options));
 }
 
+Result<SqliteStore> SqliteStore::Attach(sqlite3* connection, std::string_view prefix,
+                                        SqliteOptions options) {
+  Result<std::unique_ptr<Sqlite::Database>> database =
+      Sqlite::Database::Attach(connection, prefix, options);
+  if (!database) return std::move(database).error();
+  return SqliteStore(std::make_unique<Sqlite::Document>(*std::move(database), options));
+}
+
 SqliteStore::SqliteStore(std::unique_ptr<Sqlite::Document> document) noexcept
     : m_document(std::move(document)) {}
 SqliteStore::SqliteStore(SqliteStore&& other) noexcept = default;

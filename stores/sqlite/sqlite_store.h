@@ -13,10 +13,19 @@
 #include <string_view>
 #include <vector>
 
+struct sqlite3;
+
 namespace TalVcs::Kit {
 namespace Sqlite {
+class Database;
 class Document;
-}
+}  // namespace Sqlite
+
+/// How changes become durable.
+enum class SqliteJournalMode {
+  Rollback,       ///< The file is changed in place; a journal beside it undoes what didn't end.
+  WriteAheadLog,  ///< Changes go to a log beside the file first; saves wait less.
+};
 
 /// How a `SqliteStore` works.
 struct SqliteOptions {
@@ -31,6 +40,14 @@ struct SqliteOptions {
   std::chrono::milliseconds busyTimeout{5000};
   /// How many bytes of written objects stay in memory until heads move; see `SqliteStore`.
   std::uint64_t bufferSizeBytes = std::uint64_t{16} << 20;
+  /// How changes become durable; see `SqliteStore`.
+  SqliteJournalMode journalMode = SqliteJournalMode::Rollback;
+  /// Whether the bytes of removed objects are overwritten in the file. Costs writes in a removal.
+  /// The medium itself may keep old blocks, and copies of the file keep what they have.
+  bool secureDelete = false;
+  /// Whether objects are stored compressed, or as differences from their previous versions, where
+  /// that is shorter. Such objects are read in any case.
+  bool compress = true;
 };
 
 /// A document with its history in one SQLite file: objects, branches, small values.
@@ -48,6 +65,30 @@ struct SqliteOptions {
 /// has read heads before a removal can read what the heads of that moment reach, and nothing else
 /// for sure.
 ///
+/// *Write-ahead log.* With `SqliteJournalMode::WriteAheadLog` a save waits for the medium once, and
+/// readers and a writer never wait for each other. While the document is open, the files "-wal" and
+/// "-shm" beside it belong to it. The last store object that closes moves the log into the document
+/// and removes both. After a crash, the next one to open it does; if "-wal" is missing then,
+/// opening fails with `Damaged`, because the document alone may have parts of several states. The
+/// log is copied into the document whenever it exceeds about a megabyte. Only a program that reads
+/// all the time keeps it from shrinking. Doesn't work on network folders: opening fails with
+/// `Unsupported`.
+///
+/// *A host's database.* `Attach` puts the tables into a database of the host. If the host has begun
+/// a transaction, each change is a savepoint in it and gets durable when the host commits; if the
+/// host rolls back, heads, objects and values are as before its transaction, and the host must look
+/// for missing objects before it saves again (`Kit::Save` does). Otherwise each change is a
+/// transaction of its own. No setting of the connection changes, so that durability, waiting and
+/// journal are those of the host. `Busy` comes as soon as the host's busy handler ends the wait; in
+/// a transaction that has only read so far, it may mean that the host must roll back and repeat it.
+/// Statements of the host may be active; one that writes makes a transaction of the store fail with
+/// `Busy`. After `Full` or `Unavailable` SQLite may have undone the host's whole transaction:
+/// `sqlite3_get_autocommit` shows that. `RemoveUnmarked` doesn't give pages back to the system.
+///
+/// *Older documents.* A document of an older version opens and is read. The first change updates
+/// its tables in the same transaction, at a cost independent of its size. Older programs then
+/// refuse it.
+///
 /// *Read-only files.* A file that the process may not write opens all the same, and every change
 /// fails with `Denied`.
 ///
@@ -57,9 +98,10 @@ struct SqliteOptions {
 /// come from a stranger: SQL in it (triggers, views) doesn't run.
 ///
 /// *Errors.* `Busy`: another program has the file. `Full`: no space. `Denied`: no right to do it.
-/// `Damaged`: the file isn't a sound SQLite database or lacks tables. `Unsupported`: it belongs to
-/// another application or is of a newer version. `Unavailable`: the system failed to read or write
-/// it. `Unknown`: the system failed while a change was completed, which may be in the file.
+/// `Damaged`: the file isn't a sound SQLite database or its tables aren't those of a document.
+/// `Unsupported`: it belongs to another application or is of a newer version. `Unavailable`: the
+/// system failed to read or write it. `Unknown`: the system failed while a change was completed,
+/// which may be in the file.
 ///
 /// A moved-from or closed store fails with `Unavailable`. Threads: a store object belongs to one
 /// thread at a time, and not to the child after a fork.
@@ -69,6 +111,17 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore {
   ///
   /// Fails with `NotFound` if the file is missing and isn't to be made, or if its folder is.
   static Result<SqliteStore> Open(const std::filesystem::path& path, SqliteOptions options = {});
+
+  /// Uses the tables in the main database of `connection` whose names begin with `prefix`, or makes
+  /// them if `options.create` says so; see "A host's database" above.
+  ///
+  /// The host keeps the connection, which must outlive the store, and uses it on the store's thread
+  /// only. Both must use the same copy of SQLite. A prefix has up to 64 letters, digits and
+  /// underscores of ASCII, doesn't begin with a digit or "sqlite_", and may be empty; otherwise
+  /// this fails with `BadName`. Of the options, only `create`, `readOnly`, `bufferSizeBytes` and
+  /// `compress` count.
+  static Result<SqliteStore> Attach(sqlite3* connection, std::string_view prefix,
+                                    SqliteOptions options = {});
 
   SqliteStore(SqliteStore&& other) noexcept;
   SqliteStore& operator=(SqliteStore&& other) noexcept;

@@ -46,6 +46,13 @@ class FaultyFileSystem final : public Kit::FileSystem {
   std::error_code GetFileSize(const Path& path, std::uint64_t& size) override {
     return Fails("GetFileSize", path) ? m_error : m_files->GetFileSize(path, size);
   }
+  std::error_code OpenFile(const Path& path, std::unique_ptr<Kit::OpenedFile>& file) override {
+    if (Fails("OpenFile", path)) return m_error;
+    std::unique_ptr<Kit::OpenedFile> opened;
+    const std::error_code error = m_files->OpenFile(path, opened);
+    if (!error) file = std::make_unique<FaultyFile>(*this, path, std::move(opened));
+    return error;
+  }
   std::error_code CreateFile(const Path& path, const Buffer& bytes) override {
     if (!Fails("CreateFile", path)) return m_files->CreateFile(path, bytes);
     const std::error_code error = m_files->CreateFile(path, HalfOf(bytes));
@@ -55,6 +62,9 @@ class FaultyFileSystem final : public Kit::FileSystem {
     if (!Fails("AppendFile", path)) return m_files->AppendFile(path, bytes);
     const std::error_code error = m_files->AppendFile(path, HalfOf(bytes));
     return error ? error : m_error;
+  }
+  std::error_code TruncateFile(const Path& path, std::uint64_t size) override {
+    return Fails("TruncateFile", path) ? m_error : m_files->TruncateFile(path, size);
   }
   std::error_code SyncFile(const Path& path) override {
     return Fails("SyncFile", path) ? m_error : std::error_code();
@@ -86,6 +96,28 @@ class FaultyFileSystem final : public Kit::FileSystem {
   }
 
  private:
+  /// Counts its calls among those of the file system, which outlives it.
+  class FaultyFile final : public Kit::OpenedFile {
+   public:
+    FaultyFile(FaultyFileSystem& files, Path path, std::unique_ptr<Kit::OpenedFile> file)
+        : m_files(files), m_path(std::move(path)), m_file(std::move(file)) {}
+
+    std::error_code ReadAt(std::uint64_t position, char* target, std::size_t size,
+                           std::size_t& count) override {
+      if (!m_files.Fails("ReadAt", m_path)) return m_file->ReadAt(position, target, size, count);
+      count = 0;
+      return m_files.m_error;
+    }
+    std::error_code GetSize(std::uint64_t& size) override {
+      return m_files.Fails("GetSize", m_path) ? m_files.m_error : m_file->GetSize(size);
+    }
+
+   private:
+    FaultyFileSystem& m_files;
+    Path m_path;
+    std::unique_ptr<Kit::OpenedFile> m_file;
+  };
+
   static Buffer HalfOf(const Buffer& bytes) {
     Buffer half;
     half.AppendRange(bytes, 0, bytes.GetSize() / 2);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -15,6 +16,15 @@ inline std::string Digits(std::span<const std::uint8_t> bytes) {
     text += kDigits[byte & 0xF];
   }
   return text;
+}
+
+/// Returns the bytes that pairs of lower-case hexadecimal digits say.
+inline std::string BytesFromDigits(const std::string& digits) {
+  std::string bytes;
+  for (std::size_t index = 0; index + 1 < digits.size(); index += 2) {
+    bytes.push_back(static_cast<char>(std::stoi(digits.substr(index, 2), nullptr, 16)));
+  }
+  return bytes;
 }
 
 }  // namespace TalVcs::Testing

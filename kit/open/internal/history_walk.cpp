@@ -89,6 +89,8 @@ Result<bool> HistoryWalk::TakeCommit(const CommitRecord& commit, bool isWanted, 
   Node& node = m_nodes.emplace_back();
   node.id = key;
   node.isKnown = !isWanted;
+  node.hasRoot = !commit.problem && !commit.root.View().IsEmpty();
+  if (node.hasRoot) node.root = *KeyOf(commit.root);
   if (node.isKnown) return false;
   if (commit.problem) {
     node.isReadable = false;
@@ -96,8 +98,9 @@ Result<bool> HistoryWalk::TakeCommit(const CommitRecord& commit, bool isWanted, 
     m_damages.CountCommit(node.damage);
     return false;
   }
-  node.hasRoot = !commit.root.View().IsEmpty();
-  if (node.hasRoot) node.root = *KeyOf(commit.root);
+  const std::optional<ReadProblem> replaced =
+      m_hooks.replaced ? m_hooks.replaced(commit.id) : std::nullopt;
+  if (replaced) m_hooks.replacedAt(DamagedCommit(commit.id, head.name, *replaced));
   if (m_hooks.commitRead) {
     const Status status = m_hooks.commitRead(commit);
     if (!status) return status.error();
@@ -115,7 +118,10 @@ Status HistoryWalk::WalkTrees(std::uint32_t first, const std::string& branch) {
     std::vector<TreeWalk::Root> roots;
     for (std::size_t index = last; index-- > begin;) {
       const Node& node = m_nodes[index];
-      if (node.hasRoot) roots.push_back({IdOf(node.root), IdOf(node.id)});
+      if (!node.hasRoot || node.isKnown) continue;
+      const bool has_previous = node.parent != kNone && m_nodes[node.parent].hasRoot;
+      roots.push_back(
+          {IdOf(node.root), IdOf(node.id), has_previous ? IdOf(m_nodes[node.parent].root) : Id()});
     }
     Status status = m_trees.Walk(std::move(roots), branch);
     for (std::size_t index = last; status && index-- > begin;) {

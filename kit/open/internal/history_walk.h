@@ -13,7 +13,8 @@ namespace TalVcs::Kit {
 ///
 /// For each branch the history is read first, newest first, down to a commit that is known. Then
 /// the trees of its commits are walked, oldest first. Memory: some 100 bytes for each commit, 40 to
-/// 80 for each other object, and what is between a root and one folder.
+/// 80 for each other object, what is between a root and one folder, and 16 MiB of folders where the
+/// hooks ask for previous versions.
 class HistoryWalk {
  public:
   /// All arguments must outlive the walk.

@@ -19,12 +19,15 @@ cow_ptr<Tree> RootOf(const Commit& commit) {
   return tree ? tree->GetRoot() : nullptr;
 }
 
-// The trees of a parent only save work, so one that can't be read counts as none.
-cow_ptr<Tree> RootOfParent(const Commit& commit) {
-  const Result<cow_ptr<Tree>> root = Try([&commit] {
-    const cow_ptr<Commit> parent = commit.GetParent();
-    return parent ? RootOf(*parent) : cow_ptr<Tree>();
-  });
+// A parent and its trees only save work, so one that can't be read counts as none.
+cow_ptr<Commit> ParentOf(const Commit& commit) {
+  const Result<cow_ptr<Commit>> parent = Try([&commit] { return commit.GetParent(); });
+  return parent ? *parent : nullptr;
+}
+
+cow_ptr<Tree> RootOfParent(const cow_ptr<Commit>& parent) {
+  const Result<cow_ptr<Tree>> root =
+      Try([&parent] { return parent ? RootOf(*parent) : cow_ptr<Tree>(); });
   return root ? *root : nullptr;
 }
 
@@ -53,8 +56,9 @@ Status MissingObjects::Collect(const std::string& branch, const cow_ptr<Commit>&
   for (auto at = history->rbegin(); at != history->rend(); ++at) {
     const cow_ptr<Commit>& commit = *at;
     m_commit = ShortId(commit->GetId());
-    Status status = CollectTree(RootOf(*commit), RootOfParent(*commit));
-    if (status) status = Take(commit, nullptr);
+    const cow_ptr<Commit> parent = ParentOf(*commit);
+    Status status = CollectTree(RootOf(*commit), RootOfParent(parent));
+    if (status) status = Take(commit, nullptr, parent ? parent->GetId() : Id());
     if (!status) return status;
   }
   return {};
@@ -118,10 +122,10 @@ Status MissingObjects::CollectTree(const cow_ptr<Tree>& root, const cow_ptr<Tree
       status = Open(name, tree, SubtreeOfParent(frame.known, name));
       continue;
     }
-    const cow_ptr<Tree> tree = frame.tree;
-    const Name name = frame.name;
+    const Frame closed = std::move(frame);
     m_frames.pop_back();
-    status = Take(tree, m_frames.empty() ? nullptr : &name);
+    status = Take(closed.tree, m_frames.empty() ? nullptr : &closed.name,
+                  closed.known ? closed.known->GetId() : Id());
   }
   return status;
 }
@@ -159,15 +163,20 @@ Status MissingObjects::Open(Name name, cow_ptr<Tree> tree, cow_ptr<Tree> known) 
 }
 
 Status MissingObjects::CollectEntry(Frame& frame, const Name& name) {
-  if (const cow_ptr<Blob> blob = frame.tree->GetLocalBlob(name)) return Take(blob, &name);
+  if (const cow_ptr<Blob> blob = frame.tree->GetLocalBlob(name)) {
+    // The differences between the trees were found by their entries, which need no read.
+    const std::optional<Id> previous =
+        frame.known ? frame.known->GetIdByPath(name) : std::optional<Id>();
+    return Take(blob, &name, previous.value_or(Id()));
+  }
   if (!frame.tree->GetLocalTree(name)) return Refusal(PathOf(name), "its object is gone");
   frame.subtrees.push_back(name);
   return {};
 }
 
 // Checks an object that the store lacks and puts it on the list. `name` is that of an entry of the
-// open tree, or null.
-Status MissingObjects::Take(AnyObject object, const Name* name) {
+// open tree, or null. `previous` is the id of the version in the parent, or empty.
+Status MissingObjects::Take(AnyObject object, const Name* name, Id previous) {
   const Id id = IdOf(object);
   Buffer packed = Pack(object);
   if (CheckPackedObject(id, packed)) {
@@ -178,7 +187,7 @@ Status MissingObjects::Take(AnyObject object, const Name* name) {
   const std::uint64_t size_bytes = packed.GetSize();
   if (m_keptBytes + size_bytes > kMostKeptBytes) packed = Buffer();
   m_keptBytes += packed.GetSize();
-  m_objects.push_back({std::move(object), std::move(packed)});
+  m_objects.push_back({std::move(object), std::move(packed), std::move(previous)});
   return m_reporter.Add(1, size_bytes);
 }
 
@@ -202,7 +211,8 @@ Status MissingObjects::WriteTo(ObjectWriter& writer) {
   for (Collected& collected : m_objects) {
     Buffer packed = std::move(collected.packed);
     if (packed.IsEmpty()) packed = Pack(collected.object);
-    Status status = writer.Add({IdOf(collected.object), std::move(packed)});
+    Status status =
+        writer.Add({IdOf(collected.object), std::move(packed), std::move(collected.previous)});
     if (!status) return status;
   }
   return writer.Flush();

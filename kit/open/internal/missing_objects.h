@@ -39,6 +39,7 @@ class MissingObjects {
   struct Collected {
     AnyObject object;
     Buffer packed;  // empty if it is to be made again
+    Id previous;    // as in StoredObject
   };
   /// A tree whose missing subtrees are being collected.
   struct Frame {
@@ -53,7 +54,7 @@ class MissingObjects {
   Status CollectTree(const cow_ptr<Tree>& root, const cow_ptr<Tree>& known);
   Status Open(Name name, cow_ptr<Tree> tree, cow_ptr<Tree> known);
   Status CollectEntry(Frame& frame, const Name& name);
-  Status Take(AnyObject object, const Name* name);
+  Status Take(AnyObject object, const Name* name, Id previous);
   Result<std::vector<bool>> AreMissing(const std::vector<Id>& ids);
   Error Refusal(const std::string& path, const std::string& reason) const;
   std::string PathOf(const Name& name) const;

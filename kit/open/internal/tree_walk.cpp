@@ -2,6 +2,7 @@
 #include <kit/open/internal/tree_walk.h>
 
 #include <algorithm>
+#include <unordered_map>
 #include <utility>
 
 namespace TalVcs::Kit {
@@ -30,7 +31,7 @@ Status TreeWalk::Walk(std::vector<Root> roots, const std::string& branch) {
   // The entries keep the positions of the roots, so what isn't wanted is marked and not erased.
   std::vector<Entry> wanted;
   for (const Root& root : m_roots) {
-    m_frames.back().trees.push_back({root.id, {}});
+    m_frames.back().trees.push_back({root.id, {}, root.previous});
     if (!m_trees.Contains(*KeyOf(root.id))) wanted.push_back({root.id, {}});
   }
   std::vector<Entry> none;
@@ -58,7 +59,10 @@ Status TreeWalk::Step() {
   }
   Fetched fetched = std::move(frame.fetched[frame.nextFetched++]);
   Entry entry = frame.trees[frame.next++];
-  if (!fetched.problem) return Open(std::move(entry), std::move(fetched.packed));
+  if (!fetched.problem) {
+    NoteReplaced(entry, ObjectType::Tree);
+    return Open(std::move(entry), std::move(fetched.packed));
+  }
   const std::uint32_t set =
       m_damages.Add(DamageAt(entry, ObjectType::Tree, *std::move(fetched.problem)));
   m_trees.Insert(*KeyOf(entry.id), set);
@@ -119,7 +123,28 @@ Status TreeWalk::Open(Entry entry, Buffer packed) {
   Frame& opened = m_frames.back();
   Status status = KeepWanted(opened.trees, files);
   if (!status) return status;
+  if (m_hooks.findsPrevious) FindPrevious(opened, files);
   return m_hooks.readsFiles ? ReadFiles(opened, files) : LookForFiles(opened, files);
+}
+
+// Notes for each entry that is new the id under its name in the previous version of the tree.
+void TreeWalk::FindPrevious(Frame& frame, std::vector<Entry>& files) {
+  if (const Buffer* previous = m_recentTrees.Find(frame.self.previous)) {
+    std::unordered_map<TalStringT<WideChar>, Entry*> entries;
+    for (Entry& file : files) entries.emplace(file.name, &file);
+    for (Entry& tree : frame.trees) entries.emplace(tree.name, &tree);
+    auto visit = [&entries](const PackedReference& reference) {
+      const auto found = entries.find(reference.name);
+      if (found != entries.end()) found->second->previous = reference.id;
+    };
+    using Visit = decltype(visit);
+    if (!entries.empty()) {
+      VisitReferences(*previous, {&visit, [](void* object, const PackedReference& reference) {
+                                    (*static_cast<Visit*>(object))(reference);
+                                  }});
+    }
+  }
+  m_recentTrees.Put(frame.self.id, frame.packed, frame.packed.GetSize());
 }
 
 // Takes out of the lists what need not be looked at, and marks it as whole.
@@ -151,8 +176,12 @@ Status TreeWalk::ReadFiles(Frame& frame, const std::vector<Entry>& files) {
       std::optional<ReadProblem> problem = CheckRecord(ids[index], ObjectType::Blob, packed);
       if (problem) {
         AddFileDamage(frame, files[first + index], *std::move(problem));
-      } else if (m_hooks.objectRead) {
-        Status taken = m_hooks.objectRead({ids[index], *std::move(packed)}, true);
+        return m_reporter.Add(1, size_bytes);
+      }
+      NoteReplaced(files[first + index], ObjectType::Blob);
+      if (m_hooks.objectRead) {
+        Status taken = m_hooks.objectRead(
+            {ids[index], *std::move(packed), files[first + index].previous}, true);
         if (!taken) return taken;
       }
       return m_reporter.Add(1, size_bytes);
@@ -183,7 +212,9 @@ Status TreeWalk::Finish() {
   m_trees.Insert(*KeyOf(frame.self.id), set);
   AddDamage(m_frames.back(), set);
   if (!m_hooks.objectRead) return {};
-  return m_hooks.objectRead({frame.self.id, std::move(frame.packed)}, set == NumberSets::kEmpty);
+  return m_hooks.objectRead(
+      {frame.self.id, std::move(frame.packed), std::move(frame.self.previous)},
+      set == NumberSets::kEmpty);
 }
 
 void TreeWalk::AddFileDamage(Frame& frame, const Entry& file, ReadProblem problem) {
@@ -198,6 +229,12 @@ void TreeWalk::AddDamage(Frame& frame, std::uint32_t set) {
   if (frame.damage.size() < 4 * HistoryReport::kMostDamages) return;
   std::sort(frame.damage.begin(), frame.damage.end());
   frame.damage.erase(std::unique(frame.damage.begin(), frame.damage.end()), frame.damage.end());
+}
+
+void TreeWalk::NoteReplaced(const Entry& entry, ObjectType type) const {
+  if (!m_hooks.replaced) return;
+  std::optional<ReadProblem> problem = m_hooks.replaced(entry.id);
+  if (problem) m_hooks.replacedAt(DamageAt(entry, type, *std::move(problem)));
 }
 
 // Describes a damaged entry of the tree that is open.

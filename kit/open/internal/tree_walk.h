@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kit/internal/recent_objects.h>
 #include <kit/open/internal/damage_list.h>
 #include <kit/open/internal/id_map.h>
 #include <kit/open/internal/reporter.h>
@@ -18,6 +19,7 @@ class TreeWalk {
   struct Root {
     Id id;
     Id commit;
+    Id previous = {};  // the root tree of the parent; empty if there is none or it isn't known
   };
 
   /// All arguments must outlive the walk.
@@ -36,6 +38,7 @@ class TreeWalk {
   struct Entry {
     Id id;
     TalStringT<WideChar> name;
+    Id previous = {};  // as in StoredObject
   };
   struct Fetched {
     std::size_t position = 0;
@@ -53,15 +56,19 @@ class TreeWalk {
     std::vector<std::uint32_t> damage;  // numbers
   };
 
+  static constexpr std::uint64_t kMostRecentBytes = std::uint64_t{16} << 20;
+
   Status Step();
   Status Finish();
   Status Open(Entry entry, Buffer packed);
+  void FindPrevious(Frame& frame, std::vector<Entry>& files);
   Status KeepWanted(std::vector<Entry>& trees, std::vector<Entry>& files);
   Status Fetch(Frame& frame);
   Status ReadFiles(Frame& frame, const std::vector<Entry>& files);
   Status LookForFiles(Frame& frame, const std::vector<Entry>& files);
   void AddFileDamage(Frame& frame, const Entry& file, ReadProblem problem);
   void AddDamage(Frame& frame, std::uint32_t set);
+  void NoteReplaced(const Entry& entry, ObjectType type) const;
   Damage DamageAt(const Entry& entry, ObjectType type, ReadProblem problem) const;
 
   IObjectStore& m_store;
@@ -74,6 +81,8 @@ class TreeWalk {
   std::vector<Root> m_roots;
   const std::string* m_branch = nullptr;
   std::vector<Frame> m_frames;  // the first one is for the roots
+  // Packed forms, for the previous versions of entries.
+  RecentObjects<Buffer> m_recentTrees{kMostRecentBytes};
 };
 
 }  // namespace TalVcs::Kit

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <kit/open/internal/record_reader.h>
+#include <kit/open/report.h>
 
 #include <functional>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -22,6 +24,12 @@ struct WalkHooks {
   /// Called for each commit that can be read, oldest first, after everything in its tree.
   /// `isWhole` is false if something that it reaches can't be read.
   std::function<Status(const Id& commit, bool isWhole)> commitDone;
+  /// True if `objectRead` gets objects with their previous versions, as far as those were read.
+  bool findsPrevious = false;
+  /// Returns why the store's own object could not be read, if what was read came from elsewhere.
+  std::function<std::optional<ReadProblem>(const Id& id)> replaced;
+  /// Takes the place of each such object. Its `commits` are 0.
+  std::function<void(Damage damage)> replacedAt;
   /// False if it is enough to know that the store has a file.
   bool readsFiles = true;
 };

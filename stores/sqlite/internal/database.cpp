@@ -1,12 +1,17 @@
+#include <stores/sqlite/internal/connection.h>
 #include <stores/sqlite/internal/database.h>
+#include <stores/sqlite/internal/log.h>
 #include <stores/sqlite/internal/schema.h>
 
 #include <algorithm>
 #include <limits>
 #include <system_error>
+#include <utility>
 
 namespace TalVcs::Kit::Sqlite {
 namespace {
+
+constexpr std::size_t kLongestPrefix = 64;
 
 std::string Utf8Of(const std::filesystem::path& path) {
   const std::u8string text = path.u8string();
@@ -16,6 +21,37 @@ std::string Utf8Of(const std::filesystem::path& path) {
 int MillisecondsOf(std::chrono::milliseconds duration) {
   return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(
       duration.count(), 0, std::numeric_limits<int>::max()));
+}
+
+/// Returns whether statements can contain the prefix without quotes. SQLite keeps names that begin
+/// with "sqlite_" for itself.
+bool IsPrefix(std::string_view prefix) {
+  const auto is_letter = [](char c) {
+    return c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+  };
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+  if (prefix.size() > kLongestPrefix) return false;
+  if (!prefix.empty() && !is_letter(prefix.front())) return false;
+  if (!std::all_of(prefix.begin(), prefix.end(),
+                   [&](char c) { return is_letter(c) || is_digit(c); })) {
+    return false;
+  }
+  return sqlite3_strnicmp(std::string(prefix).c_str(), "sqlite_", 7) != 0;
+}
+
+bool Exists(const std::string& path) {
+  std::error_code failure;
+  return std::filesystem::exists(std::u8string(path.begin(), path.end()), failure);
+}
+
+const char* SynchronousOf(const SqliteOptions& options) {
+  // A commit outlives a loss of power once the folder is on the medium after the journal was
+  // removed from it. FULL leaves that out; EXTRA does it.
+  if (options.durable) return "PRAGMA main.synchronous = EXTRA";
+  // A log that isn't synced before its pages are copied can leave a file of several states.
+  return options.journalMode == SqliteJournalMode::WriteAheadLog
+             ? "PRAGMA main.synchronous = NORMAL"
+             : "PRAGMA main.synchronous = OFF";
 }
 
 }  // namespace
@@ -28,22 +64,61 @@ Result<std::unique_ptr<Database>> Database::Open(const std::filesystem::path& pa
   if (path.empty() || failure) {
     return MakeError(ErrorCode::NotFound, Task::Open, Utf8Of(path), "there is no such path");
   }
-  std::unique_ptr<Database> database(new Database(Utf8Of(absolute)));
+  bool lacks_log = false;
+  Result<std::unique_ptr<Database>> database = OpenOnce(Utf8Of(absolute), options, lacks_log);
+  // Another program may have made the log since the look.
+  if (lacks_log) database = OpenOnce(Utf8Of(absolute), options, lacks_log);
+  return database;
+}
+
+Result<std::unique_ptr<Database>> Database::OpenOnce(const std::string& path,
+                                                     const SqliteOptions& options, bool& lacksLog) {
+  std::unique_ptr<Database> database(new Database());
+  database->m_name = database->m_path = path;
+  lacksLog = false;
+  const bool had_log = Exists(path + "-wal");
   if (const int code = database->Connect(options); code != SQLITE_OK) {
     return database->Fail(code, Task::Open);
   }
-  // A commit outlives a loss of power once the folder is on the medium after the journal was
-  // removed from it. FULL leaves that out; EXTRA does it.
-  Status status = database->Execute(
-      options.durable ? "PRAGMA synchronous = EXTRA" : "PRAGMA synchronous = OFF", Task::Open);
+  Status status = database->Configure(options);
   if (status) status = PrepareSchema(*database, options.create && !options.readOnly);
+  if (!status) return std::move(status).error();
+  Result<bool> lacks_log = LacksLog(*database, had_log);
+  if (!lacks_log) return std::move(lacks_log).error();
+  lacksLog = *lacks_log;
+  if (lacksLog) {
+    return database->Fail(ErrorCode::Damaged, Task::Open,
+                          "the file with its last changes, \"" + path + "-wal\", is missing");
+  }
+  if (options.journalMode == SqliteJournalMode::WriteAheadLog && !database->IsReadOnly()) {
+    status = EnterLog(*database);
+  }
+  if (!status) return std::move(status).error();
+  return database;
+}
+
+Result<std::unique_ptr<Database>> Database::Attach(sqlite3* connection, std::string_view prefix,
+                                                   const SqliteOptions& options) {
+  std::unique_ptr<Database> database(new Database());
+  const char* path = connection ? sqlite3_db_filename(connection, "main") : nullptr;
+  database->m_name = path ? path : "";
+  if (!connection || !IsPrefix(prefix)) {
+    return database->Fail(ErrorCode::BadName, Task::Open,
+                          "tables can't have the prefix \"" + std::string(prefix) + "\"");
+  }
+  database->m_prefix = prefix;
+  database->m_connection = connection;
+  database->m_isAttached = true;
+  database->m_isReadOnly = options.readOnly;
+  Status status = PrepareSchema(*database, options.create && !database->IsReadOnly());
   if (!status) return std::move(status).error();
   return database;
 }
 
 Database::~Database() {
+  if (!m_isAttached && m_connection) LeaveLog(*this);
   for (sqlite3_stmt* statement : m_statements) sqlite3_finalize(statement);
-  sqlite3_close(m_connection);
+  if (!m_isAttached) sqlite3_close(m_connection);
 }
 
 int Database::Connect(const SqliteOptions& options) {
@@ -53,59 +128,52 @@ int Database::Connect(const SqliteOptions& options) {
   } else {
     flags |= SQLITE_OPEN_READWRITE | (options.create ? SQLITE_OPEN_CREATE : 0);
   }
-  int code = sqlite3_open_v2(m_name.c_str(), &m_connection, flags, nullptr);
+  const int code = sqlite3_open_v2(m_path.c_str(), &m_connection, flags, nullptr);
   if (code != SQLITE_OK) return code;
-  sqlite3_extended_result_codes(m_connection, 1);
-  code = sqlite3_busy_timeout(m_connection, MillisecondsOf(options.busyTimeout));
-  return code == SQLITE_OK ? RefuseForeignSql() : code;
+  SetBusyTimeout(options.busyTimeout);
+  return RefuseForeignSql(m_connection);
 }
 
-int Database::RefuseForeignSql() {
-  struct Setting {
-    int option;
-    int value;
-  };
-  static constexpr Setting kSettings[] = {{SQLITE_DBCONFIG_DEFENSIVE, 1},
-                                          {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
-                                          {SQLITE_DBCONFIG_ENABLE_TRIGGER, 0},
-                                          {SQLITE_DBCONFIG_ENABLE_VIEW, 0}};
-  for (const Setting& setting : kSettings) {
-    const int code = sqlite3_db_config(m_connection, setting.option, setting.value, nullptr);
-    if (code != SQLITE_OK) return code;
-  }
-  return sqlite3_exec(m_connection, "PRAGMA cell_size_check = ON", nullptr, nullptr, nullptr);
+Status Database::Configure(const SqliteOptions& options) {
+  Status status = Execute(SynchronousOf(options), Task::Open);
+  if (status && options.secureDelete) status = Execute("PRAGMA secure_delete = ON", Task::Open);
+  // Of a log that became long, only so much stays once it is in the file.
+  if (status) status = Execute("PRAGMA main.journal_size_limit = 1048576", Task::Open);
+  return status;
+}
+
+void Database::SetBusyTimeout(std::chrono::milliseconds timeout) noexcept {
+  sqlite3_busy_timeout(m_connection, MillisecondsOf(timeout));
 }
 
 Statement Database::Use(Query query, Task task) {
   sqlite3_stmt*& statement = m_statements[static_cast<std::size_t>(query)];
   int code = SQLITE_OK;
   if (!statement) {
-    code = sqlite3_prepare_v3(m_connection, TextOf(query), -1, SQLITE_PREPARE_PERSISTENT,
-                              &statement, nullptr);
+    code = sqlite3_prepare_v3(m_connection, WithPrefix(TextOf(query)).c_str(), -1,
+                              SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
   }
   return Statement(*this, task, statement, code);
 }
 
-Status Database::Execute(const char* statements, Task task) {
-  const int code = sqlite3_exec(m_connection, statements, nullptr, nullptr, nullptr);
+Status Database::Execute(std::string_view statements, Task task) {
+  const int code =
+      sqlite3_exec(m_connection, WithPrefix(statements).c_str(), nullptr, nullptr, nullptr);
   return code == SQLITE_OK ? Status() : Status(Fail(code, task));
 }
 
 bool Database::IsInTransaction() const noexcept { return !sqlite3_get_autocommit(m_connection); }
 
 bool Database::IsReadOnly() const noexcept {
-  return sqlite3_db_readonly(m_connection, "main") == 1;
-}
-
-std::uint64_t Database::MaxObjectSize() const noexcept {
-  // A row has to hold the id and the header of the record as well.
-  static constexpr int kRestOfRow = 256;
-  return static_cast<std::uint64_t>(
-      std::max(0, sqlite3_limit(m_connection, SQLITE_LIMIT_LENGTH, -1) - kRestOfRow));
+  return m_isReadOnly || sqlite3_db_readonly(m_connection, "main") == 1;
 }
 
 Error Database::Fail(int code, Task task) const {
-  return ErrorFromSqlite(m_connection, code, task, m_name);
+  Error error = ErrorFromSqlite(m_connection, code, task, m_name);
+  if (m_isAttached && m_isWriting && !IsInTransaction()) {
+    error.unchanged = "SQLite has undone the whole transaction";
+  }
+  return error;
 }
 
 }  // namespace TalVcs::Kit::Sqlite

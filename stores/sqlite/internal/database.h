@@ -7,31 +7,47 @@
 #include <stores/sqlite/sqlite_store.h>
 
 #include <array>
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace TalVcs::Kit::Sqlite {
 
-/// A connection to one file, with its prepared statements.
+/// A connection to one file, its own or a host's, with its prepared statements.
 class Database {
  public:
   /// Opens the file and checks that it is a document, or makes it one.
   static Result<std::unique_ptr<Database>> Open(const std::filesystem::path& path,
                                                 const SqliteOptions& options);
+  /// Uses the tables with a prefix in a host's database, or makes them. The host's connection must
+  /// outlive the result.
+  static Result<std::unique_ptr<Database>> Attach(sqlite3* connection, std::string_view prefix,
+                                                  const SqliteOptions& options);
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
   ~Database();
 
   /// Begins a run of a statement. Two runs of one statement don't overlap.
   Statement Use(Query query, Task task);
-  /// Runs statements that have no parameters, one after the other.
-  Status Execute(const char* statements, Task task);
+  /// Runs statements that have no parameters, one after the other, with the prefix in place of "$".
+  Status Execute(std::string_view statements, Task task);
+  std::string WithPrefix(std::string_view text) const { return Sqlite::WithPrefix(text, m_prefix); }
 
-  bool IsInTransaction() const noexcept;
+  /// Whether the connection is a host's, with settings and transactions of its own.
+  bool IsAttached() const noexcept { return m_isAttached; }
   bool IsReadOnly() const noexcept;
-  /// Largest number of bytes of one object.
-  std::uint64_t MaxObjectSize() const noexcept;
+  bool IsInTransaction() const noexcept;
+  /// Whether a write transaction of the store itself runs.
+  bool IsWriting() const noexcept { return m_isWriting; }
+  void SetWriting(bool isWriting) noexcept { m_isWriting = isWriting; }
+  void SetBusyTimeout(std::chrono::milliseconds timeout) noexcept;
+
+  /// The path of the file as SQLite knows it; empty for a host's database.
+  const std::string& Path() const noexcept { return m_path; }
+  sqlite3* Connection() const noexcept { return m_connection; }
 
   Error Fail(int code, Task task) const;
   Error Fail(ErrorCode code, Task task, const std::string& reason) const {
@@ -42,13 +58,22 @@ class Database {
   }
 
  private:
-  explicit Database(std::string name) : m_name(std::move(name)) {}
+  Database() = default;
 
+  /// Opens the file; the second result is whether its log was there before.
+  static Result<std::unique_ptr<Database>> OpenOnce(const std::string& path,
+                                                    const SqliteOptions& options, bool& lacksLog);
   int Connect(const SqliteOptions& options);
-  int RefuseForeignSql();
+  Status Configure(const SqliteOptions& options);
 
+  // For messages.
   std::string m_name;
+  std::string m_path;
+  std::string m_prefix;
   sqlite3* m_connection = nullptr;
+  bool m_isAttached = false;
+  bool m_isReadOnly = false;
+  bool m_isWriting = false;
   std::array<sqlite3_stmt*, kQueryCount> m_statements{};
 };
 

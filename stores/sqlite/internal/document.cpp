@@ -103,10 +103,7 @@ Result<Buffer> Document::ReadOne(const Id& id) {
 /// Reads the first of the ids and returns the others.
 Result<std::span<const Id>> Document::ReadBatch(std::span<const Id> ids, Found& found) {
   ReadTransaction transaction(*m_database);
-  // One look-up is a transaction of its own.
-  if (ids.size() > 1) {
-    if (Status status = transaction.Begin(); !status) return std::move(status).error();
-  }
+  if (Status status = transaction.Begin(); !status) return std::move(status).error();
   std::uint64_t size = 0;
   std::size_t count = 0;
   while (count < ids.size() && count < kObjectsReadAtOnce && size < kBytesReadAtOnce) {
@@ -159,11 +156,7 @@ Status Document::Write(std::span<const StoredObject> objects) {
   for (const StoredObject& object : objects) {
     const std::optional<ObjectKey> key = KeyOf(object.id);
     if (!key) return NotAnObjectId(object.id);
-    if (object.packed.GetSize() > m_database->MaxObjectSize()) {
-      return m_database->Fail(ErrorCode::Unsupported, Task::Save,
-                              "it can't hold so large an object");
-    }
-    m_pending.Add(*key, object.packed);
+    m_pending.Add(*key, object.packed, KeyOf(object.previous));
     if (m_pending.SizeBytes() <= m_bufferSizeBytes) continue;
     if (Status status = WritePending(); !status) return status;
   }

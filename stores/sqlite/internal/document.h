@@ -23,7 +23,7 @@ class Document {
  public:
   Document(std::unique_ptr<Database> database, const SqliteOptions& options)
       : m_database(std::move(database)),
-        m_objects(*m_database),
+        m_objects(*m_database, options.compress),
         m_heads(*m_database),
         m_bufferSizeBytes(options.bufferSizeBytes) {}
   Document(const Document&) = delete;

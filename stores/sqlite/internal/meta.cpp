@@ -4,7 +4,19 @@
 namespace TalVcs::Kit::Sqlite {
 namespace {
 
-const char* NameOf(Meta meta) noexcept { return meta == Meta::HeadSum ? "heads" : "removals"; }
+const char* NameOf(Meta meta) noexcept {
+  switch (meta) {
+    case Meta::HeadSum:
+      return "heads";
+    case Meta::Removals:
+      return "removals";
+    case Meta::Log:
+      return "log";
+    case Meta::Version:
+      break;
+  }
+  return "version";
+}
 
 }  // namespace
 

@@ -12,6 +12,8 @@ class Database;
 enum class Meta {
   HeadSum,   ///< The checksums of all heads, combined by exclusive or.
   Removals,  ///< How often objects were removed.
+  Log,       ///< 1 if a write-ahead log may have changes that the file lacks, otherwise 0.
+  Version,   ///< The version of the tables in a host's database.
 };
 
 /// Fails with `Damaged` if there is no such number.

@@ -1,26 +1,35 @@
 #pragma once
 
+#include <kit/store/object_codec.h>
 #include <kit/store/object_store.h>
 #include <stores/sqlite/internal/object_key.h>
+#include <stores/sqlite/internal/object_rows.h>
 #include <stores/sqlite/internal/pending_objects.h>
+#include <stores/sqlite/internal/recent_objects.h>
 
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace TalVcs::Kit::Sqlite {
 
 class Database;
 
-/// The table of objects. Each function runs inside the transaction that is open, if there is one.
+/// The table of objects, which are encoded on the way in and decoded on the way out. Each function
+/// but `List` runs inside the transaction that is open.
 class ObjectTable {
  public:
-  explicit ObjectTable(Database& database) noexcept : m_database(database) {}
+  ObjectTable(Database& database, bool compress) noexcept
+      : m_database(database),
+        m_rows(database),
+        m_compress(compress && ObjectEncoder::CanCompress()) {}
 
   Result<bool> Has(const ObjectKey& key);
   Result<std::optional<std::uint64_t>> SizeOf(const ObjectKey& key);
-  /// Fails with `NotFound` if there is no such object.
+  /// Fails with `NotFound` if there is no such object. Cost: a look-up, and one for each difference
+  /// down to an object that has no base, at most `kMostDifferences`.
   Result<Buffer> Read(const ObjectKey& key);
 
   /// Inserts those of the objects that the table lacks. Needs a write transaction.
@@ -30,16 +39,32 @@ class ObjectTable {
   /// none at the end.
   Status List(std::int64_t& number, std::vector<ObjectKey>& keys);
 
-  /// Removes all objects whose keys aren't in `kept`, which is in order. Needs a write transaction.
+  /// Removes all objects whose keys aren't in `kept`, which is in order. What is kept as a
+  /// difference from a removed object is encoded anew. Needs a write transaction.
   Result<RemovedObjects> RemoveAllBut(std::span<const ObjectKey> kept);
 
  private:
-  Result<Buffer> BufferFrom(const Id& id, const class Statement& row);
+  struct Removal {
+    RemovedObjects removed;
+    std::vector<std::int64_t> numbers;                               // in order
+    std::vector<std::pair<std::int64_t, std::int64_t>> differences;  // kept rows and their bases
+  };
+
   Status InsertOne(const PendingObjects::Entry& object);
-  Status Remove(std::span<const std::int64_t> numbers);
-  Error Damage(const Id& id) const;
+  Result<std::optional<std::pair<std::int64_t, EncodingBase>>> BaseFor(
+      const PendingObjects::Entry& object);
+  void Encode(const EncodingBase* base, std::int64_t number, const Buffer& packed, ObjectRow& row);
+  Result<Buffer> Decode(ObjectRow row);
+  Result<Buffer> DecodeChain(std::vector<ObjectRow>& chain, Buffer packed);
+  Result<Removal> FindRemovals(std::span<const ObjectKey> kept);
+  Status EncodeWithoutBase(std::int64_t number);
 
   Database& m_database;
+  ObjectRows m_rows;
+  RecentObjects m_recent;
+  ObjectEncoder m_encoder;
+  ObjectDecoder m_decoder;
+  bool m_compress;
 };
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -3,6 +3,7 @@
 #include <stores/sqlite/internal/object_key.h>
 
 #include <cstdint>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -15,12 +16,14 @@ class PendingObjects {
   struct Entry {
     ObjectKey key;
     Buffer packed;
+    // The previous version of the same path, if it is known.
+    std::optional<ObjectKey> previous;
   };
 
   /// Keeps the first of several objects of one key.
-  void Add(const ObjectKey& key, const Buffer& packed) {
+  void Add(const ObjectKey& key, const Buffer& packed, const std::optional<ObjectKey>& previous) {
     if (!m_places.try_emplace(key, m_entries.size()).second) return;
-    m_entries.push_back({key, packed});
+    m_entries.push_back({key, packed, previous});
     m_sizeBytes += packed.GetSize();
   }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
+#include <string_view>
 
 namespace TalVcs::Kit::Sqlite {
 
@@ -9,23 +11,37 @@ enum class Query {
   ApplicationId,
   UserVersion,
   CountTables,
+  CountOwnTables,
+  TableText,
+  JournalMode,
+  CountPages,
+  CountFreePages,
   BeginReading,
   BeginWriting,
   Commit,
   Rollback,
-  HasObject,
+  Savepoint,
+  ReleaseSavepoint,
+  RollbackToSavepoint,
+  FindObject,
   ReadObject,
+  ReadObjectByNumber,
   SizeOfObject,
   InsertObject,
+  UpdateObject,
   ListIds,
   ListObjects,
   DeleteObject,
+  ReadPieces,
+  InsertPiece,
+  DeletePieces,
   Heads,
   Head,
   SetHead,
   DeleteHead,
   Meta,
   SetMeta,
+  ListValues,
   Value,
   SetValue,
   DeleteValue,
@@ -33,10 +49,10 @@ enum class Query {
 
 inline constexpr std::size_t kQueryCount = static_cast<std::size_t>(Query::DeleteValue) + 1;
 
-/// Returns the text of the statement.
+/// Returns the text of the statement, with "$" in place of the prefix of the tables.
 const char* TextOf(Query query) noexcept;
 
-/// Creates the tables. docs/formats.md describes them.
-extern const char kCreateTables[];
+/// Returns the text with the prefix in place of each "$".
+std::string WithPrefix(std::string_view text, std::string_view prefix);
 
 }  // namespace TalVcs::Kit::Sqlite

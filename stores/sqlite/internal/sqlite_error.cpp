@@ -56,6 +56,12 @@ Reason ReasonOf(sqlite3* database, int code) {
       return {ErrorCode::Damaged, "its tables aren't those of a document"};
     case SQLITE_TOOBIG:
       return {ErrorCode::Unsupported, "it can't hold so large an object"};
+    case SQLITE_IOERR:
+      if (code == SQLITE_IOERR_LOCK || code == SQLITE_IOERR_RDLOCK ||
+          code == SQLITE_IOERR_CHECKRESERVEDLOCK) {
+        return {ErrorCode::Unavailable, "its folder doesn't support locks"};
+      }
+      [[fallthrough]];
     default:
       return {ErrorCode::Unavailable, "the system failed to read or write it"};
   }
@@ -85,6 +91,10 @@ Error MakeError(ErrorCode code, Task task, const std::string& file, const std::s
 }
 
 Error ErrorFromSqlite(sqlite3* database, int code, Task task, const std::string& file) {
+  // A host's connection may return the codes without their details.
+  if (database && (sqlite3_extended_errcode(database) & 0xFF) == code) {
+    code = sqlite3_extended_errcode(database);
+  }
   if ((code & 0xFF) == SQLITE_NOMEM || code == SQLITE_IOERR_NOMEM) throw std::bad_alloc();
   const Reason reason = ReasonOf(database, code);
   Error error = MakeError(reason.code, task, file, reason.text);

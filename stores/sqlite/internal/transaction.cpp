@@ -1,19 +1,13 @@
 #include <stores/sqlite/internal/database.h>
+#include <stores/sqlite/internal/log.h>
+#include <stores/sqlite/internal/schema.h>
 #include <stores/sqlite/internal/transaction.h>
 
 namespace TalVcs::Kit::Sqlite {
-namespace {
-
-/// Undoes what is open. A failure leaves a journal, by which the next transaction undoes it.
-void Rollback(Database& database) {
-  if (!database.IsInTransaction()) return;
-  [[maybe_unused]] const Status ignored = database.Use(Query::Rollback, Task::Read).Run();
-}
-
-}  // namespace
 
 ReadTransaction::~ReadTransaction() {
-  if (m_isOpen) Rollback(m_database);
+  if (!m_isOpen || !m_database.IsInTransaction()) return;
+  [[maybe_unused]] const Status ignored = m_database.Use(Query::Rollback, Task::Read).Run();
 }
 
 Status ReadTransaction::Begin() {
@@ -24,25 +18,53 @@ Status ReadTransaction::Begin() {
 }
 
 WriteTransaction::~WriteTransaction() {
-  if (m_isOpen) Rollback(m_database);
+  if (m_isOpen) Undo();
 }
 
-Status WriteTransaction::Begin() {
+/// A failure leaves a journal, by which the next transaction undoes the changes.
+void WriteTransaction::Undo() {
+  m_isOpen = false;
+  m_database.SetWriting(false);
+  // After some failures SQLite has undone the whole transaction.
+  if (!m_database.IsInTransaction()) return;
+  Status status;
+  if (m_isNested) {
+    status = m_database.Use(Query::RollbackToSavepoint, Task::Read).Run();
+    if (status) status = m_database.Use(Query::ReleaseSavepoint, Task::Read).Run();
+  } else {
+    status = m_database.Use(Query::Rollback, Task::Read).Run();
+  }
+}
+
+Status WriteTransaction::BeginOnAnySchema() {
   if (m_database.IsReadOnly()) {
     return m_database.Fail(ErrorCode::Denied, Task::Save, "it can only be read");
   }
-  if (m_database.IsInTransaction()) {
+  if (m_database.IsWriting()) {
     return m_database.Fail(ErrorCode::Busy, Task::Save, "this store object is removing objects");
   }
-  Status status = m_database.Use(Query::BeginWriting, Task::Save).Run();
+  m_isNested = m_database.IsInTransaction();
+  Status status =
+      m_database.Use(m_isNested ? Query::Savepoint : Query::BeginWriting, Task::Save).Run();
   m_isOpen = status.ok();
+  m_database.SetWriting(m_isOpen);
+  return status;
+}
+
+Status WriteTransaction::Begin() {
+  Status status = BeginOnAnySchema();
+  if (status) status = UpdateSchema(m_database);
+  if (status) status = MarkLog(m_database);
+  if (!status && m_isOpen) Undo();
   return status;
 }
 
 Status WriteTransaction::Commit() {
-  Status status = m_database.Use(Query::Commit, Task::Save).Run();
+  Status status =
+      m_database.Use(m_isNested ? Query::ReleaseSavepoint : Query::Commit, Task::Save).Run();
   if (status) {
     m_isOpen = false;
+    m_database.SetWriting(false);
     return status;
   }
   if (status.error().code != ErrorCode::Unavailable) return status;

@@ -10,6 +10,7 @@
 #include <kit/store/directory_object_store.h>
 #include <tests/kit/open/histories.h>
 #include <tests/kit/temporary_folder.h>
+#include <tests/support/digits.h>
 
 #include <fstream>
 
@@ -88,14 +89,16 @@ TEST_F(InAFolder, StatisticsAndCleanUpAreThoseOfTheSameStoreInMemory) {
   EXPECT_EQ(ObjectsOf(*directory), ObjectsOf(*memory));
 }
 
-TEST_F(InAFolder, OneDamagedFileIsFoundWithItsPath) {
+TEST_F(InAFolder, OneDamagedRecordIsFoundWithItsPath) {
   Repository repository = SmallHistory();
   Save(repository, *Create()).value();
   const std::string id = Testing::IdOf(repository.GetHead()->GetBlob(Wide("top")));
-  const auto path = m_folder.Path() / ".vcs/objects" / id.substr(0, 2) / id.substr(2);
-  std::filesystem::permissions(path, std::filesystem::perms::owner_write,
-                               std::filesystem::perm_options::add);
-  ASSERT_TRUE(std::ofstream(path, std::ios::binary) << "blob 1");
+  const auto path = m_folder.Path() / ".vcs/packs/00000001.pack";
+  std::string pack = Testing::ReadWhole(path);
+  const std::size_t place = pack.find(Testing::BytesFromDigits(id));
+  ASSERT_NE(place, std::string::npos);
+  pack[place + 34] = '?';
+  ASSERT_TRUE(std::ofstream(path, std::ios::binary) << pack);
   const VerifyReport report = Verify(*OpenStore()).value();
   ASSERT_EQ(report.damageCount, 1u);
   EXPECT_EQ(report.damages[0].path, "top");

@@ -6,6 +6,7 @@
 #include <tests/kit/store/object_store_suite.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/support/bytes.h>
+#include <tests/support/digits.h>
 
 #include <filesystem>
 #include <fstream>
@@ -37,6 +38,15 @@ INSTANTIATE_TEST_SUITE_P(DurableDirectory, ObjectStoreSuite,
                          testing::Values(StoreKind{MakeFolderPlace<true>, true}));
 INSTANTIATE_TEST_SUITE_P(Directory, ObjectStoreSuite,
                          testing::Values(StoreKind{MakeFolderPlace<false>, true}));
+
+/// The objects "blob 3 NUL one" and "blob 3 NUL two" in a pack; made with Python's zlib.crc32.
+const std::string kPackOfTwo =
+    "TalVcs pack 1\n" +
+    BytesFromDigits(
+        "4f0c0000437613f2000d14882113a8ceeb5e68572589edac29230c9fecd09d682612c4a3"
+        "000a626c6f622033006f6e65f79d0b70"
+        "4f0c00009d500193ed108f2f3ad67e1870148696dce98f56644f500176a1dc1cf1634f64"
+        "000a626c6f6220330074776f698e6f22");
 
 const DirectoryObjectStoreOptions kQuick{.durable = false,
                                          .busyTimeout = std::chrono::milliseconds(0)};
@@ -111,13 +121,12 @@ TEST_F(DirectoryObjectStoreTest, ObjectsWithoutAStateAreDamage) {
   EXPECT_FALSE(DirectoryObjectStore::Create(m_folder.Path(), kQuick).ok());
 }
 
-TEST_F(DirectoryObjectStoreTest, ObjectIsAFileWithItsPackedForm) {
+TEST_F(DirectoryObjectStoreTest, ObjectsOfASaveAreRecordsOfOnePack) {
   DirectoryObjectStore store = Create();
-  ASSERT_TRUE(store.Write({{m_one}}).ok());
-  EXPECT_EQ(
-      ReadWhole(File("objects/43/7613f2000d14882113a8ceeb5e68572589edac29230c9fecd09d682612c4a3")),
-      std::string("blob 3\0one", 10));
-  EXPECT_EQ(CountFiles(File("objects")), 1);
+  ASSERT_TRUE(store.Write({{m_one, m_two}}).ok());
+  EXPECT_EQ(CountFiles(File("objects")), 0);
+  EXPECT_EQ(CountFiles(File("packs")), 1);
+  EXPECT_EQ(ReadWhole(File("packs/00000001.pack")), kPackOfTwo);
 }
 
 TEST_F(DirectoryObjectStoreTest, MoveAppendsOneSmallRecord) {
@@ -164,7 +173,7 @@ TEST_F(DirectoryObjectStoreTest, TornTailIsSkippedAndReplacedByTheNextWrite) {
 
 TEST_F(DirectoryObjectStoreTest, JournalOfALaterVersionIsLeftAlone) {
   { DirectoryObjectStore store = Create(); }
-  const std::string later = "TalVcs store 2\nrequires packs\n" + State().substr(24);
+  const std::string later = "TalVcs store 2\nrequires packs later\n" + State().substr(30);
   WriteWhole(File("state"), later);
   EXPECT_EQ(ErrorOfOpen(), ErrorCode::Unsupported);
   EXPECT_FALSE(DirectoryObjectStore::Create(m_folder.Path(), kQuick).ok());
@@ -190,14 +199,15 @@ TEST_F(DirectoryObjectStoreTest, IncompleteFilesAreNoObjects) {
   EXPECT_EQ(store.Missing({{m_one.id}}).value().size(), 1U);
   ASSERT_TRUE(store.Write({{m_one}}).ok());
   EXPECT_TRUE(store.Missing({{m_one.id}}).value().empty());
-  EXPECT_EQ(CountFiles(File("objects")), 1);
 }
 
 TEST_F(DirectoryObjectStoreTest, FilesOfTheHostStay) {
   DirectoryObjectStore store = Create();
   ASSERT_TRUE(store.Write({{m_one}}).ok());
-  const std::set<std::string> names = {"notes", "objects/readme", "objects/43/readme",
-                                       "objects/zz"};
+  fs::create_directories(File("objects/43"));
+  const std::set<std::string> names = {"notes",        "objects/readme", "objects/43/readme",
+                                       "objects/zz",   "packs/notes",    "packs/0000000a.pack.old",
+                                       "packs/a.pack", "packs/a-b.index"};
   for (const std::string& name : names) WriteWhole(File(name), "of the host");
   const Result<RemovedObjects> removed = store.RemoveUnmarked(
       [](std::span<const Head> /*heads*/) -> Result<std::vector<Id>> { return std::vector<Id>(); });
@@ -272,7 +282,8 @@ TEST_F(DirectoryObjectStoreTest, FirstWriteUpgradesAFolderOfTheFormerFormat) {
   EXPECT_TRUE(State().starts_with("TalVcs store 2\n"));
   DirectoryObjectStore other = Open();
   EXPECT_EQ(other.Heads().value(), heads);
-  EXPECT_EQ(CountFiles(File("objects")), files + 1);
+  EXPECT_EQ(CountFiles(File("objects")), files);
+  EXPECT_EQ(CountFiles(File("packs")), 1);
 }
 
 TEST_F(DirectoryObjectStoreTest, FormerClassRefusesAnUpgradedFolder) {

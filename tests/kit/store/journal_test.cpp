@@ -12,7 +12,8 @@ namespace {
 using Testing::Hex;
 using Testing::Wide;
 
-const std::string kHeader = "TalVcs store 2\nrequires\n";
+const std::string kHeader = "TalVcs store 2\nrequires packs\n";
+const std::string kHeaderWithoutPacks = "TalVcs store 2\nrequires\n";
 
 Id IdOfDigit(char digit) { return Id(Wide(std::string(64, digit))); }
 
@@ -106,6 +107,41 @@ TEST_F(JournalTest, BytesAreThoseOfTheFormat) {
             "2B DF 90 DD 28 72 9D E6 33 8C C5 76 F0 72 90 21");
 }
 
+// The digest is from another implementation of SHA-256.
+TEST_F(JournalTest, PacksAndRemovedFilesHaveTheBytesOfTheFormat) {
+  JournalState state;
+  state.packs[3] = 0x12345;
+  state.removedFiles.insert(*KeyFromId(IdOfDigit('b')));
+  const std::string journal = Journal::Write(state);
+  EXPECT_EQ(Hex(journal.substr(kHeader.size())),
+            "0A 52 45 43 37 00 00 00 00 00 00 00 00 00 00 00 "
+            "72 00 00 00 00 00 00 00 00 "
+            "70 03 00 00 00 45 23 01 00 00 00 00 00 "
+            "74 "
+            "BB BB BB BB BB BB BB BB BB BB BB BB BB BB BB BB "
+            "BB BB BB BB BB BB BB BB BB BB BB BB BB BB BB BB "
+            "5E F5 EE CD F4 6F 60 FC 55 B5 8E A9 0B 3C 2B BE "
+            "91 A4 23 86 1C 70 71 6D 21 CD 40 D9 1B 76 2C 87");
+  Journal read;
+  ASSERT_EQ(read.Read(journal), JournalProblem::None);
+  EXPECT_EQ(read.GetState().packs, state.packs);
+  EXPECT_EQ(read.GetState().removedFiles, state.removedFiles);
+}
+
+// A reader of the version before would take it for damage.
+TEST_F(JournalTest, JournalWithoutPacksGetsNoRecordOfThem) {
+  Journal journal;
+  ASSERT_EQ(journal.Read(kHeaderWithoutPacks + m_bytes.substr(kHeader.size())),
+            JournalProblem::None);
+  EXPECT_EQ(Show(journal.GetState()), m_states[2]);
+  JournalChanges changes;
+  changes.SetValue("name", "value");
+  EXPECT_FALSE(journal.MakeRecord(changes).empty());
+  changes.SetPack(1, 14);
+  EXPECT_TRUE(journal.MakeRecord(changes).empty());
+  EXPECT_FALSE(m_journal.MakeRecord(changes).empty());
+}
+
 TEST_F(JournalTest, EveryPrefixIsAFormerStateOrDamage) {
   for (std::size_t size = 0; size < m_bytes.size(); ++size) {
     const std::string expected = size < m_ends[0]   ? "damaged"
@@ -162,7 +198,8 @@ TEST_F(JournalTest, OtherVersionsAndFeaturesAreUnsupported) {
   const std::string records = m_bytes.substr(kHeader.size());
   EXPECT_EQ(Read("TalVcs store 3\nanything"), "unsupported");
   EXPECT_EQ(Read("TalVcs store 22\nrequires\n" + records), "unsupported");
-  EXPECT_EQ(Read("TalVcs store 2\nrequires packs\n" + records), "unsupported");
+  EXPECT_EQ(Read("TalVcs store 2\nrequires packs later\n" + records), "unsupported");
+  EXPECT_EQ(Read("TalVcs store 2\nrequires later\n" + records), "unsupported");
   EXPECT_EQ(Read("TalVcs store 2\nrequest\n" + records), "damaged");
   EXPECT_EQ(Read("TalVcs store 1\n0 objects\n"), "damaged");
   EXPECT_EQ(Read(""), "damaged");

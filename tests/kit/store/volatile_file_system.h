@@ -18,7 +18,8 @@ namespace TalVcs::Testing {
 ///
 /// The bytes of a file are kept by `SyncFile`, the names in a folder by `SyncFolder`. Of other
 /// bytes and names a loss of power keeps some: of each folder its first changes, of each file its
-/// bytes as far as they go, the old ones, or zeros in place of new ones.
+/// bytes as far as they go, the old ones, or zeros in place of new ones. New bytes needn't come in
+/// their order: pieces of them may be zeros although later ones are kept.
 class VolatileFileSystem final : public Kit::FileSystem {
  public:
   VolatileFileSystem() {
@@ -71,6 +72,13 @@ class VolatileFileSystem final : public Kit::FileSystem {
     size = file->bytes.size();
     return {};
   }
+  std::error_code OpenFile(const Path& path, std::unique_ptr<Kit::OpenedFile>& file) override {
+    if (Lost()) return Failure();
+    const auto folder = m_folders.find(FolderOf(path));
+    if (folder == m_folders.end() || Find(path) == nullptr) return NotThere();
+    file = std::make_unique<VolatileFile>(*this, folder->second[NameOf(path)]);
+    return {};
+  }
   std::error_code CreateFile(const Path& path, const Buffer& bytes) override {
     if (Lost()) return Failure();
     const auto folder = m_folders.find(FolderOf(path));
@@ -88,6 +96,13 @@ class VolatileFileSystem final : public Kit::FileSystem {
     file->bytes += Kit::BytesFromBuffer(bytes);
     return {};
   }
+  std::error_code TruncateFile(const Path& path, std::uint64_t size) override {
+    if (Lost()) return Failure();
+    File* file = Find(path);
+    if (file == nullptr) return NotThere();
+    file->bytes.resize(static_cast<std::size_t>(size));
+    return {};
+  }
   std::error_code SyncFile(const Path& path) override {
     if (Lost()) return Failure();
     File* file = Find(path);
@@ -97,7 +112,7 @@ class VolatileFileSystem final : public Kit::FileSystem {
   }
   std::error_code SyncFolder(const Path& path) override {
     if (Lost()) return Failure();
-    const std::string folder = path.generic_string();
+    const std::string folder = path == "." ? std::string() : path.generic_string();
     for (const NameChange& change : m_pending[folder]) Make(m_kept, folder, change);
     m_pending.erase(folder);
     return {};
@@ -164,6 +179,29 @@ class VolatileFileSystem final : public Kit::FileSystem {
     std::string bytes;
     std::string kept;
   };
+  class VolatileFile final : public Kit::OpenedFile {
+   public:
+    VolatileFile(VolatileFileSystem& files, std::shared_ptr<File> file)
+        : m_files(files), m_file(std::move(file)) {}
+
+    std::error_code ReadAt(std::uint64_t position, char* target, std::size_t size,
+                           std::size_t& count) override {
+      count = 0;
+      if (m_files.Lost()) return Failure();
+      if (position < m_file->bytes.size()) count = m_file->bytes.copy(target, size, position);
+      return {};
+    }
+    std::error_code GetSize(std::uint64_t& size) override {
+      if (m_files.Lost()) return Failure();
+      size = m_file->bytes.size();
+      return {};
+    }
+
+   private:
+    VolatileFileSystem& m_files;
+    std::shared_ptr<File> m_file;
+  };
+
   /// Names with their files, and null for folders.
   using Entries = std::map<std::string, std::shared_ptr<File>>;
   struct NameChange {
@@ -218,16 +256,26 @@ class VolatileFileSystem final : public Kit::FileSystem {
     }
   }
 
+  static std::string Reordered(std::string bytes, std::size_t from, std::mt19937& random) {
+    constexpr std::size_t kPiece = 24;
+    for (; from < bytes.size(); from += kPiece) {
+      const std::size_t size = std::min(kPiece, bytes.size() - from);
+      if (random() % 2 == 0) bytes.replace(from, size, size, '\0');
+    }
+    return bytes;
+  }
+
   static File Leave(const File& file, std::mt19937& random) {
     const std::string& bytes = file.bytes;
     std::string left = file.kept;
     if (bytes != file.kept) {
       const std::size_t from = bytes.starts_with(file.kept) ? file.kept.size() : 0;
       const std::size_t size = from + random() % (bytes.size() - from + 1);
-      const int kind = static_cast<int>(random() % 4);
+      const int kind = static_cast<int>(random() % 5);
       if (kind == 1) left = bytes.substr(0, size);
       if (kind == 2) left = bytes.substr(0, size) + std::string(bytes.size() - size, '\0');
       if (kind == 3) left = bytes;
+      if (kind == 4) left = Reordered(bytes, from, random);
     }
     return {left, left};
   }

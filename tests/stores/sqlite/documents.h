@@ -4,7 +4,9 @@
 #include <kit/text.h>
 #include <stores/sqlite/sqlite_store.h>
 
+#include <filesystem>
 #include <optional>
+#include <random>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -19,6 +21,21 @@ inline Kit::StoredObject ObjectOf(std::string_view text) {
   object.packed.Append(text.data(), text.size());
   object.id = Id(object.packed);
   return object;
+}
+
+/// Makes an object of another's bytes and some more, as a version after it.
+inline Kit::StoredObject NextVersion(const Kit::StoredObject& previous, std::string_view more) {
+  Kit::StoredObject object = ObjectOf(Kit::BytesFromBuffer(previous.packed) + std::string(more));
+  object.previous = previous.id;
+  return object;
+}
+
+/// Returns the same bytes for the same size and seed, which don't compress.
+inline std::string RandomBytes(std::size_t size, unsigned seed = 1) {
+  std::mt19937 random(seed);
+  std::string bytes;
+  while (bytes.size() < size) bytes += static_cast<char>(random() & 0xFF);
+  return bytes;
 }
 
 /// Two states that share an object, and a large object that only the new one has.

@@ -1,0 +1,84 @@
+#include <stores/sqlite/internal/database.h>
+#include <stores/sqlite/internal/log.h>
+#include <stores/sqlite/internal/meta.h>
+#include <stores/sqlite/internal/transaction.h>
+
+#include <cstdint>
+#include <optional>
+#include <utility>
+
+namespace TalVcs::Kit::Sqlite {
+namespace {
+
+Result<bool> HasLog(Database& database) {
+  Statement row = database.Use(Query::JournalMode, Task::Read);
+  Result<bool> found = row.Step();
+  if (!found) return std::move(found).error();
+  return *found && row.Text(0) == "wal";
+}
+
+/// Says in a transaction of its own whether the log has changes that the file lacks.
+Status SetMark(Database& database, std::uint64_t mark) {
+  WriteTransaction transaction(database);
+  Status status = transaction.Begin();
+  if (status) status = WriteMeta(database, Meta::Log, mark);
+  return status ? transaction.Commit() : status;
+}
+
+}  // namespace
+
+Status EnterLog(Database& database) {
+  Result<bool> has_log = HasLog(database);
+  if (!has_log) return std::move(has_log).error();
+  if (*has_log) return {};
+  if (Status status = SetMark(database, 1); !status) return status;
+  Status status = database.Execute("PRAGMA main.journal_mode = WAL", Task::Open);
+  if (!status) return status;
+  has_log = HasLog(database);
+  if (!has_log) return std::move(has_log).error();
+  if (*has_log) return {};
+  return database.Fail(ErrorCode::Unsupported, Task::Open,
+                       "its file system can't have a write-ahead log");
+}
+
+Status MarkLog(Database& database) {
+  if (database.IsAttached()) return {};
+  Result<bool> has_log = HasLog(database);
+  if (!has_log) return std::move(has_log).error();
+  if (!*has_log) return {};
+  Result<std::uint64_t> mark = ReadMeta(database, Meta::Log);
+  if (!mark) return std::move(mark).error();
+  return *mark == 1 ? Status() : WriteMeta(database, Meta::Log, 1);
+}
+
+void LeaveLog(Database& database) {
+  if (database.IsAttached() || database.IsReadOnly()) return;
+  const Result<bool> has_log = HasLog(database);
+  if (!has_log || !*has_log) return;
+  database.SetBusyTimeout(std::chrono::milliseconds(0));
+  // Once everything is in the file, the mark is the only change that can be in the log alone.
+  Status status = database.Execute("PRAGMA main.wal_checkpoint(TRUNCATE)", Task::Save);
+  if (status) {
+    WriteTransaction transaction(database);
+    status = transaction.Begin();
+    if (status) status = WriteMeta(database, Meta::Log, 0);
+    if (status) status = transaction.Commit();
+  }
+  if (status) status = database.Execute("PRAGMA main.journal_mode = DELETE", Task::Save);
+  // Another connection goes on with the log.
+  if (!status) status = SetMark(database, 1);
+}
+
+Result<bool> LacksLog(Database& database, bool hadLog) {
+  if (hadLog) return false;
+  ReadTransaction transaction(database);
+  if (Status status = transaction.Begin(); !status) return std::move(status).error();
+  Result<bool> has_log = HasLog(database);
+  if (!has_log) return std::move(has_log).error();
+  if (!*has_log) return false;
+  Result<std::uint64_t> mark = ReadMeta(database, Meta::Log);
+  if (!mark) return std::move(mark).error();
+  return *mark != 0;
+}
+
+}  // namespace TalVcs::Kit::Sqlite

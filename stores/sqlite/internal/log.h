@@ -1,0 +1,27 @@
+#pragma once
+
+#include <kit/text/result.h>
+
+namespace TalVcs::Kit::Sqlite {
+
+class Database;
+
+// The write-ahead log of a file. While the file is in log mode, changes may be in the log alone,
+// and a copy of the file without its log is an older state, or pages of several. So the number
+// `Meta::Log` says whether a file may lack changes that its log has: it is 1 in the file before the
+// log begins, and 0 once the log is in the file and no more follows.
+
+/// Uses a write-ahead log from now on. Fails with `Unsupported` if the file system can't.
+Status EnterLog(Database& database);
+
+/// Notes in the running write transaction that changes are in the log, if there is one.
+Status MarkLog(Database& database);
+
+/// Moves the log into the file and removes it, if there is one and no other connection uses it.
+/// Otherwise the log stays, and the last connection removes it.
+void LeaveLog(Database& database);
+
+/// Returns true if changes were in a log that `hadLog` says wasn't there when the file was opened.
+Result<bool> LacksLog(Database& database, bool hadLog);
+
+}  // namespace TalVcs::Kit::Sqlite
