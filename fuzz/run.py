@@ -32,7 +32,7 @@ TARGETS = {
     "object_codec": (512, 5),
     "operations": (512, 1),
     "pack": (512, 4),
-    "packed_object": (1024, 10),
+    "packed_object": (1024, 4),
     "path": (256, 20),
     "sqlite_store": (16384, 1),
     "text_merge": (256, 10),

@@ -1,7 +1,7 @@
 """Saves into a store in a folder in which one system call is the last, or fails: each in turn.
 
-A program that knows the state "former" saves into a store of the former format too, which upgrades it, and
-counts the objects of a store.
+A program that knows the state "former" saves into a store of the former format too, which upgrades it,
+and counts the objects of a store.
 """
 
 import os
