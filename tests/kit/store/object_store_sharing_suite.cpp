@@ -16,7 +16,7 @@ using Testing::Ascii;
 using HeadList = std::vector<Head>;
 
 TEST_P(ObjectStoreSuite, OneStoreObjectReadsWhatAnotherHasWritten) {
-  if (IsInMemory()) return;
+  if (IsUsedAlone()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   EXPECT_EQ(HeadsOf(*other), HeadList());
   EXPECT_EQ(other->Missing({{m_one.id}}).value().size(), 1U);
@@ -29,7 +29,7 @@ TEST_P(ObjectStoreSuite, OneStoreObjectReadsWhatAnotherHasWritten) {
 }
 
 TEST_P(ObjectStoreSuite, OneStoreObjectReadsTheValuesOfAnother) {
-  if (IsInMemory()) return;
+  if (IsUsedAlone()) return;
   if (RefusesValues()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   EXPECT_EQ(other->Value("current").value(), std::nullopt);
@@ -38,7 +38,7 @@ TEST_P(ObjectStoreSuite, OneStoreObjectReadsTheValuesOfAnother) {
 }
 
 TEST_P(ObjectStoreSuite, StoreObjectsMoveHeadsInTurn) {
-  if (IsInMemory()) return;
+  if (IsUsedAlone()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   Write(Store(), {m_one, m_two});
   ExpectMoved(Store(), {{"master", Id(), m_one.id}});
@@ -52,7 +52,7 @@ TEST_P(ObjectStoreSuite, StoreObjectsMoveHeadsInTurn) {
 
 TEST_P(ObjectStoreSuite, SaveIsBusyAfterAnotherStoreObjectHasRemovedObjects) {
   if (RefusesRemovals()) return;
-  if (IsInMemory()) return;
+  if (IsUsedAlone()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   Write(Store(), {m_one, m_two});
   ExpectMoved(Store(), {});
@@ -67,7 +67,7 @@ TEST_P(ObjectStoreSuite, SaveIsBusyAfterAnotherStoreObjectHasRemovedObjects) {
 
 TEST_P(ObjectStoreSuite, NobodyElseMovesHeadsDuringAMark) {
   if (RefusesRemovals()) return;
-  if (IsInMemory()) return;
+  if (IsUsedAlone()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   Write(Store(), {m_one});
   Write(*other, {m_two});
@@ -86,7 +86,7 @@ TEST_P(ObjectStoreSuite, NobodyElseMovesHeadsDuringAMark) {
 }
 
 TEST_P(ObjectStoreSuite, HistoryOfAnotherStoreObjectIsReadOn) {
-  if (IsInMemory()) return;
+  if (IsUsedAlone()) return;
   const std::unique_ptr<IObjectStore> other = OpenAgain();
   Write(Store(), {m_firstCommit});
   ExpectMoved(Store(), {{"master", Id(), m_firstCommit.id}});

@@ -30,7 +30,7 @@ struct StoreKind {
   /// Makes a place where no store is yet.
   std::function<StoreOpener()> makePlace;
   /// Whether the store outlives its store objects, so that it can be opened again and several times
-  /// at once. Without it each store object has a store of its own.
+  /// at once. Without it one store object is used alone.
   bool durable = false;
   /// Whether the store can remove objects and keep values. One that can't fails with `Unsupported`.
   bool removes = true;
@@ -65,7 +65,7 @@ class ObjectStoreSuite : public testing::TestWithParam<StoreKind> {
 
   /// Return true for a store without that ability, after checking what it does instead. A test that
   /// needs the ability then has nothing more to check.
-  bool IsInMemory();
+  bool IsUsedAlone();
   bool RefusesRemovals();
   bool RefusesValues();
 
