@@ -63,6 +63,7 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookUp(const ObjectKe
     Load();
     return LookUp(key, most);
   }
+  std::sort(places.rbegin(), places.rend());
   std::optional<Error> failure;
   for (const std::uint64_t number : places) {
     const PackPlace place = PlaceFromNumber(number);
@@ -114,7 +115,6 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookAt(const ObjectKe
 
 void PackedObjects::Load() {
   m_tail.clear();
-  m_damaged.clear();
   m_tailBytes = 0;
   m_synced = PackPlace();
   m_indexes.Load(m_packs);
@@ -148,11 +148,10 @@ void PackedObjects::ScanOn() {
 
 void PackedObjects::Take(const ScannedRecord& record, const PackPlace& place) {
   m_tailBytes += record.bytes.size();
-  const auto [at, is_new] = m_tail.emplace(record.key, place);
-  if (!record.isWhole) {
-    if (is_new) m_damaged.insert(record.key);
-  } else if (m_damaged.erase(record.key) != 0) {
-    at->second = place;
+  if (record.isWhole) {
+    m_tail.insert_or_assign(record.key, place);
+  } else {
+    m_tail.emplace(record.key, place);
   }
 }
 
@@ -294,7 +293,6 @@ void PackedObjects::WriteIndexIfDue() {
   const Result<std::optional<std::uint32_t>> check = m_files.CheckBefore(m_end);
   if (!check || !*check || !m_indexes.Add(m_end, **check, std::move(entries))) return;
   m_tail.clear();
-  m_damaged.clear();
   m_tailBytes = 0;
   m_tailAfterLoad = 0;
 }

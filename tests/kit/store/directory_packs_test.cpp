@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <kit/directory_store.h>
+#include <kit/internal/pack_record.h>
 #include <kit/internal/store_access.h>
 #include <kit/store/object_codec.h>
 #include <tests/kit/faulty_file_system.h>
@@ -341,6 +342,24 @@ TEST_F(DamagedPacks, RemovalPutsThePacksTogether) {
   DirectoryObjectStore other = Open();
   EXPECT_EQ(Read(other, m_objects[3].id), Testing::Bytes(m_objects[3].packed));
   EXPECT_EQ(Read(other, Packed("later").id), "blob later");
+}
+
+// A repair puts it there.
+TEST_F(DamagedPacks, NewestRecordOfAnObjectCounts) {
+  const StoredObject& first = m_objects.front();
+  const ObjectKey key = *KeyFromId(first.id);
+  std::string pack(kPackTitle);
+  AppendPackRecord(pack, key, "\1damaged");
+  pack += m_pack.substr(14);
+  EXPECT_EQ(CountDamaged(pack), 0);
+  std::vector<Id> kept = {Packed("later").id};
+  for (const StoredObject& object : m_objects) kept.push_back(object.id);
+  DirectoryObjectStore store = Open();
+  EXPECT_EQ(RemoveAllBut(store, kept).value().count, 0U);
+  EXPECT_EQ(Names(".pack"), std::vector<std::string>{"00000002.pack"});
+  EXPECT_EQ(ReadWhole(File("packs/00000002.pack")).find("damaged"), std::string::npos);
+  EXPECT_EQ(Read(store, first.id), Testing::Bytes(first.packed));
+  EXPECT_EQ(ListOf(store).size(), 7U);
 }
 
 TEST_F(DamagedPacks, MoveIsBusyAfterAWriteWasTakenBack) {
