@@ -24,6 +24,7 @@
 #include <kit/internal/store_access.h>
 #include <kit/text.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -192,13 +193,11 @@ class Session {
     if (!m_store) return;
     std::vector<Id> kept;
     for (std::size_t number = 0; number < m_objects.size(); ++number) {
-      Object& object = m_objects[number];
-      if ((number & bits) == 0) {
-        kept.push_back(object.id);
-      }
+      if ((number & bits) == 0) kept.push_back(m_objects[number].id);
     }
     const auto mark = [&kept](std::span<const Kit::Head>) { return Kit::Result(kept); };
     const bool removed = m_store->RemoveUnmarked(mark).ok();
+    m_files->FailAt(0);
     for (Object& object : m_objects) {
       const bool stays = std::find(kept.begin(), kept.end(), object.id) != kept.end();
       if (!stays) object.written = false;

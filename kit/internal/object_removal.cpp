@@ -50,11 +50,13 @@ void ObjectRemoval::TakeRecord(const ScannedRecord& record, const PackPlace& pla
                                const std::set<ObjectKey>& kept) {
   const bool is_kept = kept.contains(record.key);
   if (!is_kept) m_rewritten.insert(place.pack);
-  const auto [known, is_first] = m_places.emplace(record.key, place);
-  if (!is_first) {
-    if (record.isWhole) known->second = place;
-    return;
+  const auto [at, is_new] = m_places.emplace(record.key, place);
+  if (!is_new && record.isWhole) {
+    // The newest whole record is the one that readers find.
+    m_rewritten.insert(at->second.pack);
+    at->second = place;
   }
+  if (!is_new && !is_kept) return;
   const Result<EncodedHeader> header = HeaderOf(record);
   if (!is_kept) {
     ++m_removed.count;

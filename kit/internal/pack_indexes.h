@@ -25,7 +25,7 @@ class PackIndexes {
   /// Where the records begin that no index has.
   PackPlace GetEnd() const;
 
-  /// Appends the places of the objects with that prefix, the newest first. False if an index is
+  /// Appends the places of the objects with that prefix, in no order. False if an index is
   /// damaged: the caller loads them again and scans what is left out then.
   bool Find(std::uint64_t prefix, std::vector<std::uint64_t>& places);
 

@@ -116,7 +116,6 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookAt(const ObjectKe
 
 void PackedObjects::Load() {
   m_tail.clear();
-  m_damaged.clear();
   m_tailBytes = 0;
   m_synced = PackPlace();
   m_indexes.Load(m_packs);
@@ -152,9 +151,8 @@ void PackedObjects::Take(const ScannedRecord& record, const PackPlace& place) {
   m_tailBytes += record.bytes.size();
   if (record.isWhole) {
     m_tail.insert_or_assign(record.key, place);
-    m_damaged.erase(record.key);
-  } else if (m_tail.emplace(record.key, place).second) {
-    m_damaged.insert(record.key);
+  } else {
+    m_tail.emplace(record.key, place);
   }
 }
 
@@ -296,7 +294,6 @@ void PackedObjects::WriteIndexIfDue() {
   const Result<std::optional<std::uint32_t>> check = m_files.CheckBefore(m_end);
   if (!check || !*check || !m_indexes.Add(m_end, **check, std::move(entries))) return;
   m_tail.clear();
-  m_damaged.clear();
   m_tailBytes = 0;
   m_tailAfterLoad = 0;
 }

@@ -10,7 +10,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -23,6 +22,8 @@ namespace TalVcs::Kit {
 /// The newest pack grows by one append for each write. Indexes say where the records are, except
 /// for the last ones, a thousand or a megabyte at most, which are found by reading them. So opening
 /// costs the same however many objects there are, and a look-up a few reads.
+///
+/// Of several records of one object, the newest whole one counts.
 ///
 /// What an index or a look into a pack has found is kept in memory. It stays right as long as the
 /// packs that `Use` named are those of the store.
@@ -102,7 +103,6 @@ class PackedObjects {
   PackSizes m_packs;
   bool m_loaded = false;
   std::map<ObjectKey, PackPlace> m_tail;  // records that no index has
-  std::set<ObjectKey> m_damaged;          // those of them whose record is damaged
   PackPlace m_end;                        // where the next record is looked for
   std::optional<std::uint32_t> m_lastCheck;
   std::uint64_t m_tailBytes = 0;

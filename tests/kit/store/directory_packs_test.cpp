@@ -6,16 +6,11 @@
 #include <kit/store/object_codec.h>
 #include <tests/kit/faulty_file_system.h>
 #include <tests/kit/saved_states.h>
-#include <tests/kit/temporary_folder.h>
-#include <tests/support/bytes.h>
-#include <tests/support/digits.h>
-#include <tests/support/text.h>
+#include <tests/kit/store/directory_packs_fixture.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <memory>
-#include <random>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -28,81 +23,6 @@ using Testing::ReadWhole;
 using Testing::TemporaryFolder;
 using Testing::WriteWhole;
 namespace fs = std::filesystem;
-
-constexpr std::size_t kMegabyte = std::size_t{1} << 20;
-
-const DirectoryObjectStoreOptions kQuick{.durable = false,
-                                         .busyTimeout = std::chrono::milliseconds(0)};
-
-StoredObject Packed(const std::string& text, const Id& previous = Id()) {
-  const Buffer packed = Testing::BufferOf("blob " + text);
-  return {Id(packed), packed, previous};
-}
-
-std::string NoiseOf(std::size_t size, unsigned seed) {
-  std::mt19937 random(seed);
-  std::string noise(size, '\0');
-  for (char& byte : noise) byte = static_cast<char>(random());
-  return noise;
-}
-
-/// Returns the packed form, or the name of the error.
-std::string Read(IObjectStore& store, const Id& id) {
-  std::string read;
-  store
-      .Read({&id, 1},
-            [&](const Id&, Result<Buffer> packed) {
-              read = packed ? Testing::Bytes(*packed) : ToString(packed.error().code);
-            })
-      .value();
-  return read;
-}
-
-std::vector<Id> ListOf(IObjectStore& store) {
-  std::vector<Id> listed;
-  const auto take = [&listed](std::span<const Id> ids) {
-    listed.insert(listed.end(), ids.begin(), ids.end());
-    return true;
-  };
-  store.List(take).value();
-  return listed;
-}
-
-class DirectoryPacks : public testing::Test {
- protected:
-  DirectoryObjectStore Open() {
-    return DirectoryObjectStore::Open(m_folder.Path(), kQuick).value();
-  }
-  DirectoryObjectStore Create() {
-    return DirectoryObjectStore::Create(m_folder.Path(), kQuick).value();
-  }
-  fs::path File(const std::string& name) const { return m_folder.Path() / ".vcs" / name; }
-  fs::path FileOf(const Id& id) const {
-    const std::string digits = Testing::Ascii(id);
-    return File("objects/" + digits.substr(0, 2) + "/" + digits.substr(2));
-  }
-  std::vector<std::string> Names(const std::string& ending) const {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(File("packs"))) {
-      const std::string name = entry.path().filename().string();
-      if (name.ends_with(ending)) names.push_back(name);
-    }
-    return names;
-  }
-
-  /// Writes the objects and moves "master" to the last of them.
-  static void Save(IObjectStore& store, const std::vector<StoredObject>& objects) {
-    store.Write(objects).value();
-    const std::vector<Head> heads = store.Heads().value();
-    const Id before = heads.empty() ? Id() : heads.front().id;
-    store.MoveHeads({{HeadMove{"master", before, objects.back().id}}}).value();
-  }
-  static Result<RemovedObjects> RemoveAllBut(IObjectStore& store, const std::vector<Id>& kept) {
-    return store.RemoveUnmarked([&kept](std::span<const Head>) { return Result(kept); });
-  }
-
-  TemporaryFolder m_folder;
-};
 
 TEST_F(DirectoryPacks, DurableSaveWaitsTwiceForTheMedium) {
   const auto files = std::make_shared<FaultyFileSystem>();
@@ -240,147 +160,6 @@ TEST_F(DirectoryPacks, UncompressedStoreReadsWhatIsCompressed) {
   EXPECT_GT(fs::file_size(File("packs/00000001.pack")), size + 1000);
   EXPECT_EQ(Read(store, Packed(text).id), "blob " + text);
   EXPECT_EQ(Read(store, Packed(text + "y").id), "blob " + text + "y");
-}
-
-/// A store of three versions of a text and of an index, with everything that it holds.
-class DamagedPacks : public DirectoryPacks {
- protected:
-  DamagedPacks() {
-    DirectoryObjectStore store = Create();
-    std::string text = NoiseOf(400, 1);
-    Id previous;
-    for (int version = 0; version < 3; ++version) {
-      text += std::to_string(version);
-      m_objects.push_back(Packed("note " + std::to_string(version)));
-      m_objects.push_back(Packed(text, previous));
-      Save(store, {m_objects.end()[-2], m_objects.back()});
-      previous = m_objects.back().id;
-    }
-    m_pack = ReadWhole(File("packs/00000001.pack"));
-    m_state = ReadWhole(File("state"));
-  }
-
-  /// Opens the store with these bytes as its pack; returns how many of its objects aren't whole.
-  int CountDamaged(const std::string& pack) {
-    fs::remove_all(File("packs"));
-    fs::create_directory(File("packs"));
-    WriteWhole(File("packs/00000001.pack"), pack);
-    WriteWhole(File("state"), m_state);
-    DirectoryObjectStore store = Open();
-    EXPECT_EQ(store.Heads().value().front().id, m_objects.back().id);
-    int damaged = 0;
-    for (const StoredObject& object : m_objects) {
-      const std::string read = Read(store, object.id);
-      if (read == Testing::Bytes(object.packed)) continue;
-      ++damaged;
-      EXPECT_TRUE(read == "Damaged" || read == "NotFound" || read == "Unsupported") << read;
-    }
-    // What is damaged harms no later save.
-    Save(store, {Packed("later")});
-    EXPECT_EQ(Read(store, Packed("later").id), "blob later");
-    DirectoryObjectStore other = Open();
-    EXPECT_EQ(Read(other, Packed("later").id), "blob later");
-    return damaged;
-  }
-
-  std::vector<StoredObject> m_objects;
-  std::string m_pack;
-  std::string m_state;
-};
-
-TEST_F(DamagedPacks, ChangedByteHarmsOneObjectAndItsDifferencesAlone) {
-  int most = 0;
-  for (std::size_t at = 0; at < m_pack.size(); ++at) {
-    std::string pack = m_pack;
-    pack[at] = static_cast<char>(pack[at] ^ (at % 2 == 0 ? 0x01 : 0xFF));
-    const int damaged = CountDamaged(pack);
-    ASSERT_EQ(damaged > 0, at >= 14) << at;
-    ASSERT_LE(damaged, 3) << at;
-    ASSERT_FALSE(HasFailure()) << at;
-    most = std::max(most, damaged);
-  }
-  EXPECT_EQ(most, ObjectEncoder::CanCompress() ? 3 : 1);
-}
-
-TEST_F(DamagedPacks, PackThatIsCutLosesItsEndAlone) {
-  int before = 0;
-  for (std::size_t size = m_pack.size() - 1; size >= 14; size -= 3) {
-    const int damaged = CountDamaged(m_pack.substr(0, size));
-    ASSERT_GE(damaged, before) << size;
-    ASSERT_FALSE(HasFailure()) << size;
-    before = damaged;
-  }
-  EXPECT_EQ(before, 6);
-}
-
-TEST_F(DamagedPacks, TornRecordIsCutOffByTheNextWrite) {
-  EXPECT_EQ(CountDamaged(m_pack + m_pack.substr(14, 50)), 0);
-  EXPECT_EQ(ReadWhole(File("packs/00000001.pack")).substr(0, m_pack.size()), m_pack);
-  EXPECT_EQ(fs::file_size(File("packs/00000001.pack")), m_pack.size() + 36 + 12 + 4);
-  EXPECT_EQ(CountDamaged(m_pack + std::string(500, '\0')), 0);
-  EXPECT_EQ(fs::file_size(File("packs/00000001.pack")), m_pack.size() + 36 + 12 + 4);
-}
-
-TEST_F(DamagedPacks, MissingPackIsDamageAndNotAnEmptyStore) {
-  fs::remove(File("packs/00000001.pack"));
-  DirectoryObjectStore store = Open();
-  EXPECT_EQ(store.Heads().value().size(), 1U);
-  EXPECT_EQ(Read(store, m_objects.front().id), "Damaged");
-  EXPECT_EQ(store.Missing({{m_objects.front().id}}).error().code, ErrorCode::Damaged);
-  EXPECT_EQ(store.Write({{Packed("later")}}).error().code, ErrorCode::Damaged);
-}
-
-TEST_F(DamagedPacks, RemovalPutsThePacksTogether) {
-  EXPECT_EQ(CountDamaged(m_pack.substr(0, m_pack.size() - 1)), 1);
-  EXPECT_EQ(Names(".pack").size(), 2U);
-  DirectoryObjectStore store = Open();
-  const std::vector<Id> kept = ListOf(store);
-  EXPECT_EQ(kept.size(), 6U);
-  EXPECT_EQ(RemoveAllBut(store, kept).value().count, 0U);
-  EXPECT_EQ(Names(".pack"), std::vector<std::string>{"00000003.pack"});
-  DirectoryObjectStore other = Open();
-  EXPECT_EQ(Read(other, m_objects[3].id), Testing::Bytes(m_objects[3].packed));
-  EXPECT_EQ(Read(other, Packed("later").id), "blob later");
-}
-
-TEST_F(DamagedPacks, MoveIsBusyAfterAWriteWasTakenBack) {
-  DirectoryObjectStore store = Open();
-  DirectoryObjectStore other = Open();
-  store.Write({{Packed("later")}}).value();
-  EXPECT_TRUE(other.Missing({{Packed("later").id}}).value().empty());
-  fs::resize_file(File("packs/00000001.pack"), m_pack.size());
-  const HeadMove move{"topic", Id(), Packed("later").id};
-  EXPECT_EQ(other.MoveHeads({&move, 1}).error().code, ErrorCode::Busy);
-  EXPECT_EQ(other.Missing({{Packed("later").id}}).value().size(), 1U);
-}
-
-TEST_F(DirectoryPacks, DamagedIndexIsNoLoss) {
-  std::vector<Id> ids;
-  {
-    DirectoryObjectStore store = Create();
-    std::vector<StoredObject> objects;
-    for (int number = 0; number < 1200; ++number) {
-      objects.push_back(Packed(std::to_string(number)));
-      ids.push_back(objects.back().id);
-    }
-    Save(store, objects);
-  }
-  ASSERT_EQ(Names(".index").size(), 1U);
-  const fs::path index = File("packs/" + Names(".index").front());
-  const std::string bytes = ReadWhole(index);
-  for (std::size_t at = 0; at < bytes.size(); at += 509) {
-    std::string damaged = bytes;
-    damaged[at] = static_cast<char>(damaged[at] ^ 0x04);
-    WriteWhole(index, at % 2 == 0 ? damaged : bytes.substr(0, at));
-    DirectoryObjectStore store = Open();
-    ASSERT_TRUE(store.Missing(ids).value().empty()) << at;
-    ASSERT_EQ(Read(store, ids[at % 1200]), "blob " + std::to_string(at % 1200)) << at;
-  }
-  const std::string name = Names(".index").front();
-  Save(*std::make_unique<DirectoryObjectStore>(Open()), {Packed("new")});
-  EXPECT_NE(Names(".index"), std::vector<std::string>{name});
-  EXPECT_EQ(Names(".index").size(), 1U);
-  EXPECT_TRUE(Open().Missing(ids).value().empty());
 }
 
 TEST_F(DirectoryPacks, RemovalWritesAnewWhatLosesItsBase) {
