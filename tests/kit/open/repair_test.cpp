@@ -239,7 +239,7 @@ TEST(Repair, AnyWrongByteOfAPackIsRepaired) {
   const std::filesystem::path pack = ".vcs/packs/00000001.pack";
   const std::string bytes = ReadWhole(original / pack);
   std::uint64_t repaired = 0;
-  for (std::size_t position = 0; position < bytes.size(); position += 7) {
+  for (std::size_t position = 0; position < bytes.size(); position += 17) {
     std::filesystem::remove_all(damaged);
     std::filesystem::copy(original, damaged, std::filesystem::copy_options::recursive);
     std::string changed = bytes;
