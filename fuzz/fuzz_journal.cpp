@@ -2,6 +2,7 @@
 //
 // input  := "b" bytes | "r" action* "D" damage*
 // action := "h" name LF digit | "d" name LF | "v" name LF value LF | "x" name LF | "n" byte
+//         | "k" byte byte        names a pack and its size
 //         | "R"                  ends a record
 //         | "p" payload 0xFF     a record with these bytes as its payload
 // damage := "c" byte byte        cuts the journal there
@@ -29,7 +30,8 @@ using Kit::JournalProblem;
 using Kit::JournalState;
 
 bool operator==(const JournalState& a, const JournalState& b) {
-  return a.heads == b.heads && a.values == b.values && a.removals == b.removals;
+  return a.heads == b.heads && a.values == b.values && a.removals == b.removals &&
+         a.packs == b.packs && a.removedFiles == b.removedFiles;
 }
 
 /// Bytes of any kind are a journal, or are refused. A journal is the same however it is read.
@@ -129,6 +131,12 @@ void Session::Build(Fuzz::Input& input) {
         m_state.removals = input.Byte();
         m_changes.SetRemovals(m_state.removals);
         break;
+      case 'k': {
+        const std::uint32_t number = input.Byte();
+        m_state.packs[number] = input.Byte();
+        m_changes.SetPack(number, m_state.packs[number]);
+        break;
+      }
       case 'R':
         EndRecord();
         break;

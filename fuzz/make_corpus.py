@@ -11,6 +11,7 @@ import hashlib
 import pathlib
 import random
 import sys
+import zlib
 
 END = b"\xff"  # of a part
 AUTHOR = b"author Ann <ann@example.org> 1000000000 +0130\ncommitter Ann <ann@example.org> 1000000000 +0130\n"
@@ -195,7 +196,9 @@ def journal_seeds():
     yield "damaged", b"b" + header + first[:30] + b"?" + first[31:] + second
     yield "wrong-link", b"b" + header + first + first
     yield "later-version", b"bTalVcs store 3\nrequires\n" + first
-    yield "feature", b"bTalVcs store 2\nrequires packs\n" + first
+    yield "feature", b"bTalVcs store 2\nrequires later\n" + first
+    packs = journal_record(b"r" + bytes(8) + b"p" + bytes(4) + bytes(8) + b"t" + b"\xab" * 32)
+    yield "packs", b"bTalVcs store 2\nrequires packs\n" + packs
     yield "steps", b"rhmaster\n1Rhmaster\n2htopic\n3Rdtopic\nvnote\ntext\nRxnote\nn\7R"
     yield "payloads", b"rp" + b"h" + name + b"\xab" * 32 + END + b"pz" + END + b"p\x72" + bytes(8) + END
     yield "cut", b"rhmaster\n1Rhmaster\n2RDc\0\xb0c\0\x60c\0\x20"
@@ -260,6 +263,45 @@ def codec_seeds():
     yield "lost-base", b"c" + difference(7, 5)
 
 
+def pack_record(digit, encoded):
+    framed = b"O" + len(encoded).to_bytes(3, "little") + bytes([digit]) * 32 + encoded
+    return framed + zlib.crc32(framed).to_bytes(4, "little")
+
+
+def index_page(content):
+    return content + bytes(4092 - len(content))
+
+
+def pack_seeds():
+    one, two, three = (pack_record(digit, b"\0\5text" + bytes([digit])) for digit in (1, 2, 3))
+    def number(value, size=8):
+        return value.to_bytes(size, "little")
+    def header(count):
+        return index_page(b"TalVcs pack index 1\n" + bytes(8) + number(1 << 40 | 500) + number(7, 4) + number(count))
+    def entries(first, count):
+        return index_page(b"".join(number(index << 54) + number(1 << 40 | 14 + index)
+                                   for index in range(first, first + count)))
+    yield "empty", b""
+    yield "records", b"s\0\0" + one + two + three
+    yield "torn", b"s\0\x2b" + one + two[:-3]
+    yield "damaged", b"s\0\x81" + one + two[:20] + b"?" + two[21:] + three
+    yield "damaged-size", b"s\0\x81" + one + b"O\xff" + two[2:] + three
+    yield "gap", b"s\0\xff" + one + b"OOOOOO" + two + bytes(60) + three
+    yield "cut-kept", b"s\0\xff" + one + two
+    yield "index", b"X" + header(3) + entries(0, 3)
+    yield "large-index", b"X" + header(300) + entries(0, 255) + entries(255, 45) + index_page(number(0) + number(255 << 54))
+    yield "index-without-checks", b"x" + header(3) + entries(0, 3)
+    yield "long-index", b"X" + header(1 << 60) + entries(0, 3)
+    yield "saves", b"owone\nhwtwo\nhnwthree\nh"
+    yield "versions", b"ow" + b"a line of text " * 9 + b"\nhw" + b"a line of text " * 9 + b"and more\nhr\2n"
+    yield "removal", b"owone\nwtwo\nwthree\nhr\2nwfour\nh"
+    yield "failing", b"owone\nhe\x09wtwo\nhe\x20wthree\nhr\1nh"
+    yield "failing-removal", b"owone\nwtwo\nhe\x18r\1nwthree\nh"
+    yield "flips", b"owone\nhwtwo\nhf\0\x20?nwthree\nhf\0\x40?n"
+    yield "cuts", b"owone\nhwtwo\nhc\0\x40nwthree\nhr\0n"
+    yield "more-behind", b"owone\nhaO\5\0\0garbage\nnwtwo\nh"
+
+
 SEEDS = {
     "load": load_seeds,
     "tree": tree_seeds,
@@ -271,6 +313,7 @@ SEEDS = {
     "journal": journal_seeds,
     "encryption": encryption_seeds,
     "object_codec": codec_seeds,
+    "pack": pack_seeds,
 }
 
 

@@ -108,17 +108,23 @@ class MemoryFileSystem::File final : public TalVcs::Kit::OpenedFile {
                          std::size_t& count) override {
     count = 0;
     if (m_files.Fails()) return InjectedError();
-    const std::string& content = m_files.m_content.files[m_path];
+    const std::string content = Content();
     if (position < content.size()) count = content.copy(target, size, position);
     return {};
   }
   std::error_code GetSize(std::uint64_t& size) override {
     if (m_files.Fails()) return InjectedError();
-    size = m_files.m_content.files[m_path].size();
+    size = Content().size();
     return {};
   }
 
  private:
+  /// Nothing once the name has gone: no store reads on then.
+  std::string Content() const {
+    const auto found = m_files.m_content.files.find(m_path);
+    return found == m_files.m_content.files.end() ? std::string() : found->second;
+  }
+
   MemoryFileSystem& m_files;
   std::string m_path;
 };

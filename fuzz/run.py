@@ -30,6 +30,7 @@ TARGETS = {
     "load": (1024, 2),
     "object_codec": (512, 5),
     "operations": (512, 1),
+    "pack": (512, 4),
     "path": (256, 20),
     "tree": (1024, 4),
     "utf": (256, 20),

@@ -35,31 +35,41 @@ struct DirectoryObjectStoreOptions {
 /// An object store in the folder ".vcs" below a folder.
 ///
 ///     .vcs/state               a journal: branches with their heads, values
-///     .vcs/objects/ab/cdef...  one file an object, its packed form
+///     .vcs/packs/*.pack        objects, compressed or as differences from previous versions
+///     .vcs/packs/*.index       where objects are in the packs
+///     .vcs/objects/ab/cdef...  a large object that can't be compressed
 ///     .vcs/lock, .vcs/readers  empty files that processes lock
 ///
-/// Other files in ".vcs" are the host's and stay untouched. docs/formats.md describes the journal.
+/// Other files in ".vcs" are the host's and stay untouched. docs/formats.md describes the files.
 ///
-/// *Cost.* A save writes a file for each new object and appends one record to the journal. No
-/// operation but `List` and `RemoveUnmarked` looks at files that it wasn't asked for. Now and then
-/// a save writes the journal anew, when most of it is history.
+/// *Cost.* A save appends its objects to one pack and one record to the journal, and waits twice
+/// for the medium if it is durable. Opening and a look-up cost the same however many objects and
+/// saves there are: a few reads, of one page and one record as a rule. Reading a version decodes at
+/// most six differences. Once in a few hundred saves an index is written, at other times the
+/// journal anew. `List` and `RemoveUnmarked` read all packs. Only `RemoveUnmarked` puts packs
+/// together; it needs room for a copy of those that it rewrites.
 ///
 /// *Several store objects*, in one process or several, may work on one folder. Writers wait for
 /// each other as long as the options say. A store object that has called `Heads` keeps all objects
-/// in place until it ends: `RemoveUnmarked` of the others fails with `Busy` as long. While
+/// in place until it ends: `RemoveUnmarked` of the others fails with `Busy` as long, so it also
+/// reads on in the packs that it knows. While
 /// `RemoveUnmarked` runs, `Write`, `MoveHeads`, `SetValue` and the first `Missing` of a save fail
 /// with `Busy`, and `Heads` waits.
 ///
 /// *Failures.* A process that ends or a loss of power at any point leaves the state before or after
 /// a change, never another one. An incomplete last record of the journal is what such an end leaves
 /// and is skipped; any other damage of the journal is the error `Damaged` in every operation that
-/// needs it. Objects of a save that didn't end stay until `RemoveUnmarked`. A full medium is
+/// needs it. Damage of a pack harms the object of the damaged record and those that are differences
+/// from it, with the error `Damaged`; damage of an index harms nothing. `RemoveUnmarked` removes
+/// everything or nothing. Objects of a save that didn't end stay until then. A full medium is
 /// `Full`, a missing right `Denied`.
 ///
-/// *The former format.* A folder that `DirectoryStore` has written is read as it is; streams that
-/// are neither objects nor branches are values under their paths. The first operation that writes
-/// upgrades it in place, which looks once at every name in the folder of the objects. From then on
-/// `DirectoryStore` refuses the folder and says why in its `LastError`.
+/// *Former formats.* A folder of the version before, in which each object is a file, is read and
+/// written; new objects go into packs, and `RemoveUnmarked` puts small files there. A folder that
+/// `DirectoryStore` has written is read as it is; streams that are neither objects nor branches are
+/// values under their paths. The first operation that writes upgrades it in place, which looks once
+/// at every name in the folder of the objects. From then on `DirectoryStore` refuses the folder and
+/// says why in its `LastError`.
 ///
 /// Threads: a store object belongs to one thread at a time.
 class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore {

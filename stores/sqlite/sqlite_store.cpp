@@ -1,4 +1,5 @@
 #include <kit/store/read_history.h>
+#include <stores/sqlite/internal/compaction.h>
 #include <stores/sqlite/internal/document.h>
 #include <stores/sqlite/sqlite_store.h>
 
@@ -40,6 +41,15 @@ SqliteStore& SqliteStore::operator=(SqliteStore&& other) noexcept {
   return *this;
 }
 SqliteStore::~SqliteStore() { [[maybe_unused]] const Status ignored = Close(); }
+
+Status SqliteStore::Compact(const std::filesystem::path& path, SqliteOptions options,
+                            const Progress& progress) {
+  return Sqlite::CompactDocument(path, options, progress);
+}
+
+Status SqliteStore::CompactInto(const std::filesystem::path& target, const Progress& progress) {
+  return m_document ? m_document->CompactInto(target, progress) : Closed();
+}
 
 Status SqliteStore::Close() {
   if (!m_document) return {};

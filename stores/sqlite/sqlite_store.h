@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kit/store/object_store.h>
+#include <kit/text/progress.h>
 #include <stores/sqlite/export.h>
 
 #include <chrono>
@@ -42,6 +43,10 @@ struct SqliteOptions {
   std::uint64_t bufferSizeBytes = std::uint64_t{16} << 20;
   /// How changes become durable; see `SqliteStore`.
   SqliteJournalMode journalMode = SqliteJournalMode::Rollback;
+  /// Whether a document opens although the file with its last changes, "-wal", is missing. It may
+  /// be an older state, or have parts of several: verify it. A program that removed the log after
+  /// it had moved all of it into the document has done no harm.
+  bool acceptMissingLog = false;
   /// Whether the bytes of removed objects are overwritten in the file. Costs writes in a removal.
   /// The medium itself may keep old blocks, and copies of the file keep what they have.
   bool secureDelete = false;
@@ -69,10 +74,11 @@ struct SqliteOptions {
 /// readers and a writer never wait for each other. While the document is open, the files "-wal" and
 /// "-shm" beside it belong to it. The last store object that closes moves the log into the document
 /// and removes both. After a crash, the next one to open it does; if "-wal" is missing then,
-/// opening fails with `Damaged`, because the document alone may have parts of several states. The
-/// log is copied into the document whenever it exceeds about a megabyte. Only a program that reads
-/// all the time keeps it from shrinking. Doesn't work on network folders: opening fails with
-/// `Unsupported`.
+/// opening fails with `Damaged`, because the document alone may have parts of several states,
+/// unless `SqliteOptions::acceptMissingLog` is set. Of store objects that close at the same moment,
+/// each may leave the log to the others; the next one to close removes it. The log is copied into
+/// the document whenever it exceeds about a megabyte. Only a program that reads all the time keeps
+/// it from shrinking. Doesn't work on network folders: opening fails with `Unsupported`.
 ///
 /// *A host's database.* `Attach` puts the tables into a database of the host. If the host has begun
 /// a transaction, each change is a savepoint in it and gets durable when the host commits; if the
@@ -84,6 +90,9 @@ struct SqliteOptions {
 /// Statements of the host may be active; one that writes makes a transaction of the store fail with
 /// `Busy`. After `Full` or `Unavailable` SQLite may have undone the host's whole transaction:
 /// `sqlite3_get_autocommit` shows that. `RemoveUnmarked` doesn't give pages back to the system.
+///
+/// *Size.* A removal that leaves a quarter of the file or more free gives that back to the system.
+/// Documents of the first version need `Compact` once for that.
 ///
 /// *Older documents.* A document of an older version opens and is read. The first change updates
 /// its tables in the same transaction, at a cost independent of its size. Older programs then
@@ -127,6 +136,27 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore {
   SqliteStore& operator=(SqliteStore&& other) noexcept;
   /// Does what `Close` does, without a result.
   ~SqliteStore() override;
+
+  /// Replaces the document at `path` by a copy without free pages, in which every object is
+  /// compressed that can be.
+  ///
+  /// The copy is written beside it under the name with "-compact" added, and then gets its name in
+  /// one step: after a failure, a cancellation or a crash the document is as before. What a crash
+  /// leaves beside it, the next compaction removes. Needs as much space as the document has at the
+  /// end. Cost: all objects read and written once; the phase of the progress is "copy", its items
+  /// are objects.
+  ///
+  /// Other store objects can read meanwhile, but not write, and use the new file from their next
+  /// call on. A program that uses the file without this class must close it before. Fails with
+  /// `Busy` if another program writes or uses a write-ahead log, with `Unsupported` if the file has
+  /// tables of other programs. On Windows no other store object may have it open.
+  static Status Compact(const std::filesystem::path& path, SqliteOptions options = {},
+                        const Progress& progress = {});
+
+  /// Copies the document, as `Compact` does, into a new one at `target`. Fails with `Denied` if
+  /// there is a file of that name. Works on documents that can only be read, and in a host's
+  /// database, of which only the store's tables are copied.
+  Status CompactInto(const std::filesystem::path& target, const Progress& progress = {});
 
   /// Puts objects that are still in memory into the file, and closes it. After a failure the store
   /// is open and has the objects. Closing twice succeeds.

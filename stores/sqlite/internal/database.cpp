@@ -40,6 +40,13 @@ bool IsPrefix(std::string_view prefix) {
 }
 
 bool Exists(const std::string& path) {
+  sqlite3_vfs* files = sqlite3_vfs_find(nullptr);
+  int exists = 0;
+  if (files && files->xAccess(files, path.c_str(), SQLITE_ACCESS_EXISTS, &exists) == SQLITE_OK &&
+      exists != 0) {
+    return true;
+  }
+  // SQLite counts an empty file as none.
   std::error_code failure;
   return std::filesystem::exists(std::u8string(path.begin(), path.end()), failure);
 }
@@ -75,6 +82,7 @@ Result<std::unique_ptr<Database>> Database::OpenOnce(const std::string& path,
                                                      const SqliteOptions& options, bool& lacksLog) {
   std::unique_ptr<Database> database(new Database());
   database->m_name = database->m_path = path;
+  database->m_options = options;
   lacksLog = false;
   const bool had_log = Exists(path + "-wal");
   if (const int code = database->Connect(options); code != SQLITE_OK) {
@@ -83,17 +91,23 @@ Result<std::unique_ptr<Database>> Database::OpenOnce(const std::string& path,
   Status status = database->Configure(options);
   if (status) status = PrepareSchema(*database, options.create && !options.readOnly);
   if (!status) return std::move(status).error();
-  Result<bool> lacks_log = LacksLog(*database, had_log);
+  Result<bool> lacks_log = LacksLog(*database, had_log || options.acceptMissingLog);
   if (!lacks_log) return std::move(lacks_log).error();
   lacksLog = *lacks_log;
   if (lacksLog) {
+    // Removes the empty log that opening has made.
+    sqlite3_db_config(database->m_connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
     return database->Fail(ErrorCode::Damaged, Task::Open,
                           "the file with its last changes, \"" + path + "-wal\", is missing");
   }
   if (options.journalMode == SqliteJournalMode::WriteAheadLog && !database->IsReadOnly()) {
     status = EnterLog(*database);
   }
-  if (!status) return std::move(status).error();
+  if (!status) {
+    LeaveLog(*database);
+    return std::move(status).error();
+  }
+  database->m_isOpen = true;
   return database;
 }
 
@@ -116,9 +130,37 @@ Result<std::unique_ptr<Database>> Database::Attach(sqlite3* connection, std::str
 }
 
 Database::~Database() {
-  if (!m_isAttached && m_connection) LeaveLog(*this);
-  for (sqlite3_stmt* statement : m_statements) sqlite3_finalize(statement);
+  if (m_isOpen) LeaveLog(*this);
+  Disconnect();
+}
+
+void Database::Disconnect() noexcept {
+  for (sqlite3_stmt*& statement : m_statements) {
+    sqlite3_finalize(statement);
+    statement = nullptr;
+  }
   if (!m_isAttached) sqlite3_close(m_connection);
+  m_connection = nullptr;
+}
+
+Status Database::FollowFile() {
+  int has_moved = 0;
+  if (m_isAttached ||
+      sqlite3_file_control(m_connection, "main", SQLITE_FCNTL_HAS_MOVED, &has_moved) != SQLITE_OK ||
+      has_moved == 0) {
+    return {};
+  }
+  SqliteOptions options = m_options;
+  options.create = false;
+  bool lacks_log = false;
+  Result<std::unique_ptr<Database>> next = OpenOnce(m_path, options, lacks_log);
+  if (!next) return std::move(next).error();
+  // The log of that name is the other file's.
+  Disconnect();
+  (*next)->m_isOpen = false;
+  std::swap(m_connection, (*next)->m_connection);
+  std::swap(m_statements, (*next)->m_statements);
+  return {};
 }
 
 int Database::Connect(const SqliteOptions& options) {
@@ -131,12 +173,19 @@ int Database::Connect(const SqliteOptions& options) {
   const int code = sqlite3_open_v2(m_path.c_str(), &m_connection, flags, nullptr);
   if (code != SQLITE_OK) return code;
   SetBusyTimeout(options.busyTimeout);
+  // Only `LeaveLog` removes a log, because the file has to say that it has none.
+  sqlite3_db_config(m_connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
   return RefuseForeignSql(m_connection);
 }
 
 Status Database::Configure(const SqliteOptions& options) {
   Status status = Execute(SynchronousOf(options), Task::Open);
-  if (status && options.secureDelete) status = Execute("PRAGMA secure_delete = ON", Task::Open);
+  // What SQLite does without this depends on how it was built.
+  if (status) {
+    status =
+        Execute(options.secureDelete ? "PRAGMA secure_delete = ON" : "PRAGMA secure_delete = OFF",
+                Task::Open);
+  }
   // Of a log that became long, only so much stays once it is in the file.
   if (status) status = Execute("PRAGMA main.journal_size_limit = 1048576", Task::Open);
   return status;

@@ -43,10 +43,13 @@ class Database {
   /// Whether a write transaction of the store itself runs.
   bool IsWriting() const noexcept { return m_isWriting; }
   void SetWriting(bool isWriting) noexcept { m_isWriting = isWriting; }
+  /// Opens the file of the same name if another one has replaced the one that is open, as a
+  /// compaction does. Fails with `NotFound` if there is none.
+  Status FollowFile();
   void SetBusyTimeout(std::chrono::milliseconds timeout) noexcept;
 
-  /// The path of the file as SQLite knows it; empty for a host's database.
-  const std::string& Path() const noexcept { return m_path; }
+  /// The name of the file for messages.
+  const std::string& Name() const noexcept { return m_name; }
   sqlite3* Connection() const noexcept { return m_connection; }
 
   Error Fail(int code, Task task) const;
@@ -60,17 +63,21 @@ class Database {
  private:
   Database() = default;
 
-  /// Opens the file; the second result is whether its log was there before.
+  /// Opens the file. Sets `lacksLog` if its log is missing, perhaps only at the first look.
   static Result<std::unique_ptr<Database>> OpenOnce(const std::string& path,
                                                     const SqliteOptions& options, bool& lacksLog);
   int Connect(const SqliteOptions& options);
   Status Configure(const SqliteOptions& options);
+  void Disconnect() noexcept;
 
   // For messages.
   std::string m_name;
   std::string m_path;
   std::string m_prefix;
+  SqliteOptions m_options;
   sqlite3* m_connection = nullptr;
+  // Whether it was opened without a failure.
+  bool m_isOpen = false;
   bool m_isAttached = false;
   bool m_isReadOnly = false;
   bool m_isWriting = false;

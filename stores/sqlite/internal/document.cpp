@@ -1,8 +1,10 @@
 #include <kit/text.h>
 #include <stores/sqlite/internal/checksum.h>
+#include <stores/sqlite/internal/compaction.h>
 #include <stores/sqlite/internal/document.h>
 #include <stores/sqlite/internal/meta.h>
 #include <stores/sqlite/internal/object_key.h>
+#include <stores/sqlite/internal/space.h>
 #include <stores/sqlite/internal/transaction.h>
 
 #include <algorithm>
@@ -148,6 +150,12 @@ Result<std::vector<std::optional<std::uint64_t>>> Document::Sizes(std::span<cons
   return sizes;
 }
 
+Result<std::vector<Head>> Document::Heads() {
+  ReadTransaction transaction(*m_database);
+  if (Status status = transaction.Begin(); !status) return std::move(status).error();
+  return m_heads.List();
+}
+
 Status Document::Write(std::span<const StoredObject> objects) {
   if (m_database->IsReadOnly()) {
     return m_database->Fail(ErrorCode::Denied, Task::Save, "it can only be read");
@@ -156,8 +164,8 @@ Status Document::Write(std::span<const StoredObject> objects) {
   for (const StoredObject& object : objects) {
     const std::optional<ObjectKey> key = KeyOf(object.id);
     if (!key) return NotAnObjectId(object.id);
-    m_pending.Add(*key, object.packed, KeyOf(object.previous));
-    if (m_pending.SizeBytes() <= m_bufferSizeBytes) continue;
+    m_pending.Add(*key, object.packed, object.previous);
+    if (m_pending.SizeBytes() <= m_options.bufferSizeBytes) continue;
     if (Status status = WritePending(); !status) return status;
   }
   return {};
@@ -198,7 +206,12 @@ Status Document::List(const IdSink& sink) {
     if (!ids.empty() && !sink(ids)) return {};
     ids.clear();
     std::vector<ObjectKey> keys;
-    if (Status status = m_objects.List(number, keys); !status) return status;
+    {
+      ReadTransaction transaction(*m_database);
+      Status status = transaction.Begin();
+      if (status) status = m_objects.List(number, keys);
+      if (!status) return status;
+    }
     if (keys.empty()) return {};
     for (const ObjectKey& key : keys) {
       if (!m_pending.Find(key)) ids.push_back(IdOf(key));
@@ -220,7 +233,15 @@ Result<RemovedObjects> Document::RemoveUnmarked(const MarkObjects& mark) {
   status = transaction.Commit();
   if (!status) return std::move(status).error();
   m_pending.Clear();
+  if (removed->count != 0) GiveBackPages(*m_database);
   return *removed;
+}
+
+Status Document::CompactInto(const std::filesystem::path& target, const Progress& progress) {
+  if (!m_database->IsReadOnly()) {
+    if (Status status = WritePending(); !status) return status;
+  }
+  return CopyDocument(*m_database, target, m_options, progress);
 }
 
 Result<RemovedObjects> Document::RemoveAllBut(std::span<const Id> marked) {
@@ -240,6 +261,8 @@ Result<RemovedObjects> Document::RemoveAllBut(std::span<const Id> marked) {
 }
 
 Result<std::optional<std::string>> Document::Value(std::string_view name) {
+  ReadTransaction transaction(*m_database);
+  if (Status status = transaction.Begin(); !status) return std::move(status).error();
   Statement row = m_database->Use(Query::Value, Task::Read);
   Result<bool> found = row.BindText(1, name).Step();
   if (!found) return std::move(found).error();

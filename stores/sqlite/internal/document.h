@@ -25,7 +25,7 @@ class Document {
       : m_database(std::move(database)),
         m_objects(*m_database, options.compress),
         m_heads(*m_database),
-        m_bufferSizeBytes(options.bufferSizeBytes) {}
+        m_options(options) {}
   Document(const Document&) = delete;
   Document& operator=(const Document&) = delete;
   ~Document() = default;
@@ -34,12 +34,13 @@ class Document {
   Status Read(std::span<const Id> ids, const ReadSink& sink);
   Result<std::vector<std::optional<std::uint64_t>>> Sizes(std::span<const Id> ids);
   Status Write(std::span<const StoredObject> objects);
-  Result<std::vector<Head>> Heads() { return m_heads.List(); }
+  Result<std::vector<Head>> Heads();
   Status MoveHeads(std::span<const HeadMove> moves);
   Status List(const IdSink& sink);
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark);
   Result<std::optional<std::string>> Value(std::string_view name);
   Status SetValue(std::string_view name, std::optional<std::string_view> value);
+  Status CompactInto(const std::filesystem::path& target, const Progress& progress);
   /// Puts the pending objects into the file by a transaction of their own.
   Status WritePending();
 
@@ -57,7 +58,7 @@ class Document {
   ObjectTable m_objects;
   HeadTable m_heads;
   PendingObjects m_pending;
-  std::uint64_t m_bufferSizeBytes;
+  SqliteOptions m_options;
   // The number of removals at the first look or write since heads moved.
   std::optional<std::uint64_t> m_removalsSeen;
   // A move failed because of a removal: the next look or write begins a new save.

@@ -10,13 +10,6 @@
 namespace TalVcs::Kit::Sqlite {
 namespace {
 
-Result<bool> HasLog(Database& database) {
-  Statement row = database.Use(Query::JournalMode, Task::Read);
-  Result<bool> found = row.Step();
-  if (!found) return std::move(found).error();
-  return *found && row.Text(0) == "wal";
-}
-
 /// Says in a transaction of its own whether the log has changes that the file lacks.
 Status SetMark(Database& database, std::uint64_t mark) {
   WriteTransaction transaction(database);
@@ -27,18 +20,28 @@ Status SetMark(Database& database, std::uint64_t mark) {
 
 }  // namespace
 
+Result<bool> HasLog(Database& database) {
+  Statement row = database.Use(Query::JournalMode, Task::Read);
+  Result<bool> found = row.Step();
+  if (!found) return std::move(found).error();
+  return *found && row.Text(0) == "wal";
+}
+
 Status EnterLog(Database& database) {
   Result<bool> has_log = HasLog(database);
   if (!has_log) return std::move(has_log).error();
   if (*has_log) return {};
-  if (Status status = SetMark(database, 1); !status) return status;
   Status status = database.Execute("PRAGMA main.journal_mode = WAL", Task::Open);
   if (!status) return status;
   has_log = HasLog(database);
   if (!has_log) return std::move(has_log).error();
-  if (*has_log) return {};
-  return database.Fail(ErrorCode::Unsupported, Task::Open,
-                       "its file system can't have a write-ahead log");
+  if (!*has_log) {
+    return database.Fail(ErrorCode::Unsupported, Task::Open,
+                         "its file system can't have a write-ahead log");
+  }
+  // The log is on the medium before the file says that it has one.
+  status = SetMark(database, 1);
+  return status ? database.Execute("PRAGMA main.wal_checkpoint(FULL)", Task::Open) : status;
 }
 
 Status MarkLog(Database& database) {
@@ -76,9 +79,10 @@ Result<bool> LacksLog(Database& database, bool hadLog) {
   Result<bool> has_log = HasLog(database);
   if (!has_log) return std::move(has_log).error();
   if (!*has_log) return false;
-  Result<std::uint64_t> mark = ReadMeta(database, Meta::Log);
+  // The first version of the tables has no mark.
+  Result<std::optional<std::uint64_t>> mark = FindMeta(database, Meta::Log);
   if (!mark) return std::move(mark).error();
-  return *mark != 0;
+  return mark->value_or(0) != 0;
 }
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -7,9 +7,12 @@ namespace TalVcs::Kit::Sqlite {
 class Database;
 
 // The write-ahead log of a file. While the file is in log mode, changes may be in the log alone,
-// and a copy of the file without its log is an older state, or pages of several. So the number
-// `Meta::Log` says whether a file may lack changes that its log has: it is 1 in the file before the
-// log begins, and 0 once the log is in the file and no more follows.
+// and the file without its log is an older state, or has pages of several. So the number
+// `Meta::Log` in the file says whether its log belongs to it: it is 1 as soon as the log is on the
+// medium, and 0 again once the log is in the file and no more follows.
+
+/// Returns true if the file is in log mode.
+Result<bool> HasLog(Database& database);
 
 /// Uses a write-ahead log from now on. Fails with `Unsupported` if the file system can't.
 Status EnterLog(Database& database);

@@ -20,13 +20,20 @@ const char* NameOf(Meta meta) noexcept {
 
 }  // namespace
 
-Result<std::uint64_t> ReadMeta(Database& database, Meta meta) {
+Result<std::optional<std::uint64_t>> FindMeta(Database& database, Meta meta) {
   Statement row = database.Use(Query::Meta, Task::Read);
   Result<bool> found = row.BindText(1, NameOf(meta)).Step();
   if (!found) return std::move(found).error();
   const std::optional<std::int64_t> value = *found ? row.Number(0) : std::nullopt;
-  if (!value) return database.Damage("the table \"meta\" is damaged");
-  return static_cast<std::uint64_t>(*value);
+  if (!value) return std::optional<std::uint64_t>();
+  return std::optional(static_cast<std::uint64_t>(*value));
+}
+
+Result<std::uint64_t> ReadMeta(Database& database, Meta meta) {
+  Result<std::optional<std::uint64_t>> value = FindMeta(database, meta);
+  if (!value) return std::move(value).error();
+  if (!*value) return database.Damage("the table \"meta\" is damaged");
+  return **value;
 }
 
 Status WriteMeta(Database& database, Meta meta, std::uint64_t value) {

@@ -3,6 +3,7 @@
 #include <kit/text/result.h>
 
 #include <cstdint>
+#include <optional>
 
 namespace TalVcs::Kit::Sqlite {
 
@@ -18,6 +19,8 @@ enum class Meta {
 
 /// Fails with `Damaged` if there is no such number.
 Result<std::uint64_t> ReadMeta(Database& database, Meta meta);
+/// Returns nothing if there is no such number.
+Result<std::optional<std::uint64_t>> FindMeta(Database& database, Meta meta);
 /// Needs a write transaction.
 Status WriteMeta(Database& database, Meta meta, std::uint64_t value);
 

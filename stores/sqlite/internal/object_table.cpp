@@ -11,9 +11,6 @@ namespace {
 
 constexpr std::int64_t kListedAtOnce = 1024;
 
-// A difference of a difference, and so on: more steps would save little space and cost time in
-// every read.
-constexpr std::uint32_t kMostSteps = 8;
 // Larger objects stay as they are: encoding needs all of their bytes a second time.
 constexpr std::uint64_t kMostEncodedBytes = std::uint64_t{64} << 20;
 
@@ -46,12 +43,14 @@ class Joined {
   std::span<const std::byte> m_bytes;
 };
 
-/// Returns how many differences there are from the row down to one without a base.
-std::uint32_t DepthOf(const ObjectRow& row) {
-  if (!row.IsDifference()) return 0;
-  const Joined data(row.data);
-  const Result<EncodedHeader> header = ReadEncodedHeader(data.Bytes());
-  return header ? header->depth : kMostDifferences;
+/// Returns the encoded form of a plain row; see docs/formats.md.
+std::vector<std::byte> EncodedFormOf(std::span<const std::byte> packed) {
+  std::vector<std::byte> encoded{static_cast<std::byte>(ObjectEncoding::Plain)};
+  std::uint64_t size = packed.size();
+  for (; size >= 0x80; size >>= 7) encoded.push_back(static_cast<std::byte>(size | 0x80));
+  encoded.push_back(static_cast<std::byte>(size));
+  encoded.insert(encoded.end(), packed.begin(), packed.end());
+  return encoded;
 }
 
 }  // namespace
@@ -70,60 +69,40 @@ Result<std::optional<std::uint64_t>> ObjectTable::SizeOf(const ObjectKey& key) {
   return std::optional(static_cast<std::uint64_t>(*size));
 }
 
+/// Returns 0 if there is no such object.
+Result<std::int64_t> ObjectTable::NumberOf(const ObjectKey& key) {
+  Statement row = m_database.Use(Query::FindObject, Task::Read);
+  Result<bool> found = row.Bind(1, key).Step();
+  if (!found) return std::move(found).error();
+  return *found ? row.Number(0).value_or(0) : 0;
+}
+
 Result<Buffer> ObjectTable::Read(const ObjectKey& key) {
-  if (const Buffer* recent = m_recent.Find(key)) {
-    // It may have been removed since.
-    Result<bool> has = Has(key);
-    if (!has) return std::move(has).error();
-    return *has ? Result<Buffer>(*recent) : NoSuchObject(IdOf(key));
-  }
   Result<std::optional<ObjectRow>> row = m_rows.Find(key);
   if (!row) return std::move(row).error();
   if (!*row) return NoSuchObject(IdOf(key));
-  return Decode(*std::move(*row));
+  return Decode(**row);
 }
 
-/// Collects the rows from `row` down to one that has no base or is known, and decodes them upwards.
-Result<Buffer> ObjectTable::Decode(ObjectRow row) {
+Result<Buffer> ObjectTable::Decode(const ObjectRow& row) {
   if (row.encoding == kPlainRow) return row.data;
-  std::vector<ObjectRow> chain;
-  chain.push_back(std::move(row));
-  while (chain.back().IsDifference()) {
-    const std::int64_t number = chain.back().encoding;
-    if (chain.size() > kMostDifferences) return m_rows.Damage(chain.front().key);
-    const Joined data(chain.back().data);
-    const Result<EncodedHeader> header = ReadEncodedHeader(data.Bytes());
-    const std::optional<ObjectKey> base = header ? KeyOf(header->base) : std::nullopt;
-    if (!base) return m_rows.Damage(chain.front().key);
-    if (const Buffer* recent = m_recent.Find(*base)) return DecodeChain(chain, *recent);
-    Result<std::optional<ObjectRow>> next = m_rows.Find(number);
-    if (!next) return std::move(next).error();
-    if (!*next || (*next)->key != *base) return m_rows.Damage(chain.front().key);
-    chain.push_back(*std::move(*next));
-  }
-  Buffer lowest;
-  if (chain.back().encoding == kPlainRow) {
-    lowest = chain.back().data;
-    chain.pop_back();
-  }
-  return DecodeChain(chain, std::move(lowest));
+  const Joined data(row.data);
+  Result<Buffer> packed = m_encoded.Decode(IdOf(row.key), data.Bytes(),
+                                           [this](const Id& id) { return ReadEncoded(id); });
+  if (!packed && packed.error().code == ErrorCode::Damaged) return m_rows.Damage(row.key);
+  if (packed && packed->GetSize() != row.sizeBytes) return m_rows.Damage(row.key);
+  return packed;
 }
 
-Result<Buffer> ObjectTable::DecodeChain(std::vector<ObjectRow>& chain, Buffer packed) {
-  const ObjectKey wanted = chain.front().key;
-  for (; !chain.empty(); chain.pop_back()) {
-    const ObjectRow& row = chain.back();
-    const Joined data(row.data);
-    Result<Buffer> decoded = m_decoder.Decode(data.Bytes(), &packed);
-    if (!decoded && decoded.error().code == ErrorCode::Unsupported) return decoded;
-    if (!decoded || decoded->GetSize() != row.sizeBytes) return m_rows.Damage(wanted);
-    packed = *std::move(decoded);
-    // What doesn't fit its id may come from damage, and other objects mustn't be decoded by it.
-    if (packed.GetSize() <= RecentObjects::kLargest && KeyOf(Id(packed)) == row.key) {
-      m_recent.Add(row.key, packed);
-    }
-  }
-  return packed;
+Result<std::vector<std::byte>> ObjectTable::ReadEncoded(const Id& id) {
+  const std::optional<ObjectKey> key = KeyOf(id);
+  if (!key) return NoSuchObject(id);
+  Result<std::optional<ObjectRow>> row = m_rows.Find(*key);
+  if (!row) return std::move(row).error();
+  if (!*row) return NoSuchObject(id);
+  const Joined data((*row)->data);
+  if ((*row)->encoding == kPlainRow) return EncodedFormOf(data.Bytes());
+  return std::vector<std::byte>(data.Bytes().begin(), data.Bytes().end());
 }
 
 Status ObjectTable::Insert(std::span<const PendingObjects::Entry> objects) {
@@ -138,59 +117,44 @@ Status ObjectTable::Insert(std::span<const PendingObjects::Entry> objects) {
 
 Status ObjectTable::InsertOne(const PendingObjects::Entry& object) {
   ObjectRow row;
+  Status status = Encode(object, row);
+  return status ? m_rows.Insert(row) : status;
+}
+
+Status ObjectTable::InsertCopy(const ObjectRow& row) {
+  if (row.encoding != kPlainRow) return m_rows.Insert(row);
+  ObjectRow copy;
+  Status status = Encode({row.key, row.data, Id()}, copy);
+  copy.number = row.number;
+  return status ? m_rows.Insert(copy) : status;
+}
+
+Status ObjectTable::Encode(const PendingObjects::Entry& object, ObjectRow& row) {
   row.key = object.key;
-  Result<std::optional<std::pair<std::int64_t, EncodingBase>>> base = BaseFor(object);
-  if (!base) return std::move(base).error();
-  if (*base) {
-    Encode(&(*base)->second, (*base)->first, object.packed, row);
-  } else {
-    Encode(nullptr, 0, object.packed, row);
-  }
-  if (Status status = m_rows.Insert(row); !status) return status;
-  // A host may write bytes that don't fit their id.
-  if (object.previous && KeyOf(Id(object.packed)) == object.key) {
-    m_recent.Add(object.key, object.packed);
-  }
-  return {};
-}
-
-/// Returns the object's previous version with the number of its row, or nothing if the object is
-/// better stored by itself. A previous version that is damaged is no reason to fail.
-Result<std::optional<std::pair<std::int64_t, EncodingBase>>> ObjectTable::BaseFor(
-    const PendingObjects::Entry& object) {
-  using Found = std::optional<std::pair<std::int64_t, EncodingBase>>;
-  if (!m_compress || !object.previous || object.packed.GetSize() > kMostEncodedBytes) {
-    return Found();
-  }
-  Result<std::optional<ObjectRow>> row = m_rows.Find(*object.previous);
-  if (!row && row.error().code != ErrorCode::Damaged) return std::move(row).error();
-  if (!row || !*row || (*row)->sizeBytes > kMostEncodedBytes) return Found();
-  const std::int64_t number = (*row)->number;
-  const std::uint32_t depth = DepthOf(**row);
-  if (number <= 0 || depth >= kMostSteps) return Found();
-  const Buffer* recent = m_recent.Find(*object.previous);
-  Result<Buffer> packed = recent ? Result<Buffer>(*recent) : Decode(*std::move(*row));
-  if (!packed) {
-    const ErrorCode code = packed.error().code;
-    if (code == ErrorCode::Damaged || code == ErrorCode::Unsupported) return Found();
-    return std::move(packed).error();
-  }
-  return Found(std::pair(number, EncodingBase{IdOf(*object.previous), *std::move(packed), depth}));
-}
-
-void ObjectTable::Encode(const EncodingBase* base, std::int64_t number, const Buffer& packed,
-                         ObjectRow& row) {
-  row.sizeBytes = packed.GetSize();
+  row.sizeBytes = object.packed.GetSize();
   row.encoding = kPlainRow;
-  row.data = packed;
-  if (!m_compress || packed.GetSize() > kMostEncodedBytes) return;
-  const std::vector<std::byte> encoded = m_encoder.Encode(packed, base);
+  row.data = object.packed;
+  if (!m_compress || row.sizeBytes > kMostEncodedBytes) return {};
+  const std::vector<std::byte> encoded =
+      m_encoded.Encode({IdOf(object.key), object.packed, object.previous},
+                       [this](const Id& id) { return ReadEncoded(id); });
   const Result<EncodedHeader> header = ReadEncodedHeader(encoded);
   // Plain bytes need no header in a row.
-  if (!header || header->encoding == ObjectEncoding::Plain) return;
-  row.encoding = header->encoding == ObjectEncoding::Difference ? number : kCompressedRow;
+  if (!header || header->encoding == ObjectEncoding::Plain) return {};
+  row.encoding = kCompressedRow;
+  if (header->encoding == ObjectEncoding::Difference) {
+    Result<std::int64_t> base = NumberOf(KeyOf(header->base).value_or(ObjectKey()));
+    if (!base) return std::move(base).error();
+    if (*base <= 0) {
+      // The base is in the cache, but has been removed or rolled back since.
+      m_encoded.Clear();
+      return Encode({object.key, object.packed, Id()}, row);
+    }
+    row.encoding = *base;
+  }
   row.data = Buffer();
   row.data.Append(encoded.data(), encoded.size());
+  return {};
 }
 
 Status ObjectTable::List(std::int64_t& number, std::vector<ObjectKey>& keys) {
@@ -221,6 +185,7 @@ Result<RemovedObjects> ObjectTable::RemoveAllBut(std::span<const ObjectKey> kept
   for (const std::int64_t number : numbers) {
     if (Status status = m_rows.Remove(number); !status) return std::move(status).error();
   }
+  if (!numbers.empty()) m_encoded.Clear();
   return removal->removed;
 }
 
@@ -249,12 +214,11 @@ Status ObjectTable::EncodeWithoutBase(std::int64_t number) {
   Result<std::optional<ObjectRow>> row = m_rows.Find(number);
   if (!row) return std::move(row).error();
   if (!*row) return m_database.Damage("the row of an object is damaged");
-  ObjectRow changed;
-  changed.number = number;
-  changed.key = (*row)->key;
-  Result<Buffer> packed = Decode(*std::move(*row));
+  Result<Buffer> packed = Decode(**row);
   if (!packed) return std::move(packed).error();
-  Encode(nullptr, 0, *packed, changed);
+  ObjectRow changed;
+  if (Status status = Encode({(*row)->key, *packed, Id()}, changed); !status) return status;
+  changed.number = number;
   return m_rows.Update(changed);
 }
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <kit/store/encoded_objects.h>
 #include <kit/store/object_codec.h>
 #include <kit/store/object_store.h>
 #include <stores/sqlite/internal/object_key.h>
 #include <stores/sqlite/internal/object_rows.h>
 #include <stores/sqlite/internal/pending_objects.h>
-#include <stores/sqlite/internal/recent_objects.h>
 
 #include <cstdint>
 #include <optional>
@@ -35,6 +35,10 @@ class ObjectTable {
   /// Inserts those of the objects that the table lacks. Needs a write transaction.
   Status Insert(std::span<const PendingObjects::Entry> objects);
 
+  /// Inserts a row of another table under its number, and encodes it if it is plain. The table must
+  /// lack it. Needs a write transaction.
+  Status InsertCopy(const ObjectRow& row);
+
   /// Appends the keys of the next rows after `number`, which then is that of the last one. Appends
   /// none at the end.
   Status List(std::int64_t& number, std::vector<ObjectKey>& keys);
@@ -51,19 +55,16 @@ class ObjectTable {
   };
 
   Status InsertOne(const PendingObjects::Entry& object);
-  Result<std::optional<std::pair<std::int64_t, EncodingBase>>> BaseFor(
-      const PendingObjects::Entry& object);
-  void Encode(const EncodingBase* base, std::int64_t number, const Buffer& packed, ObjectRow& row);
-  Result<Buffer> Decode(ObjectRow row);
-  Result<Buffer> DecodeChain(std::vector<ObjectRow>& chain, Buffer packed);
+  Status Encode(const PendingObjects::Entry& object, ObjectRow& row);
+  Result<Buffer> Decode(const ObjectRow& row);
+  Result<std::vector<std::byte>> ReadEncoded(const Id& id);
+  Result<std::int64_t> NumberOf(const ObjectKey& key);
   Result<Removal> FindRemovals(std::span<const ObjectKey> kept);
   Status EncodeWithoutBase(std::int64_t number);
 
   Database& m_database;
   ObjectRows m_rows;
-  RecentObjects m_recent;
-  ObjectEncoder m_encoder;
-  ObjectDecoder m_decoder;
+  EncodedObjects m_encoded;
   bool m_compress;
 };
 

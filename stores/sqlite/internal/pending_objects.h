@@ -3,7 +3,6 @@
 #include <stores/sqlite/internal/object_key.h>
 
 #include <cstdint>
-#include <optional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -16,12 +15,12 @@ class PendingObjects {
   struct Entry {
     ObjectKey key;
     Buffer packed;
-    // The previous version of the same path, if it is known.
-    std::optional<ObjectKey> previous;
+    // The previous version of the same path; empty if it isn't known.
+    Id previous;
   };
 
   /// Keeps the first of several objects of one key.
-  void Add(const ObjectKey& key, const Buffer& packed, const std::optional<ObjectKey>& previous) {
+  void Add(const ObjectKey& key, const Buffer& packed, const Id& previous) {
     if (!m_places.try_emplace(key, m_entries.size()).second) return;
     m_entries.push_back({key, packed, previous});
     m_sizeBytes += packed.GetSize();

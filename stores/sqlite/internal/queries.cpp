@@ -50,6 +50,8 @@ const char* TextOf(Query query) noexcept {
              " VALUES(?1, ?2, ?3, ?4, ?5)";
     case Query::UpdateObject:
       return "UPDATE main.$objects SET encoding = ?2, data = ?3 WHERE number = ?1";
+    case Query::CountObjects:
+      return "SELECT count(*) FROM main.$objects";
     case Query::ListIds:
       return "SELECT number, id FROM main.$objects WHERE number > ?1 ORDER BY number LIMIT ?2";
     case Query::ListObjects:

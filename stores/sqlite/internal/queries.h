@@ -29,6 +29,7 @@ enum class Query {
   SizeOfObject,
   InsertObject,
   UpdateObject,
+  CountObjects,
   ListIds,
   ListObjects,
   DeleteObject,

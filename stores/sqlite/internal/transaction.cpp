@@ -12,7 +12,8 @@ ReadTransaction::~ReadTransaction() {
 
 Status ReadTransaction::Begin() {
   if (m_database.IsInTransaction()) return {};
-  Status status = m_database.Use(Query::BeginReading, Task::Read).Run();
+  Status status = m_database.FollowFile();
+  if (status) status = m_database.Use(Query::BeginReading, Task::Read).Run();
   m_isOpen = status.ok();
   return status;
 }
@@ -44,8 +45,9 @@ Status WriteTransaction::BeginOnAnySchema() {
     return m_database.Fail(ErrorCode::Busy, Task::Save, "this store object is removing objects");
   }
   m_isNested = m_database.IsInTransaction();
-  Status status =
-      m_database.Use(m_isNested ? Query::Savepoint : Query::BeginWriting, Task::Save).Run();
+  Status status = m_isNested ? Status() : m_database.FollowFile();
+  if (!status) return status;
+  status = m_database.Use(m_isNested ? Query::Savepoint : Query::BeginWriting, Task::Save).Run();
   m_isOpen = status.ok();
   m_database.SetWriting(m_isOpen);
   return status;

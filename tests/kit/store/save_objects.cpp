@@ -4,6 +4,7 @@
 // save_objects FOLDER old|new   saves that state; exits with 1 and prints why if that fails
 // save_objects FOLDER former    saves the old state by a DirectoryStore
 // save_objects FOLDER describe  prints what the store holds: a line, and what is damaged
+// save_objects FOLDER count     prints how many objects the store has
 
 #include <kit/directory_store.h>
 #include <kit/store/directory_object_store.h>
@@ -79,12 +80,25 @@ int Describe(const char* folder) {
   return listed ? 0 : 1;
 }
 
+int Count(const char* folder) {
+  Kit::Result<Kit::DirectoryObjectStore> store = Kit::DirectoryObjectStore::Open(folder);
+  if (!store) return 1;
+  std::size_t count = 0;
+  const Kit::Status listed = store->List([&count](std::span<const Id> ids) {
+    count += ids.size();
+    return true;
+  });
+  std::cout << count << '\n';
+  return listed ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 3) return 2;
   const std::string command = argv[2];
   if (command == "describe") return Describe(argv[1]);
+  if (command == "count") return Count(argv[1]);
   if (command == "former") {
     Kit::DirectoryStore former(argv[1]);
     Repository repository = Testing::OldState();

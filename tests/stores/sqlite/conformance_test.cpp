@@ -1,6 +1,7 @@
 #include <stores/sqlite/sqlite_store.h>
 #include <tests/kit/store/object_store_suite.h>
 #include <tests/kit/temporary_folder.h>
+#include <tests/stores/sqlite/host_database.h>
 
 #include <chrono>
 #include <memory>
@@ -19,6 +20,14 @@ StoreOpener MakeFile(SqliteOptions options) {
   };
 }
 
+/// Attaches stores to connections of a host, each to one of its own.
+StoreOpener MakeHostDatabase(SqliteOptions options) {
+  auto folder = std::make_shared<Testing::TemporaryFolder>();
+  return [folder, options] {
+    return std::make_unique<Testing::HostStore>(folder->Path() / "host.db", options);
+  };
+}
+
 INSTANTIATE_TEST_SUITE_P(Sqlite, ObjectStoreSuite,
                          testing::Values(StoreKind{[] { return MakeFile({}); }, true}));
 
@@ -26,6 +35,14 @@ INSTANTIATE_TEST_SUITE_P(Sqlite, ObjectStoreSuite,
 INSTANTIATE_TEST_SUITE_P(SqliteWithoutBuffer, ObjectStoreSuite,
                          testing::Values(StoreKind{[] { return MakeFile({.bufferSizeBytes = 0}); },
                                                    true}));
+
+INSTANTIATE_TEST_SUITE_P(
+    SqliteWithLog, ObjectStoreSuite,
+    testing::Values(StoreKind{
+        [] { return MakeFile({.journalMode = SqliteJournalMode::WriteAheadLog}); }, true}));
+
+INSTANTIATE_TEST_SUITE_P(SqliteInHostDatabase, ObjectStoreSuite,
+                         testing::Values(StoreKind{[] { return MakeHostDatabase({}); }, true}));
 
 }  // namespace
 }  // namespace TalVcs::Kit

@@ -121,7 +121,8 @@ struct DiskCalls {
 
   // One connection at a time uses the disk, so that locks have nothing to do.
   static int Lock(sqlite3_file* file, int) {
-    return Begin(HandleOf(file)) ? SQLITE_OK : SQLITE_IOERR_LOCK;
+    const Handle& handle = HandleOf(file);
+    return Begin(handle) && handle.disk->m_hasLocks ? SQLITE_OK : SQLITE_IOERR_LOCK;
   }
   static int Unlock(sqlite3_file*, int) { return SQLITE_OK; }
   static int CheckReservedLock(sqlite3_file*, int* isLocked) {
@@ -132,10 +133,29 @@ struct DiskCalls {
   static int SectorSize(sqlite3_file*) { return kSector; }
   static int DeviceCharacteristics(sqlite3_file*) { return SQLITE_IOCAP_POWERSAFE_OVERWRITE; }
 
-  static int Open(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags,
-                  int* outFlags) {
-    static const sqlite3_io_methods kMethods = {
-        .iVersion = 1,
+  static int MapShared(sqlite3_file* file, int region, int size, int extends,
+                       void volatile** memory) {
+    const Handle& handle = HandleOf(file);
+    *memory = nullptr;
+    if (!Begin(handle)) return SQLITE_IOERR_SHMMAP;
+    auto& shared = (*handle.file)->shared;
+    if (!shared.contains(region)) {
+      if (!extends) return SQLITE_OK;
+      shared[region].resize(static_cast<std::size_t>(size));
+    }
+    *memory = shared[region].data();
+    return SQLITE_OK;
+  }
+  static int LockShared(sqlite3_file*, int, int, int) { return SQLITE_OK; }
+  static void BarShared(sqlite3_file*) {}
+  static int UnmapShared(sqlite3_file* file, int removes) {
+    if (removes) (*HandleOf(file).file)->shared.clear();
+    return SQLITE_OK;
+  }
+
+  static sqlite3_io_methods MethodsOfVersion(int version) {
+    return {
+        .iVersion = version,
         .xClose = Close,
         .xRead = Read,
         .xWrite = Write,
@@ -148,13 +168,20 @@ struct DiskCalls {
         .xFileControl = FileControl,
         .xSectorSize = SectorSize,
         .xDeviceCharacteristics = DeviceCharacteristics,
-        .xShmMap = nullptr,
-        .xShmLock = nullptr,
-        .xShmBarrier = nullptr,
-        .xShmUnmap = nullptr,
+        .xShmMap = MapShared,
+        .xShmLock = LockShared,
+        .xShmBarrier = BarShared,
+        .xShmUnmap = UnmapShared,
         .xFetch = nullptr,
         .xUnfetch = nullptr,
     };
+  }
+
+  static int Open(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags,
+                  int* outFlags) {
+    // Shared memory came with version 2.
+    static const sqlite3_io_methods kMethods = MethodsOfVersion(2);
+    static const sqlite3_io_methods kMethodsWithoutSharedMemory = MethodsOfVersion(1);
     SimulatedDisk& disk = DiskOf(vfs);
     file->pMethods = nullptr;
     if (!disk.Begin()) return SQLITE_CANTOPEN;
@@ -168,7 +195,7 @@ struct DiskCalls {
     handle.file = new std::shared_ptr<SimulatedFile>(disk.m_seen[key]);
     handle.name = new std::string(key);
     handle.generation = disk.m_generation;
-    file->pMethods = &kMethods;
+    file->pMethods = disk.m_hasSharedMemory ? &kMethods : &kMethodsWithoutSharedMemory;
     if (outFlags) *outFlags = flags;
     return SQLITE_OK;
   }

@@ -25,6 +25,8 @@ struct SimulatedFile {
   std::string seen;
   std::string kept;
   std::vector<Change> unsynced;
+  /// Regions that connections share, which no loss of power outlives.
+  std::map<int, std::vector<std::byte>> shared = {};
 };
 
 /// A disk in memory under all of SQLite's files, from its construction to its destruction.
@@ -52,6 +54,9 @@ class SimulatedDisk {
   void LosePower(std::uint64_t calls) noexcept { m_lossAt = m_calls + calls; }
   /// Whether the call that was to fail has been made.
   bool HasFailed() const noexcept { return m_hasFailed; }
+  /// Whether files can be locked and have shared memory, which a write-ahead log needs.
+  void SetLocks(bool hasLocks) noexcept { m_hasLocks = hasLocks; }
+  void SetSharedMemory(bool hasSharedMemory) noexcept { m_hasSharedMemory = hasSharedMemory; }
   /// The disk is full: a write that would make any file longer fails.
   void SetFull(bool isFull) noexcept { m_isFull = isFull; }
 
@@ -82,6 +87,8 @@ class SimulatedDisk {
   std::uint64_t m_lossAt = ~std::uint64_t{0};
   bool m_hasFailed = false;
   bool m_isFull = false;
+  bool m_hasLocks = true;
+  bool m_hasSharedMemory = true;
 };
 
 }  // namespace TalVcs::Testing

@@ -1,0 +1,249 @@
+#include <stores/sqlite/internal/compaction.h>
+#include <stores/sqlite/internal/database.h>
+#include <stores/sqlite/internal/files.h>
+#include <stores/sqlite/internal/head_table.h>
+#include <stores/sqlite/internal/log.h>
+#include <stores/sqlite/internal/meta.h>
+#include <stores/sqlite/internal/object_rows.h>
+#include <stores/sqlite/internal/object_table.h>
+#include <stores/sqlite/internal/transaction.h>
+
+#include <chrono>
+#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace TalVcs::Kit::Sqlite {
+namespace {
+
+/// Calls the host's progress callback, not too often.
+class CopyProgress {
+ public:
+  CopyProgress(const Progress& progress, std::uint64_t total) : m_progress(progress) {
+    m_step.phase = "copy";
+    m_step.total = total;
+  }
+
+  /// Returns false if the host has cancelled.
+  bool Call() {
+    m_called = Clock::now();
+    return !m_progress || m_progress(m_step);
+  }
+  bool Add(std::uint64_t sizeBytes) {
+    ++m_step.done;
+    m_step.sizeBytes += sizeBytes;
+    return Clock::now() - m_called < std::chrono::milliseconds(20) || Call();
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  const Progress& m_progress;
+  ProgressStep m_step;
+  Clock::time_point m_called;
+};
+
+Error Cancelled(const Database& source) {
+  Error error = source.Fail(ErrorCode::Cancelled, Task::Save, "cancelled");
+  error.message = "copying \"" + source.Name() + "\" was cancelled";
+  return error;
+}
+
+Result<std::int64_t> NumberOf(Database& database, Query query) {
+  Statement row = database.Use(query, Task::Read);
+  Result<bool> found = row.Step();
+  if (!found) return std::move(found).error();
+  return row.Number(0).value_or(0);
+}
+
+/// Copies the content of one document into another, within transactions that are open.
+class Copier {
+ public:
+  Copier(Database& source, Database& target, const SqliteOptions& options)
+      : m_source(source),
+        m_target(target),
+        m_sourceObjects(source, options.compress),
+        m_targetObjects(target, options.compress) {}
+
+  Status Copy(const Progress& progress) {
+    Status status = CopyObjects(progress);
+    if (status) status = CopyHeads();
+    if (status) status = CopyValues();
+    if (!status) return status;
+    Result<std::uint64_t> removals = ReadMeta(m_source, Meta::Removals);
+    if (!removals) return std::move(removals).error();
+    return WriteMeta(m_target, Meta::Removals, *removals);
+  }
+
+ private:
+  Status CopyObjects(const Progress& progress) {
+    Result<std::int64_t> count = NumberOf(m_source, Query::CountObjects);
+    if (!count) return std::move(count).error();
+    CopyProgress copied(progress, static_cast<std::uint64_t>(*count));
+    if (!copied.Call()) return Cancelled(m_source);
+    std::int64_t number = std::numeric_limits<std::int64_t>::min();
+    for (;;) {
+      std::vector<ObjectKey> keys;
+      if (Status status = m_sourceObjects.List(number, keys); !status) return status;
+      if (keys.empty()) break;
+      for (const ObjectKey& key : keys) {
+        Result<std::uint64_t> size = CopyObject(key);
+        if (!size) return std::move(size).error();
+        if (!copied.Add(*size)) return Cancelled(m_source);
+      }
+    }
+    return copied.Call() ? Status() : Status(Cancelled(m_source));
+  }
+
+  Result<std::uint64_t> CopyObject(const ObjectKey& key) {
+    ObjectRows rows(m_source);
+    Result<std::optional<ObjectRow>> row = rows.Find(key);
+    if (!row) return std::move(row).error();
+    if (!*row) return rows.Damage(key);
+    Status status = m_targetObjects.InsertCopy(**row);
+    if (!status) return std::move(status).error();
+    return (*row)->sizeBytes;
+  }
+
+  Status CopyHeads() {
+    const Result<std::vector<Head>> heads = HeadTable(m_source).List();
+    if (!heads) return heads.error();
+    std::vector<HeadMove> moves;
+    for (const Head& head : *heads) moves.push_back({head.name, Id(), head.id});
+    return HeadTable(m_target).Apply(moves);
+  }
+
+  Status CopyValues() {
+    Statement values = m_source.Use(Query::ListValues, Task::Read);
+    for (;;) {
+      Result<bool> found = values.Step();
+      if (!found) return std::move(found).error();
+      if (!*found) return {};
+      const std::optional<std::string_view> name = values.Text(0);
+      const std::optional<std::span<const std::byte>> value = values.Blob(1);
+      const std::optional<std::int64_t> sum = values.Number(2);
+      if (!name || !value || !sum) return m_source.Damage("the table of values is damaged");
+      Status status = m_target.Use(Query::SetValue, Task::Save)
+                          .BindText(1, *name)
+                          .BindBlob(2, *value)
+                          .Bind(3, *sum)
+                          .Run();
+      if (!status) return status;
+    }
+  }
+
+  Database& m_source;
+  Database& m_target;
+  ObjectTable m_sourceObjects;
+  ObjectTable m_targetObjects;
+};
+
+/// Makes the copy under a name that no document has.
+Status MakeCopy(Database& source, const std::filesystem::path& copy, SqliteOptions options,
+                const Progress& progress) {
+  options.create = true;
+  options.readOnly = false;
+  options.journalMode = SqliteJournalMode::Rollback;
+  Result<std::unique_ptr<Database>> target = Database::Open(copy, options);
+  if (!target) return std::move(target).error();
+  WriteTransaction transaction(**target);
+  Status status = transaction.Begin();
+  if (status) status = Copier(source, **target, options).Copy(progress);
+  return status ? transaction.Commit() : status;
+}
+
+std::filesystem::path CopyNameOf(std::filesystem::path path) { return path += "-compact"; }
+
+/// Removes a copy, also one that a program left when it was killed.
+void RemoveCopy(const std::filesystem::path& copy) {
+  std::filesystem::path journal = copy;
+  journal += "-journal";
+  std::error_code ignored;
+  std::filesystem::remove(copy, ignored);
+  std::filesystem::remove(journal, ignored);
+}
+
+/// Removes a copy at the end unless it got its final name.
+class CopyFile {
+ public:
+  explicit CopyFile(const std::filesystem::path& target) : m_path(CopyNameOf(target)) {
+    RemoveCopy(m_path);
+  }
+  CopyFile(const CopyFile&) = delete;
+  CopyFile& operator=(const CopyFile&) = delete;
+  ~CopyFile() { RemoveCopy(m_path); }
+
+  const std::filesystem::path& Path() const noexcept { return m_path; }
+
+ private:
+  std::filesystem::path m_path;
+};
+
+Status MoveCopy(const Database& source, const CopyFile& copy, const std::filesystem::path& target,
+                const SqliteOptions& options) {
+  const std::error_code failure = MoveFile(copy.Path(), target, options.durable);
+  if (!failure) return {};
+  Error error = source.Fail(ErrorCode::Unavailable, Task::Save, "its copy can't be renamed");
+  error.cause = failure.message();
+  return error;
+}
+
+/// The tables of others would be lost.
+Status CheckNoOtherTables(Database& source) {
+  Result<std::int64_t> tables = NumberOf(source, Query::CountTables);
+  if (!tables) return std::move(tables).error();
+  Result<std::int64_t> own = NumberOf(source, Query::CountOwnTables);
+  if (!own) return std::move(own).error();
+  if (*tables == *own) return {};
+  return source.Fail(ErrorCode::Unsupported, Task::Save, "it has tables of other programs");
+}
+
+}  // namespace
+
+Status CopyDocument(Database& source, const std::filesystem::path& target,
+                    const SqliteOptions& options, const Progress& progress) {
+  std::error_code failure;
+  if (std::filesystem::exists(target, failure) || failure) {
+    return MakeError(ErrorCode::Denied, Task::Save, target.string(),
+                     "there is a file of that name already");
+  }
+  ReadTransaction transaction(source);
+  Status status = transaction.Begin();
+  if (!status) return status;
+  const CopyFile copy(target);
+  status = MakeCopy(source, copy.Path(), options, progress);
+  return status ? MoveCopy(source, copy, target, options) : status;
+}
+
+Status CompactDocument(const std::filesystem::path& path, const SqliteOptions& options,
+                       const Progress& progress) {
+  std::error_code failure;
+  // A link to the document stays.
+  std::filesystem::path target = std::filesystem::canonical(path, failure);
+  if (failure) target = path;
+  SqliteOptions of_source = options;
+  of_source.create = of_source.readOnly = false;
+  of_source.journalMode = SqliteJournalMode::Rollback;
+  Result<std::unique_ptr<Database>> source = Database::Open(target, of_source);
+  if (!source) return std::move(source).error();
+  LeaveLog(**source);
+  (*source)->SetBusyTimeout(options.busyTimeout);
+  Result<bool> has_log = HasLog(**source);
+  if (!has_log) return std::move(has_log).error();
+  if (*has_log) {
+    return (*source)->Fail(ErrorCode::Busy, Task::Save, "another program is using it");
+  }
+  WriteTransaction transaction(**source);
+  Status status = transaction.BeginOnAnySchema();
+  if (status) status = CheckNoOtherTables(**source);
+  if (!status) return status;
+  const CopyFile copy(target);
+  status = MakeCopy(**source, copy.Path(), options, progress);
+  if (!status) return status;
+  CopyPermissions(target, copy.Path());
+  return MoveCopy(**source, copy, target, options);
+}
+
+}  // namespace TalVcs::Kit::Sqlite

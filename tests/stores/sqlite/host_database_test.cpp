@@ -1,0 +1,189 @@
+// A history in a host's database, beside the host's own tables.
+
+#include <gtest/gtest.h>
+#include <stores/sqlite/sqlite_store.h>
+#include <tests/kit/temporary_folder.h>
+#include <tests/stores/sqlite/documents.h>
+#include <tests/stores/sqlite/raw_file.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace TalVcs::Kit {
+namespace {
+
+using namespace Testing;
+
+class SqliteHostDatabase : public testing::Test {
+ protected:
+  void SetUp() override {
+    m_host.Execute("PRAGMA synchronous = OFF; CREATE TABLE notes(text)");
+    m_store.emplace(Attach(m_host).value());
+    ASSERT_TRUE(SaveOldState(*m_store).ok());
+  }
+  void TearDown() override { m_store.reset(); }
+
+  static Result<SqliteStore> Attach(RawFile& file, const SqliteOptions& options = {},
+                                    std::string_view prefix = "history_") {
+    return SqliteStore::Attach(file.Connection(), prefix, options);
+  }
+  /// Describes what another connection sees: the host's rows, then the branches.
+  std::string SeenByOthers() {
+    RawFile other(m_path);
+    std::string text = other.Query("SELECT count(*) FROM notes") + " notes\n";
+    SqliteStore store = Attach(other).value();
+    return text + DescribeStore(store);
+  }
+
+  const TemporaryFolder m_folder;
+  const std::filesystem::path m_path = m_folder.Path() / "host.db";
+  RawFile m_host{m_path};
+  std::optional<SqliteStore> m_store;
+};
+
+TEST_F(SqliteHostDatabase, TablesAndHistoryCommitTogether) {
+  m_host.Execute("BEGIN; INSERT INTO notes VALUES('new')");
+  ASSERT_TRUE(SaveNewState(*m_store).ok());
+  EXPECT_EQ(DescribeStore(*m_store), kNewState);
+  EXPECT_EQ(SeenByOthers(), "0 notes\n" + kOldState);
+  m_host.Execute("COMMIT");
+  EXPECT_EQ(SeenByOthers(), "1 notes\n" + kNewState);
+}
+
+TEST_F(SqliteHostDatabase, RollbackOfTheHostUndoesTheHistory) {
+  ASSERT_TRUE(m_store->SetValue("current", "master").ok());
+  m_host.Execute("BEGIN; INSERT INTO notes VALUES('new')");
+  ASSERT_TRUE(SaveNewState(*m_store).ok());
+  ASSERT_TRUE(m_store->SetValue("current", "topic").ok());
+  ASSERT_TRUE(m_store->RemoveUnmarked([](auto) { return std::vector<Id>(); }).ok());
+  m_host.Execute("ROLLBACK");
+  EXPECT_EQ(DescribeStore(*m_store), kOldState);
+  EXPECT_EQ(m_store->Value("current").value(), "master");
+  ASSERT_TRUE(SaveNewState(*m_store).ok());
+  EXPECT_EQ(SeenByOthers(), "0 notes\n" + kNewState);
+}
+
+TEST_F(SqliteHostDatabase, VersionAfterARolledBackOneIsWhole) {
+  const StoredObject first = ObjectOf(RandomBytes(3000));
+  const StoredObject second = NextVersion(first, "more");
+  m_host.Execute("BEGIN");
+  ASSERT_TRUE(Save(*m_store, {first}, {}).ok());
+  m_host.Execute("ROLLBACK");
+  ASSERT_TRUE(Save(*m_store, {second}, {}).ok());
+  SqliteStore again = Attach(m_host).value();
+  EXPECT_EQ(DescribeObject(again, second.id), "3004 bytes");
+}
+
+TEST_F(SqliteHostDatabase, FailedMoveKeepsTheTransactionOfTheHost) {
+  m_host.Execute("BEGIN; INSERT INTO notes VALUES('new')");
+  ASSERT_TRUE(m_store->Write({{kNew}}).ok());
+  EXPECT_EQ(m_store->MoveHeads({{HeadMove{"master", kNew.id, kOld.id}}}).error().code,
+            ErrorCode::Conflict);
+  m_host.Execute("COMMIT");
+  EXPECT_EQ(SeenByOthers(), "1 notes\n" + kOldState);
+}
+
+TEST_F(SqliteHostDatabase, ReadingStatementOfTheHostGoesOnAfterASave) {
+  m_host.Execute("INSERT INTO notes VALUES(1), (2), (3)");
+  sqlite3_stmt* rows = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(m_host.Connection(), "SELECT text FROM notes", -1, &rows, nullptr),
+            SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(rows), SQLITE_ROW);
+  EXPECT_TRUE(SaveNewState(*m_store).ok());
+  EXPECT_EQ(m_store->MoveHeads({{HeadMove{"master", kOld.id, kNew.id}}}).error().code,
+            ErrorCode::Conflict);
+  EXPECT_EQ(sqlite3_step(rows), SQLITE_ROW);
+  EXPECT_EQ(sqlite3_step(rows), SQLITE_ROW);
+  EXPECT_EQ(sqlite3_step(rows), SQLITE_DONE);
+  EXPECT_EQ(sqlite3_finalize(rows), SQLITE_OK);
+  EXPECT_EQ(SeenByOthers(), "3 notes\n" + kNewState);
+}
+
+TEST_F(SqliteHostDatabase, SettingsOfTheConnectionStay) {
+  const std::string settings =
+      "SELECT * FROM pragma_synchronous, pragma_journal_mode, pragma_busy_timeout,"
+      " pragma_cell_size_check, pragma_trusted_schema, pragma_user_version, pragma_application_id,"
+      " pragma_page_size, pragma_auto_vacuum, pragma_secure_delete";
+  RawFile host(m_folder.Path() / "other.db");
+  host.Execute("CREATE TABLE notes(text)");
+  const std::string before = host.Query(settings);
+  {
+    SqliteStore store = Attach(host, {.durable = true,
+                                      .journalMode = SqliteJournalMode::WriteAheadLog,
+                                      .secureDelete = true})
+                            .value();
+    ASSERT_TRUE(SaveOldState(store).ok());
+    EXPECT_EQ(host.Query(settings), before);
+  }
+  EXPECT_EQ(host.Query(settings), before);
+}
+
+TEST_F(SqliteHostDatabase, TwoPrefixesAreTwoHistories) {
+  SqliteStore other = Attach(m_host, {}, "").value();
+  EXPECT_EQ(DescribeStore(other), "");
+  ASSERT_TRUE(SaveOldState(other).ok());
+  ASSERT_TRUE(SaveNewState(other).ok());
+  EXPECT_EQ(DescribeStore(other), kNewState);
+  EXPECT_EQ(DescribeStore(*m_store), kOldState);
+  EXPECT_EQ(m_host.Query("SELECT name FROM heads"), "large\nmaster");
+  EXPECT_EQ(m_host.Query("SELECT name FROM history_heads"), "master\ntopic");
+}
+
+TEST_F(SqliteHostDatabase, TemporaryTableOfTheSameNameIsNotUsed) {
+  m_host.Execute(
+      "CREATE TEMP TABLE b_objects(number, id, size, encoding, data);"
+      "CREATE TEMP TABLE b_heads(name, id); CREATE TEMP TABLE b_meta(name, value)");
+  SqliteStore store = Attach(m_host, {}, "b_").value();
+  ASSERT_TRUE(SaveOldState(store).ok());
+  EXPECT_EQ(DescribeStore(store), kOldState);
+  EXPECT_EQ(m_host.Query("SELECT count(*) FROM temp.b_objects"), "0");
+}
+
+TEST_F(SqliteHostDatabase, PrefixThatNoTableCanHaveIsRefused) {
+  for (const std::string prefix : {"a b", "1a", "sqlite_a", "SQLite_a", "a\"", "a$", "\xC3\xA9"}) {
+    const Result<SqliteStore> store = Attach(m_host, {}, prefix);
+    ASSERT_FALSE(store.ok()) << prefix;
+    EXPECT_EQ(store.error().code, ErrorCode::BadName) << prefix;
+  }
+  EXPECT_EQ(Attach(m_host, {}, std::string(65, 'a')).error().code, ErrorCode::BadName);
+  EXPECT_TRUE(Attach(m_host, {}, std::string(64, 'a')).ok());
+  EXPECT_EQ(SqliteStore::Attach(nullptr, "a").error().code, ErrorCode::BadName);
+}
+
+TEST_F(SqliteHostDatabase, TablesAreMadeOnlyOnRequest) {
+  EXPECT_EQ(Attach(m_host, {.create = false}, "none_").error().code, ErrorCode::NotFound);
+  EXPECT_EQ(Attach(m_host, {.readOnly = true}, "none_").error().code, ErrorCode::NotFound);
+  SqliteStore store = Attach(m_host, {.readOnly = true}).value();
+  EXPECT_EQ(DescribeStore(store), kOldState);
+  EXPECT_EQ(store.SetValue("current", "master").error().code, ErrorCode::Denied);
+}
+
+TEST_F(SqliteHostDatabase, OtherTablesAndNewerVersionsAreRefused) {
+  m_host.Execute("CREATE TABLE bad_heads(name, id)");
+  EXPECT_EQ(Attach(m_host, {}, "bad_").error().code, ErrorCode::Damaged);
+  m_host.Execute("UPDATE history_meta SET value = 3 WHERE name = 'version'");
+  EXPECT_EQ(Attach(m_host).error().code, ErrorCode::Unsupported);
+  EXPECT_EQ(SaveNewState(*m_store).error().code, ErrorCode::Unsupported);
+}
+
+TEST_F(SqliteHostDatabase, AnotherWriterMakesASaveBusy) {
+  RawFile other(m_path);
+  other.Execute("BEGIN IMMEDIATE");
+  EXPECT_EQ(SaveNewState(*m_store).error().code, ErrorCode::Busy);
+  m_host.Execute("BEGIN; SELECT * FROM notes");
+  EXPECT_EQ(SaveNewState(*m_store).error().code, ErrorCode::Busy);
+  m_host.Execute("ROLLBACK");
+  other.Execute("ROLLBACK");
+  EXPECT_TRUE(SaveNewState(*m_store).ok());
+}
+
+TEST_F(SqliteHostDatabase, HistoryIsCopiedIntoADocument) {
+  const std::filesystem::path target = m_folder.Path() / "document.tal";
+  ASSERT_TRUE(m_store->CompactInto(target).ok());
+  EXPECT_EQ(DescribeFile(target), kOldState);
+  EXPECT_EQ(RawFile(target).Query("SELECT count(*) FROM sqlite_schema WHERE name = 'notes'"), "0");
+}
+
+}  // namespace
+}  // namespace TalVcs::Kit
