@@ -177,6 +177,13 @@ TEST(DiffJson, ReadsUpTo256Levels) {
   const auto result = DiffJson(nested(257), "{}");
   ASSERT_FALSE(result);
   EXPECT_THAT(result.error().message, HasSubstr("column 257: there are more than 256 levels"));
+  const auto nested_objects = [](std::size_t levels) {
+    std::string text;
+    for (std::size_t i = 0; i < levels; ++i) text += "{\"\":";
+    return text + "0" + std::string(levels, '}');
+  };
+  EXPECT_TRUE(DiffJson(nested_objects(256), "{}"));
+  EXPECT_FALSE(DiffJson(nested_objects(257), "{}"));
   EXPECT_FALSE(DiffJson(std::string(1'000'000, '['), "{}"));
 }
 

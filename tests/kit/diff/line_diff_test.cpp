@@ -78,14 +78,37 @@ TEST(IsBinary, LooksForAZeroInTheFirst8000Bytes) {
   EXPECT_FALSE(IsBinary(std::string(8000, 'x') + '\0'));
 }
 
-TEST(DiffLines, IsShortestForAllTextsOfUpToFiveLinesOfThreeKinds) {
+/// No added lines could also be after the line that follows them.
+void ExpectLateAdditions(const std::string& before, const std::string& after) {
+  const auto old_lines = SplitLines(before);
+  const auto new_lines = SplitLines(after);
+  for (const LineChange& change : FindLineChanges(old_lines, new_lines).changes) {
+    const std::size_t end = change.afterFirst + change.afterCount;
+    if (change.beforeCount > 0 || end == new_lines.size()) continue;
+    ASSERT_NE(new_lines[change.afterFirst], new_lines[end]) << before << "--\n" << after;
+  }
+}
+
+/// Returns all texts of up to `most` lines of three kinds.
+std::vector<std::string> AllTexts(std::size_t most) {
   std::vector<std::string> texts{""};
-  for (std::size_t i = 0; texts[i].size() < 10; ++i) {
+  for (std::size_t i = 0; texts[i].size() < 2 * most; ++i) {
     for (const char* line : {"a\n", "b\n", "c\n"}) texts.push_back(texts[i] + line);
   }
+  return texts;
+}
+
+TEST(DiffLines, IsShortestForAllTextsOfUpToFiveLinesOfThreeKinds) {
+  const std::vector<std::string> texts = AllTexts(5);
   ASSERT_EQ(texts.size(), 364U);
   for (const std::string& before : texts) {
     for (const std::string& after : texts) ExpectShortest(before, after);
+  }
+}
+
+TEST(DiffLines, AddsLinesAsLateAsPossibleInAllSmallTexts) {
+  for (const std::string& before : AllTexts(2)) {
+    for (const std::string& after : AllTexts(5)) ExpectLateAdditions(before, after);
   }
 }
 
