@@ -3,7 +3,6 @@
 #include <kit/workspace/internal/merge_plan.h>
 #include <kit/workspace/internal/replay.h>
 
-#include <ranges>
 #include <utility>
 
 namespace TalVcs::Kit {
@@ -65,9 +64,9 @@ Status Replay::MakeAll(const std::vector<cow_ptr<Commit>>& versions, cow_ptr<Com
                        const Progress& progress) {
   Reporter reporter(progress);
   Status status = reporter.Begin("rebase", versions.size());
-  for (const cow_ptr<Commit>& version : std::views::reverse(versions)) {
+  for (auto version = versions.rbegin(); version != versions.rend(); ++version) {
     if (!status) return status;
-    Result<cow_ptr<Commit>> made = PutOnTop(version, top);
+    Result<cow_ptr<Commit>> made = PutOnTop(*version, top);
     if (!made) return std::move(made).error();
     top = *std::move(made);
     status = reporter.Add(1);

@@ -4,7 +4,6 @@
 #include <kit/workspace/internal/workspace_state.h>
 
 #include <algorithm>
-#include <ranges>
 
 namespace TalVcs::Kit {
 
@@ -250,7 +249,8 @@ Version WorkspaceState::VersionOf(const cow_ptr<Commit>& commit) {
   Version version = DescribeCommit(*commit);
   const auto names = NamesOfHeads();
   const auto [begin, end] = names.equal_range(version.id.ToString());
-  for (const auto& [id, name] : std::ranges::subrange(begin, end)) {
+  for (auto at = begin; at != end; ++at) {
+    const std::string& name = at->second;
     if (name.starts_with(kTagPrefix)) {
       version.tags.push_back(name.substr(kTagPrefix.size()));
     } else {
