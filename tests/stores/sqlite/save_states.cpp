@@ -1,6 +1,8 @@
 // A host of one save, for tests that let its system calls fail.
 //
 //   talvcs_sqlite_states FILE old|new   saves that state; the new one stands on the old one
+//   talvcs_sqlite_states FILE log       saves the new state with a write-ahead log
+//   talvcs_sqlite_states FILE compact   compacts the document
 //   talvcs_sqlite_states FILE describe  prints the state
 
 #include <stores/sqlite/sqlite_store.h>
@@ -15,7 +17,10 @@ namespace {
 using namespace TalVcs;
 
 Kit::Status SaveState(const std::string& file, std::string_view state) {
-  Kit::Result<Kit::SqliteStore> store = Kit::SqliteStore::Open(file);
+  if (state == "compact") return Kit::SqliteStore::Compact(file);
+  const auto mode =
+      state == "log" ? Kit::SqliteJournalMode::WriteAheadLog : Kit::SqliteJournalMode::Rollback;
+  Kit::Result<Kit::SqliteStore> store = Kit::SqliteStore::Open(file, {.journalMode = mode});
   if (!store) return std::move(store).error();
   if (state == "old") return Testing::SaveOldState(*store);
   if (Testing::DescribeStore(*store) == Testing::kNewState) return {};
