@@ -46,14 +46,14 @@ class SavingProgram:
     def describe(self):
         return self.act("describe").stdout.strip()
 
-    def save(self, *injection):
+    def save(self, *injection, action="new"):
         return run("strace", "-qq", "-o", self.trace, "-e", f"trace={CALLS}", *injection,
-                   self.program, self.path, "new")
+                   self.program, self.path, action)
 
-    def calls(self, start):
-        """Yields the name and number of each call of a save from the first on the store."""
+    def calls(self, start, action="new"):
+        """Yields the name and number of each call of an action from the first on the store."""
         start()
-        self.case.assertEqual(self.save().returncode, 0)
+        self.case.assertEqual(self.save(action=action).returncode, 0)
         counts = collections.Counter()
         begun = False
         with open(self.trace, encoding="utf-8", errors="replace") as trace:
@@ -66,17 +66,17 @@ class SavingProgram:
                 if begun:
                     yield name.group(), counts[name.group()]
 
-    def inject(self, start, injection):
-        """Saves once for each call, with the fault in it. `start` restores the state before.
+    def inject(self, start, injection, action="new", step=1):
+        """Acts once for each call, or each `step`th, with the fault in it. `start` restores the state before.
 
         Yields what was done and whether the save ended well.
         """
-        for name, number in list(self.calls(start)):
+        for name, number in list(self.calls(start, action))[::step]:
             if name == "close" and "error" in injection:
                 continue  # strace would leave the file open, and what is locked with it
             what = f"{injection} at {name} number {number}"
             start()
-            result = self.save("-e", f"inject={name}:{injection}:when={number}")
+            result = self.save("-e", f"inject={name}:{injection}:when={number}", action=action)
             if injection == "signal=KILL":
                 self.case.assertEqual(result.returncode, -9, what)
             else:

@@ -8,6 +8,13 @@
 
 namespace TalVcs::Testing {
 
+/// Prints the error, if there is one. Returns the status for the system.
+inline int PrintFailure(const Kit::Status& status) {
+  if (status) return 0;
+  std::fprintf(stderr, "%s\n", Kit::Describe(status.error()).c_str());
+  return 1;
+}
+
 /// A host of one save, for tests that let its system calls fail:
 ///
 ///     PROGRAM FILE old|new   saves that state; the new one stands on the old one
@@ -31,9 +38,7 @@ int SaveStates(int count, char** arguments) {
   } else if (status && DescribeStore(*store) != kNewState) {
     status = SaveNewState(*store);
   }
-  if (status) return 0;
-  std::fprintf(stderr, "%s\n", Kit::Describe(status.error()).c_str());
-  return 1;
+  return PrintFailure(status);
 }
 
 }  // namespace TalVcs::Testing
