@@ -117,7 +117,8 @@ class TALVCS_API Buffer::ReadDataAccessor {
 
  private:
   friend class Buffer;
-  ReadDataAccessor(CountedPtr<Part> owner, const void* data, std::size_t size) noexcept;
+  // Takes over the caller's hold on `owner`.
+  ReadDataAccessor(Part* owner, const void* data, std::size_t size) noexcept;
 
   CountedPtr<Part> m_owner;
   const void* m_data;

@@ -14,8 +14,8 @@ std::vector<Buffer::ReadDataAccessor> Buffer::LockForRead() const {
   for (std::size_t index = 0; index < count; ++index) {
     const auto bytes = GetSegment(index);
     Part* const owner = m_part->is_list ? m_part->AsList()->Segments()[index].owner : m_part.get();
-    accessors.push_back(
-        ReadDataAccessor(CountedPtr<Part>::Share(owner), bytes.data(), bytes.size()));
+    owner->holders.Acquire();
+    accessors.push_back(ReadDataAccessor(owner, bytes.data(), bytes.size()));
   }
   return accessors;
 }
@@ -97,9 +97,8 @@ void Buffer::WriteAt(std::uint64_t position, const void* data, std::size_t size)
   Append(bytes + done, size - done);
 }
 
-Buffer::ReadDataAccessor::ReadDataAccessor(CountedPtr<Part> owner, const void* data,
-                                           std::size_t size) noexcept
-    : m_owner(std::move(owner)), m_data(data), m_size(size) {}
+Buffer::ReadDataAccessor::ReadDataAccessor(Part* owner, const void* data, std::size_t size) noexcept
+    : m_owner(owner), m_data(data), m_size(size) {}
 
 Buffer::ReadDataAccessor::ReadDataAccessor(const ReadDataAccessor& other) noexcept = default;
 
