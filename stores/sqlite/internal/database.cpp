@@ -213,6 +213,15 @@ Status Database::Execute(std::string_view statements, Task task) {
 
 bool Database::IsInTransaction() const noexcept { return !sqlite3_get_autocommit(m_connection); }
 
+bool Database::HasWritingStatement() const noexcept {
+  if (!m_isAttached) return false;
+  sqlite3_stmt* statement = sqlite3_next_stmt(m_connection, nullptr);
+  for (; statement; statement = sqlite3_next_stmt(m_connection, statement)) {
+    if (sqlite3_stmt_busy(statement) && !sqlite3_stmt_readonly(statement)) return true;
+  }
+  return false;
+}
+
 bool Database::IsReadOnly() const noexcept {
   return m_isReadOnly || sqlite3_db_readonly(m_connection, "main") == 1;
 }

@@ -40,6 +40,9 @@ class Database {
   bool IsAttached() const noexcept { return m_isAttached; }
   bool IsReadOnly() const noexcept;
   bool IsInTransaction() const noexcept;
+  /// Whether a statement of the host is in the middle of a change, which a transaction of the store
+  /// could neither commit nor undo without it.
+  bool HasWritingStatement() const noexcept;
   /// Whether a write transaction of the store itself runs.
   bool IsWriting() const noexcept { return m_isWriting; }
   void SetWriting(bool isWriting) noexcept { m_isWriting = isWriting; }

@@ -11,7 +11,8 @@ ReadTransaction::~ReadTransaction() {
 }
 
 Status ReadTransaction::Begin() {
-  if (m_database.IsInTransaction()) return {};
+  // A statement of the host that is writing has a transaction, which mustn't end here.
+  if (m_database.IsInTransaction() || m_database.HasWritingStatement()) return {};
   Status status = m_database.FollowFile();
   if (status) status = m_database.Use(Query::BeginReading, Task::Read).Run();
   m_isOpen = status.ok();
@@ -43,6 +44,9 @@ Status WriteTransaction::BeginOnAnySchema() {
   }
   if (m_database.IsWriting()) {
     return m_database.Fail(ErrorCode::Busy, Task::Save, "this store object is removing objects");
+  }
+  if (m_database.HasWritingStatement()) {
+    return m_database.Fail(ErrorCode::Busy, Task::Save, "a statement of the host is writing");
   }
   m_isNested = m_database.IsInTransaction();
   Status status = m_isNested ? Status() : m_database.FollowFile();

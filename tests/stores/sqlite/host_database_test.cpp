@@ -100,6 +100,25 @@ TEST_F(SqliteHostDatabase, ReadingStatementOfTheHostGoesOnAfterASave) {
   EXPECT_EQ(SeenByOthers(), "3 notes\n" + kNewState);
 }
 
+TEST_F(SqliteHostDatabase, WritingStatementOfTheHostMakesASaveBusy) {
+  sqlite3_stmt* rows = nullptr;
+  ASSERT_EQ(
+      sqlite3_prepare_v2(m_host.Connection(), "INSERT INTO notes VALUES(1), (2) RETURNING text", -1,
+                         &rows, nullptr),
+      SQLITE_OK);
+  for (const bool is_in_transaction : {false, true}) {
+    if (is_in_transaction) m_host.Execute("BEGIN");
+    ASSERT_EQ(sqlite3_step(rows), SQLITE_ROW);
+    EXPECT_EQ(SaveNewState(*m_store).error().code, ErrorCode::Busy);
+    EXPECT_EQ(DescribeStore(*m_store), kOldState);
+    ASSERT_EQ(sqlite3_reset(rows), SQLITE_OK);
+  }
+  m_host.Execute("COMMIT");
+  EXPECT_EQ(sqlite3_finalize(rows), SQLITE_OK);
+  EXPECT_TRUE(SaveNewState(*m_store).ok());
+  EXPECT_EQ(SeenByOthers(), "4 notes\n" + kNewState);
+}
+
 TEST_F(SqliteHostDatabase, SettingsOfTheConnectionStay) {
   const std::string settings =
       "SELECT * FROM pragma_synchronous, pragma_journal_mode, pragma_busy_timeout,"

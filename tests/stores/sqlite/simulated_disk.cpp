@@ -8,6 +8,8 @@ namespace TalVcs::Testing {
 namespace {
 
 constexpr std::size_t kSector = 512;
+// A damaged file can ask for any place.
+constexpr std::uint64_t kLongestFile = std::uint64_t{64} << 20;
 
 void Overwrite(std::string& content, std::uint64_t position, const std::string& bytes) {
   if (content.size() < position + bytes.size()) content.resize(position + bytes.size());
@@ -84,7 +86,8 @@ struct DiskCalls {
         static_cast<std::uint64_t>(position),
         std::string(static_cast<const char*>(bytes), static_cast<std::size_t>(size)), false};
     const bool works = Begin(handle);
-    if (handle.disk->m_isFull && change.position + change.bytes.size() > target.seen.size()) {
+    const std::uint64_t end = change.position + change.bytes.size();
+    if (end > kLongestFile || (handle.disk->m_isFull && end > target.seen.size())) {
       return SQLITE_FULL;
     }
     if (!works) {
