@@ -55,13 +55,13 @@ Status Create(WorkspaceState& state, std::string_view kind, std::string_view nam
   if (!commit) {
     return WorkspaceError(ErrorCode::NotFound, "the document has no version yet", name);
   }
-  return state.MoveBranches({{branch, commit}}, {});
+  return state.MoveBranches({{branch, commit}}, nullptr, {});
 }
 
 Status RemoveHead(WorkspaceState& state, std::string_view kind, std::string_view name,
                   const std::string& branch) {
   if (!state.GetRepository().GetHead(ToWide(branch))) return NoBranch(kind, name);
-  return state.MoveBranches({{branch, nullptr}}, {});
+  return state.MoveBranches({{branch, nullptr}}, nullptr, {});
 }
 
 }  // namespace

@@ -125,13 +125,12 @@ Result<RetentionReport> Workspace::Forget(const Retention& rule, const ForgetOpt
     Result<Forgetting> plan = Plan(*m_state, rule, options.progress);
     Status status = plan ? Status() : Status(plan.error());
     if (status && !plan->moves.empty()) {
-      status = m_state->MoveBranches(plan->moves, options.progress);
+      status = m_state->MoveBranches(plan->moves, nullptr, options.progress);
     }
     if (!status) {
       m_state->GetRepository().UpdateStorage();
       return status.error();
     }
-    m_state->lastCheckpoint.reset();
     plan->moves.clear();
     m_state->GetRepository().UpdateStorage();
     m_state->opened.Trim();

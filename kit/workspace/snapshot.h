@@ -13,7 +13,7 @@
 
 namespace TalVcs::Kit {
 
-/// The files of one version, to be read. It stays as it is, whatever happens in the workspace.
+/// The files of one version, to be read. Edits and moves of the workspace don't change it.
 ///
 /// Paths are as `Workspace` describes them. Each function fails with `BadName` or `BadText` for
 /// what is no path, and with `Damaged` or `Unavailable` if an object can't be read.

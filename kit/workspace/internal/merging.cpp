@@ -105,10 +105,9 @@ Result<std::optional<Version>> Merging::Run(const Decisions& decisions,
   if (IsUpToDate()) return std::optional<Version>();
   if (IsFastForward() && (options.allowsFastForward || !m_head)) {
     const cow_ptr<Tree> files = RootOf(m_other);
-    const Status status = m_state.MoveBranches({{m_state.GetBranch(), m_other}}, options.progress);
+    const Status status =
+        m_state.MoveBranches({{m_state.GetBranch(), m_other}}, files, options.progress);
     if (!status) return status.error();
-    m_state.lastCheckpoint.reset();
-    m_state.BeginDraft(files);
     return std::optional(m_state.VersionOf(m_other));
   }
   const MergePlan plan(m_state.GetRepository(), Sides(), m_state.options.mergers);

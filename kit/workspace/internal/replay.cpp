@@ -81,13 +81,11 @@ Result<std::uint64_t> Replay::Run(const cow_ptr<Commit>& onto, const Progress& p
   cow_ptr<Commit> top = onto;
   Status status = MakeAll(versions, top, progress);
   const cow_ptr<Tree> files = RootOf(top);
-  if (status) status = m_state.MoveBranches({{m_state.GetBranch(), top}}, progress);
+  if (status) status = m_state.MoveBranches({{m_state.GetBranch(), top}}, files, progress);
   if (!status) {
     m_state.GetRepository().UpdateStorage();
     return status.error();
   }
-  m_state.lastCheckpoint.reset();
-  m_state.BeginDraft(files);
   return m_count;
 }
 

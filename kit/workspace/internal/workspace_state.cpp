@@ -209,7 +209,7 @@ Result<cow_ptr<Commit>> WorkspaceState::Make(const NewVersion& version) {
 }
 
 Status WorkspaceState::MoveBranches(const std::vector<BranchMove>& moves,
-                                    const Progress& progress) {
+                                    const cow_ptr<Tree>& files, const Progress& progress) {
   Rollback rollback(GetRepository());
   for (const BranchMove& move : moves) {
     rollback.Add(FormerBranch(GetStorage(), ToWide(move.name)));
@@ -218,6 +218,8 @@ Status WorkspaceState::MoveBranches(const std::vector<BranchMove>& moves,
   const Result<SaveReport> saved = Save(opened, {.progress = progress});
   if (!saved) return saved.error();
   rollback.Dismiss();
+  lastCheckpoint.reset();
+  if (files) BeginDraft(files);
   if (!observer) return {};
   for (std::size_t i = 0; i < moves.size(); ++i) {
     const Id before = rollback.GetBranches()[i].GetId();
@@ -230,10 +232,8 @@ Status WorkspaceState::MoveBranches(const std::vector<BranchMove>& moves,
 Result<Version> WorkspaceState::PutOnBranch(const NewVersion& version, const Progress& progress) {
   const Result<cow_ptr<Commit>> commit = Make(version);
   if (!commit) return commit.error();
-  const Status status = MoveBranches({{GetBranch(), *commit}}, progress);
+  const Status status = MoveBranches({{GetBranch(), *commit}}, version.tree, progress);
   if (!status) return status.error();
-  lastCheckpoint.reset();
-  BeginDraft(version.tree);
   return VersionOf(*commit);
 }
 

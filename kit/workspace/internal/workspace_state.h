@@ -76,8 +76,10 @@ struct WorkspaceState {
                         std::optional<std::chrono::sys_seconds> time) const;
   /// Makes a commit, which is stored in the repository and on no branch.
   Result<cow_ptr<Commit>> Make(const NewVersion& version);
-  /// Moves branches and saves. On failure, the repository is as it was.
-  Status MoveBranches(const std::vector<BranchMove>& moves, const Progress& progress);
+  /// Moves branches and saves, begins a new draft from `files` unless that is null, and calls the
+  /// observer last. On failure, everything is as it was.
+  Status MoveBranches(const std::vector<BranchMove>& moves, const cow_ptr<Tree>& files,
+                      const Progress& progress);
   /// Puts a version on the current branch, saves it and begins a new draft.
   Result<Version> PutOnBranch(const NewVersion& version, const Progress& progress);
 

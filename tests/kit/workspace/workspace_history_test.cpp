@@ -4,6 +4,8 @@
 #include <tests/kit/temporary_folder.h>
 #include <tests/kit/workspace/workspace_fixture.h>
 
+#include <stdexcept>
+
 namespace TalVcs::Testing {
 namespace {
 
@@ -267,6 +269,15 @@ TEST_F(WorkspaceHistory, ObserverSeesOwnMovesAndThoseOfOthers) {
   workspace.Reload().value();
   workspace.Reload().value();
   EXPECT_THAT(seen, ElementsAre("master", "tags/t", "b by others", "master by others"));
+}
+
+TEST_F(WorkspaceHistory, ObserverThatThrowsLeavesTheSavedVersion) {
+  workspace.Observe([](const Kit::Workspace::Move&) { throw std::runtime_error("observer"); });
+  workspace.Write("a", "1").value();
+  EXPECT_THROW(static_cast<void>(workspace.Commit("1")), std::runtime_error);
+  EXPECT_THAT(workspace.GetChanges().value(), IsEmpty());
+  EXPECT_THAT(Summaries(workspace), ElementsAre("1"));
+  EXPECT_THAT(Summaries(OpenAgain()), ElementsAre("1"));
 }
 
 TEST(WorkspaceInAFolder, IsOpenedByTheResultOfTheStore) {

@@ -6,8 +6,6 @@
 #include <kit/text.h>
 #include <tests/kit/workspace/workspace_fixture.h>
 
-#include <thread>
-
 namespace TalVcs::Testing {
 namespace {
 
@@ -149,20 +147,6 @@ TEST_F(WorkspaceSafety, MovedWorkspaceGoesOn) {
   moved.Commit("x").value();
   workspace = std::move(moved);
   EXPECT_EQ(FilesOf(workspace), (FileTexts{{"a", "1"}}));
-}
-
-// The recipe for saving on another thread: the bytes are immutable, the workspace is the thread's.
-TEST_F(WorkspaceSafety, WorkerThreadSavesWhatTheHostHandsOver) {
-  std::string shape = "circle";
-  const Kit::Bytes bytes(shape);
-  std::thread worker([this, bytes] {
-    workspace.Write("shape", bytes).value();
-    workspace.Commit("Autosave").value();
-  });
-  shape = "square";
-  EXPECT_EQ(bytes.text(), "circle");
-  worker.join();
-  EXPECT_EQ(FilesOf(OpenAgain()), (FileTexts{{"shape", "circle"}}));
 }
 
 }  // namespace
