@@ -9,12 +9,23 @@ namespace TalVcs::Kit {
 
 namespace {
 
+/// Returns the interface for replacing objects; null if the store has none.
+IRepairableStore* RepairableFrom(IObjectStore& store, const RepairOptions& options) {
+  if (options.repairable != nullptr) return options.repairable;
+#ifdef __cpp_rtti
+  return dynamic_cast<IRepairableStore*>(&store);
+#else
+  static_cast<void>(store);
+  return nullptr;
+#endif
+}
+
 /// Repairs what it can and adds that to the report.
 Status RepairOnce(IObjectStore& store, IObjectStore& source, const RepairOptions& options,
                   RepairReport& report) {
   const Result<std::vector<Head>> heads = store.Heads();
   if (!heads) return heads.error();
-  RepairingStore repaired(store, source);
+  RepairingStore repaired(store, RepairableFrom(store, options), source);
   WalkHooks hooks;
   hooks.replaced = [&repaired](const Id& id) { return repaired.ProblemOf(id); };
   hooks.replacedAt = [&report](Damage damage) {

@@ -3,6 +3,7 @@
 #include <kit/export.h>
 #include <kit/open/report.h>
 #include <kit/store/object_store.h>
+#include <kit/store/repairable_store.h>
 #include <kit/text/progress.h>
 #include <kit/text/result.h>
 
@@ -13,6 +14,9 @@ namespace TalVcs::Kit {
 
 /// Options of `Repair`.
 struct RepairOptions {
+  /// The store's own interface for replacing what is damaged. With null, `Repair` finds it by type
+  /// information; a build without type information needs it here.
+  IRepairableStore* repairable = nullptr;
   /// Phases: "history" and "contents" for each branch. Cancelling keeps what is repaired by then.
   Progress progress = {};
 };

@@ -8,7 +8,8 @@
 namespace TalVcs::Kit {
 
 /// A store in which the bytes of an object can be replaced. Stores that can do it implement this
-/// interface beside `IObjectStore`; callers find it by a `dynamic_cast`.
+/// interface beside `IObjectStore`; callers find it by a `dynamic_cast`,
+/// or know it.
 ///
 /// It is for repairs alone: `Write` leaves an object as it is, also one that is damaged.
 class TALVCS_KIT_API IRepairableStore {

@@ -18,9 +18,9 @@ namespace TalVcs::Kit {
 /// store, and put into the first one after the read.
 class RepairingStore final : public IObjectStore {
  public:
-  /// Both outlive this object.
-  RepairingStore(IObjectStore& store, IObjectStore& source)
-      : m_store(store), m_source(source), m_repairable(dynamic_cast<IRepairableStore*>(&store)) {}
+  /// All outlive this object. A null `repairable` means that the store's objects can't be replaced.
+  RepairingStore(IObjectStore& store, IRepairableStore* repairable, IObjectStore& source)
+      : m_store(store), m_source(source), m_repairable(repairable) {}
   ~RepairingStore() override;
 
   /// Writes what was found in the second store and isn't in the first one yet, and waits until it
