@@ -14,7 +14,7 @@ find_package_handle_standard_args(Zstd
   REQUIRED_VARS Zstd_LIBRARY Zstd_INCLUDE_DIR VERSION_VAR Zstd_VERSION)
 
 if(Zstd_FOUND AND NOT TARGET Zstd::Zstd)
-  add_library(Zstd::Zstd UNKNOWN IMPORTED)
+  add_library(Zstd::Zstd UNKNOWN IMPORTED GLOBAL)
   set_target_properties(Zstd::Zstd PROPERTIES
     IMPORTED_LOCATION "${Zstd_LIBRARY}"
     INTERFACE_INCLUDE_DIRECTORIES "${Zstd_INCLUDE_DIR}")

@@ -37,9 +37,20 @@ Id IdOfDigit(std::size_t digit) {
   return Id(Kit::ToWide(std::string(63, '0') + "0123456789abcdef"[digit]));
 }
 
+// One for all inputs, because making one takes longer than an input. It shows as well that no input
+// disturbs the next.
+Kit::ObjectEncoder& Encoder() {
+  static Kit::ObjectEncoder encoder;
+  return encoder;
+}
+Kit::ObjectDecoder& Decoder() {
+  static Kit::ObjectDecoder decoder;
+  return decoder;
+}
+
 /// What is encoded is decoded again.
 void Encode(const Buffer& packed, const Kit::EncodingBase* base) {
-  const Encoded encoded = Kit::ObjectEncoder().Encode(packed, base);
+  const Encoded encoded = Encoder().Encode(packed, base);
   const Kit::Result<Kit::EncodedHeader> header = Kit::ReadEncodedHeader(encoded);
   Require(header.ok() && header->sizeBytes == packed.GetSize() &&
               header->headerBytes <= Kit::kMostEncodedHeaderBytes,
@@ -50,15 +61,14 @@ void Encode(const Buffer& packed, const Kit::EncodingBase* base) {
           "a difference has its base, and other forms have none");
   Require(encoded.size() <= packed.GetSize() + header->headerBytes, "nothing gets longer");
   const Kit::Result<Buffer> decoded =
-      Kit::ObjectDecoder().Decode(encoded, base != nullptr ? &base->packed : nullptr);
+      Decoder().Decode(encoded, base != nullptr ? &base->packed : nullptr);
   Require(decoded.ok() && Kit::BytesFromBuffer(*decoded) == Kit::BytesFromBuffer(packed),
           "what was encoded is decoded");
 }
 
 /// Any bytes are decoded or refused, and leave the decoder as it was.
 void Decode(const Encoded& encoded, const Buffer& base) {
-  Kit::ObjectDecoder decoder;
-  const Kit::Result<Buffer> decoded = decoder.Decode(encoded, &base);
+  const Kit::Result<Buffer> decoded = Decoder().Decode(encoded, &base);
   if (decoded) {
     Require(decoded->GetSize() == Kit::ReadEncodedHeader(encoded)->sizeBytes,
             "the size is that of the header");
@@ -66,7 +76,7 @@ void Decode(const Encoded& encoded, const Buffer& base) {
     Encode(*decoded, nullptr);
   }
   const Buffer text = BufferOf(std::string(200, 'a'));
-  const Kit::Result<Buffer> again = decoder.Decode(Kit::ObjectEncoder().Encode(text));
+  const Kit::Result<Buffer> again = Decoder().Decode(Encoder().Encode(text));
   Require(again.ok() && Kit::BytesFromBuffer(*again) == std::string(200, 'a'),
           "a decoder works on after any bytes");
 }
@@ -85,7 +95,7 @@ void DecodeAlongBases(Fuzz::Input& input) {
     error.code = Kit::ErrorCode::NotFound;
     return error;
   };
-  Kit::EncodedObjects objects(4096);
+  static Kit::EncodedObjects objects(4096);
   for (std::size_t number = 0; number < forms.size(); ++number) {
     reads = 0;
     static_cast<void>(objects.Decode(IdOfDigit(number), forms[number], read).ok());
