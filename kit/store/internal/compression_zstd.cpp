@@ -16,7 +16,8 @@ namespace {
 constexpr std::array<std::byte, 4> kMagic = {std::byte{0x28}, std::byte{0xB5}, std::byte{0x2F},
                                              std::byte{0xFD}};
 
-/// Faster levels make the differences of small objects a quarter longer; slower ones save 2 %.
+/// Level 1 makes differences 5 % longer in nearly the same time; level 6 makes them 6 % shorter in
+/// three times the time.
 constexpr int kLevel = 3;
 
 /// The window that the level has by itself. More is needed only where a prefix lies further back.
