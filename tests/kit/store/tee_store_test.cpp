@@ -7,6 +7,7 @@
 #include <tests/kit/store/object_store_suite.h>
 #include <tests/kit/store/repairable_memory_store.h>
 #include <tests/kit/store/two_stores.h>
+#include <tests/kit/store/unrepairable_store.h>
 #include <tests/kit/temporary_folder.h>
 
 #include <memory>
@@ -223,11 +224,12 @@ TEST_F(TwoStores, ReplacesObjectsWhereTheStoreBelowCan) {
 }
 
 TEST_F(TwoStores, ReplaceIsUnsupportedWhereTheStoreBelowCanNot) {
-  TeeStore tee(m_first, m_second);
-  CacheStore cache(m_first, m_second);
+  const auto unrepairable = std::make_shared<UnrepairableStore>();
+  TeeStore tee(unrepairable, m_second);
+  CacheStore cache(m_first, unrepairable);
   EXPECT_EQ(CodeOf(tee.Replace({})), "Unsupported");
   EXPECT_EQ(CodeOf(cache.Replace({})), "Unsupported");
-  EXPECT_EQ(CodeOf(ReplaceObjects(*m_firstMemory, {})), "Unsupported");
+  EXPECT_EQ(CodeOf(ReplaceObjects(*unrepairable, {})), "Unsupported");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <stores/encryption/encrypted_store.h>
 #include <tests/kit/open/histories.h>
 #include <tests/kit/store/repairable_memory_store.h>
+#include <tests/kit/store/unrepairable_store.h>
 #include <tests/stores/encryption/stores.h>
 
 #include <cstdint>
@@ -157,7 +158,8 @@ TEST_F(EncryptionDamage, DamagedObjectIsReplaced) {
   ASSERT_TRUE(store->Replace({{StoredObject{id, packed}}}).ok());
   EXPECT_EQ(ReadOne(*store, id), Bytes(packed));
   EXPECT_EQ(CodeOf(store->Replace({{StoredObject{Id(), packed}}})), "BadName");
-  EXPECT_EQ(CodeOf(OpenOver(m_memory)->Replace({})), "Unsupported");
+  EXPECT_EQ(CodeOf(OpenOver(std::make_shared<UnrepairableStore>(m_memory))->Replace({})),
+            "Unsupported");
 }
 
 /// Heads and values of the store below, as a test has changed them.

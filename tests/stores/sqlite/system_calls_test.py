@@ -1,6 +1,6 @@
-"""Saves of a SQLite document in which one system call is the last, or fails: each in turn.
+"""Saves of a document in one file in which one system call is the last, or fails: each in turn.
 
-With CALL_STEP=1, logs and compactions end at each call too, otherwise at each fifth.
+A store without logs and compactions is tested by the argument Saves. With CALL_STEP=1, logs and compactions end at each call too, otherwise at each fifth.
 """
 
 import collections
@@ -14,7 +14,7 @@ STEP = int(os.environ.get("CALL_STEP", "5"))
 
 
 @unittest.skipUnless(can_trace(), "strace isn't there or may not trace")
-class SystemCalls(unittest.TestCase):
+class Documents(unittest.TestCase):
     def setUp(self):
         holder = folder_in_memory(self)
         self.folder = os.path.join(holder, "documents")
@@ -53,9 +53,19 @@ class SystemCalls(unittest.TestCase):
         if after != "old":
             self.assertGreater(new, 0)
 
+
+class Saves(Documents):
     def test_a_save_that_is_killed(self):
         self.inject("signal=KILL")
 
+    def test_a_save_on_a_full_medium(self):
+        self.inject("error=ENOSPC")
+
+    def test_a_save_on_a_failing_medium(self):
+        self.inject("error=EIO")
+
+
+class LogsAndCompactions(Documents):
     def test_a_save_with_a_log_that_is_killed(self):
         self.inject("signal=KILL", "log", step=STEP)
 
@@ -64,12 +74,6 @@ class SystemCalls(unittest.TestCase):
 
     def test_a_compaction_on_a_failing_medium(self):
         self.inject("error=EIO", "compact", "old", STEP)
-
-    def test_a_save_on_a_full_medium(self):
-        self.inject("error=ENOSPC")
-
-    def test_a_save_on_a_failing_medium(self):
-        self.inject("error=EIO")
 
 
 if __name__ == "__main__":
