@@ -31,7 +31,7 @@ using ReadEncoded = std::function<Result<std::vector<std::byte>>(const Id& id)>;
 /// Threads: one thread at a time.
 class TALVCS_KIT_API EncodedObjects {
  public:
-  static constexpr std::uint64_t kDefaultCacheBytes = std::uint64_t{16} << 20;
+  static constexpr std::uint64_t kDefaultCacheBytes = std::uint64_t{16} << 20;  ///< 16 MiB.
 
   /// The cache takes up to `cacheBytes`, counted as packed forms and the room for their entries.
   explicit EncodedObjects(std::uint64_t cacheBytes = kDefaultCacheBytes);

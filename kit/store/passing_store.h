@@ -37,7 +37,7 @@ TALVCS_KIT_API const char* ToString(StoreOperation operation) noexcept;
 /// A call of a store, as the functions of a `PassingStore` see it. What it refers to is valid
 /// during the call.
 struct StoreCall {
-  StoreOperation operation = StoreOperation::Missing;
+  StoreOperation operation = StoreOperation::Missing;  ///< What is called.
   /// The number of the call; the first call of a store object has 1.
   std::uint64_t number = 0;
   /// The ids of `Missing`, `Read` and `Sizes`; the first commit of `ReadHistory`.

@@ -19,7 +19,7 @@ namespace TalVcs::Kit {
 
 /// A call that a `RecordingStore` has seen.
 struct RecordedCall {
-  StoreOperation operation = StoreOperation::Missing;
+  StoreOperation operation = StoreOperation::Missing;  ///< What was called.
   /// The number of the call; the first call of the store object has 1.
   std::uint64_t number = 0;
   /// The ids that were asked for, of the objects that were written, or to which heads were to move.

@@ -34,7 +34,7 @@ class TALVCS_KIT_API Bytes {
 
   /// Returns the bytes as the core takes them; the buffer shares them.
   const Buffer& GetBuffer() const noexcept { return m_buffer; }
-
+  /// Compares all bytes.
   friend bool operator==(const Bytes& a, const Bytes& b) noexcept { return a.text() == b.text(); }
 
  private:

@@ -69,8 +69,8 @@ class TALVCS_KIT_API Decision {
   static Decision Content(Bytes content) { return Decision(Side::Content, std::move(content)); }
   static Decision Content(std::string_view text) { return Content(Bytes(text)); }
 
-  Side GetSide() const noexcept { return m_side; }
-  const Bytes& GetContent() const noexcept { return m_content; }
+  Side GetSide() const noexcept { return m_side; }                ///< What is taken.
+  const Bytes& GetContent() const noexcept { return m_content; }  ///< Of `Side::Content`.
 
  private:
   Decision(Side side, Bytes content) : m_side(side), m_content(std::move(content)) {}

@@ -35,10 +35,10 @@ class TALVCS_KIT_API Retention {
   /// Which rule it is.
   enum class Kind { Newest, Since, Under, Thin, TipsAndForks };
 
-  Kind GetKind() const noexcept { return m_kind; }
-  std::uint64_t GetCount() const noexcept { return m_count; }
-  std::uint64_t GetPerDay() const noexcept { return m_perDay; }
-  std::chrono::sys_seconds GetTime() const noexcept { return m_time; }
+  Kind GetKind() const noexcept { return m_kind; }               ///< Returns the rule.
+  std::uint64_t GetCount() const noexcept { return m_count; }    ///< Versions, bytes, or per hour.
+  std::uint64_t GetPerDay() const noexcept { return m_perDay; }  ///< Of `Kind::Thin`.
+  std::chrono::sys_seconds GetTime() const noexcept { return m_time; }  ///< Of `Kind::Since`.
 
  private:
   explicit Retention(Kind kind) noexcept : m_kind(kind) {}
