@@ -99,8 +99,8 @@ class Figures {
 /// The history of the other benchmarks: an import, then commits of five files each.
 Repository MakeHistory(std::uint32_t files, std::uint32_t commits) {
   Repository repository = MakeRepository();
-  Import(repository, Files(files), InOrder(files), Way::kBatch);
-  Replay(repository, Changes(PlanHistory(files, commits)), Way::kBatch);
+  Import(repository, Files(files), InOrder(files), Way::Batch);
+  Replay(repository, Changes(PlanHistory(files, commits)), Way::Batch);
   repository.UpdateStorage();
   return repository;
 }
@@ -140,7 +140,7 @@ Store OpenStore(const std::string& kind, const std::string& path, bool durable) 
 /// Commits a new content of one file.
 void Edit(Repository& repository, const WideText& path, std::uint32_t number) {
   Commit commit(&repository, false);
-  commit.AddBlob(&repository, path, MakeBlob(Content(Family::kOurs, 0, kEditSeed + number)));
+  commit.AddBlob(&repository, path, MakeBlob(Content(Family::Ours, 0, kEditSeed + number)));
   Record(repository, commit, kEditSeed + number);
 }
 
