@@ -128,8 +128,8 @@ History MakeBenchHistory() {
   constexpr std::uint32_t kFiles = 10000;
   constexpr std::uint32_t kCommits = 1000;
   History history{MakeRepository(), Widen(Path(7))};
-  Import(history.repository, Files(kFiles), InOrder(kFiles), Way::kBatch);
-  Replay(history.repository, Changes(PlanHistory(kFiles, kCommits)), Way::kBatch);
+  Import(history.repository, Files(kFiles), InOrder(kFiles), Way::Batch);
+  Replay(history.repository, Changes(PlanHistory(kFiles, kCommits)), Way::Batch);
   return history;
 }
 
