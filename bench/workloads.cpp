@@ -99,7 +99,7 @@ std::vector<std::vector<std::string>> Contents(const HistoryPlan& plan) {
 }
 
 std::string HashContent(std::size_t size) {
-  Random random(ContentSeed(Family::kHash, size, 0));
+  Random random(ContentSeed(Family::Hash, size, 0));
   std::string content(size, '\0');
   random.Fill(content.data(), content.size());
   return content;

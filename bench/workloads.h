@@ -33,7 +33,7 @@ enum class Family : std::uint64_t {
   Ours = 4,
   Theirs = 5,
   Garbage = 6,
-  kHash = 7,
+  Hash = 7,
 };
 
 /// File number `index` gets the content of that family and version.

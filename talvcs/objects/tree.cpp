@@ -20,7 +20,7 @@ Tree::Tree(Tree&& other)
       m_treeData(std::move(other.m_treeData)) {}
 
 // In both assignments the old entries end last: they may be what keeps `other` alive.
-Tree& Tree::operator=(const Tree& other) {
+Tree& Tree::operator=(const Tree& other) {  // NOLINT(modernize-use-equals-default)
   Object::operator=(other);
   m_treeData = other.m_treeData;
   m_entries = other.m_entries;
