@@ -1,5 +1,5 @@
-// Parses one commit, spelled as streams.h tells, in the library and in the model, and then what the
-// library writes of it.
+// Parses one commit, in the notation of streams.h, in the library and in the model, and then what
+// the library writes of it.
 
 #include "checks.h"
 #include "streams.h"

@@ -1,4 +1,4 @@
-// Checks one packed object, spelled as streams.h tells, and reads it on demand. A plain parser
+// Checks one packed object, in the notation of streams.h, and reads it on demand. A plain parser
 // below decides whether it has exactly the form that the library writes.
 
 #include "input.h"

@@ -1,6 +1,6 @@
 // Parses trees, compares them, and edits one, all against the model.
 //
-// input := tree 0xFF tree 0xFF edit*     streams as streams.h tells, no letters
+// input := tree 0xFF tree 0xFF edit*     streams in the notation of streams.h, no letters
 // edit  := what path LF                  what: "a" to "c" adds a blob, "d" removes, "e" adds a
 //                                        subtree, others ask
 //

@@ -67,7 +67,7 @@ std::string FromHex(std::string_view digits) {
 
 // A store with one object, one branch and one value, that another program has computed: Argon2id by
 // the program argon2, BLAKE2b and SHA-256 by Python's hashlib, XChaCha20-Poly1305 from the text of
-// its specification. The key is the bytes 0 to 31.
+// its RFC draft. The key is the bytes 0 to 31.
 constexpr std::string_view kPassword = "correct horse";
 constexpr std::string_view kHeader =
     "54616c56637320656e6372797074696f6e20310a73616c74206f662031362062797465730200000040000000646566"
