@@ -1,7 +1,7 @@
 #pragma once
 
 #include <kit/internal/store_state.h>
-#include <kit/store/internal/head_moves.h>
+#include <kit/store/head_table.h>
 #include <kit/store/object_store.h>
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include <kit/internal/object_removal.h>
 #include <kit/internal/stored_objects.h>
-#include <kit/store/internal/head_moves.h>
+#include <kit/store/head_table.h>
 #include <talvcs/foundation/helpers.h>
 
 #include <algorithm>

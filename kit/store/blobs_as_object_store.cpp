@@ -1,6 +1,6 @@
 #include <kit/internal/store_state.h>
 #include <kit/store/blobs_as_object_store.h>
-#include <kit/store/internal/head_moves.h>
+#include <kit/store/head_table.h>
 #include <kit/store/read_history.h>
 #include <kit/text.h>
 

@@ -3,7 +3,7 @@
 #include <kit/internal/store_folder.h>
 #include <kit/internal/stored_objects.h>
 #include <kit/store/directory_object_store.h>
-#include <kit/store/internal/head_moves.h>
+#include <kit/store/head_table.h>
 #include <kit/store/internal/removal_watch.h>
 #include <kit/store/read_history.h>
 #include <kit/text.h>

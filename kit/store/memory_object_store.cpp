@@ -1,4 +1,4 @@
-#include <kit/store/internal/head_moves.h>
+#include <kit/store/head_table.h>
 #include <kit/store/memory_object_store.h>
 #include <kit/store/read_history.h>
 

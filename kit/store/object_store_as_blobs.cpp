@@ -1,5 +1,5 @@
 #include <kit/internal/object_paths.h>
-#include <kit/store/internal/head_moves.h>
+#include <kit/store/head_table.h>
 #include <kit/store/object_store_as_blobs.h>
 #include <kit/text.h>
 #include <talvcs/persistence/path_builder.h>

@@ -1,3 +1,0 @@
-#pragma once
-
-#include <kit/store/head_table.h>
