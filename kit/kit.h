@@ -20,6 +20,7 @@
 #include <kit/store/checksum_store.h>
 #include <kit/store/directory_object_store.h>
 #include <kit/store/fault_injection_store.h>
+#include <kit/store/head_watcher.h>
 #include <kit/store/memory_object_store.h>
 #include <kit/store/object_store.h>
 #include <kit/store/object_store_as_blobs.h>

@@ -207,4 +207,9 @@ Status CacheStore::Replace(std::span<const StoredObject> objects) {
   return Slow(ReplaceObjects(*m_slow, objects));
 }
 
+Result<std::vector<Head>> CacheStore::WaitForHeads(std::span<const Head> seen,
+                                                   std::chrono::milliseconds timeout) {
+  return Slow(WatchHeads(*m_slow, seen, timeout));
+}
+
 }  // namespace TalVcs::Kit

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <kit/export.h>
+#include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
 #include <kit/store/repairable_store.h>
 
+#include <chrono>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -44,7 +46,9 @@ struct CacheOptions {
 ///
 /// Cost: the first call that reads lists the fast store; memory some 200 bytes an object in it.
 /// Threads: as the two stores.
-class TALVCS_KIT_API CacheStore final : public IObjectStore, public IRepairableStore {
+class TALVCS_KIT_API CacheStore final : public IObjectStore,
+                                        public IRepairableStore,
+                                        public IHeadWatcher {
  public:
   /// Keeps the stores alive; neither may be null, and they must be two stores.
   CacheStore(std::shared_ptr<IObjectStore> fast, std::shared_ptr<IObjectStore> slow,
@@ -75,6 +79,9 @@ class TALVCS_KIT_API CacheStore final : public IObjectStore, public IRepairableS
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
   /// Replaces objects of the slow store; the fast one checks what it has by itself.
   Status Replace(std::span<const StoredObject> objects) override;
+  /// Waits for heads of the slow store. Fails with `Unsupported` if it can't wait.
+  Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
+                                         std::chrono::milliseconds timeout) override;
 
  private:
   struct Entry {

@@ -29,9 +29,11 @@ const char* ToString(StoreOperation operation) noexcept {
     case StoreOperation::SetValue:
       return "SetValue";
     case StoreOperation::Replace:
+      return "Replace";
+    case StoreOperation::WaitForHeads:
       break;
   }
-  return "Replace";
+  return "WaitForHeads";
 }
 
 namespace {
@@ -148,6 +150,13 @@ Status PassingStore::Replace(std::span<const StoredObject> objects) {
                        .count = objects.size(),
                        .sizeBytes = SizeOf(objects)},
                       [&](StoreCall& /*call*/) { return ReplaceObjects(*m_store, objects); });
+}
+
+Result<std::vector<Head>> PassingStore::WaitForHeads(std::span<const Head> seen,
+                                                     std::chrono::milliseconds timeout) {
+  return Pass<Result<std::vector<Head>>>(
+      {.operation = StoreOperation::WaitForHeads, .count = seen.size()},
+      [&](StoreCall& /*call*/) { return WatchHeads(*m_store, seen, timeout); });
 }
 
 }  // namespace TalVcs::Kit

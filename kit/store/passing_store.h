@@ -1,9 +1,11 @@
 #pragma once
 
 #include <kit/export.h>
+#include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
 #include <kit/store/repairable_store.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -14,8 +16,8 @@
 
 namespace TalVcs::Kit {
 
-/// The operations of an object store, in the order of `IObjectStore`, and that of
-/// `IRepairableStore`.
+/// The operations of an object store, in the order of `IObjectStore`, and those of
+/// `IRepairableStore` and `IHeadWatcher`.
 enum class StoreOperation {
   Missing,
   Read,
@@ -29,6 +31,7 @@ enum class StoreOperation {
   Value,
   SetValue,
   Replace,
+  WaitForHeads,
 };
 
 /// Returns the operation's name, such as "MoveHeads".
@@ -48,7 +51,7 @@ struct StoreCall {
   std::span<const HeadMove> moves = {};
   /// The name of a value.
   std::string_view name = {};
-  /// The number of ids, objects or moves; for `ReadHistory`, the most commits to read.
+  /// The number of ids, objects, moves or heads; for `ReadHistory`, the most commits to read.
   std::uint64_t count = 0;
   /// The bytes of packed forms: those of a `Write` or `Replace`; after a read, those that were
   /// passed on.
@@ -62,7 +65,9 @@ struct StoreCall {
 ///
 /// The results of one call are those of the store below, and so are its rules for several store
 /// objects. A passing store isn't copied. Threads: as the store below.
-class TALVCS_KIT_API PassingStore : public IObjectStore, public IRepairableStore {
+class TALVCS_KIT_API PassingStore : public IObjectStore,
+                                    public IRepairableStore,
+                                    public IHeadWatcher {
  public:
   /// Passes calls on to `store`, which must not be null, and keeps it alive.
   explicit PassingStore(std::shared_ptr<IObjectStore> store) noexcept;
@@ -85,6 +90,9 @@ class TALVCS_KIT_API PassingStore : public IObjectStore, public IRepairableStore
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
   /// Fails with `Unsupported` if the store below isn't repairable.
   Status Replace(std::span<const StoredObject> objects) override;
+  /// Fails with `Unsupported` if the store below can't wait.
+  Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
+                                         std::chrono::milliseconds timeout) override;
 
  protected:
   /// Called at the beginning of each call. If it fails, the store below isn't called, and the call

@@ -1,0 +1,129 @@
+// Waiting for heads, by polling and in stores that wait by themselves.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <kit/store/cache_store.h>
+#include <kit/store/head_watcher.h>
+#include <kit/store/memory_object_store.h>
+#include <kit/store/recording_store.h>
+#include <kit/text.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace TalVcs::Kit {
+namespace {
+
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// The SHA-256 of "blob 3\0one" and of "blob 3\0two".
+const Id kFirst(ToWide("437613f2000d14882113a8ceeb5e68572589edac29230c9fecd09d682612c4a3"));
+const Id kSecond(ToWide("9d500193ed108f2f3ad67e1870148696dce98f56644f500176a1dc1cf1634f64"));
+
+/// A store that waits by itself: it moves a head in the call number `moveAt`.
+class WatchedStore final : public RecordingStore {
+ public:
+  using RecordingStore::RecordingStore;
+
+  Result<std::vector<Head>> WaitForHeads(std::span<const Head> /*seen*/,
+                                         milliseconds timeout) override {
+    timeouts.push_back(timeout);
+    if (timeouts.size() == moveAt) MoveHeads({{{"master", kFirst, kSecond}}}).value();
+    return Heads();
+  }
+
+  std::vector<milliseconds> timeouts;
+  std::size_t moveAt = 0;
+};
+
+class Waiting : public testing::Test {
+ protected:
+  Waiting() { m_store->MoveHeads({{{"master", Id(), kFirst}}}).value(); }
+
+  /// Lets `sleep` count, and move a head at the sleep of that number.
+  HeadWaitOptions Options(std::size_t moveAt = 0) {
+    HeadWaitOptions options;
+    options.timeout = milliseconds(2500);
+    options.sleep = [this, moveAt](milliseconds time) {
+      m_sleeps.push_back(time);
+      if (m_sleeps.size() == moveAt) m_store->MoveHeads({{{"master", kFirst, kSecond}}}).value();
+    };
+    return options;
+  }
+
+  std::shared_ptr<MemoryObjectStore> m_store = std::make_shared<MemoryObjectStore>();
+  const std::vector<Head> m_seen = {{"master", kFirst}};
+  std::vector<milliseconds> m_sleeps;
+};
+
+TEST_F(Waiting, MoveBeforeTheCallIsReturnedAtOnce) {
+  const auto heads = WaitForHeads(*m_store, {}, Options());
+  EXPECT_EQ(heads.value(), m_seen);
+  EXPECT_THAT(m_sleeps, IsEmpty());
+}
+
+TEST_F(Waiting, PollingReturnsTheHeadsAfterAMove) {
+  const auto heads = WaitForHeads(*m_store, m_seen, Options(2));
+  EXPECT_EQ(heads.value(), (std::vector<Head>{{"master", kSecond}}));
+  EXPECT_THAT(m_sleeps, ElementsAre(milliseconds(1000), milliseconds(1000)));
+}
+
+TEST_F(Waiting, PollingEndsAtTheTimeoutWithEqualHeads) {
+  EXPECT_EQ(WaitForHeads(*m_store, m_seen, Options()).value(), m_seen);
+  EXPECT_THAT(m_sleeps, ElementsAre(milliseconds(1000), milliseconds(1000), milliseconds(500)));
+}
+
+TEST_F(Waiting, CancelEndsPollingAfterAnInterval) {
+  HeadWaitOptions options = Options();
+  int calls = 0;
+  options.progress = [&calls](const ProgressStep& step) {
+    EXPECT_EQ(step.phase, "wait");
+    return ++calls < 3;
+  };
+  EXPECT_EQ(WaitForHeads(*m_store, m_seen, options).error().code, ErrorCode::Cancelled);
+  EXPECT_EQ(m_sleeps.size(), 2U);
+}
+
+TEST_F(Waiting, StoreThatWaitsIsAskedOnceForTheWholeTime) {
+  WatchedStore watched(m_store);
+  watched.moveAt = 1;
+  const auto heads = WaitForHeads(watched, m_seen, Options());
+  EXPECT_EQ(heads.value(), (std::vector<Head>{{"master", kSecond}}));
+  EXPECT_THAT(watched.timeouts, ElementsAre(milliseconds(2500)));
+  EXPECT_THAT(m_sleeps, IsEmpty());
+}
+
+TEST_F(Waiting, StoreThatWaitsIsAskedInIntervalsIfTheHostMayCancel) {
+  WatchedStore watched(m_store);
+  watched.moveAt = 3;
+  HeadWaitOptions options = Options();
+  options.progress = [](const ProgressStep&) { return true; };
+  EXPECT_EQ(WaitForHeads(watched, m_seen, options).value().front().id, kSecond);
+  EXPECT_THAT(watched.timeouts,
+              ElementsAre(milliseconds(1000), milliseconds(1000), milliseconds(500)));
+}
+
+TEST_F(Waiting, DecoratorsLetTheStoreBelowWait) {
+  auto watched = std::make_shared<WatchedStore>(m_store);
+  watched->moveAt = 1;
+  CacheStore cache(std::make_shared<MemoryObjectStore>(), watched);
+  RecordingStore recording(cache);
+  EXPECT_EQ(WaitForHeads(recording, m_seen, Options()).value().front().id, kSecond);
+  EXPECT_EQ(watched->timeouts.size(), 1U);
+  EXPECT_THAT(recording.GetLog(), ElementsAre("WaitForHeads 1"));
+}
+
+TEST_F(Waiting, DecoratorOfAStoreThatCannotWaitIsPolled) {
+  RecordingStore recording(m_store);
+  EXPECT_EQ(WatchHeads(recording, m_seen, milliseconds(1)).error().code, ErrorCode::Unsupported);
+  EXPECT_EQ(WaitForHeads(recording, m_seen, Options(1)).value().front().id, kSecond);
+  EXPECT_THAT(m_sleeps, ElementsAre(milliseconds(1000)));
+  EXPECT_EQ(recording.CountCalls(StoreOperation::Heads), 2U);
+}
+
+}  // namespace
+}  // namespace TalVcs::Kit
