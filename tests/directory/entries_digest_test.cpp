@@ -114,6 +114,19 @@ TEST(EntriesDigest, ContinuesOnlyFromAnEqualBeginning) {
   EXPECT_EQ(fourth.Digest(), fourth.DigestFromScratch());
 }
 
+// The first chunk of a list that had shrunk to fewer than four was taken for one that follows a
+// checkpoint.
+TEST(EntriesDigest, OfAListThatShrinksInPlaceIsTheDigestOfItsBytes) {
+  constexpr unsigned kSize = 300;
+  const State first = Directory(kSize);
+  State second = first;
+  second.Set(NameOf(90), SharedBlob("other"));  // has room for checkpoints
+  for (unsigned number = 0; number < kSize; ++number) {
+    second.Erase(NameOf(number));
+    ASSERT_EQ(second.Digest(), second.DigestFromScratch()) << "file " << number;
+  }
+}
+
 TEST(EntriesDigest, OfABuiltListContinuesFromThePreviousVersion) {
   State previous = Directory(100);
   State changed = previous;

@@ -73,7 +73,10 @@ Sha256::Digest TreeEntries::ComputeDigest(TreeEntries* list) {
     hash = Sha256(Sha256::Checkpoint{last.state, hashed});
     hash.Update(before.last(last.tail).data(), last.tail);
   }
-  const bool leaves_checkpoints = list->m_hasRoomForCheckpoints && list->holders.IsSole();
+  // A list with room may have lost chunks since.
+  const bool leaves_checkpoints = list->m_hasRoomForCheckpoints &&
+                                  list->m_chunkCount >= kFewestChunksForCheckpoints &&
+                                  list->holders.IsSole();
   list->VisitChunks(first, [&](const EntryChunk& chunk, std::size_t index) {
     if (leaves_checkpoints) list->LeaveCheckpoint(hash, size, index);
     const auto records = chunk.Records();
