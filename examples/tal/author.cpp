@@ -2,6 +2,7 @@
 
 #include "failure.h"
 #include "terminal.h"
+#include "text.h"
 
 #include <pwd.h>
 #include <unistd.h>
@@ -19,7 +20,7 @@ std::string FirstOf(const std::string& option, const char* variable) {
   return value == nullptr ? std::string() : std::string(value);
 }
 
-/// What stands for a name where nobody told one: without the characters that can't come back.
+/// Returns a name without the characters that no commit can have.
 std::string Harmless(std::string text) {
   std::erase_if(text, [](char c) { return c == '<' || c == '>' || c == '\n'; });
   return ToWideExactly(text) ? text : std::string();
@@ -40,16 +41,15 @@ Author AccountAuthor() {
   return author;
 }
 
-void CheckText(const std::string& what, const std::string& text, char forbidden) {
+/// Refuses what the text of a commit can't hold.
+void CheckPerson(const std::string& what, const std::string& text, std::string_view forbidden) {
   const auto refuse = [&](const std::string& why) {
-    throw Failure(what + " " + why + ": \"" + Printable(text) + "\"", ExitCode::Usage);
+    throw Failure(what + " must " + why + ": \"" + Printable(text) + "\"", ExitCode::Usage);
   };
-  if (!ToWideExactly(text)) refuse("must be UTF-8");
-  if (text.find('\n') != std::string::npos)
-    refuse("must be one line, because the store returns no more");
-  if (forbidden != '\0' && text.find(forbidden) != std::string::npos)
-    refuse(std::string("must not contain \"") + forbidden +
-           "\", because the store would not return it");
+  if (!ToWideExactly(text)) refuse("be UTF-8");
+  if (text.find('\n') != std::string::npos) refuse("be one line");
+  if (text.find(forbidden) != std::string::npos)
+    refuse("not contain \"" + std::string(forbidden) + "\"");
 }
 
 }  // namespace
@@ -59,23 +59,17 @@ Author FindAuthor(const std::string& name, const std::string& email) {
   const Author account = AccountAuthor();
   if (author.name.empty()) author.name = account.name;
   if (author.email.empty()) author.email = account.email;
-  CheckText("the author's name", author.name, '<');
-  CheckText("the author's e-mail", author.email, '>');
+  CheckPerson("the author's name", author.name, "<");
+  CheckPerson("the author's e-mail", author.email, ">");
   return author;
 }
 
 void CheckDescription(const std::string& description) {
-  CheckText("a description", description, '\0');
-}
-
-std::string WhyLost(const TalVcs::Commit& commit) {
-  if (commit.GetParent()) return "";
-  const std::string text = ToUtf8(commit.GetAuthorName()) + " <" + ToUtf8(commit.GetAuthorEmail()) +
-                           ">\n" + ToUtf8(commit.GetDesciption());
-  if (text.find("parent ") == std::string::npos) return "";
-  return "a first commit must not have \"parent \" in its description or author, because the store "
-         "would not return it: \"" +
-         Printable(text) + "\"";
+  if (description.find_first_not_of(" \t\r\n") == std::string::npos)
+    throw Failure("the description is empty; say with -m what the commit changes", ExitCode::Usage);
+  if (!ToWideExactly(description) || description.find('\0') != std::string::npos)
+    throw Failure("a description must be UTF-8: \"" + Printable(description) + "\"",
+                  ExitCode::Usage);
 }
 
 }  // namespace Tal

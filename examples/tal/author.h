@@ -1,7 +1,5 @@
 #pragma once
 
-#include "trees.h"
-
 #include <string>
 
 namespace Tal {
@@ -14,15 +12,10 @@ struct Author {
 
 /// Returns the author that the arguments tell, where they are empty the environment (TAL_AUTHOR,
 /// TAL_EMAIL), and failing that the account. Throws `Failure` with `Usage` for a name or an e-mail
-/// that a store can't give back.
+/// that no commit can have.
 Author FindAuthor(const std::string& name, const std::string& email);
 
-/// Throws `Failure` with `Usage` if a store can't give this description back: only the first line
-/// of one comes back.
+/// Throws `Failure` with `Usage` for a description that is empty or isn't UTF-8.
 void CheckDescription(const std::string& description);
-
-/// Returns why `commit` would come back from a store as another one, or an empty text. A commit
-/// without a parent must not have the text "parent " in its texts, since a loader takes it for one.
-std::string WhyLost(const TalVcs::Commit& commit);
 
 }  // namespace Tal

@@ -1,20 +1,24 @@
 #pragma once
 
-#include "folder.h"
+#include "file_tree.h"
 #include "terminal.h"
-#include "trees.h"
 
 #include <string>
 #include <vector>
 
 namespace Tal {
 
-/// How the folder differs from a tree.
+/// How a file differs between two states.
 struct Change {
-  enum class Kind { Added, Changed, Removed };
+  enum class Kind { Added, Changed, Removed, Moved };
 
-  Kind kind;
-  std::string path;
+  Kind kind = Kind::Changed;
+  std::string path;     ///< of a removed file, where it was
+  std::string oldPath;  ///< of a moved file
+  TalVcs::Id before;    ///< of the blob; empty if there is no file, or it isn't known
+  TalVcs::Id after;
+  FileKind kindBefore = FileKind::File;
+  FileKind kindAfter = FileKind::File;
 };
 
 /// Returns the word for a kind, such as "added", and its letter.
@@ -22,11 +26,13 @@ const char* Name(Change::Kind kind);
 char Letter(Change::Kind kind);
 Colour ColourOf(Change::Kind kind);
 
-/// Compares file by file and byte by byte; `tree` may be null. Sorted by path.
-std::vector<Change> CompareFolder(const Folder& folder, const FolderContents& contents,
-                                  const TreePtr& tree, const Terminal& terminal);
+/// Returns the path for people: of a moved file both, and the kinds if they differ.
+std::string DescribePath(const Change& change);
 
-/// Compares two trees, each of which may be null.
-std::vector<Change> CompareTrees(const TreePtr& before, const TreePtr& after);
+/// Whether a removed and an added file of like content are one moved file.
+enum class Moves { Find, Ignore };
+
+/// Returns the files that differ between two versions, sorted by path.
+std::vector<Change> CompareTrees(const FileTree& before, const FileTree& after, Moves moves);
 
 }  // namespace Tal

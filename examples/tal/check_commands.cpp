@@ -1,141 +1,147 @@
-#include "commands.h"
-#include "history.h"
+#include "command_line.h"
+#include "command_table.h"
+#include "content_sizes.h"
 #include "json.h"
-#include "store_size.h"
 
+#include <kit/open/statistics.h>
+#include <kit/open/verify.h>
+
+#include <charconv>
 #include <iostream>
+#include <optional>
 
 namespace Tal {
 namespace {
 
-/// The objects of a store whose bytes don't hash to the id under which they stand.
-struct Findings {
-  StoreSize size;
-  std::vector<std::string> wrong;
-};
+constexpr const char* kFreedValue = "tal-freed";
 
-Findings HashStore(const Host& host, TalVcs::IBlobReader& reader) {
-  Findings findings;
-  Progress progress(host.terminal, "hashing objects");
-  VisitObjects(reader, [&](const std::string& id, TalVcs::StreamIO& stream) {
-    TalVcs::Buffer bytes;
-    const bool isRead = stream.ReadToEnd(bytes);
-    if (!isRead || ToUtf8(TalVcs::Id(bytes)) != id) findings.wrong.push_back(id);
-    ++findings.size.objects;
-    findings.size.bytes += bytes.GetSize();
-    progress.Count(bytes.GetSize());
-  });
-  return findings;
+struct NoOptions {};
+
+void PrintVerifyJson(const std::optional<Kit::VerifyReport>& report, const std::string& reason) {
+  JsonWriter json(std::cout);
+  json.BeginObject();
+  json.Key("whole").Bool(report && report->IsWhole());
+  json.Key("reason").Text(reason);
+  const std::uint64_t reached = report ? report->objects : 0;
+  const std::uint64_t unreferenced = report ? report->unreferencedObjects : 0;
+  json.Key("objects").Number(static_cast<std::int64_t>(reached + unreferenced));
+  json.Key("reached").Number(static_cast<std::int64_t>(reached));
+  json.Key("damaged").BeginArray();
+  if (report) {
+    for (const Kit::Damage& damage : report->damages) json.Text(ToUtf8(damage.id));
+  }
+  json.EndArray();
+  json.EndObject();
 }
 
-/// Returns the bytes of all objects that the repository holds, as a store has them.
-template <class Table>
-std::uint64_t PackedBytes(const Table& table) {
+/// Prints what there is to know of a store that can't even be looked through, and throws it again.
+template <class Problem>
+[[noreturn]] void FailVerify(const Host& host, const Problem& problem) {
+  if (host.json) PrintVerifyJson(std::nullopt, Printable(problem.what()));
+  throw problem;
+}
+
+Kit::VerifyReport VerifyStore(const Host& host) {
+  try {
+    Session session(host, Access::Read);
+    return Kit::Verify(session.Store(), {.progress = ShowProgress(host.terminal)}).value();
+  } catch (const Failure& failure) {
+    if (failure.Code() != ExitCode::Damaged) throw;
+    FailVerify(host, failure);
+  } catch (const Kit::ErrorException& error) {
+    if (error.GetError().code == Kit::ErrorCode::Cancelled) throw;
+    FailVerify(host, error);
+  }
+}
+
+ExitCode RunVerify(const Host& host, const NoOptions&) {
+  const Kit::VerifyReport report = VerifyStore(host);
+  const std::string reason =
+      report.damages.empty() ? "" : Printable(Kit::Describe(report.damages.front()));
+  if (host.json) PrintVerifyJson(report, reason);
+  for (const Kit::Damage& damage : report.damages)
+    host.terminal.Complain("missing or damaged: " + Printable(Kit::Describe(damage)));
+  if (!report.IsWhole())
+    throw Failure(
+        "the store is damaged: " + Plural(report.damageCount, "object") + " cannot be read",
+        ExitCode::Damaged);
+  if (!host.json) {
+    std::cout << "whole: every id is correct; the branches reach "
+              << Plural(report.objects, "object") << ", and "
+              << Plural(report.unreferencedObjects, "object") << " more can be removed by tal gc\n";
+  }
+  return ExitCode::Done;
+}
+
+std::uint64_t LastFreed(Session& session) {
+  const std::string text = session.Store().Value(kFreedValue).value().value_or(std::string());
   std::uint64_t bytes = 0;
-  for (const auto& [id, object] : table) bytes += object->BuildPackedData().GetSize();
+  std::from_chars(text.data(), text.data() + text.size(), bytes);
   return bytes;
 }
 
-/// What the files of all commits would come to if each had its own copy.
-StoreSize SizeWithoutSharing(const TalVcs::Repository& repository) {
-  StoreSize size;
-  for (const HistoryCommit& entry : BuildHistory(repository, nullptr).commits) {
-    const TreePtr root = RootOf(entry.commit);
-    for (const std::string& path : ListTree(root)) {
-      ++size.objects;
-      size.bytes += FindBlob(root, path)->GetData().GetSize();
-    }
-  }
-  return size;
+void PrintTotals(JsonWriter& json, const char* name, const Kit::ObjectTotals& totals) {
+  json.Key(name).BeginObject();
+  json.Key("count").Number(static_cast<std::int64_t>(totals.count));
+  json.Key("bytes").Number(static_cast<std::int64_t>(totals.sizeBytes));
+  json.EndObject();
 }
 
-struct Figures {
-  const char* name;
-  std::uint64_t count;
-  std::uint64_t bytes;
-};
-
-}  // namespace
-
-ExitCode RunVerify(const Host& host) {
-  Session session(host, Access::Inspect);
-  const Findings findings = HashStore(host, session.Reader());
-  const TalVcs::Repository& repository = session.Repository();
-  const std::uint64_t reached =
-      repository.GetCommitCount() + repository.GetTreeCount() + repository.GetBlobCount();
-  const bool isWhole = session.CameInWhole() && findings.wrong.empty();
-  if (host.json) {
-    JsonWriter json(std::cout);
-    json.BeginObject();
-    json.Key("whole").Bool(isWhole);
-    json.Key("reason").Text(Printable(session.WhyNotWhole()));
-    json.Key("objects").Number(static_cast<std::int64_t>(findings.size.objects));
-    json.Key("bytes").Number(static_cast<std::int64_t>(findings.size.bytes));
-    json.Key("reached").Number(static_cast<std::int64_t>(reached));
-    json.Key("damaged").BeginArray();
-    for (const std::string& id : findings.wrong) json.Text(id);
-    json.EndArray();
-    json.EndObject();
-  }
-  for (const std::string& id : findings.wrong)
-    host.terminal.Complain("missing or damaged: " + Printable(id));
-  if (!isWhole) {
-    const std::string& reason = session.WhyNotWhole();
-    throw Failure("the store is damaged" + (reason.empty() ? "" : ": " + Printable(reason)),
-                  ExitCode::Damaged);
-  }
-  if (!host.json) {
-    std::cout << "whole: " << Plural(findings.size.objects, "object") << ", "
-              << FormatBytes(findings.size.bytes) << "; every id is correct; the branches reach "
-              << Plural(reached, "object") << '\n';
-  }
-  return ExitCode::Done;
-}
-
-ExitCode RunStat(const Host& host) {
+ExitCode RunStat(const Host& host, const NoOptions&) {
   Session session(host, Access::Read);
-  const TalVcs::IObjectsStorage& storage = *session.Repository().GetStorage();
-  const Figures figures[] = {
-      {"commits", storage.GetCommitCount(), PackedBytes(storage.GetCommits())},
-      {"trees", storage.GetTreeCount(), PackedBytes(storage.GetTrees())},
-      {"blobs", storage.GetBlobCount(), PackedBytes(storage.GetBlobs())}};
-  const StoreSize store = MeasureStore(session.Reader());
-  const StoreSize apart = SizeWithoutSharing(session.Repository());
-  std::uint64_t reached = 0;
-  for (const Figures& figure : figures) reached += figure.bytes;
-  std::uint64_t contents = 0;
-  for (const auto& [id, blob] : storage.GetBlobs()) contents += blob->GetData().GetSize();
-  const std::uint64_t waste = store.bytes > reached ? store.bytes - reached : 0;
-
+  const Kit::StoreStatistics store =
+      Kit::Statistics(session.Store(), {.progress = ShowProgress(host.terminal)}).value();
+  if (store.unreadable > 0)
+    throw Failure("the store is damaged: " + Plural(store.unreadable, "object") +
+                      " cannot be read; tal verify lists them",
+                  ExitCode::Damaged);
+  const ContentSizes contents = MeasureContents(session);
+  const std::pair<const char*, Kit::ObjectTotals> kinds[] = {
+      {"commits", store.commits}, {"trees", store.trees}, {"blobs", store.blobs}};
+  Kit::ObjectTotals all = store.unreferenced;
+  for (const auto& [name, totals] : kinds) {
+    all.count += totals.count;
+    all.sizeBytes += totals.sizeBytes;
+  }
+  const auto branches = session.Document().GetBranches();
   if (host.json) {
     JsonWriter json(std::cout);
     json.BeginObject();
-    for (const Figures& figure : figures) {
-      json.Key(figure.name).BeginObject();
-      json.Key("count").Number(static_cast<std::int64_t>(figure.count));
-      json.Key("bytes").Number(static_cast<std::int64_t>(figure.bytes));
-      json.EndObject();
-    }
-    json.Key("branches").Number(static_cast<std::int64_t>(storage.GetRefs().size()));
-    json.Key("files_of_all_commits").Number(static_cast<std::int64_t>(apart.objects));
-    json.Key("bytes_of_all_commits").Number(static_cast<std::int64_t>(apart.bytes));
-    json.Key("store_objects").Number(static_cast<std::int64_t>(store.objects));
-    json.Key("store_bytes").Number(static_cast<std::int64_t>(store.bytes));
-    json.Key("unreached_bytes").Number(static_cast<std::int64_t>(waste));
-    json.Key("last_freed_bytes").Number(static_cast<std::int64_t>(session.LastFreed()));
+    for (const auto& [name, totals] : kinds) PrintTotals(json, name, totals);
+    const std::pair<const char*, std::uint64_t> figures[] = {
+        {"branches", branches.size()},
+        {"files_of_all_commits", contents.apart.files},
+        {"bytes_of_all_commits", contents.apart.bytes},
+        {"store_objects", all.count},
+        {"store_bytes", all.sizeBytes},
+        {"unreached_bytes", store.unreferenced.sizeBytes},
+        {"last_freed_bytes", LastFreed(session)}};
+    for (const auto& [name, figure] : figures)
+      json.Key(name).Number(static_cast<std::int64_t>(figure));
     json.EndObject();
     return ExitCode::Done;
   }
-  for (const Figures& figure : figures)
-    std::cout << figure.name << '\t' << figure.count << '\t' << FormatBytes(figure.bytes) << '\n';
-  std::cout << "branches\t" << storage.GetRefs().size() << '\n'
-            << "sharing\t" << Plural(apart.objects, "file") << " in all commits, "
-            << FormatBytes(apart.bytes) << ", stored as " << Plural(figures[2].count, "blob")
-            << ", " << FormatBytes(contents) << '\n'
-            << "store\t" << Plural(store.objects, "object") << ", " << FormatBytes(store.bytes)
-            << ", unreachable: " << FormatBytes(waste) << '\n'
-            << "freed\t" << FormatBytes(session.LastFreed()) << " by the last clean-up\n";
+  for (const auto& [name, totals] : kinds)
+    std::cout << name << '\t' << totals.count << '\t' << FormatBytes(totals.sizeBytes) << '\n';
+  std::cout << "branches\t" << branches.size() << '\n'
+            << "sharing\t" << Plural(contents.apart.files, "file") << " in all commits, "
+            << FormatBytes(contents.apart.bytes) << ", stored as "
+            << Plural(contents.shared.files, "blob") << ", " << FormatBytes(contents.shared.bytes)
+            << '\n'
+            << "store\t" << Plural(all.count, "object") << ", " << FormatBytes(all.sizeBytes)
+            << ", unreachable: " << FormatBytes(store.unreferenced.sizeBytes) << '\n'
+            << "freed\t" << FormatBytes(LastFreed(session)) << " by the last clean-up\n";
   return ExitCode::Done;
+}
+
+}  // namespace
+
+void AddCheckCommands(Commands& commands) {
+  const auto declare = [](Command& command, NoOptions&) { command.Json(); };
+  commands.Add<NoOptions>("verify",
+                          "Check that the store is complete and that every object has its id",
+                          RunVerify, declare);
+  commands.Add<NoOptions>("stat", "Count objects and bytes", RunStat, declare);
 }
 
 }  // namespace Tal

@@ -1,124 +1,135 @@
 #include "conflicts.h"
 
+#include "interrupt.h"
 #include "parse_time.h"
 #include "printing.h"
 
-#include <algorithm>
 #include <iostream>
 #include <optional>
-#include <utility>
 
 namespace Tal {
 namespace {
 
-using TalVcs::ConflictChoice;
-using TalVcs::ConflictResolver;
-using TalVcs::MergeTrees;
-using Path = TalVcs::array_view<const WideView>;
-
-std::string JoinPath(Path path) {
-  std::string joined;
-  for (const WideView component : path) joined += (joined.empty() ? "" : "/") + ToUtf8(component);
-  return joined;
-}
+using Kit::Decision;
 
 enum class Side { Nothing, File, Folder };
 
-Side SideAt(const TreePtr& tree, Path path) {
-  if (!tree) return Side::Nothing;
-  if (tree->GetDeepBlob(path)) return Side::File;
-  return tree->GetDeepTree(path) ? Side::Folder : Side::Nothing;
+Side SideOf(const Kit::ConflictSide& side) {
+  if (side.content) return Side::File;
+  return side.isFolder ? Side::Folder : Side::Nothing;
 }
 
-std::string Describe(Path path, const MergeTrees& trees) {
-  const Side root = SideAt(trees.root, path);
+std::string Describe(const Kit::Conflict& conflict) {
+  const Side base = SideOf(conflict.base);
   const auto word = [&](Side side) -> std::string {
-    if (side == Side::Folder) return root == Side::Folder ? "changed folder" : "folder";
+    if (side == Side::Folder) return base == Side::Folder ? "changed folder" : "folder";
     if (side == Side::Nothing) return "removed";
-    return root == Side::File ? "changed" : "added";
+    return base == Side::File ? "changed" : "added";
   };
-  const std::string left = word(SideAt(trees.left, path));
-  const std::string right = word(SideAt(trees.right, path));
-  return left == right ? left + " on both sides" : left + " here, " + right + " there";
+  const std::string ours = word(SideOf(conflict.ours));
+  const std::string theirs = word(SideOf(conflict.theirs));
+  return ours == theirs ? ours + " on both sides" : ours + " here, " + theirs + " there";
 }
 
-void ShowSides(const Terminal& terminal, Path path, const MergeTrees& trees) {
-  FileSides sides{{Change::Kind::Changed, JoinPath(path)}, "", "", "", ""};
-  const auto read = [&](const TreePtr& tree) {
-    const BlobPtr blob = tree ? tree->GetDeepBlob(path) : nullptr;
-    return blob ? TalVcs::Kit::BytesFromBlob(*blob) : std::string();
+void ShowSides(const Terminal& terminal, const Kit::Conflict& conflict) {
+  const auto text = [](const Kit::ConflictSide& side) {
+    return side.content ? std::string(side.content->text()) : std::string();
   };
-  sides.before = read(trees.left);
-  sides.after = read(trees.right);
+  FileSides sides;
+  sides.change.path = conflict.path;
+  sides.before = text(conflict.ours);
+  sides.after = text(conflict.theirs);
   PrintFileDiff(terminal, sides);
   std::cout.flush();
 }
 
-ConflictChoice Ask(const Terminal& terminal, Path path, const MergeTrees& trees) {
+Decision Ask(const Terminal& terminal, const Kit::Conflict& conflict) {
   for (;;) {
-    std::cerr << Printable(JoinPath(path)) << ": " << Describe(path, trees)
+    std::cerr << Printable(conflict.path) << ": " << Describe(conflict)
               << ". [o]urs, [t]heirs, [b]ase, [d]iff or [q]uit? " << std::flush;
     std::string answer;
-    if (!std::getline(std::cin, answer) || answer == "q")
+    if (!std::getline(std::cin, answer) || answer == "q") {
+      StopIfInterrupted();
       throw Failure("the merge was cancelled; branches and files are unchanged");
-    if (answer == "o") return ConflictChoice::Left;
-    if (answer == "t") return ConflictChoice::Right;
-    if (answer == "b") return ConflictChoice::Root;
-    if (answer == "d") ShowSides(terminal, path, trees);
+    }
+    if (answer == "o") return Decision::Ours();
+    if (answer == "t") return Decision::Theirs();
+    if (answer == "b") return Decision::Base();
+    if (answer == "d") ShowSides(terminal, conflict);
   }
 }
 
-ConflictResolver MakeLastResolver(const Terminal& terminal, const MergeOptions& options) {
-  if (options.interactive) {
-    return [&terminal](Path path, const MergeTrees& trees) { return Ask(terminal, path, trees); };
+/// Decides by the times that the nearest files of that path hold, and not at all if they don't
+/// differ.
+std::optional<Decision> DecideByTime(const FileTree& ours, const FileTree& theirs,
+                                     const std::string& timePath, const std::string& path) {
+  const auto read = [](const BlobPtr& blob) { return ParseTime(Kit::BytesFromBlob(*blob)); };
+  const TalVcs::ConflictResolver resolver =
+      TalVcs::TimeBasedConflictResolver({ToWide(timePath)}, read);
+  const WideString wide = ToWide(path);
+  const TalVcs::MergeTrees trees{ours.GetTree(), nullptr, theirs.GetTree()};
+  switch (resolver(TalVcs::Helpers::SplitVcsPath(wide), trees)) {
+    case TalVcs::ConflictChoice::Left:
+      return Decision::Ours();
+    case TalVcs::ConflictChoice::Right:
+      return Decision::Theirs();
+    default:
+      return std::nullopt;
   }
-  // Where times don't decide and nothing else is asked for, the current branch's side stays.
-  if (options.ours) return TalVcs::AlwaysChooseLeft();
-  if (options.theirs) return TalVcs::AlwaysChooseRight();
-  if (options.base) return TalVcs::AlwaysChooseRoot();
-  if (!options.newest.empty()) return TalVcs::AlwaysChooseLeft();
-  return TalVcs::always_return_t<ConflictChoice>{ConflictChoice::Undecided};
+}
+
+std::string Name(const Decision& decision) {
+  switch (decision.GetSide()) {
+    case Decision::Side::Ours:
+      return "ours";
+    case Decision::Side::Theirs:
+      return "theirs";
+    case Decision::Side::Base:
+      return "base";
+    case Decision::Side::Content:
+      break;
+  }
+  return "edited";
 }
 
 }  // namespace
 
-ConflictResolver MakeResolver(const Terminal& terminal, const MergeOptions& options) {
-  ConflictResolver last = MakeLastResolver(terminal, options);
-  if (options.newest.empty()) return last;
-  const auto readTime = [](const BlobPtr& blob) {
-    return ParseTime(TalVcs::Kit::BytesFromBlob(*blob));
+void DeclareConflicts(Command& command, ConflictOptions& options) {
+  command.Flag("--ours", options.ours, "Take the current branch's side")
+      .Flag("--theirs", options.theirs, "Take the other side")
+      .Flag("--base", options.base, "Take the version of the common base")
+      .Flag("--interactive", options.interactive, "Ask for each conflict")
+      .Exclusive({"--ours", "--theirs", "--base", "--interactive"})
+      .Option("--newest", options.newest,
+              "Take the side with the later time in the file at this path; if the times are equal, "
+              "decide by the options above, or take ours");
+}
+
+DecidedConflicts Decide(Session& session, const Kit::MergePreview& preview,
+                        const ConflictOptions& options) {
+  DecidedConflicts decided;
+  if (preview.conflicts.empty()) return decided;
+  const FileTree ours = session.HeadFiles();
+  const FileTree theirs = session.FilesOf(preview.version.id);
+  const auto decide = [&](const Kit::Conflict& conflict) -> std::optional<Decision> {
+    std::optional<Decision> decision;
+    if (!options.newest.empty())
+      decision = DecideByTime(ours, theirs, options.newest, conflict.path);
+    if (decision) return decision;
+    if (options.interactive) return Ask(session.GetHost().terminal, conflict);
+    if (options.theirs) return Decision::Theirs();
+    if (options.base) return Decision::Base();
+    // Where times don't decide and nothing else is asked for, the current branch's side stays.
+    if (options.ours || !options.newest.empty()) return Decision::Ours();
+    return std::nullopt;
   };
-  return TalVcs::ChainResolvers(
-      TalVcs::TimeBasedConflictResolver({ToWide(options.newest)}, readTime), std::move(last));
-}
-
-ConflictResolver Recorded(ConflictResolver resolver, std::shared_ptr<Conflicts> conflicts) {
-  return [resolver = std::move(resolver), conflicts = std::move(conflicts)](
-             Path path, const MergeTrees& trees) {
-    const ConflictChoice choice = resolver(path, trees);
-    conflicts->push_back({JoinPath(path), Describe(path, trees), choice});
-    return choice == ConflictChoice::Undecided ? ConflictChoice::Left : choice;
-  };
-}
-
-std::size_t CountUndecided(const Conflicts& conflicts) {
-  return static_cast<std::size_t>(std::count_if(
-      conflicts.begin(), conflicts.end(),
-      [](const Conflict& conflict) { return conflict.choice == ConflictChoice::Undecided; }));
-}
-
-const char* Name(ConflictChoice choice) {
-  switch (choice) {
-    case ConflictChoice::Left:
-      return "ours";
-    case ConflictChoice::Right:
-      return "theirs";
-    case ConflictChoice::Root:
-      return "base";
-    case ConflictChoice::Undecided:
-      return "undecided";
+  for (const Kit::Conflict& conflict : preview.conflicts) {
+    const std::optional<Decision> decision = decide(conflict);
+    decided.list.push_back(
+        {conflict.path, Describe(conflict), decision ? Name(*decision) : "undecided"});
+    if (decision) decided.decisions.emplace(conflict.path, *decision);
   }
-  return "";
+  return decided;
 }
 
 }  // namespace Tal

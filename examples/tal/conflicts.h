@@ -1,35 +1,44 @@
 #pragma once
 
-#include "commands.h"
+#include "command_line.h"
 #include "json.h"
-#include "text.h"
+#include "session.h"
 
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace Tal {
 
-/// A conflict that came up in a merge.
-struct Conflict {
-  std::string path;
-  std::string kind;  ///< such as "changed on both sides"
-  TalVcs::ConflictChoice choice;
+/// How a command decides conflicts.
+struct ConflictOptions {
+  std::string newest;  ///< path of the file that holds the time
+  bool ours = false;
+  bool theirs = false;
+  bool base = false;
+  bool interactive = false;
 };
-using Conflicts = std::vector<Conflict>;
 
-/// Makes the resolver that the options ask for: a constant one, one that asks on the terminal, or
-/// one that never decides; behind one that compares times if they name a file that holds one.
-TalVcs::ConflictResolver MakeResolver(const Terminal& terminal, const MergeOptions& options);
+/// Adds these options to a command.
+void DeclareConflicts(Command& command, ConflictOptions& options);
 
-/// Returns a resolver that asks `resolver` and appends each conflict to `conflicts`. An undecided
-/// one goes on with the left side, so that the list tells all of them; the result is then no merge.
-TalVcs::ConflictResolver Recorded(TalVcs::ConflictResolver resolver,
-                                  std::shared_ptr<Conflicts> conflicts);
+/// What was decided about a conflict.
+struct DecidedConflict {
+  std::string path;
+  std::string kind;    ///< such as "changed on both sides"
+  std::string choice;  ///< "ours", "theirs", "base", "edited", or "undecided"
+};
 
-std::size_t CountUndecided(const Conflicts& conflicts);
+/// The conflicts of a merge with their decisions.
+struct DecidedConflicts {
+  std::vector<DecidedConflict> list;
+  Kit::Decisions decisions;  ///< of the paths that are decided
 
-/// Returns the word for a choice, such as "ours".
-const char* Name(TalVcs::ConflictChoice choice);
+  std::size_t CountUndecided() const { return list.size() - decisions.size(); }
+};
+
+/// Decides the conflicts of a preview as the options say, and asks the user if they say so. Throws
+/// `Failure` if the user gives up.
+DecidedConflicts Decide(Session& session, const Kit::MergePreview& preview,
+                        const ConflictOptions& options);
 
 }  // namespace Tal

@@ -1,4 +1,6 @@
-#include "commands.h"
+#include "command_line.h"
+#include "command_table.h"
+#include "folder_changes.h"
 #include "printing.h"
 
 #include <iostream>
@@ -6,27 +8,41 @@
 namespace Tal {
 namespace {
 
-/// One side of a comparison: a tree, or the folder itself.
+struct DiffOptions {
+  std::vector<std::string> sides;
+  bool namesOnly = false;
+  bool ignoresMoves = false;
+
+  Moves GetMoves() const { return ignoresMoves ? Moves::Ignore : Moves::Find; }
+};
+
+struct ShowOptions {
+  std::string revision;
+  bool ignoresMoves = false;
+};
+
+/// One side of a comparison: the files of a version, or the folder itself.
 struct Side {
-  TreePtr tree;
+  FileTree files;
   bool isFolder = false;
 };
 
 /// Reads what a side has at a path into `bytes` and `id`; nothing if it has no file there.
 void ReadSide(const Folder& folder, const Side& side, const std::string& path, std::string& bytes,
               std::string& id) {
-  const BlobPtr stored = side.isFolder ? nullptr : FindBlob(side.tree, path);
+  const BlobPtr stored = side.isFolder ? nullptr : side.files.Find(path);
   if (!side.isFolder && !stored) return;
-  const TalVcs::Blob blob = side.isFolder ? TalVcs::Blob(folder.Read(path)) : *stored;
-  bytes = TalVcs::Kit::BytesFromBlob(blob);
+  const TalVcs::Blob blob = side.isFolder ? TalVcs::Blob(folder.Read(path).bytes) : *stored;
+  bytes = Kit::BytesFromBlob(blob);
   id = ToUtf8(blob.GetId());
 }
 
 FileSides ReadSides(const Folder& folder, const Side& before, const Side& after,
                     const Change& change) {
   FileSides sides{change, "", "", "", ""};
+  const std::string& old_path = change.oldPath.empty() ? change.path : change.oldPath;
   if (change.kind != Change::Kind::Added)
-    ReadSide(folder, before, change.path, sides.before, sides.beforeId);
+    ReadSide(folder, before, old_path, sides.before, sides.beforeId);
   if (change.kind != Change::Kind::Removed)
     ReadSide(folder, after, change.path, sides.after, sides.afterId);
   return sides;
@@ -46,24 +62,20 @@ void PrintChangesJson(JsonWriter& json, const Folder& folder, const Side& before
   json.EndArray();
 }
 
-}  // namespace
-
 ExitCode RunDiff(const Host& host, const DiffOptions& options) {
   Session session(host, Access::Read);
-  const auto treeOf = [&](const std::string& name) {
-    return RootOf(FindCommit(session.Repository(), name));
+  const auto files_of = [&](const std::string& name) {
+    return session.FilesOf(session.Find(name).id);
   };
-  Side before{options.sides.empty() ? RootOf(session.Head()) : treeOf(options.sides[0])};
+  const Side before{options.sides.empty() ? session.HeadFiles() : files_of(options.sides[0])};
   Side after;
   std::vector<Change> changes;
   if (options.sides.size() == 2) {
-    after.tree = treeOf(options.sides[1]);
-    changes = CompareTrees(before.tree, after.tree);
+    after.files = files_of(options.sides[1]);
+    changes = CompareTrees(before.files, after.files, options.GetMoves());
   } else {
     after.isFolder = true;
-    const FolderContents contents =
-        session.WorkFolder().List({before.tree, RootOf(session.Head())});
-    changes = CompareFolder(session.WorkFolder(), contents, before.tree, host.terminal);
+    changes = CompareFolder(session, before.files, options.GetMoves()).changes;
   }
 
   if (host.json) {
@@ -73,32 +85,55 @@ ExitCode RunDiff(const Host& host, const DiffOptions& options) {
     json.EndObject();
   } else if (options.namesOnly) {
     for (const Change& change : changes)
-      std::cout << Letter(change.kind) << '\t' << Printable(change.path) << '\n';
+      std::cout << Letter(change.kind) << '\t' << DescribePath(change) << '\n';
   } else {
     PrintChanges(host, session.WorkFolder(), before, after, changes);
   }
   return changes.empty() ? ExitCode::Done : ExitCode::Differs;
 }
 
-ExitCode RunShow(const Host& host, const std::string& revision) {
+ExitCode RunShow(const Host& host, const ShowOptions& options) {
   Session session(host, Access::Read);
-  const CommitPtr commit = FindCommit(session.Repository(), revision.empty() ? "HEAD" : revision);
-  const Side before{RootOf(commit->GetParent())};
-  const Side after{RootOf(commit)};
-  const std::vector<Change> changes = CompareTrees(before.tree, after.tree);
-  const HistoryCommit entry = BuildHistory(session.Repository(), commit).commits.front();
+  const Kit::Version version = session.FindOrHead(options.revision);
+  const Side before{session.FilesBefore(version)};
+  const Side after{session.FilesOf(version.id)};
+  const std::vector<Change> changes =
+      CompareTrees(before.files, after.files, options.ignoresMoves ? Moves::Ignore : Moves::Find);
   if (host.json) {
     JsonWriter json(std::cout);
     json.BeginObject();
-    PrintCommitFields(json, *commit, entry.branches);
+    PrintVersionFields(json, session, version);
     PrintChangesJson(json, session.WorkFolder(), before, after, changes);
     json.EndObject();
   } else {
-    PrintCommit(host.terminal, entry);
+    PrintVersion(host.terminal, version);
     std::cout << '\n';
     PrintChanges(host, session.WorkFolder(), before, after, changes);
   }
   return ExitCode::Done;
+}
+
+}  // namespace
+
+void AddDiffCommands(Commands& commands) {
+  constexpr auto kNoRenames = "Show a moved file as removed and added";
+  commands.Add<ShowOptions>("show", "Show a commit and its changes", RunShow,
+                            [](Command& command, ShowOptions& options) {
+                              command.Json()
+                                  .Argument("commit", options.revision,
+                                            "The commit, instead of the head of the current branch")
+                                  .Flag("--no-renames", options.ignoresMoves, kNoRenames);
+                            });
+  commands.Add<DiffOptions>(
+      "diff", "Show the differences between two commits, or between a commit and the folder",
+      RunDiff, [](Command& command, DiffOptions& options) {
+        command.Json()
+            .Arguments("commits", options.sides, 2,
+                       "Two commits; one commit and the folder; or none: the last commit and the "
+                       "folder")
+            .Flag("--names", options.namesOnly, "List only the files")
+            .Flag("--no-renames", options.ignoresMoves, kNoRenames);
+      });
 }
 
 }  // namespace Tal

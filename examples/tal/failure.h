@@ -5,12 +5,13 @@
 
 namespace Tal {
 
-/// What the program gives back to its caller.
+/// What the program returns to its caller.
 enum class ExitCode : int {
   Done = 0,
   Differs = 1,  ///< there are differences, or the operation failed
   Usage = 2,
-  Damaged = 3,  ///< the store is damaged or can't be read
+  Damaged = 3,        ///< the store is damaged or can't be read
+  Interrupted = 130,  ///< the user has ended the command; nothing has changed
 };
 
 /// Ends a command: the reason, for people, and the exit code.

@@ -1,63 +1,31 @@
 #include "folder.h"
 
 #include "failure.h"
+#include "file_handle.h"
 #include "terminal.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <span>
 #include <utility>
-
-namespace fs = std::filesystem;
 
 namespace Tal {
 namespace {
 
-constexpr std::size_t kBlockSize = 1 << 18;
+constexpr std::size_t kBlockBytes = 1 << 18;
+constexpr const char* kIncoming = "tal-incoming";
 
-class File {
- public:
-  File(const fs::path& path, int flags, mode_t mode = 0)
-      : m_handle(open(path.c_str(), flags | O_CLOEXEC, mode)) {}
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  ~File() {
-    if (m_handle >= 0) close(m_handle);
-  }
-  int Handle() const noexcept { return m_handle; }
-
-  /// Closes the file and tells whether all that was written is there.
-  bool Close() noexcept { return close(std::exchange(m_handle, -1)) == 0; }
-
- private:
-  int m_handle;
-};
-
-[[noreturn]] void Fail(const char* what, const std::string& path, int error) {
-  throw Failure(std::string("cannot ") + what + " \"" + Printable(path) +
-                "\": " + std::strerror(error));
-}
-
-bool IsRegularFile(int handle) {
-  struct stat status {};
-  return fstat(handle, &status) == 0 && S_ISREG(status.st_mode);
-}
-
-/// Calls `take(data, size)` for each block of the file until it gives false.
-template <class Take>
-bool ReadBlocks(int handle, Take take) {
-  std::vector<char> block(kBlockSize);
+bool ReadAll(int handle, std::uint64_t expectedBytes, TalVcs::Buffer& bytes) {
+  std::vector<char> block(std::min<std::uint64_t>(expectedBytes + 1, kBlockBytes));
   for (;;) {
     const ssize_t size = read(handle, block.data(), block.size());
     if (size < 0 && errno == EINTR) continue;
-    if (size < 0) return false;
-    if (size == 0) return true;
-    if (!take(block.data(), static_cast<std::size_t>(size))) return false;
+    if (size <= 0) return size == 0;
+    bytes.Append(block.data(), static_cast<std::size_t>(size));
+    // A second, empty read tells the end of a file of the expected size.
+    if (block.size() < kBlockBytes && bytes.GetSize() > expectedBytes) block.resize(kBlockBytes);
   }
 }
 
@@ -74,156 +42,141 @@ bool WriteAll(int handle, const TalVcs::Buffer& bytes) {
   return true;
 }
 
-const char* KindName(fs::file_type type) {
-  switch (type) {
-    case fs::file_type::symlink:
-      return "symbolic link";
-    case fs::file_type::fifo:
-      return "pipe";
-    case fs::file_type::socket:
-      return "socket";
-    default:
-      return "special file";
-  }
+std::int64_t Nanoseconds(const timespec& time) {
+  return static_cast<std::int64_t>(time.tv_sec) * 1000000000 + time.tv_nsec;
 }
 
-/// Walks a folder with a work list, so that no depth of nesting matters.
-class Lister {
- public:
-  Lister(const Folder& folder, const std::vector<TreePtr>& tracked, const IgnoreRules& rules)
-      : m_folder(folder), m_tracked(tracked), m_rules(rules) {}
-
-  FolderContents List() {
-    m_pending.push_back({"", false});
-    while (!m_pending.empty()) {
-      const Pending pending = std::move(m_pending.back());
-      m_pending.pop_back();
-      ListOne(pending);
-    }
-    std::sort(m_contents.files.begin(), m_contents.files.end());
-    std::sort(m_contents.refused.begin(), m_contents.refused.end());
-    std::sort(m_contents.skipped.begin(), m_contents.skipped.end(),
-              [](const auto& a, const auto& b) { return a.path < b.path; });
-    return std::move(m_contents);
-  }
-
- private:
-  struct Pending {
-    std::string path;
-    bool isIgnored;  // it is here for what is tracked in it
-  };
-
-  void ListOne(const Pending& pending) {
-    const std::string& folder = pending.path;
-    std::error_code error;
-    fs::directory_iterator entries(m_folder.PathOf(folder), error);
-    if (error) Fail("list", folder.empty() ? "." : folder, error.value());
-    for (; entries != fs::directory_iterator(); entries.increment(error)) {
-      const std::string name = entries->path().filename().string();
-      Place(folder.empty() ? name : folder + "/" + name, name, *entries, pending.isIgnored);
-    }
-    if (error) Fail("list", folder, error.value());
-  }
-
-  void Place(const std::string& path, const std::string& name, const fs::directory_entry& entry,
-             bool isInIgnored) {
-    if (path == Folder::kStoreName) return;
-    std::error_code error;
-    const fs::file_type type = entry.symlink_status(error).type();
-    if (error) Fail("examine", path, error.value());
-    const bool isFolder = type == fs::file_type::directory;
-    const bool isIgnored = isInIgnored || m_rules.Matches(path, isFolder);
-    if (isIgnored && !IsTracked(path)) return;
-
-    if (name == Folder::kStoreName) {
-      m_contents.skipped.push_back({path, "the store of another history"});
-    } else if (!isFolder && type != fs::file_type::regular) {
-      m_contents.skipped.push_back({path, KindName(type)});
-    } else if (!ToWideExactly(name)) {
-      m_contents.refused.push_back(path);
-    } else if (isFolder) {
-      m_pending.push_back({path, isIgnored});
-    } else {
-      m_contents.files.push_back(path);
-    }
-  }
-
-  bool IsTracked(const std::string& path) const {
-    const WideString wide = ToWide(path);
-    return std::any_of(m_tracked.begin(), m_tracked.end(),
-                       [&](const TreePtr& tree) { return tree && tree->GetDeepObject(wide); });
-  }
-
-  const Folder& m_folder;
-  const std::vector<TreePtr>& m_tracked;
-  const IgnoreRules& m_rules;
-  std::vector<Pending> m_pending;
-  FolderContents m_contents;
-};
-
-}  // namespace
-
-FolderContents Folder::List(const std::vector<TreePtr>& tracked) const {
-  IgnoreRules rules;
-  std::error_code error;
-  if (fs::is_regular_file(fs::symlink_status(PathOf(kIgnoreName), error)))
-    rules = IgnoreRules(TalVcs::Kit::BytesFromBuffer(Read(kIgnoreName)));
-  return Lister(*this, tracked, rules).List();
-}
-
-TalVcs::Buffer Folder::Read(const std::string& path) const {
-  const File file(PathOf(path), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-  if (file.Handle() < 0) Fail("read", path, errno);
-  if (!IsRegularFile(file.Handle()))
-    throw Failure("cannot read \"" + Printable(path) + "\": it is not a regular file");
+TalVcs::Buffer ReadLink(const OpenedParent& parent, const std::string& path) {
+  std::array<char, 4096> target{};
+  const ssize_t size =
+      readlinkat(parent.folder.Get(), parent.name.c_str(), target.data(), target.size());
+  if (size < 0) FailOnFile("read", path, errno);
   TalVcs::Buffer bytes;
-  const bool all = ReadBlocks(
-      file.Handle(), [&](const char* data, std::size_t size) { return bytes.Append(data, size); });
-  if (!all) Fail("read", path, errno);
+  bytes.Append(target.data(), static_cast<std::size_t>(size));
   return bytes;
 }
 
-bool Folder::Holds(const std::string& path, const TalVcs::Buffer& bytes) const {
-  const File file(PathOf(path), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-  struct stat status {};
-  if (file.Handle() < 0 || fstat(file.Handle(), &status) != 0) return false;
-  if (!S_ISREG(status.st_mode)) return false;
-  if (static_cast<std::uint64_t>(status.st_size) != bytes.GetSize()) return false;
-  std::uint64_t position = 0;
-  std::vector<char> expected(kBlockSize);
-  const bool same = ReadBlocks(file.Handle(), [&](const char* data, std::size_t size) {
-    if (bytes.ReadAt(position, expected.data(), size) != size) return false;
-    position += size;
-    return std::memcmp(data, expected.data(), size) == 0;
-  });
-  return same && position == bytes.GetSize();
+/// Returns the permissions of a file, given those of the one that it replaces.
+mode_t ModeOf(const struct stat& replaced, FileKind kind) {
+  const mode_t mode = replaced.st_mode & 07777U;
+  if (kind == FileKind::Executable) return mode | ((mode & 0444U) >> 2U);
+  return mode & ~static_cast<mode_t>(0111);
 }
 
-void Folder::Write(const std::string& path, const TalVcs::Buffer& bytes) const {
-  const fs::path target = PathOf(path);
-  std::error_code error;
-  fs::create_directories(target.parent_path(), error);
-  if (error) Fail("create the folder of", path, error.value());
+}  // namespace
 
-  const fs::path parked = m_top / kStoreName / "tal-incoming";
-  File file(parked, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0666);
-  if (file.Handle() < 0) Fail("write", path, errno);
-  struct stat status {};
-  if (lstat(target.c_str(), &status) == 0 && S_ISREG(status.st_mode))
-    fchmod(file.Handle(), status.st_mode & 07777);
-  if (!WriteAll(file.Handle(), bytes) || !file.Close() ||
-      rename(parked.c_str(), target.c_str()) != 0) {
-    const int reason = errno;
-    unlink(parked.c_str());
-    Fail("write", path, reason);
+void FailOnFile(const char* what, const std::string& path, int error) {
+  throw Failure(std::string("cannot ") + what + " \"" + Printable(path) +
+                "\": " + std::strerror(error));
+}
+
+FileStat StatOf(const struct stat& status) {
+  const bool is_executable = (status.st_mode & S_IXUSR) != 0;
+  return {S_ISLNK(status.st_mode) ? FileKind::Link
+          : is_executable         ? FileKind::Executable
+                                  : FileKind::File,
+          static_cast<std::uint64_t>(status.st_size), Nanoseconds(status.st_mtim),
+          Nanoseconds(status.st_ctim), status.st_ino};
+}
+
+OpenedParent OpenParent(int top, const std::string& path, MissingFolders missing) {
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  OpenedParent parent{FileHandle(fcntl(top, F_DUPFD_CLOEXEC, 0)), path};
+  for (std::size_t slash = 0; (slash = parent.name.find('/')) != std::string::npos;) {
+    const std::string name = parent.name.substr(0, slash);
+    parent.name.erase(0, slash + 1);
+    if (!parent.folder.IsOpen()) continue;
+    if (missing == MissingFolders::Make) mkdirat(parent.folder.Get(), name.c_str(), 0777);
+    parent.folder = FileHandle(openat(parent.folder.Get(), name.c_str(), kFlags));
   }
+  return parent;
+}
+
+Folder::Folder(std::filesystem::path top)
+    : m_top(std::move(top)), m_handle(open(m_top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+  if (m_handle < 0) FailOnFile("open", m_top.string(), errno);
+}
+
+Folder::~Folder() { close(m_handle); }
+
+Entry Folder::Examine(const std::string& path) const {
+  const OpenedParent parent = OpenParent(m_handle, path, MissingFolders::Fail);
+  struct stat status {};
+  if (!parent.folder.IsOpen() ||
+      fstatat(parent.folder.Get(), parent.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    return {};
+  if (S_ISDIR(status.st_mode)) return {EntryType::Folder, {}};
+  if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) return {EntryType::File, StatOf(status)};
+  return {EntryType::Other, {}};
+}
+
+FileContent Folder::Read(const std::string& path) const {
+  const OpenedParent parent = OpenParent(m_handle, path, MissingFolders::Fail);
+  if (!parent.folder.IsOpen()) FailOnFile("read", path, errno);
+  const FileHandle file(openat(parent.folder.Get(), parent.name.c_str(),
+                               O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!file.IsOpen() && errno == ELOOP) {
+    if (fstatat(parent.folder.Get(), parent.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+      FailOnFile("read", path, errno);
+    return {ReadLink(parent, path), StatOf(status)};
+  }
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0) FailOnFile("read", path, errno);
+  if (!S_ISREG(status.st_mode))
+    throw Failure("cannot read \"" + Printable(path) + "\": it is not a regular file");
+  FileContent content{TalVcs::Buffer(), StatOf(status)};
+  if (!ReadAll(file.Get(), content.stat.sizeBytes, content.bytes)) FailOnFile("read", path, errno);
+  return content;
+}
+
+bool Folder::Holds(const std::string& path, const TalVcs::Id& id, FileKind kind) const {
+  const Entry entry = Examine(path);
+  if (entry.type != EntryType::File || entry.stat.kind != kind) return false;
+  return TalVcs::Blob(Read(path).bytes).GetId() == id;
+}
+
+void Folder::Write(const std::string& path, const TalVcs::Buffer& bytes, FileKind kind) const {
+  const OpenedParent parent = OpenParent(m_handle, path, MissingFolders::Make);
+  if (!parent.folder.IsOpen()) FailOnFile("create the folder of", path, errno);
+  const FileHandle store(
+      openat(m_handle, kStoreName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!store.IsOpen()) FailOnFile("write", path, errno);
+  const auto fail = [&](int reason) {
+    unlinkat(store.Get(), kIncoming, 0);
+    FailOnFile("write", path, reason);
+  };
+  unlinkat(store.Get(), kIncoming, 0);
+  if (kind == FileKind::Link) {
+    const std::string target = TalVcs::Kit::BytesFromBuffer(bytes);
+    if (target.empty() || target.find('\0') != std::string::npos)
+      throw Failure("cannot create the link \"" + Printable(path) + "\": it has no valid target");
+    if (symlinkat(target.c_str(), store.Get(), kIncoming) != 0) fail(errno);
+  } else {
+    const mode_t mode = kind == FileKind::Executable ? 0777 : 0666;
+    FileHandle file(
+        openat(store.Get(), kIncoming, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+    if (!file.IsOpen()) fail(errno);
+    struct stat status {};
+    if (fstatat(parent.folder.Get(), parent.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISREG(status.st_mode))
+      fchmod(file.Get(), ModeOf(status, kind));
+    if (!WriteAll(file.Get(), bytes) || !file.Close()) fail(errno);
+  }
+  if (renameat(store.Get(), kIncoming, parent.folder.Get(), parent.name.c_str()) != 0) fail(errno);
 }
 
 void Folder::Remove(const std::string& path) const {
-  if (unlink(PathOf(path).c_str()) != 0 && errno != ENOENT) Fail("remove", path, errno);
+  const OpenedParent parent = OpenParent(m_handle, path, MissingFolders::Fail);
+  if (!parent.folder.IsOpen()) return;
+  if (unlinkat(parent.folder.Get(), parent.name.c_str(), 0) != 0 && errno != ENOENT)
+    FailOnFile("remove", path, errno);
   for (std::string folder = path; folder.find('/') != std::string::npos;) {
     folder.resize(folder.rfind('/'));
-    if (rmdir(PathOf(folder).c_str()) != 0) return;  // not empty: its other files stay
+    const OpenedParent above = OpenParent(m_handle, folder, MissingFolders::Fail);
+    // A folder that isn't empty stays with its other files.
+    if (!above.folder.IsOpen() ||
+        unlinkat(above.folder.Get(), above.name.c_str(), AT_REMOVEDIR) != 0)
+      return;
   }
 }
 

@@ -1,56 +1,98 @@
 #pragma once
 
+#include "file_kinds.h"
 #include "ignore.h"
-#include "trees.h"
+#include "text.h"
 
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace Tal {
 
+/// What the system knows about a file without reading it. Times are nanoseconds since 1970.
+struct FileStat {
+  FileKind kind = FileKind::File;
+  std::uint64_t sizeBytes = 0;
+  std::int64_t modified = 0;
+  std::int64_t changed = 0;  ///< when its content or its attributes changed
+  std::uint64_t inode = 0;
+
+  friend bool operator==(const FileStat&, const FileStat&) = default;
+};
+
+/// What stands at a path.
+enum class EntryType { Nothing, File, Folder, Other };
+
+struct Entry {
+  EntryType type = EntryType::Nothing;
+  FileStat stat;  ///< of a file, which may be a symbolic link
+};
+
+/// A file's bytes, of a symbolic link its target, and what the system knew before they were read.
+struct FileContent {
+  TalVcs::Buffer bytes;
+  FileStat stat;
+};
+
 /// What a folder holds, by paths relative to its top, with "/" between components and sorted.
 struct FolderContents {
+  struct File {
+    std::string path;
+    FileStat stat;
+  };
   struct Skipped {
     std::string path;
     std::string reason;
   };
 
-  std::vector<std::string> files;    ///< the regular files
-  std::vector<Skipped> skipped;      ///< what has no place in a history, such as symbolic links
+  std::vector<File> files;           ///< regular files and symbolic links
+  std::vector<Skipped> skipped;      ///< what has no place in a history, such as pipes
   std::vector<std::string> refused;  ///< names that aren't UTF-8, as the bytes that they are
 };
 
 /// The folder under history: its files and their bytes, never the store inside it.
+///
+/// No function follows a symbolic link below the top, so nothing outside is read or changed.
+/// Threads: several may read and examine files at once.
 class Folder {
  public:
   static constexpr const char* kStoreName = ".vcs";
   static constexpr const char* kIgnoreName = ".talignore";
 
-  explicit Folder(std::filesystem::path top) : m_top(std::move(top)) {}
+  /// Opens the folder. Throws `Failure`.
+  explicit Folder(std::filesystem::path top);
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  ~Folder();
 
   const std::filesystem::path& Top() const noexcept { return m_top; }
-  std::filesystem::path PathOf(const std::string& path) const { return m_top / path; }
+  std::filesystem::path StorePath() const { return m_top / kStoreName; }
 
-  /// Lists the folder. What one of the trees holds is listed even where the ignore file names it or
-  /// a folder above it.
-  FolderContents List(const std::vector<TreePtr>& tracked) const;
+  /// Returns true if the history holds a file at a path, or below it.
+  using IsTracked = std::function<bool(const std::string& path)>;
+  /// Lists the folder. What is tracked is listed even where the ignore file names it or a folder
+  /// above it.
+  FolderContents List(const IsTracked& isTracked) const;
 
-  /// Reads a file, which may not be a symbolic link. Throws `Failure`.
-  TalVcs::Buffer Read(const std::string& path) const;
-
-  /// True if there is a regular file with exactly these bytes.
-  bool Holds(const std::string& path, const TalVcs::Buffer& bytes) const;
+  /// Looks at a path.
+  Entry Examine(const std::string& path) const;
+  /// Reads a file. Throws `Failure`.
+  FileContent Read(const std::string& path) const;
+  /// Returns true if there is a file of this kind with exactly the bytes of that blob id.
+  bool Holds(const std::string& path, const TalVcs::Id& id, FileKind kind) const;
 
   /// Puts a file in place at once, with its folders: it is written inside the store's folder and
-  /// moved. The permissions of a file that it replaces stay. Throws `Failure`.
-  void Write(const std::string& path, const TalVcs::Buffer& bytes) const;
-
+  /// moved. Other permissions of a file that it replaces stay. Throws `Failure`.
+  void Write(const std::string& path, const TalVcs::Buffer& bytes, FileKind kind) const;
   /// Removes a file, and the folders that this leaves empty. Throws `Failure`.
   void Remove(const std::string& path) const;
 
  private:
   std::filesystem::path m_top;
+  int m_handle;
 };
 
 /// Throws `Failure` if a path, as a tree holds it, would lead out of the folder or into a store, or

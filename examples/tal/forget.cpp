@@ -1,10 +1,11 @@
 #include "forget.h"
 
 #include "failure.h"
-#include "history.h"
 
+#include <string>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 // The library's deletion leaves the commits above the deleted run as they are: each still holds its
 // parent in memory, and a store written then would lack it. So the branches above are strung anew:
@@ -16,6 +17,21 @@
 
 namespace Tal {
 namespace {
+
+using CommitPtr = TalVcs::cow_ptr<TalVcs::Commit>;
+
+/// A branch and the commit on which it stands.
+struct BranchTip {
+  std::string name;
+  CommitPtr head;
+};
+
+std::vector<BranchTip> ListTips(const TalVcs::Repository& repository) {
+  std::vector<BranchTip> tips;
+  for (const auto& [name, head] : repository.GetStorage()->GetRefs())
+    tips.push_back({ToUtf8(name), head});
+  return tips;
+}
 
 /// What the commits above the run need to know of it.
 struct Run {
@@ -32,7 +48,7 @@ Run MakeRun(const TalVcs::Repository& repository, const CommitPtr& last) {
     commits.push_back(commit);
   }
   run.keptBranches.resize(commits.size());
-  for (const BranchTip& branch : ListBranches(repository)) {
+  for (const BranchTip& branch : ListTips(repository)) {
     if (!branch.head) continue;
     const auto found = run.places.find(ToUtf8(branch.head->GetId()));
     if (found != run.places.end()) run.keptBranches[found->second] = branch.name;
@@ -66,7 +82,7 @@ void ForgetHistory(TalVcs::Repository& repository, CommitPtr last) {
                   " is the first commit: it has no ancestors to remove");
   const Run run = MakeRun(repository, last);
   repository.DeleteCommits(std::move(last));
-  for (const BranchTip& branch : ListBranches(repository)) Relink(repository, run, branch);
+  for (const BranchTip& branch : ListTips(repository)) Relink(repository, run, branch);
 }
 
 }  // namespace Tal

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "trees.h"
+#include "text.h"
 
 namespace Tal {
 
@@ -9,6 +9,6 @@ namespace Tal {
 /// nothing to remove.
 ///
 /// `last` is taken over, so that it doesn't keep the commits alive.
-void ForgetHistory(TalVcs::Repository& repository, CommitPtr last);
+void ForgetHistory(TalVcs::Repository& repository, TalVcs::cow_ptr<TalVcs::Commit> last);
 
 }  // namespace Tal

@@ -25,7 +25,7 @@ int FreeLane(const std::vector<GraphLayout::Line>& placed, const GraphLayout::Li
 
 int GraphLayout::LaneOfRow(int row) const { return lines[Place(lineOfRow[Place(row)])].lane; }
 
-GraphLayout LayOutGraph(const History& history, const std::vector<BranchTip>& branches) {
+GraphLayout LayOutGraph(const History& history, const std::vector<Kit::Head>& branches) {
   GraphLayout layout;
   layout.lineOfRow.assign(history.commits.size(), -1);
   const auto follow = [&](int row) {
@@ -44,8 +44,8 @@ GraphLayout LayOutGraph(const History& history, const std::vector<BranchTip>& br
   std::unordered_map<std::string, int> rows;
   for (std::size_t row = 0; row < history.commits.size(); ++row)
     rows.emplace(history.commits[row].id, static_cast<int>(row));
-  for (const BranchTip& branch : branches) {
-    const auto found = branch.head ? rows.find(ToUtf8(branch.head->GetId())) : rows.end();
+  for (const Kit::Head& branch : branches) {
+    const auto found = rows.find(ToUtf8(branch.id));
     if (found != rows.end()) follow(found->second);
   }
   for (std::size_t row = 0; row < history.commits.size(); ++row) follow(static_cast<int>(row));
@@ -70,7 +70,7 @@ GraphLayout LayOutGraph(const History& history, const std::vector<BranchTip>& br
 bool IsFork(const HistoryCommit& commit) { return commit.children.size() > 1; }
 
 std::string ShortDescription(const HistoryCommit& commit, std::size_t characters) {
-  return CutText(ToUtf8(commit.commit->GetDesciption()), characters);
+  return CutText(commit.version.summary, characters);
 }
 
 }  // namespace Tal

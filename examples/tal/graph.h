@@ -32,7 +32,7 @@ struct GraphLayout {
   int LaneOfRow(int row) const;
 };
 
-GraphLayout LayOutGraph(const History& history, const std::vector<BranchTip>& branches);
+GraphLayout LayOutGraph(const History& history, const std::vector<Kit::Head>& branches);
 
 /// What drawings say of a commit.
 bool IsFork(const HistoryCommit& commit);

@@ -28,10 +28,10 @@ std::string DrawDot(const History& history, const GraphLayout& layout) {
     const HistoryCommit& commit = history.commits[row];
     const int line = layout.lineOfRow[row];
     std::string label = ShortId(commit.id) + " " + ShortDescription(commit, kDescriptionCharacters);
-    for (const std::string& branch : commit.branches) label += " [" + branch + "]";
+    for (const std::string& branch : commit.version.branches) label += " [" + branch + "]";
     out << "  " << DotQuoted(commit.id) << " [label=" << DotQuoted(label)
         << ", color=" << DotQuoted(LineColour(line));
-    if (!commit.branches.empty()) out << ", penwidth=2.5";
+    if (!commit.version.branches.empty()) out << ", penwidth=2.5";
     if (IsFork(commit)) out << ", peripheries=2";
     out << "];\n";
     if (commit.parent >= 0) {

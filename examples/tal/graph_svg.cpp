@@ -138,7 +138,7 @@ class Picture {
   void DrawNode(int row) {
     const HistoryCommit& commit = CommitOf(row);
     m_out << "<g><title>" << XmlEscaped(commit.id) << "</title>\n";
-    if (!commit.branches.empty()) {
+    if (!commit.version.branches.empty()) {
       DrawTip(X(row), Y(row), ColourOf(row));
       if (IsFork(commit)) DrawCentre(X(row), Y(row));
     } else if (IsFork(commit)) {
@@ -188,12 +188,13 @@ class Picture {
   void DrawTexts(int row) {
     const HistoryCommit& commit = CommitOf(row);
     double x = m_textX;
-    for (std::size_t i = 0; i < commit.branches.size() && i < kMostLabels; ++i) {
-      const std::string& name = commit.branches[i];
+    for (std::size_t i = 0; i < commit.version.branches.size() && i < kMostLabels; ++i) {
+      const std::string& name = commit.version.branches[i];
       x = DrawLabel(x, row, CutText(name, 20), name == m_current);
     }
-    if (commit.branches.size() > kMostLabels)
-      x = DrawLabel(x, row, "+" + std::to_string(commit.branches.size() - kMostLabels), false);
+    if (commit.version.branches.size() > kMostLabels)
+      x = DrawLabel(x, row, "+" + std::to_string(commit.version.branches.size() - kMostLabels),
+                    false);
 
     const double room = m_textX + kTextWidth - x - 12;
     const std::string description = ShortDescription(commit, kDescriptionCharacters);
@@ -205,9 +206,8 @@ class Picture {
     x = m_textX + kTextWidth;
     DrawText("id", x, Y(row), ShortId(commit.id));
     x += kIdWidth;
-    DrawText("quiet", x, Y(row),
-             FittingText(ToUtf8(commit.commit->GetAuthorName()), kAuthorWidth - 10));
-    DrawText("quiet", x + kAuthorWidth, Y(row), FormatTime(*commit.commit).substr(0, 16));
+    DrawText("quiet", x, Y(row), FittingText(commit.version.author, kAuthorWidth - 10));
+    DrawText("quiet", x + kAuthorWidth, Y(row), FormatTime(commit.version).substr(0, 16));
   }
 
   const History& m_history;

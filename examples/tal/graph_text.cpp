@@ -78,7 +78,7 @@ TextGraph DrawText(const History& history, const GraphLayout& layout, bool lineC
       if (PassesBelow(line, row)) lanes[Place(line.lane)] = Character(Up | Down, lineCharacters);
     }
     const HistoryCommit& commit = history.commits[Place(row)];
-    const bool tip = !commit.branches.empty();
+    const bool tip = !commit.version.branches.empty();
     lanes[Place(layout.LaneOfRow(row))] = !lineCharacters ? "*" : tip ? "●" : "○";
     std::string text;
     for (const std::string& lane : lanes) text += lane + " ";

@@ -8,30 +8,20 @@
 namespace Tal {
 namespace {
 
-using TalVcs::Commit;
-using TalVcs::cow_ptr;
-
-/// Collects commits, each once, with their links by index, in the order of discovery.
+/// Collects versions, each once, with their links by index.
 class Collector {
  public:
-  void AddWithAncestors(cow_ptr<Commit> commit) {
-    int child = -1;
-    while (commit) {
-      const auto [found, isNew] =
-          m_indices.emplace(ToUtf8(commit->GetId()), static_cast<int>(m_commits.size()));
-      const int index = found->second;
-      if (isNew) m_commits.push_back({commit, found->first, -1, {}, {}});
-      if (child >= 0) Link(child, index);
-      if (!isNew) return;
-      child = index;
-      commit = commit->GetParent();
+  /// Takes versions in any order.
+  explicit Collector(std::vector<Kit::Version> versions) {
+    for (Kit::Version& version : versions) {
+      std::string id = IdOf(version);
+      m_indices.emplace(id, static_cast<int>(m_commits.size()));
+      m_commits.push_back({std::move(version), std::move(id), -1, {}});
     }
-  }
-
-  void AddBranch(const BranchTip& branch) {
-    if (!branch.head) return;
-    const auto found = m_indices.find(ToUtf8(branch.head->GetId()));
-    if (found != m_indices.end()) At(found->second).branches.push_back(branch.name);
+    for (int index = 0; index < static_cast<int>(m_commits.size()); ++index) {
+      const auto parent = m_indices.find(ToUtf8(At(index).version.parent));
+      if (parent != m_indices.end()) Link(index, parent->second);
+    }
   }
 
   /// Returns the commits in their final order.
@@ -41,7 +31,7 @@ class Collector {
     std::priority_queue<Key> ready;
     std::vector<int> missing(m_commits.size());
     const auto push = [&](int index) {
-      ready.emplace(At(index).commit->GetCommitTime().ToTimeT(), depths[Place(index)], index);
+      ready.emplace(At(index).version.time.time_since_epoch().count(), depths[Place(index)], index);
     };
     for (int index = 0; index < static_cast<int>(m_commits.size()); ++index) {
       missing[Place(index)] = static_cast<int>(At(index).children.size());
@@ -97,29 +87,56 @@ class Collector {
   std::unordered_map<std::string, int> m_indices;
 };
 
+/// Returns true if a version is one that the options ask for.
+bool Fits(Session& session, const Kit::Version& version, const Kit::LogOptions& options) {
+  if (!options.author.empty() && version.author != options.author) return false;
+  if (options.since && version.time < *options.since) return false;
+  if (options.until && version.time > *options.until) return false;
+  if (options.path.empty()) return true;
+  const auto at = [&](const FileTree& files) {
+    const auto id =
+        files.GetTree() ? files.GetTree()->GetIdByPath(ToWide(options.path)) : std::nullopt;
+    return id ? ToUtf8(*id) : std::string();
+  };
+  return at(session.FilesOf(version.id)) != at(session.FilesBefore(version));
+}
+
 }  // namespace
 
-std::vector<BranchTip> ListBranches(const TalVcs::IRepository& repository) {
-  std::vector<BranchTip> branches;
-  for (const auto& [name, head] : repository.GetStorage()->GetRefs())
-    branches.push_back({ToUtf8(name), head});
-  const std::string current = ToUtf8(repository.GetCurentBranch());
-  std::sort(branches.begin(), branches.end(), [&](const BranchTip& a, const BranchTip& b) {
+std::string IdOf(const Kit::Version& version) { return ToUtf8(version.id); }
+
+std::vector<Kit::Head> ListBranches(Session& session) {
+  std::vector<Kit::Head> branches = session.Document().GetBranches();
+  const std::string current = session.Branch();
+  if (!session.Head()) branches.push_back({current, TalVcs::Id()});
+  std::sort(branches.begin(), branches.end(), [&](const Kit::Head& a, const Kit::Head& b) {
     return std::make_pair(a.name != current, a.name) < std::make_pair(b.name != current, b.name);
   });
   return branches;
 }
 
-History BuildHistory(const TalVcs::IRepository& repository, const cow_ptr<Commit>& start) {
-  Collector collector;
-  const std::vector<BranchTip> branches = ListBranches(repository);
-  if (start) {
-    collector.AddWithAncestors(start);
-  } else {
-    for (const BranchTip& branch : branches) collector.AddWithAncestors(branch.head);
-  }
-  for (const BranchTip& branch : branches) collector.AddBranch(branch);
-  return {collector.Sort()};
+std::vector<Kit::Version> ListVersions(Session& session, const Kit::Version& start,
+                                       Kit::LogOptions options) {
+  // The log goes on after a version. The first one is looked for alone, among its own ancestors.
+  std::vector<Kit::Version> versions;
+  const auto most = options.limit;
+  options.branch = "";
+  options.after = TalVcs::Id();
+  if (const std::optional<Kit::Version> head = session.Head(); head && head->id == start.id)
+    return session.Document().Log(options).value();
+  if (Fits(session, start, options)) versions.push_back(start);
+  if (versions.size() == most) return versions;
+  options.limit = most - versions.size();
+  options.after = start.id;
+  for (Kit::Version& version : session.Document().Log(options).value())
+    versions.push_back(std::move(version));
+  return versions;
+}
+
+History BuildHistory(Session& session, const std::optional<Kit::Version>& start) {
+  if (start) return {Collector(ListVersions(session, *start, {.limit = UINT64_MAX})).Sort()};
+  return {
+      Collector(session.Document().Log({.allBranches = true, .limit = UINT64_MAX}).value()).Sort()};
 }
 
 }  // namespace Tal

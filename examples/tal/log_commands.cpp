@@ -1,5 +1,7 @@
-#include "commands.h"
+#include "command_line.h"
+#include "command_table.h"
 #include "graph.h"
+#include "paths.h"
 #include "printing.h"
 
 #include <algorithm>
@@ -9,22 +11,42 @@
 namespace Tal {
 namespace {
 
-void PrintLog(const Host& host, const History& history) {
-  for (std::size_t i = 0; i < history.commits.size(); ++i) {
+struct LogOptions {
+  std::string start;
+  std::string path;
+  std::uint64_t limit = UINT64_MAX;
+  bool all = false;
+  bool graph = false;
+};
+
+struct GraphOptions {
+  bool dot = false;
+  bool svg = false;
+  std::string output;
+};
+
+void PrintLog(const Host& host, const std::vector<Kit::Version>& versions) {
+  for (std::size_t i = 0; i < versions.size(); ++i) {
     if (i > 0) std::cout << '\n';
-    PrintCommit(host.terminal, history.commits[i]);
+    PrintVersion(host.terminal, versions[i]);
   }
 }
 
-void PrintLogJson(const History& history) {
+void PrintLogJson(Session& session, const std::vector<Kit::Version>& versions) {
   JsonWriter json(std::cout);
   json.BeginArray();
-  for (const HistoryCommit& entry : history.commits) {
+  for (const Kit::Version& version : versions) {
     json.BeginObject();
-    PrintCommitFields(json, *entry.commit, entry.branches);
+    PrintVersionFields(json, session, version);
     json.EndObject();
   }
   json.EndArray();
+}
+
+std::vector<Kit::Version> VersionsOf(const History& history) {
+  std::vector<Kit::Version> versions;
+  for (const HistoryCommit& entry : history.commits) versions.push_back(entry.version);
+  return versions;
 }
 
 void PrintTextGraph(const Host& host, const History& history, const GraphLayout& layout) {
@@ -33,41 +55,71 @@ void PrintTextGraph(const Host& host, const History& history, const GraphLayout&
     const HistoryCommit& entry = history.commits[row];
     if (!graph.above[row].empty()) std::cout << graph.above[row] << '\n';
     std::cout << graph.rows[row] << ' ' << host.terminal.Paint(Colour::Yellow, ShortId(entry.id));
-    for (const std::string& branch : entry.branches)
+    for (const std::string& branch : entry.version.branches)
       std::cout << ' ' << host.terminal.Paint(Colour::Green, "[" + Printable(branch) + "]");
     std::cout << ' ' << Printable(ShortDescription(entry, 72)) << ' '
-              << host.terminal.Paint(Colour::Faint, "(" + FormatTime(*entry.commit) + ")") << '\n';
+              << host.terminal.Paint(Colour::Faint, "(" + FormatTime(entry.version) + ")") << '\n';
   }
 }
 
 /// Keeps the first `limit` commits; the last of them then look as if they had no parent.
-void Limit(History& history, std::size_t limit) {
-  if (limit == 0 || history.commits.size() <= limit) return;
-  history.commits.resize(limit);
+void Limit(History& history, std::uint64_t limit) {
+  if (history.commits.size() <= limit) return;
+  history.commits.resize(static_cast<std::size_t>(limit));
   for (HistoryCommit& entry : history.commits)
     if (entry.parent >= static_cast<int>(limit)) entry.parent = -1;
 }
 
-}  // namespace
+/// What a log is of: versions from one on, perhaps those that changed a path.
+struct Subject {
+  std::optional<Kit::Version> start;
+  std::string path;
+};
+
+/// Reads the arguments of the log: a commit, a path, or both in this order.
+Subject FindSubject(Session& session, const LogOptions& options) {
+  Subject subject{std::nullopt, NormalPath(options.path)};
+  if (options.start.empty()) return subject;
+  try {
+    subject.start = session.Find(options.start);
+  } catch (const Failure&) {
+    const std::string path = NormalPath(options.start);
+    const bool is_path = options.path.empty() && session.Head() && ToWideExactly(path) &&
+                         !path.empty() &&
+                         (session.HeadFiles().Contains(path) ||
+                          !session.Document().Log({.path = path, .limit = 1}).value().empty());
+    if (!is_path) throw;
+    subject.path = path;
+  }
+  return subject;
+}
 
 ExitCode RunLog(const Host& host, const LogOptions& options) {
   Session session(host, Access::Read);
-  const bool wantsAll = options.all || (options.graph && options.start.empty());
-  CommitPtr start;
-  if (!options.start.empty()) {
-    start = FindCommit(session.Repository(), options.start);
-  } else if (!wantsAll) {
-    start = session.Head();
-    if (!start) throw Failure("there is no commit yet; tal commit makes one");
+  Subject subject = FindSubject(session, options);
+  const bool wants_all = options.all || (options.graph && !subject.start);
+  if (!wants_all && !subject.start) subject.start = session.Find("HEAD");
+  if (options.graph) {
+    History history = BuildHistory(session, wants_all ? std::nullopt : subject.start);
+    Limit(history, options.limit);
+    if (host.json) {
+      PrintLogJson(session, VersionsOf(history));
+    } else {
+      PrintTextGraph(host, history, LayOutGraph(history, ListBranches(session)));
+    }
+    return ExitCode::Done;
   }
-  History history = BuildHistory(session.Repository(), start);
-  Limit(history, options.limit);
+  Kit::LogOptions wanted{.allBranches = wants_all,
+                         .path = subject.path,
+                         .limit = options.limit,
+                         .progress = ShowProgress(host.terminal)};
+  const std::vector<Kit::Version> versions = wants_all
+                                                 ? session.Document().Log(wanted).value()
+                                                 : ListVersions(session, *subject.start, wanted);
   if (host.json) {
-    PrintLogJson(history);
-  } else if (options.graph) {
-    PrintTextGraph(host, history, LayOutGraph(history, ListBranches(session.Repository())));
+    PrintLogJson(session, versions);
   } else {
-    PrintLog(host, history);
+    PrintLog(host, versions);
   }
   return ExitCode::Done;
 }
@@ -76,12 +128,12 @@ ExitCode RunGraph(const Host& host, const GraphOptions& options) {
   if (!options.output.empty() && (host.json || !(options.dot || options.svg)))
     throw Failure("--output needs --dot or --svg", ExitCode::Usage);
   Session session(host, Access::Read);
-  const History history = BuildHistory(session.Repository(), nullptr);
+  const History history = BuildHistory(session, std::nullopt);
   if (host.json) {
-    PrintLogJson(history);
+    PrintLogJson(session, VersionsOf(history));
     return ExitCode::Done;
   }
-  const std::vector<BranchTip> branches = ListBranches(session.Repository());
+  const std::vector<Kit::Head> branches = ListBranches(session);
   const GraphLayout layout = LayOutGraph(history, branches);
   if (!options.dot && !options.svg) {
     PrintTextGraph(host, history, layout);
@@ -101,6 +153,31 @@ ExitCode RunGraph(const Host& host, const GraphOptions& options) {
   file.close();
   if (!file) throw Failure("cannot write the picture to \"" + Printable(options.output) + "\"");
   return ExitCode::Done;
+}
+
+}  // namespace
+
+void AddLogCommands(Commands& commands) {
+  commands.Add<LogOptions>(
+      "log", "List commits, newest first", RunLog, [](Command& command, LogOptions& options) {
+        command.Json()
+            .Argument("commit", options.start,
+                      "The newest commit to list, instead of the head of the current branch; or a "
+                      "path of the files")
+            .Argument("path", options.path, "List only the commits that changed this path")
+            .Count("-n,--limit", options.limit, "List at most this many")
+            .Flag("--all", options.all, "List the commits of all branches")
+            .Flag("--graph", options.graph, "Draw the links between the commits");
+      });
+  commands.Add<GraphOptions>("graph", "Draw the history of all branches", RunGraph,
+                             [](Command& command, GraphOptions& options) {
+                               command.Json()
+                                   .Flag("--dot", options.dot, "Print a graph in the DOT language")
+                                   .Flag("--svg", options.svg, "Print a picture in SVG")
+                                   .Exclusive({"--dot", "--svg"})
+                                   .Option("-o,--output", options.output,
+                                           "Write the result of --dot or --svg to this file");
+                             });
 }
 
 }  // namespace Tal

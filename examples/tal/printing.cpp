@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <utility>
 
 namespace Tal {
 namespace {
@@ -39,6 +40,17 @@ bool IsBinary(const FileSides& sides) {
   return TalVcs::Kit::IsBinary(sides.before) || TalVcs::Kit::IsBinary(sides.after);
 }
 
+void PrintChangeFields(JsonWriter& json, const Change& change) {
+  json.Key("path").Text(change.path);
+  json.Key("change").Text(Name(change.kind));
+  if (!change.oldPath.empty()) json.Key("old_path").Text(change.oldPath);
+  if (change.kindBefore == change.kindAfter && change.kindAfter == FileKind::File) return;
+  json.Key("kind_before").Text(Name(change.kindBefore));
+  json.Key("kind_after").Text(Name(change.kindAfter));
+}
+
+}  // namespace
+
 void PrintTextOrNull(JsonWriter& json, std::string_view text) {
   if (text.empty()) {
     json.Null();
@@ -47,39 +59,56 @@ void PrintTextOrNull(JsonWriter& json, std::string_view text) {
   }
 }
 
-}  // namespace
-
-void PrintCommit(const Terminal& terminal, const HistoryCommit& entry) {
-  const TalVcs::Commit& commit = *entry.commit;
-  std::cout << terminal.Paint(Colour::Yellow, "commit " + entry.id);
-  for (const std::string& branch : entry.branches)
-    std::cout << ' ' << terminal.Paint(Colour::Green, "[" + Printable(branch) + "]");
-  std::cout << "\nauthor " << Printable(ToUtf8(commit.GetAuthorName())) << " <"
-            << Printable(ToUtf8(commit.GetAuthorEmail())) << ">\ntime   " << FormatTime(commit)
-            << "\n\n    " << Printable(ToUtf8(commit.GetDesciption())) << '\n';
+std::string DescriptionOf(const Kit::Version& version) {
+  std::string text = version.message;
+  while (text.ends_with('\n')) text.pop_back();
+  return text;
 }
 
-void PrintCommitFields(JsonWriter& json, const TalVcs::Commit& commit,
-                       const std::vector<std::string>& branches) {
-  json.Key("id").Text(ToUtf8(commit.GetId()));
+void PrintVersion(const Terminal& terminal, const Kit::Version& version) {
+  std::cout << terminal.Paint(Colour::Yellow, "commit " + IdOf(version));
+  for (const std::string& branch : version.branches)
+    std::cout << ' ' << terminal.Paint(Colour::Green, "[" + Printable(branch) + "]");
+  for (const std::string& tag : version.tags)
+    std::cout << ' ' << terminal.Paint(Colour::Magenta, "<" + Printable(tag) + ">");
+  std::cout << "\nauthor " << Printable(version.author) << " <" << Printable(version.email)
+            << ">\ntime   " << FormatTime(version) << "\n\n";
+  const std::string description = DescriptionOf(version);
+  for (std::size_t at = 0; at <= description.size();) {
+    const std::size_t end = std::min(description.find('\n', at), description.size());
+    std::cout << "    " << Printable(std::string_view(description).substr(at, end - at)) << '\n';
+    at = end + 1;
+  }
+}
+
+void PrintVersionFields(JsonWriter& json, Session& session, const Kit::Version& version) {
+  const TalVcs::cow_ptr<TalVcs::Tree> tree = session.FilesOf(version.id).GetTree();
+  json.Key("id").Text(IdOf(version));
   json.Key("parent");
-  PrintTextOrNull(json, commit.GetParent() ? ToUtf8(commit.GetParent()->GetId()) : "");
+  PrintTextOrNull(json, ToUtf8(version.parent));
   json.Key("tree");
-  PrintTextOrNull(json, commit.GetTree() ? ToUtf8(commit.GetTree()->GetRootId()) : "");
-  json.Key("author").Text(ToUtf8(commit.GetAuthorName()));
-  json.Key("email").Text(ToUtf8(commit.GetAuthorEmail()));
-  json.Key("time").Text(FormatTime(commit));
-  json.Key("seconds").Number(commit.GetCommitTime().ToTimeT());
-  json.Key("description").Text(ToUtf8(commit.GetDesciption()));
-  json.Key("branches").BeginArray();
-  for (const std::string& branch : branches) json.Text(branch);
+  PrintTextOrNull(json, tree && !tree->IsEmpty() ? ToUtf8(tree->GetId()) : "");
+  json.Key("author").Text(version.author);
+  json.Key("email").Text(version.email);
+  json.Key("time").Text(FormatTime(version));
+  json.Key("seconds").Number(version.time.time_since_epoch().count());
+  json.Key("description").Text(DescriptionOf(version));
+  for (const auto& [key, names] :
+       {std::pair("branches", &version.branches), std::pair("tags", &version.tags)}) {
+    json.Key(key).BeginArray();
+    for (const std::string& name : *names) json.Text(name);
+    json.EndArray();
+  }
+  json.Key("merges").BeginArray();
+  for (const TalVcs::Id& id : version.merges) json.Text(ToUtf8(id));
   json.EndArray();
 }
 
 void PrintFileDiff(const Terminal& terminal, const FileSides& sides) {
   std::cout << terminal.Paint(Colour::Bold, std::string(Name(sides.change.kind)) + " " +
-                                                Printable(sides.change.path))
+                                                DescribePath(sides.change))
             << '\n';
+  if (sides.before == sides.after) return;
   if (IsBinary(sides)) {
     std::cout << "binary, " << FormatBytes(sides.before.size()) << " before, "
               << FormatBytes(sides.after.size()) << " after\n";
@@ -91,8 +120,7 @@ void PrintFileDiff(const Terminal& terminal, const FileSides& sides) {
 
 void PrintFileDiffJson(JsonWriter& json, const FileSides& sides) {
   json.BeginObject();
-  json.Key("path").Text(sides.change.path);
-  json.Key("change").Text(Name(sides.change.kind));
+  PrintChangeFields(json, sides.change);
   json.Key("before");
   PrintTextOrNull(json, sides.beforeId);
   json.Key("after");
@@ -105,6 +133,17 @@ void PrintFileDiffJson(JsonWriter& json, const FileSides& sides) {
     json.Key("lines_removed")
         .Number(static_cast<std::int64_t>(CountLines(lines, LineKind::Removed)));
   }
+  json.EndObject();
+}
+
+void PrintChange(const Terminal& terminal, const Change& change) {
+  std::cout << terminal.Paint(ColourOf(change.kind), Name(change.kind)) << '\t'
+            << DescribePath(change) << '\n';
+}
+
+void PrintChangeJson(JsonWriter& json, const Change& change) {
+  json.BeginObject();
+  PrintChangeFields(json, change);
   json.EndObject();
 }
 

@@ -11,10 +11,17 @@
 
 namespace Tal {
 
-/// Writes a commit's head lines as text, or its fields as members of the object that is open.
-void PrintCommit(const Terminal& terminal, const HistoryCommit& commit);
-void PrintCommitFields(JsonWriter& json, const TalVcs::Commit& commit,
-                       const std::vector<std::string>& branches);
+/// Writes a version's head lines and message as text.
+void PrintVersion(const Terminal& terminal, const Kit::Version& version);
+
+/// Writes a version's fields as members of the object that is open.
+void PrintVersionFields(JsonWriter& json, Session& session, const Kit::Version& version);
+
+/// Writes a text, or null if it is empty.
+void PrintTextOrNull(JsonWriter& json, std::string_view text);
+
+/// Returns the description of a version for people and for JSON: the message without a line end.
+std::string DescriptionOf(const Kit::Version& version);
 
 /// The two contents of a changed file. A side that has no file has no id and no bytes.
 struct FileSides {
@@ -30,5 +37,9 @@ void PrintFileDiff(const Terminal& terminal, const FileSides& sides);
 
 /// Writes the file's path, kind of change, ids and counts of lines as an object.
 void PrintFileDiffJson(JsonWriter& json, const FileSides& sides);
+
+/// Writes a change as a line of text, or as an object.
+void PrintChange(const Terminal& terminal, const Change& change);
+void PrintChangeJson(JsonWriter& json, const Change& change);
 
 }  // namespace Tal

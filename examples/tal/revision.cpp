@@ -8,33 +8,37 @@
 namespace Tal {
 namespace {
 
+using TalVcs::Kit::Version;
+
 constexpr std::size_t kLeastIdCharacters = 4;
 constexpr const char* kHead = "HEAD";
 
-CommitPtr FindById(const TalVcs::IRepository& repository, const std::string& prefix) {
-  const bool isHex = prefix.find_first_not_of("0123456789abcdef") == std::string::npos;
-  if (!isHex || prefix.size() < kLeastIdCharacters) return nullptr;
-  CommitPtr found;
-  for (const auto& [id, commit] : repository.GetStorage()->GetCommits()) {
-    if (!ToUtf8(id).starts_with(prefix)) continue;
+std::optional<Version> FindById(Kit::Workspace& document, const std::string& prefix) {
+  const bool is_hex = prefix.find_first_not_of("0123456789abcdef") == std::string::npos;
+  if (!is_hex || prefix.size() < kLeastIdCharacters) return std::nullopt;
+  std::optional<Version> found;
+  for (Version& version : document.Log({.allBranches = true, .limit = UINT64_MAX}).value()) {
+    if (!ToUtf8(version.id).starts_with(prefix)) continue;
     if (found) throw Failure("more than one commit has an id that begins with " + prefix);
-    found = commit;
+    found = std::move(version);
   }
   return found;
 }
 
-CommitPtr FindExactly(const TalVcs::IRepository& repository, const std::string& name) {
+std::optional<Version> FindExactly(Session& session, const std::string& name) {
   if (name == kHead) {
-    if (!repository.GetHead()) throw Failure("there is no commit yet; tal commit makes one");
-    return repository.GetHead();
-  }
-  const WideString wide = ToWide(name);
-  if (repository.GetStorage()->BranchExist(wide)) {
-    const CommitPtr head = repository.GetHead(wide);
-    if (!head) throw Failure("branch \"" + Printable(name) + "\" has no commit yet");
+    std::optional<Version> head = session.Head();
+    if (!head) throw Failure("there is no commit yet; tal commit makes one");
     return head;
   }
-  return FindById(repository, name);
+  Kit::Workspace& document = session.Document();
+  if (!session.Head() && name == session.Branch())
+    throw Failure("branch \"" + Printable(name) + "\" has no commit yet");
+  if (!ToWideExactly(name)) return std::nullopt;
+  Kit::Result<Version> version = document.Find(name);
+  if (version) return *std::move(version);
+  if (version.error().code != Kit::ErrorCode::NotFound) Kit::ThrowError(version.error());
+  return FindById(document, name);
 }
 
 struct Distance {
@@ -57,21 +61,27 @@ std::optional<Distance> SplitDistance(const std::string& text) {
 
 }  // namespace
 
-CommitPtr FindCommit(const TalVcs::IRepository& repository, const std::string& name) {
-  CommitPtr commit = FindExactly(repository, name);
-  if (commit) return commit;
+Version Session::Find(const std::string& name) {
+  std::optional<Version> found = FindExactly(*this, name);
+  if (found) return *std::move(found);
   if (const std::optional<Distance> distance = SplitDistance(name)) {
-    commit = FindExactly(repository, distance->name);
-    for (unsigned step = 0; commit && step < distance->steps; ++step) commit = commit->GetParent();
+    found = FindExactly(*this, distance->name);
+    for (unsigned step = 0; found && step < distance->steps; ++step) {
+      if (found->parent.View().IsEmpty()) {
+        found.reset();
+      } else {
+        found = Document().Find(ToUtf8(found->parent)).value();
+      }
+    }
   }
-  if (!commit) throw Failure("there is no branch or commit \"" + Printable(name) + "\"");
-  return commit;
+  if (!found) throw Failure("there is no branch, tag or commit \"" + Printable(name) + "\"");
+  return *std::move(found);
 }
 
 void CheckBranchName(const std::string& name) {
-  if (name.empty()) throw Failure("a branch needs a name", ExitCode::Usage);
+  if (name.empty()) throw Failure("a branch or tag needs a name", ExitCode::Usage);
   if (!ToWideExactly(name)) {
-    throw Failure("the name of a branch must be UTF-8: \"" + Printable(name) + "\"",
+    throw Failure("the name of a branch or tag must be UTF-8: \"" + Printable(name) + "\"",
                   ExitCode::Usage);
   }
   if (name == kHead || SplitDistance(name)) {

@@ -1,72 +1,135 @@
-#include "commands.h"
+#include "command_line.h"
+#include "command_table.h"
 #include "folder_update.h"
 #include "forget.h"
-#include "store_size.h"
+#include "history.h"
+
+#include <kit/open/clean_up.h>
+#include <kit/open/save.h>
 
 namespace Tal {
 namespace {
 
-/// Saves what the repository holds, and tells by how much the store has shrunk.
-void SaveAndTellFreed(const Host& host, Session& session, const std::string& what) {
-  const StoreSize before = MeasureStore(session.Reader());
+constexpr const char* kFreedValue = "tal-freed";  // what the last clean-up freed, in bytes
+
+struct RebaseOptions {
+  std::string onto;
+  std::string branch;
+  std::string other;
+  bool isDryRun = false;
+};
+
+struct ForgetOptions {
+  std::string revision;
+  bool isDryRun = false;
+};
+
+struct RehearsableOptions {
+  bool isDryRun = false;
+};
+
+/// Saves, removes what no branch reaches from the store, and says how much that was.
+void SaveAndCleanUp(Session& session, const std::string& what) {
+  const Host& host = session.GetHost();
+  if (session.IsRehearsal()) {
+    host.terminal.Say("would have " + what + "; this was a dry run");
+    return;
+  }
   session.Save();
-  const StoreSize after = MeasureStore(session.Reader());
-  const std::uint64_t freed = before.bytes > after.bytes ? before.bytes - after.bytes : 0;
-  const std::uint64_t gone = before.objects > after.objects ? before.objects - after.objects : 0;
-  session.SetLastFreed(freed);
-  host.terminal.Say(what + "; freed " + FormatBytes(freed) + " (" + std::to_string(freed) +
-                    " bytes) of " + FormatBytes(before.bytes) + ", " + Plural(gone, "object"));
+  const Kit::RemovedObjects removed =
+      Kit::CleanUp(session.SavedStore(), {.progress = ShowProgress(host.terminal)}).value();
+  session.SavedStore().SetValue(kFreedValue, std::to_string(removed.sizeBytes)).value();
+  host.terminal.Say(what + "; freed " + FormatBytes(removed.sizeBytes) + " (" +
+                    std::to_string(removed.sizeBytes) + " bytes), " +
+                    Plural(removed.count, "object"));
 }
 
-}  // namespace
+std::uint64_t CountVersions(Session& session) {
+  return session.Document().Log({.allBranches = true, .limit = UINT64_MAX}).value().size();
+}
 
 ExitCode RunRebase(const Host& host, const RebaseOptions& options) {
-  Session session(host, Access::Change);
-  TalVcs::Repository& repository = session.Repository();
+  CheckBranchName(options.onto);
+  Session session(host, AccessFor(options.isDryRun));
   const std::string branch = options.branch.empty() ? session.Branch() : options.branch;
   const std::string other = options.other.empty() ? options.onto : options.other;
+  const FileTree before = session.HeadFiles();
+  Kit::OpenedRepository opened = session.OpenRepository();
   for (const std::string& name : {branch, other}) {
-    const bool mayBeMissing = name == options.onto;
-    if (!mayBeMissing && !repository.BranchExist(ToWide(name)))
+    const bool may_be_missing = name == options.onto;
+    if (!may_be_missing && !opened->BranchExist(ToWide(name)))
       throw Failure("cannot rebase \"" + Printable(name) + "\": there is no such branch");
   }
-  CheckBranchName(options.onto);
-
-  const TreePtr before = RootOf(session.Head());
-  if (!repository.EnsureCommonRootFor(ToWide(branch), ToWide(other), ToWide(options.onto)))
+  if (!opened->EnsureCommonRootFor(ToWide(branch), ToWide(other), ToWide(options.onto)))
     throw Failure("cannot rebase the branches onto \"" + Printable(options.onto) +
                   "\"; branches and files are unchanged");
+  static_cast<void>(Kit::Save(opened, {.progress = ShowProgress(host.terminal)}).value());
+  session.Reopen();
   SaveWithFolder(session, before);
   host.terminal.Say(Printable(branch) + " and " + Printable(other) +
-                    " have a common first commit now");
+                    (options.isDryRun ? " would have" : " have") + " a common first commit" +
+                    (options.isDryRun ? "" : " now"));
   return ExitCode::Done;
 }
 
-ExitCode RunForget(const Host& host, const std::string& revision) {
-  Session session(host, Access::Change);
-  const std::uint64_t before = session.Repository().GetCommitCount();
-  ForgetHistory(session.Repository(), FindCommit(session.Repository(), revision));
-  session.Repository().UpdateStorage();
-  const std::uint64_t gone = before - session.Repository().GetCommitCount();
-  SaveAndTellFreed(host, session, "forgot " + Plural(gone, "commit"));
+ExitCode RunForget(const Host& host, const ForgetOptions& options) {
+  Session session(host, AccessFor(options.isDryRun));
+  const std::uint64_t before = CountVersions(session);
+  const Kit::Version last = session.Find(options.revision);
+  {
+    Kit::OpenedRepository opened = session.OpenRepository();
+    ForgetHistory(opened.GetRepository(), opened->GetCommitFromStorage(last.id));
+    static_cast<void>(Kit::Save(opened, {.progress = ShowProgress(host.terminal)}).value());
+  }
+  session.Reopen();
+  SaveAndCleanUp(session, "forgot " + Plural(before - CountVersions(session), "commit"));
   return ExitCode::Done;
 }
 
-ExitCode RunSimplify(const Host& host) {
-  Session session(host, Access::Change);
-  const std::uint64_t before = session.Repository().GetCommitCount();
-  session.Repository().SimplifyCommitGraph(true);
-  const std::uint64_t gone = before - session.Repository().GetCommitCount();
-  SaveAndTellFreed(host, session,
-                   "dropped " + Plural(gone, "commit") + " of " + std::to_string(before));
+ExitCode RunSimplify(const Host& host, const RehearsableOptions& options) {
+  Session session(host, AccessFor(options.isDryRun));
+  const Kit::RetentionReport report =
+      session.Document()
+          .Forget(Kit::Retention::TipsAndForks(), {.progress = ShowProgress(host.terminal)})
+          .value();
+  const std::uint64_t gone = report.forgotten.size();
+  SaveAndCleanUp(session, "dropped " + Plural(gone, "commit") + " of " +
+                              std::to_string(gone + report.keptVersions));
   return ExitCode::Done;
 }
 
 ExitCode RunCollect(const Host& host) {
   Session session(host, Access::Change);
-  session.Repository().UpdateStorage();
-  SaveAndTellFreed(host, session, "removed unreachable objects");
+  SaveAndCleanUp(session, "removed unreachable objects");
   return ExitCode::Done;
+}
+
+}  // namespace
+
+void AddRewriteCommands(Commands& commands) {
+  commands.Add<RebaseOptions>(
+      "rebase", "Give two branches a common first commit: unrelated ones continue another branch",
+      RunRebase, [](Command& command, RebaseOptions& options) {
+        command
+            .Option("--onto", options.onto, "The branch to continue; created if it does not exist")
+            .Required("--onto")
+            .Argument("branch", options.branch, "The first branch, instead of the current one")
+            .Argument("other", options.other, "The second branch, instead of the one of --onto")
+            .Flag("--dry-run", options.isDryRun, "Check it and change nothing");
+      });
+  commands.Add<ForgetOptions>(
+      "forget", "Remove a commit and its ancestors, except commits that are heads of branches",
+      RunForget, [](Command& command, ForgetOptions& options) {
+        command.Argument("commit", options.revision, "The newest commit to remove")
+            .Required("commit")
+            .Flag("--dry-run", options.isDryRun, "Say how many commits would go");
+      });
+  commands.Add<RehearsableOptions>("simplify", "Keep only the tips and forks of the history",
+                                   RunSimplify, [](Command& command, RehearsableOptions& options) {
+                                     command.Flag("--dry-run", options.isDryRun,
+                                                  "Say how many commits would go");
+                                   });
+  commands.Add("gc", "Remove objects that no branch reaches from the store", RunCollect);
 }
 
 }  // namespace Tal

@@ -1,85 +1,99 @@
 #pragma once
 
+#include "file_tree.h"
 #include "folder.h"
-#include "terminal.h"
-#include "text.h"
-#include "trees.h"
+#include "host.h"
+#include "staged_store.h"
 
-#include <kit/directory_store.h>
+#include <kit/open/open.h>
+#include <kit/workspace/workspace.h>
 
-#include <filesystem>
+#include <memory>
+#include <optional>
 #include <string>
 
 namespace Tal {
 
-/// What every command gets: where it was started and how it talks.
-struct Host {
-  std::filesystem::path start = ".";
-  Terminal terminal;
-  bool json = false;
+/// What a command does with the store.
+enum class Access {
+  Read,
+  Change,    ///< no other command can change the folder or its store meanwhile
+  Rehearse,  ///< works like a change, and keeps nothing: for a dry run
 };
 
-/// What a command wants to do with the store: `Inspect` is to read one that may be damaged.
-enum class Access { Read, Inspect, Change };
+/// Returns the access of a command that has the option "--dry-run".
+inline Access AccessFor(bool isDryRun) { return isDryRun ? Access::Rehearse : Access::Change; }
 
-/// A folder with its history, loaded from the store in its ".vcs" folder.
+/// A folder with its history, which is read from the store in its ".vcs" folder as it is needed.
 ///
-/// Beside the store's own files that folder holds two of this program: "tal-branch" with the name
-/// of the current branch, and "tal-freed" with what the last clean-up freed.
+/// A command that changes something works on `Document`; nothing of that is final before `Save`.
+/// Errors of the kit are thrown as `Kit::ErrorException`.
 class Session {
  public:
-  /// Makes an empty store in the folder where the host was started. Throws `Failure` if there is
-  /// one.
-  static void Create(const Host& host);
-
-  /// Finds the store of the folder in which the host was started, or of one above it, and loads it.
-  /// Throws `Failure`: `Damaged` if it doesn't come in whole. With `Access::Change` no other
-  /// process can change the store while the session lives.
+  /// Finds the store of the folder in which the host was started, or of one above it. Throws
+  /// `Failure`.
   Session(const Host& host, Access access);
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  ~Session();
 
-  TalVcs::Repository& Repository() noexcept { return m_repository; }
+  /// Returns the history. Opens it at the first call. Throws `Failure`: `Damaged` if it can't be
+  /// read.
+  Kit::Workspace& Document();
+  /// Forgets what `Document` knows, so that the next call opens it anew.
+  void Reopen() { m_document.reset(); }
+  /// Returns the history as the core knows it, over the same store. Save it with `Kit::Save`, and
+  /// call `Reopen`.
+  Kit::OpenedRepository OpenRepository();
+
+  /// Returns the store: with the changes of this command if it makes any.
+  Kit::IObjectStore& Store() noexcept { return *m_visible; }
+  /// Returns the store itself, without changes that aren't saved.
+  Kit::IObjectStore& SavedStore() noexcept { return *m_store; }
+
+  const Host& GetHost() const noexcept { return m_host; }
   const Folder& WorkFolder() const noexcept { return m_folder; }
-  TalVcs::IBlobReader& Reader() noexcept { return m_store; }
+  bool IsRehearsal() const noexcept { return m_access == Access::Rehearse; }
 
-  /// False for a store of which not every branch came in as it was saved.
-  bool CameInWhole() const noexcept { return m_whyNotWhole.empty(); }
-  /// Why the store didn't come in whole, as far as the store can tell; otherwise empty.
-  const std::string& WhyNotWhole() const noexcept { return m_whyNotWhole; }
+  /// Returns the current branch, which has no commit yet in a new store.
+  std::string Branch() { return Document().GetBranch(); }
+  /// Returns its newest version, or none.
+  std::optional<Kit::Version> Head() { return Document().GetHead().value(); }
+  FileTree HeadFiles();
+  FileTree FilesOf(const TalVcs::Id& version);
+  /// Returns the files of the version before this one.
+  FileTree FilesBefore(const Kit::Version& version);
 
-  /// The current branch, which has no commit yet after `Create`.
-  std::string Branch() const;
-  CommitPtr Head() const { return m_repository.GetHead(); }
+  /// Returns the version that `name` names: a branch, a tag, "HEAD" for the current branch, or at
+  /// least four characters of an id; after it perhaps "~" and how many versions to go back. Throws
+  /// `Failure`.
+  Kit::Version Find(const std::string& name);
+  /// Returns the head for an empty name.
+  Kit::Version FindOrHead(const std::string& name) { return Find(name.empty() ? "HEAD" : name); }
 
-  /// Replaces the store by what the repository holds, in one step. Throws `Failure` if that fails
-  /// or if a commit wouldn't come back from the store. The store is then as it was, unless
-  /// `IsSaved` says that it was replaced, and just isn't known to outlive a loss of power.
+  /// Makes everything that the command did final, in one step; a rehearsal keeps nothing. Throws
+  /// `Failure`: the store is as it was then, unless `IsSaved`.
   void Save();
-  bool IsSaved() const noexcept { return m_store.IsNewStateInPlace(); }
-
-  /// Makes `name`, which has to exist, the current branch, for this session and later ones.
-  void SetBranch(const std::string& name);
-
-  /// The number of bytes that the last clean-up freed; 0 if there was none.
-  std::uint64_t LastFreed() const;
-  void SetLastFreed(std::uint64_t bytes);
+  bool IsSaved() const noexcept { return m_isSaved; }
 
  private:
-  void Load();
-  std::string DescribeDamage();
+  class Lock;
 
-  const Terminal& m_terminal;
+  const Host& m_host;
+  Access m_access;
   Folder m_folder;
-  TalVcs::Kit::DirectoryStore m_store;
-  TalVcs::Repository m_repository;
-  std::string m_whyNotWhole;
+  std::unique_ptr<Lock> m_lock;
+  std::shared_ptr<Kit::IObjectStore> m_store;
+  std::shared_ptr<StagedStore> m_staged;         // null for a reader
+  std::shared_ptr<Kit::IObjectStore> m_visible;  // one of the two
+  std::optional<Kit::Workspace> m_document;
+  bool m_isSaved = false;
 };
 
-/// Returns the commit that `name` tells: a branch, "HEAD" for the current one, or at least four
-/// characters of an id, and behind it perhaps "~" with how many commits to go back. Throws
-/// `Failure`.
-CommitPtr FindCommit(const TalVcs::IRepository& repository, const std::string& name);
+/// Throws `Failure` with `Usage` if there is no folder at `start`.
+void CheckStart(const std::filesystem::path& start);
 
-/// Throws `Failure` with `Usage` if `name` can't name a branch.
+/// Throws `Failure` with `Usage` if `name` can't name a branch or tag.
 void CheckBranchName(const std::string& name);
 
 }  // namespace Tal

@@ -1,5 +1,7 @@
 #include "terminal.h"
 
+#include "host.h"
+#include "interrupt.h"
 #include "utf8.h"
 
 #include <unistd.h>
@@ -8,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <memory>
 #include <utility>
 
 namespace Tal {
@@ -64,9 +67,27 @@ Progress::~Progress() {
   if (m_shown) std::cerr << "\r\x1b[K" << std::flush;
 }
 
-void Progress::Count(std::uint64_t bytes) {
-  ++m_count;
-  m_bytes += bytes;
+Kit::Progress ShowProgress(const Terminal& terminal) {
+  struct State {
+    std::string phase;
+    std::unique_ptr<Progress> line;
+  };
+  return [&terminal, state = std::make_shared<State>()](const Kit::ProgressStep& step) {
+    if (!state->line || state->phase != step.phase) {
+      state->phase = step.phase;
+      state->line.reset();
+      state->line = std::make_unique<Progress>(terminal, state->phase);
+    }
+    state->line->Set(step.done, step.sizeBytes);
+    return !IsInterrupted();
+  };
+}
+
+void Progress::Count(std::uint64_t bytes) { Set(m_count + 1, m_bytes + bytes); }
+
+void Progress::Set(std::uint64_t count, std::uint64_t bytes) {
+  m_count = count;
+  m_bytes = bytes;
   if (!m_enabled) return;
   const Clock::time_point now = Clock::now();
   if (now < m_next) return;

@@ -44,7 +44,10 @@ class Progress {
   Progress& operator=(const Progress&) = delete;
   ~Progress();
 
+  /// Adds one thing of so many bytes.
   void Count(std::uint64_t bytes);
+  /// Sets how far the work is.
+  void Set(std::uint64_t count, std::uint64_t bytes);
 
  private:
   using Clock = std::chrono::steady_clock;

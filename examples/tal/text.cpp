@@ -8,10 +8,9 @@ namespace Tal {
 
 std::string ShortId(std::string_view id) { return std::string(id.substr(0, 10)); }
 
-std::string FormatTime(const TalVcs::Commit& commit) {
-  constexpr std::int64_t kTicksPerMinute = 600000000;
-  const std::int64_t minutes = commit.GetCommitTimezoneBias().ticks / kTicksPerMinute;
-  const std::time_t local = commit.GetCommitTime().ToTimeT() + minutes * 60;
+std::string FormatTime(const TalVcs::Kit::Version& version) {
+  const auto minutes = version.offset.count();
+  const std::time_t local = version.time.time_since_epoch().count() + minutes * 60;
   std::tm parts{};
   gmtime_r(&local, &parts);
   std::array<char, 64> date{};

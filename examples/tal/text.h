@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kit/text.h>
+#include <kit/workspace/version.h>
 #include <talvcs/talvcs.h>
 
 #include <string>
@@ -20,7 +21,7 @@ inline std::string ToUtf8(const TalVcs::Id& id) { return ToUtf8(id.View()); }
 /// Returns the first characters of an id, as people read it.
 std::string ShortId(std::string_view id);
 
-/// Returns the commit's time in its own time zone, such as "2024-05-31 18:05:00 +0200".
-std::string FormatTime(const TalVcs::Commit& commit);
+/// Returns the version's time in its own time zone, such as "2024-05-31 18:05:00 +0200".
+std::string FormatTime(const TalVcs::Kit::Version& version);
 
 }  // namespace Tal

@@ -1,54 +1,61 @@
 #include "author.h"
-#include "changes.h"
-#include "commands.h"
-#include "json.h"
-#include "tree_edit.h"
+#include "command_line.h"
+#include "command_table.h"
+#include "folder_changes.h"
+#include "interrupt.h"
+#include "printing.h"
+#include "store_files.h"
+
+#include <kit/open/save.h>
 
 #include <iostream>
 
 namespace Tal {
 namespace {
 
+struct InitOptions {
+  std::string store;
+};
+
+struct StatusOptions {
+  bool ignoresMoves = false;
+};
+
+struct CommitOptions {
+  std::string message;
+  std::string author;
+  std::string email;
+  bool allowEmpty = false;
+  bool isDryRun = false;
+};
+
 void SaySkipped(const Host& host, const FolderContents& contents) {
   for (const FolderContents::Skipped& skipped : contents.skipped)
     host.terminal.Say("skipped " + Printable(skipped.path) + " (" + skipped.reason + ")");
 }
 
-void PrintStatus(const Host& host, const Session& session, const FolderContents& contents,
-                 const std::vector<Change>& changes) {
-  const CommitPtr head = session.Head();
+void PrintStatus(const Host& host, Session& session, const FolderChanges& state) {
+  const std::optional<Kit::Version> head = session.Head();
   std::cout << "branch " << host.terminal.Paint(Colour::Bold, Printable(session.Branch()))
-            << (head ? " at " + ShortId(ToUtf8(head->GetId())) : ", no commit yet") << '\n';
-  for (const Change& change : changes) {
-    std::cout << host.terminal.Paint(ColourOf(change.kind), Name(change.kind)) << '\t'
-              << Printable(change.path) << '\n';
-  }
-  for (const std::string& path : contents.refused)
+            << (head ? " at " + ShortId(IdOf(*head)) : ", no commit yet") << '\n';
+  for (const Change& change : state.changes) PrintChange(host.terminal, change);
+  for (const std::string& path : state.contents.refused)
     std::cout << host.terminal.Paint(Colour::Red, "not UTF-8") << '\t' << Printable(path) << '\n';
-  if (changes.empty() && contents.refused.empty()) std::cout << "nothing changed\n";
+  if (state.changes.empty() && state.contents.refused.empty()) std::cout << "nothing changed\n";
 }
 
-void PrintStatusJson(const Session& session, const FolderContents& contents,
-                     const std::vector<Change>& changes) {
+void PrintStatusJson(Session& session, const FolderChanges& state) {
+  const std::optional<Kit::Version> head = session.Head();
   JsonWriter json(std::cout);
   json.BeginObject();
   json.Key("branch").Text(session.Branch());
   json.Key("head");
-  if (const CommitPtr head = session.Head()) {
-    json.Text(ToUtf8(head->GetId()));
-  } else {
-    json.Null();
-  }
+  PrintTextOrNull(json, head ? IdOf(*head) : "");
   json.Key("changes").BeginArray();
-  for (const Change& change : changes) {
-    json.BeginObject();
-    json.Key("path").Text(change.path);
-    json.Key("change").Text(Name(change.kind));
-    json.EndObject();
-  }
+  for (const Change& change : state.changes) PrintChangeJson(json, change);
   json.EndArray();
   json.Key("skipped").BeginArray();
-  for (const FolderContents::Skipped& skipped : contents.skipped) {
+  for (const FolderContents::Skipped& skipped : state.contents.skipped) {
     json.BeginObject();
     json.Key("path").Text(ToWideExactly(skipped.path) ? skipped.path : Printable(skipped.path));
     json.Key("reason").Text(skipped.reason);
@@ -56,39 +63,70 @@ void PrintStatusJson(const Session& session, const FolderContents& contents,
   }
   json.EndArray();
   json.Key("not_utf8").BeginArray();
-  for (const std::string& path : contents.refused) json.Text(Printable(path));
+  for (const std::string& path : state.contents.refused) json.Text(Printable(path));
   json.EndArray();
   json.EndObject();
 }
 
-void RefuseNames(const FolderContents& contents) {
-  if (contents.refused.empty()) return;
-  std::string names;
-  for (const std::string& path : contents.refused) names += "\n  " + Printable(path);
-  throw Failure("cannot commit names that are not UTF-8; rename them or list them in .talignore:" +
-                names);
+/// Puts the changes of the folder into the document, as pending edits. Removals come first, so that
+/// a file can take the place of a folder and the other way round.
+void WriteChanges(Session& session, const FolderChanges& state) {
+  Kit::Workspace& document = session.Document();
+  FileKinds kinds = session.HeadFiles().GetKinds();
+  const FileKinds before = kinds;
+  for (const Change& change : state.changes) {
+    if (change.kind != Change::Kind::Removed) continue;
+    document.Remove(change.path).value();
+    kinds.Set(change.path, FileKind::File);
+  }
+  Progress progress(session.GetHost().terminal, "reading files");
+  for (const Change& change : state.changes) {
+    if (change.kind == Change::Kind::Removed) continue;
+    StopIfInterrupted();
+    const FileContent content = session.WorkFolder().Read(change.path);
+    document.Write(change.path, Kit::Bytes(content.bytes)).value();
+    kinds.Set(change.path, content.stat.kind);
+    progress.Count(content.bytes.GetSize());
+  }
+  if (kinds == before) return;
+  const std::string text = kinds.ToText();
+  if (text.empty()) {
+    document.Remove(FileKinds::kKindsName).value();
+  } else {
+    document.Write(FileKinds::kKindsName, text).value();
+  }
 }
 
-}  // namespace
+/// Makes a commit whose files are those of the head.
+void CommitNothing(Session& session, const CommitOptions& options, const Author& author) {
+  Kit::OpenedRepository opened = session.OpenRepository();
+  TalVcs::Repository& repository = opened.GetRepository();
+  TalVcs::Commit commit(&repository, false);
+  commit.SetDescription(ToWide(options.message));
+  commit.SetAuthorName(ToWide(author.name));
+  commit.SetAuthorEmail(ToWide(author.email));
+  repository.DoCommit(commit);
+  static_cast<void>(Kit::Save(opened).value());
+  session.Reopen();
+}
 
-ExitCode RunInit(const Host& host) {
-  Session::Create(host);
+ExitCode RunInit(const Host& host, const InitOptions& options) {
+  CheckStart(host.start);
+  CreateStore(host.start, ParseStoreKind(options.store));
   host.terminal.Say("created an empty store in " +
                     Printable((host.start / Folder::kStoreName).lexically_normal().string()));
   return ExitCode::Done;
 }
 
-ExitCode RunStatus(const Host& host) {
+ExitCode RunStatus(const Host& host, const StatusOptions& options) {
   Session session(host, Access::Read);
-  const TreePtr tree = RootOf(session.Head());
-  const FolderContents contents = session.WorkFolder().List({tree});
-  const std::vector<Change> changes =
-      CompareFolder(session.WorkFolder(), contents, tree, host.terminal);
+  const FolderChanges state = CompareFolder(session, session.HeadFiles(),
+                                            options.ignoresMoves ? Moves::Ignore : Moves::Find);
   if (host.json) {
-    PrintStatusJson(session, contents, changes);
+    PrintStatusJson(session, state);
   } else {
-    PrintStatus(host, session, contents, changes);
-    SaySkipped(host, contents);
+    PrintStatus(host, session, state);
+    SaySkipped(host, state.contents);
   }
   return ExitCode::Done;
 }
@@ -97,30 +135,58 @@ ExitCode RunCommit(const Host& host, const CommitOptions& options) {
   CheckDescription(options.message);
   const Author author = FindAuthor(options.author, options.email);
 
-  Session session(host, Access::Change);
-  const TreePtr before = RootOf(session.Head());
-  const FolderContents contents = session.WorkFolder().List({before});
-  SaySkipped(host, contents);
-  RefuseNames(contents);
-  const std::vector<Change> changes =
-      CompareFolder(session.WorkFolder(), contents, before, host.terminal);
-  if (changes.empty() && !options.allowEmpty)
+  Session session(host, AccessFor(options.isDryRun));
+  const FolderChanges state = CompareFolder(session, session.HeadFiles(), Moves::Ignore);
+  SaySkipped(host, state.contents);
+  RefuseNames(state.contents);
+  if (state.changes.empty() && !options.allowEmpty)
     throw Failure("nothing to commit: no file changed since the last commit");
-
-  TalVcs::Repository& repository = session.Repository();
-  TalVcs::Commit commit(&repository, false);
-  commit.ReplaceRoot(&repository, TreeWithChanges(session, before, changes, host.terminal));
-  commit.SetDescription(ToWide(options.message));
-  commit.SetAuthorName(ToWide(author.name));
-  commit.SetAuthorEmail(ToWide(author.email));
-  const std::string lost = WhyLost(commit);
-  if (!lost.empty()) throw Failure(lost, ExitCode::Usage);
-
-  const CommitPtr stored = repository.DoCommit(commit);
+  if (options.isDryRun) {
+    for (const Change& change : state.changes) PrintChange(host.terminal, change);
+    host.terminal.Say("would commit " + Plural(state.changes.size(), "file") +
+                      "; this was a dry run");
+    return ExitCode::Done;
+  }
+  if (state.changes.empty()) {
+    CommitNothing(session, options, author);
+  } else {
+    WriteChanges(session, state);
+    static_cast<void>(session.Document()
+                          .Commit(options.message, {.author = author.name,
+                                                    .email = author.email,
+                                                    .progress = ShowProgress(host.terminal)})
+                          .value());
+  }
+  StopIfInterrupted();
   session.Save();
-  host.terminal.Say("committed " + ShortId(ToUtf8(stored->GetId())) + " on " +
-                    Printable(session.Branch()) + ": " + Plural(changes.size(), "file"));
+  host.terminal.Say("committed " + ShortId(IdOf(*session.Head())) + " on " +
+                    Printable(session.Branch()) + ": " + Plural(state.changes.size(), "file"));
   return ExitCode::Done;
+}
+
+}  // namespace
+
+void AddWorkCommands(Commands& commands) {
+  commands.Add<InitOptions>(
+      "init", "Create an empty store", RunInit, [](Command& command, InitOptions& options) {
+        command.Option("--store", options.store,
+                       "How to keep the history: \"folder\", in files, or \"sqlite\", in one file");
+      });
+  commands.Add<StatusOptions>("status", "Show how the folder differs from the last commit",
+                              RunStatus, [](Command& command, StatusOptions& options) {
+                                command.Json().Flag("--no-renames", options.ignoresMoves,
+                                                    "Show a moved file as removed and added");
+                              });
+  commands.Add<CommitOptions>(
+      "commit", "Commit the whole state of the folder: added, changed and removed files", RunCommit,
+      [](Command& command, CommitOptions& options) {
+        command.Option("-m,--message", options.message, "The description")
+            .Required("--message")
+            .Flag("--allow-empty", options.allowEmpty, "Commit even if nothing changed")
+            .Flag("--dry-run", options.isDryRun, "Show what would be committed")
+            .Option("--author", options.author, "The author's name, instead of TAL_AUTHOR")
+            .Option("--email", options.email, "The author's e-mail, instead of TAL_EMAIL");
+      });
 }
 
 }  // namespace Tal

@@ -151,27 +151,53 @@ class Switch(TalTest):
         self.assertEqual(self.contents(), before)
 
     def test_permissions_of_a_file_stay(self):
-        os.chmod(self.folder / "a.txt", 0o750)
+        os.chmod(self.folder / "a.txt", 0o640)
         self.tal("switch", "topic")
+        self.assertEqual(stat.S_IMODE(os.stat(self.folder / "a.txt").st_mode), 0o640)
+
+    def test_the_executable_bit_follows_the_branch(self):
+        os.chmod(self.folder / "a.txt", 0o740)
+        self.assertEqual(self.tal("status").split("\n")[1], "changed\ta.txt (file -> executable)")
+        self.tal("switch", "topic", code=DIFFERS)
+        self.tal("commit", "-m", "A program")
+        self.tal("switch", "topic")
+        self.assertEqual(stat.S_IMODE(os.stat(self.folder / "a.txt").st_mode), 0o640)
+        self.tal("switch", "master")
         self.assertEqual(stat.S_IMODE(os.stat(self.folder / "a.txt").st_mode), 0o750)
 
     def test_a_write_that_fails_puts_everything_back(self):
-        self.tal("switch", "-c", "long")
+        self.tal("switch", "-c", "large")
         self.write("b.txt", "other")
-        name = "/".join(["x" * 250] * 3)
         self.write("early", "e")
-        self.write(name, "deep")
-        self.tal("commit", "-m", "A long path")
+        self.write("large", b"x" * 100000)
+        self.tal("commit", "-m", "A large file")
         self.tal("switch", "master")
-        # In a folder so deep that the long path doesn't fit any more, its file can't be written.
+        before = self.contents()
+        result = self.run_limited("switch", "large")
+        self.assertEqual(result.returncode, DIFFERS, result.stderr)
+        self.assertIn(b"large", result.stderr)
+        self.assertEqual(self.contents(), before)
+        self.assertEqual(self.tal("status").split()[1], "master")
+        self.tal("switch", "large")
+        self.assertEqual(self.read("early"), b"e")
+
+    def test_paths_longer_than_the_system_opens_at_once(self):
         deep = self.scratch / "/".join(["d" * 250] * 14)
         os.makedirs(deep.parent)
         (self.folder).rename(deep)
-        result = self.run_tal("switch", "long", folder=deep)
-        self.assertEqual(result.returncode, DIFFERS, result.stderr)
-        self.assertEqual((deep / "b.txt").read_bytes(), b"same")
-        self.assertFalse((deep / "early").exists())
-        self.assertEqual(self.tal("status", folder=deep).split()[1], "master")
+        name = "/".join(["x" * 250] * 3)
+        os.chdir(deep)
+        self.addCleanup(os.chdir, "/")
+        for folder in name.split("/")[:-1]:
+            os.mkdir(folder)
+            os.chdir(folder)
+        with open(name.split("/")[-1], "w", encoding="ascii") as file:
+            file.write("deep")
+        self.tal("commit", "-m", "A long path", folder=deep)
+        self.tal("switch", "topic", folder=deep)
+        self.assertEqual(self.tal("ls", "-r", "master", folder=deep), f"a.txt\nb.txt\n{name}\n")
+        self.tal("switch", "master", folder=deep)
+        self.assertEqual(self.read_json("status", folder=deep)["changes"], [])
 
 
 if __name__ == "__main__":

@@ -122,7 +122,12 @@ class Conflicts(MergeTest):
         self.assertIn("4 conflicts", self.talk)
 
     def test_ours(self):
-        self.assert_nothing_changes("merge", "topic", "--ours", code=0)
+        before = self.contents()
+        self.tal("merge", "topic", "--ours")
+        self.assertEqual(self.contents(), before)
+        self.assertEqual(self.read_json("show")["merges"], [self.head("topic")])
+        # The decision is remembered: a second merge has nothing to ask.
+        self.assertEqual(self.conflicts(code=0), [])
 
     def test_theirs(self):
         self.tal("merge", "topic", "--theirs")

@@ -85,25 +85,46 @@ class NoFiles(TalTest):
         self.tal("init")
         self.write("file", "1")
 
-    def test_links_and_special_files_are_told_and_passed_over(self):
-        (self.folder / "link").symlink_to("file")
-        (self.folder / "broken").symlink_to("nowhere")
+    def test_links_are_kept_and_not_followed(self):
         outside = self.scratch / "outside"
         outside.mkdir()
         (outside / "secret").write_text("s")
-        (self.folder / "linked-folder").symlink_to(outside)
+        targets = {"link": "file", "broken": "nowhere", "linked-folder": str(outside),
+                   "sub/up": "../../outside/secret", "new\nline \\": "a\nb"}
+        (self.folder / "sub").mkdir()
+        for name, target in targets.items():
+            (self.folder / name).symlink_to(target)
+        self.tal("commit", "-m", "Links")
+        kinds = {f["path"]: f.get("kind") for f in self.read_json("ls")}
+        self.assertEqual(kinds, {"file": None, **{name: "link" for name in targets}})
+        self.assertEqual(self.tal("cat", "sub/up"), "../../outside/secret")
+        for name in targets:
+            os.remove(self.folder / name)
+        self.tal("switch", "--restore", "master")
+        for name, target in targets.items():
+            self.assertEqual(os.readlink(self.folder / name), target)
+        self.assertEqual(self.read_json("status")["changes"], [])
+
+    def test_the_name_that_the_history_needs_is_reserved(self):
+        self.write(".talkinds", "x file\n")
+        self.tal("commit", "-m", "The file")
+        self.assertIn("skipped .talkinds (the name is reserved for the history)", self.talk)
+        self.assertEqual(self.tal("ls"), "file\n")
+        self.write("deep/.talkinds", "x")
+        self.tal("commit", "-m", "Below")
+        self.assertEqual(self.tal("ls"), "deep/.talkinds\nfile\n")
+
+    def test_special_files_are_named_and_passed_over(self):
         os.mkfifo(self.folder / "pipe")
         server = socket.socket(socket.AF_UNIX)
         self.addCleanup(server.close)
         server.bind(str(self.folder / "socket"))
         self.tal("commit", "-m", "The file")
-        for name in ("link", "broken", "linked-folder", "pipe", "socket"):
+        for name in ("pipe", "socket"):
             self.assertIn("skipped " + name + " ", self.talk)
         self.assertEqual(self.tal("ls"), "file\n")
         skipped = {s["path"]: s["reason"] for s in self.read_json("status")["skipped"]}
-        self.assertEqual(skipped["link"], "symbolic link")
-        self.assertEqual(skipped["pipe"], "pipe")
-        self.assertEqual(len(skipped), 5)
+        self.assertEqual(skipped, {"pipe": "pipe", "socket": "socket"})
 
     def test_the_store_of_another_history_is_passed_over(self):
         (self.folder / "inner").mkdir()

@@ -47,6 +47,12 @@ class TalTest(unittest.TestCase):
         return subprocess.run([PROGRAM, *arguments], cwd=folder or self.folder, input=answers,
                               env=self.environment, capture_output=True, check=False)
 
+    def run_limited(self, *arguments, blocks=8, folder=None):
+        """Runs the program, which can't write a file of more than that many blocks of 512 bytes."""
+        script = f"trap '' XFSZ; ulimit -f {blocks}; exec \"$0\" \"$@\""
+        return subprocess.run(["sh", "-c", script, PROGRAM, *arguments], cwd=folder or self.folder,
+                              env=self.environment, capture_output=True, check=False)
+
     def tal(self, *arguments, code=DONE, folder=None, answers=b""):
         """Runs the program, expects the exit code and returns the output."""
         result = self.run_tal(*arguments, folder=folder, answers=answers)
@@ -82,10 +88,10 @@ class TalTest(unittest.TestCase):
         return contents_of(self.folder)
 
     def store(self):
-        """Returns the bytes of all files of the store, by path."""
+        """Returns the bytes of all files of the store, by path, but the files that readers may write."""
         top = self.folder / ".vcs"
-        return {str(path.relative_to(top)): path.read_bytes()
-                for path in top.rglob("*") if path.is_file()}
+        return {str(path.relative_to(top)): path.read_bytes() for path in top.rglob("*")
+                if path.is_file() and path.name not in ("lock", "readers", "tal-lock", "tal-index")}
 
 
 def contents_of(folder):

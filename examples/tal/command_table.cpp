@@ -1,0 +1,15 @@
+#include "command_table.h"
+
+#include <array>
+
+namespace Tal {
+
+std::span<const AddCommands> GetCommandTable() {
+  static constexpr std::array kTable = {
+      AddWorkCommands,   AddLogCommands,   AddDiffCommands,    AddFileCommands,
+      AddBranchCommands, AddMergeCommands, AddRewriteCommands, AddCheckCommands,
+  };
+  return kTable;
+}
+
+}  // namespace Tal

@@ -1,0 +1,14 @@
+#pragma once
+
+namespace Tal {
+
+/// From now on an interrupt (Ctrl-C), a hang-up and a request to end don't end the process: they
+/// set a mark. Commands look at it where they can stop, and put back what they changed.
+void CatchInterrupts();
+
+bool IsInterrupted() noexcept;
+
+/// Throws `Failure` with `Interrupted` after an interrupt.
+void StopIfInterrupted();
+
+}  // namespace Tal
