@@ -10,7 +10,8 @@ file(GLOB talvcs_site_files CONFIGURE_DEPENDS
   "${PROJECT_SOURCE_DIR}/*.md" "${PROJECT_SOURCE_DIR}/docs/*.md" "${PROJECT_SOURCE_DIR}/docs/site/*.dox")
 
 # The headers as they are listed for installation.
-foreach(target IN ITEMS talvcs talvcs_kit talvcs_sqlite talvcs_zip talvcs_encryption)
+foreach(target IN ITEMS talvcs talvcs_kit talvcs_sqlite talvcs_zip talvcs_encryption
+    talvcs_postgres)
   if(TARGET ${target})
     get_target_property(headers ${target} HEADER_SET)
     get_target_property(folder ${target} SOURCE_DIR)

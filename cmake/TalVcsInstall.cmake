@@ -87,6 +87,7 @@ macro(talvcs_install_store name)
 endmacro()
 talvcs_install_store(sqlite STATIC_PACKAGES SQLite3 STATIC_MODULES sqlite3)
 talvcs_install_store(zip STATIC_PACKAGES LibZip ZLIB STATIC_MODULES libzip zlib)
+talvcs_install_store(postgres STATIC_PACKAGES PostgreSQL STATIC_MODULES libpq)
 talvcs_install_store(encryption STATIC_PACKAGES Sodium STATIC_MODULES libsodium)
 
 configure_package_config_file(cmake/TalVcsConfig.cmake.in TalVcsConfig.cmake

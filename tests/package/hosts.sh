@@ -19,6 +19,14 @@ expect_saved() {
   echo "$1 saved what it should"
 }
 
+# expect_unreachable PROGRAM: runs the host of a store on a server that isn't there.
+expect_unreachable() {
+  echo Unavailable >expected.txt
+  "$1" >printed.txt
+  diff -u expected.txt printed.txt
+  echo "$1 printed what it should"
+}
+
 # build FOLDER: builds what was configured there, and prints what the compilers said if it fails.
 build() {
   "$CMAKE_COMMAND" --build "$1" --parallel "$(nproc)" >build.txt || { cat build.txt; exit 1; }
@@ -39,12 +47,13 @@ expect_no_places() {
 # expect_found PREFIX: find_package finds what is installed there, and a host of the kit works.
 expect_found() {
   "$CMAKE_COMMAND" -S "$here/installed" -B found -DKIT="$KIT" -DSQLITE="$SQLITE" -DZIP="$ZIP" \
-    -DENCRYPTION="$ENCRYPTION" \
+    -DENCRYPTION="$ENCRYPTION" -DPOSTGRES="$POSTGRES" \
     -DCMAKE_PREFIX_PATH="$1" >configure.txt
   build found
   expect_files found/in_memory
   [ "$KIT" -eq 0 ] || found/kit_host from_cmake
   [ "$SQLITE" -eq 0 ] || expect_saved found/sqlite_host from_cmake.tal
+  [ "$POSTGRES" -eq 0 ] || expect_unreachable found/postgres_host
   [ "$ENCRYPTION" -eq 0 ] || expect_saved found/encryption_host
   [ "$ZIP" -eq 0 ] || expect_saved found/zip_host from_cmake.zip
 }
@@ -76,6 +85,10 @@ expect_modules() {
   if [ "$ENCRYPTION" -eq 1 ]; then
     build_by_pkg_config talvcs-encryption "$here/installed/encryption_host.cpp" ./encryption_host "$@"
     expect_saved ./encryption_host
+  fi
+  if [ "$POSTGRES" -eq 1 ]; then
+    build_by_pkg_config talvcs-postgres "$here/installed/postgres_host.cpp" ./postgres_host "$@"
+    expect_unreachable ./postgres_host
   fi
   if [ "$ZIP" -eq 1 ]; then
     build_by_pkg_config talvcs-zip "$here/installed/zip_host.cpp" ./zip_host "$@"

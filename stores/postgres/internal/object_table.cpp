@@ -1,0 +1,344 @@
+#include <kit/store/head_table.h>
+#include <stores/postgres/internal/object_table.h>
+
+#include <algorithm>
+#include <numeric>
+#include <unordered_map>
+#include <utility>
+
+namespace TalVcs::Kit::Postgres {
+namespace {
+
+// What goes into one round trip.
+constexpr std::size_t kKeysAtOnce = 8192;
+constexpr std::size_t kBytesAtOnce = std::size_t{8} << 20;
+
+// A longer encoded form is kept in pieces, so that no row of the server is larger.
+constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
+constexpr std::int64_t kPiecesAtOnce = 16;
+
+// Larger objects stay as they are: encoding needs all of their bytes a second time.
+constexpr std::uint64_t kMostEncodedBytes = std::uint64_t{64} << 20;
+
+/// Returns the keys of those ids that are an object's, in order and each once.
+std::vector<ObjectKey> KeysOf(std::span<const Id> ids) {
+  std::vector<ObjectKey> keys;
+  keys.reserve(ids.size());
+  for (const Id& id : ids) {
+    if (const std::optional<ObjectKey> key = KeyOf(id)) keys.push_back(*key);
+  }
+  std::sort(keys.begin(), keys.end());
+  keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+  return keys;
+}
+
+/// Calls `act` with some of the keys after the others, until it fails.
+template <class Act>
+Status ForEachPart(std::span<const ObjectKey> keys, Act act) {
+  Status status;
+  while (status && !keys.empty()) {
+    const std::size_t count = std::min(keys.size(), kKeysAtOnce);
+    status = act(keys.first(count));
+    keys = keys.subspan(count);
+  }
+  return status;
+}
+
+}  // namespace
+
+void ObjectTable::Rely(const Rows& counters, std::span<const ObjectKey> written) {
+  m_lease.Begin(CountersIn(counters));
+  m_lease.AddWritten(written);
+}
+
+Status ObjectTable::FindMissing(std::span<const ObjectKey> keys, KeySet& missing) {
+  return m_session.Repeat<Status>(Task::Read, [&]() -> Status {
+    // The counters come first, so that a removal in between is noticed.
+    Result<std::vector<Rows>> rows = m_session.Run(
+        Task::Read,
+        {{Sql::ReadState, m_session.Number()}, {Sql::FindMissing, m_session.Number().Add(keys)}});
+    if (!rows) return std::move(rows).error();
+    Rely((*rows)[0], {});
+    const Rows& found = (*rows)[1];
+    for (int row = 0; row < found.Count(); ++row) {
+      if (const std::optional<ObjectKey> key = KeyOf(found.Bytes(row, 0))) missing.insert(*key);
+    }
+    return {};
+  });
+}
+
+Result<std::vector<Id>> ObjectTable::Missing(std::span<const Id> ids) {
+  KeySet missing;
+  const std::vector<ObjectKey> keys = KeysOf(ids);
+  const Status status = ForEachPart(
+      keys, [&](std::span<const ObjectKey> part) { return FindMissing(part, missing); });
+  if (!status) return status.error();
+  for (const ObjectKey& key : keys) {
+    if (!missing.contains(key)) m_lease.AddSkipped(key);
+  }
+  std::vector<Id> result;
+  for (const Id& id : ids) {
+    const std::optional<ObjectKey> key = KeyOf(id);
+    if (!key || missing.contains(*key)) result.push_back(id);
+  }
+  return result;
+}
+
+Error ObjectTable::Damage(const ObjectKey& key) const {
+  Error error = m_session.Damage();
+  error.subject = ToUtf8(IdOf(key).View());
+  return error;
+}
+
+Result<Buffer> ObjectTable::Decode(const ObjectKey& key, std::int64_t size_bytes,
+                                   std::span<const std::byte> encoded) {
+  Result<Buffer> packed = m_decoder.Decode(encoded);
+  if (!packed && packed.error().code == ErrorCode::Unsupported) return packed;
+  // This store writes no differences.
+  if (!packed || packed->GetSize() != static_cast<std::uint64_t>(size_bytes)) return Damage(key);
+  return packed;
+}
+
+Status ObjectTable::Read(std::span<const Id> ids, const ReadSink& sink) {
+  for (const Id& id : ids) {
+    if (!IsObjectId(id)) sink(id, NoSuchObject(id));
+  }
+  return ForEachPart(KeysOf(ids), [&](std::span<const ObjectKey> part) {
+    KeySet wanted(part.begin(), part.end());
+    // What was passed before a connection is lost isn't wanted any more.
+    Status status = m_session.Repeat<Status>(Task::Read, [&] { return ReadOnce(wanted, sink); });
+    if (!status) return status;
+    for (const ObjectKey& key : part) {
+      if (wanted.contains(key)) sink(IdOf(key), NoSuchObject(IdOf(key)));
+    }
+    return status;
+  });
+}
+
+Status ObjectTable::ReadOnce(KeySet& wanted, const ReadSink& sink) {
+  const std::vector<ObjectKey> keys(wanted.begin(), wanted.end());
+  std::vector<Large> large;
+  const Call call{Sql::ReadObjects, m_session.Number().Add(std::span(keys))};
+  Status status = m_session.Stream(Task::Read, call, [&](const Rows& row) {
+    const std::optional<ObjectKey> key = KeyOf(row.Bytes(0, 0));
+    if (!key || !wanted.contains(*key)) return;
+    if (row.Number(0, 2) > 0) {
+      large.push_back({*key, row.Number(0, 1), row.Number(0, 2)});
+      return;
+    }
+    wanted.erase(*key);
+    sink(IdOf(*key), Decode(*key, row.Number(0, 1), row.Bytes(0, 3)));
+  });
+  for (const Large& object : large) {
+    if (!status) return status;
+    Result<Buffer> packed = ReadLarge(object);
+    if (!packed && packed.error().code != ErrorCode::Damaged) return std::move(packed).error();
+    wanted.erase(object.key);
+    sink(IdOf(object.key), std::move(packed));
+  }
+  return status;
+}
+
+Result<Buffer> ObjectTable::ReadLarge(const Large& object) {
+  std::vector<std::byte> encoded;
+  std::int64_t next = 0;
+  while (next < object.pieces) {
+    Result<std::vector<Rows>> rows = m_session.Run(
+        Task::Read, {{Sql::ReadPieces,
+                      m_session.Number().Add(object.key).Add(next).Add(next + kPiecesAtOnce)}});
+    if (!rows) return std::move(rows).error();
+    const Rows& pieces = rows->front();
+    for (int row = 0; row < pieces.Count(); ++row, ++next) {
+      if (pieces.Number(row, 0) != next) return Damage(object.key);
+      const std::span<const std::byte> bytes = pieces.Bytes(row, 1);
+      encoded.insert(encoded.end(), bytes.begin(), bytes.end());
+    }
+    if (pieces.Count() == 0) return Damage(object.key);
+  }
+  return Decode(object.key, object.sizeBytes, encoded);
+}
+
+Result<std::vector<std::optional<std::uint64_t>>> ObjectTable::Sizes(std::span<const Id> ids) {
+  std::unordered_map<ObjectKey, std::uint64_t, ObjectKeyHash> found;
+  const Status status = ForEachPart(KeysOf(ids), [&](std::span<const ObjectKey> part) {
+    return m_session.Repeat<Status>(Task::Read, [&]() -> Status {
+      Result<std::vector<Rows>> result =
+          m_session.Run(Task::Read, {{Sql::ReadSizes, m_session.Number().Add(part)}});
+      if (!result) return std::move(result).error();
+      const Rows& rows = result->front();
+      for (int row = 0; row < rows.Count(); ++row) {
+        const std::optional<ObjectKey> key = KeyOf(rows.Bytes(row, 0));
+        if (!key || rows.Number(row, 1) < 0) return m_session.Damage();
+        found[*key] = static_cast<std::uint64_t>(rows.Number(row, 1));
+      }
+      return {};
+    });
+  });
+  if (!status) return status.error();
+  std::vector<std::optional<std::uint64_t>> sizes;
+  sizes.reserve(ids.size());
+  for (const Id& id : ids) {
+    const std::optional<ObjectKey> key = KeyOf(id);
+    const auto size = key ? found.find(*key) : found.end();
+    sizes.push_back(size == found.end() ? std::nullopt : std::optional(size->second));
+  }
+  return sizes;
+}
+
+std::vector<std::byte> ObjectTable::Encode(const StoredObject& object) {
+  if (!m_compress || object.packed.GetSize() > kMostEncodedBytes) {
+    return ObjectEncoder::Plain(object.packed);
+  }
+  return m_encoder.Encode(object.packed);
+}
+
+/// Transactions end in the order of the objects: an object must never be there without what it
+/// names, which comes before it.
+Status ObjectTable::Write(std::span<const StoredObject> objects) {
+  for (const StoredObject& object : objects) {
+    if (!IsObjectId(object.id)) return NotAnObjectId(object.id);
+  }
+  Batch batch;
+  for (const StoredObject& object : objects) {
+    const ObjectKey key = *KeyOf(object.id);
+    std::vector<std::byte> encoded = Encode(object);
+    const bool is_large = encoded.size() > kPieceBytes;
+    const bool is_full =
+        batch.keys.size() >= kKeysAtOnce || batch.sizeBytes + encoded.size() > kBytesAtOnce;
+    if (is_large || is_full) {
+      if (Status status = WriteBatch(batch); !status) return status;
+    }
+    const auto size_bytes = static_cast<std::int64_t>(object.packed.GetSize());
+    if (is_large) {
+      if (Status status = WriteLarge(key, size_bytes, encoded); !status) return status;
+      continue;
+    }
+    batch.sizeBytes += encoded.size();
+    batch.keys.push_back(key);
+    batch.sizes.push_back(size_bytes);
+    batch.data.push_back(std::move(encoded));
+  }
+  return WriteBatch(batch);
+}
+
+/// Writes and empties the batch. The rows are in the order of their ids, so that two writers don't
+/// wait for each other in a circle.
+Status ObjectTable::WriteBatch(Batch& batch) {
+  if (batch.keys.empty()) return {};
+  std::vector<std::size_t> order(batch.keys.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::stable_sort(order.begin(), order.end(),
+                   [&](std::size_t a, std::size_t b) { return batch.keys[a] < batch.keys[b]; });
+  Batch sorted;
+  for (const std::size_t index : order) {
+    if (!sorted.keys.empty() && sorted.keys.back() == batch.keys[index]) continue;
+    sorted.keys.push_back(batch.keys[index]);
+    sorted.sizes.push_back(batch.sizes[index]);
+    sorted.data.push_back(std::move(batch.data[index]));
+  }
+  batch = Batch();
+  const std::span<const ObjectKey> keys(sorted.keys);
+  const Parameters values = m_session.Number()
+                                .Add(keys)
+                                .Add(std::span(std::as_const(sorted.sizes)))
+                                .Add(std::span(std::as_const(sorted.data)));
+  sorted.data.clear();
+  return m_session.Repeat<Status>(Task::Save, [&]() -> Status {
+    // Saving comes before inserting: otherwise an object could be removed in between.
+    Result<std::vector<Rows>> rows = m_session.Run(
+        Task::Save, {{Sql::Begin},
+                     {Sql::LockShared, m_session.Number()},
+                     {Sql::SaveCondemned, m_session.Number().Add(keys).Add(m_lease.Epoch())},
+                     {Sql::InsertObjects, Parameters(values).Add(m_lease.Epoch())},
+                     {Sql::Commit}});
+    if (!rows) return std::move(rows).error();
+    Rely((*rows)[1], keys);
+    return {};
+  });
+}
+
+Status ObjectTable::WriteLarge(const ObjectKey& key, std::int64_t size_bytes,
+                               std::span<const std::byte> encoded) {
+  const auto pieces = static_cast<std::int64_t>((encoded.size() + kPieceBytes - 1) / kPieceBytes);
+  const std::span<const ObjectKey> keys(&key, 1);
+  return m_session.Repeat<Status>(Task::Save, [&]() -> Status {
+    Result<std::vector<Rows>> rows = m_session.Run(
+        Task::Save,
+        {{Sql::Begin},
+         {Sql::LockShared, m_session.Number()},
+         {Sql::SaveCondemned, m_session.Number().Add(keys).Add(m_lease.Epoch())},
+         {Sql::InsertLarge,
+          m_session.Number().Add(key).Add(size_bytes).Add(pieces).Add(m_lease.Epoch())}});
+    if (!rows) return std::move(rows).error();
+    // No row comes back for an object that is there, which may be encoded otherwise.
+    const bool is_new = (*rows)[3].Count() == 1;
+    Status status = is_new ? WritePieces(key, encoded) : Status();
+    if (!status) return status;
+    const Result<std::vector<Rows>> end = m_session.Run(Task::Save, {{Sql::Commit}});
+    if (!end) return end.error();
+    Rely((*rows)[1], keys);
+    return {};
+  });
+}
+
+Status ObjectTable::WritePieces(const ObjectKey& key, std::span<const std::byte> encoded) {
+  for (std::int64_t piece = 0; !encoded.empty();) {
+    std::vector<std::int64_t> numbers;
+    std::vector<std::vector<std::byte>> data;
+    for (std::size_t size = 0; !encoded.empty() && size < kBytesAtOnce; ++piece) {
+      const std::size_t count = std::min(encoded.size(), kPieceBytes);
+      numbers.push_back(piece);
+      data.emplace_back(encoded.begin(), encoded.begin() + static_cast<std::ptrdiff_t>(count));
+      encoded = encoded.subspan(count);
+      size += count;
+    }
+    const Result<std::vector<Rows>> rows =
+        m_session.Run(Task::Save, {{Sql::InsertPieces, m_session.Number()
+                                                           .Add(key)
+                                                           .Add(std::span(std::as_const(numbers)))
+                                                           .Add(std::span(std::as_const(data)))}});
+    if (!rows) return rows.error();
+  }
+  return {};
+}
+
+Status ObjectTable::List(std::vector<ObjectKey>& keys) {
+  constexpr std::int64_t kListedAtOnce = 10000;
+  return m_session.Repeat<Status>(Task::Read, [&]() -> Status {
+    Parameters parameters = m_session.Number();
+    if (keys.empty()) {
+      parameters.Add(std::string_view());
+    } else {
+      parameters.Add(keys.back());
+    }
+    Result<std::vector<Rows>> result =
+        m_session.Run(Task::Read, {{Sql::ListObjects, parameters.Add(kListedAtOnce)}});
+    if (!result) return std::move(result).error();
+    const Rows& rows = result->front();
+    for (int row = 0; row < rows.Count(); ++row) {
+      const std::optional<ObjectKey> key = KeyOf(rows.Bytes(row, 0));
+      // Keys that don't ascend would let the listing go in a circle.
+      if (!key || (!keys.empty() && *key <= keys.back())) return m_session.Damage();
+      keys.push_back(*key);
+    }
+    return {};
+  });
+}
+
+Result<RemovedObjects> ObjectTable::Remove(std::span<const ObjectKey> keys) {
+  RemovedObjects removed;
+  const Status status = ForEachPart(keys, [&](std::span<const ObjectKey> part) -> Status {
+    Result<std::vector<Rows>> rows =
+        m_session.Run(Task::Save, {{Sql::ForgetCondemned, m_session.Number().Add(part)},
+                                   {Sql::DeletePieces, m_session.Number().Add(part)},
+                                   {Sql::DeleteObjects, m_session.Number().Add(part)}});
+    if (!rows) return std::move(rows).error();
+    removed.count += static_cast<std::uint64_t>((*rows)[2].Number(0, 0));
+    removed.sizeBytes += static_cast<std::uint64_t>((*rows)[2].Number(0, 1));
+    return {};
+  });
+  if (!status) return status.error();
+  return removed;
+}
+
+}  // namespace TalVcs::Kit::Postgres

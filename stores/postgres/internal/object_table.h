@@ -1,0 +1,79 @@
+#pragma once
+
+#include <kit/store/object_codec.h>
+#include <kit/store/object_store.h>
+#include <stores/postgres/internal/lease.h>
+#include <stores/postgres/internal/object_key.h>
+#include <stores/postgres/internal/session.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <unordered_set>
+#include <vector>
+
+namespace TalVcs::Kit::Postgres {
+
+/// The rows of the objects of a repository, which are encoded on the way in and decoded on the way
+/// out.
+class ObjectTable {
+ public:
+  ObjectTable(Session& session, Lease& lease, bool compress) noexcept
+      : m_session(session), m_lease(lease), m_compress(compress && ObjectEncoder::CanCompress()) {}
+
+  Result<std::vector<Id>> Missing(std::span<const Id> ids);
+  Status Read(std::span<const Id> ids, const ReadSink& sink);
+  Result<std::vector<std::optional<std::uint64_t>>> Sizes(std::span<const Id> ids);
+  Status Write(std::span<const StoredObject> objects);
+
+  /// Appends the keys after the last of `keys`, or the first ones; none at the end.
+  Status List(std::vector<ObjectKey>& keys);
+
+  /// Removes objects and returns what there was of them. Needs a transaction.
+  Result<RemovedObjects> Remove(std::span<const ObjectKey> keys);
+
+ private:
+  using KeySet = std::unordered_set<ObjectKey, ObjectKeyHash>;
+
+  // An object of which the bytes are in the table of pieces.
+  struct Large {
+    ObjectKey key;
+    std::int64_t sizeBytes;
+    std::int64_t pieces;
+  };
+
+  // What one transaction writes.
+  struct Batch {
+    std::vector<ObjectKey> keys;
+    std::vector<std::int64_t> sizes;
+    std::vector<std::vector<std::byte>> data;
+    std::size_t sizeBytes = 0;
+  };
+
+  Status FindMissing(std::span<const ObjectKey> keys, KeySet& missing);
+  Status ReadOnce(KeySet& wanted, const ReadSink& sink);
+  Result<Buffer> ReadLarge(const Large& object);
+  Result<Buffer> Decode(const ObjectKey& key, std::int64_t size_bytes,
+                        std::span<const std::byte> encoded);
+  Error Damage(const ObjectKey& key) const;
+  std::vector<std::byte> Encode(const StoredObject& object);
+  Status WriteBatch(Batch& batch);
+  Status WriteLarge(const ObjectKey& key, std::int64_t size_bytes,
+                    std::span<const std::byte> encoded);
+  Status WritePieces(const ObjectKey& key, std::span<const std::byte> encoded);
+  void Rely(const Rows& counters, std::span<const ObjectKey> written);
+
+  Session& m_session;
+  Lease& m_lease;
+  ObjectEncoder m_encoder;
+  ObjectDecoder m_decoder;
+  bool m_compress;
+};
+
+/// Returns the counters in a row of a repository.
+inline Counters CountersIn(const Rows& rows) noexcept {
+  return rows.Count() == 1 ? Counters{rows.Number(0, 0), rows.Number(0, 1)} : Counters();
+}
+
+}  // namespace TalVcs::Kit::Postgres

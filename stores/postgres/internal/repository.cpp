@@ -1,0 +1,269 @@
+#include <kit/store/head_table.h>
+#include <stores/postgres/internal/repository.h>
+#include <talvcs/persistence/packed_object.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <map>
+#include <set>
+#include <utility>
+
+namespace TalVcs::Kit::Postgres {
+namespace {
+
+// A branch that has moved on is followed back by so many commits.
+constexpr int kCommitsFollowed = 100;
+
+/// Returns the key of a head or a setting: the digest of "name " and its name.
+ObjectKey KeyOfName(std::string_view name) {
+  constexpr std::string_view kPrefix = "name ";
+  Buffer bytes;
+  bytes.Append(kPrefix.data(), kPrefix.size());
+  bytes.Append(name.data(), name.size());
+  return *KeyOf(Id(bytes));
+}
+
+std::string TextOf(std::span<const std::byte> bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+bool IsEmpty(const Id& id) noexcept { return id.View().IsEmpty(); }
+
+/// Refuses what no store can do, wherever its heads are.
+Status CheckNames(std::span<const HeadMove> moves) {
+  HeadTable expected;
+  for (const HeadMove& move : moves) {
+    if (!IsEmpty(move.expected)) expected.emplace(move.name, move.expected);
+  }
+  Status status = CheckMoves(expected, moves);
+  const bool is_refused = !status && status.error().code != ErrorCode::Conflict;
+  return is_refused ? status : Status();
+}
+
+/// The rows of moves, by what is to be done with them. Each kind is in the order of the keys.
+struct HeadRows {
+  std::vector<ObjectKey> insertedKeys, insertedTargets, updatedKeys, updatedTargets, deletedKeys;
+  std::vector<std::string> insertedNames;
+
+  explicit HeadRows(std::span<const HeadMove> moves) {
+    std::map<ObjectKey, const HeadMove*> sorted;
+    for (const HeadMove& move : moves) {
+      if (move.expected != move.desired) sorted.emplace(KeyOfName(move.name), &move);
+    }
+    for (const auto& [key, move] : sorted) {
+      if (IsEmpty(move->desired)) {
+        deletedKeys.push_back(key);
+      } else if (IsEmpty(move->expected)) {
+        insertedKeys.push_back(key);
+        insertedNames.push_back(move->name);
+        insertedTargets.push_back(*KeyOf(move->desired));
+      } else {
+        updatedKeys.push_back(key);
+        updatedTargets.push_back(*KeyOf(move->desired));
+      }
+    }
+  }
+
+  std::vector<Call> Calls(const Session& session) const {
+    std::vector<Call> calls;
+    if (!insertedKeys.empty()) {
+      calls.push_back({Sql::InsertHeads, session.Number()
+                                             .Add(std::span(insertedKeys))
+                                             .Add(std::span(insertedNames))
+                                             .Add(std::span(insertedTargets))});
+    }
+    if (!updatedKeys.empty()) {
+      calls.push_back(
+          {Sql::UpdateHeads,
+           session.Number().Add(std::span(updatedKeys)).Add(std::span(updatedTargets))});
+    }
+    if (!deletedKeys.empty()) {
+      calls.push_back({Sql::DeleteHeads, session.Number().Add(std::span(deletedKeys))});
+    }
+    return calls;
+  }
+};
+
+}  // namespace
+
+Result<std::vector<Head>> Repository::ReadHeads() {
+  Result<std::vector<Rows>> result =
+      m_session.Run(Task::Read, {{Sql::ReadHeads, m_session.Number()}});
+  if (!result) return std::move(result).error();
+  const Rows& rows = result->front();
+  std::vector<Head> heads;
+  bool is_damaged = false;
+  for (int row = 0; row < rows.Count(); ++row) {
+    const std::optional<ObjectKey> target = KeyOf(rows.Bytes(row, 1));
+    is_damaged = is_damaged || !target;
+    heads.push_back({TextOf(rows.Bytes(row, 0)), target ? IdOf(*target) : Id()});
+  }
+  if (!is_damaged) return heads;
+  Error error = m_session.Damage();
+  error.heads = std::move(heads);
+  return error;
+}
+
+Result<std::vector<Head>> Repository::Heads() {
+  return m_session.Repeat<Result<std::vector<Head>>>(Task::Read, [this] { return ReadHeads(); });
+}
+
+Status Repository::CheckHeads(std::span<const HeadMove> moves, const Rows& rows) {
+  std::map<ObjectKey, Id> actual;
+  for (int row = 0; row < rows.Count(); ++row) {
+    const std::optional<ObjectKey> key = KeyOf(rows.Bytes(row, 0));
+    const std::optional<ObjectKey> target = KeyOf(rows.Bytes(row, 1));
+    if (!key || !target) return m_session.Damage();
+    actual.emplace(*key, IdOf(*target));
+  }
+  HeadTable heads;
+  for (const HeadMove& move : moves) {
+    const auto found = actual.find(KeyOfName(move.name));
+    if (found != actual.end()) heads.emplace(move.name, found->second);
+  }
+  return CheckMoves(heads, moves);
+}
+
+Result<bool> Repository::AreThere(Sql count, std::span<const ObjectKey> keys) {
+  constexpr std::size_t kKeysAtOnce = 8192;
+  while (!keys.empty()) {
+    const std::span<const ObjectKey> part = keys.first(std::min(keys.size(), kKeysAtOnce));
+    keys = keys.subspan(part.size());
+    std::vector<Call> calls;
+    if (count == Sql::CountThere) {
+      calls.push_back({Sql::ForgetCondemned, m_session.Number().Add(part)});
+    }
+    calls.push_back({count, m_session.Number().Add(part)});
+    Result<std::vector<Rows>> rows = m_session.Run(Task::Save, calls);
+    if (!rows) return std::move(rows).error();
+    if (rows->back().Number(0, 0) != static_cast<std::int64_t>(part.size())) return false;
+  }
+  return true;
+}
+
+/// Makes what was written live again, and checks that what was skipped is live: below a condemned
+/// object there may be others, which this save doesn't know.
+Result<bool> Repository::Renew() {
+  if (m_lease.IsIncomplete()) return false;
+  const std::set<ObjectKey> written(m_lease.Written().begin(), m_lease.Written().end());
+  std::set<ObjectKey> skipped;
+  for (const ObjectKey& key : m_lease.Skipped()) {
+    if (!written.contains(key)) skipped.insert(key);
+  }
+  Result<bool> there =
+      AreThere(Sql::CountThere, std::vector<ObjectKey>(written.begin(), written.end()));
+  if (!there || !*there) return there;
+  return AreThere(Sql::CountLive, std::vector<ObjectKey>(skipped.begin(), skipped.end()));
+}
+
+Status Repository::CheckLease(const Counters& now) {
+  if (!m_lease.IsHeld() || (m_lease.Begun().epoch == now.epoch && !m_lease.IsExpired())) return {};
+  if (!m_lease.IsExpired() && m_lease.Begun().removals == now.removals) {
+    const Result<bool> renewed = Renew();
+    if (!renewed) return renewed.error();
+    if (*renewed) return {};
+  }
+  m_lease.Expire();
+  return ObjectsWereRemoved();
+}
+
+Status Repository::MoveOnce(std::span<const HeadMove> moves, bool& is_sent) {
+  std::vector<ObjectKey> keys;
+  for (const HeadMove& move : moves) keys.push_back(KeyOfName(move.name));
+  Result<std::vector<Rows>> rows =
+      m_session.Run(Task::Save, {{Sql::Begin},
+                                 {Sql::LockShared, m_session.Number()},
+                                 {Sql::LockHeads, m_session.Number().Add(std::span(keys))}});
+  if (!rows) return std::move(rows).error();
+  Status status = CheckHeads(moves, (*rows)[2]);
+  if (status) status = CheckLease(CountersIn((*rows)[1]));
+  if (!status) return status;
+  std::vector<Call> calls = HeadRows(moves).Calls(m_session);
+  if (!calls.empty()) {
+    calls.push_back({Sql::Notify, Parameters().AddText(m_session.Channel())});
+  }
+  calls.push_back({Sql::Commit});
+  is_sent = true;
+  rows = m_session.Run(Task::Save, calls);
+  if (rows) return {};
+  // A server that answers has moved nothing.
+  if (!m_session.IsLost()) is_sent = false;
+  // Another writer has made the branch since it was looked for: look again.
+  if (m_session.State() == kUniqueViolation) m_session.AllowRepeat();
+  return std::move(rows).error();
+}
+
+Status Repository::MoveHeads(std::span<const HeadMove> moves) {
+  if (Status status = CheckNames(moves); !status) return status;
+  bool is_sent = false;
+  Status status = m_session.Repeat<Status>(Task::Save, [&] { return MoveOnce(moves, is_sent); });
+  if (!status && is_sent) {
+    // An answer was lost before. A row that the lost transaction has locked is free again.
+    const bool is_conflict = status.error().code == ErrorCode::Conflict;
+    if (is_conflict && HaveMoved(moves, status.error().heads)) {
+      status = {};
+    } else {
+      Error error = std::move(status).error();
+      error.code = ErrorCode::Unknown;
+      error.message = "the answer of the server was lost: the branches may have moved";
+      error.unchanged.clear();
+      return error;
+    }
+  }
+  if (status) m_lease.End();
+  return status;
+}
+
+bool Repository::IsDescendant(const Id& id, const Id& ancestor) {
+  Id current = id;
+  for (int count = 0; count < kCommitsFollowed && IsObjectId(current); ++count) {
+    if (current == ancestor) return true;
+    Id parent;
+    const Status status = m_objects.Read({&current, 1}, [&](const Id&, Result<Buffer> packed) {
+      if (!packed) return;
+      const auto visit = [](void* target, const PackedReference& reference) {
+        if (reference.type == ObjectType::Commit) *static_cast<Id*>(target) = reference.id;
+      };
+      VisitReferences(*packed, Delegate<void(const PackedReference&)>(&parent, visit));
+    });
+    if (!status) return false;
+    current = parent;
+  }
+  return false;
+}
+
+/// Returns whether each branch is where it was to go, or at a descendant.
+bool Repository::HaveMoved(std::span<const HeadMove> moves, std::span<const Head> actual) {
+  for (std::size_t index = 0; index < moves.size(); ++index) {
+    if (index >= actual.size()) return false;
+    const Id& desired = moves[index].desired;
+    if (actual[index].id == desired) continue;
+    if (IsEmpty(desired) || !IsDescendant(actual[index].id, desired)) return false;
+  }
+  return true;
+}
+
+Result<std::optional<std::string>> Repository::Value(std::string_view name) {
+  using Found = Result<std::optional<std::string>>;
+  return m_session.Repeat<Found>(Task::Read, [&]() -> Found {
+    Result<std::vector<Rows>> rows =
+        m_session.Run(Task::Read, {{Sql::ReadValue, m_session.Number().Add(KeyOfName(name))}});
+    if (!rows) return std::move(rows).error();
+    if (rows->front().Count() == 0) return std::optional<std::string>();
+    return std::optional(TextOf(rows->front().Bytes(0, 0)));
+  });
+}
+
+Status Repository::SetValue(std::string_view name, std::optional<std::string_view> value) {
+  Call call{Sql::DeleteValue, m_session.Number().Add(KeyOfName(name))};
+  if (value) {
+    call.statement = Sql::SetValue;
+    call.parameters.Add(*value);
+  }
+  return m_session.Repeat<Status>(Task::Save, [&]() -> Status {
+    const Result<std::vector<Rows>> rows = m_session.Run(Task::Save, {&call, 1});
+    return rows ? Status() : Status(rows.error());
+  });
+}
+
+}  // namespace TalVcs::Kit::Postgres

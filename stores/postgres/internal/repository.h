@@ -1,0 +1,57 @@
+#pragma once
+
+#include <kit/store/object_store.h>
+#include <stores/postgres/internal/lease.h>
+#include <stores/postgres/internal/object_table.h>
+#include <stores/postgres/internal/session.h>
+
+#include <chrono>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace TalVcs::Kit::Postgres {
+
+/// What an open `PostgresStore` is.
+class Repository {
+ public:
+  Repository(const std::string& connection, std::string_view name, PostgresOptions options)
+      : m_session(connection, std::string(name), options),
+        m_objects(m_session, m_lease, options.compress) {}
+  Repository(const Repository&) = delete;
+  Repository& operator=(const Repository&) = delete;
+
+  Status Open() { return m_session.Open(); }
+  ObjectTable& Objects() noexcept { return m_objects; }
+
+  Result<std::vector<Head>> Heads();
+  Status MoveHeads(std::span<const HeadMove> moves);
+  Status List(const IdSink& sink);
+  Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark);
+  Result<std::optional<std::string>> Value(std::string_view name);
+  Status SetValue(std::string_view name, std::optional<std::string_view> value);
+  Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
+                                         std::chrono::milliseconds timeout);
+
+ private:
+  // Inside an attempt.
+  Result<std::vector<Head>> ReadHeads();
+  Status MoveOnce(std::span<const HeadMove> moves, bool& is_sent);
+  Status CheckHeads(std::span<const HeadMove> moves, const Rows& rows);
+  Status CheckLease(const Counters& now);
+  Result<bool> Renew();
+  Result<bool> AreThere(Sql count, std::span<const ObjectKey> keys);
+  Result<RemovedObjects> RemoveOnce(const MarkObjects& mark);
+  Result<std::vector<ObjectKey>> ListKeys();
+
+  bool HaveMoved(std::span<const HeadMove> moves, std::span<const Head> actual);
+  bool IsDescendant(const Id& id, const Id& ancestor);
+
+  Session m_session;
+  Lease m_lease;
+  ObjectTable m_objects;
+};
+
+}  // namespace TalVcs::Kit::Postgres

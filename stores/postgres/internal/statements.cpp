@@ -1,0 +1,149 @@
+#include <stores/postgres/internal/statements.h>
+
+// $1 is the number of the repository wherever there is one. A join with the ids of an array looks
+// into one partition for each id.
+
+namespace TalVcs::Kit::Postgres {
+
+const char* TextOf(Sql statement) noexcept {
+  switch (statement) {
+    case Sql::Begin:
+      return "BEGIN ISOLATION LEVEL READ COMMITTED";
+    case Sql::Commit:
+      return "COMMIT";
+    case Sql::Rollback:
+    case Sql::Count:
+      return "ROLLBACK";
+    case Sql::SetLockTimeout:
+      return "SELECT set_config('lock_timeout', $1, false)";
+
+    case Sql::ReadVersion:
+      return "SELECT version FROM talvcs.meta";
+    case Sql::FindSchema:
+      return "SELECT 1 FROM pg_catalog.pg_namespace WHERE nspname = 'talvcs'";
+    case Sql::FindRepository:
+      return "SELECT number FROM talvcs.repositories WHERE name = $1";
+    case Sql::InsertRepository:
+      return "INSERT INTO talvcs.repositories (name) VALUES ($1) ON CONFLICT DO NOTHING";
+    case Sql::ReadState:
+      return "SELECT epoch, removals FROM talvcs.repositories WHERE number = $1";
+    case Sql::LockShared:
+      return "SELECT epoch, removals FROM talvcs.repositories WHERE number = $1 FOR SHARE";
+    case Sql::LockExclusive:
+      return "SELECT epoch, removals FROM talvcs.repositories WHERE number = $1 FOR UPDATE";
+    case Sql::BeginPass:
+      return "UPDATE talvcs.repositories SET pass = pass + 1 WHERE number = $1 RETURNING pass";
+    case Sql::RaiseEpoch:
+      return "UPDATE talvcs.repositories SET epoch = epoch + 1 WHERE number = $1";
+    case Sql::RaiseRemovals:
+      return "UPDATE talvcs.repositories SET epoch = epoch + 1, removals = removals + 1 "
+             "WHERE number = $1";
+
+    case Sql::FindMissing:
+      return "SELECT w.id FROM unnest($2) AS w (id) WHERE NOT EXISTS (SELECT FROM talvcs.objects o "
+             "WHERE o.repository = $1 AND o.id = w.id) OR EXISTS (SELECT FROM talvcs.condemned c "
+             "WHERE c.repository = $1 AND c.id = w.id)";
+    case Sql::ReadObjects:
+      return "SELECT o.id, o.size, o.pieces, o.data FROM unnest($2) AS w (id) "
+             "JOIN talvcs.objects o ON o.repository = $1 AND o.id = w.id";
+    case Sql::ReadPieces:
+      return "SELECT piece, data FROM talvcs.pieces WHERE repository = $1 AND id = $2 "
+             "AND piece >= $3 AND piece < $4 ORDER BY piece";
+    case Sql::ReadSizes:
+      return "SELECT o.id, o.size FROM unnest($2) AS w (id) "
+             "JOIN talvcs.objects o ON o.repository = $1 AND o.id = w.id";
+    case Sql::ListObjects:
+      return "SELECT id FROM talvcs.objects WHERE repository = $1 AND id > $2 ORDER BY id LIMIT $3";
+    case Sql::ListNewObjects:
+      return "SELECT id FROM talvcs.objects WHERE repository = $1 AND pass >= $2";
+
+    // $3 is the epoch of the writer's lease, or -1 for a writer that has none yet.
+    case Sql::SaveCondemned:
+      return "DELETE FROM talvcs.condemned c USING unnest($2) AS w (id) WHERE c.repository = $1 "
+             "AND c.id = w.id AND ($3 < 0 OR $3 = (SELECT epoch FROM talvcs.repositories "
+             "WHERE number = $1))";
+    // $5 is the epoch of the lease. What an old lease adds is condemned from the beginning.
+    case Sql::InsertObjects:
+      return "WITH added AS (INSERT INTO talvcs.objects (repository, id, pass, size, pieces, data) "
+             "SELECT $1, n.id, (SELECT pass FROM talvcs.repositories WHERE number = $1), n.size, "
+             "0, n.data FROM unnest($2, $3, $4) AS n (id, size, data) "
+             "ON CONFLICT DO NOTHING RETURNING id) "
+             "INSERT INTO talvcs.condemned (repository, id, since) "
+             "SELECT $1, a.id, clock_timestamp() FROM added a WHERE $5 >= 0 AND $5 <> (SELECT "
+             "epoch "
+             "FROM talvcs.repositories WHERE number = $1) ON CONFLICT DO NOTHING";
+    case Sql::InsertLarge:
+      return "WITH added AS (INSERT INTO talvcs.objects (repository, id, pass, size, pieces) "
+             "SELECT $1, $2, pass, $3, $4 FROM talvcs.repositories WHERE number = $1 "
+             "ON CONFLICT DO NOTHING RETURNING id), "
+             "doomed AS (INSERT INTO talvcs.condemned (repository, id, since) "
+             "SELECT $1, a.id, clock_timestamp() FROM added a WHERE $5 >= 0 AND $5 <> (SELECT "
+             "epoch "
+             "FROM talvcs.repositories WHERE number = $1) ON CONFLICT DO NOTHING) "
+             "SELECT id FROM added";
+    case Sql::InsertPieces:
+      return "INSERT INTO talvcs.pieces (repository, id, piece, data) "
+             "SELECT $1, $2, n.piece, n.data FROM unnest($3, $4) AS n (piece, data)";
+
+    case Sql::CountLive:
+      return "SELECT count(*) FROM unnest($2) AS w (id) JOIN talvcs.objects o "
+             "ON o.repository = $1 AND o.id = w.id WHERE NOT EXISTS (SELECT FROM talvcs.condemned "
+             "c "
+             "WHERE c.repository = $1 AND c.id = w.id)";
+    case Sql::CountThere:
+      return "SELECT count(*) FROM unnest($2) AS w (id) JOIN talvcs.objects o "
+             "ON o.repository = $1 AND o.id = w.id";
+
+    case Sql::Condemn:
+      return "INSERT INTO talvcs.condemned (repository, id, since) "
+             "SELECT $1, w.id, clock_timestamp() FROM unnest($2) AS w (id) ON CONFLICT DO NOTHING";
+    // $2 is the grace in milliseconds.
+    case Sql::FindDue:
+      return "SELECT id FROM talvcs.condemned WHERE repository = $1 "
+             "AND since <= clock_timestamp() - $2 * interval '1 millisecond' ORDER BY id LIMIT $3";
+    case Sql::TakeDue:
+      return "DELETE FROM talvcs.condemned c USING unnest($3) AS w (id) WHERE c.repository = $1 "
+             "AND c.id = w.id AND c.since <= clock_timestamp() - $2 * interval '1 millisecond' "
+             "RETURNING c.id";
+    case Sql::ForgetCondemned:
+      return "DELETE FROM talvcs.condemned c USING unnest($2) AS w (id) "
+             "WHERE c.repository = $1 AND c.id = w.id";
+    case Sql::DeletePieces:
+      return "DELETE FROM talvcs.pieces p USING unnest($2) AS w (id) "
+             "WHERE p.repository = $1 AND p.id = w.id";
+    case Sql::DeleteObjects:
+      return "WITH gone AS (DELETE FROM talvcs.objects o USING unnest($2) AS w (id) "
+             "WHERE o.repository = $1 AND o.id = w.id RETURNING o.size) "
+             "SELECT count(*), coalesce(sum(size), 0)::int8 FROM gone";
+
+    case Sql::ReadHeads:
+      return "SELECT name, target FROM talvcs.heads WHERE repository = $1 ORDER BY name";
+    case Sql::LockHeads:
+      return "SELECT key, target FROM talvcs.heads WHERE repository = $1 AND key = ANY ($2) "
+             "ORDER BY key FOR UPDATE";
+    case Sql::InsertHeads:
+      return "INSERT INTO talvcs.heads (repository, key, name, target) "
+             "SELECT $1, n.key, n.name, n.target FROM unnest($2, $3, $4) AS n (key, name, target)";
+    case Sql::UpdateHeads:
+      return "UPDATE talvcs.heads h SET target = n.target FROM unnest($2, $3) AS n (key, target) "
+             "WHERE h.repository = $1 AND h.key = n.key";
+    case Sql::DeleteHeads:
+      return "DELETE FROM talvcs.heads WHERE repository = $1 AND key = ANY ($2)";
+
+    case Sql::ReadValue:
+      return "SELECT value FROM talvcs.settings WHERE repository = $1 AND key = $2";
+    case Sql::SetValue:
+      return "INSERT INTO talvcs.settings (repository, key, value) VALUES ($1, $2, $3) "
+             "ON CONFLICT (repository, key) DO UPDATE SET value = excluded.value";
+    case Sql::DeleteValue:
+      return "DELETE FROM talvcs.settings WHERE repository = $1 AND key = $2";
+
+    case Sql::Notify:
+      return "SELECT pg_notify('talvcs_heads', $1)";
+    case Sql::Listen:
+      return "LISTEN talvcs_heads";
+  }
+  return "";
+}
+
+}  // namespace TalVcs::Kit::Postgres

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstddef>
+
+namespace TalVcs::Kit::Postgres {
+
+/// The statements of the store. Values of a host come in as parameters only.
+enum class Sql : unsigned char {
+  Begin,
+  Commit,
+  Rollback,
+  SetLockTimeout,
+  ReadVersion,
+  FindSchema,
+  FindRepository,
+  InsertRepository,
+  ReadState,
+  LockShared,
+  LockExclusive,
+  BeginPass,
+  RaiseEpoch,
+  RaiseRemovals,
+  FindMissing,
+  ReadObjects,
+  ReadPieces,
+  ReadSizes,
+  ListObjects,
+  ListNewObjects,
+  SaveCondemned,
+  InsertObjects,
+  InsertLarge,
+  InsertPieces,
+  CountLive,
+  CountThere,
+  Condemn,
+  FindDue,
+  TakeDue,
+  ForgetCondemned,
+  DeletePieces,
+  DeleteObjects,
+  ReadHeads,
+  LockHeads,
+  InsertHeads,
+  UpdateHeads,
+  DeleteHeads,
+  ReadValue,
+  SetValue,
+  DeleteValue,
+  Notify,
+  Listen,
+  Count,
+};
+
+inline constexpr std::size_t kStatements = static_cast<std::size_t>(Sql::Count);
+
+/// Returns the text of a statement.
+const char* TextOf(Sql statement) noexcept;
+
+}  // namespace TalVcs::Kit::Postgres

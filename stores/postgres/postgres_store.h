@@ -1,0 +1,102 @@
+#pragma once
+
+#include <kit/store/head_watcher.h>
+#include <kit/store/object_store.h>
+#include <stores/postgres/export.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace TalVcs::Kit {
+namespace Postgres {
+class Repository;
+}  // namespace Postgres
+
+/// How a `PostgresStore` works.
+struct PostgresOptions {
+  /// Whether the tables and the repository are made if they are missing. Otherwise opening fails
+  /// with `NotFound`.
+  bool create = true;
+  /// How long an operation waits for others, or repeats what they have made the server undo, before
+  /// it fails with `Busy`.
+  std::chrono::milliseconds busyTimeout{5000};
+  /// How long an operation tries to reach the server, at the beginning and after a connection was
+  /// lost, before it fails with `Unavailable`.
+  std::chrono::milliseconds connectTimeout{10000};
+  /// Whether objects are stored compressed where that is shorter. Such objects are read in any
+  /// case.
+  bool compress = true;
+};
+
+/// A repository on a PostgreSQL server, which programs on many machines use at once.
+///
+/// *Place.* The tables are in the schema "talvcs" of one database and have many repositories, each
+/// under a name. Connections are made as libpq does: the text is a list of keywords or a URI, and
+/// passwords, certificates and several hosts work as its documents say.
+///
+/// *Round trips.* `Missing`, `Sizes` and `Write` need one for each 8,192 ids or 8 MiB, `Read` as
+/// many, and one more for each 16 MiB of a large object. `MoveHeads` needs two.
+///
+/// *Others.* Each operation is a transaction, or several if it is large. Nothing is held between
+/// two calls. A save waits for no other save, except one that moves the same branch. What the
+/// server undoes because of others is repeated after a pause of random length.
+///
+/// *Lost connections.* An operation connects again and repeats what it did. If the answer to a
+/// `MoveHeads` is lost, it looks at the branches: if they are where they were to go, or the branch
+/// is at a descendant of that commit, it succeeds. Otherwise, and if the server can't be reached,
+/// it fails with `Unknown`.
+///
+/// *Errors.* `Conflict`: a branch has moved. `Busy` with a cause: others keep the repository
+/// locked. `Busy` without a cause: objects that the save relies on were removed, so the save must
+/// begin again, as `Kit::Save` does. `Unavailable`: the server can't be reached. `Denied`: the user
+/// may not do that, or the password is wrong. `Full`: the server has no space left. `Damaged`: the
+/// rows or the tables aren't what this class writes. `NotFound` from `Open`: there is no such
+/// database or repository. `Unsupported`: a newer version of this class has made the tables.
+///
+/// *Trust.* Bytes that don't fit their id are passed on, as the contract allows; whoever doesn't
+/// trust the server puts a `ChecksumStore` over it. `Kit::Open` checks what it reads.
+///
+/// *Memory.* From the first `Missing` or `Write` to the next `MoveHeads` a store object remembers
+/// the ids that it looked for or wrote, with 32 bytes each.
+///
+/// A moved-from store fails with `Unavailable`. Threads: a store object belongs to one thread at a
+/// time, and not to the child after a fork.
+class TALVCS_POSTGRES_API PostgresStore final : public IObjectStore, public IHeadWatcher {
+ public:
+  /// Connects by `connection`, and opens the repository of that name, which is UTF-8 with 1 to 200
+  /// bytes; others fail with `BadName`. Two programs may make the same repository at once. Cost: a
+  /// connection and one round trip.
+  static Result<PostgresStore> Open(const std::string& connection, std::string_view repository,
+                                    PostgresOptions options = {});
+
+  PostgresStore(PostgresStore&& other) noexcept;
+  PostgresStore& operator=(PostgresStore&& other) noexcept;
+  ~PostgresStore() override;
+
+  Result<std::vector<Id>> Missing(std::span<const Id> ids) override;
+  Status Read(std::span<const Id> ids, const ReadSink& sink) override;
+  Status ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) override;
+  Result<std::vector<std::optional<std::uint64_t>>> Sizes(std::span<const Id> ids) override;
+  Status Write(std::span<const StoredObject> objects) override;
+  Result<std::vector<Head>> Heads() override;
+  Status MoveHeads(std::span<const HeadMove> moves) override;
+  Status List(const IdSink& sink) override;
+  Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark) override;
+  Result<std::optional<std::string>> Value(std::string_view name) override;
+  Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
+  /// Waits by LISTEN on a second connection, which lasts as long as the store.
+  Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
+                                         std::chrono::milliseconds timeout) override;
+
+ private:
+  explicit PostgresStore(std::unique_ptr<Postgres::Repository> repository) noexcept;
+
+  std::unique_ptr<Postgres::Repository> m_repository;
+};
+
+}  // namespace TalVcs::Kit
