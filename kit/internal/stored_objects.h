@@ -31,6 +31,8 @@ class StoredObjects {
   Result<Buffer> Read(const ObjectKey& key);
   /// Calls `visit` once for each object, in no order.
   Status Visit(const std::function<void(const ObjectKey& key)>& visit);
+  /// Frees what can be read again.
+  void Trim() noexcept { m_encoded.Clear(); }
 
   // For the one writer, which holds the lock and has refreshed the state.
 

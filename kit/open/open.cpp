@@ -3,6 +3,7 @@
 #include <kit/open/internal/opened_access.h>
 #include <kit/open/internal/store_reader.h>
 #include <kit/open/open.h>
+#include <kit/store/trimmable_store.h>
 
 #include <algorithm>
 #include <utility>
@@ -101,6 +102,7 @@ const std::vector<Head>& OpenedRepository::GetSavedHeads() const noexcept { retu
 const HistoryReport& OpenedRepository::GetReport() const noexcept { return m_state->report; }
 void OpenedRepository::Trim() {
   if (OnDemandStorage* storage = m_state->Storage()) storage->Trim();
+  if (m_state->store) TrimStore(*m_state->store);
 }
 
 Result<OpenedRepository> OpenedAccess::Make(std::shared_ptr<IObjectStore> store,

@@ -65,8 +65,9 @@ class TALVCS_KIT_API OpenedRepository {
   /// Returns what was found when it was opened, of all branches of the store.
   const HistoryReport& GetReport() const noexcept;
 
-  /// Lets go of all objects that the store has and that nothing else holds. Raw pointers into
-  /// objects that were read are invalid afterwards; handles stay good.
+  /// Lets go of all objects that the store has and that nothing else holds, and of what the store
+  /// itself caches. Raw pointers into objects that were read are invalid afterwards; handles stay
+  /// good.
   void Trim();
 
  private:

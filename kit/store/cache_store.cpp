@@ -207,6 +207,11 @@ Status CacheStore::Replace(std::span<const StoredObject> objects) {
   return Slow(ReplaceObjects(*m_slow, objects));
 }
 
+void CacheStore::Trim() noexcept {
+  TrimStore(*m_fast);
+  TrimStore(*m_slow);
+}
+
 Result<std::vector<Head>> CacheStore::WaitForHeads(std::span<const Head> seen,
                                                    std::chrono::milliseconds timeout) {
   return Slow(WatchHeads(*m_slow, seen, timeout));

@@ -4,6 +4,7 @@
 #include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
 #include <kit/store/repairable_store.h>
+#include <kit/store/trimmable_store.h>
 
 #include <chrono>
 #include <cstdint>
@@ -48,7 +49,8 @@ struct CacheOptions {
 /// Threads: as the two stores.
 class TALVCS_KIT_API CacheStore final : public IObjectStore,
                                         public IRepairableStore,
-                                        public IHeadWatcher {
+                                        public IHeadWatcher,
+                                        public ITrimmableStore {
  public:
   /// Keeps the stores alive; neither may be null, and they must be two stores.
   CacheStore(std::shared_ptr<IObjectStore> fast, std::shared_ptr<IObjectStore> slow,
@@ -79,6 +81,7 @@ class TALVCS_KIT_API CacheStore final : public IObjectStore,
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
   /// Replaces objects of the slow store; the fast one checks what it has by itself.
   Status Replace(std::span<const StoredObject> objects) override;
+  void Trim() noexcept override;
   /// Waits for heads of the slow store. Fails with `Unsupported` if it can't wait.
   Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
                                          std::chrono::milliseconds timeout) override;

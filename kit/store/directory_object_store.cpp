@@ -357,4 +357,6 @@ Status DirectoryObjectStore::Replace(std::span<const StoredObject> objects) {
   return !status || changes.IsEmpty() ? status : m_impl->state.Record(changes);
 }
 
+void DirectoryObjectStore::Trim() noexcept { m_impl->objects.Trim(); }
+
 }  // namespace TalVcs::Kit

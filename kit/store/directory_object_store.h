@@ -3,6 +3,7 @@
 #include <kit/export.h>
 #include <kit/store/object_store.h>
 #include <kit/store/repairable_store.h>
+#include <kit/store/trimmable_store.h>
 
 #include <chrono>
 #include <cstdint>
@@ -73,7 +74,9 @@ struct DirectoryObjectStoreOptions {
 /// says why in its `LastError`.
 ///
 /// Threads: a store object belongs to one thread at a time.
-class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore, public IRepairableStore {
+class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore,
+                                                  public IRepairableStore,
+                                                  public ITrimmableStore {
  public:
   /// Opens the store below `folder`. Fails with `NotFound` if there is none, and as reading fails.
   static Result<DirectoryObjectStore> Open(const std::filesystem::path& folder,
@@ -100,6 +103,7 @@ class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore, public IR
   Result<std::optional<std::string>> Value(std::string_view name) override;
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
   Status Replace(std::span<const StoredObject> objects) override;
+  void Trim() noexcept override;
 
  private:
   friend struct StoreAccess;

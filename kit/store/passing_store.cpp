@@ -152,6 +152,8 @@ Status PassingStore::Replace(std::span<const StoredObject> objects) {
                       [&](StoreCall& /*call*/) { return ReplaceObjects(*m_store, objects); });
 }
 
+void PassingStore::Trim() noexcept { TrimStore(*m_store); }
+
 Result<std::vector<Head>> PassingStore::WaitForHeads(std::span<const Head> seen,
                                                      std::chrono::milliseconds timeout) {
   return Pass<Result<std::vector<Head>>>(

@@ -4,6 +4,7 @@
 #include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
 #include <kit/store/repairable_store.h>
+#include <kit/store/trimmable_store.h>
 
 #include <chrono>
 #include <cstdint>
@@ -67,7 +68,8 @@ struct StoreCall {
 /// objects. A passing store isn't copied. Threads: as the store below.
 class TALVCS_KIT_API PassingStore : public IObjectStore,
                                     public IRepairableStore,
-                                    public IHeadWatcher {
+                                    public IHeadWatcher,
+                                    public ITrimmableStore {
  public:
   /// Passes calls on to `store`, which must not be null, and keeps it alive.
   explicit PassingStore(std::shared_ptr<IObjectStore> store) noexcept;
@@ -90,6 +92,7 @@ class TALVCS_KIT_API PassingStore : public IObjectStore,
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
   /// Fails with `Unsupported` if the store below isn't repairable.
   Status Replace(std::span<const StoredObject> objects) override;
+  void Trim() noexcept override;
   /// Fails with `Unsupported` if the store below can't wait.
   Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
                                          std::chrono::milliseconds timeout) override;

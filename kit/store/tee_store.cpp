@@ -193,4 +193,9 @@ Status TeeStore::Replace(std::span<const StoredObject> objects) {
   return ReplaceObjects(*m_first, objects);
 }
 
+void TeeStore::Trim() noexcept {
+  TrimStore(*m_first);
+  TrimStore(*m_second);
+}
+
 }  // namespace TalVcs::Kit

@@ -3,6 +3,7 @@
 #include <kit/export.h>
 #include <kit/store/object_store.h>
 #include <kit/store/repairable_store.h>
+#include <kit/store/trimmable_store.h>
 
 #include <cstdint>
 #include <memory>
@@ -43,7 +44,9 @@ namespace TalVcs::Kit {
 /// alone, and copy it into a new first store.
 ///
 /// Other programs may use the same stores by tees of their own. Threads: as the two stores.
-class TALVCS_KIT_API TeeStore final : public IObjectStore, public IRepairableStore {
+class TALVCS_KIT_API TeeStore final : public IObjectStore,
+                                      public IRepairableStore,
+                                      public ITrimmableStore {
  public:
   /// Keeps the stores alive; neither may be null, and they must be two stores.
   TeeStore(std::shared_ptr<IObjectStore> first, std::shared_ptr<IObjectStore> second) noexcept;
@@ -75,6 +78,7 @@ class TALVCS_KIT_API TeeStore final : public IObjectStore, public IRepairableSto
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
   /// Replaces objects of the first store alone.
   Status Replace(std::span<const StoredObject> objects) override;
+  void Trim() noexcept override;
 
  private:
   TALVCS_KIT_NO_EXPORT bool SecondTakesPart() const noexcept { return m_secondStatus.ok(); }

@@ -192,6 +192,8 @@ Status EncryptedStore::Replace(std::span<const StoredObject> objects) {
   return sealed ? ReplaceObjects(*m_store, *sealed) : Status(sealed.error());
 }
 
+void EncryptedStore::Trim() noexcept { TrimStore(*m_store); }
+
 /// Returns the heads in clear, sorted by their names.
 Result<std::vector<Head>> EncryptedStore::OpenHeads(std::span<const Head> sealed) {
   std::vector<Head> heads;

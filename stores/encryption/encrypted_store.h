@@ -2,6 +2,7 @@
 
 #include <kit/store/object_store.h>
 #include <kit/store/repairable_store.h>
+#include <kit/store/trimmable_store.h>
 #include <stores/encryption/export.h>
 
 #include <cstdint>
@@ -55,7 +56,9 @@ struct PasswordCost {
 /// not.
 ///
 /// A moved-from store may only be assigned to or destroyed. Threads: as the store below.
-class TALVCS_ENCRYPTION_API EncryptedStore final : public IObjectStore, public IRepairableStore {
+class TALVCS_ENCRYPTION_API EncryptedStore final : public IObjectStore,
+                                                   public IRepairableStore,
+                                                   public ITrimmableStore {
  public:
   /// The most that opening a store may cost.
   static constexpr PasswordCost kMostCost{std::uint64_t{1} << 30, 16};
@@ -104,6 +107,7 @@ class TALVCS_ENCRYPTION_API EncryptedStore final : public IObjectStore, public I
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
   /// Fails with `Unsupported` if the store below isn't repairable.
   Status Replace(std::span<const StoredObject> objects) override;
+  void Trim() noexcept override;
 
  private:
   TALVCS_ENCRYPTION_NO_EXPORT Result<std::vector<StoredObject>> SealObjects(

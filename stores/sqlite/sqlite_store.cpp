@@ -111,4 +111,8 @@ Status SqliteStore::Replace(std::span<const StoredObject> objects) {
   return m_document ? m_document->Replace(objects) : Closed();
 }
 
+void SqliteStore::Trim() noexcept {
+  if (m_document) m_document->Trim();
+}
+
 }  // namespace TalVcs::Kit

@@ -2,6 +2,7 @@
 
 #include <kit/store/object_store.h>
 #include <kit/store/repairable_store.h>
+#include <kit/store/trimmable_store.h>
 #include <kit/text/progress.h>
 #include <stores/sqlite/export.h>
 
@@ -115,7 +116,9 @@ struct SqliteOptions {
 ///
 /// A moved-from or closed store fails with `Unavailable`. Threads: a store object belongs to one
 /// thread at a time, and not to the child after a fork.
-class TALVCS_SQLITE_API SqliteStore final : public IObjectStore, public IRepairableStore {
+class TALVCS_SQLITE_API SqliteStore final : public IObjectStore,
+                                            public IRepairableStore,
+                                            public ITrimmableStore {
  public:
   /// Opens the file at `path`. Cost: independent of the file's size.
   ///
@@ -175,6 +178,7 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore, public IRepaira
   Result<std::optional<std::string>> Value(std::string_view name) override;
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
   Status Replace(std::span<const StoredObject> objects) override;
+  void Trim() noexcept override;
 
  private:
   explicit SqliteStore(std::unique_ptr<Sqlite::Document> document) noexcept;

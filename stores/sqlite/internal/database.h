@@ -49,6 +49,8 @@ class Database {
   /// Opens the file of the same name if another one has replaced the one that is open, as a
   /// compaction does. Fails with `NotFound` if there is none.
   Status FollowFile();
+  /// Frees pages of the file that are in memory.
+  void ReleaseMemory() noexcept { sqlite3_db_release_memory(m_connection); }
   void SetBusyTimeout(std::chrono::milliseconds timeout) noexcept;
 
   /// The name of the file for messages.

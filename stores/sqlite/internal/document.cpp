@@ -272,6 +272,11 @@ Status Document::Replace(std::span<const StoredObject> objects) {
   return status ? transaction.Commit() : status;
 }
 
+void Document::Trim() noexcept {
+  m_objects.Trim();
+  m_database->ReleaseMemory();
+}
+
 Result<std::optional<std::string>> Document::Value(std::string_view name) {
   ReadTransaction transaction(*m_database);
   if (Status status = transaction.Begin(); !status) return std::move(status).error();

@@ -41,6 +41,7 @@ class Document {
   Result<std::optional<std::string>> Value(std::string_view name);
   Status SetValue(std::string_view name, std::optional<std::string_view> value);
   Status Replace(std::span<const StoredObject> objects);
+  void Trim() noexcept;
   Status CompactInto(const std::filesystem::path& target, const Progress& progress);
   /// Puts the pending objects into the file by a transaction of their own.
   Status WritePending();

@@ -51,6 +51,9 @@ class ObjectTable {
   /// difference from a removed object is encoded anew. Needs a write transaction.
   Result<RemovedObjects> RemoveAllBut(std::span<const ObjectKey> kept);
 
+  /// Frees what can be read again.
+  void Trim() noexcept { m_encoded.Clear(); }
+
  private:
   struct Removal {
     RemovedObjects removed;

@@ -223,6 +223,29 @@ TEST_F(TwoStores, ReplacesObjectsWhereTheStoreBelowCan) {
   EXPECT_EQ(passing.GetCalls().front().sizeBytes, 5U);
 }
 
+/// A store over one in memory that counts how often it is trimmed.
+class TrimCounter final : public PassingStore {
+ public:
+  TrimCounter() : PassingStore(std::make_shared<MemoryObjectStore>()) {}
+  void Trim() noexcept override { ++m_count; }
+  int GetCount() const { return m_count; }
+
+ private:
+  int m_count = 0;
+};
+
+TEST_F(TwoStores, TrimOfARepositoryReachesEveryStoreBelow) {
+  const auto first = std::make_shared<TrimCounter>();
+  const auto second = std::make_shared<TrimCounter>();
+  const auto cached = std::make_shared<TrimCounter>();
+  const auto tee = std::make_shared<TeeStore>(first, second);
+  const auto cache = std::make_shared<CacheStore>(cached, std::make_shared<RecordingStore>(tee));
+  Open(cache).value().Trim();
+  EXPECT_EQ(first->GetCount(), 1);
+  EXPECT_EQ(second->GetCount(), 1);
+  EXPECT_EQ(cached->GetCount(), 1);
+}
+
 TEST_F(TwoStores, ReplaceIsUnsupportedWhereTheStoreBelowCanNot) {
   const auto unrepairable = std::make_shared<UnrepairableStore>();
   TeeStore tee(unrepairable, m_second);
