@@ -15,6 +15,8 @@
 #include <kit/merge/json_merge.h>
 #include <kit/merge/text_merge.h>
 #include <kit/save_repository.h>
+#include <kit/sharing/remote.h>
+#include <kit/sharing/sharing_options.h>
 #include <kit/store/blobs_as_object_store.h>
 #include <kit/store/cache_store.h>
 #include <kit/store/checksum_store.h>

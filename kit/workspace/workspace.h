@@ -2,6 +2,8 @@
 
 #include <kit/diff/tree_changes.h>
 #include <kit/export.h>
+#include <kit/sharing/sharing_options.h>
+#include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
 #include <kit/text/bytes.h>
 #include <kit/text/result.h>
@@ -23,6 +25,7 @@
 
 namespace TalVcs::Kit {
 
+class Remote;
 struct WorkspaceState;
 
 /// A document with its history, for one host: files that are edited, versions that are saved.
@@ -188,12 +191,33 @@ class TALVCS_KIT_API Workspace {
   Result<MergePreview> PreviewReload() const;
   Status Reload(const Decisions& decisions = {});
 
+  /// Brings what is new in the remote's branch of the current branch's name under the current
+  /// branch: moves it there, or replays the versions that the remote lacks on top, each with its
+  /// message, author and time. One whose changes are there already is left out. The branch moves
+  /// once, at the end. Needs no pending edits. Does nothing else if the remote has no such branch.
+  ///
+  /// Conflicts without a decision don't fail: the report has them, and the branch stays. A second
+  /// call whose `decide` has the decisions goes on.
+  Result<SyncReport> Pull(Remote& remote, const SyncOptions& options = {});
+  /// Does what `Remote::Push` does with the current branch. Pending edits stay as they are.
+  Result<PushReport> Push(Remote& remote, const PushOptions& options = {});
+  /// Pulls and pushes until the remote's branch is where the current one is.
+  ///
+  /// If somebody else moves the remote's branch first, it pulls again after a short time by chance,
+  /// and from the fifth time on takes turns with others who lost. The current branch may be on top
+  /// of a former head of the remote after a failure; nothing is lost or twice there, and the next
+  /// call goes on.
+  Result<SyncReport> Sync(Remote& remote, const SyncOptions& options = {});
+  /// Waits until somebody else moves a branch of the workspace's own store, as `IsBehind` sees it.
+  /// Returns false after the timeout. `Remote::Watch` waits for a remote.
+  Result<bool> Watch(const HeadWaitOptions& options = {}) const;
+
   /// A branch or tag that has moved. Ids are empty where there was none and where it was removed.
   struct Move {
     std::string name;       ///< The name of the branch in the store.
     Id before;              ///< Where it was.
     Id after;               ///< Where it is.
-    bool isBySomebodyElse;  ///< True if `Reload` found it.
+    bool isBySomebodyElse;  ///< True if `Reload` found it, and for what a remote has.
   };
   /// Sets the function that is called after each move of a branch, on the caller's thread and after
   /// the operation has succeeded. It must not call the workspace. Empty: none.

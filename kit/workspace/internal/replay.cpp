@@ -21,19 +21,22 @@ Result<cow_ptr<Tree>> Replay::FilesWith(const cow_ptr<Commit>& version,
   const MergePlan plan(m_state.GetRepository(),
                        {RootOf(version->GetParent()), RootOf(top), RootOf(version)},
                        m_state.options.mergers);
+  if (plan.GetConflicts().empty()) return plan.Decide({});
+  MergePreview preview;
+  preview.action = MergeAction::CherryPick;
+  preview.version = m_state.VersionOf(version);
+  preview.head = top->GetId();
+  preview.changes = FilesChanged(RootOf(top), plan.WithoutConflicts());
+  preview.conflicts = plan.GetConflicts();
   Decisions decisions;
-  if (!plan.GetConflicts().empty() && m_decide) {
-    MergePreview preview;
-    preview.action = MergeAction::CherryPick;
-    preview.version = m_state.VersionOf(version);
-    preview.head = top->GetId();
-    preview.changes = FilesChanged(RootOf(top), plan.WithoutConflicts());
-    preview.conflicts = plan.GetConflicts();
+  if (m_decide) {
     Result<Decisions> decided = m_decide(preview);
     if (!decided) return std::move(decided).error();
     decisions = *std::move(decided);
   }
-  return plan.Decide(decisions);
+  Result<cow_ptr<Tree>> files = plan.Decide(decisions);
+  if (!files && files.error().code == ErrorCode::Undecided) m_undecided = std::move(preview);
+  return files;
 }
 
 Result<cow_ptr<Commit>> Replay::PutOnTop(const cow_ptr<Commit>& version,

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <kit/workspace/internal/workspace_state.h>
+#include <kit/workspace/merge_preview.h>
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -20,6 +22,8 @@ class Replay {
 
   /// Moves the current branch. Returns the number of versions that were made.
   Result<std::uint64_t> Run(const cow_ptr<Commit>& onto, const Progress& progress);
+  /// Returns the version at which a run failed with `Undecided`, with its conflicts.
+  const std::optional<MergePreview>& GetUndecided() const noexcept { return m_undecided; }
 
  private:
   std::vector<cow_ptr<Commit>> VersionsSince(const cow_ptr<Commit>& fork) const;
@@ -31,6 +35,7 @@ class Replay {
   WorkspaceState& m_state;
   const Decide& m_decide;
   std::unordered_map<Id, Id> m_replaced;
+  std::optional<MergePreview> m_undecided;
   std::uint64_t m_count = 0;
 };
 

@@ -1,3 +1,4 @@
+#include <kit/open/internal/opened_access.h>
 #include <kit/open/save.h>
 #include <kit/text.h>
 #include <kit/workspace/internal/checked_text.h>
@@ -225,6 +226,24 @@ Status WorkspaceState::MoveBranches(const std::vector<BranchMove>& moves,
     const Id before = rollback.GetBranches()[i].GetId();
     const Id after = moves[i].to ? moves[i].to->GetId() : Id();
     if (!(before == after)) observer({moves[i].name, before, after, false});
+  }
+  return {};
+}
+
+Status WorkspaceState::TakeOver(const std::vector<HeadMove>& moves) {
+  std::vector<Head>& saved = OpenedAccess::StateOf(opened).heads;
+  for (const HeadMove& move : moves) {
+    cow_ptr<Commit> head;
+    if (!IsEmpty(move.desired)) {
+      Result<cow_ptr<Commit>> found = FindCommit(move.desired);
+      if (!found) return std::move(found).error();
+      head = *std::move(found);
+    }
+    FormerBranch(GetStorage(), ToWide(move.name)).Set(head);
+    std::erase_if(saved, [&move](const Head& branch) { return branch.name == move.name; });
+    const auto place = std::ranges::lower_bound(saved, move.name, {}, &Head::name);
+    if (head) saved.insert(place, {move.name, move.desired});
+    if (observer) observer({move.name, move.expected, move.desired, true});
   }
   return {};
 }

@@ -80,6 +80,8 @@ struct WorkspaceState {
   /// observer last. On failure, everything is as it was.
   Status MoveBranches(const std::vector<BranchMove>& moves, const cow_ptr<Tree>& files,
                       const Progress& progress);
+  /// Takes over moves of other branches that were made in the store, and calls the observer.
+  Status TakeOver(const std::vector<HeadMove>& moves);
   /// Puts a version on the current branch, saves it and begins a new draft.
   Result<Version> PutOnBranch(const NewVersion& version, const Progress& progress);
 

@@ -1,6 +1,7 @@
 // Random programs for two workspaces on one store, against a plain model: every version is a map of
 // files, merges are decided path by path, and undo and redo are two stacks.
 
+#include <tests/kit/workspace/plain_merge.h>
 #include <tests/kit/workspace/workspace_fixture.h>
 
 #include <algorithm>
@@ -31,43 +32,6 @@ struct ModelSession {
   std::string branch;
   FileTexts files;
 };
-
-struct ModelMerge {
-  FileTexts files;                  // with our side of each conflict
-  std::set<std::string> conflicts;  // paths
-};
-
-const std::string* TextAt(const FileTexts& files, const std::string& path) {
-  const auto found = files.find(path);
-  return found == files.end() ? nullptr : &found->second;
-}
-
-bool AreEqual(const std::string* a, const std::string* b) {
-  return a == nullptr || b == nullptr ? a == b : *a == *b;
-}
-
-ModelMerge MergeFiles(const FileTexts& base, const FileTexts& ours, const FileTexts& theirs) {
-  std::set<std::string> paths;
-  for (const FileTexts* files : {&base, &ours, &theirs}) {
-    for (const auto& [path, text] : *files) paths.insert(path);
-  }
-  ModelMerge merge;
-  for (const std::string& path : paths) {
-    const std::string* of_base = TextAt(base, path);
-    const std::string* of_ours = TextAt(ours, path);
-    const std::string* of_theirs = TextAt(theirs, path);
-    const std::string* taken = of_ours;
-    if (!AreEqual(of_ours, of_theirs) && !AreEqual(of_theirs, of_base)) {
-      if (AreEqual(of_ours, of_base)) {
-        taken = of_theirs;
-      } else {
-        merge.conflicts.insert(path);
-      }
-    }
-    if (taken != nullptr) merge.files.emplace(path, *taken);
-  }
-  return merge;
-}
 
 class WorkspaceModel : public WorkspaceTest {
  protected:

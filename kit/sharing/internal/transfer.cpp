@@ -1,0 +1,245 @@
+#include <kit/sharing/internal/transfer.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+namespace TalVcs::Kit {
+
+namespace {
+
+constexpr std::size_t kCommitsTogether = 1024;
+constexpr std::size_t kTreesTogether = 4096;
+constexpr std::size_t kFilesTogether = 2048;
+constexpr std::size_t kIdsTogether = 16384;
+
+/// Calls `visit` with each reference of a packed tree or commit.
+template <class Visit>
+void ForEachReference(const Buffer& packed, Visit visit) {
+  VisitReferences(packed, {&visit, [](void* object, const PackedReference& reference) {
+                             (*static_cast<Visit*>(object))(reference);
+                           }});
+}
+
+/// Calls `act` with the ids of the entries, not more than `most` at once.
+template <class Entries, class Act>
+Status InBatches(const Entries& entries, std::size_t most, Act act) {
+  Status status;
+  for (std::size_t first = 0; status && first < entries.size(); first += most) {
+    std::vector<Id> ids;
+    const std::size_t last = std::min(entries.size(), first + most);
+    for (std::size_t index = first; index < last; ++index) ids.push_back(entries[index].id);
+    status = act(first, ids);
+  }
+  return status;
+}
+
+}  // namespace
+
+Status Transfer::Run(std::span<const Id> heads, std::span<const Id> known) {
+  Status status = m_history.Read(heads, known);
+  if (status) status = m_reporter.Begin("contents");
+  const std::span<const CommitRecord> commits = m_history.Commits();
+  for (std::size_t first = 0; status && first < commits.size(); first += kCommitsTogether) {
+    status =
+        CopyCommits(commits.subspan(first, std::min(kCommitsTogether, commits.size() - first)));
+  }
+  return status ? m_reporter.End() : status;
+}
+
+Status Transfer::CopyCommits(std::span<const CommitRecord> commits) {
+  Result<std::vector<Entry>> level = RootsOf(commits);
+  if (!level) return level.error();
+  const std::vector<Entry> roots = *level;
+  std::vector<Entry> files;
+  while (!level->empty()) {
+    Status status = ReadTrees(*level);
+    if (status) status = ReadPrevious(*level);
+    if (!status) return status;
+    level = EntriesBelow(*level);
+    if (!level) return level.error();
+    const auto first_file =
+        std::stable_partition(level->begin(), level->end(),
+                              [](const Entry& entry) { return entry.type == ObjectType::Tree; });
+    files.insert(files.end(), std::make_move_iterator(first_file),
+                 std::make_move_iterator(level->end()));
+    level->erase(first_file, level->end());
+  }
+  Status status = CopyFiles(files);
+  for (const Entry& root : roots) {
+    if (status) status = WriteTree(root.id);
+  }
+  for (const CommitRecord& commit : commits) {
+    if (status) status = m_writer.Add({commit.id, commit.packed, commit.parent});
+  }
+  m_previous.clear();
+  return status ? m_writer.Flush() : status;
+}
+
+/// Returns the root trees that the target lacks, each with the root of the parent.
+Result<std::vector<Transfer::Entry>> Transfer::RootsOf(std::span<const CommitRecord> commits) {
+  std::vector<Id> outside;
+  IdMap asked;
+  for (const CommitRecord& commit : commits) m_roots.emplace(commit.id, commit.root);
+  for (const CommitRecord& commit : commits) {
+    if (commit.parent.View().IsEmpty() || m_roots.contains(commit.parent)) continue;
+    if (asked.Insert(*KeyOf(commit.parent), 0).second) outside.push_back(commit.parent);
+  }
+  if (!outside.empty()) {
+    // What can't be read costs a hint, and nothing else.
+    const Status status = m_near.Read(outside, [this](const Id& id, Result<Buffer> packed) {
+      if (!packed || GetPackedType(*packed) != ObjectType::Commit) return;
+      ForEachReference(*packed, [&](const PackedReference& reference) {
+        if (reference.type == ObjectType::Tree) m_roots.emplace(id, reference.id);
+      });
+    });
+    static_cast<void>(status);
+  }
+  std::vector<Entry> roots;
+  for (const CommitRecord& commit : commits) {
+    if (commit.root.View().IsEmpty()) continue;
+    if (!m_met.Insert(*KeyOf(commit.root), static_cast<std::uint32_t>(ObjectType::Tree)).second) {
+      continue;
+    }
+    const auto parent = m_roots.find(commit.parent);
+    roots.push_back(
+        {commit.root, ObjectType::Tree, {}, parent == m_roots.end() ? Id() : parent->second});
+  }
+  const Status status = KeepMissing(roots);
+  if (!status) return status.error();
+  return roots;
+}
+
+/// Takes out what the target has.
+Status Transfer::KeepMissing(std::vector<Entry>& entries) {
+  IdMap missing;
+  Status status =
+      InBatches(entries, kIdsTogether, [&](std::size_t, const std::vector<Id>& ids) -> Status {
+        const Result<std::vector<Id>> result = m_to.Missing(ids);
+        if (!result) return result.error();
+        for (const Id& id : *result) missing.Insert(*KeyOf(id), 0);
+        return m_reporter.Add(0);
+      });
+  std::erase_if(entries, [&](const Entry& entry) { return !missing.Contains(*KeyOf(entry.id)); });
+  return status;
+}
+
+Status Transfer::ReadTrees(const std::vector<Entry>& level) {
+  return InBatches(level, kTreesTogether, [&](std::size_t first, const std::vector<Id>& ids) {
+    return ReadEach(m_from, ids, [&](std::size_t index, Result<Buffer> packed) -> Status {
+      const auto problem = CheckRecord(ids[index], ObjectType::Tree, packed);
+      if (problem) return UnreadableObject(ids[index], *problem);
+      m_trees.emplace(ids[index], HeldTree{*std::move(packed), level[first + index].previous});
+      return m_reporter.Add(0);
+    });
+  });
+}
+
+/// Reads the previous versions of the trees, as far as the near store has them.
+Status Transfer::ReadPrevious(const std::vector<Entry>& level) {
+  std::vector<Entry> wanted;
+  for (const Entry& entry : level) {
+    if (entry.previous.View().IsEmpty() || m_trees.contains(entry.previous)) continue;
+    if (m_previous.emplace(entry.previous, Buffer()).second) wanted.push_back({entry.previous});
+  }
+  return InBatches(wanted, kTreesTogether, [&](std::size_t, const std::vector<Id>& ids) {
+    const Status status = m_near.Read(ids, [this](const Id& id, Result<Buffer> packed) {
+      if (packed && GetPackedType(*packed) == ObjectType::Tree) m_previous[id] = *packed;
+    });
+    static_cast<void>(status);
+    return m_reporter.Add(0);
+  });
+}
+
+/// Returns the entries of the trees that were not met before and that the target lacks.
+Result<std::vector<Transfer::Entry>> Transfer::EntriesBelow(const std::vector<Entry>& level) {
+  std::vector<Entry> below;
+  Status status;
+  for (const Entry& tree : level) {
+    const std::size_t first = below.size();
+    // The target has what a tree of a known commit names, and isn't asked for that.
+    const auto known = m_previous.find(m_trees.at(tree.id).previous);
+    if (known != m_previous.end()) {
+      ForEachReference(known->second, [this](const PackedReference& reference) {
+        m_met.Insert(*KeyOf(reference.id), static_cast<std::uint32_t>(reference.type));
+      });
+    }
+    ForEachReference(m_trees.at(tree.id).packed, [&](const PackedReference& reference) {
+      const auto type = static_cast<std::uint32_t>(reference.type);
+      const auto [met, is_new] = m_met.Insert(*KeyOf(reference.id), type);
+      if (*met != type) {
+        status = UnreadableObject(
+            reference.id, {ErrorCode::Damaged, "one tree names it as a file, another as a folder"});
+      }
+      if (is_new) below.push_back({reference.id, reference.type, reference.name});
+    });
+    if (!status) return status.error();
+    FindPrevious(tree.id, std::span(below).subspan(first));
+  }
+  status = KeepMissing(below);
+  if (!status) return status.error();
+  return below;
+}
+
+/// Notes for each entry the id under its name in the previous version of the tree.
+void Transfer::FindPrevious(const Id& tree, std::span<Entry> entries) const {
+  const Id& previous = m_trees.at(tree).previous;
+  if (entries.empty() || previous.View().IsEmpty()) return;
+  const auto held = m_trees.find(previous);
+  const auto read = m_previous.find(previous);
+  if (held == m_trees.end() && read == m_previous.end()) return;
+  std::unordered_map<TalStringT<WideChar>, Entry*> by_name;
+  for (Entry& entry : entries) by_name.emplace(entry.name, &entry);
+  ForEachReference(held == m_trees.end() ? read->second : held->second.packed,
+                   [&](const PackedReference& reference) {
+                     const auto found = by_name.find(reference.name);
+                     if (found == by_name.end() || found->second->id == reference.id) return;
+                     found->second->previous = reference.id;
+                   });
+}
+
+Status Transfer::CopyFiles(const std::vector<Entry>& files) {
+  return InBatches(files, kFilesTogether, [&](std::size_t first, const std::vector<Id>& ids) {
+    return ReadEach(m_from, ids, [&](std::size_t index, Result<Buffer> packed) -> Status {
+      const auto problem = CheckRecord(ids[index], ObjectType::Blob, packed);
+      if (problem) return UnreadableObject(ids[index], *problem);
+      return m_writer.Add({ids[index], *std::move(packed), files[first + index].previous});
+    });
+  });
+}
+
+/// Writes the trees that are held below a root, each after its subtrees, and lets go of them.
+Status Transfer::WriteTree(const Id& root) {
+  struct Frame {
+    Id id;
+    std::vector<Id> subtrees;
+  };
+  Status status;
+  std::vector<Frame> frames;
+  if (m_trees.contains(root)) frames.push_back({root, HeldSubtrees(root)});
+  while (status && !frames.empty()) {
+    Frame& frame = frames.back();
+    if (frame.subtrees.empty()) {
+      const auto tree = m_trees.extract(frame.id);
+      frames.pop_back();
+      status = m_writer.Add({tree.key(), tree.mapped().packed, tree.mapped().previous});
+      continue;
+    }
+    const Id next = std::move(frame.subtrees.back());
+    frame.subtrees.pop_back();
+    if (m_trees.contains(next)) frames.push_back({next, HeldSubtrees(next)});
+  }
+  return status;
+}
+
+std::vector<Id> Transfer::HeldSubtrees(const Id& tree) const {
+  std::vector<Id> subtrees;
+  ForEachReference(m_trees.at(tree).packed, [&](const PackedReference& reference) {
+    if (reference.type == ObjectType::Tree && m_trees.contains(reference.id)) {
+      subtrees.push_back(reference.id);
+    }
+  });
+  return subtrees;
+}
+
+}  // namespace TalVcs::Kit

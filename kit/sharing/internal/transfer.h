@@ -1,0 +1,78 @@
+#pragma once
+
+#include <kit/open/internal/id_map.h>
+#include <kit/open/internal/object_writer.h>
+#include <kit/open/internal/reporter.h>
+#include <kit/sharing/internal/new_history.h>
+#include <kit/store/object_store.h>
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+/// Copies what some commits reach and a store lacks, from another store to it.
+///
+/// The trees of up to a thousand commits are read level by level, each level by one call, then
+/// their files together. So the calls of the far store follow the depth of the trees and the length
+/// of the history over a thousand, but not the number of objects, except that no call has more than
+/// some thousands. Each object is checked, and is written after everything that it names. Memory:
+/// the new commits, and the new trees of a thousand of them.
+class Transfer {
+ public:
+  /// All arguments must outlive this object.
+  Transfer(IObjectStore& from, IObjectStore& to, FarStore far, Reporter& reporter)
+      : m_from(from),
+        m_to(to),
+        m_near(far == FarStore::Source ? to : from),
+        m_reporter(reporter),
+        m_history(from, to, far, reporter),
+        m_writer(to, reporter) {}
+
+  /// Copies. `known` are commits that the target has. Called once. No head is moved.
+  Status Run(std::span<const Id> heads, std::span<const Id> known);
+
+  std::uint64_t NewCommits() const noexcept { return m_history.Commits().size(); }
+  std::uint64_t WrittenObjects() const noexcept { return m_writer.WrittenObjects(); }
+  std::uint64_t WrittenBytes() const noexcept { return m_writer.WrittenBytes(); }
+
+ private:
+  /// An object that the target may lack.
+  struct Entry {
+    Id id;
+    ObjectType type = ObjectType::Tree;
+    TalStringT<WideChar> name = {};
+    Id previous = {};  // as in StoredObject
+  };
+  struct HeldTree {
+    Buffer packed;
+    Id previous;
+  };
+
+  Status CopyCommits(std::span<const CommitRecord> commits);
+  Result<std::vector<Entry>> RootsOf(std::span<const CommitRecord> commits);
+  Status KeepMissing(std::vector<Entry>& entries);
+  Status ReadTrees(const std::vector<Entry>& level);
+  Status ReadPrevious(const std::vector<Entry>& level);
+  Result<std::vector<Entry>> EntriesBelow(const std::vector<Entry>& level);
+  void FindPrevious(const Id& tree, std::span<Entry> entries) const;
+  Status CopyFiles(const std::vector<Entry>& files);
+  Status WriteTree(const Id& root);
+  std::vector<Id> HeldSubtrees(const Id& tree) const;
+
+  IObjectStore& m_from;
+  IObjectStore& m_to;
+  IObjectStore& m_near;
+  Reporter& m_reporter;
+  NewHistory m_history;
+  ObjectWriter m_writer;
+  IdMap m_met;                                // trees and files, with their types
+  std::unordered_map<Id, HeldTree> m_trees;   // to be written
+  std::unordered_map<Id, Buffer> m_previous;  // trees of commits that the target has
+  std::unordered_map<Id, Id> m_roots;         // by the commit
+};
+
+}  // namespace TalVcs::Kit

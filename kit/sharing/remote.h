@@ -1,0 +1,95 @@
+#pragma once
+
+#include <kit/export.h>
+#include <kit/sharing/sharing_options.h>
+#include <kit/store/head_watcher.h>
+#include <kit/store/object_store.h>
+#include <kit/text/result.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace TalVcs::Kit {
+
+class Workspace;
+
+/// A store that several local stores share a history through.
+///
+///     Remote remote(shared_store);
+///     auto workspace = Workspace::Open(local_store, {.author = "Ada"}).value();
+///     workspace.Write("page", bytes).value();
+///     workspace.Commit("Edit").value();
+///     workspace.Sync(remote).value();
+///
+/// The local store has a branch for each branch of the remote that it knows: "remote/master" for
+/// "master", with the name of the remote before the "/". Fetches and pushes move it to where the
+/// remote's branch is; nothing else should.
+///
+/// *Cost.* A far store is called once for all heads, then once for each level of the folders that
+/// changed, and once for their files. The number of calls follows the depth and not the number of
+/// objects, except that long lists are split at some thousands. A history of new commits is read in
+/// windows that double up to 1,024.
+///
+/// *Safety.* Every object that is copied is compared with its id, and written before what names it.
+/// Heads move last, from where they were to where they are wanted, or not at all. What a failed or
+/// cancelled operation wrote is unused, spares the next one its reading, and is removed by a
+/// clean-up. If a clean-up runs meanwhile, the operation looks again, a few times at the most.
+///
+/// Threads: a remote and both stores belong to one thread at a time. Any number of remotes, in any
+/// number of processes, may share a store if the store's documents say so.
+class TALVCS_KIT_API Remote {
+ public:
+  /// The remote is `store`, which must not be null. `name` is not empty, not "tags", and without
+  /// U+0000.
+  explicit Remote(std::shared_ptr<IObjectStore> store, std::string name = "remote");
+  Remote(Remote&& other) noexcept;
+  Remote& operator=(Remote&& other) noexcept;
+  ~Remote();
+
+  const std::string& GetName() const noexcept { return m_name; }  ///< The name of the remote.
+  IObjectStore& GetStore() noexcept { return *m_store; }          ///< The store of the remote.
+  /// Returns the name of the local branch that keeps the head of a branch of the remote.
+  std::string GetLocalBranch(std::string_view branch) const;
+
+  /// Returns the branch to begin with: the one that the remote's last session worked on, else
+  /// "master", else the first; "master" if there is none.
+  Result<std::string> FindMainBranch();
+
+  /// Brings heads of the remote, and of what they reach what the local store lacks, into it.
+  ///
+  /// Reads nothing that the local store has: it has everything below a commit or folder that is in
+  /// it. `local` must be another store than the remote's. Fails with `Damaged` if the remote lacks
+  /// what a head reaches or passes other bytes, with `Cancelled`, and as either store does.
+  Result<FetchReport> Fetch(IObjectStore& local, const FetchOptions& options = {});
+
+  /// Uploads what the remote lacks of a local branch, and moves the remote's branch of that name.
+  ///
+  /// Fails with `Conflict` and the actual head if the remote's branch isn't an ancestor of the
+  /// local one, or is moved meanwhile: fetch or synchronise first. Fails with `NotFound` if there
+  /// is no such local branch, with `Unknown` if the remote's branch may have moved, with
+  /// `Cancelled`, and as either store does. Does nothing if the remote is there already.
+  Result<PushReport> Push(IObjectStore& local, std::string_view branch,
+                          const PushOptions& options = {});
+
+  /// Does what `Workspace::Sync` does.
+  Result<SyncReport> Sync(Workspace& workspace, const SyncOptions& options = {});
+
+  /// Waits until heads of the remote are not those that this object has seen by its last fetch or
+  /// push. Returns false after the timeout. Fails as `WaitForHeads` does.
+  Result<bool> Watch(const HeadWaitOptions& options = {});
+
+ private:
+  TALVCS_KIT_NO_EXPORT Result<std::vector<Head>> ReadHeads();
+  TALVCS_KIT_NO_EXPORT Result<FetchReport> FetchOnce(IObjectStore& local,
+                                                     const FetchOptions& options);
+  TALVCS_KIT_NO_EXPORT Result<PushReport> PushOnce(IObjectStore& local, const std::string& branch,
+                                                   const PushOptions& options);
+
+  std::shared_ptr<IObjectStore> m_store;
+  std::string m_name;
+  std::vector<Head> m_seen;  // the heads of the remote
+};
+
+}  // namespace TalVcs::Kit

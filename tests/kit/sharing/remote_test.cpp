@@ -1,0 +1,323 @@
+// Fetches and pushes between two stores: what they copy, in how many calls, and what stops them.
+
+#include <tests/kit/sharing/sharing_fixture.h>
+
+#include <algorithm>
+
+namespace TalVcs::Testing {
+namespace {
+
+using Kit::ErrorCode;
+using Kit::Head;
+using Kit::StoreOperation;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class RemoteTest : public SharingTest {
+ protected:
+  RemoteTest() { shared = SmallStore(); }
+
+  /// Puts a commit on a branch of a store.
+  static Id Add(const std::shared_ptr<Kit::MemoryObjectStore>& store, const std::string& branch,
+                const Files& files) {
+    Kit::OpenedRepository opened = Kit::Open(store).value();
+    const Id id = AddCommit(opened.GetRepository(), branch, files)->GetId();
+    Kit::Save(opened).value();
+    return id;
+  }
+
+  /// Makes many files, each in a folder with 9 others below a folder with 9 others.
+  static Files ManyFiles(int count) {
+    Files files;
+    for (int i = 0; i < count; ++i) {
+      const std::string folder = std::to_string(i / 100) + "/" + std::to_string(i / 10);
+      files.emplace_back(folder + "/" + std::to_string(i), "file " + std::to_string(i));
+    }
+    return files;
+  }
+
+  static Id HeadOf(Kit::IObjectStore& store, const std::string& branch) {
+    for (const Head& head : store.Heads().value()) {
+      if (head.name == branch) return head.id;
+    }
+    return Id();
+  }
+};
+
+TEST_F(RemoteTest, FetchBringsAllBranchesUnderTheNameOfTheRemote) {
+  Site site = MakeSite("A");
+  const Kit::FetchReport report = site.remote.Fetch(*site.local).value();
+  EXPECT_EQ(report.heads, shared->Heads().value());
+  EXPECT_EQ(report.newCommits, 5U);
+  EXPECT_EQ(report.writtenObjects, shared->GetCount());
+  EXPECT_EQ(ObjectsOf(*site.memory), ObjectsOf(*shared));
+  std::vector<Head> expected;
+  for (const Head& head : report.heads) expected.push_back({"remote/" + head.name, head.id});
+  EXPECT_EQ(site.memory->Heads().value(), expected);
+  ExpectWhole(*site.memory);
+}
+
+TEST_F(RemoteTest, SecondFetchReadsTheHeadsAlone) {
+  Site site = MakeSite("A");
+  site.remote.Fetch(*site.local).value();
+  site.far->Restart();
+  const Kit::FetchReport report = site.remote.Fetch(*site.local).value();
+  EXPECT_THAT(site.far->GetLog(), ElementsAre("Heads"));
+  EXPECT_THAT(report.moves, IsEmpty());
+  EXPECT_EQ(report.writtenObjects, 0U);
+}
+
+TEST_F(RemoteTest, FetchOfOneBranchLeavesTheOthers) {
+  Site site = MakeSite("A");
+  site.remote.Fetch(*site.local, {.branches = {"other", "no such branch"}}).value();
+  EXPECT_THAT(HeadsOf(*site.memory), testing::StartsWith("remote/other="));
+  EXPECT_EQ(site.memory->Heads()->size(), 1U);
+  ExpectWhole(*site.memory);
+}
+
+// The folders of an edit are three levels: root, folder, file.
+TEST_F(RemoteTest, CallsFollowTheDepthAndObjectsFollowTheEdit) {
+  std::vector<std::vector<std::string>> logs;
+  for (const int count : {300, 3000}) {
+    shared = std::make_shared<Kit::MemoryObjectStore>();
+    Add(shared, "master", ManyFiles(count));
+    Site site = MakeSite("A");
+    site.remote.Fetch(*site.local).value();
+    const std::uint64_t first_calls = site.far->CountCalls();
+    // Heads, commits, three levels of folders; not more than 2,048 files by a call.
+    EXPECT_EQ(first_calls, count == 300 ? 6U : 7U);
+    Add(shared, "master", {{"2/25/257", "changed"}});
+    site.far->Restart();
+    EXPECT_EQ(site.remote.Fetch(*site.local).value().writtenObjects, 5U);
+    EXPECT_EQ(site.far->CountReadIds(), 5U);
+    logs.push_back(site.far->GetLog());
+    EXPECT_EQ(ObjectsOf(*site.memory), ObjectsOf(*shared));
+  }
+  EXPECT_EQ(logs[0], logs[1]);
+  EXPECT_THAT(logs[0], ElementsAre("Heads", "Read 1", "Read 1", "Read 1", "Read 1", "Read 1"));
+}
+
+TEST_F(RemoteTest, LongHistoryIsReadInWindowsThatDouble) {
+  shared = std::make_shared<Kit::MemoryObjectStore>();
+  Kit::OpenedRepository opened = Kit::Open(shared).value();
+  for (int i = 0; i < 300; ++i) {
+    AddCommit(opened.GetRepository(), "master", {{"a", std::to_string(i)}});
+  }
+  Kit::Save(opened).value();
+  Site site = MakeSite("A");
+  EXPECT_EQ(site.remote.Fetch(*site.local).value().newCommits, 300U);
+  // 1 + 2 + 4 + ... + 256 commits after the head.
+  EXPECT_EQ(site.far->CountCalls(StoreOperation::ReadHistory), 9U);
+  EXPECT_EQ(site.far->CountCalls(), 9U + 4U);
+  EXPECT_EQ(ObjectsOf(*site.memory), ObjectsOf(*shared));
+}
+
+TEST_F(RemoteTest, PushUploadsWhatTheRemoteLacksAndMovesItsBranch) {
+  Site site = MakeSite("A");
+  site.remote.Fetch(*site.local).value();
+  const Id master = HeadOf(*shared, "master");
+  site.memory->MoveHeads({{{"master", Id(), master}}}).value();
+  const Id head = Add(site.memory, "master", {{"a/b/c", "pushed"}});
+  site.far->Restart();
+  const Kit::PushReport report = site.remote.Push(*site.local, "master").value();
+  EXPECT_EQ(report.head, head);
+  EXPECT_EQ(report.newCommits, 1U);
+  EXPECT_EQ(report.writtenObjects, 5U);
+  EXPECT_EQ(HeadOf(*shared, "master"), head);
+  EXPECT_EQ(HeadOf(*site.memory, "remote/master"), head);
+  // The root, what is in it, in "a" and in "a/b" is asked for; one write; one move.
+  EXPECT_THAT(site.far->GetLog(), ElementsAre("Heads", "Missing 1", "Missing 1", "Missing 1",
+                                              "Missing 1", "Write 5", "MoveHeads 1"));
+  ExpectWhole(*shared);
+}
+
+TEST_F(RemoteTest, PushOfWhatIsThereOnlyReadsTheHeads) {
+  Site site = MakeSite("A");
+  site.remote.Fetch(*site.local).value();
+  site.memory->MoveHeads({{{"master", Id(), HeadOf(*shared, "master")}}}).value();
+  site.far->Restart();
+  EXPECT_EQ(site.remote.Push(*site.local, "master").value().writtenObjects, 0U);
+  EXPECT_THAT(site.far->GetLog(), ElementsAre("Heads"));
+}
+
+TEST_F(RemoteTest, PushOfANewBranchOfAnOldVersionWritesNothing) {
+  Site site = MakeSite("A");
+  for (int i = 0; i < 50; ++i) Add(shared, "master", {{"i", std::to_string(i)}});
+  site.remote.Fetch(*site.local).value();
+  site.memory->MoveHeads({{{"old", Id(), HeadOf(*shared, "topic")}}}).value();
+  EXPECT_EQ(site.remote.Push(*site.local, "old").value().newCommits, 0U);
+  EXPECT_EQ(HeadOf(*shared, "old"), HeadOf(*shared, "topic"));
+}
+
+TEST_F(RemoteTest, PushIsRefusedWithTheActualHeadIfItWouldLoseVersions) {
+  Site site = MakeSite("A");
+  site.remote.Fetch(*site.local).value();
+  site.memory->MoveHeads({{{"master", Id(), HeadOf(*shared, "topic")}}}).value();
+  for (int round = 0; round < 2; ++round) {
+    const Id actual = HeadOf(*shared, "master");
+    const auto pushed = site.remote.Push(*site.local, "master");
+    ASSERT_THAT(pushed, FailsWith(ErrorCode::Conflict));
+    EXPECT_EQ(pushed.error().heads, (std::vector<Head>{{"master", actual}}));
+    EXPECT_EQ(HeadOf(*shared, "master"), actual);
+    // The second time, the remote has a version that the local store has never seen.
+    Add(shared, "master", {{"more", "of it"}});
+  }
+  EXPECT_THAT(site.remote.Push(*site.local, "none"), FailsWith(ErrorCode::NotFound));
+}
+
+TEST_F(RemoteTest, PushIsRefusedIfTheRemoteMovesMeanwhile) {
+  Site site = MakeSite("A");
+  site.remote.Fetch(*site.local).value();
+  site.memory->MoveHeads({{{"master", Id(), HeadOf(*shared, "master")}}}).value();
+  Add(site.memory, "master", {{"ours", "1"}});
+  Id theirs;
+  site.far->Restart();
+  site.far->InterruptAt(2, [&] { theirs = Add(shared, "master", {{"theirs", "1"}}); });
+  const auto pushed = site.remote.Push(*site.local, "master");
+  ASSERT_THAT(pushed, FailsWith(ErrorCode::Conflict));
+  EXPECT_EQ(pushed.error().heads, (std::vector<Head>{{"master", theirs}}));
+  EXPECT_EQ(HeadOf(*shared, "master"), theirs);
+}
+
+TEST_F(RemoteTest, FetchAfterAFaultAtAnyCallBringsAllOfIt) {
+  int faults = 0;
+  for (const bool is_far : {true, false}) {
+    for (int call = 1;; ++call) {
+      Site site = MakeSite("A");
+      Kit::FaultInjectionStore& faulty = is_far ? *site.far : *site.local;
+      faulty.Restart();
+      faulty.FailFrom(static_cast<std::uint64_t>(call));
+      const auto fetched = site.remote.Fetch(*site.local);
+      if (!faulty.HasFailed()) break;
+      ++faults;
+      EXPECT_THAT(fetched, FailsWith(ErrorCode::Unavailable));
+      EXPECT_THAT(site.memory->Heads().value(), IsEmpty());
+      faulty.FailFrom(0);
+      site.remote.Fetch(*site.local).value();
+      EXPECT_EQ(ObjectsOf(*site.memory), ObjectsOf(*shared));
+    }
+  }
+  EXPECT_GT(faults, 12);
+}
+
+TEST_F(RemoteTest, CancelAtAnyStepOfAFetchMovesNoHead) {
+  for (int allowed = 0;; ++allowed) {
+    Site site = MakeSite("A");
+    int left = allowed;
+    const auto fetched = site.remote.Fetch(
+        *site.local, {.progress = [&left](const Kit::ProgressStep&) { return left-- > 0; }});
+    if (fetched) {
+      EXPECT_GE(allowed, 4);
+      break;
+    }
+    EXPECT_THAT(fetched, FailsWith(ErrorCode::Cancelled));
+    EXPECT_THAT(site.memory->Heads().value(), IsEmpty());
+  }
+}
+
+TEST_F(RemoteTest, WrongBytesAndHolesAreToldApartFromAnUnreachableStoreAndNothingEnters) {
+  for (const Id& id : ObjectsOf(*shared)) {
+    for (const ErrorCode code : {ErrorCode::NotFound, ErrorCode::Damaged, ErrorCode::Unavailable}) {
+      Site site = MakeSite("A");
+      site.far->FailObject(id, code);
+      const bool is_away = code == ErrorCode::Unavailable;
+      EXPECT_THAT(site.remote.Fetch(*site.local),
+                  FailsWith(is_away ? ErrorCode::Unavailable : ErrorCode::Damaged));
+      EXPECT_THAT(site.memory->Heads().value(), IsEmpty());
+    }
+    Site site = MakeSite("A");
+    site.far->ReplaceObject(id, BlobOf("other bytes").GetPackedData());
+    EXPECT_THAT(site.remote.Fetch(*site.local), FailsWith(ErrorCode::Damaged));
+    EXPECT_EQ(site.memory->Missing({&id, 1}).value().size(), 1U);
+  }
+}
+
+TEST_F(RemoteTest, HeadThatNamesNothingOrAFileStopsTheFetch) {
+  const Id file = BlobOf("1").GetId();
+  const Id nothing = BlobOf("nowhere").GetId();
+  for (const Id& id : {file, nothing}) {
+    shared->MoveHeads({{{"bad", HeadOf(*shared, "bad"), id}}}).value();
+    Site site = MakeSite("A");
+    EXPECT_THAT(site.remote.Fetch(*site.local), FailsWith(ErrorCode::Damaged));
+    EXPECT_THAT(site.memory->Heads().value(), IsEmpty());
+    EXPECT_TRUE(site.remote.Fetch(*site.local, {.branches = {"master"}}).ok());
+  }
+}
+
+// Somebody removes a branch of the remote and cleans up while it is fetched.
+TEST_F(RemoteTest, HoleThatASecondLookExplainsIsNoDamage) {
+  Site site = MakeSite("A");
+  const Id topic = HeadOf(*shared, "topic");
+  site.far->InterruptAt(2, [&] {
+    shared->MoveHeads({{{"topic", topic, Id()}}}).value();
+    site.far->FailObject(topic, ErrorCode::NotFound);
+  });
+  const Kit::FetchReport report = site.remote.Fetch(*site.local).value();
+  EXPECT_EQ(report.heads.size(), 2U);
+  ExpectWhole(*site.memory);
+}
+
+TEST_F(RemoteTest, BranchThatIsGoneStaysUnlessTheHostRemovesIt) {
+  Site site = MakeSite("A");
+  site.remote.Fetch(*site.local).value();
+  shared->MoveHeads({{{"topic", HeadOf(*shared, "topic"), Id()}}}).value();
+  site.remote.Fetch(*site.local).value();
+  EXPECT_EQ(site.memory->Heads()->size(), 3U);
+  site.remote.Fetch(*site.local, {.removesGone = true}).value();
+  EXPECT_EQ(site.memory->Heads()->size(), 2U);
+}
+
+TEST_F(RemoteTest, FetchedObjectsNameTheirPreviousVersions) {
+  /// A store that keeps the hints of what is written.
+  class HintStore final : public Kit::PassingStore {
+   public:
+    using Kit::PassingStore::PassingStore;
+    Kit::Status Write(std::span<const Kit::StoredObject> objects) override {
+      for (const Kit::StoredObject& object : objects) hints[object.id] = object.previous;
+      return Kit::PassingStore::Write(objects);
+    }
+    std::unordered_map<Id, Id> hints;
+  };
+  auto memory = std::make_shared<Kit::MemoryObjectStore>();
+  HintStore local(memory);
+  Kit::Remote remote(shared);
+  remote.Fetch(local).value();
+  // "topic" changes the file "a/b/c" of "master", in the same fetch.
+  EXPECT_EQ(local.hints.at(BlobOf("changed").GetId()), BlobOf("deep").GetId());
+  Add(shared, "topic", {{"a/b/c", "again"}});
+  remote.Fetch(local).value();
+  EXPECT_EQ(local.hints.at(BlobOf("again").GetId()), BlobOf("changed").GetId());
+  EXPECT_EQ(local.hints.at(HeadOf(*shared, "topic")).View().length, 64);
+}
+
+TEST_F(RemoteTest, MainBranchIsTheSavedOneElseMasterElseTheFirst) {
+  Kit::Remote remote(shared);
+  EXPECT_EQ(remote.FindMainBranch().value(), "master");
+  shared->SetValue("branch", "topic").value();
+  EXPECT_EQ(remote.FindMainBranch().value(), "topic");
+  shared->MoveHeads({{{"topic", HeadOf(*shared, "topic"), Id()}}}).value();
+  EXPECT_EQ(remote.FindMainBranch().value(), "master");
+  shared->MoveHeads({{{"master", HeadOf(*shared, "master"), Id()}}}).value();
+  EXPECT_EQ(remote.FindMainBranch().value(), "other");
+  EXPECT_EQ(Kit::Remote(std::make_shared<Kit::MemoryObjectStore>()).FindMainBranch().value(),
+            "master");
+}
+
+TEST_F(RemoteTest, WatchWakesUpForWhatThisRemoteHasNotSeen) {
+  Site site = MakeSite("A");
+  Kit::HeadWaitOptions options;
+  options.sleep = [](std::chrono::milliseconds) {};
+  options.timeout = std::chrono::seconds(3);
+  EXPECT_TRUE(site.remote.Watch(options).value()) << "nothing was fetched yet";
+  site.remote.Fetch(*site.local).value();
+  EXPECT_FALSE(site.remote.Watch(options).value());
+  site.memory->MoveHeads({{{"master", Id(), HeadOf(*shared, "master")}}}).value();
+  Add(site.memory, "master", {{"ours", "1"}});
+  site.remote.Push(*site.local, "master").value();
+  EXPECT_FALSE(site.remote.Watch(options).value()) << "its own push";
+  options.sleep = [&](std::chrono::milliseconds) { Add(shared, "topic", {{"theirs", "1"}}); };
+  EXPECT_TRUE(site.remote.Watch(options).value());
+}
+
+}  // namespace
+}  // namespace TalVcs::Testing
