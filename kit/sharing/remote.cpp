@@ -38,6 +38,16 @@ Result<bool> IsAncestor(IObjectStore& store, const Id& ancestor, const Id& head)
   return false;
 }
 
+/// Returns the branch that the last session worked on, else "master", else the first.
+Result<std::string> ChooseMainBranch(IObjectStore& store, std::span<const Head> heads) {
+  const Result<std::optional<std::string>> saved = store.Value(kBranchValue);
+  if (!saved) return saved.error();
+  for (const std::string& name : {saved->value_or(kFirstBranch), std::string(kFirstBranch)}) {
+    if (!HeadOf(heads, name).View().IsEmpty()) return name;
+  }
+  return heads.empty() ? kFirstBranch : heads.front().name;
+}
+
 Status MoveIfNeeded(IObjectStore& store, std::span<const HeadMove> moves) {
   return moves.empty() ? Status() : MoveHeadsSurely(store, moves);
 }
@@ -63,12 +73,22 @@ Result<std::vector<Head>> Remote::ReadHeads() {
 Result<std::string> Remote::FindMainBranch() {
   const Result<std::vector<Head>> heads = m_store->Heads();
   if (!heads) return heads.error();
-  const Result<std::optional<std::string>> saved = m_store->Value(kBranchValue);
-  if (!saved) return saved.error();
-  for (const std::string& name : {saved->value_or(kFirstBranch), std::string(kFirstBranch)}) {
-    if (!HeadOf(*heads, name).View().IsEmpty()) return name;
+  return ChooseMainBranch(*m_store, *heads);
+}
+
+/// Lets a store that has no branch of its own begin with the remote's main branch. Otherwise it
+/// would open on a copy of a remote's branch, which the next fetch moves.
+Status Remote::BeginBranch(IObjectStore& local, std::span<const Head> known) {
+  const std::string prefix = GetLocalBranch({});
+  for (const Head& head : known) {
+    if (!head.name.starts_with(prefix)) return {};
   }
-  return heads->empty() ? kFirstBranch : heads->front().name;
+  const Result<std::optional<std::string>> saved = local.Value(kBranchValue);
+  if (!saved) return saved.error();
+  if (*saved || m_seen.empty()) return {};
+  const Result<std::string> branch = ChooseMainBranch(*m_store, m_seen);
+  if (!branch) return branch.error();
+  return local.SetValue(kBranchValue, *branch);
 }
 
 Result<FetchReport> Remote::Fetch(IObjectStore& local, const FetchOptions& options) {
@@ -107,6 +127,8 @@ Result<FetchReport> Remote::FetchOnce(IObjectStore& local, const FetchOptions& o
     const Id before = HeadOf(*known, name);
     if (!(before == head.id)) report.moves.push_back({name, before, head.id});
   }
+  status = BeginBranch(local, *known);
+  if (!status) return status.error();
   const std::string prefix = GetLocalBranch({});
   for (const Head& head : *known) {
     if (!options.removesGone || !head.name.starts_with(prefix)) continue;

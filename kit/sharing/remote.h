@@ -7,6 +7,7 @@
 #include <kit/text/result.h>
 
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,7 +26,7 @@ class Workspace;
 ///
 /// The local store has a branch for each branch of the remote that it knows: "remote/master" for
 /// "master", with the name of the remote before the "/". Fetches and pushes move it to where the
-/// remote's branch is; nothing else should.
+/// remote's branch is. Nobody should work on it: the next fetch drops what is made there.
 ///
 /// *Cost.* A far store is called once for all heads, then once for each level of the folders that
 /// changed, and once for their files. The number of calls follows the depth and not the number of
@@ -59,9 +60,11 @@ class TALVCS_KIT_API Remote {
 
   /// Brings heads of the remote, and of what they reach what the local store lacks, into it.
   ///
-  /// Reads nothing that the local store has: it has everything below a commit or folder that is in
-  /// it. `local` must be another store than the remote's. Fails with `Damaged` if the remote lacks
-  /// what a head reaches or passes other bytes, with `Cancelled`, and as either store does.
+  /// A local store without a branch of its own will open on the branch that `FindMainBranch`
+  /// returns. Reads nothing that the local store has: it has everything below a commit or folder
+  /// that is in it. `local` must be another store than the remote's. Fails with `Damaged` if the
+  /// remote lacks what a head reaches or passes other bytes, with `Cancelled`, and as either store
+  /// does.
   Result<FetchReport> Fetch(IObjectStore& local, const FetchOptions& options = {});
 
   /// Uploads what the remote lacks of a local branch, and moves the remote's branch of that name.
@@ -82,6 +85,7 @@ class TALVCS_KIT_API Remote {
 
  private:
   TALVCS_KIT_NO_EXPORT Result<std::vector<Head>> ReadHeads();
+  TALVCS_KIT_NO_EXPORT Status BeginBranch(IObjectStore& local, std::span<const Head> known);
   TALVCS_KIT_NO_EXPORT Result<FetchReport> FetchOnce(IObjectStore& local,
                                                      const FetchOptions& options);
   TALVCS_KIT_NO_EXPORT Result<PushReport> PushOnce(IObjectStore& local, const std::string& branch,

@@ -67,6 +67,24 @@ TEST_F(RemoteTest, SecondFetchReadsTheHeadsAlone) {
   EXPECT_EQ(report.writtenObjects, 0U);
 }
 
+// A version on "remote/master" would be gone after the next fetch.
+TEST_F(RemoteTest, FetchedStoreOpensOnABranchOfItsOwn) {
+  shared->SetValue("branch", "topic").value();
+  auto store = std::make_shared<Kit::MemoryObjectStore>();
+  Kit::Remote remote(shared);
+  remote.Fetch(*store).value();
+  Kit::Workspace workspace = OpenOn(store, "A");
+  EXPECT_EQ(workspace.GetBranch(), "topic");
+  EXPECT_EQ(workspace.GetHead().value(), std::nullopt);
+  workspace.Pull(remote).value();
+  EXPECT_EQ(workspace.GetHead().value()->id, HeadOf(*shared, "topic"));
+  // A store with a branch stays on it.
+  workspace.CreateBranch("master").value();
+  workspace.Switch("master").value();
+  remote.Fetch(*store).value();
+  EXPECT_EQ(OpenOn(store, "A").GetBranch(), "master");
+}
+
 TEST_F(RemoteTest, FetchOfOneBranchLeavesTheOthers) {
   Site site = MakeSite("A");
   site.remote.Fetch(*site.local, {.branches = {"other", "no such branch"}}).value();
@@ -84,8 +102,9 @@ TEST_F(RemoteTest, CallsFollowTheDepthAndObjectsFollowTheEdit) {
     Site site = MakeSite("A");
     site.remote.Fetch(*site.local).value();
     const std::uint64_t first_calls = site.far->CountCalls();
-    // Heads, commits, three levels of folders; not more than 2,048 files by a call.
-    EXPECT_EQ(first_calls, count == 300 ? 6U : 7U);
+    // Heads, commits, three levels of folders, the name of the branch; not more than 2,048 files
+    // by a call.
+    EXPECT_EQ(first_calls, count == 300 ? 7U : 8U);
     Add(shared, "master", {{"2/25/257", "changed"}});
     site.far->Restart();
     EXPECT_EQ(site.remote.Fetch(*site.local).value().writtenObjects, 5U);
@@ -108,7 +127,7 @@ TEST_F(RemoteTest, LongHistoryIsReadInWindowsThatDouble) {
   EXPECT_EQ(site.remote.Fetch(*site.local).value().newCommits, 300U);
   // 1 + 2 + 4 + ... + 256 commits after the head.
   EXPECT_EQ(site.far->CountCalls(StoreOperation::ReadHistory), 9U);
-  EXPECT_EQ(site.far->CountCalls(), 9U + 4U);
+  EXPECT_EQ(site.far->CountCalls(), 9U + 5U);
   EXPECT_EQ(ObjectsOf(*site.memory), ObjectsOf(*shared));
 }
 
