@@ -67,13 +67,13 @@ struct BranchReport {
 struct HistoryReport {
   /// In the order of the names.
   std::vector<BranchReport> branches;
-  /// In the order of discovery, and not more than `kMostDamages`.
+  /// In the order of discovery, and not more than `kMostDamages` unless the caller asks for more.
   std::vector<Damage> damages;
   /// How many objects can't be read, listed or not.
   std::uint64_t damageCount = 0;
 
-  /// The most damages that a report lists.
-  static constexpr std::size_t kMostDamages = 1000;
+  /// The most damages that a report lists by itself.
+  static constexpr std::uint32_t kMostDamages = 1000;
 
   /// True if nothing was found to be wrong. Says nothing of unchecked branches.
   bool IsWhole() const noexcept { return damageCount == 0; }

@@ -1,6 +1,8 @@
 #include <kit/open/internal/history_walk.h>
 #include <kit/open/verify.h>
 
+#include <algorithm>
+
 namespace TalVcs::Kit {
 
 namespace {
@@ -30,7 +32,7 @@ Result<VerifyReport> Verify(IObjectStore& store, const VerifyOptions& options) {
   const Result<std::vector<Head>> heads = store.Heads();
   if (!heads) return heads.error();
   Reporter reporter(options.progress);
-  HistoryWalk walk(store, reporter, {});
+  HistoryWalk walk(store, reporter, {}, std::max(options.mostDamages, 1u));
   Result<HistoryReport> result = walk.Run(*heads);
   if (!result) return result.error();
   const Result<std::uint64_t> unreferenced = CountUnreferenced(store, walk, reporter);

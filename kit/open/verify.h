@@ -12,6 +12,9 @@ namespace TalVcs::Kit {
 
 /// Options of `Verify`.
 struct VerifyOptions {
+  /// The most damages that the report lists, at least one; all are counted. Each takes some 200
+  /// bytes, and 4 bytes for each folder that lacks it.
+  std::uint32_t mostDamages = HistoryReport::kMostDamages;
   /// Phases: "history" and "contents" for each branch, "unreferenced".
   Progress progress = {};
 };

@@ -6,9 +6,8 @@
 namespace TalVcs::Kit {
 
 std::uint32_t DamageList::Add(Damage damage) {
-  const auto number =
-      static_cast<std::uint32_t>(std::min<std::uint64_t>(m_count++, HistoryReport::kMostDamages));
-  if (number < HistoryReport::kMostDamages) m_damages.push_back(std::move(damage));
+  const auto number = static_cast<std::uint32_t>(std::min<std::uint64_t>(m_count++, m_most));
+  if (number < m_most) m_damages.push_back(std::move(damage));
   return m_sets.Make({number});
 }
 

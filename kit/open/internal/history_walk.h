@@ -17,11 +17,13 @@ namespace TalVcs::Kit {
 /// hooks ask for previous versions.
 class HistoryWalk {
  public:
-  /// All arguments must outlive the walk.
-  HistoryWalk(IObjectStore& store, Reporter& reporter, WalkHooks hooks)
+  /// All arguments must outlive the walk. The report lists up to `mostDamages`.
+  HistoryWalk(IObjectStore& store, Reporter& reporter, WalkHooks hooks,
+              std::uint32_t mostDamages = HistoryReport::kMostDamages)
       : m_store(store),
         m_reporter(reporter),
         m_hooks(std::move(hooks)),
+        m_damages(mostDamages),
         m_trees(store, reporter, m_hooks, m_damages) {}
   HistoryWalk(const HistoryWalk&) = delete;
   HistoryWalk& operator=(const HistoryWalk&) = delete;

@@ -226,7 +226,7 @@ void TreeWalk::AddFileDamage(Frame& frame, const Entry& file, ReadProblem proble
 void TreeWalk::AddDamage(Frame& frame, std::uint32_t set) {
   for (const std::uint32_t number : m_damages.Sets().Numbers(set)) frame.damage.push_back(number);
   // Many subtrees may lack the same objects.
-  if (frame.damage.size() < 4 * HistoryReport::kMostDamages) return;
+  if (frame.damage.size() < std::size_t{4} * m_damages.GetMost()) return;
   std::sort(frame.damage.begin(), frame.damage.end());
   frame.damage.erase(std::unique(frame.damage.begin(), frame.damage.end()), frame.damage.end());
 }

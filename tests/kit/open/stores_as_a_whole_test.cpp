@@ -85,6 +85,13 @@ TEST(Verify, ManyDamagesAreCountedAndTheFirstThousandListed) {
   ASSERT_EQ(report.damages.size(), HistoryReport::kMostDamages);
   EXPECT_EQ(report.damages[999].commits, 2u);
   EXPECT_EQ(report.branches[0].wholeCommits, 0u);
+
+  const VerifyReport all = Verify(store, {.mostDamages = 5000}).value();
+  ASSERT_EQ(all.damages.size(), 1200u);
+  EXPECT_EQ(all.damages[1199].commits, 2u);
+  const VerifyReport least = Verify(store, {.mostDamages = 0}).value();
+  EXPECT_EQ(least.damageCount, 1200u);
+  EXPECT_EQ(least.damages.size(), 1u);
 }
 
 /// A store with a branch whose head is no id.
