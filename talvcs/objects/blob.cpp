@@ -1,11 +1,11 @@
 #include <talvcs/objects/blob.h>
 
 #include <talvcs/format/internal/packed_format.h>
-#include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/foundation/internal/sha256_many.h>
 #include <talvcs/objects/dll_wrapped_shared.h>
+#include <talvcs/objects/internal/packed_id.h>
 
 #include <array>
 #include <optional>
@@ -55,8 +55,7 @@ void Blob::ComputeIds(std::span<const Blob* const> blobs) {
   const auto compute = [&] {
     TalUtils::ComputeSha256(std::span(messages).first(count));
     for (std::size_t index = 0; index < count; ++index) {
-      waiting[index]->CacheId(
-          Id(TalUtils::DataEncoding::HexEncode(digests[index].data(), digests[index].size())));
+      waiting[index]->CacheId(IdOfDigest(digests[index]));
     }
     count = 0;
   };

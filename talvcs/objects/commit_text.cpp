@@ -1,8 +1,11 @@
 #include <talvcs/format/internal/commit_format.h>
 #include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/objects/commit.h>
+#include <talvcs/objects/internal/commit_access.h>
+#include <talvcs/objects/internal/packed_id.h>
 
 #include <algorithm>
+#include <span>
 #include <vector>
 
 // The form of the text is in commit_format.h.
@@ -16,7 +19,11 @@ Id Commit::GetId() const {
   if (!HasId()) {
     ComputeIdsOfParents();
     if (!TalUtils::IsExactly<Commit>(*this)) return Object::GetId();
-    IdOfData(kCommitType, m_data.IsEmpty() ? BuildText() : m_data);
+    if (!m_data.IsEmpty()) return IdOfData(kCommitType, m_data);
+    CacheId(CommitAccess::WithContent(*this, [](const CommitContent& content) {
+      const CommitText text(content);
+      return IdOfPacked(kCommitType, std::as_bytes(std::span(text.Get())));
+    }));
   }
   return CachedId();
 }
@@ -49,20 +56,7 @@ void Commit::ComputeIdsOfParents() const {
   std::for_each(unknown.rbegin(), unknown.rend(), [](const Commit* commit) { commit->GetId(); });
 }
 
-Buffer Commit::BuildText() const {
-  const Id tree = m_tree ? m_tree->GetRootId() : Id();
-  const Id parent = m_parent ? m_parent->GetId() : Id();
-  CommitContent content;
-  content.treeId = tree.View();
-  content.hasParent = static_cast<bool>(m_parent);
-  content.parentId = parent.View();
-  content.authorName = m_authorName;
-  content.authorEmail = m_authorEmail;
-  content.description = m_description;
-  content.time = m_commitTime;
-  content.bias = m_commitTimezoneBias;
-  return WriteCommitText(content);
-}
+Buffer Commit::BuildText() const { return CommitAccess::WithContent(*this, WriteCommitText); }
 
 // Members by name only: nothing in the library calls these two except through the functions after
 // them.

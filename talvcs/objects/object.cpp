@@ -1,9 +1,9 @@
 #include <talvcs/objects/object.h>
 
 #include <talvcs/format/internal/packed_format.h>
-#include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/foundation/internal/sha256.h>
+#include <talvcs/objects/internal/packed_id.h>
 
 #include <string>
 
@@ -77,13 +77,14 @@ const Id& Object::IdOfData(TalStringViewT<char> type, const Buffer& data) const 
   if (HasId()) return m_id;
   if (type.length > PackedHeader::kMostTypeLength) {
     m_id = Id(Helpers::ComputeEncodedSHA256Hash(Pack(type, data)));
+  } else if (data.GetSegmentCount() == 1) {
+    m_id = IdOfPacked(type, data.GetSegment(0));
   } else {
     const PackedHeader header(type, data.GetSize());
     TalUtils::Sha256 hash;
     hash.Update(header.GetData(), header.GetSize());
     hash.Update(data);
-    const auto digest = hash.Finish();
-    m_id = Id(TalUtils::DataEncoding::HexEncode(digest.data(), digest.size()));
+    m_id = IdOfDigest(hash.Finish());
   }
   return m_id;
 }

@@ -1,8 +1,8 @@
 #include <talvcs/objects/tree.h>
 
 #include <talvcs/directory/internal/tree_walk.h>
-#include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/internal/exact_type.h>
+#include <talvcs/objects/internal/packed_id.h>
 
 #include <unordered_map>
 #include <utility>
@@ -41,8 +41,7 @@ Tree::~Tree() = default;
 Id Tree::GetId() const {
   if (!HasId()) {
     if (!TalUtils::IsExactly<Tree>(*this)) return Object::GetId();
-    const auto digest = TreeEntries::ComputeDigest(m_entries.get());
-    CacheId(Id(TalUtils::DataEncoding::HexEncode(digest.data(), digest.size())));
+    CacheId(IdOfDigest(TreeEntries::ComputeDigest(m_entries.get())));
   }
   return CachedId();
 }

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <tests/support/digits.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -57,6 +59,20 @@ TEST_P(Sha256OnEveryFunction, GivesTheDigestsOfLengthsUpTo300) {
   std::vector<std::size_t> lengths;
   for (std::size_t length = 0; length <= 300; ++length) lengths.push_back(length);
   EXPECT_EQ(OfLengths(lengths), "7d917fbd2cf49ddff9ad0a8706bba32d204e92e71d2e369c5a03d6af29278c9f");
+}
+
+TEST(Sha256Compute, GivesTheDigestsOfLengthsUpTo600InTwoRuns) {
+  const std::string bytes = Pattern(600);
+  const auto all = std::as_bytes(std::span(bytes));
+  Sha256 of_all;
+  for (std::size_t length = 0; length <= 600; ++length) {
+    const std::size_t head = length % 11;
+    const std::size_t cut = std::min(head, length);
+    const auto digest = Sha256::Compute(all.first(cut), all.subspan(cut, length - cut));
+    of_all.Update(digest.data(), digest.size());
+  }
+  EXPECT_EQ(Digits(of_all.Finish()),
+            "448a2e99d04cb016dda62efeef7e56c480082770f464fc22b6675a3c509be2f6");
 }
 
 TEST_P(Sha256OnEveryFunction, GivesTheDigestsAroundBlockEnds) {

@@ -2,8 +2,10 @@
 
 #include <talvcs/foundation/names.h>
 
+#include <array>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace TalVcs {
 
@@ -34,7 +36,25 @@ struct CommitContent {
   TimeDelta bias;
 };
 
-/// Returns the text of a commit. A zero ends the name, the e-mail and the description.
+/// The bytes of a commit's text. A zero ends the name, the e-mail and the description.
+///
+/// Allocates nothing for a text of common length, because an id alone needs the bytes only while
+/// they are hashed. Throws the `std::length_error` of a text whose bytes exceed an `int`.
+class CommitText {
+ public:
+  explicit CommitText(const CommitContent& content);
+  CommitText(const CommitText&) = delete;
+  CommitText& operator=(const CommitText&) = delete;
+
+  std::string_view Get() const noexcept { return m_bytes; }
+
+ private:
+  std::array<char, 2048> m_onStack;
+  std::vector<char> m_onHeap;
+  std::string_view m_bytes;
+};
+
+/// Returns the text of a commit in a buffer.
 Buffer WriteCommitText(const CommitContent& content);
 
 /// Returns the line of "author" or "committer", without its line end.

@@ -35,8 +35,7 @@ constexpr std::string_view kBlobStart = kBlobBytes.Get();
 constexpr std::string_view kTreeStart = kTreeBytes.Get();
 
 char* PutText(TalStringViewT<WideChar> text, char* out) noexcept {
-  const WideChar* const end = std::find(text.text, text.text + text.length, WideChar());
-  return out + TalPlatform::EncodeUtf8(text.text, static_cast<std::size_t>(end - text.text), out);
+  return TalPlatform::EncodeUtf8UpToZero(text.text, static_cast<std::size_t>(text.length), out);
 }
 
 /// Takes the bytes up to a separator, or up to the end if there is none.

@@ -8,6 +8,7 @@ namespace TalUtils {
 namespace {
 
 constexpr std::size_t kLengthSize = 8;
+constexpr std::size_t kMostShortBlocks = 8;
 
 /// The block functions of this processor, found once.
 struct Choice {
@@ -86,6 +87,26 @@ Sha256::Digest Sha256::Finish() noexcept {
   PutLength(m_block.data() + kBlockSize, m_size);
   m_function(m_state, m_block.data(), 1);
   return DigestOf(m_state);
+}
+
+Sha256::Digest Sha256::Compute(std::span<const std::byte> head,
+                               std::span<const std::byte> body) noexcept {
+  const std::size_t size = head.size() + body.size();
+  const std::size_t blocks = (size + 1 + kLengthSize + kBlockSize - 1) / kBlockSize;
+  Sha256 hash;
+  if (blocks > kMostShortBlocks) {
+    hash.Update(head.data(), head.size());
+    hash.Update(body.data(), body.size());
+    return hash.Finish();
+  }
+  std::array<std::uint8_t, kMostShortBlocks * kBlockSize> bytes;
+  if (!head.empty()) std::memcpy(bytes.data(), head.data(), head.size());
+  if (!body.empty()) std::memcpy(bytes.data() + head.size(), body.data(), body.size());
+  bytes[size] = 0x80;
+  std::memset(bytes.data() + size + 1, 0, blocks * kBlockSize - size - 1);
+  PutLength(bytes.data() + blocks * kBlockSize, size);
+  hash.m_function(hash.m_state, bytes.data(), blocks);
+  return DigestOf(hash.m_state);
 }
 
 void Sha256::PutLength(std::uint8_t* end, std::uint64_t size) noexcept {

@@ -48,6 +48,10 @@ class Sha256 {
   void Update(const Memory::Buffer& data) noexcept;
   Digest Finish() noexcept;
 
+  /// Returns the digest of the bytes of `head` followed by those of `body`. For a short message
+  /// this takes less time than two updates, because all of its blocks lie in one piece.
+  static Digest Compute(std::span<const std::byte> head, std::span<const std::byte> body) noexcept;
+
   /// Returns what is known after the last whole block of the bytes so far.
   Checkpoint GetCheckpoint() const noexcept { return {m_state, m_size / kBlockSize * kBlockSize}; }
 

@@ -100,10 +100,24 @@ std::size_t SkipAsciiWords(const char* text, std::size_t count) noexcept {
 
 }  // namespace
 
+char* EncodeUtf8UpToZero(const WideChar* text, std::size_t count, char* out) noexcept {
+  const std::size_t size = EncodeUtf8(text, count, out);
+  void* const zero = size == 0 ? nullptr : std::memchr(out, 0, size);
+  return zero == nullptr ? out + size : static_cast<char*>(zero);
+}
+
 std::size_t EncodeUtf8(const WideChar* text, std::size_t count, char* out) noexcept {
   char* const start = out;
   std::size_t index = 0;
   while (index < count) {
+    // Compilers narrow eight units in one step. An id has 64 of them.
+    while (index + 8 <= count &&
+           ((LoadWord(text + index) | LoadWord(text + index + 4)) & kNonAsciiBitsOfUnits) == 0) {
+      for (std::size_t step = 0; step < 8; ++step)
+        out[step] = static_cast<char>(text[index + step]);
+      out += 8;
+      index += 8;
+    }
     while (index + 4 <= count && (LoadWord(text + index) & kNonAsciiBitsOfUnits) == 0) {
       for (std::size_t step = 0; step < 4; ++step)
         out[step] = static_cast<char>(text[index + step]);

@@ -14,6 +14,10 @@ inline constexpr std::size_t kMaxUtf8BytesPerUnit = 3;
 /// back unchanged. Zeros are written as they are. Returns the number of bytes written.
 std::size_t EncodeUtf8(const WideChar* text, std::size_t count, char* out) noexcept;
 
+/// Does the same up to the first zero, and returns the end of what was written. It may overwrite
+/// all of the room that `EncodeUtf8` needs.
+char* EncodeUtf8UpToZero(const WideChar* text, std::size_t count, char* out) noexcept;
+
 /// Writes `count` bytes of UTF-8 as UTF-16 to `out`, which has room for one unit a byte. Each
 /// maximal subpart of bytes that are no UTF-8 becomes U+FFFD; the generalised form of a surrogate
 /// gives that surrogate. Returns the number of units written.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <talvcs/directory/internal/object_source.h>
+#include <talvcs/format/internal/commit_format.h>
 #include <talvcs/objects/commit.h>
 
 #include <optional>
@@ -43,6 +44,23 @@ class CommitAccess {
   static const Id& GetId(const Commit& commit) {
     if (!commit.HasId()) static_cast<const Object&>(commit).GetId();
     return commit.CachedId();
+  }
+
+  /// Returns the result of `use`, called with what the commit's text is written from.
+  template <class Use>
+  static auto WithContent(const Commit& commit, Use use) {
+    const Id tree = commit.m_tree ? commit.m_tree->GetRootId() : Id();
+    const Id parent = commit.m_parent ? commit.m_parent->GetId() : Id();
+    CommitContent content;
+    content.treeId = tree.View();
+    content.hasParent = static_cast<bool>(commit.m_parent);
+    content.parentId = parent.View();
+    content.authorName = commit.m_authorName;
+    content.authorEmail = commit.m_authorEmail;
+    content.description = commit.m_description;
+    content.time = commit.m_commitTime;
+    content.bias = commit.m_commitTimezoneBias;
+    return use(content);
   }
 
   /// Makes `parent` the parent and stores the commit. The handle becomes the stored instance; other
