@@ -1,6 +1,7 @@
 #include <talvcs/foundation/helpers.h>
 
 #include <talvcs/foundation/data_encoding.h>
+#include <talvcs/foundation/internal/path_components.h>
 #include <talvcs/foundation/internal/sha256.h>
 
 #include <algorithm>
@@ -75,13 +76,7 @@ bool ShiftObjectIdentifier(StreamIO& stream, TalStringViewT<char> expected) {
 
 std::vector<TalStringViewT<WideChar>> SplitVcsPath(TalStringViewT<WideChar> path) {
   std::vector<TalStringViewT<WideChar>> components;
-  const WideChar* const end = path.text + path.length;
-  const WideChar* start = path.text;
-  while (start != end) {
-    const WideChar* const stop = std::find(start, end, TAL_WIDE('/'));
-    if (stop != start) components.emplace_back(start, static_cast<int>(stop - start));
-    start = stop == end ? end : stop + 1;
-  }
+  TalUtils::VisitComponents(path, [&](auto component) { components.push_back(component); });
   return components;
 }
 

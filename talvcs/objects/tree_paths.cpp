@@ -1,5 +1,5 @@
 #include <talvcs/directory/internal/tree_walk.h>
-#include <talvcs/foundation/helpers.h>
+#include <talvcs/foundation/internal/path_components.h>
 #include <talvcs/objects/internal/in_hand.h>
 #include <talvcs/objects/tree.h>
 #include <talvcs/repository/irepository.h>
@@ -18,6 +18,8 @@
 namespace TalVcs {
 
 namespace {
+
+using TalUtils::PathComponents;
 
 cow_ptr<Blob> FindStored(const IRepository& repository, const Blob& blob) {
   return repository.GetBlobFromStorage(blob.GetId());
@@ -49,12 +51,12 @@ cow_ptr<Tree> StoreOwn(IRepository& repository, cow_ptr<Tree> tree) {
 
 cow_ptr<Blob> Tree::AddBlob(IRepository* repository, TalStringViewT<WideChar> path,
                             const Blob& blob) {
-  return AddAt(repository, Helpers::SplitVcsPath(path), blob);
+  return AddAt(repository, PathComponents(path).Get(), blob);
 }
 
 cow_ptr<Tree> Tree::AddTree(IRepository* repository, TalStringViewT<WideChar> path,
                             const Tree& tree) {
-  return AddAt(repository, Helpers::SplitVcsPath(path), tree);
+  return AddAt(repository, PathComponents(path).Get(), tree);
 }
 
 template <class T>
@@ -81,7 +83,7 @@ cow_ptr<Object> Tree::AddObject(IRepository* repository, TalStringViewT<WideChar
 }
 
 bool Tree::RemoveObject(IRepository* repository, TalStringViewT<WideChar> path) {
-  return RemoveObjectFromTree(repository, Helpers::SplitVcsPath(path));
+  return RemoveObjectFromTree(repository, PathComponents(path).Get());
 }
 
 bool Tree::RemoveObjectFromTree(IRepository* repository, Components path) {
@@ -187,22 +189,23 @@ cow_ptr<Object> Tree::GetDeepObject(Components components) const {
 }
 
 cow_ptr<Tree> Tree::GetDeepTree(TalStringViewT<WideChar> path) const {
-  return GetDeepTree(Components(Helpers::SplitVcsPath(path)));
+  return GetDeepTree(PathComponents(path).Get());
 }
 
 cow_ptr<Blob> Tree::GetDeepBlob(TalStringViewT<WideChar> path) const {
-  return GetDeepBlob(Components(Helpers::SplitVcsPath(path)));
+  return GetDeepBlob(PathComponents(path).Get());
 }
 
 cow_ptr<Object> Tree::GetDeepObject(TalStringViewT<WideChar> path) const {
-  return GetDeepObject(Components(Helpers::SplitVcsPath(path)));
+  return GetDeepObject(PathComponents(path).Get());
 }
 
 // The last component's id stands in its record, so nothing is read for it.
 std::optional<Id> Tree::GetIdByPath(TalStringViewT<WideChar> path) const {
-  const auto components = Helpers::SplitVcsPath(path);
+  const PathComponents split(path);
+  const Components components = split.Get();
   if (components.empty()) return std::nullopt;
-  const Tree* holder = FindTree(Components(components).without_last(1));
+  const Tree* holder = FindTree(components.without_last(1));
   if (holder == nullptr) return std::nullopt;
   const NamedEntries entries = EntriesUnder(holder->m_entries.get(), components.back());
   if (!entries.Local().HasObject()) return std::nullopt;
