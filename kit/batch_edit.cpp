@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <deque>
 #include <optional>
 #include <type_traits>
 #include <unordered_map>
@@ -27,6 +28,10 @@ namespace TalVcs::Kit {
 struct Removal {};
 
 struct BatchEdit::Edit {
+  template <class T>
+  Edit(TalStringViewT<WideChar> editedPath, T&& change)
+      : path(editedPath), what(std::forward<T>(change)) {}
+
   TalStringT<WideChar> path;
   std::variant<Removal, Blob, Tree, Id> what;
 };
@@ -37,6 +42,8 @@ using Components = std::vector<TalStringViewT<WideChar>>;
 
 constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 constexpr std::size_t kIdsTogether = 16;
+constexpr std::size_t kSmallestPiece = 16;
+constexpr std::size_t kLargestPiece = 4096;
 
 }  // namespace
 
@@ -50,19 +57,16 @@ class BatchEdit::Draft {
   /// Puts an object at a path. Returns false, with nothing changed, for the empty path.
   template <class T>
   bool Add(TalStringViewT<WideChar> path, const T& object) {
-    const Components components = Helpers::SplitVcsPath(path);
-    if (components.empty()) return false;
-    const std::size_t at = OpenAbove(components, true);
+    const auto [at, name] = OpenFor(path);
     if (at == kNone) return false;
     Directory& directory = m_directories[at];
     directory.changed = true;
     if constexpr (std::is_same_v<T, Tree>) {
-      Close(at, components.back());
-      directory.tree.AddTree(&m_repository, components.back(), object);
+      Close(at, name);
+      directory.tree.AddTree(&m_repository, name, object);
     } else {
-      directory.tree.AddBlob(&m_repository, components.back(), object);
-      const auto open = directory.below.find(components.back());
-      if (open != directory.below.end()) m_directories[open->second].hidden = true;
+      directory.tree.AddBlob(&m_repository, name, object);
+      if (!directory.below.empty()) Hide(directory, name);
     }
     return true;
   }
@@ -73,6 +77,7 @@ class BatchEdit::Draft {
   /// Removes what stands at a path, and what that leaves empty. Returns false, with nothing
   /// changed, if nothing stands there.
   bool Remove(TalStringViewT<WideChar> path) {
+    ForgetLast();
     const Components components = Helpers::SplitVcsPath(path);
     std::size_t at = components.empty() ? kNone : OpenAbove(components, false);
     if (at == kNone || !Holds(at, components.back())) return false;
@@ -112,6 +117,41 @@ class BatchEdit::Draft {
     bool exists;  // false once it was removed or replaced
     bool hidden;  // by a blob of the same name
   };
+
+  /// The directory of an edit, and the name in it.
+  struct Target {
+    std::size_t at;
+    TalStringViewT<WideChar> name;
+  };
+
+  /// Opens the directories above `path`. The target has kNone if one of them is hidden or the path
+  /// is empty. Most edits are in the directory of the edit before, which then need not be looked
+  /// for.
+  Target OpenFor(TalStringViewT<WideChar> path) {
+    int nameStart = path.length;
+    while (nameStart > 0 && path.text[nameStart - 1] != TAL_WIDE('/')) --nameStart;
+    const TalStringViewT<WideChar> above = path.Mid(0, nameStart);
+    const TalStringViewT<WideChar> name = path.Mid(nameStart, path.length);
+    if (!name.IsEmpty() && m_lastAt != kNone && above == m_lastAbove) return {m_lastAt, name};
+    const Components components = Helpers::SplitVcsPath(path);
+    if (components.empty()) return {kNone, {}};
+    const std::size_t at = OpenAbove(components, true);
+    if (!name.IsEmpty()) {
+      m_lastAt = at;
+      m_lastAbove = above;
+    }
+    return {at, components.back()};
+  }
+
+  void ForgetLast() noexcept { m_lastAt = kNone; }
+
+  /// Notes that a new blob hides the open directory of its name, if there is one.
+  void Hide(const Directory& above, TalStringViewT<WideChar> name) {
+    const auto open = above.below.find(name);
+    if (open == above.below.end()) return;
+    m_directories[open->second].hidden = true;
+    ForgetLast();
+  }
 
   /// Returns the open directory of that name, opening it if need be; kNone if it is hidden, or if
   /// there is none and `make` is false.
@@ -156,6 +196,7 @@ class BatchEdit::Draft {
   void Close(std::size_t above, TalStringViewT<WideChar> name) {
     const auto found = m_directories[above].below.find(name);
     if (found == m_directories[above].below.end()) return;
+    ForgetLast();
     std::vector<std::size_t> closing{found->second};
     m_directories[above].below.erase(found);
     while (!closing.empty()) {
@@ -169,8 +210,11 @@ class BatchEdit::Draft {
   }
 
   IRepository& m_repository;
-  std::vector<Directory> m_directories;  // the root is the first
+  std::deque<Directory> m_directories;  // the root is the first
   bool m_metHidden = false;
+  // The directory of the last addition, or kNone, and its path in the edit, which outlives this.
+  std::size_t m_lastAt = kNone;
+  TalStringViewT<WideChar> m_lastAbove;
 };
 
 namespace {
@@ -197,38 +241,47 @@ BatchEdit& BatchEdit::operator=(const BatchEdit& other) = default;
 BatchEdit& BatchEdit::operator=(BatchEdit&& other) noexcept = default;
 BatchEdit::~BatchEdit() = default;
 
-void BatchEdit::AddBlob(TalStringViewT<WideChar> path, Blob blob) {
-  m_edits.push_back({path, std::move(blob)});
-}
-void BatchEdit::AddTree(TalStringViewT<WideChar> path, const Tree& tree) {
-  m_edits.push_back({path, tree});
-}
-void BatchEdit::AddObject(TalStringViewT<WideChar> path, const Id& id) {
-  m_edits.push_back({path, id});
-}
-void BatchEdit::RemoveObject(TalStringViewT<WideChar> path) {
-  m_edits.push_back({path, Removal()});
+template <class T>
+void BatchEdit::Append(TalStringViewT<WideChar> path, T&& what) {
+  if (m_edits.empty() || m_edits.back().size() == m_edits.back().capacity()) {
+    const std::size_t last = m_edits.empty() ? 0 : m_edits.back().capacity();
+    std::vector<Edit> piece;
+    piece.reserve(std::clamp(2 * last, kSmallestPiece, kLargestPiece));
+    m_edits.push_back(std::move(piece));
+  }
+  m_edits.back().emplace_back(path, std::forward<T>(what));
 }
 
-std::size_t BatchEdit::GetCount() const noexcept { return m_edits.size(); }
+void BatchEdit::AddBlob(TalStringViewT<WideChar> path, Blob blob) { Append(path, std::move(blob)); }
+void BatchEdit::AddTree(TalStringViewT<WideChar> path, const Tree& tree) { Append(path, tree); }
+void BatchEdit::AddObject(TalStringViewT<WideChar> path, const Id& id) { Append(path, id); }
+void BatchEdit::RemoveObject(TalStringViewT<WideChar> path) { Append(path, Removal()); }
+
+std::size_t BatchEdit::GetCount() const noexcept {
+  std::size_t count = 0;
+  for (const std::vector<Edit>& piece : m_edits) count += piece.size();
+  return count;
+}
 void BatchEdit::Clear() noexcept { m_edits.clear(); }
 void BatchEdit::SetThreadCount(unsigned count) noexcept { m_threadCount = count; }
 
 template <class Target>
 std::size_t BatchEdit::ApplyOneByOne(IRepository* repository, Target& target) const {
-  std::size_t done = 0;
-  for (const Edit& edit : m_edits) {
-    bool success = false;
+  const auto apply = [&](const Edit& edit) {
     if (const Blob* blob = std::get_if<Blob>(&edit.what)) {
-      success = target.AddBlob(repository, edit.path, *blob) != nullptr;
-    } else if (const Tree* tree = std::get_if<Tree>(&edit.what)) {
-      success = AddStored(repository, target, edit.path, *tree) != nullptr;
-    } else if (const Id* id = std::get_if<Id>(&edit.what)) {
-      success = repository != nullptr && target.AddObject(repository, edit.path, *id) != nullptr;
-    } else {
-      success = target.RemoveObject(repository, edit.path);
+      return target.AddBlob(repository, edit.path, *blob) != nullptr;
     }
-    if (success) ++done;
+    if (const Tree* tree = std::get_if<Tree>(&edit.what)) {
+      return AddStored(repository, target, edit.path, *tree) != nullptr;
+    }
+    if (const Id* id = std::get_if<Id>(&edit.what)) {
+      return repository != nullptr && target.AddObject(repository, edit.path, *id) != nullptr;
+    }
+    return target.RemoveObject(repository, edit.path);
+  };
+  std::size_t done = 0;
+  for (const std::vector<Edit>& piece : m_edits) {
+    for (const Edit& edit : piece) done += apply(edit) ? 1 : 0;
   }
   return done;
 }
@@ -245,33 +298,42 @@ void BatchEdit::ComputeIds(std::span<const Edit> edits) {
 
 void BatchEdit::ComputeIdsOnAllThreads() const {
   std::vector<const Blob*> blobs;
-  blobs.reserve(m_edits.size());
-  for (const Edit& edit : m_edits) blobs.push_back(std::get_if<Blob>(&edit.what));
+  blobs.reserve(GetCount());
+  for (const std::vector<Edit>& piece : m_edits) {
+    for (const Edit& edit : piece) blobs.push_back(std::get_if<Blob>(&edit.what));
+  }
   ComputeIdsOnThreads(blobs, m_threadCount);
+}
+
+// Makes an edit. Returns whether it took effect; nothing if all have to be made one by one.
+std::optional<bool> BatchEdit::Apply(IRepository& repository, Draft& draft, const Edit& edit) {
+  bool success = false;
+  if (const Blob* blob = std::get_if<Blob>(&edit.what)) {
+    success = draft.Add(edit.path, *blob);
+  } else if (const Tree* tree = std::get_if<Tree>(&edit.what)) {
+    success = draft.Add(edit.path, *tree);
+  } else if (const Id* id = std::get_if<Id>(&edit.what)) {
+    const cow_ptr<Blob> storedBlob = repository.GetBlobFromStorage(*id);
+    const cow_ptr<Tree> storedTree = storedBlob ? nullptr : repository.GetTreeFromStorage(*id);
+    if (!storedBlob && !storedTree) return std::nullopt;
+    success = storedBlob ? draft.Add(edit.path, *storedBlob) : draft.Add(edit.path, *storedTree);
+  } else {
+    success = draft.Remove(edit.path);
+  }
+  return draft.MetHidden() ? std::nullopt : std::optional(success);
 }
 
 // Returns how many edits took effect; nothing if they have to be made one by one.
 std::optional<std::size_t> BatchEdit::ApplyTo(IRepository& repository, Draft& draft) const {
   if (m_threadCount > 1) ComputeIdsOnAllThreads();
   std::size_t done = 0;
-  for (std::size_t index = 0; index < m_edits.size(); ++index) {
-    if (index % kIdsTogether == 0) ComputeIds(std::span(m_edits).subspan(index));
-    const Edit& edit = m_edits[index];
-    bool success = false;
-    if (const Blob* blob = std::get_if<Blob>(&edit.what)) {
-      success = draft.Add(edit.path, *blob);
-    } else if (const Tree* tree = std::get_if<Tree>(&edit.what)) {
-      success = draft.Add(edit.path, *tree);
-    } else if (const Id* id = std::get_if<Id>(&edit.what)) {
-      const cow_ptr<Blob> storedBlob = repository.GetBlobFromStorage(*id);
-      const cow_ptr<Tree> storedTree = storedBlob ? nullptr : repository.GetTreeFromStorage(*id);
-      if (!storedBlob && !storedTree) return std::nullopt;
-      success = storedBlob ? draft.Add(edit.path, *storedBlob) : draft.Add(edit.path, *storedTree);
-    } else {
-      success = draft.Remove(edit.path);
+  for (const std::vector<Edit>& piece : m_edits) {
+    for (std::size_t index = 0; index < piece.size(); ++index) {
+      if (index % kIdsTogether == 0) ComputeIds(std::span(piece).subspan(index));
+      const std::optional<bool> success = Apply(repository, draft, piece[index]);
+      if (!success) return std::nullopt;
+      done += *success ? 1 : 0;
     }
-    if (draft.MetHidden()) return std::nullopt;
-    if (success) ++done;
   }
   return done;
 }

@@ -64,6 +64,10 @@ class TALVCS_KIT_API BatchEdit {
   struct TALVCS_KIT_NO_EXPORT Edit;
   class TALVCS_KIT_NO_EXPORT Draft;
 
+  template <class T>
+  TALVCS_KIT_NO_EXPORT void Append(TalStringViewT<WideChar> path, T&& what);
+  TALVCS_KIT_NO_EXPORT static std::optional<bool> Apply(IRepository& repository, Draft& draft,
+                                                        const Edit& edit);
   TALVCS_KIT_NO_EXPORT static void ComputeIds(std::span<const Edit> edits);
   TALVCS_KIT_NO_EXPORT void ComputeIdsOnAllThreads() const;
   template <class Target>
@@ -71,7 +75,8 @@ class TALVCS_KIT_API BatchEdit {
   TALVCS_KIT_NO_EXPORT std::optional<std::size_t> ApplyTo(IRepository& repository,
                                                           Draft& draft) const;
 
-  std::vector<Edit> m_edits;
+  // In pieces that never grow: to move an edit costs as much as to append it.
+  std::vector<std::vector<Edit>> m_edits;
   unsigned m_threadCount = 1;
 };
 
