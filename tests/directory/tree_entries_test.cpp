@@ -168,6 +168,75 @@ TEST(TreeEntries, NamesThatArriveInOrderFillTheirChunks) {
   EXPECT_EQ(entries.Get()->Chunks().size(), 100 / most);
 }
 
+TEST(TreeEntries, NamesThatArriveInOrderEnterTheLastChunkInPlace) {
+  Entries entries;
+  for (int number = 100; number < 106; ++number) entries.SetBlob(std::to_string(number));
+  const std::set<const EntryChunk*> chunks = entries.Chunks();
+  entries.SetBlob("106");
+  entries.SetTree("107");
+  EXPECT_EQ(entries.Chunks(), chunks);
+  entries.ExpectSound();
+  EXPECT_EQ(entries.Listed(), (Names{"100", "101", "102", "103", "104", "105", "106", "107/"}));
+  EXPECT_EQ(entries.Records().substr(6 * 80), "100644 blob 106" + std::string(1, '\0') + kXId +
+                                                  "40000 tree 107" + std::string(1, '\0') +
+                                                  kEmptyTreeId);
+}
+
+TEST(TreeEntries, SharedListIsNotAppendedToInPlace) {
+  Entries entries;
+  for (int number = 100; number < 106; ++number) entries.SetBlob(std::to_string(number));
+  const Entries before(entries);
+  const Names names = before.Listed();
+  entries.SetBlob("106");
+  EXPECT_EQ(before.Listed(), names);
+  EXPECT_EQ(entries.Listed().back(), "106");
+  EXPECT_EQ(entries.Listed().size(), names.size() + 1);
+}
+
+TEST(TreeEntries, ChunkThatAnotherListSharesIsNotAppendedTo) {
+  Entries entries;
+  for (int number = 100; number < 106; ++number) entries.SetBlob(std::to_string(number));
+  TreeEntriesBuilder builder;
+  for (EntryChunk* chunk : entries.Get()->Chunks()) builder.Append(*chunk);
+  const Entries other(builder.Finish(nullptr));
+  const Names names = other.Listed();
+  entries.SetBlob("106");
+  other.ExpectSound();
+  EXPECT_EQ(other.Listed(), names);
+  EXPECT_EQ(entries.Listed().back(), "106");
+}
+
+TEST(TreeEntries, BufferKeepsTheRecordsThatItSharedBeforeAnAppend) {
+  Entries entries;
+  for (int number = 100; number < 106; ++number) entries.SetBlob(std::to_string(number));
+  Buffer records;
+  for (const EntryChunk* chunk : entries.Get()->Chunks()) chunk->AppendRecordsTo(records);
+  const std::string before = Bytes(records);
+  entries.SetBlob("106");
+  EXPECT_EQ(Bytes(records), before);
+  EXPECT_EQ(entries.Records().substr(0, before.size()), before);
+}
+
+TEST(TreeEntries, NamesThatGrowDoNotFitAndAreWrittenWhole) {
+  Entries entries;
+  std::string expected;
+  for (std::size_t length = 1; length < 200; length += 7) {
+    const std::string name(length, 'n');
+    entries.SetBlob(name);
+    entries.ExpectSound();
+    expected += "100644 blob " + name + std::string(1, '\0') + kXId;
+  }
+  EXPECT_EQ(entries.Records(), expected);
+}
+
+TEST(TreeEntries, AppendedNameWithAZeroLeavesNoWholeRecords) {
+  Entries entries;
+  for (int number = 100; number < 106; ++number) entries.SetBlob(std::to_string(number));
+  EXPECT_TRUE(entries.Get()->Chunks().back()->HasWholeRecords());
+  entries.SetBlob(std::string("9\0x", 3));
+  EXPECT_FALSE(entries.Get()->Chunks().back()->HasWholeRecords());
+}
+
 TEST(TreeEntries, EditOfASharedListDoesNotChangeTheOther) {
   Entries entries;
   for (int number = 100; number < 200; ++number) entries.SetBlob(std::to_string(number));

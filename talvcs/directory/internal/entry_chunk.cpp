@@ -20,7 +20,6 @@ namespace TalVcs {
 
 namespace {
 
-constexpr std::size_t kStackBytes = 2048;
 constexpr int kIdDigits = static_cast<int>(kIdLength);
 
 std::uint32_t CheckedEnd(std::uint64_t end) {
@@ -30,6 +29,19 @@ std::uint32_t CheckedEnd(std::uint64_t end) {
   return static_cast<std::uint32_t>(end);
 }
 
+/// Memory to write records to before their size is known.
+class RecordSpace {
+ public:
+  explicit RecordSpace(std::uint64_t mostBytes) {
+    if (mostBytes > m_onStack.size()) m_onHeap.resize(CheckedEnd(mostBytes));
+  }
+  char* Get() noexcept { return m_onHeap.empty() ? m_onStack.data() : m_onHeap.data(); }
+
+ private:
+  std::array<char, 2048> m_onStack;
+  std::vector<char> m_onHeap;
+};
+
 char* PutText(TalStringViewT<char> text, char* out) noexcept {
   std::memcpy(out, text.text, static_cast<std::size_t>(text.length));
   return out + text.length;
@@ -37,7 +49,7 @@ char* PutText(TalStringViewT<char> text, char* out) noexcept {
 
 }  // namespace
 
-EntryChunk::Ptr EntryChunk::Make(std::span<const Slot> slots) {
+EntryChunk::Ptr EntryChunk::Make(std::span<const Slot> slots, std::size_t room) {
   std::array<Id, kMostSlots + 1> ids;
   std::array<bool, kMostSlots + 1> recorded{};
   std::uint64_t units = 0;
@@ -59,9 +71,8 @@ EntryChunk::Ptr EntryChunk::Make(std::span<const Slot> slots) {
       most_bytes += static_cast<std::uint64_t>(slot.record.length);
     }
   }
-  std::array<char, kStackBytes> on_stack;
-  std::vector<char> on_heap(most_bytes > kStackBytes ? CheckedEnd(most_bytes) : 0);
-  char* const bytes = on_heap.empty() ? on_stack.data() : on_heap.data();
+  RecordSpace space(most_bytes);
+  char* const bytes = space.Get();
   char* end = bytes;
   std::array<std::uint32_t, kMostSlots + 1> record_ends;
   for (std::size_t index = 0; index < slots.size(); ++index) {
@@ -73,36 +84,59 @@ EntryChunk::Ptr EntryChunk::Make(std::span<const Slot> slots) {
     record_ends[index] = static_cast<std::uint32_t>(end - bytes);
   }
 
-  const std::uint64_t records_offset = sizeof(EntryChunk) +
-                                       slots.size() * (sizeof(cow_ptr<Object>) + sizeof(Ends)) +
-                                       units * sizeof(WideChar);
   const auto record_bytes = static_cast<std::size_t>(end - bytes);
+  const auto with_room = [&](std::uint64_t present) {
+    return present + (present * room + slots.size() - 1) / slots.size();
+  };
+  const std::size_t capacity = slots.size() + room;
+  const std::uint64_t records_offset = NamesOffset(capacity) + with_room(units) * sizeof(WideChar);
   static_assert(alignof(EntryChunk) <= alignof(void*) &&
                 alignof(cow_ptr<Object>) <= alignof(void*));
   std::byte* memory = nullptr;
-  Buffer block = Buffer::Allocate(CheckedEnd(records_offset + record_bytes), memory);
+  Buffer block = Buffer::Allocate(CheckedEnd(records_offset + with_room(record_bytes)), memory);
   std::memcpy(memory + records_offset, bytes, record_bytes);
   auto* chunk = ::new (memory) EntryChunk;
   chunk->m_memory = std::move(block);
   chunk->m_recordsOffset = static_cast<std::uint32_t>(records_offset);
-  chunk->m_recordBytes = static_cast<std::uint32_t>(record_bytes);
-  chunk->m_count = static_cast<std::uint16_t>(slots.size());
+  chunk->m_capacity = static_cast<std::uint8_t>(capacity);
   chunk->m_hidesTree = hides_tree;
   chunk->m_hasWholeRecords = whole_records;
-  std::uint32_t name_end = 0;
   for (std::size_t index = 0; index < slots.size(); ++index) {
-    const Slot& slot = slots[index];
-    std::construct_at(chunk->Children() + index, *slot.child);
-    const auto length = static_cast<std::uint32_t>(slot.name.length);
-    std::memcpy(chunk->Names() + name_end, slot.name.text, length * sizeof(WideChar));
-    name_end += length;
-    ::new (chunk->EndsOfEntries() + index) Ends{name_end, record_ends[index]};
-    if (slot.kind == EntryKind::Tree) {
-      chunk->m_treeBits |= 1U << index;
-      ++chunk->m_treeCount;
-    }
+    chunk->PutEntry(slots[index], record_ends[index]);
   }
   return Ptr(chunk);
+}
+
+// Puts an entry after the present ones, up to the end of its record, whose bytes are there already.
+void EntryChunk::PutEntry(const Slot& slot, std::uint32_t recordEnd) noexcept {
+  const std::uint32_t name_start = m_count == 0 ? 0 : EndsOfEntries()[m_count - 1].name;
+  const auto length = static_cast<std::uint32_t>(slot.name.length);
+  std::construct_at(Children() + m_count, *slot.child);
+  std::memcpy(Names() + name_start, slot.name.text, length * sizeof(WideChar));
+  ::new (EndsOfEntries() + m_count) Ends{name_start + length, recordEnd};
+  if (slot.kind == EntryKind::Tree) {
+    m_treeBits |= 1U << m_count;
+    ++m_treeCount;
+  }
+  m_recordBytes = recordEnd;
+  ++m_count;
+}
+
+bool EntryChunk::TryAppend(const Slot& slot) {
+  if (m_count == m_capacity) return false;
+  const std::size_t name_end =
+      EndsOfEntries()[m_count - 1].name + static_cast<std::size_t>(slot.name.length);
+  if (NamesOffset(m_capacity) + name_end * sizeof(WideChar) > m_recordsOffset) return false;
+  const Id id = (*slot.child)->GetId();
+  RecordSpace space(MostRecordBytes(slot.name, id.View()));
+  const char* const end = PutRecord(slot.kind, slot.name, id.View(), space.Get());
+  const auto size = static_cast<std::size_t>(end - space.Get());
+  const std::size_t records_end = std::size_t{m_recordsOffset} + m_recordBytes;
+  if (m_memory.GetSize() - records_end < size) return false;
+  std::memcpy(static_cast<std::byte*>(static_cast<void*>(this)) + records_end, space.Get(), size);
+  m_hasWholeRecords = m_hasWholeRecords && slot.name.Find(WideChar()) < 0;
+  PutEntry(slot, static_cast<std::uint32_t>(m_recordBytes + size));
+  return true;
 }
 
 void EntryChunk::Free(EntryChunk* chunk) noexcept {

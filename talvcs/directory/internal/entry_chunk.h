@@ -23,7 +23,8 @@ inline bool SameName(TalStringViewT<WideChar> a, TalStringViewT<WideChar> b) noe
   return a.length == b.length && CompareNames(a, b) == 0;
 }
 
-/// An immutable run of entries of one directory, with the bytes of their records.
+/// A run of entries of one directory, with the bytes of their records. It is immutable as soon as
+/// it has a second holder; before, entries can be appended.
 ///
 /// All of it is one piece of memory: the chunk, the handles, the ends of names and records, the
 /// names, the records. Entries ascend by name; a blob comes before a subtree of the same name, and
@@ -49,8 +50,13 @@ class EntryChunk : public TalUtils::CountedBlock {
   };
 
   /// Returns a chunk with the slots, of which there must be one to `kMostSlots + 1`. A slot that a
-  /// blob of its name hides must not be absent, because it gets no record.
-  static Ptr Make(std::span<const Slot> slots);
+  /// blob of its name hides must not be absent, because it gets no record. The chunk has room for
+  /// `room` more entries of average size.
+  static Ptr Make(std::span<const Slot> slots, std::size_t room = 0);
+  /// Appends an entry with an object, which must come after all present ones and under another
+  /// name. Returns false, with nothing changed, if there is no room for it. The chunk must have one
+  /// holder. Buffers that share its records do not see the new one.
+  bool TryAppend(const Slot& slot);
   /// Frees a chunk that has no hold left. Buffers that share its records keep these.
   static void Free(EntryChunk* chunk) noexcept;
 
@@ -107,15 +113,20 @@ class EntryChunk : public TalUtils::CountedBlock {
 
   EntryChunk() = default;
   ~EntryChunk() = default;
-  // After the chunk itself come the handles, the ends, the names and the records.
+  void PutEntry(const Slot& slot, std::uint32_t recordEnd) noexcept;
+  static constexpr std::size_t NamesOffset(std::size_t capacity) noexcept {
+    return sizeof(EntryChunk) + capacity * (sizeof(cow_ptr<Object>) + sizeof(Ends));
+  }
+  // After the chunk itself come the handles, the ends, the names and the records. Each of the four
+  // may have room after it.
   cow_ptr<Object>* Children() const noexcept {
     return TalUtils::FirstAfter<cow_ptr<Object>>(const_cast<EntryChunk*>(this));
   }
   Ends* EndsOfEntries() const noexcept {
-    return static_cast<Ends*>(static_cast<void*>(Children() + m_count));
+    return static_cast<Ends*>(static_cast<void*>(Children() + m_capacity));
   }
   WideChar* Names() const noexcept {
-    return static_cast<WideChar*>(static_cast<void*>(EndsOfEntries() + m_count));
+    return static_cast<WideChar*>(static_cast<void*>(EndsOfEntries() + m_capacity));
   }
   std::uint32_t RecordSize(std::size_t index) const noexcept {
     const Ends* ends = EndsOfEntries();
@@ -125,10 +136,11 @@ class EntryChunk : public TalUtils::CountedBlock {
   std::uint16_t m_count = 0;
   std::uint16_t m_treeCount = 0;
   std::uint32_t m_treeBits = 0;
+  std::uint8_t m_capacity = 0;  // entries
   bool m_hidesTree = false;
   bool m_hasWholeRecords = false;
   bool m_hasSource = false;
-  // The block that the chunk itself lies in. The records are the last bytes of it.
+  // The block that the chunk itself lies in. The records come last in it.
   Buffer m_memory;
   std::uint32_t m_recordsOffset = 0;
   std::uint32_t m_recordBytes = 0;

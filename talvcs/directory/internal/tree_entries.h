@@ -112,6 +112,7 @@ class TreeEntries : public TalUtils::CountedBlock {
   }
   void CountChunk(const EntryChunk& chunk, bool added) noexcept;
   static void SetSlot(Ptr& list, const EntryChunk::Slot& slot);
+  bool AppendInPlace(const EntryChunk::Slot& slot);
   void ExpectAbsentSubtrees() const;
 
   bool m_hasRoomForCheckpoints = false;
