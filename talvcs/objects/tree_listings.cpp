@@ -33,16 +33,22 @@ void SortOnce(Paths& paths) {
   paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
 }
 
-/// Appends the paths of all blobs under `top`, each after `prefix`.
-void CollectBlobPaths(const Tree& top, PathText prefix, Paths& paths) {
+/// Appends the paths of all blobs under `top`, each after `prefix`. Returns true if they ascend.
+///
+/// Names of neighbours in a directory ascend. A path is compared with the one before it only if a
+/// directory begins or ends in between: "a/b" comes after "a.b", but the name "a" before "a.b".
+bool CollectBlobPaths(const Tree& top, PathText prefix, Paths& paths) {
   struct Level {
     EntryCursor cursor;
     std::size_t prefix_length;
   };
   std::vector<Level> levels;
+  bool ascends = true;
+  bool follows_neighbour = false;
   const auto enter = [&](const TreeEntries* list) {
     if (list != nullptr) list->ExpectSubtrees();
     levels.push_back({EntryCursor(list), prefix.size()});
+    follows_neighbour = false;
   };
   enter(TreeAccess::Entries(top));
   while (!levels.empty()) {
@@ -50,16 +56,23 @@ void CollectBlobPaths(const Tree& top, PathText prefix, Paths& paths) {
     prefix.resize(level.prefix_length);
     if (level.cursor.AtEnd()) {
       levels.pop_back();
+      follows_neighbour = false;
       continue;
     }
     const TalStringViewT<WideChar> name = level.cursor.Name();
     const NamedEntries entries = level.cursor.Take();
-    if (entries.Blob().HasObject()) paths.push_back(Joined(prefix, name));
+    if (entries.Blob().HasObject()) {
+      paths.push_back(Joined(prefix, name));
+      const bool is_known_to_ascend = follows_neighbour || paths.size() == 1;
+      ascends = ascends && (is_known_to_ascend || paths.end()[-2].Compare(paths.back()) < 0);
+      follows_neighbour = true;
+    }
     if (const Tree* below = OpenTree(entries.Tree())) {
       Descend(prefix, name);
       enter(TreeAccess::Entries(*below));
     }
   }
+  return ascends;
 }
 
 Paths LocalNames(const TreeEntries* list, EntryKind kind) {
@@ -173,8 +186,7 @@ std::vector<TalStringT<WideChar>> Tree::GetLocalObjectPaths() const {
 
 std::vector<TalStringT<WideChar>> Tree::GetDeepBlobPaths() const {
   Paths paths;
-  CollectBlobPaths(*this, {}, paths);
-  SortOnce(paths);
+  if (!CollectBlobPaths(*this, {}, paths)) SortOnce(paths);
   return paths;
 }
 

@@ -61,6 +61,13 @@ TEST_F(TreeListings, DeepPathsAreOneListSortedByCharacters) {
   EXPECT_EQ(Ascii(tree->GetDeepBlobPaths()), (Names{"a-b", "a/b-", "a/b/x", "a/c", "a0", "b"}));
 }
 
+TEST_F(TreeListings, DeepPathsPassOverSubtreesWithoutBlobs) {
+  Tree tree = TreeOf(&m_repository, {{"b", "1"}, {"a.x", "2"}});
+  tree.AddTree(&m_repository, TAL_WIDE("a"), Tree());
+  tree.AddTree(&m_repository, TAL_WIDE("c/d"), Tree());
+  EXPECT_EQ(Ascii(tree.GetDeepBlobPaths()), (Names{"a.x", "b"}));
+}
+
 TEST_F(TreeListings, DeepPathsFindTheirBlobs) {
   const auto tree = Of({{"1/2/3", "x"}, {"1/2/4", "y"}, {"5", "z"}});
   for (const TalStringT<WideChar>& path : tree->GetDeepBlobPaths()) {

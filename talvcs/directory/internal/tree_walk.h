@@ -64,13 +64,18 @@ class EntryCursor {
   /// Returns the entries under the present name and moves to the next one.
   NamedEntries Take() noexcept {
     const EntryChunk& chunk = Chunk();
-    const TalStringViewT<WideChar> name = chunk.Name(m_slot);
+    const std::size_t first = m_slot++;
     const cow_ptr<Object>* blob = nullptr;
     const cow_ptr<Object>* tree = nullptr;
-    do {
-      (chunk.Kind(m_slot) == EntryKind::Blob ? blob : tree) = &chunk.Child(m_slot);
-      ++m_slot;
-    } while (m_slot < chunk.Count() && SameName(chunk.Name(m_slot), name));
+    if (chunk.Kind(first) == EntryKind::Tree) {
+      tree = &chunk.Child(first);
+    } else {
+      blob = &chunk.Child(first);
+      const bool may_hide = m_slot < chunk.Count() && chunk.Kind(m_slot) == EntryKind::Tree;
+      if (may_hide && SameName(chunk.Name(m_slot), chunk.Name(first))) {
+        tree = &chunk.Child(m_slot++);
+      }
+    }
     if (m_slot == chunk.Count()) {
       ++m_chunk;
       m_slot = 0;
