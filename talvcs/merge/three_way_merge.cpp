@@ -35,15 +35,26 @@ const TreeEntries* EntriesOf(const cow_ptr<Tree>& tree) {
   return tree ? TreeAccess::Entries(*tree) : nullptr;
 }
 
-/// The names that one side changed, for both stages.
+/// A name whose entries in one stage differ between the root and a side, with these entries.
+struct ChangedName {
+  TalStringViewT<WideChar> name;
+  NamedEntries of_root;
+  NamedEntries of_side;
+};
+
+/// The names that one side changed, for both stages. The directories must outlive it unchanged.
 struct ChangedNames {
-  std::vector<TalStringViewT<WideChar>> blobs;
-  std::vector<TalStringViewT<WideChar>> trees;
+  std::vector<ChangedName> blobs;
+  std::vector<ChangedName> trees;
 
   ChangedNames(const cow_ptr<Tree>& root, const cow_ptr<Tree>& side) {
     const auto visit = [this](auto name, const NamedEntries& of_root, const NamedEntries& of_side) {
-      if (EntriesDiffer(EntryKind::Blob, of_root, of_side)) blobs.push_back(name);
-      if (EntriesDiffer(EntryKind::Tree, of_root, of_side)) trees.push_back(name);
+      if (EntriesDiffer(EntryKind::Blob, of_root, of_side)) {
+        blobs.push_back({name, of_root, of_side});
+      }
+      if (EntriesDiffer(EntryKind::Tree, of_root, of_side)) {
+        trees.push_back({name, of_root, of_side});
+      }
     };
     VisitUnsharedNames(EntriesOf(root), EntriesOf(side), visit);
   }
@@ -59,32 +70,26 @@ bool SameTree(const Tree& a, const Tree& b) {
   return id_of_a == b.GetId();
 }
 
-DiffPartition PartitionDiffs(EntryKind stage, const MergeTrees& trees,
-                             const std::vector<TalStringViewT<WideChar>>& left_changed,
-                             const std::vector<TalStringViewT<WideChar>>& right_changed) {
-  std::vector<TalStringViewT<WideChar>> names;
-  names.reserve(left_changed.size() + right_changed.size());
-  std::set_union(left_changed.begin(), left_changed.end(), right_changed.begin(),
-                 right_changed.end(), std::back_inserter(names),
-                 [](const auto& a, const auto& b) { return a.Compare(b) < 0; });
+/// Walks over both lists together. A name in one of them alone was changed by that side only.
+DiffPartition PartitionDiffs(EntryKind stage, const std::vector<ChangedName>& left_changed,
+                             const std::vector<ChangedName>& right_changed) {
   DiffPartition partition;
-  for (const auto& name : names) {
-    switch (DecideEntry(stage, EntriesUnder(trees.root, name), EntriesUnder(trees.left, name),
-                        EntriesUnder(trees.right, name))) {
-      case EntryDecision::Conflict:
-        partition.conflicts.emplace_back(name);
-        break;
-      case EntryDecision::TakeSame:
-        partition.same_on_both.emplace_back(name);
-        break;
-      case EntryDecision::TakeLeft:
-        partition.left_only.emplace_back(name);
-        break;
-      case EntryDecision::TakeRight:
-        partition.right_only.emplace_back(name);
-        break;
-      case EntryDecision::KeepRoot:
-        break;
+  auto left = left_changed.begin();
+  auto right = right_changed.begin();
+  while (left != left_changed.end() || right != right_changed.end()) {
+    const int order = left == left_changed.end()     ? 1
+                      : right == right_changed.end() ? -1
+                                                     : CompareNames(left->name, right->name);
+    if (order < 0) {
+      partition.left_only.emplace_back((left++)->name);
+    } else if (order > 0) {
+      partition.right_only.emplace_back((right++)->name);
+    } else {
+      const bool same = DecideEntry(stage, left->of_root, left->of_side, right->of_side) ==
+                        EntryDecision::TakeSame;
+      (same ? partition.same_on_both : partition.conflicts).emplace_back(left->name);
+      ++left;
+      ++right;
     }
   }
   return partition;
@@ -170,7 +175,7 @@ class TreeMerge {
     const ChangedNames left(trees.root, trees.left);
     const ChangedNames right(trees.root, trees.right);
     level.result = trees.root;
-    const DiffPartition blobs = PartitionDiffs(EntryKind::Blob, trees, left.blobs, right.blobs);
+    const DiffPartition blobs = PartitionDiffs(EntryKind::Blob, left.blobs, right.blobs);
     for (const Name& name : blobs.conflicts) {
       switch (AskForBlob(level.resolvers.blobResolver, name)) {
         case ConflictChoice::Left:
@@ -186,7 +191,7 @@ class TreeMerge {
       }
     }
     ApplyPartition(level.result, trees, blobs);
-    DiffPartition subtrees = PartitionDiffs(EntryKind::Tree, trees, left.trees, right.trees);
+    DiffPartition subtrees = PartitionDiffs(EntryKind::Tree, left.trees, right.trees);
     ApplyPartition(level.result, trees, subtrees);
     level.subtree_conflicts = std::move(subtrees.conflicts);
     ExpectSubtrees(trees, level.subtree_conflicts);
