@@ -46,6 +46,9 @@ MEMORY_ROWS = [
     ("one directory, one by one, 10,000", "flat/perfile/10000", "peak_MiB", "MiB", 200),
 ]
 
+# What the heap is split into, by the counters of the library's program.
+HEAP_PARTS = ["content", "ids", "tables", "control", "slack"]
+
 # What grows: title, the benchmark's name and the sizes.
 GROWTH = [
     ("One directory, a file at a time", "flat/perfile", [1000, 2000, 4000, 8000, 16000]),
@@ -160,7 +163,21 @@ def compare(folder, rounds, pattern):
                       number(median(of["ours"], figure)), number(goal),
                       number(median(of["peer"], figure))])
     memory = table_lines(["memory", "unit", "TalVcs", "goal", "libgit2"], table)
-    return [*describe_peer(programs["peer"][0]), speed, memory]
+    return [*describe_peer(programs["peer"][0]), speed, memory, split_heap(memory_rows, results)]
+
+
+def split_heap(rows, results):
+    """Returns the table that splits the heap of an object. The rest are mostly directories."""
+    table = []
+    for title, name, figure, _, _ in rows:
+        if figure != "heap_per_object":
+            continue
+        ours = results[name]["ours"]
+        parts = [median(ours, f"{part}_per_object") for part in HEAP_PARTS]
+        total = median(ours, figure)
+        table.append([title, *map(number, parts), number(total - sum(parts)), number(total)])
+    return table_lines(["heap bytes an object", "content", "ids", "tables", "control", "slack",
+                        "directories and others", "all"], table)
 
 
 def grow(folder, rounds, pattern):

@@ -2,6 +2,8 @@
 #include <bench/measure.h>
 #include <kit/batch_edit.h>
 
+#include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace TalVcs::Bench {
@@ -25,6 +27,39 @@ std::uint64_t PackedSize(const Object& object) {
   const std::uint64_t size = object.GetData().GetSize();
   return static_cast<std::uint64_t>(object.GetHeader().GetLength()) + 2 +
          std::to_string(size).size() + size;
+}
+
+// The layout of a 64-bit build with libstdc++ and glibc.
+constexpr double kCountsBytes = 16;       // of a shared pointer, before the object
+constexpr double kTextHeadBytes = 8;      // before the characters of a shared text
+constexpr double kContentHeadBytes = 24;  // before the bytes of a block
+constexpr double kTerminatorBytes = 2;
+
+/// Returns what malloc takes for a piece beyond its size: it has a header of 8 bytes, and pieces
+/// are multiples of 16 bytes, 32 at least.
+double SlackOf(double size) { return std::max(32.0, std::ceil((size + 8) / 16) * 16) - size; }
+
+double ContentBytes(const Blob& blob) { return static_cast<double>(blob.GetData().GetSize()); }
+double ContentBytes(const Tree&) { return 0; }
+double ContentBytes(const Commit&) { return 0; }
+
+template <class T>
+void AddParts(const std::unordered_map<Id, cow_ptr<T>>& table, HeapParts& parts) {
+  constexpr double kNodeBytes = sizeof(void*) + sizeof(std::pair<const Id, cow_ptr<T>>) + 8;
+  constexpr double kObjectBytes = sizeof(T) + kCountsBytes;
+  for (const auto& [id, object] : table) {
+    const double content = ContentBytes(*object);
+    const double id_text = 2.0 * id.View().length + kTerminatorBytes;
+    parts.content += content;
+    parts.ids += id_text;
+    parts.tables += kNodeBytes;
+    parts.control += kObjectBytes + kTextHeadBytes;
+    parts.slack += SlackOf(kNodeBytes) + SlackOf(kObjectBytes) + SlackOf(kTextHeadBytes + id_text);
+    if (content == 0) continue;
+    parts.control += kContentHeadBytes;
+    parts.slack += SlackOf(kContentHeadBytes + content);
+  }
+  parts.tables += static_cast<double>(table.bucket_count() * sizeof(void*));
 }
 
 template <class Table>
@@ -124,6 +159,35 @@ Volume Measure(const Repository& repository) {
   AddVolume(storage.GetTrees(), volume);
   AddVolume(storage.GetCommits(), volume);
   return volume;
+}
+
+HeapParts& HeapParts::operator-=(const HeapParts& other) {
+  content -= other.content;
+  ids -= other.ids;
+  tables -= other.tables;
+  control -= other.control;
+  slack -= other.slack;
+  return *this;
+}
+
+HeapParts SplitHeap(const Repository& repository) {
+  HeapParts parts;
+  const IObjectsStorage& storage = *repository.GetStorage();
+  AddParts(storage.GetBlobs(), parts);
+  AddParts(storage.GetTrees(), parts);
+  AddParts(storage.GetCommits(), parts);
+  return parts;
+}
+
+void ReportHeapParts(benchmark::State& state, const HeapParts& parts, std::uint64_t objects) {
+  const auto report = [&](const char* name, double bytes) {
+    state.counters[name] = bytes / static_cast<double>(objects);
+  };
+  report("content_per_object", parts.content);
+  report("ids_per_object", parts.ids);
+  report("tables_per_object", parts.tables);
+  report("control_per_object", parts.control);
+  report("slack_per_object", parts.slack);
 }
 
 }  // namespace TalVcs::Bench

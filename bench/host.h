@@ -1,6 +1,7 @@
 #pragma once
 
 #include <bench/workloads.h>
+#include <benchmark/benchmark.h>
 #include <talvcs/talvcs.h>
 
 #include <memory>
@@ -69,5 +70,21 @@ struct Volume {
   std::uint64_t bytes = 0;
 };
 Volume Measure(const Repository& repository);
+
+/// Where the heap of a repository goes, in bytes. What is left of the heap in use are the
+/// directories (lists, names, records, handles), the texts of commits and what the host keeps.
+struct HeapParts {
+  double content = 0;  ///< the bytes of the blobs
+  double ids = 0;      ///< the texts of the ids
+  double tables = 0;   ///< the storage's tables: nodes and buckets
+  double control = 0;  ///< objects, their counts, and the heads of texts and of contents
+  double slack = 0;    ///< what malloc adds to the pieces above: its header, and rounding up
+
+  HeapParts& operator-=(const HeapParts& other);
+};
+/// Computes the parts from the sizes of the pieces that each object is made of.
+HeapParts SplitHeap(const Repository& repository);
+/// Reports the parts that `objects` objects have, divided by their number.
+void ReportHeapParts(benchmark::State& state, const HeapParts& parts, std::uint64_t objects);
 
 }  // namespace TalVcs::Bench

@@ -79,6 +79,7 @@ void ImportFiles(benchmark::State& state, Way way, bool shuffled) {
     section.Stop(state);
     const Volume volume = Measure(repository);
     section.Report(state, count, volume.objects, volume.bytes);
+    ReportHeapParts(state, SplitHeap(repository), volume.objects);
     Require(head->GetTree()->GetBlobCount() == count, "the number of files");
     Require(repository.GetBlobCount() == count, "the number of blobs");
     if (way == Way::PerFile) {
@@ -103,6 +104,7 @@ void FillDirectory(benchmark::State& state, Way way) {
     section.Stop(state);
     const Volume volume = Measure(repository);
     section.Report(state, count, volume.objects, volume.bytes);
+    ReportHeapParts(state, SplitHeap(repository), volume.objects);
     Require(head->GetTree()->GetBlobCount() == count, "the number of files");
     Require(repository.GetTreeCount() == (way == Way::PerFile ? count : 1), "the number of trees");
   }
@@ -120,11 +122,14 @@ void ChangeFiles(benchmark::State& state, Way way) {
     Repository repository = MakeRepository();
     Import(repository, files, InOrder(count), Way::Batch);
     const Volume before = Measure(repository);
+    const HeapParts parts_before = SplitHeap(repository);
     Section section;
     const cow_ptr<Commit> head = Replay(repository, changes, way);
     section.Stop(state);
     const Volume after = Measure(repository);
-    section.Report(state, commits, after.objects - before.objects, after.bytes - before.bytes);
+    const std::uint64_t objects = after.objects - before.objects;
+    section.Report(state, commits, objects, after.bytes - before.bytes);
+    ReportHeapParts(state, SplitHeap(repository) -= parts_before, objects);
     Require(repository.GetCommitCount() == commits + 1, "the number of commits");
     Require(repository.GetBlobCount() == count + std::uint64_t{kChangesPerCommit} * commits,
             "the number of blobs");
