@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include "command_table.h"
+#include "completion.h"
 #include "interrupt.h"
 
 #include <kit/text/result.h>
@@ -116,12 +117,24 @@ Commands::Commands() : m_app(std::make_unique<CLI::App>("Keeps the history of a 
   });
   m_app->add_option("-C,--folder", m_start, "Work in this folder instead of the current one");
   for (const AddCommands add : GetCommandTable()) add(*this);
+  AddDescriptions();
 }
 
 Commands::~Commands() = default;
 
 void Commands::Add(const char* name, const char* help, ExitCode (*run)(const Host&)) {
   AddAction(name, help, run);
+}
+
+/// Adds the commands that describe all others.
+void Commands::AddDescriptions() {
+  const auto shell = std::make_shared<std::string>();
+  AddAction("completion", "Print the completion of this program for a shell",
+            [this, shell](const Host& host) { return PrintCompletion(host, *m_app, *shell); })
+      .Argument("shell", *shell, "bash, zsh or fish")
+      .Required("shell");
+  AddAction("manual", "Print the manual page",
+            [this](const Host&) { return PrintManualPage(*m_app); });
 }
 
 Command Commands::AddAction(const char* name, const char* help, Action action) {

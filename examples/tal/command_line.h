@@ -69,6 +69,7 @@ class Commands {
   using Action = std::function<ExitCode(const Host&)>;
 
   Command AddAction(const char* name, const char* help, Action action);
+  void AddDescriptions();
 
   Host m_host;
   std::string m_start = ".";

@@ -6,8 +6,9 @@ namespace Tal {
 
 std::span<const AddCommands> GetCommandTable() {
   static constexpr std::array kTable = {
-      AddWorkCommands,   AddLogCommands,   AddDiffCommands,    AddFileCommands,
-      AddBranchCommands, AddMergeCommands, AddRewriteCommands, AddCheckCommands,
+      AddWorkCommands,    AddLogCommands,    AddDiffCommands,
+      AddFileCommands,    AddBranchCommands, AddMergeCommands,
+      AddRewriteCommands, AddCheckCommands,  AddExchangeCommands,
   };
   return kTable;
 }

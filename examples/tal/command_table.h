@@ -17,6 +17,7 @@ void AddBranchCommands(Commands& commands);
 void AddMergeCommands(Commands& commands);
 void AddRewriteCommands(Commands& commands);
 void AddCheckCommands(Commands& commands);
+void AddExchangeCommands(Commands& commands);
 
 /// Returns the functions that add all commands, in the order of the help.
 std::span<const AddCommands> GetCommandTable();

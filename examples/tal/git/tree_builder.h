@@ -1,0 +1,52 @@
+#pragma once
+
+#include "../file_kinds.h"
+#include "../text.h"
+
+#include <kit/batch_edit.h>
+#include <talvcs/talvcs.h>
+
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace Tal {
+
+/// A tree that is edited by path as git does: a file takes the place of a folder and of a file that
+/// its path leads through, and folders without files disappear. The kinds of files follow.
+class TreeBuilder {
+ public:
+  /// Begins with a tree, which may be null. The repository stores what is made; it must outlive the
+  /// builder.
+  TreeBuilder(TalVcs::Repository& repository, TalVcs::cow_ptr<TalVcs::Tree> tree);
+
+  /// Puts a file at the path.
+  void Put(const std::string& path, const TalVcs::Blob& blob, FileKind kind);
+  /// Removes the file or folder at the path, if there is one.
+  void Remove(const std::string& path);
+  /// Puts a copy of the file or folder at one path at another one. Returns false, with nothing
+  /// changed, if there is none.
+  bool Copy(const std::string& from, const std::string& to);
+  /// Removes everything.
+  void Clear();
+
+  /// Returns the tree with all edits, which the repository stores.
+  TalVcs::cow_ptr<TalVcs::Tree> Finish();
+
+ private:
+  void MakeRoom(const std::string& path);
+  bool IsFile(const std::string& path) const;
+  bool IsFolder(const std::string& path) const;
+  void RemoveKinds(const std::string& path);
+  void PutKinds();
+  void Flush();
+
+  TalVcs::Repository& m_repository;
+  TalVcs::Tree m_tree;
+  FileKinds m_kinds;
+  std::string m_kindsText;         // of m_tree
+  TalVcs::Kit::BatchEdit m_edits;  // of m_tree, not made yet
+  std::set<std::string> m_added;   // the files that these put
+};
+
+}  // namespace Tal
