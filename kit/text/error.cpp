@@ -8,6 +8,8 @@ const char* ToString(ErrorCode code) noexcept {
       return "NotFound";
     case ErrorCode::Conflict:
       return "Conflict";
+    case ErrorCode::HeadMoved:
+      return "HeadMoved";
     case ErrorCode::Undecided:
       return "Undecided";
     case ErrorCode::Busy:

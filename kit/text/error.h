@@ -12,7 +12,8 @@ namespace TalVcs::Kit {
 /// What went wrong, as far as a host acts on it differently.
 enum class ErrorCode {
   NotFound,     ///< There is nothing of that name or id.
-  Conflict,     ///< Somebody else changed it; `Error::heads` has what is there now.
+  Conflict,     ///< It exists already, or somebody changed it; `Error::heads` has what is there.
+  HeadMoved,    ///< Somebody else moved a branch of a workspace; `Workspace::Reload` takes it over.
   Undecided,    ///< A merge needs decisions.
   Busy,         ///< Somebody else is writing; try again.
   Cancelled,    ///< The host's progress callback returned false.
@@ -49,7 +50,8 @@ struct Error {
   std::string unchanged;
   /// The code and text of the system or engine below; empty if there is none.
   std::string cause;
-  /// For `Conflict`: the heads that are there now, of the branches that were to be moved.
+  /// For `Conflict` and `HeadMoved`: the heads that are there now, of the branches that were to be
+  /// moved.
   std::vector<Head> heads;
 };
 

@@ -60,9 +60,33 @@ Status Create(WorkspaceState& state, std::string_view kind, std::string_view nam
 
 Status RemoveHead(WorkspaceState& state, std::string_view kind, std::string_view name,
                   const std::string& branch) {
+  const Result<WideString> wide = CheckedText(name, "name of the " + std::string(kind));
+  if (!wide) return wide.error();
   if (!state.GetRepository().GetHead(ToWide(branch))) return NoBranch(kind, name);
   return state.MoveBranches({{branch, nullptr}}, nullptr, {});
 }
+
+/// A checkout that is taken back at the end of the scope unless it is kept, also when memory runs
+/// out.
+class CheckedOut {
+ public:
+  CheckedOut(Repository& repository, const WideString& branch)
+      : m_repository(repository), m_before(repository.GetCurentBranch()) {
+    m_repository.Checkout(branch);
+  }
+  CheckedOut(const CheckedOut&) = delete;
+  CheckedOut& operator=(const CheckedOut&) = delete;
+  ~CheckedOut() {
+    if (!m_isKept) m_repository.Checkout(m_before);
+  }
+
+  void Keep() noexcept { m_isKept = true; }
+
+ private:
+  Repository& m_repository;
+  WideString m_before;
+  bool m_isKept = false;
+};
 
 }  // namespace
 
@@ -98,16 +122,14 @@ Status Workspace::Switch(std::string_view branch) {
   return Try([&]() -> Status {
     Status status = m_state->NeedNoEdits("switch to another branch");
     if (!status) return status;
+    if (branch.starts_with(kTagPrefix)) return NoBranch("branch", branch);
     const Result<cow_ptr<TalVcs::Commit>> head = m_state->FindBranch(branch);
-    if (!head || branch.starts_with(kTagPrefix)) return NoBranch("branch", branch);
+    if (!head) return head.error();
     cow_ptr<Tree> files = RootOf(*head);
-    const WideString before = m_state->GetRepository().GetCurentBranch();
-    m_state->GetRepository().Checkout(ToWide(branch));
+    CheckedOut checked_out(m_state->GetRepository(), ToWide(branch));
     const Result<SaveReport> saved = Save(m_state->opened);
-    if (!saved) {
-      m_state->GetRepository().Checkout(before);
-      return saved.error();
-    }
+    if (!saved) return saved.error();
+    checked_out.Keep();
     m_state->lastCheckpoint.reset();
     m_state->BeginDraft(std::move(files));
     return {};
@@ -132,11 +154,9 @@ Status Workspace::RemoveTag(std::string_view name) {
 
 Result<Version> Workspace::Find(std::string_view name) const {
   return Try([&]() -> Result<Version> {
-    for (const std::string& branch : {std::string(name), TagBranch(name)}) {
-      if (const auto head = m_state->GetRepository().GetHead(ToWide(branch))) {
-        return m_state->VersionOf(head);
-      }
-    }
+    const Result<cow_ptr<TalVcs::Commit>> head = m_state->FindBranchOrTag(name);
+    if (head) return m_state->VersionOf(*head);
+    if (head.error().code != ErrorCode::NotFound) return head.error();
     const Result<cow_ptr<TalVcs::Commit>> commit = m_state->FindCommit(Id(ToWide(name)));
     if (!commit) return commit.error();
     return m_state->VersionOf(*commit);

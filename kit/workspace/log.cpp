@@ -1,5 +1,6 @@
 #include <kit/open/internal/reporter.h>
 #include <kit/open/try.h>
+#include <kit/text.h>
 #include <kit/workspace/internal/checked_text.h>
 #include <kit/workspace/internal/log_walk.h>
 #include <kit/workspace/workspace.h>
@@ -27,12 +28,9 @@ Result<LogWalk> Begin(WorkspaceState& state, const LogOptions& options) {
   } else if (options.branch.empty()) {
     walk.Add(state.GetHead());
   } else {
-    cow_ptr<Commit> head = state.GetRepository().GetHead(ToWide(options.branch));
-    if (!head) {
-      head = state.GetRepository().GetHead(ToWide(std::string(kTagPrefix) + options.branch));
-    }
-    if (!head) return state.FindBranch(options.branch).error();
-    walk.Add(std::move(head));
+    Result<cow_ptr<Commit>> head = state.FindBranchOrTag(options.branch);
+    if (!head) return std::move(head).error();
+    walk.Add(*std::move(head));
   }
   return walk;
 }
@@ -60,18 +58,44 @@ Result<std::vector<Version>> Workspace::Log(const LogOptions& options) const {
       if (!skipped) return skipped.error();
     }
     const LogFilter filter(options, *path);
+    const NamesOfIds names = m_state->NamesOfHeads();
     Reporter reporter(options.progress);
     Status status = reporter.Begin("log");
     std::vector<Version> versions;
     while (status && versions.size() < options.limit) {
       const cow_ptr<TalVcs::Commit> commit = walk->Next();
       if (!commit) break;
-      if (filter.Takes(*commit)) versions.push_back(m_state->VersionOf(commit));
+      if (filter.Takes(*commit)) versions.push_back(WorkspaceState::VersionOf(commit, names));
       status = reporter.Add(1);
     }
     if (status) status = reporter.End();
     if (!status) return status.error();
     return versions;
+  });
+}
+
+Result<Kit::Blame> Workspace::BlameFile(std::string_view path, const BlameOptions& options) const {
+  return Try([&]() -> Result<Kit::Blame> {
+    const Result<WideString> wide = CheckedPath(path);
+    if (!wide) return wide.error();
+    const Snapshot files(RootOf(m_state->GetHead()));
+    const Result<Bytes> text = files.Read(path);
+    if (!text) return text.error();
+    LogWalk walk;
+    walk.Add(m_state->GetHead());
+    const LogOptions everything;
+    const LogFilter filter(everything, *wide);
+    return BlameText(
+        [&]() -> Result<std::optional<TextVersion>> {
+          cow_ptr<TalVcs::Commit> commit = walk.Next();
+          while (commit && !filter.Takes(*commit)) commit = walk.Next();
+          if (!commit) return std::optional<TextVersion>();
+          const cow_ptr<Blob> blob = RootOf(commit)->GetDeepBlob(*wide);
+          if (!blob) return std::optional<TextVersion>();
+          return std::optional(TextVersion{ToUtf8(commit->GetId().View()),
+                                           std::string(Bytes(blob->GetData()).text())});
+        },
+        options);
   });
 }
 

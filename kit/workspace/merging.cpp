@@ -15,55 +15,63 @@ using MadeVersion = std::optional<Version>;
 
 Error HasMoved(WorkspaceState& state, const std::string& branch) {
   Error error =
-      WorkspaceError(ErrorCode::Conflict,
+      WorkspaceError(ErrorCode::HeadMoved,
                      "cannot merge: branch \"" + branch + "\" has moved since the preview", branch);
   const cow_ptr<Commit> head = state.GetRepository().GetHead(ToWide(branch));
   error.heads.push_back({branch, head ? head->GetId() : Id()});
   return error;
 }
 
-/// Returns the commit that a preview is about. Fails with `Conflict` if a branch isn't where it
+/// Returns the commit that a preview is about. Fails with `HeadMoved` if a branch isn't where it
 /// was.
 Result<cow_ptr<Commit>> FindOther(WorkspaceState& state, const MergePreview& preview) {
   const cow_ptr<Commit> head = state.GetHead();
   if (!((head ? head->GetId() : Id()) == preview.head)) return HasMoved(state, state.GetBranch());
   if (preview.action != MergeAction::Branch) return state.FindCommit(preview.version.id);
-  cow_ptr<Commit> other = state.GetRepository().GetHead(ToWide(preview.branch));
-  if (!other || !(other->GetId() == preview.version.id)) return HasMoved(state, preview.branch);
+  Result<cow_ptr<Commit>> other = state.FindBranch(preview.branch);
+  if (!other && other.error().code != ErrorCode::NotFound) return other;
+  if (!other || !((*other)->GetId() == preview.version.id)) return HasMoved(state, preview.branch);
   return other;
 }
 
-Result<MadeVersion> Finish(Workspace& workspace, const Result<MergePreview>& preview,
-                           const MergeOptions& options) {
-  if (!preview) return preview.error();
-  return workspace.Merge(*preview, {}, options);
+Result<MergePreview> PreviewOf(WorkspaceState& state, MergeAction action,
+                               Result<cow_ptr<Commit>> other, std::string branch,
+                               const PreviewOptions& options) {
+  if (!other) return std::move(other).error();
+  return Merging(state, action, *std::move(other), std::move(branch)).Preview(options.progress);
 }
 
-Result<MergePreview> PreviewOfVersion(WorkspaceState& state, MergeAction action,
-                                      const Id& version) {
-  return Try([&]() -> Result<MergePreview> {
-    const Result<cow_ptr<Commit>> commit = state.FindCommit(version);
-    if (!commit) return commit.error();
-    return Merging(state, action, *commit).Preview();
-  });
+Result<MadeVersion> Run(WorkspaceState& state, MergeAction action, Result<cow_ptr<Commit>> other,
+                        std::string branch, const Decisions& decisions,
+                        const MergeOptions& options) {
+  const Status status = state.NeedNoEdits("merge");
+  if (!status) return status.error();
+  if (!other) return std::move(other).error();
+  return Merging(state, action, *std::move(other), std::move(branch)).Run(decisions, options);
 }
 
 }  // namespace
 
-Result<MergePreview> Workspace::PreviewMerge(std::string_view branch) const {
-  return Try([&]() -> Result<MergePreview> {
-    const Result<cow_ptr<TalVcs::Commit>> head = m_state->FindBranch(branch);
-    if (!head) return head.error();
-    return Merging(*m_state, MergeAction::Branch, *head, std::string(branch)).Preview();
+Result<MergePreview> Workspace::PreviewMerge(std::string_view branch,
+                                             const PreviewOptions& options) const {
+  return Try([&] {
+    return PreviewOf(*m_state, MergeAction::Branch, m_state->FindBranch(branch),
+                     std::string(branch), options);
   });
 }
 
-Result<MergePreview> Workspace::PreviewCherryPick(const Id& version) const {
-  return PreviewOfVersion(*m_state, MergeAction::CherryPick, version);
+Result<MergePreview> Workspace::PreviewCherryPick(const Id& version,
+                                                  const PreviewOptions& options) const {
+  return Try([&] {
+    return PreviewOf(*m_state, MergeAction::CherryPick, m_state->FindCommit(version), {}, options);
+  });
 }
 
-Result<MergePreview> Workspace::PreviewRevert(const Id& version) const {
-  return PreviewOfVersion(*m_state, MergeAction::Revert, version);
+Result<MergePreview> Workspace::PreviewRevert(const Id& version,
+                                              const PreviewOptions& options) const {
+  return Try([&] {
+    return PreviewOf(*m_state, MergeAction::Revert, m_state->FindCommit(version), {}, options);
+  });
 }
 
 Result<MadeVersion> Workspace::Merge(const MergePreview& preview, const Decisions& decisions,
@@ -73,25 +81,28 @@ Result<MadeVersion> Workspace::Merge(const MergePreview& preview, const Decision
       return WorkspaceError(ErrorCode::Unsupported, "a preview of Reload is for Reload",
                             preview.branch);
     }
-    const Status status = m_state->NeedNoEdits("merge");
-    if (!status) return status.error();
-    Result<cow_ptr<TalVcs::Commit>> other = FindOther(*m_state, preview);
-    if (!other) return other.error();
-    return Merging(*m_state, preview.action, *std::move(other), preview.branch)
-        .Run(decisions, options);
+    return Run(*m_state, preview.action, FindOther(*m_state, preview), preview.branch, decisions,
+               options);
   });
 }
 
 Result<MadeVersion> Workspace::Merge(std::string_view branch, const MergeOptions& options) {
-  return Finish(*this, PreviewMerge(branch), options);
+  return Try([&] {
+    return Run(*m_state, MergeAction::Branch, m_state->FindBranch(branch), std::string(branch), {},
+               options);
+  });
 }
 
 Result<MadeVersion> Workspace::CherryPick(const Id& version, const MergeOptions& options) {
-  return Finish(*this, PreviewCherryPick(version), options);
+  return Try([&] {
+    return Run(*m_state, MergeAction::CherryPick, m_state->FindCommit(version), {}, {}, options);
+  });
 }
 
 Result<MadeVersion> Workspace::Revert(const Id& version, const MergeOptions& options) {
-  return Finish(*this, PreviewRevert(version), options);
+  return Try([&] {
+    return Run(*m_state, MergeAction::Revert, m_state->FindCommit(version), {}, {}, options);
+  });
 }
 
 Result<std::uint64_t> Workspace::Rebase(

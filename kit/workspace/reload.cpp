@@ -11,8 +11,6 @@ namespace TalVcs::Kit {
 
 namespace {
 
-using HeadMap = std::map<std::string, Id>;
-
 HeadMap KnownHeads(WorkspaceState& state) {
   HeadMap heads;
   for (const auto& [name, id] : state.GetStorage().GetHeadIds()) {
@@ -37,32 +35,32 @@ Id HeadIn(const HeadMap& heads, const std::string& name) {
 }
 
 /// The pending edits and what somebody else saved, brought together.
-class Reloading {
- public:
-  /// `head` is the new head of the branch, null if it is gone.
-  Reloading(WorkspaceState& state, cow_ptr<Commit> head)
-      : m_head(std::move(head)),
-        m_plan(state.GetRepository(),
-               {m_head ? state.base : EmptyTree(), state.draft.GetTree(),
-                m_head ? RootOf(m_head) : EmptyTree()},
-               state.options.mergers) {}
-
-  const MergePlan& GetPlan() const noexcept { return m_plan; }
-  Snapshot Theirs() const { return Snapshot(m_head ? RootOf(m_head) : nullptr); }
-
- private:
-  cow_ptr<Commit> m_head;
-  MergePlan m_plan;
+struct Reloading {
+  Snapshot theirs;
+  MergePlan plan;
 };
 
 /// Finds the new head of the current branch, which the repository can read although it doesn't know
 /// that it is one.
-Result<Reloading> Prepare(WorkspaceState& state, const HeadMap& actual) {
+Result<Reloading> Prepare(WorkspaceState& state, const HeadMap& actual, const Progress& progress) {
+  MergeSides sides{EmptyTree(), state.draft.GetTree(), EmptyTree()};
   const Id id = HeadIn(actual, state.GetBranch());
-  if (IsEmpty(id)) return Reloading(state, nullptr);
-  const Result<cow_ptr<Commit>> head = state.FindCommit(id);
-  if (!head) return head.error();
-  return Reloading(state, *head);
+  if (!IsEmpty(id)) {
+    const Result<cow_ptr<Commit>> head = state.FindCommit(id);
+    if (!head) return head.error();
+    sides.base = state.base;
+    sides.theirs = RootOf(*head);
+  }
+  Snapshot theirs(sides.theirs);
+  Reporter reporter(progress);
+  Status status = reporter.Begin("merge");
+  if (!status) return std::move(status).error();
+  Result<MergePlan> plan =
+      MergePlan::Make(state.GetRepository(), std::move(sides), state.options.mergers, reporter);
+  if (!plan) return std::move(plan).error();
+  status = reporter.End();
+  if (!status) return std::move(status).error();
+  return Reloading{std::move(theirs), *std::move(plan)};
 }
 
 /// Opens the store anew, on the same branch, whether or not it is there.
@@ -97,13 +95,15 @@ Status MakePending(WorkspaceState& state, const Snapshot& theirs, const Snapshot
   return {};
 }
 
-void Report(const HeadMap& before, const HeadMap& after,
-            const std::function<void(const Workspace::Move&)>& observer) {
+/// Reports what somebody else has moved since the observer was last called.
+void Report(WorkspaceState& state, const HeadMap& before, const HeadMap& after) {
   HeadMap all = before;
   all.insert(after.begin(), after.end());
+  state.observed = after;
+  if (!state.observer) return;
   for (const auto& [name, id] : all) {
     const Workspace::Move move{name, HeadIn(before, name), HeadIn(after, name), true};
-    if (!(move.before == move.after)) observer(move);
+    if (!(move.before == move.after)) state.observer(move);
   }
 }
 
@@ -112,20 +112,22 @@ void Report(const HeadMap& before, const HeadMap& after,
 Result<bool> Workspace::IsBehind() const {
   const Result<HeadMap> actual = ActualHeads(*m_state->store);
   if (!actual) return actual.error();
-  return *actual != KnownHeads(*m_state);
+  const HeadMap known = KnownHeads(*m_state);
+  Report(*m_state, m_state->observed.value_or(known), *actual);
+  return *actual != known;
 }
 
-Result<MergePreview> Workspace::PreviewReload() const {
+Result<MergePreview> Workspace::PreviewReload(const PreviewOptions& options) const {
   return Try([&]() -> Result<MergePreview> {
     const Result<HeadMap> actual = ActualHeads(*m_state->store);
     if (!actual) return actual.error();
-    const Result<Reloading> reloading = Prepare(*m_state, *actual);
+    const Result<Reloading> reloading = Prepare(*m_state, *actual, options.progress);
     if (!reloading) return reloading.error();
     MergePreview preview;
     preview.action = MergeAction::Reload;
     preview.branch = m_state->GetBranch();
     preview.head = HeadIn(*actual, preview.branch);
-    const MergePlan& plan = reloading->GetPlan();
+    const MergePlan& plan = reloading->plan;
     preview.changes = FilesChanged(m_state->draft.GetTree(), plan.WithoutConflicts());
     preview.conflicts = plan.GetConflicts();
     preview.isUpToDate = *actual == KnownHeads(*m_state);
@@ -133,28 +135,29 @@ Result<MergePreview> Workspace::PreviewReload() const {
   });
 }
 
-Status Workspace::Reload(const Decisions& decisions) {
+Status Workspace::Reload(const Decisions& decisions, const PreviewOptions& options) {
   return Try([&]() -> Status {
     const HeadMap before = KnownHeads(*m_state);
     const Result<HeadMap> actual = ActualHeads(*m_state->store);
     if (!actual) return actual.error();
     if (*actual == before && decisions.empty()) return {};
-    const Result<Reloading> reloading = Prepare(*m_state, *actual);
+    const HeadMap observed = m_state->observed.value_or(before);
+    const Result<Reloading> reloading = Prepare(*m_state, *actual, options.progress);
     if (!reloading) return reloading.error();
-    const Result<cow_ptr<Tree>> files = reloading->GetPlan().Decide(decisions);
+    const Result<cow_ptr<Tree>> files = reloading->plan.Decide(decisions);
     if (!files) return files.error();
     Result<OpenedRepository> opened = OpenAgain(*m_state, *actual);
     if (!opened) return opened.error();
     auto next =
         std::make_unique<WorkspaceState>(m_state->store, *std::move(opened), m_state->options);
-    if (!(RootOf(next->GetHead())->GetId() == reloading->Theirs().GetTree()->GetId())) {
+    if (!(RootOf(next->GetHead())->GetId() == reloading->theirs.GetTree()->GetId())) {
       return WorkspaceError(ErrorCode::Busy, "cannot reload: the branch is moving", GetBranch());
     }
-    Status status = MakePending(*next, reloading->Theirs(), Snapshot(*files));
+    Status status = MakePending(*next, reloading->theirs, Snapshot(*files));
     if (!status) return status;
     next->observer = std::move(m_state->observer);
     m_state = std::move(next);
-    if (m_state->observer) Report(before, KnownHeads(*m_state), m_state->observer);
+    Report(*m_state, observed, KnownHeads(*m_state));
     return {};
   });
 }

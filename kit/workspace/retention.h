@@ -51,8 +51,8 @@ class TALVCS_KIT_API Retention {
 
 /// Options of `Workspace::Forget`.
 struct ForgetOptions {
-  /// Phases: "history", "contents" and those of `Save`, all before anything has changed. Then the
-  /// phases of `CleanUp`, which can't be cancelled.
+  /// Phases: "history", "bases", "contents" and those of `Save`, all before anything has changed.
+  /// Then the phases of `CleanUp`, which can't be cancelled.
   Progress progress = {};
 };
 

@@ -45,4 +45,7 @@ namespace TalVcs {
 /// Writes the text of the id.
 inline std::ostream& operator<<(std::ostream& out, const Id& id) { return Kit::Print(out, id); }
 
+/// Orders ids by their texts, for sets and maps.
+inline bool operator<(const Id& a, const Id& b) noexcept { return a.View() < b.View(); }
+
 }  // namespace TalVcs

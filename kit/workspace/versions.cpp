@@ -1,4 +1,5 @@
 #include <kit/open/try.h>
+#include <kit/workspace/internal/checked_text.h>
 #include <kit/workspace/internal/merging.h>
 #include <kit/workspace/internal/undo_search.h>
 #include <kit/workspace/internal/workspace_state.h>
@@ -50,6 +51,31 @@ MergeOptions MergeOptionsOf(const CommitOptions& options) {
   return merge;
 }
 
+Result<MadeVersion> VersionFound(WorkspaceState& state, const Result<cow_ptr<Commit>>& found) {
+  if (!found) return found.error();
+  return *found ? Made(state.VersionOf(*found)) : MadeVersion();
+}
+
+Result<std::optional<MergePreview>> PreviewOf(WorkspaceState& state, MergeAction action,
+                                              const Result<cow_ptr<Commit>>& found,
+                                              const CommitOptions& options) {
+  if (!found) return found.error();
+  if (!*found) return std::optional<MergePreview>();
+  Result<MergePreview> preview = Merging(state, action, *found).Preview(options.progress);
+  if (!preview) return std::move(preview).error();
+  return std::optional(*std::move(preview));
+}
+
+/// Makes the version of an undo or a redo.
+Result<MadeVersion> TakeBack(WorkspaceState& state, MergeAction action,
+                             const Result<cow_ptr<Commit>>& found, const CommitOptions& options) {
+  if (!found) return found.error();
+  if (!*found) return MadeVersion();
+  const Status status = state.NeedNoEdits(action == MergeAction::Undo ? "undo" : "redo");
+  if (!status) return status.error();
+  return Merging(state, action, *found).Run({}, MergeOptionsOf(options));
+}
+
 }  // namespace
 
 Result<MadeVersion> Workspace::Commit(std::string_view message, const CommitOptions& options) {
@@ -63,6 +89,8 @@ Result<MadeVersion> Workspace::Checkpoint(std::string_view label, std::string_vi
                                           std::chrono::sys_seconds now,
                                           const CheckpointOptions& options) {
   return Try([&]() -> Result<MadeVersion> {
+    const Result<WideString> checked = CheckedText(gesture, "gesture");
+    if (!checked) return checked.error();
     if (!m_state->HasPendingEdits()) return MadeVersion();
     CommitOptions commit;
     commit.author = options.author;
@@ -89,47 +117,35 @@ Result<MadeVersion> Workspace::Checkpoint(std::string_view label, std::string_vi
 }
 
 Result<MadeVersion> Workspace::FindUndo(const CommitOptions& options) const {
-  return Try([&]() -> Result<MadeVersion> {
-    const cow_ptr<TalVcs::Commit> found = FindVersionToUndo(*m_state, options);
-    return found ? Made(m_state->VersionOf(found)) : MadeVersion();
-  });
+  return Try([&] { return VersionFound(*m_state, FindVersionToUndo(*m_state, options)); });
 }
 
 Result<MadeVersion> Workspace::FindRedo(const CommitOptions& options) const {
-  return Try([&]() -> Result<MadeVersion> {
-    const cow_ptr<TalVcs::Commit> found = FindVersionToRedo(*m_state, options);
-    return found ? Made(m_state->VersionOf(found)) : MadeVersion();
-  });
+  return Try([&] { return VersionFound(*m_state, FindVersionToRedo(*m_state, options)); });
 }
 
 Result<std::optional<MergePreview>> Workspace::PreviewUndo(const CommitOptions& options) const {
-  return Try([&]() -> Result<std::optional<MergePreview>> {
-    const cow_ptr<TalVcs::Commit> found = FindVersionToUndo(*m_state, options);
-    if (!found) return std::optional<MergePreview>();
-    return std::optional(Merging(*m_state, MergeAction::Undo, found).Preview());
+  return Try([&] {
+    return PreviewOf(*m_state, MergeAction::Undo, FindVersionToUndo(*m_state, options), options);
   });
 }
 
 Result<std::optional<MergePreview>> Workspace::PreviewRedo(const CommitOptions& options) const {
-  return Try([&]() -> Result<std::optional<MergePreview>> {
-    const cow_ptr<TalVcs::Commit> found = FindVersionToRedo(*m_state, options);
-    if (!found) return std::optional<MergePreview>();
-    return std::optional(Merging(*m_state, MergeAction::Redo, found).Preview());
+  return Try([&] {
+    return PreviewOf(*m_state, MergeAction::Redo, FindVersionToRedo(*m_state, options), options);
   });
 }
 
 Result<MadeVersion> Workspace::Undo(const CommitOptions& options) {
-  Result<std::optional<MergePreview>> preview = PreviewUndo(options);
-  if (!preview) return std::move(preview).error();
-  if (!*preview) return MadeVersion();
-  return Merge(**preview, {}, MergeOptionsOf(options));
+  return Try([&] {
+    return TakeBack(*m_state, MergeAction::Undo, FindVersionToUndo(*m_state, options), options);
+  });
 }
 
 Result<MadeVersion> Workspace::Redo(const CommitOptions& options) {
-  Result<std::optional<MergePreview>> preview = PreviewRedo(options);
-  if (!preview) return std::move(preview).error();
-  if (!*preview) return MadeVersion();
-  return Merge(**preview, {}, MergeOptionsOf(options));
+  return Try([&] {
+    return TakeBack(*m_state, MergeAction::Redo, FindVersionToRedo(*m_state, options), options);
+  });
 }
 
 Result<Snapshot> Workspace::At(const Id& version) const {

@@ -15,6 +15,13 @@ Workspace::~Workspace() = default;
 Result<Workspace> Workspace::Open(std::shared_ptr<IObjectStore> store,
                                   const WorkspaceOptions& options) {
   return Try([&]() -> Result<Workspace> {
+    const Result<WideString> branch = CheckedText(options.branch, "name of the branch");
+    if (!branch) return branch.error();
+    if (options.branch.starts_with(kTagPrefix)) {
+      return WorkspaceError(ErrorCode::BadName,
+                            "\"" + options.branch + "\" is a tag and can't be the current branch",
+                            options.branch);
+    }
     Result<OpenedRepository> opened = Kit::Open(store, {.branch = options.branch});
     if (!opened) return opened.error();
     return Workspace(

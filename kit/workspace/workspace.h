@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kit/diff/blame.h>
 #include <kit/diff/tree_changes.h>
 #include <kit/export.h>
 #include <kit/sharing/sharing_options.h>
@@ -10,6 +11,7 @@
 #include <kit/workspace/merge_preview.h>
 #include <kit/workspace/retention.h>
 #include <kit/workspace/snapshot.h>
+#include <kit/workspace/usage.h>
 #include <kit/workspace/version.h>
 #include <kit/workspace/workspace_options.h>
 
@@ -45,7 +47,7 @@ struct WorkspaceState;
 /// an offset between 0 and -1 hour are refused besides, because no version can hold them.
 ///
 /// *Failures.* A failed or cancelled operation leaves the workspace and the store as they were. If
-/// somebody else has moved a branch, operations that move it fail with `Conflict`: edits stay
+/// somebody else has moved a branch, operations that move it fail with `HeadMoved`: edits stay
 /// pending, and `Reload` brings both together. `Undecided` means that there are conflicts, or
 /// pending edits where the operation needs none: commit or discard them first. `Damaged` and
 /// `Unavailable` come from objects that can't be read.
@@ -54,6 +56,8 @@ struct WorkspaceState;
 class TALVCS_KIT_API Workspace {
  public:
   /// Opens the document in a store, which must not be null. An empty store is an empty document.
+  /// Fails with `NotFound` if the document lacks the branch of the options, with `BadName` if that
+  /// is a tag, and as the store does. Reads the list of branches and the head, whatever the size.
   static Result<Workspace> Open(std::shared_ptr<IObjectStore> store,
                                 const WorkspaceOptions& options = {});
   /// Opens the document in a store that was just opened; its error is passed on.
@@ -63,6 +67,7 @@ class TALVCS_KIT_API Workspace {
     return Open(std::make_shared<Store>(*std::move(store)), options);
   }
 
+  /// A workspace that was moved from can only be assigned to and destroyed.
   Workspace(Workspace&& other) noexcept;
   Workspace& operator=(Workspace&& other) noexcept;
   ~Workspace();
@@ -94,7 +99,8 @@ class TALVCS_KIT_API Workspace {
   Status Discard(std::string_view path);
 
   /// Makes a version of the pending edits and saves it. Returns it, or none if nothing differs from
-  /// the head. Fails with `Conflict` if somebody else has moved the branch; the edits stay pending.
+  /// the head. Fails with `HeadMoved` if somebody else has moved the branch; the edits stay
+  /// pending.
   Result<std::optional<Version>> Commit(std::string_view message,
                                         const CommitOptions& options = {});
   /// Does the same as an automatic save. Within a time window, a checkpoint replaces the one before
@@ -146,17 +152,24 @@ class TALVCS_KIT_API Workspace {
   /// belongs to the history of a path if the path differs from the version before it.
   Result<std::vector<Version>> Log(const LogOptions& options = {}) const;
 
+  /// Finds the version that added each line of a file of the head. Reads the versions that changed
+  /// the file until each line has its origin. Fails with `NotFound` if the head lacks the file.
+  Result<Kit::Blame> BlameFile(std::string_view path, const BlameOptions& options = {}) const;
+
   /// Return what a merge would do, with all conflicts. Nothing changes. A branch is merged since
   /// the newest common version, or the newest head that was merged before: conflicts that were
   /// decided aren't asked again, and what was taken back since stays so. Undo and redo return none
-  /// if there is nothing to do.
-  Result<MergePreview> PreviewMerge(std::string_view branch) const;
-  Result<MergePreview> PreviewCherryPick(const Id& version) const;
-  Result<MergePreview> PreviewRevert(const Id& version) const;
+  /// if there is nothing to do. A pick of what is there already, and a revert of what isn't there,
+  /// is up to date.
+  Result<MergePreview> PreviewMerge(std::string_view branch,
+                                    const PreviewOptions& options = {}) const;
+  Result<MergePreview> PreviewCherryPick(const Id& version,
+                                         const PreviewOptions& options = {}) const;
+  Result<MergePreview> PreviewRevert(const Id& version, const PreviewOptions& options = {}) const;
   Result<std::optional<MergePreview>> PreviewUndo(const CommitOptions& options = {}) const;
   Result<std::optional<MergePreview>> PreviewRedo(const CommitOptions& options = {}) const;
   /// Makes the version of a preview, with a decision for each of its conflicts. Needs no pending
-  /// edits. Returns none if it is up to date. Fails with `Conflict` if the current branch or the
+  /// edits. Returns none if it is up to date. Fails with `HeadMoved` if the current branch or the
   /// other one isn't where it was, and with `Undecided` if a decision is missing.
   Result<std::optional<Version>> Merge(const MergePreview& preview, const Decisions& decisions = {},
                                        const MergeOptions& options = {});
@@ -176,20 +189,33 @@ class TALVCS_KIT_API Workspace {
   /// Return what a rule would forget, and forget it: versions of all branches that it doesn't keep
   /// leave the history, and their objects leave the store. A version after one that was forgotten
   /// follows the next older one that is kept, with a new id; all else stays. The oldest version
-  /// that is left of a history can't be undone. Pending edits stay. Fails with `Conflict` if
+  /// that is left of a history can't be undone. Pending edits stay. Fails with `HeadMoved` if
   /// somebody else has moved a branch. If another session still reads the store, the last step
   /// fails with `Busy`: the versions are forgotten, and the next `CleanUp` brings back their bytes.
   Result<RetentionReport> PreviewForget(const Retention& rule,
                                         const ForgetOptions& options = {}) const;
   Result<RetentionReport> Forget(const Retention& rule, const ForgetOptions& options = {});
 
-  /// Returns true if somebody else has moved a branch since this workspace last looked.
+  /// Return what branches, versions, and the entries of a folder take in the store: the bytes of
+  /// packed forms, each object once, alone and shared with others. Tags are branches here, with
+  /// their names in the store. All versions that a branch or a tag reaches count. Versions are
+  /// sorted by time, the newest first. Paths are those that any version has. Reads every folder of
+  /// the history, at least once, and no file. Fail with `Damaged` or `Unavailable` if one can't be
+  /// read, except that `MeasureBranches` leaves it out.
+  Result<std::vector<BranchStatistics>> MeasureBranches(const MeasureOptions& options = {}) const;
+  Result<std::vector<VersionUsage>> MeasureVersions(const MeasureOptions& options = {}) const;
+  Result<std::vector<PathUsage>> MeasurePaths(std::string_view folder = {},
+                                              const MeasureOptions& options = {}) const;
+
+  /// Returns true if somebody else has moved a branch since this workspace was opened or reloaded.
+  /// Calls the observer for each branch that has moved since the last call. A host may call it
+  /// every second: it reads the list of branches and nothing else.
   Result<bool> IsBehind() const;
   /// Return what `Reload` would do with the pending edits, and take over what others saved. Pending
   /// edits are *ours*, the branch's new head is *theirs*. If the branch is gone, all files are
   /// pending.
-  Result<MergePreview> PreviewReload() const;
-  Status Reload(const Decisions& decisions = {});
+  Result<MergePreview> PreviewReload(const PreviewOptions& options = {}) const;
+  Status Reload(const Decisions& decisions = {}, const PreviewOptions& options = {});
 
   /// Brings what is new in the remote's branch of the current branch's name under the current
   /// branch: moves it there, or replays the versions that the remote lacks on top, each with its
@@ -217,10 +243,11 @@ class TALVCS_KIT_API Workspace {
     std::string name;       ///< The name of the branch in the store.
     Id before;              ///< Where it was.
     Id after;               ///< Where it is.
-    bool isBySomebodyElse;  ///< True if `Reload` found it, and for what a remote has.
+    bool isBySomebodyElse;  ///< True if `IsBehind` or `Reload` found it, and for what a remote has.
   };
-  /// Sets the function that is called after each move of a branch, on the caller's thread and after
-  /// the operation has succeeded. It must not call the workspace. Empty: none.
+  /// Sets the function that is called after each move of a branch: one of this workspace after the
+  /// operation has succeeded, one of somebody else when `IsBehind` or `Reload` finds it. It is
+  /// called on the caller's thread, and must not call the workspace. Empty: none.
   void Observe(std::function<void(const Move&)> observer);
 
   /// Lets go of objects that were read and aren't in use.

@@ -29,7 +29,7 @@ struct WorkspaceOptions {
   ContentMergers mergers = {};
 };
 
-/// Options of the operations that make a version.
+/// Options of the operations that make a version, and of the search for one to undo or redo.
 struct CommitOptions {
   /// The author. Empty: the workspace's.
   std::string author = {};
@@ -38,7 +38,7 @@ struct CommitOptions {
   std::optional<std::chrono::sys_seconds> time = {};
   /// Marks a version that a program makes on its own account. Undo passes over it.
   bool isMachineMade = false;
-  /// The phases of `Save`.
+  /// The phases of `Save`. Before these, undo and redo have "search" and "merge".
   Progress progress = {};
 };
 
@@ -53,6 +53,13 @@ struct CheckpointOptions {
   Progress progress = {};
 };
 
+/// Options of the operations that look at a merge and make no version, and of
+/// `Workspace::Reload`.
+struct PreviewOptions {
+  /// The phase "merge".
+  Progress progress = {};
+};
+
 /// Options of `Workspace::Merge`.
 struct MergeOptions {
   /// The message. Empty: one that names what was merged.
@@ -63,7 +70,7 @@ struct MergeOptions {
   std::optional<std::chrono::sys_seconds> time = {};
   /// Moves the branch without a new version where the current head is a part of the other history.
   bool allowsFastForward = true;
-  /// The phases of `Save`.
+  /// The phase "merge" and those of `Save`. `Rebase` has "rebase", with "merge" for each version.
   Progress progress = {};
 };
 

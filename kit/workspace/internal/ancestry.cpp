@@ -31,13 +31,17 @@ constexpr unsigned kBelowBase = 4;
 
 class BaseSearch {
  public:
-  explicit BaseSearch(const IRepository& repository) : m_repository(repository) {}
+  BaseSearch(const IRepository& repository, Reporter& reporter)
+      : m_repository(repository), m_reporter(reporter) {}
 
-  std::vector<cow_ptr<Commit>> Run(const cow_ptr<Commit>& first, const cow_ptr<Commit>& second) {
+  Result<std::vector<cow_ptr<Commit>>> Run(const cow_ptr<Commit>& first,
+                                           const cow_ptr<Commit>& second) {
     Mark(first, kFirst);
     Mark(second, kSecond);
     std::vector<cow_ptr<Commit>> found;
     while (m_open > 0) {
+      const Status status = m_reporter.Add(1);
+      if (!status) return status.error();
       const cow_ptr<Commit> commit = m_queue.top().commit;
       m_queue.pop();
       State& state = m_states[commit->GetId()];
@@ -98,6 +102,7 @@ class BaseSearch {
   }
 
   const IRepository& m_repository;
+  Reporter& m_reporter;
   std::unordered_map<Id, State> m_states;
   std::priority_queue<Queued> m_queue;
   std::uint64_t m_order = 0;
@@ -106,11 +111,12 @@ class BaseSearch {
 
 }  // namespace
 
-std::vector<cow_ptr<Commit>> FindMergeBases(const IRepository& repository,
-                                            const cow_ptr<Commit>& first,
-                                            const cow_ptr<Commit>& second) {
-  if (!first || !second) return {};
-  return BaseSearch(repository).Run(first, second);
+Result<std::vector<cow_ptr<Commit>>> FindMergeBases(const IRepository& repository,
+                                                    const cow_ptr<Commit>& first,
+                                                    const cow_ptr<Commit>& second,
+                                                    Reporter& reporter) {
+  if (!first || !second) return std::vector<cow_ptr<Commit>>();
+  return BaseSearch(repository, reporter).Run(first, second);
 }
 
 bool IsInLine(const cow_ptr<Commit>& commit, const Id& ancestor) {

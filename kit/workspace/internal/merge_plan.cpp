@@ -21,12 +21,24 @@ Id Store(IRepository& repository, const Buffer& content) {
 
 }  // namespace
 
-MergePlan::MergePlan(IRepository& repository, MergeSides sides, const ContentMergers& mergers)
-    : m_repository(repository),
-      m_sides(std::move(sides)),
-      m_merge(MergeTrees(m_sides.base, m_sides.ours, m_sides.theirs)) {
+MergePlan::MergePlan(IRepository& repository, MergeSides sides, TreeMerge merge)
+    : m_repository(&repository), m_sides(std::move(sides)), m_merge(std::move(merge)) {}
+
+Result<MergePlan> MergePlan::Make(IRepository& repository, MergeSides sides,
+                                  const ContentMergers& mergers, Reporter& reporter) {
+  Result<TreeMerge> merge = MergeTrees(sides.base, sides.ours, sides.theirs, reporter);
+  if (!merge) return std::move(merge).error();
+  MergePlan plan(repository, std::move(sides), *std::move(merge));
+  Status status = plan.FindConflicts(mergers, reporter);
+  if (!status) return std::move(status).error();
+  return plan;
+}
+
+Status MergePlan::FindConflicts(const ContentMergers& mergers, Reporter& reporter) {
   std::vector<TreeConflict> undecided;
   for (TreeConflict& found : m_merge.conflicts) {
+    Status status = reporter.Add(1);
+    if (!status) return status;
     Conflict conflict{found.path, found.kind, SideOf(m_sides.base, found.base, found.path),
                       SideOf(m_sides.ours, found.ours, found.path),
                       SideOf(m_sides.theirs, found.theirs, found.path)};
@@ -35,6 +47,7 @@ MergePlan::MergePlan(IRepository& repository, MergeSides sides, const ContentMer
     undecided.push_back(std::move(found));
   }
   m_merge.conflicts = std::move(undecided);
+  return {};
 }
 
 // A merger that can't merge a content leaves the file a conflict as a whole.
@@ -49,7 +62,7 @@ bool MergePlan::MergeContents(Conflict& conflict, const ContentMergers& mergers)
   conflict.places = (*merged)->conflicts;
   if (!(*merged)->IsClean()) return false;
   m_merge.edits.push_back(
-      {conflict.path, {Slot::Kind::File, Store(m_repository, conflict.merged->GetBuffer())}});
+      {conflict.path, {Slot::Kind::File, Store(*m_repository, conflict.merged->GetBuffer())}});
   return true;
 }
 
@@ -64,7 +77,7 @@ ConflictSide MergePlan::SideOf(const cow_ptr<Tree>& tree, const Slot& slot,
 }
 
 cow_ptr<Tree> MergePlan::WithoutConflicts() const {
-  return ApplyEdits(m_repository, m_sides.ours, m_merge.edits);
+  return ApplyEdits(*m_repository, m_sides.ours, m_merge.edits);
 }
 
 Slot MergePlan::Chosen(const TreeConflict& conflict, const Decision& decision) const {
@@ -78,15 +91,12 @@ Slot MergePlan::Chosen(const TreeConflict& conflict, const Decision& decision) c
     case Decision::Side::Content:
       break;
   }
-  return {Slot::Kind::File, Store(m_repository, decision.GetContent().GetBuffer())};
+  return {Slot::Kind::File, Store(*m_repository, decision.GetContent().GetBuffer())};
 }
 
 Result<cow_ptr<Tree>> MergePlan::Decide(const Decisions& decisions) const {
   for (const auto& [path, decision] : decisions) {
-    const bool is_conflict =
-        std::any_of(m_conflicts.begin(), m_conflicts.end(),
-                    [&path = path](const Conflict& conflict) { return conflict.path == path; });
-    if (!is_conflict) {
+    if (!std::ranges::binary_search(m_conflicts, path, {}, &Conflict::path)) {
       return WorkspaceError(ErrorCode::NotFound, "there is no conflict at \"" + path + "\"", path);
     }
   }
@@ -102,22 +112,25 @@ Result<cow_ptr<Tree>> MergePlan::Decide(const Decisions& decisions) const {
     const Slot chosen = Chosen(conflict, decision->second);
     if (!(chosen == conflict.ours)) edits.push_back({conflict.path, chosen});
   }
-  return ApplyEdits(m_repository, m_sides.ours, edits);
+  return ApplyEdits(*m_repository, m_sides.ours, edits);
 }
 
 std::vector<TreeChange> FilesChanged(const cow_ptr<Tree>& before, const cow_ptr<Tree>& after) {
   return FindTreeChanges(before, after, {.findLikeMoves = false}).value();
 }
 
-MergeSides SidesOf(IRepository& repository, const std::vector<cow_ptr<Commit>>& bases,
-                   const cow_ptr<Tree>& ours, const cow_ptr<Tree>& theirs) {
+Result<MergeSides> SidesOf(IRepository& repository, const std::vector<cow_ptr<Commit>>& bases,
+                           const cow_ptr<Tree>& ours, const cow_ptr<Tree>& theirs,
+                           Reporter& reporter) {
   MergeSides sides{bases.empty() ? EmptyTree() : RootOf(bases.front()), ours, theirs};
   for (std::size_t i = 1; i < bases.size(); ++i) {
-    const auto below = FindMergeBases(repository, bases.front(), bases[i]);
-    const cow_ptr<Tree> root = below.empty() ? EmptyTree() : RootOf(below.front());
-    const TreeMerge merge = MergeTrees(root, sides.base, RootOf(bases[i]));
-    std::vector<TreeEdit> edits = merge.edits;
-    for (const TreeConflict& conflict : merge.conflicts) {
+    const auto below = FindMergeBases(repository, bases.front(), bases[i], reporter);
+    if (!below) return below.error();
+    const cow_ptr<Tree> root = below->empty() ? EmptyTree() : RootOf(below->front());
+    const Result<TreeMerge> merge = MergeTrees(root, sides.base, RootOf(bases[i]), reporter);
+    if (!merge) return merge.error();
+    std::vector<TreeEdit> edits = merge->edits;
+    for (const TreeConflict& conflict : merge->conflicts) {
       const std::string text = "The bases of a merge disagree about " + conflict.path + ": " +
                                ToUtf8(conflict.ours.id.View()) + " or " +
                                ToUtf8(conflict.theirs.id.View());

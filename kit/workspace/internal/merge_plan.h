@@ -28,8 +28,10 @@ struct MergeSides {
 class MergePlan {
  public:
   /// Merges, and puts files that both sides changed to the mergers. The repository, which must
-  /// outlive the plan, stores what is made.
-  MergePlan(IRepository& repository, MergeSides sides, const ContentMergers& mergers);
+  /// outlive the plan, stores what is made. Fails with `Cancelled`; the items of the reporter are
+  /// folders and files that both sides changed.
+  static Result<MergePlan> Make(IRepository& repository, MergeSides sides,
+                                const ContentMergers& mergers, Reporter& reporter);
 
   const std::vector<Conflict>& GetConflicts() const noexcept { return m_conflicts; }
   /// Returns our tree with everything that needs no decision.
@@ -39,11 +41,13 @@ class MergePlan {
   Result<cow_ptr<Tree>> Decide(const Decisions& decisions) const;
 
  private:
+  MergePlan(IRepository& repository, MergeSides sides, TreeMerge merge);
+  Status FindConflicts(const ContentMergers& mergers, Reporter& reporter);
   bool MergeContents(Conflict& conflict, const ContentMergers& mergers);
   ConflictSide SideOf(const cow_ptr<Tree>& tree, const Slot& slot, const std::string& path) const;
   Slot Chosen(const TreeConflict& conflict, const Decision& decision) const;
 
-  IRepository& m_repository;
+  IRepository* m_repository;
   MergeSides m_sides;
   TreeMerge m_merge;
   std::vector<Conflict> m_conflicts;  // in the order of those of m_merge
@@ -54,7 +58,9 @@ std::vector<TreeChange> FilesChanged(const cow_ptr<Tree>& before, const cow_ptr<
 
 /// Returns what two histories began with, given their merge bases: the only one, or, where several
 /// are equally new, what their own merge comes to. Where these disagree, it has an unknown file.
-MergeSides SidesOf(IRepository& repository, const std::vector<cow_ptr<Commit>>& bases,
-                   const cow_ptr<Tree>& ours, const cow_ptr<Tree>& theirs);
+/// Fails with `Cancelled`.
+Result<MergeSides> SidesOf(IRepository& repository, const std::vector<cow_ptr<Commit>>& bases,
+                           const cow_ptr<Tree>& ours, const cow_ptr<Tree>& theirs,
+                           Reporter& reporter);
 
 }  // namespace TalVcs::Kit

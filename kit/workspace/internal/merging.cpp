@@ -28,10 +28,14 @@ Merging::Merging(WorkspaceState& state, MergeAction action, cow_ptr<Commit> othe
       m_action(action),
       m_head(state.GetHead()),
       m_other(std::move(other)),
-      m_branch(std::move(branch)) {
-  if (m_action == MergeAction::Branch) {
-    m_bases = FindMergeBases(m_state.GetRepository(), m_head, m_other);
-  }
+      m_branch(std::move(branch)) {}
+
+Status Merging::FindBases(Reporter& reporter) {
+  if (m_action != MergeAction::Branch) return {};
+  auto bases = FindMergeBases(m_state.GetRepository(), m_head, m_other, reporter);
+  if (!bases) return std::move(bases).error();
+  m_bases = *std::move(bases);
+  return {};
 }
 
 bool Merging::IsUpToDate() const {
@@ -45,17 +49,33 @@ bool Merging::IsFastForward() const {
          IsInLine(m_other, m_head->GetId());
 }
 
-MergeSides Merging::Sides() const {
-  const cow_ptr<Tree> after = RootOf(m_other);
-  if (m_action == MergeAction::Branch) {
-    return SidesOf(m_state.GetRepository(), m_bases, m_state.base, after);
-  }
-  const cow_ptr<Tree> before = RootOf(m_other->GetParent());
-  if (m_action == MergeAction::CherryPick) return {before, m_state.base, after};
-  return {after, m_state.base, before};
+// A version that is brought in or taken back must change something. An undo is counted, and a merge
+// is remembered, in any case.
+bool Merging::ChangesNothing(const cow_ptr<Tree>& merged) const {
+  const bool is_pick = m_action == MergeAction::CherryPick || m_action == MergeAction::Revert;
+  return is_pick && merged->GetId() == m_state.base->GetId();
 }
 
-MergePreview Merging::Preview() {
+Result<MergePlan> Merging::Plan(Reporter& reporter) const {
+  const cow_ptr<Tree> after = RootOf(m_other);
+  Result<MergeSides> sides = MergeSides{after, m_state.base, after};
+  if (m_action == MergeAction::Branch) {
+    sides = SidesOf(m_state.GetRepository(), m_bases, m_state.base, after, reporter);
+    if (!sides) return std::move(sides).error();
+  } else if (m_action == MergeAction::CherryPick) {
+    sides->base = RootOf(m_other->GetParent());
+  } else {
+    sides->theirs = RootOf(m_other->GetParent());
+  }
+  return MergePlan::Make(m_state.GetRepository(), *std::move(sides), m_state.options.mergers,
+                         reporter);
+}
+
+Result<MergePreview> Merging::Preview(const Progress& progress) {
+  Reporter reporter(progress);
+  Status status = reporter.Begin("merge");
+  if (status) status = FindBases(reporter);
+  if (!status) return std::move(status).error();
   MergePreview preview;
   preview.action = m_action;
   preview.branch = m_branch;
@@ -63,10 +83,16 @@ MergePreview Merging::Preview() {
   if (m_head) preview.head = m_head->GetId();
   preview.isUpToDate = IsUpToDate();
   preview.isFastForward = !preview.isUpToDate && IsFastForward();
-  if (preview.isUpToDate) return preview;
-  const MergePlan plan(m_state.GetRepository(), Sides(), m_state.options.mergers);
-  preview.changes = FilesChanged(m_state.base, plan.WithoutConflicts());
-  preview.conflicts = plan.GetConflicts();
+  if (!preview.isUpToDate) {
+    const Result<MergePlan> plan = Plan(reporter);
+    if (!plan) return plan.error();
+    const cow_ptr<Tree> merged = plan->WithoutConflicts();
+    preview.changes = FilesChanged(m_state.base, merged);
+    preview.conflicts = plan->GetConflicts();
+    preview.isUpToDate = preview.conflicts.empty() && ChangesNothing(merged);
+  }
+  status = reporter.End();
+  if (!status) return std::move(status).error();
   return preview;
 }
 
@@ -102,17 +128,24 @@ AnnotatedMessage Merging::Message(const std::string& wanted) const {
 
 Result<std::optional<Version>> Merging::Run(const Decisions& decisions,
                                             const MergeOptions& options) {
+  Reporter reporter(options.progress);
+  Status status = reporter.Begin("merge");
+  if (status) status = FindBases(reporter);
+  if (!status) return std::move(status).error();
   if (IsUpToDate()) return std::optional<Version>();
   if (IsFastForward() && (options.allowsFastForward || !m_head)) {
     const cow_ptr<Tree> files = RootOf(m_other);
-    const Status status =
-        m_state.MoveBranches({{m_state.GetBranch(), m_other}}, files, options.progress);
-    if (!status) return status.error();
+    status = m_state.MoveBranches({{m_state.GetBranch(), m_other}}, files, options.progress);
+    if (!status) return std::move(status).error();
     return std::optional(m_state.VersionOf(m_other));
   }
-  const MergePlan plan(m_state.GetRepository(), Sides(), m_state.options.mergers);
-  const Result<cow_ptr<Tree>> merged = plan.Decide(decisions);
+  const Result<MergePlan> plan = Plan(reporter);
+  if (!plan) return plan.error();
+  const Result<cow_ptr<Tree>> merged = plan->Decide(decisions);
   if (!merged) return merged.error();
+  status = reporter.End();
+  if (!status) return std::move(status).error();
+  if (ChangesNothing(*merged)) return std::optional<Version>();
   NewVersion version{m_head, *merged, Message(options.message),
                      m_state.SignatureOf(options.author, options.email, options.time)};
   Result<Version> made = m_state.PutOnBranch(version, options.progress);

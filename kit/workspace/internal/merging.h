@@ -18,13 +18,16 @@ class Merging {
   Merging(WorkspaceState& state, MergeAction action, cow_ptr<Commit> other,
           std::string branch = {});
 
-  MergePreview Preview();
-  /// Makes the version, or moves the branch.
+  /// Does nothing but look, in the phase "merge".
+  Result<MergePreview> Preview(const Progress& progress);
+  /// Makes the version, or moves the branch. Returns none if there is nothing to do.
   Result<std::optional<Version>> Run(const Decisions& decisions, const MergeOptions& options);
 
  private:
-  MergeSides Sides() const;
+  Status FindBases(Reporter& reporter);
+  Result<MergePlan> Plan(Reporter& reporter) const;
   bool IsUpToDate() const;
+  bool ChangesNothing(const cow_ptr<Tree>& merged) const;
   bool IsFastForward() const;
   AnnotatedMessage Message(const std::string& wanted) const;
 

@@ -1,29 +1,11 @@
-#include <kit/text.h>
-#include <kit/workspace/internal/checked_text.h>
 #include <kit/workspace/internal/reachable_objects.h>
-#include <talvcs/persistence/packed_object.h>
+#include <kit/workspace/internal/read_folders.h>
 
+#include <algorithm>
+#include <span>
 #include <utility>
 
 namespace TalVcs::Kit {
-
-namespace {
-
-/// Where the visit of a folder puts what it names.
-struct Found {
-  std::unordered_set<Id>& ids;
-  std::vector<Id>& trees;
-  std::vector<Id>& all;
-
-  static void Take(void* self, const PackedReference& reference) {
-    Found& found = *static_cast<Found*>(self);
-    if (!found.ids.insert(reference.id).second) return;
-    found.all.push_back(reference.id);
-    if (reference.type == ObjectType::Tree) found.trees.push_back(reference.id);
-  }
-};
-
-}  // namespace
 
 Status ReachableObjects::Add(const Id& commit, const Id& root) {
   std::vector<Id> added;
@@ -39,25 +21,20 @@ Status ReachableObjects::Add(const Id& commit, const Id& root) {
   return status;
 }
 
-// Level by level, each with one read.
 Status ReachableObjects::AddTrees(std::vector<Id> trees, std::vector<Id>& all) {
   while (!trees.empty()) {
-    std::vector<Id> below;
-    Status status;
-    const auto sink = [&](const Id& id, Result<Buffer> packed) {
-      Found found{m_ids, below, all};
-      if (!packed) {
-        status = std::move(packed).error();
-      } else if (!VisitReferences(*packed, {&found, &Found::Take})) {
-        status =
-            WorkspaceError(ErrorCode::Damaged, "folder " + ToUtf8(id.View()) + " can't be read",
-                           ToUtf8(id.View()));
+    const std::size_t count = std::min(trees.size(), kFoldersTogether);
+    const Result<std::vector<FolderRecord>> folders =
+        ReadFolders(m_store, std::span(trees).last(count));
+    if (!folders) return folders.error();
+    trees.resize(trees.size() - count);
+    for (const FolderRecord& folder : *folders) {
+      for (const PackedReference& entry : folder.entries) {
+        if (!m_ids.insert(entry.id).second) continue;
+        all.push_back(entry.id);
+        if (entry.type == ObjectType::Tree) trees.push_back(entry.id);
       }
-    };
-    const Status read = m_store.Read(trees, sink);
-    if (!read) return read;
-    if (!status) return status;
-    trees = std::move(below);
+    }
   }
   return {};
 }

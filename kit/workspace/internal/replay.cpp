@@ -16,32 +16,36 @@ std::vector<cow_ptr<Commit>> Replay::VersionsSince(const cow_ptr<Commit>& fork) 
   return versions;
 }
 
-Result<cow_ptr<Tree>> Replay::FilesWith(const cow_ptr<Commit>& version,
-                                        const cow_ptr<Commit>& top) {
-  const MergePlan plan(m_state.GetRepository(),
-                       {RootOf(version->GetParent()), RootOf(top), RootOf(version)},
-                       m_state.options.mergers);
-  if (plan.GetConflicts().empty()) return plan.Decide({});
+Result<cow_ptr<Tree>> Replay::FilesWith(const cow_ptr<Commit>& version, const cow_ptr<Commit>& top,
+                                        const Progress& progress) {
+  Reporter reporter(progress);
+  Status status = reporter.Begin("merge");
+  if (!status) return std::move(status).error();
+  const Result<MergePlan> plan = MergePlan::Make(
+      m_state.GetRepository(), {RootOf(version->GetParent()), RootOf(top), RootOf(version)},
+      m_state.options.mergers, reporter);
+  if (!plan) return plan.error();
+  if (plan->GetConflicts().empty()) return plan->Decide({});
   MergePreview preview;
   preview.action = MergeAction::CherryPick;
   preview.version = m_state.VersionOf(version);
   preview.head = top->GetId();
-  preview.changes = FilesChanged(RootOf(top), plan.WithoutConflicts());
-  preview.conflicts = plan.GetConflicts();
+  preview.changes = FilesChanged(RootOf(top), plan->WithoutConflicts());
+  preview.conflicts = plan->GetConflicts();
   Decisions decisions;
   if (m_decide) {
     Result<Decisions> decided = m_decide(preview);
     if (!decided) return std::move(decided).error();
     decisions = *std::move(decided);
   }
-  Result<cow_ptr<Tree>> files = plan.Decide(decisions);
+  Result<cow_ptr<Tree>> files = plan->Decide(decisions);
   if (!files && files.error().code == ErrorCode::Undecided) m_undecided = std::move(preview);
   return files;
 }
 
-Result<cow_ptr<Commit>> Replay::PutOnTop(const cow_ptr<Commit>& version,
-                                         const cow_ptr<Commit>& top) {
-  const Result<cow_ptr<Tree>> files = FilesWith(version, top);
+Result<cow_ptr<Commit>> Replay::PutOnTop(const cow_ptr<Commit>& version, const cow_ptr<Commit>& top,
+                                         const Progress& progress) {
+  const Result<cow_ptr<Tree>> files = FilesWith(version, top, progress);
   if (!files) return files.error();
   // What the version changed is there already.
   const bool changes_files = !(RootOf(version)->GetId() == RootOf(version->GetParent())->GetId());
@@ -69,7 +73,7 @@ Status Replay::MakeAll(const std::vector<cow_ptr<Commit>>& versions, cow_ptr<Com
   Status status = reporter.Begin("rebase", versions.size());
   for (auto version = versions.rbegin(); version != versions.rend(); ++version) {
     if (!status) return status;
-    Result<cow_ptr<Commit>> made = PutOnTop(*version, top);
+    Result<cow_ptr<Commit>> made = PutOnTop(*version, top, progress);
     if (!made) return std::move(made).error();
     top = *std::move(made);
     status = reporter.Add(1);

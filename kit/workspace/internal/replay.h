@@ -27,8 +27,10 @@ class Replay {
 
  private:
   std::vector<cow_ptr<Commit>> VersionsSince(const cow_ptr<Commit>& fork) const;
-  Result<cow_ptr<Tree>> FilesWith(const cow_ptr<Commit>& version, const cow_ptr<Commit>& top);
-  Result<cow_ptr<Commit>> PutOnTop(const cow_ptr<Commit>& version, const cow_ptr<Commit>& top);
+  Result<cow_ptr<Tree>> FilesWith(const cow_ptr<Commit>& version, const cow_ptr<Commit>& top,
+                                  const Progress& progress);
+  Result<cow_ptr<Commit>> PutOnTop(const cow_ptr<Commit>& version, const cow_ptr<Commit>& top,
+                                   const Progress& progress);
   Status MakeAll(const std::vector<cow_ptr<Commit>>& versions, cow_ptr<Commit>& top,
                  const Progress& progress);
 

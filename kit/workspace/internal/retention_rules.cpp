@@ -18,8 +18,10 @@ class Choice {
       : m_state(state), m_graph(graph), m_rule(rule), m_kept(graph.Nodes().size()) {}
 
   Result<std::vector<bool>> Run(Reporter& reporter) {
-    KeepHeadsAndBases();
-    Status status;
+    Status status = reporter.Begin("bases");
+    if (status) status = KeepHeadsAndBases(reporter);
+    if (status) status = reporter.End();
+    if (!status) return status.error();
     switch (m_rule.GetKind()) {
       case Retention::Kind::Newest:
         KeepNewest();
@@ -43,21 +45,23 @@ class Choice {
   }
 
  private:
-  void KeepHeadsAndBases() {
+  Status KeepHeadsAndBases(Reporter& reporter) {
     for (const HistoryGraph::Branch& branch : m_graph.Branches()) {
       m_kept[branch.head] = true;
       if (branch.isTag) continue;
       for (const HistoryGraph::Branch& other : m_graph.Branches()) {
         if (&other == &branch) break;
         if (other.isTag) continue;
-        for (const cow_ptr<Commit>& base :
-             FindMergeBases(m_state.GetRepository(), m_graph[branch.head].commit,
-                            m_graph[other.head].commit)) {
+        const auto bases = FindMergeBases(m_state.GetRepository(), m_graph[branch.head].commit,
+                                          m_graph[other.head].commit, reporter);
+        if (!bases) return bases.error();
+        for (const cow_ptr<Commit>& base : *bases) {
           // What is merged may be on no branch any more.
           if (const auto index = m_graph.Find(base->GetId())) m_kept[*index] = true;
         }
       }
     }
+    return {};
   }
 
   template <class Predicate>

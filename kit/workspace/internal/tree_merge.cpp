@@ -40,11 +40,13 @@ ConflictKind KindOfConflict(const Slot& base, const Slot& ours, const Slot& thei
   return base.kind == Slot::Kind::File ? ConflictKind::BothChanged : ConflictKind::BothAdded;
 }
 
-TreeMerge MergeTrees(const cow_ptr<Tree>& base, const cow_ptr<Tree>& ours,
-                     const cow_ptr<Tree>& theirs) {
+Result<TreeMerge> MergeTrees(const cow_ptr<Tree>& base, const cow_ptr<Tree>& ours,
+                             const cow_ptr<Tree>& theirs, Reporter& reporter) {
   TreeMerge merge;
   std::vector<Folder> pending{{"", base, ours, theirs}};
   while (!pending.empty()) {
+    const Status status = reporter.Add(1);
+    if (!status) return status.error();
     const Folder folder = std::move(pending.back());
     pending.pop_back();
     for (const WideString& name : DifferingNames(folder.ours, folder.theirs)) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kit/open/internal/reporter.h>
 #include <kit/workspace/internal/slots.h>
 #include <kit/workspace/merge_preview.h>
 
@@ -49,8 +50,9 @@ struct TreeMerge {
 };
 
 /// Merges. No tree may be null. Reads the folders that differ between ours and theirs, no file.
-TreeMerge MergeTrees(const cow_ptr<Tree>& base, const cow_ptr<Tree>& ours,
-                     const cow_ptr<Tree>& theirs);
+/// Fails with `Cancelled`; the items of the reporter are folders.
+Result<TreeMerge> MergeTrees(const cow_ptr<Tree>& base, const cow_ptr<Tree>& ours,
+                             const cow_ptr<Tree>& theirs, Reporter& reporter);
 
 /// Returns our tree with the edits made, stored in the repository.
 cow_ptr<Tree> ApplyEdits(IRepository& repository, const cow_ptr<Tree>& ours,

@@ -6,10 +6,12 @@
 // From the newest on, a version that a later one has taken back doesn't count: R takes back U(A),
 // so A counts and B doesn't. The next undo takes back A, the next redo U(B).
 
+#include <kit/open/internal/reporter.h>
 #include <kit/workspace/internal/undo_search.h>
 #include <kit/workspace/internal/workspace_state.h>
 
 #include <unordered_set>
+#include <utility>
 
 namespace TalVcs::Kit {
 
@@ -17,11 +19,15 @@ namespace {
 
 enum class Wanted { Edit, Undo };
 
-cow_ptr<Commit> Search(WorkspaceState& state, const CommitOptions& options, Wanted wanted) {
+Result<cow_ptr<Commit>> Search(WorkspaceState& state, const CommitOptions& options, Wanted wanted) {
+  Reporter reporter(options.progress);
+  Status status = reporter.Begin("search");
   const Signature mine = state.SignatureOf(options.author, options.email, options.time);
   const bool is_anybody = mine.author.empty() && mine.email.empty();
   std::unordered_set<Id> taken_back;
   for (cow_ptr<Commit> commit = state.GetHead(); commit; commit = commit->GetParent()) {
+    if (status) status = reporter.Add(1);
+    if (!status) return std::move(status).error();
     const Version version = DescribeCommit(*commit);
     if (taken_back.contains(version.id)) continue;
     const bool is_mine =
@@ -32,19 +38,19 @@ cow_ptr<Commit> Search(WorkspaceState& state, const CommitOptions& options, Want
       if (wanted == Wanted::Undo && is_mine) return commit;
       taken_back.insert(version.undoes);
     } else if (is_mine && !version.isMachineMade) {
-      return wanted == Wanted::Edit ? commit : nullptr;
+      return wanted == Wanted::Edit ? commit : cow_ptr<Commit>();
     }
   }
-  return nullptr;
+  return cow_ptr<Commit>();
 }
 
 }  // namespace
 
-cow_ptr<Commit> FindVersionToUndo(WorkspaceState& state, const CommitOptions& options) {
+Result<cow_ptr<Commit>> FindVersionToUndo(WorkspaceState& state, const CommitOptions& options) {
   return Search(state, options, Wanted::Edit);
 }
 
-cow_ptr<Commit> FindVersionToRedo(WorkspaceState& state, const CommitOptions& options) {
+Result<cow_ptr<Commit>> FindVersionToRedo(WorkspaceState& state, const CommitOptions& options) {
   return Search(state, options, Wanted::Undo);
 }
 

@@ -63,6 +63,15 @@ class Rollback {
   bool m_isDone = false;
 };
 
+/// Returns the error of a save as hosts of a workspace act on it.
+Error ErrorOfSave(Error error) {
+  if (error.code == ErrorCode::Conflict) {
+    error.code = ErrorCode::HeadMoved;
+    error.unchanged = "nothing was saved and pending edits stay; reload, then try again";
+  }
+  return error;
+}
+
 /// Refuses what the text of a commit can't hold: seconds of more than 32 bits, and an offset west
 /// of Greenwich of less than an hour.
 Status CheckTime(const Signature& signature) {
@@ -152,9 +161,18 @@ Result<cow_ptr<Commit>> WorkspaceState::FindCommit(const Id& id) {
 }
 
 Result<cow_ptr<Commit>> WorkspaceState::FindBranch(std::string_view name) {
-  cow_ptr<Commit> commit = GetRepository().GetHead(ToWide(name));
+  const Result<WideString> wide = CheckedText(name, "name of the branch");
+  if (!wide) return wide.error();
+  cow_ptr<Commit> commit = GetRepository().GetHead(*wide);
   if (!commit) return NoSuch("branch", name);
   return commit;
+}
+
+Result<cow_ptr<Commit>> WorkspaceState::FindBranchOrTag(std::string_view name) {
+  Result<cow_ptr<Commit>> branch = FindBranch(name);
+  if (branch || branch.error().code != ErrorCode::NotFound) return branch;
+  Result<cow_ptr<Commit>> tag = FindBranch(std::string(kTagPrefix).append(name));
+  return tag ? tag : branch;
 }
 
 void WorkspaceState::BeginDraft(cow_ptr<Tree> files) {
@@ -217,15 +235,15 @@ Status WorkspaceState::MoveBranches(const std::vector<BranchMove>& moves,
   }
   for (std::size_t i = 0; i < moves.size(); ++i) rollback.GetBranches()[i].Set(moves[i].to);
   const Result<SaveReport> saved = Save(opened, {.progress = progress});
-  if (!saved) return saved.error();
+  if (!saved) return ErrorOfSave(saved.error());
   rollback.Dismiss();
   lastCheckpoint.reset();
   if (files) BeginDraft(files);
-  if (!observer) return {};
   for (std::size_t i = 0; i < moves.size(); ++i) {
     const Id before = rollback.GetBranches()[i].GetId();
     const Id after = moves[i].to ? moves[i].to->GetId() : Id();
-    if (!(before == after)) observer({moves[i].name, before, after, false});
+    if (observed) observed->insert_or_assign(moves[i].name, after);
+    if (observer && !(before == after)) observer({moves[i].name, before, after, false});
   }
   return {};
 }
@@ -243,6 +261,7 @@ Status WorkspaceState::TakeOver(const std::vector<HeadMove>& moves) {
     std::erase_if(saved, [&move](const Head& branch) { return branch.name == move.name; });
     const auto place = std::ranges::lower_bound(saved, move.name, {}, &Head::name);
     if (head) saved.insert(place, {move.name, move.desired});
+    if (observed) observed->insert_or_assign(move.name, move.desired);
     if (observer) observer({move.name, move.expected, move.desired, true});
   }
   return {};
@@ -256,18 +275,19 @@ Result<Version> WorkspaceState::PutOnBranch(const NewVersion& version, const Pro
   return VersionOf(*commit);
 }
 
-std::multimap<WideString, std::string> WorkspaceState::NamesOfHeads() {
-  std::multimap<WideString, std::string> names;
-  for (const auto& [name, id] : GetStorage().GetHeadIds()) {
-    names.emplace(id.ToString(), ToUtf8(name));
-  }
+NamesOfIds WorkspaceState::NamesOfHeads() {
+  NamesOfIds names;
+  for (const auto& [name, id] : GetStorage().GetHeadIds()) names.emplace(id, ToUtf8(name));
   return names;
 }
 
 Version WorkspaceState::VersionOf(const cow_ptr<Commit>& commit) {
+  return VersionOf(commit, NamesOfHeads());
+}
+
+Version WorkspaceState::VersionOf(const cow_ptr<Commit>& commit, const NamesOfIds& names) {
   Version version = DescribeCommit(*commit);
-  const auto names = NamesOfHeads();
-  const auto [begin, end] = names.equal_range(version.id.ToString());
+  const auto [begin, end] = names.equal_range(version.id);
   for (auto at = begin; at != end; ++at) {
     const std::string& name = at->second;
     if (name.starts_with(kTagPrefix)) {

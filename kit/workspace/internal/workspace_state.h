@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -50,6 +51,12 @@ struct LastCheckpoint {
   std::chrono::sys_seconds time;
 };
 
+/// Names of branches and tags by the id of their head.
+using NamesOfIds = std::unordered_multimap<Id, std::string>;
+
+/// Heads by the name of their branch.
+using HeadMap = std::map<std::string, Id>;
+
 /// What a workspace consists of. The repository holds what is in the store and nothing else between
 /// two operations: each saves what it made, or takes it back.
 struct WorkspaceState {
@@ -63,8 +70,11 @@ struct WorkspaceState {
   cow_ptr<Commit> GetHead();
   /// Returns the commit of that id. Fails with `NotFound`.
   Result<cow_ptr<Commit>> FindCommit(const Id& id);
-  /// Returns the head of a branch. Fails with `NotFound`.
+  /// Returns the head of a branch of the store. Fails with `NotFound`, and with `BadText` for what
+  /// is no name.
   Result<cow_ptr<Commit>> FindBranch(std::string_view name);
+  /// Returns the head of a branch, or else the version of a tag. Fails likewise.
+  Result<cow_ptr<Commit>> FindBranchOrTag(std::string_view name);
 
   /// Begins anew from the files of the head, without pending edits.
   void BeginDraft(cow_ptr<Tree> files);
@@ -86,8 +96,10 @@ struct WorkspaceState {
   Result<Version> PutOnBranch(const NewVersion& version, const Progress& progress);
 
   /// Returns branches and tags by the id of their head.
-  std::multimap<WideString, std::string> NamesOfHeads();
+  NamesOfIds NamesOfHeads();
   Version VersionOf(const cow_ptr<Commit>& commit);
+  /// Does the same with the names of all heads, for many versions.
+  static Version VersionOf(const cow_ptr<Commit>& commit, const NamesOfIds& names);
 
   std::shared_ptr<IObjectStore> store;
   OpenedRepository opened;
@@ -96,6 +108,8 @@ struct WorkspaceState {
   Draft draft;
   std::optional<LastCheckpoint> lastCheckpoint;
   std::function<void(const Workspace::Move&)> observer;
+  /// The heads of the store that the observer knows of; none as long as they are the known ones.
+  std::optional<HeadMap> observed;
 };
 
 /// Returns a commit as a host sees it, without the names of branches.

@@ -285,7 +285,7 @@ TEST_F(WorkspaceEdit, CommitOnAMovedBranchFailsAndKeepsTheEdits) {
   const Version theirs = CommitFiles(other, {{"b", "2"}}, "theirs");
   workspace.Write("c", "3").value();
   const auto failed = workspace.Commit("mine");
-  ASSERT_THAT(failed, FailsWith(ErrorCode::Conflict));
+  ASSERT_THAT(failed, FailsWith(ErrorCode::HeadMoved));
   EXPECT_EQ(failed.error().heads, (std::vector<Kit::Head>{{"master", theirs.id}}));
   EXPECT_EQ(FilesOf(workspace), (FileTexts{{"a", "1"}, {"c", "3"}}));
   EXPECT_TRUE(workspace.IsBehind().value());

@@ -198,10 +198,10 @@ TEST_F(WorkspaceMerge, PreviewOfAMovedBranchIsRefused) {
   Fork({{"a", "1"}}, {{"b", "2"}}, {{"a", "2"}});
   const MergePreview preview = workspace.PreviewMerge("topic").value();
   OnTopic({{"a", "3"}}, "moved");
-  EXPECT_THAT(workspace.Merge(preview), FailsWith(ErrorCode::Conflict));
+  EXPECT_THAT(workspace.Merge(preview), FailsWith(ErrorCode::HeadMoved));
   const MergePreview second = workspace.PreviewMerge("topic").value();
   CommitFiles({{"b", "3"}}, "moved too");
-  EXPECT_THAT(workspace.Merge(second), FailsWith(ErrorCode::Conflict));
+  EXPECT_THAT(workspace.Merge(second), FailsWith(ErrorCode::HeadMoved));
   EXPECT_THAT(workspace.PreviewMerge("none"), FailsWith(ErrorCode::NotFound));
 }
 

@@ -130,7 +130,7 @@ class WorkspaceModel : public WorkspaceTest {
   /// Checks what an operation made of the head, given the version that the model makes.
   void CheckMade(const Kit::Result<std::optional<Version>>& made, ModelVersion version) {
     if (IsBehind()) {
-      EXPECT_THAT(made, FailsWith(ErrorCode::Conflict));
+      EXPECT_THAT(made, FailsWith(ErrorCode::HeadMoved));
       return;
     }
     ASSERT_TRUE(made.ok()) << Kit::Describe(made.error());
@@ -212,7 +212,7 @@ class WorkspaceModel : public WorkspaceTest {
       if (Head() < 0) {
         EXPECT_THAT(made, FailsWith(ErrorCode::NotFound));
       } else if (m_heads.contains(name) && m_heads[name] != Head()) {
-        EXPECT_THAT(made, FailsWith(ErrorCode::Conflict));
+        EXPECT_THAT(made, FailsWith(ErrorCode::HeadMoved));
       } else {
         EXPECT_TRUE(made.ok());
         m_heads[name] = m_session->heads[name] = Head();
@@ -321,7 +321,12 @@ class WorkspaceModel : public WorkspaceTest {
     const Preview preview = reverts ? m_workspace->PreviewRevert(Id(id->first))
                                     : m_workspace->PreviewCherryPick(Id(id->first));
     const Kit::Decisions decisions = Decide(preview.value(), theirs, merge);
-    CheckMade(m_workspace->Merge(*preview, decisions), {merge.files});
+    const auto made = m_workspace->Merge(*preview, decisions);
+    if (merge.files == FilesAt(Head())) {
+      EXPECT_EQ(made.value(), std::nullopt);
+    } else {
+      CheckMade(made, {merge.files});
+    }
   }
 
   void Reload() {

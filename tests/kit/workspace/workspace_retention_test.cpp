@@ -208,7 +208,7 @@ TEST_F(WorkspaceRetention, ForgettingOnAMovedBranchFails) {
   CommitNumbers(1, 4);
   Kit::Workspace other = OpenAgain();
   CommitFiles(other, {{"b", "1"}}, "theirs");
-  EXPECT_THAT(workspace.Forget(Retention::KeepNewest(1)), FailsWith(ErrorCode::Conflict));
+  EXPECT_THAT(workspace.Forget(Retention::KeepNewest(1)), FailsWith(ErrorCode::HeadMoved));
   EXPECT_EQ(Summaries(OpenAgain()).size(), 5u);
 }
 

@@ -127,7 +127,7 @@ TEST_F(WorkspaceSafety, TwoSessionsLoseNoEdit) {
   workspace.Write("a", "1").value();
   other.Write("b", "2").value();
   workspace.Commit("a").value();
-  EXPECT_THAT(other.Commit("b"), FailsWith(ErrorCode::Conflict));
+  EXPECT_THAT(other.Commit("b"), FailsWith(ErrorCode::HeadMoved));
   other.Reload().value();
   other.Commit("b").value();
   EXPECT_EQ(FilesOf(OpenAgain()), (FileTexts{{"a", "1"}, {"b", "2"}}));
