@@ -31,5 +31,6 @@ if [ "$KIT" -eq 1 ]; then
   examples/quick_start >printed.txt
   head -n 3 printed.txt >files.txt
   printf 'house/door\nhouse/roof\ntree\n' | diff -u - files.txt
+  examples/sketchbook sketched >sketched.txt
   examples/tal --version
 fi
