@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace TalUtils {
 
@@ -14,6 +15,17 @@ constexpr std::size_t kStep = std::size_t{1} << 16;
 /// Appends the next `size` bytes of `stream` to `target`. Returns false if there were fewer. Memory
 /// grows with the bytes that come, not with the size that the stream reports.
 bool ReadPieces(IStream& stream, std::uint64_t size, Buffer& target) {
+  if (size != 0 && size <= kStep && target.IsEmpty()) {
+    std::byte* bytes = nullptr;
+    Buffer whole = Buffer::Allocate(static_cast<std::size_t>(size), bytes);
+    const std::size_t count = stream.Read(bytes, static_cast<std::size_t>(size));
+    if (count == size) {
+      target = std::move(whole);
+      return true;
+    }
+    target.Append(bytes, count, 1);
+    return false;
+  }
   std::array<std::byte, kStep> piece;
   for (std::uint64_t left = size; left > 0;) {
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, kStep));

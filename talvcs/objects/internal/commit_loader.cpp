@@ -68,8 +68,8 @@ const CommitFields* CommitLoader::ReadFields(const Id& id) {
   if (added) {
     StreamIO stream = m_getter(id);
     if (Helpers::ShiftObjectIdentifier(stream, "commit ")) {
-      commit.text = Helpers::StreamToStringA(stream);
-      commit.fields = ReadLooseCommitText(commit.text);
+      commit.text = StreamText(stream);
+      commit.fields = ReadLooseCommitText(commit.text.View());
     }
   } else if (commit.history == m_history) {
     return nullptr;

@@ -4,6 +4,7 @@
 #include <talvcs/objects/commit.h>
 #include <talvcs/objects/internal/id_map.h>
 #include <talvcs/objects/internal/load_target.h>
+#include <talvcs/objects/internal/stream_text.h>
 #include <talvcs/objects/internal/tree_loader.h>
 
 #include <cstdint>
@@ -33,7 +34,7 @@ class CommitLoader {
 
  private:
   struct KnownCommit {
-    TalStringT<char> text;
+    StreamText text;
     std::optional<CommitFields> fields;  // views of the text; nothing for an unreadable commit
     std::uint64_t history = 0;           // the line in which it was last asked for
   };

@@ -49,7 +49,7 @@ bool HasId(const cow_ptr<T>& object, const Id& id) {
 /// A tree whose text is being read.
 struct TreeLoader::OpenTree {
   Id id;
-  TalStringT<char> text;
+  StreamText text;
   LoadedEntries entries;
   int position = 0;
   // The entry whose subtree is being read.
@@ -80,7 +80,7 @@ cow_ptr<Tree> TreeLoader::Load(const Id& id, const cow_ptr<Tree>& previous) {
 const TreeResults::Result* TreeLoader::FindResult(const Id& id) {
   const TreeResults::Result* const result = m_results.Find(id);
   if (result == nullptr || !result->isOutdated) return result;
-  const auto bytes = static_cast<std::size_t>(result->text.GetLength());
+  const auto bytes = result->text.Size();
   if (bytes == 0 || bytes > m_bytesToReadAgain) return result;
   m_bytesToReadAgain -= bytes;
   return nullptr;
@@ -99,18 +99,18 @@ bool TreeLoader::Open(const Id& id, const Tree* previous, std::vector<OpenTree>&
   return true;
 }
 
-bool TreeLoader::ReadText(const Id& id, TalStringT<char>& text) {
+bool TreeLoader::ReadText(const Id& id, StreamText& text) {
   StreamIO stream = m_getter(id);
   if (!Helpers::ShiftObjectIdentifier(stream, Tree::kType)) return false;
-  text = Helpers::StreamToStringA(stream);
-  m_bytesToReadAgain += kReadAgainFactor * static_cast<std::size_t>(text.GetLength());
+  text = StreamText(stream);
+  m_bytesToReadAgain += kReadAgainFactor * text.Size();
   return !text.IsEmpty();
 }
 
 // Reads records until the text ends or a subtree has to be read first. That one is then on top of
 // `open`, and `tree` is not valid any more.
 void TreeLoader::ReadRecords(OpenTree& tree, std::vector<OpenTree>& open) {
-  const TalStringViewT<char> text = tree.text;
+  const TalStringViewT<char> text = tree.text.View();
   for (;;) {
     tree.position += tree.entries.TakePrevious(text.Mid(tree.position, text.length));
     if (tree.position == text.length) return;

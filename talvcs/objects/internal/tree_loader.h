@@ -33,7 +33,7 @@ class TreeLoader {
   struct OpenTree;
 
   bool Open(const Id& id, const Tree* previous, std::vector<OpenTree>& open);
-  bool ReadText(const Id& id, TalStringT<char>& text);
+  bool ReadText(const Id& id, StreamText& text);
   const TreeResults::Result* FindResult(const Id& id);
   void ReadRecords(OpenTree& tree, std::vector<OpenTree>& open);
   bool ReadSubtree(OpenTree& tree, TalStringViewT<char> name, const Id& id,

@@ -9,9 +9,9 @@ TreeResults::Result* TreeResults::Find(const Id& id) {
   return found == m_results.end() ? nullptr : &found->second;
 }
 
-TalStringT<char> TreeResults::Begin(const Id& id) {
+StreamText TreeResults::Begin(const Id& id) {
   Result& result = m_results[id];
-  TalStringT<char> text = std::move(result.text);
+  StreamText text = std::move(result.text);
   result = Result();
   return text;
 }
@@ -24,7 +24,7 @@ void TreeResults::AddLack(const Id& id, EntryKind kind, const Id& lacked) {
 }
 
 // The result may be outdated by now, by an object that came with a later entry.
-void TreeResults::Finish(const Id& id, cow_ptr<Tree> tree, const TalStringT<char>& text) {
+void TreeResults::Finish(const Id& id, cow_ptr<Tree> tree, const StreamText& text) {
   Result& result = m_results[id];
   result.tree = std::move(tree);
   if (result.lacksObjects) result.text = text;

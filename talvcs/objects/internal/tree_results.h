@@ -2,6 +2,7 @@
 
 #include <talvcs/format/internal/tree_format.h>
 #include <talvcs/objects/internal/id_map.h>
+#include <talvcs/objects/internal/stream_text.h>
 #include <talvcs/objects/tree.h>
 
 #include <vector>
@@ -17,8 +18,8 @@ namespace TalVcs {
 class TreeResults {
  public:
   struct Result {
-    cow_ptr<Tree> tree;     // null for an unreadable tree and while it is being read
-    TalStringT<char> text;  // empty if the tree lacks nothing
+    cow_ptr<Tree> tree;  // null for an unreadable tree and while it is being read
+    StreamText text;     // empty if the tree lacks nothing
     bool lacksObjects = false;
     bool isOutdated = false;
   };
@@ -28,11 +29,11 @@ class TreeResults {
 
   /// Begins to read the tree `id`. Until its end it counts as unreadable. Returns the text of its
   /// outdated result, empty if there is none.
-  TalStringT<char> Begin(const Id& id);
+  StreamText Begin(const Id& id);
   /// Notes that the tree `id`, which is being read, lacks an object.
   void AddLack(const Id& id, EntryKind kind, const Id& lacked);
   /// Ends reading with a result, which is null for an unreadable tree.
-  void Finish(const Id& id, cow_ptr<Tree> tree, const TalStringT<char>& text);
+  void Finish(const Id& id, cow_ptr<Tree> tree, const StreamText& text);
   /// Ends reading with a tree that the repository returns for `id`.
   void Forget(const Id& id) { m_results.erase(id); }
 
