@@ -108,4 +108,24 @@ if(TALVCS_INSTALL_TAL)
     "/prefix/${CMAKE_INSTALL_BINDIR}" "/prefix/${CMAKE_INSTALL_LIBDIR}")
   set_target_properties(tal PROPERTIES INSTALL_RPATH "$ORIGIN/${talvcs_libraries_from_tal}")
   install(TARGETS tal RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tal)
+
+  # The completions and the manual page come from the program itself.
+  set(talvcs_tal_texts "${CMAKE_CURRENT_BINARY_DIR}/tal_texts")
+  file(MAKE_DIRECTORY "${talvcs_tal_texts}")
+  add_custom_command(OUTPUT "${talvcs_tal_texts}/tal" "${talvcs_tal_texts}/_tal"
+      "${talvcs_tal_texts}/tal.fish" "${talvcs_tal_texts}/tal.1"
+    COMMAND tal completion bash > tal
+    COMMAND tal completion zsh > _tal
+    COMMAND tal completion fish > tal.fish
+    COMMAND tal manual > tal.1
+    WORKING_DIRECTORY "${talvcs_tal_texts}"
+    DEPENDS tal VERBATIM)
+  add_custom_target(talvcs_tal_texts ALL DEPENDS "${talvcs_tal_texts}/tal.1")
+  install(FILES "${talvcs_tal_texts}/tal" COMPONENT tal
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
+  install(FILES "${talvcs_tal_texts}/_tal" COMPONENT tal
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
+  install(FILES "${talvcs_tal_texts}/tal.fish" COMPONENT tal
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
+  install(FILES "${talvcs_tal_texts}/tal.1" COMPONENT tal DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 endif()

@@ -14,6 +14,10 @@ mv "$work/first" "$work/moved"
 expect_no_places moved "$BUILD" "$SOURCE" "$work/first"
 if [ "$TAL" -eq 1 ]; then
   moved/bin/tal --version
+  for file in bash-completion/completions/tal zsh/site-functions/_tal fish/vendor_completions.d/tal.fish \
+    man/man1/tal.1; do
+    grep -q export-git "moved/share/$file" || grep -q 'export\\-git' "moved/share/$file"
+  done
 elif [ -e moved/bin ]; then
   echo "programs are installed that nobody asked for:" >&2
   ls moved/bin >&2

@@ -105,9 +105,9 @@
     const reached = byId("branch").value ? reachedFrom(heads.get(byId("branch").value)) : null;
     let count = 0;
     rows.forEach((row, index) => {
-      const changed = data.versions[index].paths;
+      const changed = data.versions[index].files;
       row.hidden = !(texts[index].includes(text) && (!author || authors[index] === author) &&
-        (!reached || reached.has(index)) && (!path || changed.some((one) => one.includes(path))));
+        (!reached || reached.has(index)) && (!path || changed.some(([one]) => one.includes(path))));
       if (!row.hidden) ++count;
     });
     byId("versions").classList.toggle("filtered", count < rows.length);
@@ -178,12 +178,14 @@
     const cells = [element("td", "del"), element("td", "add")];
     const sides = [words(before), words(after)];
     const pairs = equalPairs(sides[0], sides[1]);
-    const has_word = pairs.some(([index]) => /\S/.test(sides[0][index]));
+    const hasWord = pairs.some(([index]) => /\S/.test(sides[0][index]));
     cells.forEach((cell, side) => {
       const kept = new Set(pairs.map((pair) => pair[side]));
+      let mark = null;  // of the words that differ up to here
       sides[side].forEach((word, index) => {
-        if (!has_word || kept.has(index)) appendText(cell, word);
-        else appendText(cell.appendChild(element("mark")), word);
+        const differs = hasWord && !kept.has(index);
+        mark = differs ? mark || cell.appendChild(element("mark")) : null;
+        appendText(mark || cell, word);
       });
       cell.normalize();
     });
@@ -288,12 +290,33 @@
   function comparison(before, after) {
     for (const content of [before, after]) {
       if (content && content[0] === "x") {
-        return element("p", "quiet", "A content of " + content[1] + " bytes is left out of this page.");
+        return element("p", "quiet", content[1] > 0
+          ? "A content of " + content[1] + " bytes is left out of this page." : "The content isn't in this page.");
       }
     }
     const isText = [before, after].every((content) => !content || content[0] === "t");
     if (isText) return textTable(before ? before[1] : "", after ? after[1] : "");
     return element("div", "pair", figure(before, after, "before"), figure(after, before, "after"));
+  }
+
+  // Makes a removed and an added text that have at least half of their lines in common one change.
+  function joinMoves(changes) {
+    const linesOf = (content) => data.contents[content][0] === "t" ? data.contents[content][1].split("\n") : [];
+    const most = 50;
+    const gone = changes.filter((change) => change.kind === "removed").slice(0, most);
+    for (const change of changes.filter((one) => one.kind === "added").slice(0, most)) {
+      const lines = new Set(linesOf(change.after));
+      const isLike = (other) => {
+        const before = linesOf(other.before);
+        return other.kind === "removed" &&
+          2 * before.filter((line) => lines.has(line)).length > Math.max(before.length, lines.size);
+      };
+      const old = gone.find(isLike);
+      if (!old) continue;
+      Object.assign(change, { kind: "moved and changed", oldPath: old.path, before: old.before });
+      old.kind = "";
+    }
+    return changes.filter((change) => change.kind);
   }
 
   function changesBetween(from, to) {
@@ -317,7 +340,7 @@
     for (const [content, paths] of removed) {
       for (const path of paths) changes.push({ kind: "removed", path, before: content });
     }
-    return changes.sort((a, b) => a.path < b.path ? -1 : a.path > b.path ? 1 : 0);
+    return joinMoves(changes).sort((a, b) => a.path < b.path ? -1 : a.path > b.path ? 1 : 0);
   }
 
   function compare() {
@@ -342,7 +365,7 @@
       result.append(box);
     });
   }
-  const names = rows.map((row, index) => [row.querySelector("a").textContent.slice(0, 70) + " (" +
+  const names = rows.map((row, index) => [row.querySelector("a").lastElementChild.textContent.slice(0, 70) + " (" +
     row.querySelector(".id").textContent + ")", String(index)]);
   for (const id of ["from", "to"]) fill(byId(id), names);
   if (rows.length > 0) {

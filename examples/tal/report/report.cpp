@@ -228,9 +228,8 @@ class ReportMaker {
       if (contents.size() > 1) contents += ",\n";
       const std::string json = ContentToJson(content);
       const bool fits = json.size() + contents.size() < Left();
-      const bool is_there = !json.starts_with("[\"x\"");
-      if (!fits || !is_there) ++left_out;
-      contents += fits ? json : "[\"x\",0]";
+      if (!fits || (json.starts_with("[\"x\"") && json != kNoContent)) ++left_out;
+      contents += fits ? json : std::string(kNoContent);
     }
     m_contents = contents + "]";
     Take(m_contents.size());
@@ -243,7 +242,7 @@ class ReportMaker {
   std::string ContentToJson(const VersionTable::Content& content) const {
     const auto files = m_workspace.At(m_table.Rows()[content.row].version.id);
     const auto bytes = files ? files->Read(content.path) : files.error();
-    if (!bytes) return "[\"x\",0]";
+    if (!bytes) return std::string(kNoContent);
     const std::string_view text = bytes->text();
     if (text.size() > Left()) return "[\"x\"," + std::to_string(text.size()) + "]";
     if (!ImageType(text).empty()) {
@@ -283,6 +282,7 @@ class ReportMaker {
   }
 
   static constexpr std::uint64_t kContentLeftOut = 64;
+  static constexpr std::string_view kNoContent = "[\"x\",0]";
 
   const Workspace& m_workspace;
   TalVcs::Kit::IObjectStore& m_store;
