@@ -293,6 +293,10 @@ void BatchEdit::ComputeIds(std::span<const Edit> edits) {
   for (std::size_t index = 0; index < count; ++index) {
     blobs[index] = std::get_if<Blob>(&edits[index].what);
   }
+  // The contents of a large list are in no cache any more.
+  for (const Edit& edit : edits.subspan(count).first(std::min(edits.size() - count, count))) {
+    if (const Blob* blob = std::get_if<Blob>(&edit.what)) blob->GetData().Prefetch();
+  }
   Blob::ComputeIds(std::span(blobs).first(count));
 }
 
