@@ -33,16 +33,19 @@ ROWS = [
     ("save 26,076 objects to memory", "save/stream/10000/1000", "ms", 1.43),
     ("load them", "load/stream/10000/1000", "ms", 1.6),
     ("purge 1,000 of 2,000 commits", "purge/10000/1000/1000", "ms", None),
+    ("chain of 100,000 commits: a commit", "chain/100000", "µs", None),
+    ("rebase of 100,000 commits: a commit", "rebase/100000", "µs", None),
 ]
 
 # Workload, figure, unit and goal.
 MEMORY_ROWS = [
     ("import one by one, 100,000", "import/perfile/100000", "heap_per_object", "bytes", 1000),
-    ("import in one batch, 100,000", "import/batch/100000", "heap_per_object", "bytes", None),
+    ("import in one batch, 100,000", "import/batch/100000", "heap_per_object", "bytes", 1250),
     ("history one by one, 10,000 files", "history/perfile/10000/1000", "heap_per_object", "bytes",
      1300),
     ("history in batches, 10,000 files", "history/batch/10000/1000", "heap_per_object", "bytes",
      None),
+    ("chain of 100,000 commits", "chain/100000", "heap_per_object", "bytes", 350),
     ("one directory, one by one, 10,000", "flat/perfile/10000", "peak_MiB", "MiB", 200),
 ]
 

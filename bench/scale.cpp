@@ -99,12 +99,48 @@ void BM_PurgeHalf(benchmark::State& state) {
   }
 }
 
+/// A chain of commits of one tree.
+void BM_Chain(benchmark::State& state) {
+  const auto commits = static_cast<std::uint32_t>(state.range(0));
+  for (auto _ : state) {
+    cow_ptr<Commit> head;
+    Repository repository = MakeStart(head);
+    Section section;
+    head = Chain(repository, std::move(head), commits, 1);
+    section.Stop(state);
+    section.Report(state, commits, commits);
+    ReportHeapParts(state, SplitHeap(repository), commits);
+    Require(repository.GetCommitCount() == commits + 1, "the number of commits");
+  }
+}
+
+/// Two histories without a common commit, a chain and a single commit, rebased onto a new root.
+void BM_Rebase(benchmark::State& state) {
+  const auto commits = static_cast<std::uint32_t>(state.range(0));
+  for (auto _ : state) {
+    Repository repository = MakeRepository();
+    const WideText root = Widen("root");
+    repository.CreateBranch(BranchName(0), Chain(repository, nullptr, commits - 1, 1));
+    repository.CreateBranch(BranchName(1), Chain(repository, nullptr, 1, commits));
+    Section section;
+    const bool done = repository.EnsureCommonRootFor(BranchName(0), BranchName(1), root);
+    section.Stop(state);
+    section.Report(state, commits, commits);
+    Require(done && repository.GetCommitCount() == 2 * std::uint64_t{commits} + 1,
+            "the number of commits");
+  }
+}
+
 /// Doubles the size three times, up to `largest`.
 void RegisterGrowth(benchmark::internal::Benchmark* benchmark, std::int64_t largest) {
   for (const int part : {8, 4, 2, 1}) benchmark->Arg(largest / part);
   benchmark->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 }
 
+BENCHMARK(BM_Chain)->Name("chain")->Arg(100000)->UseManualTime()->Iterations(1)->Unit(
+    benchmark::kMillisecond);
+BENCHMARK(BM_Rebase)->Name("rebase")->Arg(100000)->UseManualTime()->Iterations(1)->Unit(
+    benchmark::kMillisecond);
 BENCHMARK(BM_Simplify)->Name("scale/simplify")->Apply([](auto* benchmark) {
   RegisterGrowth(benchmark, 100000);
 });
