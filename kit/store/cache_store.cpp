@@ -1,6 +1,14 @@
+// What the fast store keeps as values, if it keeps heads:
+//
+//     "cache/heads"         head*
+//     "cache/value/" name   the value of that name
+//     head := id SP length SP name LF    length: decimal count of the bytes of the name
+
 #include <kit/store/cache_store.h>
+#include <kit/store/head_table.h>
 #include <kit/store/internal/parent_of.h>
 
+#include <charconv>
 #include <unordered_set>
 #include <utility>
 
@@ -8,7 +16,41 @@ namespace TalVcs::Kit {
 
 namespace {
 
+constexpr char kHeadsKey[] = "cache/heads";
+constexpr char kValuePrefix[] = "cache/value/";
+constexpr std::size_t kIdDigits = 64;
+
 bool Fits(const Id& id, const Buffer& packed) { return Id(packed) == id; }
+
+std::string TextOfHeads(const std::vector<Head>& heads) {
+  std::string text;
+  for (const Head& head : heads) {
+    text +=
+        ToUtf8(head.id.View()) + ' ' + std::to_string(head.name.size()) + ' ' + head.name + '\n';
+  }
+  return text;
+}
+
+/// Returns nothing for a text that `TextOfHeads` did not make.
+std::optional<HeadTable> HeadsOfText(std::string_view text) {
+  HeadTable heads;
+  while (!text.empty()) {
+    if (text.size() < kIdDigits + 1 || text[kIdDigits] != ' ') return std::nullopt;
+    Id id(ToWide(text.substr(0, kIdDigits)));
+    if (!IsObjectId(id)) return std::nullopt;
+    text.remove_prefix(kIdDigits + 1);
+    std::size_t length = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
+    if (error != std::errc()) return std::nullopt;
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    if (text.size() < 2 || length > text.size() - 2 || text[0] != ' ' || text[length + 1] != '\n') {
+      return std::nullopt;
+    }
+    heads.insert_or_assign(std::string(text.substr(1, length)), std::move(id));
+    text.remove_prefix(length + 2);
+  }
+  return heads;
+}
 
 }  // namespace
 
@@ -176,10 +218,50 @@ Status CacheStore::Write(std::span<const StoredObject> objects) {
   return status;
 }
 
-Result<std::vector<Head>> CacheStore::Heads() { return Slow(m_slow->Heads()); }
+Result<std::vector<Head>> CacheStore::Heads() {
+  Result<std::vector<Head>> heads = Slow(m_slow->Heads());
+  if (heads) KeepHeads(*heads);
+  if (!m_isOffline || !KeepsHeads()) return heads;
+  const std::optional<std::string> kept = KeptValue(kHeadsKey);
+  std::optional<HeadTable> table = kept ? HeadsOfText(*kept) : std::nullopt;
+  return table ? Result(ListHeads(*table)) : heads;
+}
 
 Status CacheStore::MoveHeads(std::span<const HeadMove> moves) {
-  return Slow(m_slow->MoveHeads(moves));
+  Status status = Slow(m_slow->MoveHeads(moves));
+  if (!status || !KeepsHeads()) return status;
+  const std::optional<std::string> kept = KeptValue(kHeadsKey);
+  std::optional<HeadTable> table = kept ? HeadsOfText(*kept) : std::nullopt;
+  if (!table) return status;
+  ApplyMoves(*table, moves);
+  KeepHeads(ListHeads(*table));
+  return status;
+}
+
+void CacheStore::KeepHeads(const std::vector<Head>& heads) {
+  if (KeepsHeads()) KeepValue(kHeadsKey, TextOfHeads(heads));
+}
+
+/// Keeps a text of the slow store, unless it is there.
+void CacheStore::KeepValue(const std::string& key, const std::optional<std::string>& value) {
+  if (KeptValue(key) == value || !m_fastStatus) return;
+  m_fastStatus = m_fast->SetValue(key, value);
+}
+
+std::optional<std::string> CacheStore::KeptValue(const std::string& key) {
+  Result<std::optional<std::string>> value = m_fast->Value(key);
+  if (value) return *std::move(value);
+  m_fastStatus = std::move(value).error();
+  return std::nullopt;
+}
+
+std::vector<Id> CacheStore::FindUncached(std::span<const Id> ids) {
+  std::vector<Id> uncached;
+  const bool uses_fast = UsesFast();
+  for (const Id& id : ids) {
+    if (!uses_fast || !m_entries.contains(id)) uncached.push_back(id);
+  }
+  return uncached;
 }
 
 Status CacheStore::List(const IdSink& sink) { return Slow(m_slow->List(sink)); }
@@ -196,11 +278,19 @@ Result<RemovedObjects> CacheStore::RemoveUnmarked(const MarkObjects& mark) {
 }
 
 Result<std::optional<std::string>> CacheStore::Value(std::string_view name) {
-  return Slow(m_slow->Value(name));
+  Result<std::optional<std::string>> value = Slow(m_slow->Value(name));
+  if (!KeepsHeads()) return value;
+  const std::string key = std::string(kValuePrefix).append(name);
+  if (value) KeepValue(key, *value);
+  return m_isOffline ? Result(KeptValue(key)) : value;
 }
 
 Status CacheStore::SetValue(std::string_view name, std::optional<std::string_view> value) {
-  return Slow(m_slow->SetValue(name, value));
+  Status status = Slow(m_slow->SetValue(name, value));
+  if (!status || !KeepsHeads()) return status;
+  KeepValue(std::string(kValuePrefix).append(name),
+            value ? std::optional<std::string>(*value) : std::nullopt);
+  return status;
 }
 
 Status CacheStore::Replace(std::span<const StoredObject> objects) {

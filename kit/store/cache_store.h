@@ -24,6 +24,9 @@ struct CacheOptions {
   /// The most bytes of packed forms that the fast store keeps. An object of more than a quarter of
   /// this isn't cached.
   std::uint64_t mostBytes = std::uint64_t{256} << 20;
+  /// Keeps heads and values in the fast store too, and returns them as long as the slow one can't
+  /// be reached. So a document that was open before opens offline.
+  bool keepsHeads = false;
 };
 
 /// Keeps copies of the objects of a slow store in a fast one: a server's in a folder, say.
@@ -38,7 +41,9 @@ struct CacheOptions {
 /// read from the cache.
 ///
 /// *Offline.* When the slow store fails with `Unavailable`, objects in the cache are read as
-/// before, and everything else fails with its error. `IsOffline` says so.
+/// before. Heads and values are what they were when they were read last, if
+/// `CacheOptions::keepsHeads` asks for that. Everything else fails with the error of the slow
+/// store, and nothing is saved. `IsOffline` says so, and `FindUncached` what can't be read.
 ///
 /// *The fast store* holds copies alone, belongs to one cache store at a time, and has no heads. Its
 /// failures are never returned: after the first, it isn't used any more, and `GetFastStatus` has
@@ -62,6 +67,8 @@ class TALVCS_KIT_API CacheStore final : public IObjectStore,
   /// True if the last call of the slow store failed with `Unavailable`. A read that the cache
   /// answers alone calls it not and changes nothing.
   bool IsOffline() const noexcept { return m_isOffline; }
+  /// Returns those of `ids` that the fast store lacks, so that they can't be read offline.
+  std::vector<Id> FindUncached(std::span<const Id> ids);
   /// Returns why the fast store isn't used; success while it is.
   const Status& GetFastStatus() const noexcept { return m_fastStatus; }
   /// Returns the bytes of packed forms in the fast store, as far as this object knows.
@@ -100,6 +107,11 @@ class TALVCS_KIT_API CacheStore final : public IObjectStore,
   TALVCS_KIT_NO_EXPORT std::vector<Id> ReadCached(std::span<const Id> ids, const ReadSink& sink);
   TALVCS_KIT_NO_EXPORT void Keep(std::span<const StoredObject> objects);
   TALVCS_KIT_NO_EXPORT void KeepOnly(const std::vector<Id>& ids);
+  TALVCS_KIT_NO_EXPORT bool KeepsHeads() { return m_options.keepsHeads && UsesFast(); }
+  TALVCS_KIT_NO_EXPORT void KeepValue(const std::string& key,
+                                      const std::optional<std::string>& value);
+  TALVCS_KIT_NO_EXPORT std::optional<std::string> KeptValue(const std::string& key);
+  TALVCS_KIT_NO_EXPORT void KeepHeads(const std::vector<Head>& heads);
 
   std::shared_ptr<IObjectStore> m_fast;
   std::shared_ptr<IObjectStore> m_slow;

@@ -1,12 +1,15 @@
-// Waiting for heads, by polling and in stores that wait by themselves.
+// Waiting for heads, by polling and in stores that wait by themselves; and workspaces on a far
+// store, with a cache, online and offline.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kit/store/cache_store.h>
+#include <kit/store/fault_injection_store.h>
 #include <kit/store/head_watcher.h>
 #include <kit/store/memory_object_store.h>
 #include <kit/store/recording_store.h>
 #include <kit/text.h>
+#include <kit/workspace/workspace.h>
 
 #include <chrono>
 #include <memory>
@@ -123,6 +126,109 @@ TEST_F(Waiting, DecoratorOfAStoreThatCannotWaitIsPolled) {
   EXPECT_EQ(WaitForHeads(recording, m_seen, Options(1)).value().front().id, kSecond);
   EXPECT_THAT(m_sleeps, ElementsAre(milliseconds(1000)));
   EXPECT_EQ(recording.CountCalls(StoreOperation::Heads), 2U);
+}
+
+/// A document of 2,000 files in a far store that can become unreachable.
+class FarDocument : public testing::Test {
+ protected:
+  FarDocument() {
+    Workspace workspace = Workspace::Open(m_memory, {.author = "Ada"}).value();
+    for (int i = 0; i < 2000; ++i) {
+      workspace.Write(PathOf(i), "file " + std::to_string(i)).value();
+    }
+    workspace.Commit("All").value();
+  }
+
+  static std::string PathOf(int i) {
+    return std::to_string(i / 100) + "/" + std::to_string(i / 10) + "/" + std::to_string(i);
+  }
+
+  /// Opens the document through a cache, as another session would.
+  Workspace OpenAgain() {
+    m_cache = std::make_shared<CacheStore>(m_disk, m_far, CacheOptions{.keepsHeads = true});
+    m_far->Restart();
+    return Workspace::Open(m_cache, {.author = "Bob"}).value();
+  }
+
+  void Disconnect() { m_far->FailFrom(1, 1'000'000); }
+  void Connect() { m_far->FailFrom(0); }
+
+  std::shared_ptr<MemoryObjectStore> m_memory = std::make_shared<MemoryObjectStore>();
+  std::shared_ptr<FaultInjectionStore> m_far = std::make_shared<FaultInjectionStore>(m_memory);
+  std::shared_ptr<MemoryObjectStore> m_disk = std::make_shared<MemoryObjectStore>();
+  std::shared_ptr<CacheStore> m_cache;
+};
+
+TEST_F(FarDocument, FetchesWhatIsTouchedAndNoMore) {
+  Workspace workspace = OpenAgain();
+  EXPECT_EQ(workspace.Read(PathOf(1234)).value().text(), "file 1234");
+  // The commit, the root, two folders and the file.
+  EXPECT_EQ(m_disk->GetCount(), 5U);
+  EXPECT_LE(m_far->CountCalls(), 8U);
+  m_far->Restart();
+  EXPECT_EQ(workspace.Read(PathOf(1235)).value().text(), "file 1235");
+  EXPECT_THAT(m_far->GetLog(), ElementsAre("Read 1"));
+}
+
+TEST_F(FarDocument, SaveWritesWhatIsNewAndAsksForLittle) {
+  Workspace workspace = OpenAgain();
+  workspace.Write(PathOf(1234), "edited").value();
+  m_far->Restart();
+  workspace.Commit("Edit").value();
+  EXPECT_LE(m_far->CountCalls(), 9U);
+  EXPECT_EQ(Workspace::Open(m_memory).value().Read(PathOf(1234)).value().text(), "edited");
+  // What was written is in the cache too.
+  m_far->Restart();
+  EXPECT_EQ(workspace.Read(PathOf(1234)).value().text(), "edited");
+  EXPECT_EQ(m_far->CountCalls(), 0U);
+}
+
+TEST_F(FarDocument, OpensOfflineReadsWhatTheCacheHasAndSaysWhatItLacks) {
+  OpenAgain().Read(PathOf(7)).value();
+  Disconnect();
+  Workspace offline = OpenAgain();
+  EXPECT_TRUE(m_cache->IsOffline());
+  EXPECT_EQ(offline.Read(PathOf(7)).value().text(), "file 7");
+  const auto lacking = offline.Read(PathOf(8));
+  ASSERT_FALSE(lacking.ok());
+  EXPECT_EQ(lacking.error().code, ErrorCode::Unavailable);
+  const Id id = BlobFromBytes("file 8").GetId();
+  EXPECT_EQ(lacking.error().subject, ToUtf8(id.View()));
+  EXPECT_THAT(m_cache->FindUncached({{BlobFromBytes("file 7").GetId(), id}}), ElementsAre(id));
+}
+
+TEST_F(FarDocument, EditsMadeOfflineStayPendingAndAreSavedWhenTheStoreIsBack) {
+  OpenAgain().Read(PathOf(7)).value();
+  Disconnect();
+  Workspace workspace = OpenAgain();
+  workspace.Write(PathOf(7), "edited offline").value();
+  const auto failed = workspace.Commit("Edit");
+  ASSERT_FALSE(failed.ok());
+  EXPECT_EQ(failed.error().code, ErrorCode::Unavailable);
+  EXPECT_EQ(workspace.Read(PathOf(7)).value().text(), "edited offline");
+  Connect();
+  workspace.Commit("Edit").value();
+  EXPECT_EQ(Workspace::Open(m_memory).value().Read(PathOf(7)).value().text(), "edited offline");
+}
+
+// Somebody else saved meanwhile. The kept heads are old, and nothing of theirs is lost.
+TEST_F(FarDocument, EditsMadeOnOldHeadsMeetWhatOthersSaved) {
+  OpenAgain().Read(PathOf(7)).value();
+  Disconnect();
+  Workspace workspace = OpenAgain();
+  workspace.Write(PathOf(7), "edited offline").value();
+  Workspace other = Workspace::Open(m_memory, {.author = "Ada"}).value();
+  other.Write(PathOf(8), "meanwhile").value();
+  other.Commit("Meanwhile").value();
+  Connect();
+  const auto refused = workspace.Commit("Edit");
+  ASSERT_FALSE(refused.ok());
+  EXPECT_EQ(refused.error().code, ErrorCode::HeadMoved);
+  workspace.Reload().value();
+  workspace.Commit("Edit").value();
+  const Workspace last = Workspace::Open(m_memory).value();
+  EXPECT_EQ(last.Read(PathOf(7)).value().text(), "edited offline");
+  EXPECT_EQ(last.Read(PathOf(8)).value().text(), "meanwhile");
 }
 
 }  // namespace

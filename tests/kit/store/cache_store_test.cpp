@@ -99,6 +99,35 @@ TEST_F(Cache, LargeObjectIsNotCached) {
   EXPECT_EQ(m_firstMemory->GetCount(), 0U);
 }
 
+TEST_F(Cache, KeptHeadsAndValuesAreReturnedOffline) {
+  const std::string name = "a branch\nof two lines";
+  {
+    CacheStore cache(m_first, m_second, {.mostBytes = 1000, .keepsHeads = true});
+    ASSERT_TRUE(cache.Write({{kOne, kTwo}}).ok());
+    ASSERT_TRUE(cache.Heads().ok());
+    ASSERT_TRUE(cache.MoveHeads({{{name, Id(), kOne.id}, {"x", Id(), kTwo.id}}}).ok());
+    ASSERT_TRUE(cache.SetValue("branch", name).ok());
+  }
+  Slow().Restart();
+  Slow().FailFrom(1, 1000);
+  CacheStore cache(m_first, m_second, {.mostBytes = 1000, .keepsHeads = true});
+  EXPECT_EQ(cache.Heads().value(), (std::vector<Head>{{name, kOne.id}, {"x", kTwo.id}}));
+  EXPECT_TRUE(cache.IsOffline());
+  EXPECT_EQ(cache.Value("branch").value(), name);
+  EXPECT_EQ(cache.Value("another").value(), std::nullopt);
+  EXPECT_EQ(cache.MoveHeads({{{"x", kTwo.id, Id()}}}).error().code, ErrorCode::Unavailable);
+  EXPECT_EQ(cache.FindUncached({{kOne.id, kThree.id}}), std::vector<Id>{kThree.id});
+  // The one that the slow store wrote last, for instance by another program.
+  Slow().FailFrom(0);
+  ASSERT_TRUE(m_secondMemory->MoveHeads({{{"x", kTwo.id, Id()}}}).ok());
+  EXPECT_EQ(cache.Heads().value(), (std::vector<Head>{{name, kOne.id}}));
+  Slow().Restart();
+  Slow().FailFrom(1, 1000);
+  EXPECT_EQ(cache.Heads().value(), (std::vector<Head>{{name, kOne.id}}));
+  ASSERT_TRUE(m_firstMemory->SetValue("cache/heads", "damaged").ok());
+  EXPECT_EQ(cache.Heads().error().code, ErrorCode::Unavailable);
+}
+
 TEST_F(Cache, ReadsFromTheCacheWhileTheSlowStoreIsOffline) {
   CacheStore cache = Make();
   ASSERT_TRUE(cache.Write({{kOne}}).ok());
