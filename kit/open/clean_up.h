@@ -5,6 +5,8 @@
 #include <kit/text/progress.h>
 #include <kit/text/result.h>
 
+#include <chrono>
+
 namespace TalVcs::Kit {
 
 /// Options of `CleanUp`.
@@ -34,5 +36,26 @@ struct CleanUpOptions {
 /// Cost: reads all commits and folders, no file; then a look at every object of the store.
 TALVCS_KIT_API Result<RemovedObjects> CleanUp(IObjectStore& store,
                                               const CleanUpOptions& options = {});
+
+/// Options of `CleanUpGradually`.
+struct GradualCleanUpOptions {
+  /// How long an unused object can still be read after it was found to be unused, so that readers
+  /// of a head that has moved can end what they began.
+  std::chrono::milliseconds grace = std::chrono::hours(24);
+  /// Phases: "history" and "contents" for each branch, and again for one that has moved.
+  Progress progress = {};
+};
+
+/// Removes the objects that no branch reaches from a store that many use at once, such as
+/// `PostgresStore`, without keeping saves from going on.
+///
+///     CleanUpGradually(store);  // once a day
+///
+/// Each call finds what is unused now, and removes what an earlier call found longer ago than the
+/// grace. Returns what was removed. Fails with `Unsupported` for a store that doesn't implement
+/// `IGradualRemoval`, and refuses as `CleanUp` does. Cost: reads all commits and folders and lists
+/// all objects; for a moment, saves wait until the unused ones are noted.
+TALVCS_KIT_API Result<RemovedObjects> CleanUpGradually(IObjectStore& store,
+                                                       const GradualCleanUpOptions& options = {});
 
 }  // namespace TalVcs::Kit

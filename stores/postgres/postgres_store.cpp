@@ -91,4 +91,10 @@ Result<std::vector<Head>> PostgresStore::WaitForHeads(std::span<const Head> seen
   return m_repository->WaitForHeads(seen, timeout);
 }
 
+Result<RemovedObjects> PostgresStore::RemoveGradually(const MarkObjects& mark,
+                                                      std::chrono::milliseconds grace) {
+  if (!m_repository) return Closed();
+  return m_repository->RemoveGradually(mark, grace);
+}
+
 }  // namespace TalVcs::Kit

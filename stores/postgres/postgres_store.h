@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kit/store/gradual_removal.h>
 #include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
 #include <stores/postgres/export.h>
@@ -46,6 +47,10 @@ struct PostgresOptions {
 /// two calls. A save waits for no other save, except one that moves the same branch. What the
 /// server undoes because of others is repeated after a pause of random length.
 ///
+/// *Clean-up.* `RemoveUnmarked` locks the repository until it ends: saves of others wait, and fail
+/// with `Busy` after the timeout. It removes objects at once, also those that another program has
+/// begun to read. `CleanUpGradually` has neither effect.
+///
 /// *Lost connections.* An operation connects again and repeats what it did. If the answer to a
 /// `MoveHeads` is lost, it looks at the branches: if they are where they were to go, or the branch
 /// is at a descendant of that commit, it succeeds. Otherwise, and if the server can't be reached,
@@ -66,7 +71,9 @@ struct PostgresOptions {
 ///
 /// A moved-from store fails with `Unavailable`. Threads: a store object belongs to one thread at a
 /// time, and not to the child after a fork.
-class TALVCS_POSTGRES_API PostgresStore final : public IObjectStore, public IHeadWatcher {
+class TALVCS_POSTGRES_API PostgresStore final : public IObjectStore,
+                                                public IHeadWatcher,
+                                                public IGradualRemoval {
  public:
   /// Connects by `connection`, and opens the repository of that name, which is UTF-8 with 1 to 200
   /// bytes; others fail with `BadName`. Two programs may make the same repository at once. Cost: a
@@ -92,6 +99,11 @@ class TALVCS_POSTGRES_API PostgresStore final : public IObjectStore, public IHea
   /// Waits by LISTEN on a second connection, which lasts as long as the store.
   Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
                                          std::chrono::milliseconds timeout) override;
+  /// Needs the rights of a cleaner, and keeps saves waiting for a moment only. The grace is counted
+  /// by the clock of the server. The store object remembers all ids of the repository meanwhile,
+  /// with 32 bytes each.
+  Result<RemovedObjects> RemoveGradually(const MarkObjects& mark,
+                                         std::chrono::milliseconds grace) override;
 
  private:
   explicit PostgresStore(std::unique_ptr<Postgres::Repository> repository) noexcept;

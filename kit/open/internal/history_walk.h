@@ -28,7 +28,8 @@ class HistoryWalk {
   HistoryWalk(const HistoryWalk&) = delete;
   HistoryWalk& operator=(const HistoryWalk&) = delete;
 
-  /// Walks the branches. Called once. An error is one of the store as a whole, of a hook or of the
+  /// Walks the branches. A further call, after a report without damage, walks what wasn't met
+  /// before. An error is one of the store as a whole, of a hook or of the
   /// progress; what can't be read is part of the report.
   Result<HistoryReport> Run(std::span<const Head> heads);
 

@@ -51,7 +51,12 @@ Status Repository::List(const IdSink& sink) {
 }
 
 Result<RemovedObjects> Repository::RemoveUnmarked(const MarkObjects& mark) {
-  return m_session.Repeat<Result<RemovedObjects>>(Task::Save, [&] { return RemoveOnce(mark); });
+  // What the mark looks for isn't what a save relies on.
+  const Lease lease = m_lease;
+  Result<RemovedObjects> removed =
+      m_session.Repeat<Result<RemovedObjects>>(Task::Save, [&] { return RemoveOnce(mark); });
+  m_lease = lease;
+  return removed;
 }
 
 /// The whole removal is one transaction, which keeps the row of the repository locked.

@@ -6,10 +6,12 @@
 #include <stores/postgres/internal/session.h>
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 namespace TalVcs::Kit::Postgres {
@@ -30,6 +32,7 @@ class Repository {
   Status MoveHeads(std::span<const HeadMove> moves);
   Status List(const IdSink& sink);
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark);
+  Result<RemovedObjects> RemoveGradually(const MarkObjects& mark, std::chrono::milliseconds grace);
   Result<std::optional<std::string>> Value(std::string_view name);
   Status SetValue(std::string_view name, std::optional<std::string_view> value);
   Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
@@ -45,6 +48,21 @@ class Repository {
   Result<bool> AreThere(Sql count, std::span<const ObjectKey> keys);
   Result<RemovedObjects> RemoveOnce(const MarkObjects& mark);
   Result<std::vector<ObjectKey>> ListKeys();
+
+  // What a clean-up beside others has marked.
+  struct Marked {
+    const MarkObjects& mark;
+    std::unordered_set<Id> heads;
+    std::vector<ObjectKey> keys;  // in order
+    bool isBegun = false;         // the mark is called once at least
+  };
+  Result<std::int64_t> BeginPass();
+  Status MarkHeads(const std::vector<Head>& heads, Marked& marked);
+  Status CondemnUnmarked(std::int64_t pass, const std::vector<ObjectKey>& listed, Marked& marked);
+  Status CondemnOnce(std::int64_t pass, const std::vector<ObjectKey>& listed, Marked& marked,
+                     bool mayMark, bool& isDone);
+  Result<RemovedObjects> RemoveDue(std::chrono::milliseconds grace);
+  Result<RemovedObjects> RemoveDueOnce(std::chrono::milliseconds grace, bool& isDone);
 
   bool HaveMoved(std::span<const HeadMove> moves, std::span<const Head> actual);
   bool IsDescendant(const Id& id, const Id& ancestor);

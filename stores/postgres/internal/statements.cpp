@@ -97,14 +97,13 @@ const char* TextOf(Sql statement) noexcept {
     case Sql::Condemn:
       return "INSERT INTO talvcs.condemned (repository, id, since) "
              "SELECT $1, w.id, clock_timestamp() FROM unnest($2) AS w (id) ON CONFLICT DO NOTHING";
-    // $2 is the grace in milliseconds.
-    case Sql::FindDue:
-      return "SELECT id FROM talvcs.condemned WHERE repository = $1 "
-             "AND since <= clock_timestamp() - $2 * interval '1 millisecond' ORDER BY id LIMIT $3";
+    // $2 is the grace in milliseconds. The inner select keeps the number small, the outer condition
+    // is checked again for a row that another transaction has changed.
     case Sql::TakeDue:
-      return "DELETE FROM talvcs.condemned c USING unnest($3) AS w (id) WHERE c.repository = $1 "
-             "AND c.id = w.id AND c.since <= clock_timestamp() - $2 * interval '1 millisecond' "
-             "RETURNING c.id";
+      return "DELETE FROM talvcs.condemned c USING (SELECT id FROM talvcs.condemned "
+             "WHERE repository = $1 AND since <= clock_timestamp() - $2 * interval '1 millisecond' "
+             "ORDER BY id LIMIT $3) d WHERE c.repository = $1 AND c.id = d.id "
+             "AND c.since <= clock_timestamp() - $2 * interval '1 millisecond' RETURNING c.id";
     case Sql::ForgetCondemned:
       return "DELETE FROM talvcs.condemned c USING unnest($2) AS w (id) "
              "WHERE c.repository = $1 AND c.id = w.id";

@@ -33,7 +33,6 @@ enum class Sql : unsigned char {
   CountLive,
   CountThere,
   Condemn,
-  FindDue,
   TakeDue,
   ForgetCondemned,
   DeletePieces,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+#include <libpq-fe.h>
 #include <stores/postgres/postgres_store.h>
 
 #include <atomic>
@@ -17,6 +19,18 @@ inline std::string Connection(const std::string& user = {}) {
   std::string connection = text == nullptr ? "the test runs without with_server.py" : text;
   if (!user.empty()) connection += " user=" + user;
   return connection;
+}
+
+/// Runs a statement and returns its first value; a failure is one of the test.
+inline std::string Sql(const std::string& text, const std::string& connection = Connection()) {
+  PGconn* const server = PQconnectdb(connection.c_str());
+  PGresult* const result = PQexec(server, text.c_str());
+  const ExecStatusType status = PQresultStatus(result);
+  EXPECT_TRUE(status == PGRES_TUPLES_OK || status == PGRES_COMMAND_OK) << PQerrorMessage(server);
+  const std::string value = PQntuples(result) > 0 ? PQgetvalue(result, 0, 0) : "";
+  PQclear(result);
+  PQfinish(server);
+  return value;
 }
 
 /// Returns the name of a repository that no other test uses.

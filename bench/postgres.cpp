@@ -1,0 +1,157 @@
+// Measures the store on a PostgreSQL server against bare statements of the same bytes; run by
+// postgres.py.
+
+#include <kit/store/object_codec.h>
+#include <kit/text.h>
+#include <libpq-fe.h>
+#include <stores/postgres/postgres_store.h>
+#include <talvcs/format/id_text.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <random>
+#include <span>
+#include <string>
+#include <vector>
+
+using namespace TalVcs;
+
+namespace {
+
+using Server = std::unique_ptr<PGconn, decltype(&PQfinish)>;
+
+[[noreturn]] void Fail(const std::string& what) {
+  std::fprintf(stderr, "%s\n", what.c_str());
+  std::exit(1);
+}
+
+void Require(const Kit::Status& status) {
+  if (!status) Fail(Kit::Describe(status.error()));
+}
+
+double SecondsOf(const std::function<void()>& work) {
+  const auto start = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// Returns files of words, 2 KB each on average, in their packed form.
+std::vector<Kit::StoredObject> MakeObjects(int count) {
+  std::mt19937 random(1);
+  std::vector<Kit::StoredObject> objects;
+  for (int number = 0; number < count; ++number) {
+    const std::size_t size = random() % 4096;
+    std::string content = std::to_string(number);
+    while (content.size() < size) content += " word" + std::to_string(random() % 5000);
+    std::string bytes = "blob " + std::to_string(content.size());
+    bytes += '\0';
+    bytes += content;
+    Buffer packed;
+    packed.Append(bytes.data(), bytes.size());
+    objects.push_back({Id(packed), packed});
+  }
+  return objects;
+}
+
+void Run(PGconn* server, const char* text) {
+  PGresult* const result = PQexec(server, text);
+  const ExecStatusType status = PQresultStatus(result);
+  if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) Fail(PQerrorMessage(server));
+  PQclear(result);
+}
+
+void AppendNumber(std::string& out, std::uint64_t number, int bytes) {
+  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
+    out.push_back(static_cast<char>(number >> shift & 0xFF));
+  }
+}
+
+/// Copies the encoded forms into a table with the same key, in one COPY.
+void CopyBare(PGconn* server, const std::vector<Kit::StoredObject>& objects) {
+  Run(server,
+      "BEGIN; CREATE TABLE bare (id bytea PRIMARY KEY, data bytea); "
+      "ALTER TABLE bare ALTER COLUMN data SET STORAGE EXTERNAL");
+  PQclear(PQexec(server, "COPY bare FROM STDIN WITH (FORMAT binary)"));
+  Kit::ObjectEncoder encoder;
+  std::string out("PGCOPY\n\377\r\n\0\0\0\0\0\0\0\0\0", 19);
+  for (const Kit::StoredObject& object : objects) {
+    const std::vector<std::byte> data = encoder.Encode(object.packed);
+    const IdBytes id = *BytesOfIdText(object.id.View());
+    AppendNumber(out, 2, 2);
+    AppendNumber(out, id.size(), 4);
+    out.append(reinterpret_cast<const char*>(id.data()), id.size());
+    AppendNumber(out, data.size(), 4);
+    out.append(reinterpret_cast<const char*>(data.data()), data.size());
+    if (out.size() < (std::size_t{1} << 20)) continue;
+    if (PQputCopyData(server, out.data(), static_cast<int>(out.size())) != 1) Fail("COPY");
+    out.clear();
+  }
+  AppendNumber(out, 0xFFFF, 2);
+  PQputCopyData(server, out.data(), static_cast<int>(out.size()));
+  PQputCopyEnd(server, nullptr);
+  while (PGresult* const result = PQgetResult(server)) PQclear(result);
+  Run(server, "COMMIT");
+}
+
+/// Reads all rows of a table by one SELECT.
+void SelectBare(PGconn* server) {
+  PGresult* const result =
+      PQexecParams(server, "SELECT id, data FROM bare", 0, nullptr, nullptr, nullptr, nullptr, 1);
+  Kit::ObjectDecoder decoder;
+  for (int row = 0; row < PQntuples(result); ++row) {
+    const auto* const data = reinterpret_cast<const std::byte*>(PQgetvalue(result, row, 1));
+    const auto size = static_cast<std::size_t>(PQgetlength(result, row, 1));
+    if (!decoder.Decode({data, size})) Fail("SELECT");
+  }
+  PQclear(result);
+}
+
+}  // namespace
+
+/// Usage: talvcs_postgres_bench CONNECTION COUNT
+int main(int count, char** arguments) {
+  if (count != 3) return 2;
+  const std::string connection = arguments[1];
+  const std::vector<Kit::StoredObject> objects = MakeObjects(std::atoi(arguments[2]));
+  std::uint64_t bytes = 0;
+  std::vector<Id> ids;
+  for (const Kit::StoredObject& object : objects) {
+    bytes += object.packed.GetSize();
+    ids.push_back(object.id);
+  }
+  const Server server(PQconnectdb(connection.c_str()), &PQfinish);
+  const double copy = SecondsOf([&] { CopyBare(server.get(), objects); });
+  Kit::PostgresStore store = Kit::PostgresStore::Open(connection, "bench").value();
+  const double write = SecondsOf([&] {
+    // As a save does: what is missing, in batches of a few megabytes, then the head.
+    if (store.Missing(ids).value().size() != ids.size()) Fail("the repository isn't empty");
+    constexpr std::size_t kBatch = 2048;
+    for (std::size_t first = 0; first < objects.size(); first += kBatch) {
+      Require(
+          store.Write(std::span(objects).subspan(first, std::min(kBatch, objects.size() - first))));
+    }
+    Require(store.MoveHeads({{Kit::HeadMove{"master", Id(), objects.front().id}}}));
+  });
+  Run(server.get(), "ANALYZE");
+  const double select = SecondsOf([&] { SelectBare(server.get()); });
+  std::size_t found = 0;
+  const double read = SecondsOf([&] {
+    Require(store.Read(ids, [&](const Id&, Kit::Result<Buffer> packed) { found += packed.ok(); }));
+  });
+  if (found != ids.size()) Fail("objects are missing");
+  const double missing = SecondsOf([&] {
+    if (!store.Missing(ids).value().empty()) Fail("objects are missing");
+  });
+  std::printf("objects %zu, packed bytes %llu\n", objects.size(),
+              static_cast<unsigned long long>(bytes));
+  std::printf("COPY %.2f s, save %.2f s, ratio %.2f\n", copy, write, write / copy);
+  std::printf("SELECT %.2f s, read %.2f s, ratio %.2f\n", select, read, read / select);
+  std::printf("look for all of them %.2f s\n", missing);
+  return 0;
+}

@@ -1,0 +1,399 @@
+// What a store on a PostgreSQL server does beyond the suite of all stores.
+
+#include <kit/open/clean_up.h>
+#include <kit/open/load.h>
+#include <kit/open/open.h>
+#include <kit/open/save.h>
+#include <kit/open/verify.h>
+#include <kit/text.h>
+#include <stores/postgres/postgres_store.h>
+#include <tests/kit/store/object_store_suite.h>
+#include <tests/stores/postgres/server.h>
+#include <tests/support/bytes.h>
+#include <tests/support/child_process.h>
+#include <tests/support/text.h>
+
+#include <algorithm>
+#include <chrono>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace TalVcs::Kit {
+namespace {
+
+using Testing::Ascii;
+using Testing::Connection;
+using Testing::OpenStore;
+using Testing::Sql;
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kLongGrace = std::chrono::hours(1);
+
+StoredObject ObjectOf(std::string_view packed) {
+  Buffer buffer;
+  buffer.Append(packed.data(), packed.size());
+  return {Id(buffer), buffer};
+}
+
+std::string ReadOne(IObjectStore& store, const Id& id) {
+  std::string found = "nothing";
+  const Status status = store.Read({&id, 1}, [&](const Id&, Result<Buffer> packed) {
+    found =
+        packed ? Testing::Bytes(*packed) : "<" + std::string(ToString(packed.error().code)) + ">";
+  });
+  return status ? found : Describe(status.error());
+}
+
+/// Stores in one repository, and two objects.
+class PostgresStoreTest : public testing::Test {
+ protected:
+  PostgresStore Open(PostgresOptions options = {}) { return OpenStore(m_name, options); }
+  /// Returns the text of a number that the server counts in the repository.
+  std::string Count(const std::string& table, const std::string& where = "true") const {
+    return Sql("SELECT count(*) FROM talvcs." + table + " WHERE repository = (SELECT number FROM " +
+               "talvcs.repositories WHERE name = '" + m_name + "') AND " + where);
+  }
+  static Result<RemovedObjects> Remove(IObjectStore& store, std::vector<Id> kept,
+                                       milliseconds grace) {
+    return RemoveGradually(
+        store, [&](std::span<const Head>) -> Result<std::vector<Id>> { return kept; }, grace);
+  }
+
+  const std::string m_name = Testing::NewRepositoryName();
+  const StoredObject m_one = ObjectOf("blob 3 one");
+  const StoredObject m_two = ObjectOf("blob 3 two");
+  PostgresStore m_store = Open();
+};
+
+// Opening
+
+TEST_F(PostgresStoreTest, RepositoryThatIsNotToBeMadeIsNotFound) {
+  const auto result = PostgresStore::Open(Connection(), "absent", {.create = false});
+  ASSERT_FALSE(result.ok());
+  EXPECT_EQ(result.error().code, ErrorCode::NotFound);
+  EXPECT_EQ(result.error().message,
+            "cannot open the repository \"absent\": there is no such repository");
+  EXPECT_TRUE(PostgresStore::Open(Connection(), m_name, {.create = false}).ok());
+}
+
+TEST_F(PostgresStoreTest, NameWithoutAByteOrWithTooManyIsRefused) {
+  EXPECT_EQ(PostgresStore::Open(Connection(), "").error().code, ErrorCode::BadName);
+  EXPECT_EQ(PostgresStore::Open(Connection(), std::string(201, 'n')).error().code,
+            ErrorCode::BadName);
+}
+
+TEST_F(PostgresStoreTest, PlaceThatCannotBeReachedIsToldFromOneThatIsMissing) {
+  const PostgresOptions options{.connectTimeout = milliseconds(50)};
+  const auto nowhere = PostgresStore::Open("host=/nonexistent", m_name, options);
+  EXPECT_EQ(nowhere.error().code, ErrorCode::Unavailable);
+  const auto missing = PostgresStore::Open(Connection() + " dbname=nonexistent", m_name, options);
+  EXPECT_EQ(missing.error().code, ErrorCode::NotFound);
+  const auto stranger = PostgresStore::Open(Connection("nobody_at_all"), m_name, options);
+  EXPECT_EQ(stranger.error().code, ErrorCode::Denied);
+}
+
+TEST_F(PostgresStoreTest, TablesOfANewerVersionAreRefused) {
+  Sql("CREATE DATABASE newer");
+  const std::string connection = Connection() + " dbname=newer";
+  ASSERT_TRUE(PostgresStore::Open(connection, m_name).ok());
+  Sql("UPDATE talvcs.meta SET version = 2", connection);
+  EXPECT_EQ(PostgresStore::Open(connection, m_name).error().code, ErrorCode::Unsupported);
+  Sql("DELETE FROM talvcs.meta", connection);
+  EXPECT_EQ(PostgresStore::Open(connection, m_name).error().code, ErrorCode::Damaged);
+}
+
+TEST_F(PostgresStoreTest, ProcessesThatMakeTheTablesAtOnceShareThem) {
+  Sql("CREATE DATABASE shared");
+  const std::string connection = Connection() + " dbname=shared";
+  std::vector<pid_t> children;
+  for (const std::string name : {"a", "b", "c", "d"}) {
+    children.push_back(Testing::StartChild([&] {
+      auto store = PostgresStore::Open(connection, "document");
+      if (!store || !store->Write({&m_one, 1})) return 1;
+      const HeadMove move{name, Id(), m_one.id};
+      return store->MoveHeads({&move, 1}) ? 0 : 2;
+    }));
+  }
+  for (const pid_t child : children) EXPECT_EQ(Testing::ExitCodeOf(child), 0);
+  EXPECT_EQ(PostgresStore::Open(connection, "document").value().Heads().value().size(), 4U);
+}
+
+TEST_F(PostgresStoreTest, RepositoriesOfOneDatabaseAreApart) {
+  PostgresStore other = OpenStore(Testing::NewRepositoryName());
+  ASSERT_TRUE(m_store.Write({&m_one, 1}).ok());
+  ASSERT_TRUE(m_store.MoveHeads({{HeadMove{"master", Id(), m_one.id}}}).ok());
+  ASSERT_TRUE(m_store.SetValue("name", "value").ok());
+  EXPECT_TRUE(other.Heads().value().empty());
+  EXPECT_EQ(other.Missing({{m_one.id}}).value().size(), 1U);
+  EXPECT_EQ(other.Value("name").value(), std::nullopt);
+}
+
+// Objects
+
+/// Returns bytes that don't get shorter by compression.
+std::string RandomBytes(std::size_t size) {
+  std::mt19937 random(7);
+  std::string bytes;
+  while (bytes.size() < size) bytes.push_back(static_cast<char>(random()));
+  return bytes;
+}
+
+TEST_F(PostgresStoreTest, LargeObjectLiesInPieces) {
+  const StoredObject large = ObjectOf(RandomBytes(3500000));
+  ASSERT_TRUE(m_store.Write({{m_one, large, m_two}}).ok());
+  EXPECT_EQ(Count("pieces"), "4");
+  EXPECT_TRUE(ReadOne(m_store, large.id) == Testing::Bytes(large.packed));
+  EXPECT_EQ(m_store.Sizes({{large.id}}).value().front(), 3500000U);
+  PostgresStore other = Open({.compress = false});
+  ASSERT_TRUE(other.Write({&large, 1}).ok());
+  EXPECT_EQ(Count("pieces"), "4");
+  ASSERT_TRUE(Remove(m_store, {m_one.id}, milliseconds(0)).ok());
+  EXPECT_EQ(Count("pieces"), "0");
+}
+
+TEST_F(PostgresStoreTest, PlainAndCompressedObjectsAreRead) {
+  const StoredObject text = ObjectOf("blob 20000 " + std::string(20000, 'x'));
+  PostgresStore plain = Open({.compress = false});
+  ASSERT_TRUE(plain.Write({&m_one, 1}).ok());
+  ASSERT_TRUE(m_store.Write({&text, 1}).ok());
+  EXPECT_EQ(ReadOne(m_store, m_one.id), "blob 3 one");
+  EXPECT_TRUE(ReadOne(plain, text.id) == Testing::Bytes(text.packed));
+}
+
+TEST_F(PostgresStoreTest, LostPieceIsDamage) {
+  const StoredObject large = ObjectOf(RandomBytes(2500000));
+  ASSERT_TRUE(m_store.Write({&large, 1}).ok());
+  Sql("DELETE FROM talvcs.pieces WHERE piece = 1");
+  EXPECT_EQ(ReadOne(m_store, large.id), "<Damaged>");
+}
+
+// Contents that no store writes
+
+class PostgresHostileTest : public PostgresStoreTest {
+ protected:
+  void Change(const std::string& set) const {
+    Sql("UPDATE talvcs.objects SET " + set + " WHERE repository = (SELECT number FROM " +
+        "talvcs.repositories WHERE name = '" + m_name + "')");
+  }
+};
+
+TEST_F(PostgresHostileTest, EachWrongValueOfARowIsDamage) {
+  for (const std::string change :
+       {"data = NULL", "data = ''", "data = '\\x0080'", "data = '\\x00ffffffffffffffff7f'",
+        "size = size + 1", "size = -1", "pieces = 1", "pieces = 9223372036854775807"}) {
+    PostgresStore store = OpenStore(m_name);
+    ASSERT_TRUE(store.Write({&m_one, 1}).ok());
+    Change(change);
+    EXPECT_EQ(ReadOne(store, m_one.id), "<Damaged>") << change;
+    ASSERT_TRUE(store.RemoveUnmarked([](auto) { return std::vector<Id>(); }).ok());
+  }
+}
+
+TEST_F(PostgresHostileTest, IdThatIsTooShortIsFoundByAListing) {
+  ASSERT_TRUE(m_store.Write({&m_one, 1}).ok());
+  Change("id = '\\x0102'");
+  const Status status = m_store.List([](std::span<const Id>) { return true; });
+  ASSERT_FALSE(status.ok());
+  EXPECT_EQ(status.error().code, ErrorCode::Damaged);
+  EXPECT_EQ(ReadOne(m_store, m_one.id), "<NotFound>");
+}
+
+TEST_F(PostgresHostileTest, HeadOfOddBytesIsDamage) {
+  ASSERT_TRUE(m_store.Write({&m_one, 1}).ok());
+  ASSERT_TRUE(m_store.MoveHeads({{HeadMove{"master", Id(), m_one.id}}}).ok());
+  Sql("UPDATE talvcs.heads SET target = '\\x01'");
+  const auto heads = m_store.Heads();
+  ASSERT_FALSE(heads.ok());
+  EXPECT_EQ(heads.error().code, ErrorCode::Damaged);
+  EXPECT_EQ(heads.error().heads.front().name, "master");
+  EXPECT_EQ(m_store.MoveHeads({{HeadMove{"master", m_one.id, Id()}}}).error().code,
+            ErrorCode::Damaged);
+}
+
+TEST_F(PostgresHostileTest, MissingTableIsDamage) {
+  Sql("CREATE DATABASE odd");
+  const std::string connection = Connection() + " dbname=odd";
+  PostgresStore store = PostgresStore::Open(connection, "odd").value();
+  Sql("DROP TABLE talvcs.heads", connection);
+  const auto heads = store.Heads();
+  ASSERT_FALSE(heads.ok());
+  EXPECT_EQ(heads.error().code, ErrorCode::Damaged);
+  EXPECT_NE(heads.error().cause.find("42P01"), std::string::npos);
+}
+
+TEST_F(PostgresHostileTest, NothingWrongEntersARepository) {
+  // A head that names nothing, one whose bytes are another object's, one that is its own parent.
+  const std::string own(64, 'a');
+  const StoredObject wrong = Stored(std::string(64, 'b'), Testing::Bytes(m_two.packed));
+  const StoredObject looped =
+      Stored(own, std::string("commit 131\0tree \nparent ", 24) + own +
+                      "\nauthor A <a> 0 +0000\ncommitter A <a> 0 +0000\n\ncircle\n");
+  ASSERT_TRUE(m_store.Write({{wrong, looped}}).ok());
+  ASSERT_TRUE(
+      m_store
+          .MoveHeads({{HeadMove{"nothing", Id(), m_one.id}, HeadMove{"wrong", Id(), wrong.id},
+                       HeadMove{"circle", Id(), looped.id}}})
+          .ok());
+  const auto report = Verify(m_store);
+  ASSERT_TRUE(report.ok()) << Describe(report.error());
+  EXPECT_EQ(report->branches.size(), 3U);
+  for (const BranchReport& branch : report->branches) {
+    EXPECT_EQ(branch.state, BranchState::Lost) << branch.name;
+  }
+  const auto loaded = Load(std::make_shared<PostgresStore>(Open()));
+  ASSERT_FALSE(loaded.ok());
+  EXPECT_EQ(loaded.error().code, ErrorCode::Damaged);
+}
+
+// A clean-up beside others
+
+TEST_F(PostgresStoreTest, CondemnedObjectIsReadAndCountsAsMissing) {
+  ASSERT_TRUE(m_store.Write({{m_one, m_two}}).ok());
+  EXPECT_EQ(Remove(m_store, {m_two.id}, kLongGrace).value().count, 0U);
+  EXPECT_EQ(Count("condemned"), "1");
+  PostgresStore other = Open();
+  EXPECT_EQ(ReadOne(other, m_one.id), "blob 3 one");
+  EXPECT_EQ(other.Missing({{m_one.id, m_two.id}}).value(), std::vector<Id>{m_one.id});
+  ASSERT_TRUE(other.Write({&m_one, 1}).ok());
+  EXPECT_EQ(Count("condemned"), "0");
+  EXPECT_TRUE(Open().Missing({{m_one.id}}).value().empty());
+}
+
+TEST_F(PostgresStoreTest, CondemnedObjectGoesAfterTheGraceOfALaterCall) {
+  ASSERT_TRUE(m_store.Write({{m_one, m_two}}).ok());
+  EXPECT_EQ(Remove(m_store, {m_two.id}, kLongGrace).value().count, 0U);
+  EXPECT_EQ(Remove(m_store, {m_two.id}, kLongGrace).value().count, 0U);
+  Sql("UPDATE talvcs.condemned SET since = since - interval '2 hours'");
+  const RemovedObjects removed = Remove(m_store, {m_two.id}, kLongGrace).value();
+  EXPECT_EQ(removed.count, 1U);
+  EXPECT_EQ(removed.sizeBytes, 10U);
+  EXPECT_EQ(ReadOne(m_store, m_one.id), "<NotFound>");
+  EXPECT_EQ(ReadOne(m_store, m_two.id), "blob 3 two");
+}
+
+TEST_F(PostgresStoreTest, SaveWhoseObjectsWereCondemnedGoesOn) {
+  PostgresStore writer = Open();
+  ASSERT_TRUE(writer.Write({&m_one, 1}).ok());
+  ASSERT_TRUE(Remove(m_store, {}, kLongGrace).ok());
+  ASSERT_TRUE(writer.Write({&m_two, 1}).ok());
+  EXPECT_EQ(Count("condemned"), "2");
+  ASSERT_TRUE(writer.MoveHeads({{HeadMove{"master", Id(), m_two.id}}}).ok());
+  EXPECT_EQ(Count("condemned"), "0");
+}
+
+TEST_F(PostgresStoreTest, SaveWhoseObjectsAreGoneIsBusy) {
+  PostgresStore writer = Open();
+  ASSERT_TRUE(writer.Write({&m_one, 1}).ok());
+  ASSERT_TRUE(Remove(m_store, {}, milliseconds(0)).ok());
+  const Status status = writer.MoveHeads({{HeadMove{"master", Id(), m_one.id}}});
+  ASSERT_FALSE(status.ok());
+  EXPECT_EQ(status.error().code, ErrorCode::Busy);
+  EXPECT_TRUE(status.error().cause.empty());
+  ASSERT_TRUE(writer.Write({&m_one, 1}).ok());
+  EXPECT_TRUE(writer.MoveHeads({{HeadMove{"master", Id(), m_one.id}}}).ok());
+}
+
+TEST_F(PostgresStoreTest, SaveThatSkippedACondemnedObjectIsBusy) {
+  ASSERT_TRUE(m_store.Write({{m_one, m_two}}).ok());
+  ASSERT_TRUE(m_store.MoveHeads({}).ok());
+  PostgresStore writer = Open();
+  ASSERT_TRUE(writer.Missing({{m_one.id, m_two.id}}).value().empty());
+  ASSERT_TRUE(Remove(m_store, {m_one.id}, kLongGrace).ok());
+  EXPECT_EQ(writer.MoveHeads({{HeadMove{"master", Id(), m_two.id}}}).error().code, ErrorCode::Busy);
+  EXPECT_EQ(writer.Missing({{m_one.id, m_two.id}}).value(), std::vector<Id>{m_two.id});
+}
+
+TEST_F(PostgresStoreTest, SaveThatSkippedUsedObjectsGoesOn) {
+  ASSERT_TRUE(m_store.Write({{m_one, m_two}}).ok());
+  ASSERT_TRUE(m_store.MoveHeads({}).ok());
+  PostgresStore writer = Open();
+  ASSERT_TRUE(writer.Missing({{m_one.id}}).value().empty());
+  ASSERT_TRUE(Remove(m_store, {m_one.id}, kLongGrace).ok());
+  EXPECT_TRUE(writer.MoveHeads({{HeadMove{"master", Id(), m_one.id}}}).ok());
+}
+
+TEST_F(PostgresStoreTest, HeadThatMovesDuringTheMarkIsMarkedAsWell) {
+  ASSERT_TRUE(m_store.Write({{m_one, m_two}}).ok());
+  ASSERT_TRUE(m_store.MoveHeads({{HeadMove{"a", Id(), m_one.id}}}).ok());
+  PostgresStore writer = Open();
+  std::vector<std::string> marked;
+  const auto mark = [&](std::span<const Head> heads) -> Result<std::vector<Id>> {
+    if (marked.empty()) {
+      EXPECT_TRUE(writer.MoveHeads({{HeadMove{"b", Id(), m_two.id}}}).ok());
+    }
+    std::vector<Id> ids;
+    for (const Head& head : heads) {
+      marked.push_back(head.name);
+      ids.push_back(head.id);
+    }
+    return ids;
+  };
+  EXPECT_EQ(RemoveGradually(m_store, mark, milliseconds(0)).value().count, 0U);
+  EXPECT_EQ(marked, (std::vector<std::string>{"a", "b"}));
+}
+
+TEST_F(PostgresStoreTest, FailedMarkCondemnsNothing) {
+  ASSERT_TRUE(m_store.Write({&m_one, 1}).ok());
+  Error cancelled;
+  cancelled.code = ErrorCode::Cancelled;
+  const auto result = RemoveGradually(
+      m_store, [&](auto) -> Result<std::vector<Id>> { return cancelled; }, milliseconds(0));
+  EXPECT_EQ(result.error().code, ErrorCode::Cancelled);
+  EXPECT_EQ(Count("condemned"), "0");
+}
+
+TEST_F(PostgresStoreTest, CleanUpKeepsWhatHistoriesReach) {
+  OpenedRepository opened = Kit::Open(std::make_unique<PostgresStore>(Open())).value();
+  Commit commit(&opened.GetRepository(), false);
+  commit.AddBlob(&opened.GetRepository(), TAL_WIDE("folder/file"), BlobFromBytes("contents\n"));
+  ASSERT_TRUE(opened->DoCommit(commit));
+  ASSERT_TRUE(Save(opened).ok());
+  ASSERT_TRUE(m_store.Write({{m_one, m_two}}).ok());
+  const auto removed = CleanUpGradually(m_store, {.grace = milliseconds(0)});
+  ASSERT_TRUE(removed.ok()) << Describe(removed.error());
+  EXPECT_EQ(removed->count, 2U);
+  EXPECT_EQ(Count("objects"), "4");
+}
+
+// Several programs
+
+TEST_F(PostgresStoreTest, LargeSaveOfTwoProcessesDoesNotDeadlock) {
+  std::vector<StoredObject> objects;
+  for (int number = 0; number < 3000; ++number) {
+    objects.push_back(ObjectOf("object " + std::to_string(number)));
+  }
+  std::vector<pid_t> children;
+  for (unsigned seed : {1U, 2U, 3U}) {
+    children.push_back(Testing::StartChild([&, seed] {
+      std::mt19937 random(seed);
+      std::shuffle(objects.begin(), objects.end(), random);
+      PostgresStore store = Open();
+      return store.Write(objects) ? 0 : 1;
+    }));
+  }
+  for (const pid_t child : children) EXPECT_EQ(Testing::ExitCodeOf(child), 0);
+  EXPECT_EQ(Count("objects"), "3000");
+}
+
+TEST_F(PostgresStoreTest, WaitEndsWhenAnotherStoreObjectMovesAHead) {
+  ASSERT_TRUE(m_store.Write({&m_one, 1}).ok());
+  EXPECT_TRUE(m_store.WaitForHeads({}, milliseconds(20)).value().empty());
+  std::thread other([this] {
+    PostgresStore store = Open();
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_TRUE(store.MoveHeads({{HeadMove{"master", Id(), m_one.id}}}).ok());
+  });
+  const auto start = std::chrono::steady_clock::now();
+  const auto heads = m_store.WaitForHeads({}, std::chrono::seconds(30));
+  const auto waited = std::chrono::steady_clock::now() - start;
+  other.join();
+  EXPECT_EQ(heads.value(), (std::vector<Head>{{"master", m_one.id}}));
+  EXPECT_LT(waited, std::chrono::seconds(20));
+}
+
+}  // namespace
+}  // namespace TalVcs::Kit
