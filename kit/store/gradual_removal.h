@@ -18,7 +18,7 @@ class TALVCS_KIT_API IGradualRemoval {
   /// than `grace` ago, most of them by earlier calls.
   ///
   /// *For callers.* A condemned object can be read until it is removed, but is missing for
-  /// `Missing`, and becomes an ordinary one when it is written again. So whoever has read a head
+  /// `Missing`, and becomes an ordinary one when it is written again. So a reader of a head
   /// can read what it reaches for `grace`, at least. `mark` is called with the heads, and again
   /// with those that have moved meanwhile; it may then leave out ids that it has returned before.
   /// It may read from this store object.

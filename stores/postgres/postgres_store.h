@@ -63,8 +63,8 @@ struct PostgresOptions {
 /// rows or the tables aren't what this class writes. `NotFound` from `Open`: there is no such
 /// database or repository. `Unsupported`: a newer version of this class has made the tables.
 ///
-/// *Trust.* Bytes that don't fit their id are passed on, as the contract allows; whoever doesn't
-/// trust the server puts a `ChecksumStore` over it. `Kit::Open` checks what it reads.
+/// *Trust.* Bytes that don't fit their id are passed on, as the contract allows; a host that
+/// doesn't trust the server puts a `ChecksumStore` over it. `Kit::Open` checks what it reads.
 ///
 /// *Memory.* From the first `Missing` or `Write` to the next `MoveHeads` a store object remembers
 /// the ids that it looked for or wrote, with 32 bytes each.

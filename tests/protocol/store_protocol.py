@@ -25,7 +25,7 @@ the rest from the bottom up and then moves its branch.
              still there, and what was skipped must be live. Otherwise the writer starts over.
 
 The cleaner begins a pass, lists all objects, condemned ones too, reads the heads and marks what they reach. Then one
-transaction reads the heads again, marks what has come, raises the epoch and condemns whatever is
+transaction reads the heads again, marks what has come, raises the epoch and condemns what is
 unmarked among the listed objects and those uploaded since the pass began. Writes and moves wait for
 that transaction. Condemned objects are removed one by one.
 

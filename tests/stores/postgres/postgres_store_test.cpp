@@ -86,7 +86,7 @@ TEST_F(PostgresStoreTest, NameWithoutAByteOrWithTooManyIsRefused) {
             ErrorCode::BadName);
 }
 
-TEST_F(PostgresStoreTest, PlaceThatCannotBeReachedIsToldFromOneThatIsMissing) {
+TEST_F(PostgresStoreTest, MissingServerDatabaseAndUserAreDifferentErrors) {
   const PostgresOptions options{.connectTimeout = milliseconds(50)};
   const auto nowhere = PostgresStore::Open("host=/nonexistent", m_name, options);
   EXPECT_EQ(nowhere.error().code, ErrorCode::Unavailable);

@@ -1,4 +1,4 @@
-// The roles of docs/sharing.md, made by the statements that stand there.
+// The roles of docs/sharing.md, made by its own statements.
 
 #include <kit/store/gradual_removal.h>
 #include <stores/postgres/postgres_store.h>
