@@ -5,18 +5,16 @@
 #include "import.h"
 
 #include "../failure.h"
-#include "../folder.h"
 #include "../terminal.h"
 #include "../text.h"
+#include "change_reader.h"
 #include "commit_text.h"
 #include "imported_refs.h"
-#include "path_quoting.h"
 #include "stream_reader.h"
 #include "tree_builder.h"
 
 #include <kit/open/save.h>
 
-#include <algorithm>
 #include <unordered_map>
 
 namespace Tal {
@@ -26,13 +24,6 @@ using TalVcs::Blob;
 using TalVcs::Commit;
 using TalVcs::cow_ptr;
 using CommitHandle = cow_ptr<Commit>;
-
-std::optional<FileKind> KindOf(std::string_view mode) {
-  if (mode == "100644" || mode == "644") return FileKind::File;
-  if (mode == "100755" || mode == "755") return FileKind::Executable;
-  if (mode == "120000") return FileKind::Link;
-  return std::nullopt;
-}
 
 /// What the lines before the files of a commit say.
 struct CommitHeader {
@@ -47,7 +38,10 @@ struct CommitHeader {
 class GitImporter {
  public:
   GitImporter(std::istream& in, TalVcs::Kit::OpenedRepository& opened)
-      : m_reader(in), m_opened(opened), m_repository(opened.GetRepository()) {}
+      : m_reader(in),
+        m_changes(m_reader, m_notes),
+        m_opened(opened),
+        m_repository(opened.GetRepository()) {}
 
   GitImportReport Run() {
     while (ReadCommand()) {
@@ -103,7 +97,7 @@ class GitImporter {
     const std::optional<std::uint64_t> mark = TakeMark();
     m_reader.Take("original-oid ");
     Blob blob = TalVcs::Kit::BlobFromBytes(m_reader.TakeData());
-    if (mark) m_blobs.insert_or_assign(*mark, std::move(blob));
+    if (mark) m_changes.AddBlob(*mark, std::move(blob));
   }
 
   std::optional<std::uint64_t> TakeMark() {
@@ -117,7 +111,7 @@ class GitImporter {
   void ReadCommit(const std::string& ref) {
     const CommitHeader header = ReadHeader(ref);
     TreeBuilder files(m_repository, header.parent ? RootOf(*header.parent) : nullptr);
-    while (ReadChange(files)) {
+    while (m_changes.Read(files)) {
     }
     auto commit = std::make_unique<Commit>(header.parent, false);
     commit->ReplaceRoot(&m_repository, files.Finish());
@@ -192,96 +186,6 @@ class GitImporter {
     return *std::move(signature);
   }
 
-  bool ReadChange(TreeBuilder& files) {
-    const std::string* line = m_reader.Peek();
-    if (line == nullptr) return false;
-    if (auto change = m_reader.Take("M ")) {
-      ReadFile(*change, files);
-    } else if (auto removed = m_reader.Take("D ")) {
-      files.Remove(PathFrom(*removed));
-    } else if (auto copied = m_reader.Take("C ")) {
-      Copy(*copied, files);
-    } else if (auto renamed = m_reader.Take("R ")) {
-      files.Remove(Copy(*renamed, files));
-    } else if (*line == "deleteall") {
-      m_reader.Next();
-      files.Clear();
-    } else {
-      return false;
-    }
-    return true;
-  }
-
-  /// Returns the path from which a file or folder was copied.
-  std::string Copy(std::string_view text, TreeBuilder& files) {
-    std::string from;
-    if (!TakeGitPath(text, true, from) || !text.starts_with(' ')) FailOnPath(text);
-    const std::string to = PathFrom(text.substr(1));
-    RequirePath(from);
-    if (to.starts_with(from + '/') || from.starts_with(to + '/') || from == to) {
-      m_reader.Fail("\"" + Shown(from) + "\" cannot become \"" + Shown(to) + '"');
-    }
-    if (!files.Copy(from, to)) m_reader.Fail("there is no file \"" + Shown(from) + '"');
-    return from;
-  }
-
-  void ReadFile(std::string_view text, TreeBuilder& files) {
-    const std::string mode(text.substr(0, text.find(' ')));
-    text.remove_prefix(std::min(mode.size() + 1, text.size()));
-    const std::string source(text.substr(0, text.find(' ')));
-    text.remove_prefix(std::min(source.size() + 1, text.size()));
-    const std::string path = PathFrom(text);
-    if (mode == "160000") {
-      Count("link", "to another repository left out");
-      return;
-    }
-    const std::optional<FileKind> kind = KindOf(mode);
-    if (!kind) m_reader.Fail("\"" + Shown(mode) + "\" is no mode of a file");
-    files.Put(
-        path,
-        source == "inline" ? TalVcs::Kit::BlobFromBytes(m_reader.TakeData()) : FindBlob(source),
-        *kind);
-  }
-
-  const Blob& FindBlob(const std::string& name) {
-    const std::optional<std::uint64_t> mark =
-        name.starts_with(':') ? ParseNumber(std::string_view(name).substr(1)) : std::nullopt;
-    const auto found = mark ? m_blobs.find(*mark) : m_blobs.end();
-    if (found == m_blobs.end()) {
-      m_reader.Fail("the stream has no file content \"" + Shown(name) +
-                    "\"; export everything, with the contents");
-    }
-    return found->second;
-  }
-
-  std::string PathFrom(std::string_view text) {
-    std::string path;
-    if (!TakeGitPath(text, false, path) || !text.empty()) FailOnPath(text);
-    RequirePath(path);
-    return path;
-  }
-
-  void RequirePath(const std::string& path) {
-    if (path.empty() || path.ends_with('/') || path.find('\0') != path.npos ||
-        !ToWideExactly(path)) {
-      FailOnPath(path);
-    }
-    std::string_view rest = path;
-    while (!rest.empty()) {
-      const std::string_view name = rest.substr(0, rest.find('/'));
-      rest.remove_prefix(std::min(name.size() + 1, rest.size()));
-      if (name.empty() || name == "." || name == ".." || name == Folder::kStoreName) {
-        FailOnPath(path);
-      }
-    }
-    if (path == FileKinds::kKindsName || path.starts_with(std::string(FileKinds::kKindsName) + '/'))
-      FailOnPath(path);
-  }
-
-  [[noreturn]] void FailOnPath(std::string_view path) {
-    m_reader.Fail("\"" + Shown(path) + "\" is no path for a folder of this program");
-  }
-
   void ReadTag(const std::string& name) {
     const std::optional<std::uint64_t> mark = TakeMark();
     const std::optional<std::string> from = m_reader.Take("from ");
@@ -289,7 +193,7 @@ class GitImporter {
     m_reader.Take("original-oid ");
     m_reader.Take("tagger ");
     if (!m_reader.TakeData().empty()) Count("message", "of a tag left out");
-    const CommitHandle commit = IsBlob(*from) ? nullptr : FindCommit(*from);
+    const CommitHandle commit = m_changes.HasBlob(*from) ? nullptr : FindCommit(*from);
     if (!commit) {
       Count("tag", "of something else than a commit left out");
       return;
@@ -298,15 +202,9 @@ class GitImporter {
     if (mark) m_commits.insert_or_assign(*mark, commit);
   }
 
-  bool IsBlob(const std::string& name) const {
-    const std::optional<std::uint64_t> mark =
-        name.starts_with(':') ? ParseNumber(std::string_view(name).substr(1)) : std::nullopt;
-    return mark && m_blobs.contains(*mark);
-  }
-
   void ReadReset(const std::string& ref) {
     const std::optional<std::string> from = m_reader.Take("from ");
-    if (from && IsBlob(*from)) {
+    if (from && m_changes.HasBlob(*from)) {
       Count("tag", "of something else than a commit left out");
     } else {
       m_refs.Set(ref, from ? FindCommit(*from) : nullptr);
@@ -334,20 +232,15 @@ class GitImporter {
     return ToWide(text);
   }
 
-  static std::string Shown(std::string_view text) {
-    constexpr std::size_t kMost = 80;
-    return Printable(text.substr(0, kMost)) + (text.size() > kMost ? "..." : "");
-  }
-
   void Count(const std::string& noun, const std::string& what) { ++m_notes[{noun, what}]; }
 
   GitStreamReader m_reader;
+  ImportNotes m_notes;
+  GitChangeReader m_changes;
   TalVcs::Kit::OpenedRepository& m_opened;
   TalVcs::Repository& m_repository;
-  std::unordered_map<std::uint64_t, Blob> m_blobs;
   std::unordered_map<std::uint64_t, CommitHandle> m_commits;
   ImportedRefs m_refs;
-  ImportNotes m_notes;
   bool m_expectsDone = false;
   bool m_isDone = false;
   GitImportReport m_report;

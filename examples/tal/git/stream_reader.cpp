@@ -5,11 +5,17 @@
 #include "stream_reader.h"
 
 #include "../failure.h"
+#include "../terminal.h"
 
 #include <algorithm>
 #include <charconv>
 
 namespace Tal {
+
+std::string Shown(std::string_view text) {
+  constexpr std::size_t kMost = 80;
+  return Printable(text.substr(0, kMost)) + (text.size() > kMost ? "..." : "");
+}
 
 std::optional<std::uint64_t> ParseNumber(std::string_view digits) {
   std::uint64_t number = 0;

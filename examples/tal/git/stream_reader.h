@@ -40,6 +40,9 @@ class GitStreamReader {
   std::uint64_t m_lineNumber = 0;
 };
 
+/// Returns the beginning of a text of a stream, fit for a message.
+std::string Shown(std::string_view text);
+
 /// Returns the number that the digits say, or none if there are other characters, no digit, or more
 /// than 64 bits.
 std::optional<std::uint64_t> ParseNumber(std::string_view digits);
