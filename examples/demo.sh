@@ -157,3 +157,20 @@ if [ "$files" -eq 0 ]; then
 fi
 printf '\nWhat came back is identical: every byte was compared (%d files, %d bytes, 2 branches).\n' \
   "$files" "$bytes"
+
+title "Two folders share a history through a PostgreSQL server"
+examples=$(cd "$(dirname "$0")" && pwd)
+if ! ls /usr/lib/postgresql/*/bin/postgres >/dev/null 2>&1 || ! command -v python3 >/dev/null; then
+  echo "Skipped: no PostgreSQL server is installed (Debian: postgresql)."
+else
+  outcome=0
+  PYTHONPATH="$examples/../tests/support" python3 -B \
+    "$examples/../tests/stores/postgres/with_server.py" "$examples/demo_sharing.sh" "$program" \
+    >"$work/sharing" 2>&1 || outcome=$?
+  if grep -q 'this build has no stores on PostgreSQL' "$work/sharing"; then
+    echo "Skipped: this build has no stores on PostgreSQL servers (Debian: libpq-dev)."
+  else
+    cat "$work/sharing"
+    exit "$outcome"
+  fi
+fi

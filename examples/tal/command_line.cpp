@@ -173,7 +173,9 @@ ExitCode RunCommandLine(int argc, const char* const* argv) {
   } catch (const Kit::ErrorException& error) {
     if (IsInterrupted()) return fail("interrupted; nothing has changed", ExitCode::Interrupted);
     const ExitCode code = CodeOf(error.GetError().code);
-    const std::string prefix = code == ExitCode::Damaged ? "the store is damaged: " : "";
+    const bool is_away = error.GetError().code == Kit::ErrorCode::Unavailable;
+    const std::string what = is_away ? "the store can't be read: " : "the store is damaged: ";
+    const std::string prefix = code == ExitCode::Damaged ? what : "";
     return fail(prefix + Printable(error.what()), code);
   } catch (const TalVcs::ObjectUnavailable& problem) {
     return fail(std::string("the store is damaged: ") + Printable(problem.what()),

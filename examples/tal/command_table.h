@@ -18,6 +18,7 @@ void AddMergeCommands(Commands& commands);
 void AddRewriteCommands(Commands& commands);
 void AddCheckCommands(Commands& commands);
 void AddExchangeCommands(Commands& commands);
+void AddSharingCommands(Commands& commands);
 
 /// Returns the functions that add all commands, in the order of the help.
 std::span<const AddCommands> GetCommandTable();

@@ -2,6 +2,7 @@
 
 #include "failure.h"
 #include "file_handle.h"
+#include "remotes.h"
 #include "store_files.h"
 
 #include <kit/text/result.h>
@@ -83,6 +84,8 @@ Session::Session(const Host& host, Access access)
     : m_host(host), m_access(access), m_folder(FindTop(host.start)) {
   if (access == Access::Change) m_lock = std::make_unique<Lock>(m_folder.StorePath());
   m_store = OpenStore(m_folder.Top());
+  const std::string place = LazyPlace(m_folder.Top());
+  if (!place.empty()) m_store = OpenLazy(m_store, place);
   m_visible = m_store;
   if (access == Access::Read) return;
   m_staged = std::make_shared<StagedStore>(m_store);

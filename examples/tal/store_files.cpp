@@ -88,6 +88,10 @@ std::shared_ptr<IObjectStore> OpenStore(const fs::path& top) {
   return Opened(DirectoryObjectStore::Open(top), what, false);
 }
 
+std::shared_ptr<IObjectStore> OpenStoreFile(const fs::path& path) {
+  return OpenSqlite(path, false, "cannot open \"" + Printable(path.string()) + "\": ");
+}
+
 std::shared_ptr<IObjectStore> CreateStoreAt(const fs::path& path, StoreKind kind) {
   const std::string what = "cannot create the store \"" + Printable(path.string()) + "\": ";
   std::error_code error;

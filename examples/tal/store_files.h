@@ -21,6 +21,9 @@ void CreateStore(const std::filesystem::path& top, StoreKind kind);
 /// Opens the store in the folder `top`. Throws `Failure`.
 std::shared_ptr<TalVcs::Kit::IObjectStore> OpenStore(const std::filesystem::path& top);
 
+/// Opens a SQLite file with a history. Throws `Failure`.
+std::shared_ptr<TalVcs::Kit::IObjectStore> OpenStoreFile(const std::filesystem::path& path);
+
 /// Makes a store of its own at `path`, outside any folder under history: a folder with a store
 /// inside, or a SQLite file. Throws `Failure` if there is something.
 std::shared_ptr<TalVcs::Kit::IObjectStore> CreateStoreAt(const std::filesystem::path& path,

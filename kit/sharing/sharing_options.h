@@ -57,7 +57,8 @@ struct SyncOptions {
   /// Decides about the conflicts of one local version. Without it, and for what it leaves out, the
   /// report has the conflicts.
   std::function<Result<Decisions>(const MergePreview&)> decide = {};
-  /// How many races `Sync` loses before it fails with `Conflict`.
+  /// How many races `Sync` loses before it fails with `Conflict`, or with `Busy` if others kept the
+  /// remote locked.
   std::uint64_t mostLosses = 100;
   /// Waits between two attempts; empty means that the thread sleeps.
   std::function<void(std::chrono::milliseconds)> sleep = {};

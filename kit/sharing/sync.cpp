@@ -70,7 +70,8 @@ class Synchronisation {
     }
     const ErrorCode code = pushed.error().code;
     // After a lost answer, the next fetch shows whether the push has happened.
-    const bool is_race = code == ErrorCode::Conflict || code == ErrorCode::Unknown;
+    const bool is_race =
+        code == ErrorCode::Conflict || code == ErrorCode::Unknown || code == ErrorCode::Busy;
     if (!is_race || m_report.lostRaces >= m_options.mostLosses) return pushed.error();
     ++m_report.lostRaces;
     return false;
