@@ -391,6 +391,42 @@ def json_seeds():
     yield "other-text", b"\0\"\xc3\"" + END + b"\"\xed\xa0\x80\"" + END + b"\xef\xbb\xbf{}"
 
 
+def workspace_seeds():
+    """Programs for two workspaces; what a step needs stands at the top of fuzz_workspace.cpp."""
+    second = 128
+    master, topic = b"\x00", b"\x80"
+    a, text, json, nested, folder = (bytes([place]) for place in (0, 1, 2, 5, 6))
+
+    def step(operation, *parts, by=0):
+        return bytes([operation | by]) + b"".join(parts)
+
+    def write(path, content, by=0):
+        return step(0, path, content.encode() + b"\n", by=by)
+
+    def commit(message, by=0):
+        return step(23, message.encode() + b"\n", by=by)
+
+    def checkpoint(label, gesture):
+        return step(7, label.encode() + b"\n", gesture.encode() + b"\n")
+
+    base = write(a, "1") + write(text, "one|two|three|") + write(json, '{"x": 1, "y": 1}') + commit("base")
+    fork = base + step(10, topic, b"\x00") + write(text, "ONE|two|three|") + write(a, "2") + commit("ours")
+    fork += step(11, topic) + write(text, "one|two|THREE|") + write(a, "3") + commit("theirs") + step(11, master)
+    yield "empty", b""
+    yield "edits", base + step(3, a) + step(4, json, nested) + commit("moved") + step(4, folder, a) + step(3, folder)
+    yield "undo", base + write(a, "2") + commit("x") + step(8) + step(9) + step(8) + step(8) + step(9)
+    yield "gesture", base + b"".join(write(a, str(i)) + checkpoint("drag", "g") for i in range(3)) + step(8)
+    yield "merge", fork + step(12, topic, b"\x03") + step(12, topic) + step(8)
+    yield "picks", fork + step(13, b"\x00", b"\x01") + step(14, b"\x02", b"\x03") + step(15, b"\x04")
+    yield "rebase", fork + step(20, topic, b"\x02") + step(22)
+    yield "reload", base + write(a, "4", by=second) + step(16, b"\x01", by=second) + commit("mine", by=second) + \
+        write(a, "5") + commit("late") + step(16, b"\x00") + commit("again")
+    yield "forget", fork + step(18, b"tag\n", b"\x01") + step(19, b"\x01", b"\x00") + step(19, b"\x00", b"\x04") + \
+        step(17, topic) + step(19, b"\x08", b"\x01") + step(21)
+    yield "names", write(b"\xff" + b"a//b\n", "x") + write(b"\xff" + b"\xff\n", "x") + write(b"\xff" + b"..\n", "x") + \
+        commit("\n") + step(10, b"\xff\xfe\n", b"\x00") + step(18, b"\xff\n", b"\x00") + step(11, b"\xff" + b"tags/x\n")
+
+
 def pack_record(digit, encoded):
     framed = b"O" + len(encoded).to_bytes(3, "little") + bytes([digit]) * 32 + encoded
     return framed + zlib.crc32(framed).to_bytes(4, "little")
@@ -543,6 +579,7 @@ SEEDS = {
     "pack": pack_seeds,
     "zip_store": zip_seeds,
     "sqlite_store": sqlite_seeds,
+    "workspace": workspace_seeds,
 }
 
 

@@ -38,6 +38,7 @@ TARGETS = {
     "text_merge": (256, 10),
     "tree": (1024, 4),
     "utf": (256, 20),
+    "workspace": (512, 1),
     "zip_store": (2048, 1),
 }
 # The smallest input that any target needs is far below what one allocation may take.
