@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Changes single tokens of talvcs/, one at a time, and tells which changes the tests notice.
+"""Changes single tokens of talvcs/ or kit/, one at a time, and prints which changes the tests notice.
 
-Usage: mutate.py [--count 200] [--seed 1] [--jobs 1] [--only REGEX] FOLDER
+Usage: mutate.py [--count 200] [--seed 1] [--jobs 1] [--only REGEX] [--library talvcs|kit] FOLDER
 
 FOLDER takes a copy of the sources, builds of it and "results.json", from which a later run goes on.
 A mutant that the tests let pass is a survivor, unless "equivalent_mutants.txt", beside this
@@ -34,16 +34,40 @@ EQUIVALENT = pathlib.Path(__file__).with_name("equivalent_mutants.txt")
 # Programs of tests, without what is large or deep, or waits, and takes long.
 DEEP = ("Depth", "Hundred", "LaterSecond", "StoredCommitMoves", "SamplesAlike")
 SLOW = ":".join(f"*{word}*" for word in ("Large", "Gibi", *DEEP))
-STAGES = {
+TALVCS_STAGES = {
     "talvcs_tests": ["talvcs_tests", f"--gtest_filter=-{SLOW}"],
     "talvcs_internal_tests": ["talvcs_internal_tests", f"--gtest_filter=-{SLOW}"],
     "talvcs_kit_tests": ["talvcs_kit_tests", "--gtest_filter=-DirectoryStore*:*Faults*"],
     "talvcs_model_tests": ["model/talvcs_model_tests"],
 }
-# Those that meet a changed library without being built anew.
-WITH_LIBRARY = {"talvcs_tests", "talvcs_kit_tests", "talvcs_model_tests"}
-LIBRARY = "talvcs/libtalvcs.so"
-PROGRAMS = {LIBRARY} | {f"tests/{program}" for program, *_ in STAGES.values()}
+KIT_STAGES = {
+    "talvcs_workspace_tests": ["talvcs_workspace_tests"],
+    "talvcs_kit_text_tests": ["talvcs_kit_text_tests", f"--gtest_filter=-{SLOW}"],
+    "talvcs_open_tests": ["talvcs_open_tests", f"--gtest_filter=-{SLOW}"],
+    "talvcs_kit_tests": ["talvcs_kit_tests", f"--gtest_filter=-*Kill*:{SLOW}"],
+    "talvcs_kit_internal_tests": ["talvcs_kit_internal_tests", f"--gtest_filter=-{SLOW}"],
+}
+
+
+class Library:
+    """A library whose sources are changed: its target, its file, and the tests that meet it."""
+
+    def __init__(self, name, target, file, stages, with_objects):
+        self.name = name
+        self.target = target
+        self.file = file
+        self.stages = stages
+        # The other stages meet a changed library without being built anew.
+        self.with_library = set(stages) - with_objects
+        self.programs = {file} | {f"tests/{program}" for program, *_ in stages.values()}
+
+
+LIBRARIES = {
+    "talvcs": Library("talvcs", "talvcs", "talvcs/libtalvcs.so", TALVCS_STAGES,
+                      {"talvcs_internal_tests"}),
+    "kit": Library("kit", "talvcs_kit", "kit/libtalvcs-kit.so", KIT_STAGES,
+                   {"talvcs_kit_internal_tests"}),
+}
 # What is run with the few that are left after these, by CTest.
 LAST = "|".join((r"^tal\.(basics|branches|damage|merge|rewrite)", *DEEP))
 
@@ -52,11 +76,11 @@ KILLED = ("killed", "timeout")
 COUNTED = KILLED + ("survived",)
 
 
-def sources():
-    """Returns the files that are mutated. Code for other processors isn't compiled here."""
-    names = subprocess.run(["git", "ls-files", "talvcs/*.cpp", "talvcs/*.h"], cwd=ROOT, check=True,
-                           capture_output=True, text=True).stdout.split()
-    return [name for name in names if not name.endswith("_arm.cpp")]
+def sources(folder):
+    """Returns the files that are mutated. Code for other systems isn't compiled here."""
+    names = subprocess.run(["git", "ls-files", f"{folder}/*.cpp", f"{folder}/*.h"], cwd=ROOT,
+                           check=True, capture_output=True, text=True).stdout.split()
+    return [name for name in names if not name.endswith(("_arm.cpp", "_windows.cpp"))]
 
 
 def equivalents():
@@ -73,8 +97,8 @@ def equivalents():
     return found
 
 
-def target_of(stage):
-    return pathlib.PurePath(STAGES[stage][0]).name
+def target_of(command):
+    return pathlib.PurePath(command[0]).name
 
 
 class Mutant:
@@ -87,10 +111,10 @@ class Mutant:
         self.key = f"{path}:{self.line}:{digest}"
 
 
-def plan(count, seed, only):
+def plan(library, count, seed, only):
     """Yields for each file how many mutants it has to give, and its mutants in random order."""
     files = []
-    for path in sources():
+    for path in sources(library.name):
         source = (ROOT / path).read_text(encoding="utf-8")
         mutants = [Mutant(path, mutation, source) for mutation in mutations_of(source)]
         random.Random(f"{seed} {path}").shuffle(mutants)
@@ -112,7 +136,8 @@ def limit_memory():
 class Workshop:
     """A copy of the sources and a build of it."""
 
-    def __init__(self, folder, number):
+    def __init__(self, library, folder, number):
+        self.library = library
         self.source = folder / f"source-{number}"
         self.build = folder / f"build-{number}"
         self.scratch = folder / f"scratch-{number}"
@@ -128,15 +153,15 @@ class Workshop:
              "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -D_GLIBCXX_ASSERTIONS",
              "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DTALVCS_BUILD_TESTS=ON",
              "-DTALVCS_BUILD_EXAMPLES=ON"], check=True, stdout=subprocess.DEVNULL)
-        for stage in STAGES:
-            if not self.make(target_of(stage)):
+        for stage, command in self.library.stages.items():
+            if not self.make(target_of(command)):
                 sys.exit(f"{stage} does not build")
             began = time.monotonic()
             failure = self.run(stage, 600)
             if failure:
                 sys.exit(f"{stage} fails as it is: {failure}")
             self.seconds[stage] = time.monotonic() - began
-        self.original = {file: self.digest(file) for file in PROGRAMS}
+        self.original = {file: self.digest(file) for file in self.library.programs}
 
     def copy(self):
         names = subprocess.run(["git", "ls-files", "--cached", "--others", "--exclude-standard"],
@@ -180,7 +205,7 @@ class Workshop:
         return failed.group(1) or failed.group(2) if failed else f"code {process.returncode}"
 
     def run(self, stage, seconds):
-        program, *options = STAGES[stage]
+        program, *options = self.library.stages[stage]
         return self.execute([self.build / "tests" / program, *options, "--gtest_fail_fast",
                              "--gtest_brief=1"], seconds)
 
@@ -194,26 +219,27 @@ class Workshop:
         finally:
             target.write_text(original, encoding="utf-8")
             if self.rebuilt:
-                self.make(*map(target_of, STAGES))
+                self.make(*map(target_of, self.library.stages.values()))
 
     def judge_applied(self, mutant, order):
         """Tests the changed library, then what compiles a changed header into itself as well."""
         self.rebuilt = False
-        if not self.make("talvcs"):
+        if not self.make(self.library.target):
             return "does not compile", ""
-        if mutant.path.endswith(".cpp") and self.is_original(LIBRARY):
+        if mutant.path.endswith(".cpp") and self.is_original(self.library.file):
             return "same code", ""
-        runs = [(stage, stage not in WITH_LIBRARY) for stage in order]
+        with_library = self.library.with_library
+        runs = [(stage, stage not in with_library) for stage in order]
         if mutant.path.endswith(".h"):
-            runs += [(stage, True) for stage in order if stage in WITH_LIBRARY]
+            runs += [(stage, True) for stage in order if stage in with_library]
         for stage, build in runs:
             self.rebuilt = self.rebuilt or build
-            if build and not self.make(target_of(stage)):
+            if build and not self.make(target_of(self.library.stages[stage])):
                 return "does not compile", ""
             failure = self.run(stage, 30 + 10 * self.seconds[stage])
             if failure:
                 return "timeout" if failure == "timeout" else "killed", f"{stage} {failure}"
-        if self.is_original(*PROGRAMS):
+        if self.is_original(*self.library.programs):
             return "same code", ""
         if not self.make("all"):
             return "does not compile", ""
@@ -223,6 +249,7 @@ class Workshop:
 
 class Run:
     def __init__(self, options):
+        self.library = LIBRARIES[options.library]
         self.folder = options.folder.resolve()
         self.file = self.folder / "results.json"
         self.results = json.loads(self.file.read_text()) if self.file.exists() else {}
@@ -231,14 +258,14 @@ class Run:
         self.shops = queue.Queue()
         self.folder.mkdir(parents=True, exist_ok=True)
         for number in range(options.jobs):
-            shop = Workshop(self.folder, number)
+            shop = Workshop(self.library, self.folder, number)
             shop.prepare()
             self.shops.put(shop)
 
     def order(self):
         """The stages, those first that have killed most."""
         kills = [result["by"].split(" ")[0] for result in self.results.values()]
-        return sorted(STAGES, key=lambda stage: -kills.count(stage))
+        return sorted(self.library.stages, key=lambda stage: -kills.count(stage))
 
     def judge(self, mutant):
         began = time.monotonic()
@@ -278,9 +305,10 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--jobs", type=int, default=1)
     parser.add_argument("--only", default="", help="a regular expression for paths")
+    parser.add_argument("--library", choices=LIBRARIES, default="talvcs", help="what is changed")
     parser.add_argument("folder", type=pathlib.Path)
     options = parser.parse_args()
-    files = sorted(plan(options.count, options.seed, options.only),
+    files = sorted(plan(LIBRARIES[options.library], options.count, options.seed, options.only),
                    key=lambda file: file[1][0].path.endswith(".h"))
     run = Run(options)
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
