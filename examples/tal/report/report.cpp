@@ -194,7 +194,7 @@ class ReportMaker {
       history.commits.push_back({row.version, IdOf(row.version), row.parent, {}});
     }
     std::vector<TalVcs::Kit::Head> branches = m_workspace.GetBranches();
-    std::ranges::stable_partition(branches, [&](const TalVcs::Kit::Head& head) {
+    std::stable_partition(branches.begin(), branches.end(), [&](const TalVcs::Kit::Head& head) {
       return head.name == m_workspace.GetBranch();
     });
     return LayOutGraph(history, branches);
