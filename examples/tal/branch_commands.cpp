@@ -64,8 +64,10 @@ void PrintNamesJson(Session& session, const std::vector<Kit::Head>& names, NameK
 
 ExitCode ListNames(const Host& host, NameKind kind) {
   Session session(host, Access::Read);
-  const std::vector<Kit::Head> names =
+  std::vector<Kit::Head> names =
       kind == NameKind::Branch ? ListBranches(session) : session.Document().GetTags();
+  if (kind == NameKind::Tag)  // stashes have a list of their own
+    std::erase_if(names, [](const Kit::Head& tag) { return tag.name.starts_with("stash/"); });
   if (host.json) {
     PrintNamesJson(session, names, kind);
   } else {

@@ -1,3 +1,4 @@
+#include "clean_up.h"
 #include "command_line.h"
 #include "command_table.h"
 #include "content_sizes.h"
@@ -12,8 +13,6 @@
 
 namespace Tal {
 namespace {
-
-constexpr const char* kFreedValue = "tal-freed";
 
 struct NoOptions {};
 

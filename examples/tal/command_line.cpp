@@ -111,6 +111,10 @@ Commands::Commands() : m_app(std::make_unique<CLI::App>("Keeps the history of a 
   m_app->require_subcommand(1);
   m_app->failure_message([](const CLI::App* app, const CLI::Error& error) {
     const auto used = app->get_subcommands();
+    const auto unknown = app->remaining();
+    if (used.empty() && !unknown.empty())
+      return "tal: there is no command \"" + Printable(unknown.front()) +
+             "\"\ntal --help shows the commands.\n";
     const std::string name = used.empty() ? "" : " " + used.front()->get_name();
     return std::string("tal: ") + error.what() + "\ntal" + name + " --help shows " +
            (used.empty() ? "the commands" : "its options") + ".\n";

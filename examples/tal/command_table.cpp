@@ -6,9 +6,9 @@ namespace Tal {
 
 std::span<const AddCommands> GetCommandTable() {
   static constexpr std::array kTable = {
-      AddWorkCommands,     AddLogCommands,     AddDiffCommands,    AddFileCommands,
-      AddBranchCommands,   AddMergeCommands,   AddRewriteCommands, AddCheckCommands,
-      AddExchangeCommands, AddSharingCommands,
+      AddWorkCommands,   AddLogCommands,   AddDiffCommands,     AddFileCommands,
+      AddBranchCommands, AddMergeCommands, AddRestoreCommands,  AddRewriteCommands,
+      AddCheckCommands,  AddStoreCommands, AddExchangeCommands, AddSharingCommands,
   };
   return kTable;
 }

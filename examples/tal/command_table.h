@@ -15,6 +15,8 @@ void AddDiffCommands(Commands& commands);
 void AddFileCommands(Commands& commands);
 void AddBranchCommands(Commands& commands);
 void AddMergeCommands(Commands& commands);
+void AddRestoreCommands(Commands& commands);
+void AddStoreCommands(Commands& commands);
 void AddRewriteCommands(Commands& commands);
 void AddCheckCommands(Commands& commands);
 void AddExchangeCommands(Commands& commands);

@@ -1,6 +1,7 @@
 #include "conflicts.h"
 
 #include "interrupt.h"
+#include "merge_tool.h"
 #include "parse_time.h"
 #include "printing.h"
 
@@ -43,12 +44,13 @@ void ShowSides(const Terminal& terminal, const Kit::Conflict& conflict) {
   std::cout.flush();
 }
 
-Decision Ask(const Terminal& terminal, const Kit::Conflict& conflict) {
+Decision Ask(Session& session, const Kit::Conflict& conflict) {
+  const Terminal& terminal = session.GetHost().terminal;
   for (;;) {
     std::cerr << Printable(conflict.path) << ": " << Describe(conflict)
-              << ". [o]urs, [t]heirs, [b]ase, [d]iff or [q]uit? " << std::flush;
-    std::string answer;
-    if (!std::getline(std::cin, answer) || answer == "q") {
+              << ". [o]urs, [t]heirs, [b]ase, [e]dit, [d]iff or [q]uit? " << std::flush;
+    const std::optional<std::string> answer = ReadAnswer();
+    if (!answer || answer == "q") {
       StopIfInterrupted();
       throw Failure("the merge was cancelled; branches and files are unchanged");
     }
@@ -56,6 +58,10 @@ Decision Ask(const Terminal& terminal, const Kit::Conflict& conflict) {
     if (answer == "t") return Decision::Theirs();
     if (answer == "b") return Decision::Base();
     if (answer == "d") ShowSides(terminal, conflict);
+    if (answer != "e") continue;
+    if (const std::optional<Kit::Bytes> edited = EditConflict(session.WorkFolder(), conflict))
+      return Decision::Content(*edited);
+    terminal.Say("the file still has conflicts");
   }
 }
 
@@ -99,7 +105,10 @@ void DeclareConflicts(Command& command, ConflictOptions& options) {
       .Flag("--theirs", options.theirs, "Take the other side")
       .Flag("--base", options.base, "Take the version of the common base")
       .Flag("--interactive", options.interactive, "Ask for each conflict")
-      .Exclusive({"--ours", "--theirs", "--base", "--interactive"})
+      .Option("--tool", options.tool,
+              "Run this command for each conflict, with four files: base, ours, theirs, and the "
+              "merged one, in which conflicts are marked; it writes that and ends with 0")
+      .Exclusive({"--ours", "--theirs", "--base", "--interactive", "--tool"})
       .Option("--newest", options.newest,
               "Take the side with the later time in the file at this path; if the times are equal, "
               "decide by the options above, or take ours");
@@ -116,7 +125,11 @@ DecidedConflicts Decide(Session& session, const Kit::MergePreview& preview,
     if (!options.newest.empty())
       decision = DecideByTime(ours, theirs, options.newest, conflict.path);
     if (decision) return decision;
-    if (options.interactive) return Ask(session.GetHost().terminal, conflict);
+    if (options.interactive) return Ask(session, conflict);
+    if (!options.tool.empty()) {
+      const auto merged = RunMergeTool(session.WorkFolder(), options.tool, conflict);
+      return merged ? std::optional(Decision::Content(*merged)) : std::nullopt;
+    }
     if (options.theirs) return Decision::Theirs();
     if (options.base) return Decision::Base();
     // Where times don't decide and nothing else is asked for, the current branch's side stays.

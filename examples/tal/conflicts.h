@@ -16,6 +16,7 @@ struct ConflictOptions {
   bool theirs = false;
   bool base = false;
   bool interactive = false;
+  std::string tool;  ///< a command that merges one file
 };
 
 /// Adds these options to a command.

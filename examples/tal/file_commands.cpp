@@ -1,11 +1,15 @@
 #include "base64.h"
 #include "command_line.h"
 #include "command_table.h"
+#include "history.h"
 #include "json.h"
 #include "paths.h"
 #include "session.h"
 
+#include <kit/diff/blame.h>
+
 #include <iostream>
+#include <optional>
 
 namespace Tal {
 namespace {
@@ -72,6 +76,57 @@ ExitCode RunCat(const Host& host, const PathOptions& options) {
   return ExitCode::Done;
 }
 
+/// Returns the texts of a file, from a version on, one call after another.
+Kit::NextOlderVersion OlderTexts(Session& session, std::vector<Kit::Version> versions,
+                                 const std::string& path) {
+  return [&session, path, versions = std::move(versions),
+          at = std::size_t{0}]() mutable -> Kit::Result<std::optional<Kit::TextVersion>> {
+    if (at == versions.size()) return std::optional<Kit::TextVersion>();
+    const Kit::Version& version = versions[at++];
+    const BlobPtr blob = session.FilesOf(version.id).Find(path);
+    if (!blob) return std::optional<Kit::TextVersion>();
+    return std::optional(Kit::TextVersion{IdOf(version), Kit::BytesFromBlob(*blob)});
+  };
+}
+
+ExitCode RunBlame(const Host& host, const PathOptions& options) {
+  Session session(host, Access::Read);
+  const Kit::Version start = session.FindOrHead(options.revision);
+  const std::string path = NormalPath(options.path);
+  const BlobPtr blob = session.FilesOf(start.id).Find(path);
+  if (!blob) ThrowNothingThere(path);
+  if (Kit::IsBinary(Kit::BytesFromBlob(*blob)))
+    throw Failure("\"" + Printable(path) + "\" is not text, so it has no lines");
+  const std::vector<Kit::Version> versions =
+      ListVersions(session, start, {.path = path, .limit = UINT64_MAX});
+  const Kit::Blame blame =
+      Kit::BlameText(OlderTexts(session, versions, path), {.progress = ShowProgress(host.terminal)})
+          .value();
+  std::optional<JsonWriter> json;
+  if (host.json) json.emplace(std::cout).BeginArray();
+  for (std::size_t i = 0; i < blame.lines.size(); ++i) {
+    const Kit::BlamedLine& line = blame.lines[i];
+    const Kit::Version& version = versions[line.version];
+    std::string_view text = line.text;
+    if (text.ends_with('\n')) text.remove_suffix(1);
+    if (json) {
+      json->BeginObject();
+      json->Key("line").Number(static_cast<std::int64_t>(i) + 1);
+      json->Key("commit").Text(IdOf(version));
+      json->Key("author").Text(version.author);
+      json->Key("time").Text(FormatTime(version));
+      json->Key("text").Text(text);
+      json->EndObject();
+    } else {
+      std::cout << host.terminal.Paint(Colour::Yellow, ShortId(IdOf(version))) << ' '
+                << Printable(version.author) << ' ' << FormatTime(version).substr(0, 10) << ' '
+                << i + 1 << ") " << Printable(text) << '\n';
+    }
+  }
+  if (json) json->EndArray();
+  return ExitCode::Done;
+}
+
 }  // namespace
 
 void AddFileCommands(Commands& commands) {
@@ -83,6 +138,11 @@ void AddFileCommands(Commands& commands) {
   };
   commands.Add<PathOptions>("ls", "List the files of a commit", RunLs, kDeclare);
   commands.Add<PathOptions>("cat", "Print a file of a commit", RunCat,
+                            [](Command& command, PathOptions& options) {
+                              kDeclare(command, options);
+                              command.Required("path");
+                            });
+  commands.Add<PathOptions>("blame", "Show which commit has added each line of a file", RunBlame,
                             [](Command& command, PathOptions& options) {
                               kDeclare(command, options);
                               command.Required("path");

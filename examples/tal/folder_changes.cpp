@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <set>
 
 namespace Tal {
 namespace {
@@ -40,11 +41,11 @@ void JoinMoves(const Folder& folder, const FileTree& tree, std::vector<Change>& 
   for (Kit::TreeChange& change : Kit::FindTreeChanges(tree.GetTree(), after).value()) {
     if (!change.oldPath.empty()) moved.emplace(change.path, change);
   }
-  for (const auto& [path, move] : moved) {
-    std::erase_if(changes, [&](const Change& change) {
-      return change.kind == Kind::Removed && change.path == move.oldPath;
-    });
-  }
+  std::set<std::string> sources;
+  for (const auto& [path, move] : moved) sources.insert(move.oldPath);
+  std::erase_if(changes, [&](const Change& change) {
+    return change.kind == Kind::Removed && sources.contains(change.path);
+  });
   for (Change& change : changes) {
     const auto found = moved.find(change.path);
     if (found == moved.end()) continue;
@@ -58,46 +59,144 @@ void JoinMoves(const Folder& folder, const FileTree& tree, std::vector<Change>& 
 
 }  // namespace
 
+namespace {
+
+using Verdict = FolderIndex::Verdict;
+using RawId = FolderIndex::RawId;
+
+/// A file that the comparison expects.
+struct Expected {
+  std::string path;
+  RawId id;
+  FileKind kind;
+};
+
+std::vector<Expected> ListExpected(const FolderIndex& index, const FileTree& tree) {
+  std::vector<Expected> expected;
+  if (index.IsOf(tree)) {
+    for (const FolderIndex::File& file : index.Files())
+      expected.push_back({file.path, file.id, file.kind});
+    return expected;
+  }
+  for (const Change& change : CompareTrees(FileTree(), tree, Moves::Ignore))
+    expected.push_back({change.path, FolderIndex::ToRaw(change.after), change.kindAfter});
+  return expected;
+}
+
+/// Compares the files of a folder with those that are expected, with the help of the index.
+class Comparison {
+ public:
+  Comparison(Session& session, const FileTree& tree, FolderChanges& result)
+      : m_folder(session.WorkFolder()),
+        m_result(result),
+        m_isHead(result.index.IsOf(tree)),
+        m_expected(ListExpected(result.index, tree)) {}
+
+  /// Goes through both lists, which are sorted.
+  void Run() {
+    auto next = m_expected.begin();
+    for (const FolderContents::File& file : m_result.contents.files) {
+      for (; next != m_expected.end() && next->path < file.path; ++next) AddRemoved(*next);
+      if (next != m_expected.end() && next->path == file.path) {
+        Compare(*next++, file);
+      } else {
+        m_result.changes.push_back(
+            {Kind::Added, file.path, "", {}, {}, file.stat.kind, file.stat.kind});
+      }
+    }
+    for (; next != m_expected.end(); ++next) AddRemoved(*next);
+    ReadUnknown();
+  }
+
+  /// Returns true if files were read about which the index knows more now.
+  bool HasLearned() const noexcept { return m_hasLearned; }
+
+ private:
+  void AddRemoved(const Expected& expected) {
+    m_result.changes.push_back({Kind::Removed,
+                                expected.path,
+                                "",
+                                FolderIndex::FromRaw(expected.id),
+                                {},
+                                expected.kind,
+                                expected.kind});
+  }
+
+  void AddChanged(const Expected& expected, TalVcs::Id after, FileKind kind) {
+    m_result.changes.push_back({Kind::Changed, expected.path, "", FolderIndex::FromRaw(expected.id),
+                                std::move(after), expected.kind, kind});
+  }
+
+  void Compare(const Expected& expected, const FolderContents::File& file) {
+    const FolderIndex::File* known = m_result.index.Find(file.path);
+    const bool is_trusted = known != nullptr && known->stat == file.stat;
+    if (is_trusted && known->verdict == Verdict::Same) {
+      const bool is_same = m_isHead || (known->id == expected.id && known->kind == expected.kind);
+      if (!is_same) AddChanged(expected, FolderIndex::FromRaw(known->id), file.stat.kind);
+    } else if (is_trusted && m_isHead && known->verdict == Verdict::Different) {
+      AddChanged(expected, TalVcs::Id(), file.stat.kind);
+    } else {
+      m_unknown.push_back(expected);
+    }
+  }
+
+  void ReadUnknown() {
+    std::vector<std::string> paths;
+    for (const Expected& expected : m_unknown) paths.push_back(expected.path);
+    const auto hashed = HashFiles(m_folder, paths);
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+      if (!hashed[i]) continue;
+      const RawId id = FolderIndex::ToRaw(hashed[i]->id);
+      const FileKind kind = hashed[i]->stat.kind;
+      if (id != m_unknown[i].id || kind != m_unknown[i].kind)
+        AddChanged(m_unknown[i], hashed[i]->id, kind);
+      if (FolderIndex::File* known = m_result.index.Find(paths[i])) {
+        const bool is_same = id == known->id && kind == known->kind;
+        SetVerdict(*known, is_same ? Verdict::Same : Verdict::Different, hashed[i]->stat,
+                   m_result.looked);
+        m_hasLearned |= known->verdict != Verdict::Unknown;
+      }
+    }
+  }
+
+  const Folder& m_folder;
+  FolderChanges& m_result;
+  bool m_isHead;
+  std::vector<Expected> m_expected;
+  std::vector<Expected> m_unknown;
+  bool m_hasLearned = false;
+};
+
+}  // namespace
+
 FolderChanges CompareFolder(Session& session, const FileTree& tree, Moves moves) {
   const Folder& folder = session.WorkFolder();
   const FileTree head = session.HeadFiles();
   FolderChanges result;
-  result.contents = folder.List(
-      [&](const std::string& path) { return tree.Contains(path) || head.Contains(path); });
-
-  std::vector<std::string> paths = tree.List();
-  std::vector<std::string> present;
-  for (const FolderContents::File& file : result.contents.files) {
-    if (std::binary_search(paths.begin(), paths.end(), file.path)) {
-      present.push_back(file.path);
-    } else {
-      result.changes.push_back(
-          {Kind::Added, file.path, "", {}, {}, file.stat.kind, file.stat.kind});
-    }
-  }
-  const auto hashed = HashFiles(folder, present);
-  for (std::size_t i = 0; i < present.size(); ++i) {
-    if (!hashed[i]) continue;
-    const FileKind before = tree.KindOf(present[i]);
-    const TalVcs::Id id = tree.Find(present[i])->GetId();
-    if (hashed[i]->id == id && hashed[i]->stat.kind == before) continue;
-    result.changes.push_back(
-        {Kind::Changed, present[i], "", id, hashed[i]->id, before, hashed[i]->stat.kind});
-  }
-  for (const std::string& path : paths) {
-    if (!std::binary_search(present.begin(), present.end(), path)) {
-      result.changes.push_back({Kind::Removed,
-                                path,
-                                "",
-                                tree.Find(path)->GetId(),
-                                {},
-                                tree.KindOf(path),
-                                tree.KindOf(path)});
-    }
-  }
+  result.index = FolderIndex::Load(folder.StorePath());
+  result.looked = FileSystemTime(folder.StorePath());
+  const bool is_new = !result.index.IsOf(head);
+  if (is_new) result.index.MoveTo(FileTree(), head);
+  const bool is_head = result.index.IsOf(tree);
+  result.contents = folder.List([&](const std::string& path) {
+    return result.index.IsTracked(path) || (!is_head && tree.Contains(path));
+  });
+  Comparison comparison(session, tree, result);
+  comparison.Run();
+  if (is_new || comparison.HasLearned()) result.index.Save(folder.StorePath());
   std::sort(result.changes.begin(), result.changes.end(), ByPath);
   if (moves == Moves::Find) JoinMoves(folder, tree, result.changes);
   return result;
+}
+
+void UpdateIndex(Session& session, FolderIndex index, const FileTree& before,
+                 const std::vector<SettledFile>& settled, std::int64_t looked) {
+  index.MoveTo(before, session.HeadFiles());
+  for (const SettledFile& file : settled) {
+    if (FolderIndex::File* known = index.Find(file.path))
+      SetVerdict(*known, Verdict::Same, file.stat, looked);
+  }
+  index.Save(session.WorkFolder().StorePath());
 }
 
 void RefuseNames(const FolderContents& contents) {

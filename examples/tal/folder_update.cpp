@@ -127,8 +127,21 @@ void FolderUpdate::Undo() {
   for (; !m_done.empty(); m_done.pop_back()) Put(m_done.back()->path, m_done.back()->before);
 }
 
+std::vector<SettledFile> FolderUpdate::Written() const {
+  std::vector<SettledFile> written;
+  for (const Step* step : m_done) {
+    if (step->after.blob) written.push_back({step->path, m_folder.Examine(step->path).stat});
+  }
+  return written;
+}
+
 std::size_t SaveWithFolder(Session& session, const FileTree& before, MissingFiles missing) {
-  FolderUpdate update(session.WorkFolder(), before, session.HeadFiles(), missing);
+  return SaveWithFolder(session, before, session.HeadFiles(), missing);
+}
+
+std::size_t SaveWithFolder(Session& session, const FileTree& before, const FileTree& after,
+                           MissingFiles missing) {
+  FolderUpdate update(session.WorkFolder(), before, after, missing);
   if (session.IsRehearsal()) return update.FileCount();
   update.Apply();
   try {
@@ -137,6 +150,11 @@ std::size_t SaveWithFolder(Session& session, const FileTree& before, MissingFile
     if (!session.IsSaved()) update.Undo();
     throw;
   }
+  const std::filesystem::path store_path = session.WorkFolder().StorePath();
+  const bool is_at_head = after.GetId() == session.HeadFiles().GetId();
+  UpdateIndex(session, FolderIndex::Load(store_path), before,
+              is_at_head ? update.Written() : std::vector<SettledFile>(),
+              FileSystemTime(store_path));
   return update.FileCount();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "folder_changes.h"
 #include "session.h"
 
 #include <string>
@@ -30,6 +31,9 @@ class FolderUpdate {
 
   /// Puts back what `Apply` changed.
   void Undo();
+
+  /// Returns the files that `Apply` has written.
+  std::vector<SettledFile> Written() const;
 
   /// Returns the number of files that differ.
   std::size_t FileCount() const noexcept { return m_steps.size(); }
@@ -66,6 +70,9 @@ class FolderUpdate {
 /// can't be saved, the folder is put back. A rehearsal plans it and changes nothing. Returns the
 /// number of files that differ. Throws `Failure`.
 std::size_t SaveWithFolder(Session& session, const FileTree& before,
+                           MissingFiles missing = MissingFiles::Respect);
+/// Takes the folder to other files likewise.
+std::size_t SaveWithFolder(Session& session, const FileTree& before, const FileTree& after,
                            MissingFiles missing = MissingFiles::Respect);
 
 }  // namespace Tal

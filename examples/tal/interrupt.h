@@ -8,6 +8,10 @@ void CatchInterrupts();
 
 bool IsInterrupted() noexcept;
 
+/// Waits until standard input has something to read, or its end. Returns false after an interrupt,
+/// also one that came before the wait.
+bool WaitForInput();
+
 /// Throws `Failure` with `Interrupted` after an interrupt.
 void StopIfInterrupted();
 

@@ -1,6 +1,7 @@
 #include "command_line.h"
 #include "command_table.h"
 #include "graph.h"
+#include "parse_time.h"
 #include "paths.h"
 #include "printing.h"
 
@@ -15,6 +16,10 @@ struct LogOptions {
   std::string start;
   std::string path;
   std::uint64_t limit = UINT64_MAX;
+  std::string since;
+  std::string until;
+  std::string author;
+  bool relative = false;
   bool all = false;
   bool graph = false;
 };
@@ -25,10 +30,10 @@ struct GraphOptions {
   std::string output;
 };
 
-void PrintLog(const Host& host, const std::vector<Kit::Version>& versions) {
+void PrintLog(const Host& host, const std::vector<Kit::Version>& versions, Times times) {
   for (std::size_t i = 0; i < versions.size(); ++i) {
     if (i > 0) std::cout << '\n';
-    PrintVersion(host.terminal, versions[i]);
+    PrintVersion(host.terminal, versions[i], times);
   }
 }
 
@@ -111,15 +116,18 @@ ExitCode RunLog(const Host& host, const LogOptions& options) {
   }
   Kit::LogOptions wanted{.allBranches = wants_all,
                          .path = subject.path,
+                         .author = options.author,
                          .limit = options.limit,
                          .progress = ShowProgress(host.terminal)};
+  if (!options.since.empty()) wanted.since = TimeOfOption(options.since);
+  if (!options.until.empty()) wanted.until = TimeOfOption(options.until);
   const std::vector<Kit::Version> versions = wants_all
                                                  ? session.Document().Log(wanted).value()
                                                  : ListVersions(session, *subject.start, wanted);
   if (host.json) {
     PrintLogJson(session, versions);
   } else {
-    PrintLog(host, versions);
+    PrintLog(host, versions, options.relative ? Times::Ages : Times::Dates);
   }
   return ExitCode::Done;
 }
@@ -166,6 +174,11 @@ void AddLogCommands(Commands& commands) {
                       "path of the files")
             .Argument("path", options.path, "List only the commits that changed this path")
             .Count("-n,--limit", options.limit, "List at most this many")
+            .Option("--since", options.since,
+                    "List only commits since a time, such as 2024-05-31 or \"2 weeks ago\"")
+            .Option("--until", options.until, "List only commits until a time")
+            .Option("--author", options.author, "List only the commits of this author")
+            .Flag("--relative", options.relative, "Print times as \"3 days ago\"")
             .Flag("--all", options.all, "List the commits of all branches")
             .Flag("--graph", options.graph, "Draw the links between the commits");
       });

@@ -1,55 +1,20 @@
 #include "author.h"
+#include "command_line.h"
 #include "command_table.h"
-#include "conflicts.h"
-#include "folder_update.h"
 #include "history.h"
-#include "interrupt.h"
-
-#include <iostream>
+#include "merging.h"
 
 namespace Tal {
 namespace {
 
 struct MergeOptions {
-  std::string branch;
-  ConflictOptions conflicts;
-  bool isDryRun = false;
-  std::string author;
-  std::string email;
+  std::string revision;
+  MergeRun run;
 };
 
-constexpr const char* kWhole = "nothing to do";
-
-const char* WayOf(const Kit::MergePreview& preview) {
-  if (preview.isUpToDate) return kWhole;
-  return preview.isFastForward ? "fast-forward" : "merge";
-}
-
-void PrintOutcome(const Host& host, const Kit::MergePreview& preview,
-                  const DecidedConflicts& decided) {
-  if (!host.json) {
-    for (const DecidedConflict& conflict : decided.list) {
-      std::cout << host.terminal.Paint(Colour::Red, "conflict") << '\t' << Printable(conflict.path)
-                << '\t' << conflict.kind << '\t' << conflict.choice << '\n';
-    }
-    if (decided.list.empty()) std::cout << WayOf(preview) << ", no conflicts\n";
-    return;
-  }
-  JsonWriter json(std::cout);
-  json.BeginObject();
-  json.Key("way").Text(WayOf(preview));
-  json.Key("undecided").Number(static_cast<std::int64_t>(decided.CountUndecided()));
-  json.Key("conflicts").BeginArray();
-  for (const DecidedConflict& conflict : decided.list) {
-    json.BeginObject();
-    json.Key("path").Text(conflict.path);
-    json.Key("kind").Text(conflict.kind);
-    json.Key("choice").Text(conflict.choice);
-    json.EndObject();
-  }
-  json.EndArray();
-  json.EndObject();
-}
+struct UndoOptions {
+  MergeRun run;
+};
 
 /// A branch under a name that is free, for a merge of a commit that no branch names. Nobody else
 /// sees it, because it is gone before the session saves.
@@ -89,60 +54,82 @@ void SayUnrelated(Session& session, const Kit::MergePreview& preview) {
 }
 
 ExitCode RunMerge(const Host& host, const MergeOptions& options) {
-  Session session(host, AccessFor(options.isDryRun));
+  Session session(host, AccessFor(options.run.isDryRun));
   const FileTree before = session.HeadFiles();
-  HeadOfMerge other(session, options.branch);
-  Kit::Workspace& document = session.Document();
-  const Kit::MergePreview preview = document.PreviewMerge(other.Branch()).value();
+  HeadOfMerge other(session, options.revision);
+  const Kit::MergePreview preview = session.Document().PreviewMerge(other.Branch()).value();
   SayUnrelated(session, preview);
-  const DecidedConflicts decided = Decide(session, preview, options.conflicts);
-  if (const std::size_t undecided = decided.CountUndecided()) {
-    PrintOutcome(host, preview, decided);
-    if (options.isDryRun) return ExitCode::Differs;
-    throw Failure(
-        Plural(undecided, "conflict") +
-        " to decide; nothing is merged. Use --ours, --theirs, --base, --newest or --interactive");
-  }
-  if (options.isDryRun || host.json) PrintOutcome(host, preview, decided);
-  if (preview.isUpToDate) {
-    if (!options.isDryRun)
-      host.terminal.Say("nothing to merge: the current branch has every change");
-    return ExitCode::Done;
-  }
-  const Author author = FindAuthor(options.author, options.email);
-  static_cast<void>(document
-                        .Merge(preview, decided.decisions,
-                               {.message = "Merge " + Printable(options.branch),
-                                .author = author.name,
-                                .email = author.email,
-                                .progress = ShowProgress(host.terminal)})
-                        .value());
-  other.Remove();
-  const std::size_t files = SaveWithFolder(session, before);
-  if (options.isDryRun) {
-    host.terminal.Say(Plural(files, "file") + " would change; this was a dry run");
-    return ExitCode::Done;
-  }
-  for (const DecidedConflict& conflict : decided.list)
-    host.terminal.Say(Printable(conflict.path) + ": " + conflict.kind + ", took " +
-                      conflict.choice);
-  host.terminal.Say(std::string(WayOf(preview)) + " done: " + Printable(session.Branch()) +
-                    " is at " + ShortId(IdOf(*session.Head())));
-  return ExitCode::Done;
+  return CompleteMerge(session, before, preview, options.run, "merge",
+                       "Merge " + Printable(options.revision), [&] { other.Remove(); });
+}
+
+ExitCode RunCherryPick(const Host& host, const MergeOptions& options) {
+  Session session(host, AccessFor(options.run.isDryRun));
+  const FileTree before = session.HeadFiles();
+  const Kit::Version version = session.Find(options.revision);
+  const Kit::MergePreview preview = session.Document().PreviewCherryPick(version.id).value();
+  return CompleteMerge(session, before, preview, options.run, "cherry-pick");
+}
+
+ExitCode RunRevert(const Host& host, const MergeOptions& options) {
+  Session session(host, AccessFor(options.run.isDryRun));
+  const FileTree before = session.HeadFiles();
+  const Kit::Version version = session.Find(options.revision);
+  const Kit::MergePreview preview = session.Document().PreviewRevert(version.id).value();
+  return CompleteMerge(session, before, preview, options.run, "revert");
+}
+
+/// Whose versions are undone: the author's that the options or the environment name.
+Kit::CommitOptions UndoerOf(const UndoOptions& options) {
+  const Author author = FindAuthor(options.run.author, options.run.email);
+  return {.author = author.name, .email = author.email};
+}
+
+ExitCode RunUndo(const Host& host, const UndoOptions& options) {
+  Session session(host, AccessFor(options.run.isDryRun));
+  const FileTree before = session.HeadFiles();
+  const auto preview = session.Document().PreviewUndo(UndoerOf(options)).value();
+  if (!preview) throw Failure("there is nothing of yours to undo on this branch");
+  host.terminal.Say("undoing " + ShortId(IdOf(preview->version)) + " " +
+                    Printable(preview->version.summary));
+  return CompleteMerge(session, before, *preview, options.run, "undo");
+}
+
+ExitCode RunRedo(const Host& host, const UndoOptions& options) {
+  Session session(host, AccessFor(options.run.isDryRun));
+  const FileTree before = session.HeadFiles();
+  const auto preview = session.Document().PreviewRedo(UndoerOf(options)).value();
+  if (!preview) throw Failure("there is nothing of yours to redo on this branch");
+  return CompleteMerge(session, before, *preview, options.run, "redo");
+}
+
+template <const char* Help>
+void Declare(Command& command, MergeOptions& options) {
+  command.Json().Argument("commit", options.revision, Help).Required("commit");
+  options.run.Declare(command);
+}
+
+constexpr char kMergeHelp[] = "The branch or commit to merge";
+constexpr char kPickHelp[] = "The commit whose changes to make again";
+constexpr char kRevertHelp[] = "The commit whose changes to take back";
+
+void DeclareUndo(Command& command, UndoOptions& options) {
+  command.Json();
+  options.run.Declare(command);
 }
 
 }  // namespace
 
 void AddMergeCommands(Commands& commands) {
-  commands.Add<MergeOptions>(
-      "merge", "Merge a branch into the current one", RunMerge,
-      [](Command& command, MergeOptions& options) {
-        command.Json().Argument("branch", options.branch, "The branch to merge").Required("branch");
-        DeclareConflicts(command, options.conflicts);
-        command.Flag("--dry-run", options.isDryRun, "List the conflicts and change nothing")
-            .Option("--author", options.author, "The author's name, instead of TAL_AUTHOR")
-            .Option("--email", options.email, "The author's e-mail, instead of TAL_EMAIL");
-      });
+  commands.Add<MergeOptions>("merge", "Merge a branch into the current one", RunMerge,
+                             Declare<kMergeHelp>);
+  commands.Add<MergeOptions>("cherry-pick", "Make the changes of one commit on the current branch",
+                             RunCherryPick, Declare<kPickHelp>);
+  commands.Add<MergeOptions>("revert", "Take back the changes of one commit", RunRevert,
+                             Declare<kRevertHelp>);
+  commands.Add<UndoOptions>("undo", "Take back your latest commit that is not undone yet", RunUndo,
+                            DeclareUndo);
+  commands.Add<UndoOptions>("redo", "Take back the latest undo", RunRedo, DeclareUndo);
 }
 
 }  // namespace Tal

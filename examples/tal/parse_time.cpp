@@ -1,9 +1,13 @@
 #include "parse_time.h"
 
+#include "failure.h"
+#include "terminal.h"
+
 #include <charconv>
 #include <cstdint>
 #include <ctime>
 #include <string_view>
+#include <utility>
 
 namespace Tal {
 namespace {
@@ -88,6 +92,28 @@ std::optional<std::int64_t> ParseDate(std::string_view text) {
   return static_cast<std::int64_t>(timegm(&parts)) - *zone;
 }
 
+/// Reads a time before now, such as "3 days ago".
+std::optional<std::int64_t> ParseAge(std::string_view text) {
+  constexpr std::int64_t kDay = 86400;
+  constexpr std::pair<std::string_view, std::int64_t> kUnits[] = {
+      {"second", 1},      {"minute", 60},       {"hour", 3600},      {"day", kDay},
+      {"week", 7 * kDay}, {"month", 30 * kDay}, {"year", 365 * kDay}};
+  const auto now = static_cast<std::int64_t>(std::time(nullptr));
+  if (text == "now") return now;
+  if (text == "yesterday") return now - kDay;
+  std::int64_t count = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+  if (error != std::errc() || count < 0 || count > 1000000) return std::nullopt;
+  text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+  for (const auto& [name, seconds] : kUnits) {
+    for (const std::string_view plural : {"", "s"}) {
+      if (text == " " + std::string(name) + std::string(plural) + " ago")
+        return now - count * seconds;
+    }
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<TalVcs::Time> ParseTime(const std::string& text) {
@@ -102,6 +128,16 @@ std::optional<TalVcs::Time> ParseTime(const std::string& text) {
   }
   if (seconds < 0) return std::nullopt;
   return TalVcs::Time::FromTimeT(seconds);
+}
+
+std::chrono::sys_seconds TimeOfOption(const std::string& text) {
+  std::optional<std::int64_t> seconds = ParseAge(WithoutBlanks(text));
+  if (const std::optional<TalVcs::Time> time = ParseTime(text)) seconds = time->ToTimeT();
+  if (!seconds)
+    throw Failure(
+        "\"" + Printable(text) + "\" is no time; write one such as 2024-05-31 or \"2 weeks ago\"",
+        ExitCode::Usage);
+  return std::chrono::sys_seconds(std::chrono::seconds(*seconds));
 }
 
 }  // namespace Tal

@@ -2,6 +2,7 @@
 
 #include <talvcs/talvcs.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -12,5 +13,9 @@ namespace Tal {
 /// and a line end around it don't matter. Returns nothing for other text and for instants before
 /// 1970.
 std::optional<TalVcs::Time> ParseTime(const std::string& text);
+
+/// Reads the time of an option: an instant, or a time before now such as "2 weeks ago", "yesterday"
+/// or "now". Throws `Failure` with `Usage` for other text.
+std::chrono::sys_seconds TimeOfOption(const std::string& text);
 
 }  // namespace Tal

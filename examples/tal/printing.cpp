@@ -65,14 +65,15 @@ std::string DescriptionOf(const Kit::Version& version) {
   return text;
 }
 
-void PrintVersion(const Terminal& terminal, const Kit::Version& version) {
+void PrintVersion(const Terminal& terminal, const Kit::Version& version, Times times) {
   std::cout << terminal.Paint(Colour::Yellow, "commit " + IdOf(version));
   for (const std::string& branch : version.branches)
     std::cout << ' ' << terminal.Paint(Colour::Green, "[" + Printable(branch) + "]");
   for (const std::string& tag : version.tags)
     std::cout << ' ' << terminal.Paint(Colour::Magenta, "<" + Printable(tag) + ">");
   std::cout << "\nauthor " << Printable(version.author) << " <" << Printable(version.email)
-            << ">\ntime   " << FormatTime(version) << "\n\n";
+            << ">\ntime   " << (times == Times::Ages ? FormatAge(version) : FormatTime(version))
+            << "\n\n";
   const std::string description = DescriptionOf(version);
   for (std::size_t at = 0; at <= description.size();) {
     const std::size_t end = std::min(description.find('\n', at), description.size());

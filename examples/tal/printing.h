@@ -11,8 +11,12 @@
 
 namespace Tal {
 
+/// How times are printed: as dates, or as ages such as "3 days ago".
+enum class Times { Dates, Ages };
+
 /// Writes a version's head lines and message as text.
-void PrintVersion(const Terminal& terminal, const Kit::Version& version);
+void PrintVersion(const Terminal& terminal, const Kit::Version& version,
+                  Times times = Times::Dates);
 
 /// Writes a version's fields as members of the object that is open.
 void PrintVersionFields(JsonWriter& json, Session& session, const Kit::Version& version);

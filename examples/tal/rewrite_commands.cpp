@@ -1,16 +1,15 @@
+#include "clean_up.h"
 #include "command_line.h"
 #include "command_table.h"
 #include "folder_update.h"
 #include "forget.h"
 #include "history.h"
 
-#include <kit/open/clean_up.h>
 #include <kit/open/save.h>
+#include <kit/open/statistics.h>
 
 namespace Tal {
 namespace {
-
-constexpr const char* kFreedValue = "tal-freed";  // what the last clean-up freed, in bytes
 
 struct RebaseOptions {
   std::string onto;
@@ -27,22 +26,6 @@ struct ForgetOptions {
 struct RehearsableOptions {
   bool isDryRun = false;
 };
-
-/// Saves, removes what no branch reaches from the store, and says how much that was.
-void SaveAndCleanUp(Session& session, const std::string& what) {
-  const Host& host = session.GetHost();
-  if (session.IsRehearsal()) {
-    host.terminal.Say("would have " + what + "; this was a dry run");
-    return;
-  }
-  session.Save();
-  const Kit::RemovedObjects removed =
-      Kit::CleanUp(session.SavedStore(), {.progress = ShowProgress(host.terminal)}).value();
-  session.SavedStore().SetValue(kFreedValue, std::to_string(removed.sizeBytes)).value();
-  host.terminal.Say(what + "; freed " + FormatBytes(removed.sizeBytes) + " (" +
-                    std::to_string(removed.sizeBytes) + " bytes), " +
-                    Plural(removed.count, "object"));
-}
 
 std::uint64_t CountVersions(Session& session) {
   return session.Document().Log({.allBranches = true, .limit = UINT64_MAX}).value().size();
@@ -98,8 +81,17 @@ ExitCode RunSimplify(const Host& host, const RehearsableOptions& options) {
   return ExitCode::Done;
 }
 
-ExitCode RunCollect(const Host& host) {
-  Session session(host, Access::Change);
+ExitCode RunCollect(const Host& host, const RehearsableOptions& options) {
+  Session session(host, AccessFor(options.isDryRun));
+  if (options.isDryRun) {
+    const Kit::ObjectTotals unused =
+        Kit::Statistics(session.Store(), {.progress = ShowProgress(host.terminal)})
+            .value()
+            .unreferenced;
+    host.terminal.Say("would remove " + Plural(unused.count, "object") + ", " +
+                      FormatBytes(unused.sizeBytes) + "; this was a dry run");
+    return ExitCode::Done;
+  }
   SaveAndCleanUp(session, "removed unreachable objects");
   return ExitCode::Done;
 }
@@ -129,7 +121,11 @@ void AddRewriteCommands(Commands& commands) {
                                      command.Flag("--dry-run", options.isDryRun,
                                                   "Say how many commits would go");
                                    });
-  commands.Add("gc", "Remove objects that no branch reaches from the store", RunCollect);
+  commands.Add<RehearsableOptions>("gc", "Remove objects that no branch reaches from the store",
+                                   RunCollect, [](Command& command, RehearsableOptions& options) {
+                                     command.Flag("--dry-run", options.isDryRun,
+                                                  "Say what would go, and change nothing");
+                                   });
 }
 
 }  // namespace Tal

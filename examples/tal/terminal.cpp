@@ -97,6 +97,17 @@ void Progress::Set(std::uint64_t count, std::uint64_t bytes) {
             << std::flush;
 }
 
+// A stream would begin to read again after a signal.
+std::optional<std::string> ReadAnswer() {
+  std::string line;
+  for (;;) {
+    char character = 0;
+    if (!WaitForInput() || read(STDIN_FILENO, &character, 1) <= 0) return std::nullopt;
+    if (character == '\n') return line;
+    line += character;
+  }
+}
+
 std::string Printable(std::string_view text) {
   std::string result;
   for (std::size_t at = 0; at < text.size();) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -59,6 +60,10 @@ class Progress {
   std::uint64_t m_count = 0;
   std::uint64_t m_bytes = 0;
 };
+
+/// Reads a line from standard input, without its end. Returns nothing at the end of the input and
+/// after an interrupt.
+std::optional<std::string> ReadAnswer();
 
 /// Returns `text` with control characters and bytes that are no UTF-8 written as escapes, fit for a
 /// line of output.

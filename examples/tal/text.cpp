@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
 namespace Tal {
 
@@ -21,6 +22,20 @@ std::string FormatTime(const TalVcs::Kit::Version& version) {
   std::snprintf(text.data(), text.size(), "%s %c%02d%02d", date.data(), minutes < 0 ? '-' : '+',
                 distance / 60, distance % 60);
   return text.data();
+}
+
+std::string FormatAge(const TalVcs::Kit::Version& version) {
+  constexpr std::pair<const char*, std::int64_t> kUnits[] = {
+      {"year", 31536000}, {"month", 2592000}, {"week", 604800}, {"day", 86400},
+      {"hour", 3600},     {"minute", 60},     {"second", 1}};
+  const std::int64_t age =
+      static_cast<std::int64_t>(std::time(nullptr)) - version.time.time_since_epoch().count();
+  if (age < 0) return "in the future";
+  for (const auto& [name, seconds] : kUnits) {
+    const std::int64_t count = age / seconds;
+    if (count > 0) return std::to_string(count) + " " + name + (count == 1 ? "" : "s") + " ago";
+  }
+  return "now";
 }
 
 }  // namespace Tal

@@ -24,4 +24,7 @@ std::string ShortId(std::string_view id);
 /// Returns the version's time in its own time zone, such as "2024-05-31 18:05:00 +0200".
 std::string FormatTime(const TalVcs::Kit::Version& version);
 
+/// Returns how long ago a version was made, such as "3 days ago".
+std::string FormatAge(const TalVcs::Kit::Version& version);
+
 }  // namespace Tal

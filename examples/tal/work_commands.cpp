@@ -3,6 +3,7 @@
 #include "command_table.h"
 #include "folder_changes.h"
 #include "interrupt.h"
+#include "pending_changes.h"
 #include "printing.h"
 #include "store_files.h"
 
@@ -68,35 +69,6 @@ void PrintStatusJson(Session& session, const FolderChanges& state) {
   json.EndObject();
 }
 
-/// Puts the changes of the folder into the document, as pending edits. Removals come first, so that
-/// a file can take the place of a folder and the other way round.
-void WriteChanges(Session& session, const FolderChanges& state) {
-  Kit::Workspace& document = session.Document();
-  FileKinds kinds = session.HeadFiles().GetKinds();
-  const FileKinds before = kinds;
-  for (const Change& change : state.changes) {
-    if (change.kind != Change::Kind::Removed) continue;
-    document.Remove(change.path).value();
-    kinds.Set(change.path, FileKind::File);
-  }
-  Progress progress(session.GetHost().terminal, "reading files");
-  for (const Change& change : state.changes) {
-    if (change.kind == Change::Kind::Removed) continue;
-    StopIfInterrupted();
-    const FileContent content = session.WorkFolder().Read(change.path);
-    document.Write(change.path, Kit::Bytes(content.bytes)).value();
-    kinds.Set(change.path, content.stat.kind);
-    progress.Count(content.bytes.GetSize());
-  }
-  if (kinds == before) return;
-  const std::string text = kinds.ToText();
-  if (text.empty()) {
-    document.Remove(FileKinds::kKindsName).value();
-  } else {
-    document.Write(FileKinds::kKindsName, text).value();
-  }
-}
-
 /// Makes a commit whose files are those of the head.
 void CommitNothing(Session& session, const CommitOptions& options, const Author& author) {
   Kit::OpenedRepository opened = session.OpenRepository();
@@ -147,10 +119,12 @@ ExitCode RunCommit(const Host& host, const CommitOptions& options) {
                       "; this was a dry run");
     return ExitCode::Done;
   }
+  const FileTree before = session.HeadFiles();
+  std::vector<SettledFile> read;
   if (state.changes.empty()) {
     CommitNothing(session, options, author);
   } else {
-    WriteChanges(session, state);
+    read = WriteChanges(session, state);
     static_cast<void>(session.Document()
                           .Commit(options.message, {.author = author.name,
                                                     .email = author.email,
@@ -159,6 +133,7 @@ ExitCode RunCommit(const Host& host, const CommitOptions& options) {
   }
   StopIfInterrupted();
   session.Save();
+  UpdateIndex(session, state.index, before, read, state.looked);
   host.terminal.Say("committed " + ShortId(IdOf(*session.Head())) + " on " +
                     Printable(session.Branch()) + ": " + Plural(state.changes.size(), "file"));
   return ExitCode::Done;

@@ -12,6 +12,7 @@ class Usage(TalTest):
 
     def test_an_unknown_command_is_wrong_usage(self):
         self.tal("frobnicate", code=USAGE)
+        self.assertIn('there is no command "frobnicate"', self.talk)
 
     def test_an_unknown_option_is_wrong_usage(self):
         self.tal("init", "--frobnicate", code=USAGE)

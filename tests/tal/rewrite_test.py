@@ -129,6 +129,8 @@ class Collect(RewriteTest):
         self.tal("switch", "master")
         self.tal("branch", "-d", "side")
         self.assertGreater(self.read_json("stat")["unreached_bytes"], 100000)
+        self.assert_nothing_changes("gc", "--dry-run", code=DONE)
+        self.assertIn("would remove 6 objects", self.talk)
         self.tal("gc")
         answer = self.read_json("stat")
         self.assertGreater(answer["last_freed_bytes"], 100000)

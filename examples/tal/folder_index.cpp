@@ -1,0 +1,245 @@
+// index  := "TALINDEX" version:u32 count:u32 tree:32 entry{count} digest:32
+// entry  := kind:u8 verdict:u8 path-size:u32 path id:32 stat
+// stat   := kind:u8 size:u64 modified:i64 changed:i64 inode:u64
+// digest := the SHA-256 of all that comes before it
+//
+// Numbers are little-endian. Entries are sorted by path.
+
+#include "folder_index.h"
+
+#include "changes.h"
+#include "file_handle.h"
+#include "store_files.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <map>
+
+namespace fs = std::filesystem;
+
+namespace Tal {
+namespace {
+
+constexpr const char* kIndexName = "tal-index";
+constexpr const char* kLockName = "tal-lock";
+constexpr std::string_view kMagic = "TALINDEX";
+constexpr std::uint32_t kVersion = 1;
+
+using RawId = FolderIndex::RawId;
+using File = FolderIndex::File;
+
+class Writer {
+ public:
+  void Number(std::uint64_t value, std::size_t size) {
+    for (std::size_t i = 0; i < size; ++i) m_bytes += static_cast<char>(value >> (8 * i));
+  }
+  void Text(std::string_view text) { m_bytes += text; }
+  void Id(const RawId& id) {
+    for (const unsigned char byte : id) m_bytes += static_cast<char>(byte);
+  }
+  std::string Take() { return std::move(m_bytes); }
+
+ private:
+  std::string m_bytes;
+};
+
+/// Takes fields off the front. After one that isn't there whole, everything is zero.
+class Reader {
+ public:
+  explicit Reader(std::string_view bytes) : m_rest(bytes) {}
+
+  std::string_view Text(std::size_t size) {
+    if (size > m_rest.size()) {
+      m_failed = true;
+      return {};
+    }
+    const std::string_view text = m_rest.substr(0, size);
+    m_rest.remove_prefix(size);
+    return text;
+  }
+  std::uint64_t Number(std::size_t size) {
+    std::uint64_t value = 0;
+    const std::string_view bytes = Text(size);
+    for (std::size_t i = bytes.size(); i-- > 0;)
+      value = value << 8U | static_cast<unsigned char>(bytes[i]);
+    return value;
+  }
+  RawId Id() {
+    RawId id{};
+    const std::string_view bytes = Text(id.size());
+    std::memcpy(id.data(), bytes.data(), bytes.size());
+    return id;
+  }
+  bool IsAtEnd() const noexcept { return !m_failed && m_rest.empty(); }
+  bool HasFailed() const noexcept { return m_failed; }
+
+ private:
+  std::string_view m_rest;
+  bool m_failed = false;
+};
+
+RawId DigestOf(std::string_view bytes) {
+  TalVcs::Buffer buffer;
+  buffer.Append(bytes.data(), bytes.size());
+  return FolderIndex::ToRaw(TalVcs::Id(buffer));
+}
+
+bool ByPath(const File& file, const std::string& path) { return file.path < path; }
+
+}  // namespace
+
+RawId FolderIndex::ToRaw(const TalVcs::Id& id) {
+  RawId raw{};
+  const auto digit = [](char c) {
+    return static_cast<unsigned>(c >= 'a' ? c - 'a' + 10 : c - '0') & 15U;
+  };
+  const std::string text = ToUtf8(id.View());
+  for (std::size_t i = 0; i < raw.size() && 2 * raw.size() == text.size(); ++i)
+    raw[i] = static_cast<unsigned char>(digit(text[2 * i]) << 4U | digit(text[2 * i + 1]));
+  return raw;
+}
+
+TalVcs::Id FolderIndex::FromRaw(const RawId& id) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  for (const unsigned char byte : id) text += {kDigits[byte >> 4U], kDigits[byte & 15U]};
+  return TalVcs::Id(ToWide(text));
+}
+
+FolderIndex FolderIndex::Load(const fs::path& storePath) {
+  FolderIndex index;
+  const std::string bytes = ReadSmallFile(storePath / kIndexName);
+  if (!index.Parse(bytes)) index = FolderIndex();
+  return index;
+}
+
+bool FolderIndex::Parse(std::string_view bytes) {
+  constexpr std::size_t kDigestBytes = sizeof(RawId);
+  if (bytes.size() < kDigestBytes) return false;
+  const std::string_view body = bytes.substr(0, bytes.size() - kDigestBytes);
+  Reader reader(body);
+  if (reader.Text(kMagic.size()) != kMagic || reader.Number(4) != kVersion) return false;
+  if (DigestOf(body) != Reader(bytes.substr(body.size())).Id()) return false;
+  const std::uint64_t count = reader.Number(4);
+  m_tree = reader.Id();
+  for (std::uint64_t i = 0; i < count && !reader.HasFailed(); ++i) {
+    File& file = m_files.emplace_back();
+    file.kind = static_cast<FileKind>(reader.Number(1) % 3);
+    file.verdict = static_cast<Verdict>(reader.Number(1) % 3);
+    file.path = reader.Text(reader.Number(4));
+    file.id = reader.Id();
+    file.stat.kind = static_cast<FileKind>(reader.Number(1) % 3);
+    file.stat.sizeBytes = reader.Number(8);
+    file.stat.modified = static_cast<std::int64_t>(reader.Number(8));
+    file.stat.changed = static_cast<std::int64_t>(reader.Number(8));
+    file.stat.inode = reader.Number(8);
+  }
+  return reader.IsAtEnd();
+}
+
+std::string FolderIndex::Serialise() const {
+  Writer writer;
+  writer.Text(kMagic);
+  writer.Number(kVersion, 4);
+  writer.Number(m_files.size(), 4);
+  writer.Id(m_tree);
+  for (const File& file : m_files) {
+    writer.Number(static_cast<std::uint64_t>(file.kind), 1);
+    writer.Number(static_cast<std::uint64_t>(file.verdict), 1);
+    writer.Number(file.path.size(), 4);
+    writer.Text(file.path);
+    writer.Id(file.id);
+    writer.Number(static_cast<std::uint64_t>(file.stat.kind), 1);
+    writer.Number(file.stat.sizeBytes, 8);
+    writer.Number(static_cast<std::uint64_t>(file.stat.modified), 8);
+    writer.Number(static_cast<std::uint64_t>(file.stat.changed), 8);
+    writer.Number(file.stat.inode, 8);
+  }
+  return writer.Take();
+}
+
+void FolderIndex::Save(const fs::path& storePath) const {
+  const fs::path target = storePath / kIndexName;
+  const fs::path parked = storePath / (std::string(kIndexName) + "." + std::to_string(getpid()));
+  std::string bytes = Serialise();
+  Writer digest;
+  digest.Id(DigestOf(bytes));
+  bytes += digest.Take();
+  std::ofstream file(parked, std::ios::binary);
+  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  file.close();
+  std::error_code error;
+  if (file) fs::rename(parked, target, error);
+  if (!file || error) fs::remove(parked, error);
+}
+
+void FolderIndex::MoveEntry(File& file, const RawId& id, FileKind kind) const {
+  const bool is_equal = file.id == id && file.kind == kind;
+  // What was the former version's file can't be the new one's; of another file nothing is known.
+  if (!is_equal)
+    file.verdict = file.verdict == Verdict::Same ? Verdict::Different : Verdict::Unknown;
+  file.id = id;
+  file.kind = kind;
+}
+
+void FolderIndex::MoveTo(const FileTree& before, const FileTree& tree) {
+  if (IsOf(tree)) return;
+  const bool knows_before = IsOf(before);
+  std::map<std::string, File> known;
+  for (File& file : m_files) known.emplace_hint(known.end(), file.path, std::move(file));
+  std::map<std::string, File> files;
+  if (knows_before) files = known;
+  for (const Change& change :
+       CompareTrees(knows_before ? before : FileTree(), tree, Moves::Ignore)) {
+    if (change.kind == Change::Kind::Removed) {
+      files.erase(change.path);
+      continue;
+    }
+    const auto found = known.find(change.path);
+    File& file = files[change.path];
+    if (found != known.end()) file = found->second;
+    const RawId id = ToRaw(change.after);
+    if (found == known.end()) {
+      file.path = change.path;
+      file.id = id;
+      file.kind = change.kindAfter;
+    } else {
+      MoveEntry(file, id, change.kindAfter);
+    }
+  }
+  m_files.clear();
+  for (auto& [path, file] : files) m_files.push_back(std::move(file));
+  m_tree = ToRaw(tree.GetId());
+}
+
+File* FolderIndex::Find(const std::string& path) {
+  const auto found = std::lower_bound(m_files.begin(), m_files.end(), path, ByPath);
+  return found != m_files.end() && found->path == path ? &*found : nullptr;
+}
+
+bool FolderIndex::IsTracked(const std::string& path) const {
+  const auto has = [&](const std::string& wanted, std::string_view prefix) {
+    const auto found = std::lower_bound(m_files.begin(), m_files.end(), wanted, ByPath);
+    return found != m_files.end() && found->path.starts_with(prefix) &&
+           (found->path.size() == wanted.size() || wanted.ends_with('/'));
+  };
+  return has(path, path) || has(path + "/", path + "/");
+}
+
+void SetVerdict(File& file, FolderIndex::Verdict verdict, const FileStat& stat,
+                std::int64_t looked) {
+  const bool is_settled = stat.modified < looked && stat.changed < looked;
+  file.verdict = is_settled ? verdict : FolderIndex::Verdict::Unknown;
+  file.stat = stat;
+}
+
+std::int64_t FileSystemTime(const fs::path& storePath) {
+  const FileHandle file(open((storePath / kLockName).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+  struct stat status {};
+  if (!file.IsOpen() || futimens(file.Get(), nullptr) != 0 || fstat(file.Get(), &status) != 0)
+    return 0;
+  return StatOf(status).modified;
+}
+
+}  // namespace Tal

@@ -1,0 +1,98 @@
+#include "merge_tool.h"
+
+#include "failure.h"
+#include "interrupt.h"
+#include "store_files.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+
+namespace fs = std::filesystem;
+
+namespace Tal {
+namespace {
+
+using TalVcs::Kit::Bytes;
+using TalVcs::Kit::Conflict;
+
+/// A folder inside the store's folder for the sides of one conflict, removed at the end.
+class MergeFiles {
+ public:
+  MergeFiles(const Folder& folder, const Conflict& conflict)
+      : m_folder(folder.StorePath() / "tal-merge") {
+    std::error_code error;
+    fs::remove_all(m_folder, error);
+    fs::create_directory(m_folder, error);
+    // The name's ending tells editors and tools what kind of text it is.
+    m_ending = fs::path(conflict.path).extension().string();
+    const auto text = [](const TalVcs::Kit::ConflictSide& side) {
+      return side.content ? std::string(side.content->text()) : std::string();
+    };
+    WriteSmallFile(PathOf("base"), text(conflict.base));
+    WriteSmallFile(PathOf("ours"), text(conflict.ours));
+    WriteSmallFile(PathOf("theirs"), text(conflict.theirs));
+    const bool is_marked = conflict.merged.has_value();
+    WriteSmallFile(PathOf("merged"),
+                   is_marked ? std::string(conflict.merged->text()) : text(conflict.ours));
+  }
+  MergeFiles(const MergeFiles&) = delete;
+  MergeFiles& operator=(const MergeFiles&) = delete;
+  ~MergeFiles() {
+    std::error_code error;
+    fs::remove_all(m_folder, error);
+  }
+
+  fs::path PathOf(const char* name) const { return m_folder / (name + m_ending); }
+
+ private:
+  fs::path m_folder;
+  std::string m_ending;
+};
+
+std::string Quoted(const fs::path& path) {
+  std::string quoted = "'";
+  for (const char c : path.string()) {
+    if (c == '\'') quoted += "'\\'";
+    quoted += c;
+  }
+  return quoted + "'";
+}
+
+bool Run(const std::string& command) {
+  std::cout.flush();
+  const int status = std::system(command.c_str());
+  StopIfInterrupted();
+  return status == 0;
+}
+
+bool HasBothFiles(const Conflict& conflict) {
+  return conflict.ours.content && conflict.theirs.content;
+}
+
+}  // namespace
+
+std::optional<Bytes> RunMergeTool(const Folder& folder, const std::string& command,
+                                  const Conflict& conflict) {
+  if (!HasBothFiles(conflict)) return std::nullopt;
+  const MergeFiles files(folder, conflict);
+  std::string line = command;
+  for (const char* name : {"base", "ours", "theirs", "merged"})
+    line += " " + Quoted(files.PathOf(name));
+  if (!Run(line)) return std::nullopt;
+  return Bytes(ReadSmallFile(files.PathOf("merged")));
+}
+
+std::optional<Bytes> EditConflict(const Folder& folder, const Conflict& conflict) {
+  if (!HasBothFiles(conflict)) return std::nullopt;
+  const char* editor = std::getenv("VISUAL");
+  if (editor == nullptr) editor = std::getenv("EDITOR");
+  const MergeFiles files(folder, conflict);
+  if (!Run(std::string(editor == nullptr ? "vi" : editor) + " " + Quoted(files.PathOf("merged"))))
+    return std::nullopt;
+  const std::string text = ReadSmallFile(files.PathOf("merged"));
+  const bool has_markers = ("\n" + text).find("\n<<<<<<< ") != std::string::npos;
+  return has_markers ? std::nullopt : std::optional(Bytes(text));
+}
+
+}  // namespace Tal

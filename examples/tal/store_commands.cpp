@@ -1,0 +1,141 @@
+#include "clean_up.h"
+#include "command_line.h"
+#include "command_table.h"
+#include "history.h"
+#include "parse_time.h"
+#include "salvage.h"
+#include "store_files.h"
+
+#include <kit/open/copy.h>
+
+#include <algorithm>
+#include <charconv>
+
+namespace Tal {
+namespace {
+
+struct KeepOptions {
+  std::uint64_t newest = 0;
+  std::string since;
+  std::string under;
+  bool tips = false;
+  bool isDryRun = false;
+};
+
+struct CopyOptions {
+  std::string target;
+  std::string store;
+  std::vector<std::string> branches;
+};
+
+struct SalvageOptions {
+  std::string target;
+};
+
+/// Reads a size such as "50MB", "2GiB" or "1000". Units are powers of 1024.
+std::uint64_t ParseSize(const std::string& text) {
+  std::uint64_t size = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), size);
+  const std::string unit(end, text.data() + text.size());
+  constexpr std::string_view kUnits = "KMGT";
+  const std::size_t power = unit.empty() ? 0 : kUnits.find(unit.front()) + 1;
+  const bool is_unit = unit.empty() || unit == "B" ||
+                       (kUnits.find(unit.front()) != std::string_view::npos &&
+                        (unit.size() == 1 || unit.substr(1) == "B" || unit.substr(1) == "iB"));
+  if (error != std::errc() || !is_unit)
+    throw Failure("\"" + Printable(text) + "\" is no size; write one such as 50MB",
+                  ExitCode::Usage);
+  return unit.empty() || unit == "B" ? size : size << (10 * power);
+}
+
+Kit::Retention RuleOf(const KeepOptions& options) {
+  if (options.newest > 0) return Kit::Retention::KeepNewest(options.newest);
+  if (!options.since.empty()) return Kit::Retention::KeepSince(TimeOfOption(options.since));
+  if (!options.under.empty()) return Kit::Retention::KeepUnder(ParseSize(options.under));
+  if (options.tips) return Kit::Retention::TipsAndForks();
+  throw Failure("say what to keep: --newest, --since, --under or --tips", ExitCode::Usage);
+}
+
+ExitCode RunKeep(const Host& host, const KeepOptions& options) {
+  const Kit::Retention rule = RuleOf(options);
+  Session session(host, AccessFor(options.isDryRun));
+  const Kit::ForgetOptions forget{.progress = ShowProgress(host.terminal)};
+  Kit::Workspace& document = session.Document();
+  if (options.isDryRun) {
+    const Kit::RetentionReport report = document.PreviewForget(rule, forget).value();
+    for (const Kit::Version& version : report.forgotten)
+      host.terminal.Say("would forget " + ShortId(IdOf(version)) + " " +
+                        Printable(version.summary));
+    host.terminal.Say("would forget " + Plural(report.forgotten.size(), "commit") + " and keep " +
+                      std::to_string(report.keptVersions) + ", which frees " +
+                      FormatBytes(report.freed.sizeBytes) + "; this was a dry run");
+    return ExitCode::Done;
+  }
+  const Kit::RetentionReport report = document.Forget(rule, forget).value();
+  SaveAndCleanUp(session, "forgot " + Plural(report.forgotten.size(), "commit") + " and kept " +
+                              std::to_string(report.keptVersions));
+  return ExitCode::Done;
+}
+
+ExitCode RunCopy(const Host& host, const CopyOptions& options) {
+  const StoreKind kind = ParseStoreKind(options.store);
+  Session session(host, Access::Read);
+  for (const std::string& name : options.branches) session.Find(name);
+  const std::shared_ptr<Kit::IObjectStore> target = CreateStoreAt(options.target, kind);
+  const Kit::CopyReport report =
+      Kit::Copy(session.Store(), *target,
+                {.branches = options.branches, .progress = ShowProgress(host.terminal)})
+          .value();
+  const std::string branch = session.Branch();
+  if (std::any_of(report.heads.begin(), report.heads.end(),
+                  [&](const Kit::Head& head) { return head.name == branch; }))
+    target->SetValue("branch", branch).value();
+  host.terminal.Say("copied " + Plural(report.writtenObjects, "object") + ", " +
+                    FormatBytes(report.writtenBytes) + ", to " + Printable(options.target));
+  return ExitCode::Done;
+}
+
+ExitCode RunSalvage(const Host& host, const SalvageOptions& options) {
+  Session session(host, Access::Read);
+  const SalvageReport report = Salvage(session, options.target);
+  host.terminal.Say("salvaged " + Plural(report.files, "file") + " of " +
+                    Plural(report.branches, "branch") + " to " + Printable(options.target));
+  for (const std::string& path : report.older)
+    host.terminal.Say("from an older commit: " + Printable(path));
+  for (const std::string& path : report.lost) host.terminal.Complain("lost: " + Printable(path));
+  return report.lost.empty() ? ExitCode::Done : ExitCode::Damaged;
+}
+
+}  // namespace
+
+void AddStoreCommands(Commands& commands) {
+  commands.Add<KeepOptions>(
+      "keep", "Forget all commits but those that a rule keeps, and the heads and tags", RunKeep,
+      [](Command& command, KeepOptions& options) {
+        command.Count("--newest", options.newest, "Keep so many commits of each branch")
+            .Option("--since", options.since,
+                    "Keep the commits since a time, such as 2024-05-31 or \"2 weeks ago\"")
+            .Option("--under", options.under,
+                    "Keep the newest commits that together take no more, such as 50MB")
+            .Flag("--tips", options.tips, "Keep the tips and forks")
+            .Exclusive({"--newest", "--since", "--under", "--tips"})
+            .Flag("--dry-run", options.isDryRun, "Say what would go, and change nothing");
+      });
+  commands.Add<CopyOptions>(
+      "copy", "Copy the history to a new store, which may be of another kind", RunCopy,
+      [](Command& command, CopyOptions& options) {
+        command.Argument("target", options.target, "The folder or file to create")
+            .Required("target")
+            .Option("--store", options.store,
+                    "The kind: \"folder\", a folder with a store inside, or \"sqlite\", one file")
+            .Option("--branch", options.branches, "Copy this branch, and others only if named too");
+      });
+  commands.Add<SalvageOptions>(
+      "salvage", "Write what a damaged store still has into a new folder", RunSalvage,
+      [](Command& command, SalvageOptions& options) {
+        command.Argument("folder", options.target, "The folder to create, with one for each branch")
+            .Required("folder");
+      });
+}
+
+}  // namespace Tal
