@@ -207,7 +207,9 @@ class Writer {
   Writer(const std::filesystem::path& folder, std::string name)
       : m_name(std::move(name)),
         m_remote(std::make_shared<Kit::DirectoryObjectStore>(
-            Kit::DirectoryObjectStore::Open(folder, {.durable = false}).value())),
+            Kit::DirectoryObjectStore::Open(
+                folder, {.durable = false, .busyTimeout = std::chrono::minutes(1)})
+                .value())),
         m_workspace(
             Kit::Workspace::Open(std::make_shared<Kit::MemoryObjectStore>(), {.author = m_name})
                 .value()) {}
