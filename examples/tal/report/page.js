@@ -210,7 +210,7 @@
       const begin = shown ? context : 0, end = isEnd ? kept.length : kept.length - context;
       kept.forEach(([x, y], index) => {
         if (index >= begin && index < end) {
-          if (index === begin) gap(end - begin + " equal lines");
+          if (index === begin) gap(end - begin + (end - begin === 1 ? " equal line" : " equal lines"));
           return;
         }
         row(number(x), appendText(element("td"), left[x]), number(y), appendText(element("td"), right[y]));
