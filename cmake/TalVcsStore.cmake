@@ -14,6 +14,7 @@ function(talvcs_add_store name)
   add_library(${target} ${arg_SOURCES})
   add_library(TalVcs::${name} ALIAS ${target})
   talvcs_target_settings(${target})
+  talvcs_precompile_headers(${target})
   talvcs_library_settings(${target} "${PROJECT_SOURCE_DIR}/cmake/${name}.map")
   set_target_properties(${target} PROPERTIES
     EXPORT_NAME ${name}

@@ -33,6 +33,17 @@ function(talvcs_target_settings target)
   endif()
 endfunction()
 
+# talvcs_precompile_headers(<target>): the headers of the standard library that most sources include,
+# read once for all of them, where the option asks for it. A build without it shows whether each
+# source includes what it needs.
+function(talvcs_precompile_headers target)
+  if(TALVCS_PRECOMPILE_HEADERS)
+    target_precompile_headers(${target} PRIVATE
+      <algorithm> <array> <chrono> <cstddef> <cstdint> <filesystem> <functional> <map> <memory>
+      <optional> <span> <string> <string_view> <unordered_map> <utility> <vector>)
+  endif()
+endfunction()
+
 # talvcs_library_settings(<target> <version script>): what the libraries have in common. Static ones
 # can be linked into shared libraries of a host. The version script keeps the standard library's
 # template instances, which its headers declare visible, out of the exported symbols.

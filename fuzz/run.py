@@ -5,12 +5,13 @@ Usage: run.py BUILD --seconds N [TARGET...]
        run.py BUILD --runs N [TARGET...]
 
 With --seconds, each target goes on from the corpus that it collects in BUILD/corpus/TARGET. With
---runs, each starts from the corpus of the project alone, with a fixed seed, and --runs is for the
-slowest target; faster ones do a multiple of it. Inputs that end a target come to BUILD/crashes; exits
-with 1 if there are any.
+--runs, each starts from the corpus and the kept inputs of the project alone, with a fixed seed, and
+--runs is for the slowest target; faster ones do a multiple of it. As many targets run at once as there are processors.
+Inputs that end a target come to BUILD/crashes; exits with 1 if there are any.
 """
 
 import argparse
+import concurrent.futures
 import os
 import pathlib
 import re
@@ -61,7 +62,8 @@ def command(build, target, bound, corpus):
     limit = 0 if target in WITHOUT_CLOCK else SECONDS_AN_INPUT
     return [build / "fuzz" / f"fuzz_{target}", f"-max_len={length}", *bound, *LIMITS,
             f"-timeout={limit}", "-entropic=0", f"-dict={HERE / 'dictionary.txt'}", f"-artifact_prefix={crashes}/",
-            "-print_final_stats=1", corpus, HERE / "corpus" / target]
+            "-print_final_stats=1", corpus, HERE / "corpus" / target,
+            *(folder for folder in [HERE / "crashes" / target] if folder.exists())]
 
 
 def figures(log):
@@ -73,9 +75,18 @@ def figures(log):
     return (executed or ["0"])[-1], edges, features, (new or ["0"])[-1]
 
 
-def run(build, target, bound, corpus, most_seconds):
+def run(build, target, seconds, runs):
     """Runs one target and prints its line. Returns whether an input ended it."""
+    if runs is None:
+        bound = [f"-max_total_time={seconds}"]
+        corpus = build / "corpus" / target
+    else:
+        bound = [f"-runs={runs * TARGETS[target][1]}", "-seed=1"]
+        corpus = build / "checked" / target
+        shutil.rmtree(corpus, ignore_errors=True)
     corpus.mkdir(parents=True, exist_ok=True)
+    # A bounded number of runs takes a few seconds a target.
+    most_seconds = (seconds or 600) + 120
     log_path = build / f"fuzz_{target}.log"
     with log_path.open("wb") as log_file:
         with subprocess.Popen(command(build, target, bound, corpus), stdout=log_file,
@@ -87,9 +98,8 @@ def run(build, target, bound, corpus, most_seconds):
                 fuzzer.send_signal(signal.SIGABRT)
                 crashed = fuzzer.wait() != 0
     log = log_path.read_text(encoding="utf-8", errors="replace")
-    print(LINE.format(target, *figures(log), int(crashed)), flush=True)
-    if crashed:
-        print("\n".join(log.splitlines()[-60:]))
+    report = LINE.format(target, *figures(log), int(crashed))
+    print("\n".join([report] + (log.splitlines()[-60:] if crashed else [])), flush=True)
     return crashed
 
 
@@ -107,21 +117,12 @@ def main():
         parser.error("either --seconds or --runs")
 
     print(LINE.format("target", "executions", "edges", "features", "new", "crashes"))
-    crashed = False
     # Targets of optional components aren't there if their components weren't built.
     built = [name for name in TARGETS if (arguments.build / "fuzz" / f"fuzz_{name}").exists()]
-    for target in arguments.targets or built:
-        if arguments.runs is None:
-            bound = [f"-max_total_time={arguments.seconds}"]
-            corpus = arguments.build / "corpus" / target
-        else:
-            bound = [f"-runs={arguments.runs * TARGETS[target][1]}", "-seed=1"]
-            corpus = arguments.build / "checked" / target
-            shutil.rmtree(corpus, ignore_errors=True)
-        # A bounded number of runs takes a few seconds a target.
-        most_seconds = (arguments.seconds or 600) + 120
-        crashed = run(arguments.build, target, bound, corpus, most_seconds) or crashed
-    return 1 if crashed else 0
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        crashed = list(pool.map(lambda target: run(arguments.build, target, arguments.seconds, arguments.runs),
+                                arguments.targets or built))
+    return 1 if any(crashed) else 0
 
 
 if __name__ == "__main__":
