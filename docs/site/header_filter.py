@@ -84,7 +84,9 @@ class Filter:
             depth += code.count("{") - code.count("}")
             parentheses += code.count("(") - code.count(")")
             number += 1
-            if depth == 0 and parentheses == 0 and (code.rstrip().endswith((";", "}", ","))
+            # A comma ends an enumerator, but not the bases of a class.
+            ends = (";", "}") if SCOPE.match(" ".join(self.lines[start:number])) else (";", "}", ",")
+            if depth == 0 and parentheses == 0 and (code.rstrip().endswith(ends)
                                                      or not code.strip() or code.startswith("#")):
                 break
             if depth > 0 and self.opens_scope(start, number):
