@@ -63,18 +63,21 @@ if(TARGET talvcs_kit)
   talvcs_install_component(kit talvcs_kit talvcs-kit PACKAGES ${talvcs_kit_packages})
 endif()
 
-# talvcs_install_store(<name> [STATIC_PACKAGES <package>...] [STATIC_MODULES <module>...]): the component of
-# a store, if it is built. The shared library links what it needs itself; hosts of the static one have to
-# find the packages, or by pkg-config the modules.
+# talvcs_install_store(<name> [STATIC_PACKAGES <package>...] [STATIC_MODULES <module>...]
+# [STATIC_LIBRARIES <flag>...]): the component of a store, if it is built. The shared library links what
+# it needs itself; hosts of the static one have to find the packages, or by pkg-config the modules and
+# libraries.
 macro(talvcs_install_store name)
-  cmake_parse_arguments(talvcs_store "" "" "STATIC_PACKAGES;STATIC_MODULES" ${ARGN})
+  cmake_parse_arguments(talvcs_store "" "" "STATIC_PACKAGES;STATIC_MODULES;STATIC_LIBRARIES" ${ARGN})
   if(TARGET talvcs_${name})
     set(talvcs_${name}_packages "")
     set(talvcs_${name}_modules "")
+    set(talvcs_${name}_libraries "")
     get_target_property(talvcs_store_type talvcs_${name} TYPE)
     if(talvcs_store_type STREQUAL "STATIC_LIBRARY")
       set(talvcs_${name}_packages ${talvcs_store_STATIC_PACKAGES})
       list(JOIN talvcs_store_STATIC_MODULES ", " talvcs_${name}_modules)
+      list(JOIN talvcs_store_STATIC_LIBRARIES " " talvcs_${name}_libraries)
       foreach(talvcs_package IN LISTS talvcs_${name}_packages)
         if(EXISTS "${PROJECT_SOURCE_DIR}/cmake/Find${talvcs_package}.cmake")
           install(FILES "cmake/Find${talvcs_package}.cmake"
@@ -87,7 +90,9 @@ macro(talvcs_install_store name)
 endmacro()
 talvcs_install_store(sqlite STATIC_PACKAGES SQLite3 STATIC_MODULES sqlite3)
 talvcs_install_store(zip STATIC_PACKAGES LibZip ZLIB STATIC_MODULES libzip zlib)
-talvcs_install_store(postgres STATIC_PACKAGES PostgreSQL STATIC_MODULES libpq)
+# The module of libpq asks for libraries that are not in its own package as soon as it is asked for
+# static ones; libpq itself is a shared library here too.
+talvcs_install_store(postgres STATIC_PACKAGES PostgreSQL STATIC_LIBRARIES -lpq)
 talvcs_install_store(encryption STATIC_PACKAGES Sodium STATIC_MODULES libsodium)
 
 configure_package_config_file(cmake/TalVcsConfig.cmake.in TalVcsConfig.cmake
