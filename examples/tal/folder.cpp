@@ -24,7 +24,7 @@ bool ReadAll(int handle, std::uint64_t expectedBytes, TalVcs::Buffer& bytes) {
     if (size < 0 && errno == EINTR) continue;
     if (size <= 0) return size == 0;
     bytes.Append(block.data(), static_cast<std::size_t>(size));
-    // A second, empty read tells the end of a file of the expected size.
+    // A file of the expected size ends with a second read, which is empty.
     if (block.size() < kBlockBytes && bytes.GetSize() > expectedBytes) block.resize(kBlockBytes);
   }
 }

@@ -24,7 +24,7 @@ class MergeFiles {
     std::error_code error;
     fs::remove_all(m_folder, error);
     fs::create_directory(m_folder, error);
-    // The name's ending tells editors and tools what kind of text it is.
+    // Editors and tools recognise the kind of text by the ending of the name.
     m_ending = fs::path(conflict.path).extension().string();
     const auto text = [](const TalVcs::Kit::ConflictSide& side) {
       return side.content ? std::string(side.content->text()) : std::string();
