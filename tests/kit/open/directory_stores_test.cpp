@@ -112,6 +112,22 @@ TEST_F(InAFolder, OneDamagedRecordIsFoundWithItsPath) {
   EXPECT_EQ(CodeOf(Load(OpenStore())), "Damaged");
 }
 
+// The check failed as a whole, because the store could not list its objects.
+TEST_F(InAFolder, MissingPackIsReportedBranchByBranch) {
+  Repository repository = SmallHistory();
+  Save(repository, *Create()).value();
+  ASSERT_TRUE(std::filesystem::remove(m_folder.Path() / ".vcs/packs/00000001.pack"));
+  const VerifyReport report = Verify(*OpenStore()).value();
+  ASSERT_EQ(report.branches.size(), 3u);
+  for (const BranchReport& branch : report.branches) {
+    EXPECT_EQ(branch.state, BranchState::Lost) << branch.name;
+  }
+  ASSERT_EQ(report.damages.size(), 3u);
+  EXPECT_EQ(report.damages[0].branch, "master");
+  EXPECT_EQ(report.damages[0].id, repository.GetHead(Wide("master"))->GetId());
+  EXPECT_EQ(CodeOf(Load(OpenStore())), ToString(report.damages[0].code));
+}
+
 TEST_F(InAFolder, FolderOfTheFormerFormatIsOpened) {
   Repository repository = SmallHistory();
   DirectoryStoreOptions options;
