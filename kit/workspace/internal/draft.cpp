@@ -23,6 +23,13 @@ Error InTheWay(std::string_view path, std::string_view reason) {
       "cannot put a file at \"" + std::string(path) + "\": " + std::string(reason), path);
 }
 
+Error CannotMove(std::string_view from, std::string_view to, std::string_view reason) {
+  return WorkspaceError(ErrorCode::BadName,
+                        "cannot move \"" + std::string(from) + "\" to \"" + std::string(to) +
+                            "\": " + std::string(reason),
+                        to);
+}
+
 void AddTo(BatchEdit& edit, const WideString& path, const cow_ptr<Object>& object) {
   if (object->GetHeader() == "blob") {
     edit.AddBlob(path, static_cast<const Blob&>(*object));
@@ -103,8 +110,12 @@ Status Draft::Rename(std::string_view from, std::string_view to) {
     Flush();
     const cow_ptr<Object> object = m_tree->GetDeepObject(*source);
     if (!object) return NothingAt(from);
-    if (m_tree->GetIdByPath(*target)) return InTheWay(to, "there is something");
-    if (to.starts_with(std::string(from) + "/")) return InTheWay(to, "it is below the old path");
+    if (m_tree->GetIdByPath(*target)) {
+      return CannotMove(from, to, "there is a file or folder already");
+    }
+    if (to.starts_with(std::string(from) + "/")) {
+      return CannotMove(from, to, "the new path is below the old one");
+    }
     Status status = CheckPlace(std::string(to), false);
     if (!status) return status;
     BatchEdit edit;

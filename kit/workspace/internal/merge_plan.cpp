@@ -104,10 +104,11 @@ Result<cow_ptr<Tree>> MergePlan::Decide(const Decisions& decisions) const {
   for (const TreeConflict& conflict : m_merge.conflicts) {
     const auto decision = decisions.find(conflict.path);
     if (decision == decisions.end()) {
-      return WorkspaceError(ErrorCode::Undecided,
-                            "both sides changed \"" + conflict.path + "\", one of " +
-                                std::to_string(m_conflicts.size()) + " conflicts",
-                            conflict.path);
+      std::string message = "both sides changed \"" + conflict.path + "\"";
+      if (m_conflicts.size() > 1) {
+        message += ", one of " + std::to_string(m_conflicts.size()) + " conflicts";
+      }
+      return WorkspaceError(ErrorCode::Undecided, std::move(message), conflict.path);
     }
     const Slot chosen = Chosen(conflict, decision->second);
     if (!(chosen == conflict.ours)) edits.push_back({conflict.path, chosen});

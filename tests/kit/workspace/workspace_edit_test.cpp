@@ -141,6 +141,8 @@ TEST_F(WorkspaceEdit, RenameMovesFilesAndFolders) {
   EXPECT_EQ(FilesOf(workspace), (FileTexts{{"x/y/b", "1"}, {"x/y/c", "2"}, {"a", "3"}}));
   EXPECT_THAT(workspace.Rename("gone", "z"), FailsWith(ErrorCode::NotFound));
   EXPECT_THAT(workspace.Rename("a", "x"), FailsWith(ErrorCode::BadName));
+  EXPECT_EQ(Describe(workspace.Rename("a", "x").error()),
+            "cannot move \"a\" to \"x\": there is a file or folder already; nothing has changed");
   EXPECT_THAT(workspace.Rename("x", "x/below"), FailsWith(ErrorCode::BadName));
   EXPECT_THAT(workspace.Rename("x", "a/below"), FailsWith(ErrorCode::BadName));
   EXPECT_EQ(FilesOf(workspace), (FileTexts{{"x/y/b", "1"}, {"x/y/c", "2"}, {"a", "3"}}));

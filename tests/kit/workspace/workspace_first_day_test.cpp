@@ -217,7 +217,7 @@ TEST_P(FirstDay, FailuresSayWhatWhyAndWhatIsUnchanged) {
             "cannot move branch \"master\": another save has moved it; nothing was saved and "
             "pending edits stay; reload, then try again");
   EXPECT_EQ(Kit::Describe(workspace.Reload().error()),
-            "both sides changed \"a\", one of 1 conflicts; nothing has changed");
+            "both sides changed \"a\"; nothing has changed");
 }
 
 // S8: a new repository gave null handles, which crashed.
