@@ -10,8 +10,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <charconv>
 #include <exception>
 #include <iostream>
+#include <system_error>
 #include <utility>
 
 namespace Tal {
@@ -47,6 +49,15 @@ ExitCode CodeOf(Kit::ErrorCode code) {
   }
 }
 
+/// Returns an empty text for a whole number from 1 on, else what is wrong.
+std::string CheckCount(const std::string& text) {
+  std::uint64_t count = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, count);
+  if (error == std::errc() && rest == end && count > 0) return {};
+  return "write a whole number from 1 on, not \"" + Printable(text) + "\"";
+}
+
 }  // namespace
 
 Command& Command::Flag(const char* names, bool& value, const char* help) {
@@ -67,7 +78,7 @@ Command& Command::Option(const char* names, std::vector<std::string>& values, co
 }
 
 Command& Command::Count(const char* names, std::uint64_t& value, const char* help) {
-  m_app.add_option(names, value, help)->check(CLI::PositiveNumber);
+  m_app.add_option(names, value, help)->check(CheckCount, "POSITIVE");
   return *this;
 }
 
@@ -115,6 +126,8 @@ Commands::Commands() : m_app(std::make_unique<CLI::App>("Keeps the history of a 
     if (used.empty() && !unknown.empty())
       return "tal: there is no command \"" + Printable(unknown.front()) +
              "\"\ntal --help shows the commands.\n";
+    if (used.empty() && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr)
+      return std::string("tal: say what to do\ntal --help shows the commands.\n");
     const std::string name = used.empty() ? "" : " " + used.front()->get_name();
     return std::string("tal: ") + error.what() + "\ntal" + name + " --help shows " +
            (used.empty() ? "the commands" : "its options") + ".\n";

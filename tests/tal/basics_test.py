@@ -9,6 +9,7 @@ from support import DAMAGED, DIFFERS, DONE, USAGE, TalTest, blob_id
 class Usage(TalTest):
     def test_no_command_is_wrong_usage(self):
         self.tal(code=USAGE)
+        self.assertIn("tal: say what to do\n", self.talk)
 
     def test_an_unknown_command_is_wrong_usage(self):
         self.tal("frobnicate", code=USAGE)
@@ -171,8 +172,9 @@ class Reading(TalTest):
     def test_log_begins_where_it_is_told_and_ends_at_its_limit(self):
         self.assertEqual([c["description"] for c in self.read_json("log", "HEAD~1")], ["First"])
         self.assertEqual([c["description"] for c in self.read_json("log", "-n", "1")], ["Second"])
-        for limit in ("0", "-1", "x"):
+        for limit in ("0", "-1", "x", "1.5", "18446744073709551616"):
             self.tal("log", "-n", limit, code=USAGE)
+            self.assertIn(f'--limit: write a whole number from 1 on, not "{limit}"\n', self.talk)
 
     def test_commits_are_linked(self):
         second, first = self.read_json("log")
