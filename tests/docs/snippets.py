@@ -18,11 +18,12 @@ import subprocess
 import sys
 import tempfile
 
-PREAMBLE = """#include <cstdlib>
-#include <iostream>
+# Nothing that a page needs itself: a reader has only what the page shows.
+PREAMBLE = """#include <cstdio>
+#include <cstdlib>
 
 #define REQUIRE(condition) \\
-  ((condition) ? (void)0 : (std::cerr << __FILE__ << ':' << __LINE__ << ": " #condition "\\n", std::exit(1)))
+  ((condition) ? (void)0 : (std::fprintf(stderr, "%s:%d: " #condition "\\n", __FILE__, __LINE__), std::exit(1)))
 """
 
 PART = re.compile(
