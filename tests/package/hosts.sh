@@ -27,9 +27,13 @@ expect_unreachable() {
   echo "$1 printed what it should"
 }
 
-# build FOLDER: builds what was configured there, and prints what the compilers said if it fails.
+# build FOLDER [TARGET...]: builds what was configured there, or those targets of it, and prints what
+# the compilers said if it fails.
 build() {
-  "$CMAKE_COMMAND" --build "$1" --parallel "$(nproc)" >build.txt || { cat build.txt; exit 1; }
+  folder=$1
+  shift
+  "$CMAKE_COMMAND" --build "$folder" --parallel "$(nproc)" --target "${@:-all}" >build.txt ||
+    { cat build.txt; exit 1; }
 }
 
 # expect_no_places FOLDER PLACE...: no file in FOLDER names one of the places.

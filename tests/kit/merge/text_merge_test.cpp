@@ -14,7 +14,7 @@ using ::testing::HasSubstr;
 using Testing::Joined;
 using ::testing::SizeIs;
 
-constexpr TextMergeOptions kMarkers{.conflictText = ConflictText::Markers};
+const TextMergeOptions kMarkers{.conflictText = ConflictText::Markers};
 
 TextMerge Merge(std::string_view root, std::string_view left, std::string_view right,
                 const TextMergeOptions& options = {}) {
