@@ -2,12 +2,14 @@
 #include <bench/saves.h>
 #include <kit/open/save.h>
 #include <kit/store/memory_object_store.h>
+#include <kit/store/passing_store.h>
 #include <kit/text.h>
 
 #include <array>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <ostream>
 #include <utility>
 
@@ -54,47 +56,19 @@ void CommitAt(Repository& repository, Commit& commit, std::int64_t seconds) {
 }
 
 /// A store in memory that notes what each commit adds.
-class Recorder final : public Kit::IObjectStore {
+class Recorder final : public Kit::PassingStore {
  public:
   std::vector<Saved> saves{1};
+
+  Recorder() : PassingStore(std::make_shared<Kit::MemoryObjectStore>()) {}
 
   Kit::Status Write(std::span<const Kit::StoredObject> objects) override {
     for (const Kit::StoredObject& object : objects) {
       saves.back().push_back(object);
       if (GetPackedType(object.packed) == ObjectType::Commit) saves.emplace_back();
     }
-    return m_store.Write(objects);
+    return PassingStore::Write(objects);
   }
-
-  Kit::Result<std::vector<Id>> Missing(std::span<const Id> ids) override {
-    return m_store.Missing(ids);
-  }
-  Kit::Status Read(std::span<const Id> ids, const Kit::ReadSink& sink) override {
-    return m_store.Read(ids, sink);
-  }
-  Kit::Status ReadHistory(const Id& id, std::uint64_t most, const Kit::ReadSink& sink) override {
-    return m_store.ReadHistory(id, most, sink);
-  }
-  Kit::Result<std::vector<std::optional<std::uint64_t>>> Sizes(std::span<const Id> ids) override {
-    return m_store.Sizes(ids);
-  }
-  Kit::Result<std::vector<Kit::Head>> Heads() override { return m_store.Heads(); }
-  Kit::Status MoveHeads(std::span<const Kit::HeadMove> moves) override {
-    return m_store.MoveHeads(moves);
-  }
-  Kit::Status List(const Kit::IdSink& sink) override { return m_store.List(sink); }
-  Kit::Result<Kit::RemovedObjects> RemoveUnmarked(const Kit::MarkObjects& mark) override {
-    return m_store.RemoveUnmarked(mark);
-  }
-  Kit::Result<std::optional<std::string>> Value(std::string_view name) override {
-    return m_store.Value(name);
-  }
-  Kit::Status SetValue(std::string_view name, std::optional<std::string_view> value) override {
-    return m_store.SetValue(name, value);
-  }
-
- private:
-  Kit::MemoryObjectStore m_store;
 };
 
 [[noreturn]] void Fail(const std::string& what) {
