@@ -122,6 +122,16 @@ const PackIndex::Page* PackIndex::BranchPage(std::uint64_t number) {
   return kept.get();
 }
 
+// The check of a page takes longer than a search in it.
+const PackIndex::Page* PackIndex::LeafPage(std::uint64_t leaf) {
+  const auto kept = m_leaves.find(leaf);
+  if (kept != m_leaves.end()) return kept->second.get();
+  auto page = std::make_unique<Page>();
+  if (!ReadPage(1 + leaf, *page)) return nullptr;
+  if (m_leaves.size() >= kMostLeaves) m_leaves.clear();
+  return (m_leaves[leaf] = std::move(page)).get();
+}
+
 /// Finds the first leaf that may have the prefix.
 bool PackIndex::FindLeaf(std::uint64_t prefix, std::uint64_t& leaf) {
   leaf = 0;
@@ -147,9 +157,9 @@ bool PackIndex::Find(std::uint64_t prefix, std::vector<std::uint64_t>& places) {
   std::uint64_t leaf = 0;
   if (!FindLeaf(prefix, leaf)) return false;
   for (; leaf < m_levels.front().pages; ++leaf) {
-    Page page;
-    if (!ReadPage(1 + leaf, page)) return false;
-    const std::string_view bytes(page.data(), page.size());
+    const Page* page = LeafPage(leaf);
+    if (page == nullptr) return false;
+    const std::string_view bytes(page->data(), page->size());
     const std::uint64_t count = std::min(kLeafItems, m_count - leaf * kLeafItems);
     std::uint64_t first = 0;
     std::uint64_t end = count;

@@ -12,6 +12,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace TalVcs::Kit {
@@ -67,13 +68,19 @@ class PackIndex {
   std::uint64_t GetCount() const noexcept { return m_count; }
 
   /// Appends the places of the objects with that prefix. False if a page is damaged or can't be
-  /// read; the index is of no use then. Cost: a read, and a few more the first times.
+  /// read; the index is of no use then. Cost: a read of one page, unless it is in memory, and a few
+  /// more the first times.
   bool Find(std::uint64_t prefix, std::vector<std::uint64_t>& places);
 
   /// Appends all entries; false as for `Find`.
   bool ReadAll(std::vector<PackIndexEntry>& entries);
 
+  /// Frees the pages that can be read again.
+  void Trim() noexcept { m_leaves.clear(); }
+
   static constexpr std::size_t kPageSize = 4096;
+  /// The most leaves that stay in memory, a megabyte of them.
+  static constexpr std::size_t kMostLeaves = 256;
 
  private:
   explicit PackIndex(std::unique_ptr<OpenedFile> file) : m_file(std::move(file)) {}
@@ -89,6 +96,7 @@ class PackIndex {
   bool ReadHeader();
   bool ReadPage(std::uint64_t number, Page& page);
   const Page* BranchPage(std::uint64_t number);
+  const Page* LeafPage(std::uint64_t leaf);
   bool FindLeaf(std::uint64_t prefix, std::uint64_t& leaf);
 
   std::unique_ptr<OpenedFile> m_file;
@@ -96,6 +104,7 @@ class PackIndex {
   std::uint64_t m_count = 0;
   std::vector<Level> m_levels;                    // the leaves first, the root last
   std::vector<std::unique_ptr<Page>> m_branches;  // pages above the leaves that were read
+  std::unordered_map<std::uint64_t, std::unique_ptr<Page>> m_leaves;  // some that were read
 };
 
 }  // namespace TalVcs::Kit

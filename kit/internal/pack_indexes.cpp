@@ -60,6 +60,10 @@ bool PackIndexes::Find(std::uint64_t prefix, std::vector<std::uint64_t>& places)
   return true;
 }
 
+void PackIndexes::Trim() noexcept {
+  for (const Part& part : m_parts) part.index->Trim();
+}
+
 bool PackIndexes::Add(const PackPlace& to, std::uint32_t last_check,
                       std::vector<PackIndexEntry> entries) {
   PackIndexRange range{GetEnd(), to, last_check};

@@ -28,6 +28,8 @@ class PackIndexes {
   /// Appends the places of the objects with that prefix, in no order. False if an index is
   /// damaged: the caller loads them again and scans what is left out then.
   bool Find(std::uint64_t prefix, std::vector<std::uint64_t>& places);
+  /// Frees the pages that can be read again.
+  void Trim() noexcept;
 
   /// Adds an index of records from the end up to `to`, and merges it with others so that the number
   /// of indexes grows with the logarithm of the number of objects. One writer at a time. False if

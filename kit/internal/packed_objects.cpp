@@ -28,6 +28,7 @@ constexpr std::size_t kPieceBytes = std::size_t{8} << 20;
 }  // namespace
 
 bool PackedObjects::Use(const PackSizes& packs) {
+  if (packs == m_packs) return true;
   const bool only_added = std::all_of(m_packs.begin(), m_packs.end(), [&packs](const auto& pack) {
     return packs.contains(pack.first);
   });
@@ -108,8 +109,9 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookAt(const ObjectKe
   if (head && bytes->size() >= record &&
       IsWholePackRecord(std::string_view(*bytes).substr(0, record))) {
     if (!is_it) return std::optional<Found>();
-    return std::optional(
-        Found{place, head->encodedBytes, bytes->substr(kPackHeadSize, head->encodedBytes)});
+    bytes->resize(kPackHeadSize + head->encodedBytes);
+    bytes->erase(0, kPackHeadSize);
+    return std::optional(Found{place, head->encodedBytes, *std::move(bytes)});
   }
   return m_files.Damage(place.pack, "the record of object " + HexFromKey(key) + " is damaged");
 }

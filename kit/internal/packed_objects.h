@@ -60,6 +60,9 @@ class PackedObjects {
   Status Visit(const Visitor& visit);
   Status VisitPack(std::uint32_t number, const Visitor& visit);
 
+  /// Frees what can be read again.
+  void Trim() noexcept { m_indexes.Trim(); }
+
   // For the one writer, which holds the lock.
 
   /// Makes ready for a write or a move of heads. The result is false if records are gone that were

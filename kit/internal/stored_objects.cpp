@@ -1,6 +1,7 @@
 #include <kit/internal/object_removal.h>
 #include <kit/internal/stored_objects.h>
 #include <kit/store/head_table.h>
+#include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/helpers.h>
 
 #include <algorithm>
@@ -34,7 +35,9 @@ bool IsBlob(const Buffer& packed) {
   return packed.ReadAt(0, type.data(), type.size()) == type.size() && type == kBlob;
 }
 
-Id IdFrom(const ObjectKey& key) { return Id(ToWide(HexFromKey(key))); }
+Id IdFrom(const ObjectKey& key) {
+  return Id(TalUtils::DataEncoding::HexEncode(key.data(), key.size()));
+}
 
 }  // namespace
 

@@ -32,7 +32,10 @@ class StoredObjects {
   /// Calls `visit` once for each object, in no order.
   Status Visit(const std::function<void(const ObjectKey& key)>& visit);
   /// Frees what can be read again.
-  void Trim() noexcept { m_encoded.Clear(); }
+  void Trim() noexcept {
+    m_encoded.Clear();
+    m_packs.Trim();
+  }
 
   // For the one writer, which holds the lock and has refreshed the state.
 

@@ -2,9 +2,11 @@
 #include <kit/open/internal/errors.h>
 #include <kit/store/internal/compression.h>
 #include <kit/store/object_codec.h>
+#include <talvcs/foundation/data_encoding.h>
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <utility>
@@ -95,16 +97,21 @@ std::vector<std::byte> PlainForm(std::span<const std::byte> bytes) {
   return encoded;
 }
 
-}  // namespace
+/// A header with the bytes of the base in place of its id, which takes longer to make.
+struct RawHeader {
+  ObjectEncoding encoding = ObjectEncoding::Plain;
+  std::uint64_t sizeBytes = 0;
+  ObjectKey base{};
+  std::uint32_t position = 0;
+  std::size_t headerBytes = 0;
 
-std::uint32_t DepthOf(std::uint32_t position) noexcept {
-  return static_cast<std::uint32_t>(std::popcount(position));
-}
+  Id Base() const { return Id(TalUtils::DataEncoding::HexEncode(base.data(), base.size())); }
+};
 
-Result<EncodedHeader> ReadEncodedHeader(std::span<const std::byte> encoded) {
+Result<RawHeader> ReadRawHeader(std::span<const std::byte> encoded) {
   const std::size_t all = encoded.size();
   if (encoded.empty()) return Damaged("there are no bytes");
-  EncodedHeader header;
+  RawHeader header;
   const auto method = std::to_integer<std::uint8_t>(encoded.front());
   if (method > static_cast<std::uint8_t>(ObjectEncoding::Difference)) {
     return MakeError(ErrorCode::Unsupported, "cannot decode an object: its encoding " +
@@ -117,11 +124,9 @@ Result<EncodedHeader> ReadEncodedHeader(std::span<const std::byte> encoded) {
   if (!size) return Damaged("its size is damaged");
   header.sizeBytes = *size;
   if (header.encoding == ObjectEncoding::Difference) {
-    ObjectKey key{};
+    ObjectKey& key = header.base;
     if (encoded.size() <= key.size()) return Damaged("its header is incomplete");
-    std::transform(encoded.begin(), encoded.begin() + key.size(), key.begin(),
-                   [](std::byte byte) { return std::to_integer<std::uint8_t>(byte); });
-    header.base = Id(ToWide(HexFromKey(key)));
+    std::memcpy(key.data(), encoded.data(), key.size());
     header.position = std::to_integer<std::uint8_t>(encoded[key.size()]);
     if (header.position == 0 || header.position >= kVersionsInGroup) {
       return Damaged("its position is damaged");
@@ -129,6 +134,24 @@ Result<EncodedHeader> ReadEncodedHeader(std::span<const std::byte> encoded) {
     encoded = encoded.subspan(key.size() + 1);
   }
   header.headerBytes = all - encoded.size();
+  return header;
+}
+
+}  // namespace
+
+std::uint32_t DepthOf(std::uint32_t position) noexcept {
+  return static_cast<std::uint32_t>(std::popcount(position));
+}
+
+Result<EncodedHeader> ReadEncodedHeader(std::span<const std::byte> encoded) {
+  Result<RawHeader> raw = ReadRawHeader(encoded);
+  if (!raw) return std::move(raw).error();
+  EncodedHeader header;
+  header.encoding = raw->encoding;
+  header.sizeBytes = raw->sizeBytes;
+  if (raw->encoding == ObjectEncoding::Difference) header.base = raw->Base();
+  header.position = raw->position;
+  header.headerBytes = raw->headerBytes;
   return header;
 }
 
@@ -197,7 +220,7 @@ ObjectDecoder& ObjectDecoder::operator=(ObjectDecoder&& other) noexcept = defaul
 ObjectDecoder::~ObjectDecoder() = default;
 
 Result<Buffer> ObjectDecoder::Decode(std::span<const std::byte> encoded, const Buffer* base) {
-  const Result<EncodedHeader> header = ReadEncodedHeader(encoded);
+  const Result<RawHeader> header = ReadRawHeader(encoded);
   if (!header) return header.error();
   const std::span<const std::byte> payload = encoded.subspan(header->headerBytes);
   if (header->encoding == ObjectEncoding::Plain) {
@@ -213,7 +236,7 @@ Result<Buffer> ObjectDecoder::Decode(std::span<const std::byte> encoded, const B
   const bool is_difference = header->encoding == ObjectEncoding::Difference;
   if (is_difference && base == nullptr) {
     return MakeError(ErrorCode::NotFound, "cannot decode an object: its base is missing",
-                     TextOf(header->base));
+                     TextOf(header->Base()));
   }
   const Buffer none;
   const Piece prefix(is_difference ? *base : none);

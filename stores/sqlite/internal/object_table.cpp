@@ -87,6 +87,7 @@ Result<Buffer> ObjectTable::Read(const ObjectKey& key) {
 Result<Buffer> ObjectTable::Decode(const ObjectRow& row) {
   if (row.encoding == kPlainRow) return row.data;
   const Joined data(row.data);
+  m_lastEncoding = row.encoding;
   Result<Buffer> packed = m_encoded.Decode(IdOf(row.key), data.Bytes(),
                                            [this](const Id& id) { return ReadEncoded(id); });
   if (!packed && packed.error().code == ErrorCode::Damaged) return m_rows.Damage(row.key);
@@ -94,12 +95,22 @@ Result<Buffer> ObjectTable::Decode(const ObjectRow& row) {
   return packed;
 }
 
+/// Finds a row by its number where that is known, which spares the look-up in the index.
+Result<std::optional<ObjectRow>> ObjectTable::FindBase(const ObjectKey& key) {
+  if (m_lastEncoding > 0) {
+    Result<std::optional<ObjectRow>> row = m_rows.Find(m_lastEncoding);
+    if (row && *row && (*row)->key == key) return row;
+  }
+  return m_rows.Find(key);
+}
+
 Result<std::vector<std::byte>> ObjectTable::ReadEncoded(const Id& id) {
   const std::optional<ObjectKey> key = KeyOf(id);
   if (!key) return NoSuchObject(id);
-  Result<std::optional<ObjectRow>> row = m_rows.Find(*key);
+  Result<std::optional<ObjectRow>> row = FindBase(*key);
   if (!row) return std::move(row).error();
   if (!*row) return NoSuchObject(id);
+  m_lastEncoding = (*row)->encoding;
   const Joined data((*row)->data);
   if ((*row)->encoding == kPlainRow) return EncodedFormOf(data.Bytes());
   return std::vector<std::byte>(data.Bytes().begin(), data.Bytes().end());
@@ -149,6 +160,7 @@ Status ObjectTable::Encode(const PendingObjects::Entry& object, ObjectRow& row) 
   row.encoding = kPlainRow;
   row.data = object.packed;
   if (!m_compress || row.sizeBytes > kMostEncodedBytes) return {};
+  m_lastEncoding = kPlainRow;
   const std::vector<std::byte> encoded =
       m_encoded.Encode({IdOf(object.key), object.packed, object.previous},
                        [this](const Id& id) { return ReadEncoded(id); });

@@ -65,6 +65,7 @@ class ObjectTable {
   Status Encode(const PendingObjects::Entry& object, ObjectRow& row);
   Result<Buffer> Decode(const ObjectRow& row);
   Result<std::vector<std::byte>> ReadEncoded(const Id& id);
+  Result<std::optional<ObjectRow>> FindBase(const ObjectKey& key);
   Result<std::int64_t> NumberOf(const ObjectKey& key);
   Result<Removal> FindRemovals(std::span<const ObjectKey> kept);
   Status EncodeWithoutBase(std::int64_t number);
@@ -73,6 +74,9 @@ class ObjectTable {
   ObjectRows m_rows;
   EncodedObjects m_encoded;
   bool m_compress;
+  // The encoding of the row that was decoded last: if it is the number of a base, that is asked for
+  // next.
+  RowEncoding m_lastEncoding = kPlainRow;
 };
 
 }  // namespace TalVcs::Kit::Sqlite

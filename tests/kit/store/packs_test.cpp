@@ -192,20 +192,49 @@ TEST(PackIndex, FindsAllEntriesOfOnePrefix) {
   EXPECT_EQ(PlacesOf(*index, 6), std::vector<std::uint64_t>());
 }
 
-TEST(PackIndex, LookUpIsOneReadOnceTheTopIsKnown) {
-  std::vector<PackIndexEntry> entries;
-  for (std::uint64_t number = 0; number < 300000; ++number) {
-    entries.push_back({number << 40, number});
+class LongPackIndex : public testing::Test {
+ protected:
+  // More leaves of 255 entries than stay in memory.
+  static constexpr std::uint64_t kEntries = 300 * 255;
+
+  LongPackIndex() {
+    std::vector<PackIndexEntry> entries;
+    for (std::uint64_t number = 0; number < kEntries; ++number) {
+      entries.push_back({number << 40, number});
+    }
+    auto file = std::make_unique<TextFile>(MakePackIndex({}, entries));
+    m_file = file.get();
+    m_index = PackIndex::Open(std::move(file));
   }
-  auto file = std::make_unique<TextFile>(MakePackIndex({}, entries));
-  TextFile& reads = *file;
-  auto index = PackIndex::Open(std::move(file));
-  EXPECT_EQ(reads.Reads(), 1);
-  PlacesOf(*index, std::uint64_t{5} << 40);
-  EXPECT_LE(reads.Reads(), 4);
-  const int before = reads.Reads();
-  EXPECT_EQ(PlacesOf(*index, std::uint64_t{100} << 40), std::vector<std::uint64_t>{100});
-  EXPECT_EQ(reads.Reads(), before + 1);
+
+  /// Looks up an entry and returns the number of reads that took.
+  int Find(std::uint64_t number) {
+    const int before = m_file->Reads();
+    EXPECT_EQ(PlacesOf(*m_index, number << 40), std::vector<std::uint64_t>{number});
+    return m_file->Reads() - before;
+  }
+
+  const TextFile* m_file = nullptr;
+  std::unique_ptr<PackIndex> m_index;
+};
+
+TEST_F(LongPackIndex, LookUpIsOneReadOnceTheTopIsKnown) {
+  EXPECT_EQ(m_file->Reads(), 1);
+  EXPECT_LE(Find(5), 3);
+  EXPECT_EQ(Find(1000), 1);
+}
+
+TEST_F(LongPackIndex, LookUpInAPageThatWasReadIsNoRead) {
+  Find(1000);
+  EXPECT_EQ(Find(1000), 0);
+  m_index->Trim();
+  EXPECT_EQ(Find(1000), 1);
+}
+
+TEST_F(LongPackIndex, PagesInMemoryAreBounded) {
+  Find(0);
+  for (std::uint64_t number = 300; number < kEntries; number += 255) Find(number);
+  EXPECT_EQ(Find(0), 1);
 }
 
 TEST(PackIndex, DamageIsFound) {
