@@ -1,6 +1,6 @@
 """The page of `tal report` in a headless Chromium: selecting, filtering, comparing, without a script.
 
-With the name of a folder in TAL_REPORT_PICTURES, it writes pictures of the page there.
+With the name of a folder in TAL_REPORT_PICTURES, it makes the folder and writes pictures of the page there.
 """
 
 import os
@@ -23,6 +23,8 @@ class ReportInBrowser(TalTest):
         super().setUp()
         self.tal("init")
         self.pictures = os.environ.get("TAL_REPORT_PICTURES")
+        if self.pictures:
+            pathlib.Path(self.pictures).mkdir(parents=True, exist_ok=True)
 
     def show(self, *options, script=True, scheme="light"):
         self.tal("report", "../page.html", *options)
