@@ -38,8 +38,15 @@ bool ReplacesHead(WorkspaceState& state, const Version& head, const NewVersion& 
   return last && last->id == head.id && !last->gesture.empty() &&
          last->gesture == next.message.annotations.gesture &&
          last->author == next.signature.author && last->email == next.signature.email &&
-         head.branches.size() == 1 && head.tags.empty() &&
-         !(next.tree->GetId() == RootOf(next.parent->GetParent())->GetId());
+         head.branches.size() == 1 && head.tags.empty();
+}
+
+/// Takes the head off the branch, for a gesture that has come back to the files it began with.
+Result<MadeVersion> TakeOff(WorkspaceState& state, const cow_ptr<Commit>& before,
+                            const Progress& progress) {
+  const Status status = state.MoveBranches({{state.GetBranch(), before}}, RootOf(before), progress);
+  if (!status) return status.error();
+  return MadeVersion();
 }
 
 MergeOptions MergeOptionsOf(const CommitOptions& options) {
@@ -103,7 +110,10 @@ Result<MadeVersion> Workspace::Checkpoint(std::string_view label, std::string_vi
       const std::chrono::seconds age = now - m_state->lastCheckpoint->time;
       const bool is_recent = age >= std::chrono::seconds(0) && age <= options.window;
       if (is_recent && ReplacesHead(*m_state, m_state->VersionOf(version.parent), version)) {
-        version.parent = version.parent->GetParent();
+        const cow_ptr<Commit> before = version.parent->GetParent();
+        const bool is_back = version.tree->GetId() == RootOf(before)->GetId();
+        if (is_back && before) return TakeOff(*m_state, before, options.progress);
+        if (!is_back) version.parent = before;
       }
     }
     const LastCheckpoint checkpoint{

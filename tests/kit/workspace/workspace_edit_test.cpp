@@ -354,13 +354,31 @@ TEST_F(WorkspaceEdit, CheckpointsThatDontBelongTogetherStay) {
               ElementsAre("9", "8", "7", "6", "5", "4", "3", "2", "1", "first"));
 }
 
-TEST_F(WorkspaceEdit, CheckpointThatReturnsToTheVersionBeforeIsKept) {
+// A drag over the place where it had begun left two versions, and an undo led into its middle.
+TEST_F(WorkspaceEdit, GestureThatComesBackLeavesNoVersion) {
   CommitFiles({{"a", "0"}}, "first");
+  const auto drag_to = [&](std::string_view place) {
+    workspace.Write("a", place).value();
+    return workspace.Checkpoint("Drag", "g", now).value();
+  };
+  drag_to("1");
+  EXPECT_EQ(drag_to("0"), std::nullopt);
+  EXPECT_THAT(Summaries(workspace), ElementsAre("first"));
+  EXPECT_THAT(Summaries(OpenAgain()), ElementsAre("first"));
+  EXPECT_TRUE(workspace.GetChanges().value().empty());
+  drag_to("2");
+  drag_to("3");
+  EXPECT_THAT(Summaries(workspace), ElementsAre("Drag", "first"));
+  workspace.Undo().value();
+  EXPECT_EQ(workspace.Read("a").value().text(), "0");
+}
+
+TEST_F(WorkspaceEdit, GestureThatComesBackToAnEmptyDocumentIsKept) {
   workspace.Write("a", "1").value();
   workspace.Checkpoint("there", "g", now).value();
-  workspace.Write("a", "0").value();
+  workspace.Remove("a").value();
   workspace.Checkpoint("back", "g", now).value();
-  EXPECT_THAT(Summaries(workspace), ElementsAre("back", "there", "first"));
+  EXPECT_THAT(Summaries(workspace), ElementsAre("back", "there"));
 }
 
 TEST_F(WorkspaceEdit, ReplacedCheckpointsAreCleanedUp) {
