@@ -14,8 +14,9 @@ struct HashedFile {
   FileStat stat;
 };
 
-/// Reads the files and computes the ids of their blobs, on several threads. A file that can't be
-/// read any more has none. Throws `Failure` after an interrupt.
+/// Reads the files and computes the ids of their blobs, on several threads. A file that has gone or
+/// became something else has none. Throws `Failure` for the first file that is there and can't be
+/// read, and after an interrupt.
 std::vector<std::optional<HashedFile>> HashFiles(const Folder& folder,
                                                  const std::vector<std::string>& paths);
 

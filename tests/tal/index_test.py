@@ -39,6 +39,19 @@ class Index(TalTest):
         self.assertEqual(self.opened("status"), {"f1"})
         self.assertEqual(self.opened("diff", "--names"), set())  # it is known to differ
 
+    @unittest.skipUnless(can_trace(), "strace isn't there or may not trace")
+    def test_a_file_that_cannot_be_read_does_not_count_as_unchanged(self):
+        self.environment["ASAN_OPTIONS"] = "detect_leaks=0"
+        self.write("d1/f1", "other")
+        for arguments in (["status"], ["commit", "-m", "Other"], ["stash"]):
+            result = subprocess.run(
+                ["strace", "-f", "-qq", "-o", "/dev/null", "-P", "f1", "-e",
+                 "inject=openat:error=EACCES", PROGRAM, *arguments],
+                cwd=self.folder, env=self.environment, capture_output=True, check=False)
+            self.assertEqual(result.returncode, DIFFERS, arguments)
+            self.assertIn(b'tal: cannot read "d1/f1": Permission denied\n', result.stderr)
+        self.assertEqual((self.folder / "d1/f1").read_text(), "other")
+
     def test_a_change_of_the_same_size_and_time_is_found(self):
         self.tal("status")
         self.write("d0/f0", "CONTENT 0\n")
