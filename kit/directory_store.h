@@ -37,27 +37,27 @@ struct DirectoryStoreOptions {
 /// `Commit` or `Abandon`, or is abandoned when the store object ends. Until `Commit` replaces the
 /// file "state" by one rename, every reader finds the old store, this object too. An object that
 /// the store holds already isn't written again; what the new state lacks is removed at the end.
-/// What a killed process left behind is removed by the next commit. A transaction in which any
-/// stream failed can't be committed.
+/// The next commit removes what a killed process has left. A transaction in which any stream failed
+/// can't be committed.
 ///
-/// *Reading.* The first read takes in the state of that moment, and so does each listing of the
-/// branches, with which a load begins. Until the next one, or `Refresh`, the store object reads
-/// just that state, whatever others commit: their commits leave objects alone while readers are
-/// about.
+/// *Reading.* The first read reads the state of that moment, and so does each listing of the
+/// branches, which every load begins with. Until the next listing, or `Refresh`, the store object
+/// reads that state alone, even if others commit: while there are readers, a commit removes no
+/// object.
 ///
 /// *Writers.* One transaction at a time: while another process, or another store object, writes, a
-/// transaction fails at once. So does one of a store object that has read a state which somebody
-/// replaced since, as it would undo what was committed meanwhile; load again before saving.
+/// transaction fails at once. It also fails if somebody has replaced the state since this object
+/// read it, because it would undo what was committed meanwhile; load again before saving.
 ///
 /// *Paths.* With the root path of the options, the objects of `PathBuilder` are files and
-/// everything else, branches above all, stands in "state". So any path and any branch name can be
-/// used and comes back unchanged, whatever the file system thinks of it. An object's path has to
-/// name its content.
+/// everything else, such as branches, is in the file "state". So any path and any branch name can
+/// be used and comes back unchanged, also if no file could have that name. The path of an object
+/// must be that of its content's id.
 ///
-/// *Failures.* No operation throws for an error of the file system. It answers as its interface
+/// *Failures.* No operation throws for an error of the file system. It returns what its interface
 /// says, `LastError` returns what happened, and the old store stays. A state that is damaged,
-/// missing beside objects, or upgraded by a `DirectoryObjectStore`, is never taken for an empty
-/// store: it gives one branch, of empty name, that can't be opened, and refuses transactions.
+/// missing beside objects, or upgraded by a `DirectoryObjectStore` is never taken for an empty
+/// store: it has one branch, of empty name, that can't be opened, and refuses transactions.
 ///
 /// Threads: a store object belongs to one thread at a time; several of them may work on one folder.
 class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
@@ -113,9 +113,9 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
   /// Forgets the state that was read: the next read takes in the present one.
   void Refresh();
 
-  /// Reads every object of the state and returns the paths of those that are missing, can't be read
-  /// or whose bytes don't have the digest that their path tells; the path of the folder ".vcs"
-  /// alone if the state itself can't be read. Cost: reads and hashes the store.
+  /// Reads every object of the state. Returns the paths of those that are missing, that can't be
+  /// read, or whose bytes don't have the digest in their path. Returns only the path of the folder
+  /// ".vcs" if the state itself can't be read. Cost: reads and hashes the store.
   std::vector<TalStringT<WideChar>> FindDamage();
 
   /// Says which path failed in the last operation that failed, and why; empty if none did since a

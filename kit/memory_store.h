@@ -18,8 +18,8 @@ namespace TalVcs::Kit {
 /// shares the bytes of the repository's objects, and what is loaded shares the bytes of the store,
 /// so that neither copies any. A moved-from store is empty.
 ///
-/// There is no transaction: each stream stands in the store as soon as it is committed. Every text
-/// is a path, and paths are equal when their texts are.
+/// There is no transaction: the store has each stream as soon as it is committed. Every text is a
+/// path, and two paths are equal if their texts are.
 ///
 /// Threads: a store belongs to one thread at a time, also for reading.
 class TALVCS_KIT_API MemoryStore : public IBlobReader, public IBlobWriter {
@@ -48,8 +48,8 @@ class TALVCS_KIT_API MemoryStore : public IBlobReader, public IBlobWriter {
 
   /// Returns the sorted names of the streams directly below `directoryPath`.
   ///
-  /// Below a path that ends with "refs/heads" stand the names of branches, which may hold "/":
-  /// there, all that stands behind the directory's path and a "/" is one name.
+  /// The names below a path that ends with "refs/heads" are those of branches, which may contain
+  /// "/": there, everything after the directory's path and a "/" is one name.
   std::vector<WideString> ListBlobs(const WideString& directoryPath) override;
 
   /// Number of streams.

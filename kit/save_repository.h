@@ -12,10 +12,10 @@ namespace TalVcs::Kit {
 
 /// Stores in the repository what its branches and stored commits reach, and then saves it.
 ///
-/// A `Serializer` writes what stands in the tables of the storage. That can be less than the
-/// branches reach: after a failed edit a commit may stand on an instance of its tree that isn't the
-/// table's, and a purge then drops the table's one; after `DeleteCommits` the commits above still
-/// hold their parents, which no table has. Either way the store couldn't be loaded. Here every
+/// A `Serializer` writes what the tables of the storage contain. That can be less than the branches
+/// reach. After a failed edit, a commit may hold another instance of its tree than the table does,
+/// and a purge then removes the table's one. After `DeleteCommits`, the commits above still hold
+/// their parents, which no table has. In both cases the store could not be loaded. Here every
 /// ancestor, tree and blob that can be reached, and every deleted commit that is still somebody's
 /// ancestor, enters the storage first.
 ///

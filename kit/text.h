@@ -19,24 +19,24 @@ using WideString = TalStringT<WideChar>;
 using WideView = TalStringViewT<WideChar>;
 
 /// Decodes UTF-8. Bytes that are no UTF-8 become U+FFFD; the three-byte form of a lone surrogate
-/// gives that surrogate. Zeros are characters like others. Never fails, but a text of more than
-/// 0x7FFFFFFF bytes raises `std::length_error`.
+/// becomes that surrogate. Zeros are characters like others. Never fails, but a text of more than
+/// 0x7FFFFFFF bytes throws `std::length_error`.
 TALVCS_KIT_API WideString ToWide(std::string_view utf8);
 
-/// Decodes UTF-8 that has to come back byte for byte by `ToUtf8`; nothing for other bytes.
+/// Decodes UTF-8. Returns nothing for bytes that `ToUtf8` would not encode again as they were.
 TALVCS_KIT_API std::optional<WideString> ToWideExactly(std::string_view utf8);
 
-/// Encodes as UTF-8, zeros included; a lone surrogate in its three-byte form, so that `ToWide`
-/// gives every text back.
+/// Encodes as UTF-8, zeros included, and a lone surrogate in its three-byte form. `ToWide` returns
+/// the same text again.
 TALVCS_KIT_API std::string ToUtf8(WideView text);
 
-/// Returns the path with "/" between its components, or nothing if it can't be told in a wide
-/// string so that `PathFromWide` gives it back: on POSIX, a name is any bytes and need not be
+/// Returns the path as a text with "/" between its components. Returns nothing if `PathFromWide`
+/// could not return the same path again: on POSIX, the bytes of a name need not be
 /// UTF-8.
 TALVCS_KIT_API std::optional<WideString> WideFromPath(const std::filesystem::path& path);
 
-/// Returns the path of that text, whose components stand between "/". Nothing for a text that holds
-/// U+0000, and on Windows for one that holds a backslash, as no file can have such a name.
+/// Returns the path of a text with "/" between the components. Returns nothing for a text with
+/// U+0000, and on Windows for one with a backslash, because no file can have such a name.
 TALVCS_KIT_API std::optional<std::filesystem::path> PathFromWide(WideView text);
 
 /// Make a blob of a copy of the bytes.

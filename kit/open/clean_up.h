@@ -26,12 +26,12 @@ struct CleanUpOptions {
 ///
 /// Returns what was removed. Refuses with `Damaged` or `Unavailable`, with nothing removed, if any
 /// commit or folder that a branch reaches can't be read or a file is missing, because what is below
-/// it can't be told from what is unused; `Verify` lists all that is wrong. Fails with `Cancelled`,
-/// with nothing removed. If the removal itself fails, what it removed until then was unused.
+/// it would look unused; `Verify` lists all that is wrong. Fails with `Cancelled`, with nothing
+/// removed. If the removal itself fails, what it removed until then was unused.
 ///
-/// A repository that is open holds its new objects in memory, and has nothing to fear. Handles on
-/// commits that no branch has reached since they were saved can no longer be followed where they
-/// were not followed before.
+/// A repository that is open loses no new object: it holds them in memory. A saved commit that no
+/// branch reaches any more loses what was not read yet: following such a link then throws
+/// `ObjectUnavailable`.
 ///
 /// Cost: reads all commits and folders, no file; then a look at every object of the store.
 TALVCS_KIT_API Result<RemovedObjects> CleanUp(IObjectStore& store,

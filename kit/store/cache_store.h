@@ -64,8 +64,8 @@ class TALVCS_KIT_API CacheStore final : public IObjectStore,
   CacheStore& operator=(const CacheStore&) = delete;
   ~CacheStore() override;
 
-  /// True if the last call of the slow store failed with `Unavailable`. A read that the cache
-  /// answers alone calls it not and changes nothing.
+  /// True if the last call of the slow store failed with `Unavailable`. A read from the cache alone
+  /// doesn't call the slow store and doesn't change this.
   bool IsOffline() const noexcept { return m_isOffline; }
   /// Returns those of `ids` that the fast store lacks, so that they can't be read offline.
   std::vector<Id> FindUncached(std::span<const Id> ids);

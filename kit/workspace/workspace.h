@@ -42,9 +42,9 @@ struct WorkspaceState;
 /// *Paths* are UTF-8: one or more names with "/" between them. A name is any text that isn't empty
 /// and has neither "/" nor U+0000 in it; everything else is refused with `BadName`, or `BadText` if
 /// it isn't UTF-8. Folders exist as long as there are files in them. The names of branches and tags
-/// and all other texts are UTF-8 without U+0000. Only an author's name with " <" in it, a name or
-/// address with a line that begins with "committer ", a time of more than 32 bits of seconds, and
-/// an offset between 0 and -1 hour are refused besides, because no version can hold them.
+/// and all other texts are UTF-8 without U+0000. Four more things are refused, because no version
+/// can hold them: an author's name with " <" in it, a name or address with a line that begins with
+/// "committer ", a time of more than 32 bits of seconds, and an offset between 0 and -1 hour.
 ///
 /// *Failures.* A failed or cancelled operation leaves the workspace and the store as they were. If
 /// somebody else has moved a branch, operations that move it fail with `HeadMoved`: edits stay
@@ -103,9 +103,9 @@ class TALVCS_KIT_API Workspace {
   /// pending.
   Result<std::optional<Version>> Commit(std::string_view message,
                                         const CommitOptions& options = {});
-  /// Does the same as an automatic save. Within a time window, a checkpoint replaces the one before
-  /// it that this workspace made, if both have the same gesture, such as the id of a drag, that
-  /// isn't empty, and author. So one gesture is one version and one step of undo.
+  /// Does the same as an automatic save. Checkpoints of this workspace with the same author and
+  /// gesture (not empty, such as the id of a drag), each within a window of time after the one
+  /// before, are one version. If the files are again as before the gesture, it is removed.
   Result<std::optional<Version>> Checkpoint(std::string_view label, std::string_view gesture,
                                             std::chrono::sys_seconds now,
                                             const CheckpointOptions& options = {});
@@ -169,8 +169,8 @@ class TALVCS_KIT_API Workspace {
   Result<std::optional<MergePreview>> PreviewUndo(const CommitOptions& options = {}) const;
   Result<std::optional<MergePreview>> PreviewRedo(const CommitOptions& options = {}) const;
   /// Makes the version of a preview, with a decision for each of its conflicts. Needs no pending
-  /// edits. Returns none if it is up to date. Fails with `HeadMoved` if the current branch or the
-  /// other one isn't where it was, and with `Undecided` if a decision is missing.
+  /// edits. Returns none if it is up to date. Fails with `HeadMoved` if somebody moved the current
+  /// branch, or this workspace has seen the other one move, and `Undecided` without a decision.
   Result<std::optional<Version>> Merge(const MergePreview& preview, const Decisions& decisions = {},
                                        const MergeOptions& options = {});
   /// Merge at once. Fail with `Undecided` if there are conflicts.

@@ -10,8 +10,8 @@ namespace TalVcs {
 /// Takes the streams of a store from a `Serializer`; a host implements it.
 ///
 /// A save calls `RemoveStorage` once, then `CreateBlobStream` and `CommitBlobStream` in turn for
-/// each stream. A path comes at most once in a save. A failure doesn't end the save: the others are
-/// still written, and the save as a whole gives false.
+/// each stream. A path comes at most once in a save. A failure doesn't end the save: the other
+/// streams are still written, and the save returns false.
 class TALVCS_API IBlobWriter {
  public:
   IBlobWriter() = default;
@@ -19,19 +19,19 @@ class TALVCS_API IBlobWriter {
   IBlobWriter& operator=(const IBlobWriter&) = default;
   virtual ~IBlobWriter();
 
-  /// Returns a writable, seekable stream for the bytes of `path`. One over nothing takes no bytes
-  /// and comes to `CommitBlobStream` all the same.
+  /// Returns a writable, seekable stream for the bytes of `path`. A default-constructed `Stream`
+  /// takes no bytes and is passed to `CommitBlobStream` all the same.
   virtual Stream CreateBlobStream(const TalStringT<WideChar>& path) = 0;
 
-  /// Stores the bytes of `stream`, which comes from `CreateBlobStream` and stands at its start,
-  /// under `path`. Returns true if they stand there now.
+  /// Stores the bytes of `stream` under `path`, and returns true if it has stored them. The stream
+  /// comes from `CreateBlobStream`, and its position is its start.
   virtual bool CommitBlobStream(const TalStringT<WideChar>& path, Stream stream) = 0;
 
   /// Removes every stream below `storagePath`.
   virtual void RemoveStorage(const TalStringT<WideChar>& storagePath) = 0;
 };
 
-/// Gives the streams of a store to a `Deserializer`; a host implements it.
+/// Returns the streams of a store to a `Deserializer`; a host implements it.
 class TALVCS_API IBlobReader {
  public:
   IBlobReader() = default;
