@@ -110,7 +110,7 @@ Result<MadeVersion> Workspace::Checkpoint(std::string_view label, std::string_vi
       const std::chrono::seconds age = now - m_state->lastCheckpoint->time;
       const bool is_recent = age >= std::chrono::seconds(0) && age <= options.window;
       if (is_recent && ReplacesHead(*m_state, m_state->VersionOf(version.parent), version)) {
-        const cow_ptr<Commit> before = version.parent->GetParent();
+        const cow_ptr<TalVcs::Commit> before = version.parent->GetParent();
         const bool is_back = version.tree->GetId() == RootOf(before)->GetId();
         if (is_back && before) return TakeOff(*m_state, before, options.progress);
         if (!is_back) version.parent = before;
