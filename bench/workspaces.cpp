@@ -70,19 +70,26 @@ double PeakMemory() {
   return static_cast<double>(usage.ru_maxrss) * 1024;
 }
 
-template <class Act>
-double MedianMicroseconds(Act act) {
-  std::vector<double> times;
-  for (int i = 0; i < kSamples; ++i) {
+/// Times of the calls of one operation, in microseconds.
+class Timing {
+ public:
+  template <class Act>
+  void Add(Act act) {
     const auto start = std::chrono::steady_clock::now();
-    act(i);
+    act();
     const std::chrono::duration<double, std::micro> elapsed =
         std::chrono::steady_clock::now() - start;
-    times.push_back(elapsed.count());
+    m_times.push_back(elapsed.count());
   }
-  std::ranges::sort(times);
-  return times[times.size() / 2];
-}
+
+  double Median() {
+    std::ranges::sort(m_times);
+    return m_times[m_times.size() / 2];
+  }
+
+ private:
+  std::vector<double> m_times;
+};
 
 /// make FOLDER COUNT: a history of checkpoints.
 void Make(const std::filesystem::path& folder, int count) {
@@ -92,14 +99,48 @@ void Make(const std::filesystem::path& folder, int count) {
 }
 
 /// times FOLDER COUNT: what the next operations cost after so many checkpoints.
+///
+/// What a store has to read depends on how long ago it last wrote an index, and its journal anew.
+/// So the samples are taken over some hundred checkpoints, in which it does both.
 void Times(const std::filesystem::path& folder, int count) {
-  const double open = MedianMicroseconds([&](int) { Open(folder); });
+  constexpr int kBetween = 10;
+  Timing open;
+  Timing save;
+  Timing undo;
+  Timing log;
+  for (int sample = 0; sample < kSamples; ++sample) {
+    open.Add([&] { Open(folder); });
+    Kit::Workspace workspace = Open(folder);
+    for (int i = 0; i < kBetween; ++i) save.Add([&] { Checkpoint(workspace, count++); });
+    undo.Add([&] { workspace.Undo().value(); });
+    log.Add([&] { workspace.Log({.limit = 20}).value(); });
+  }
+  std::printf("{\"open_us\": %.1f, \"save_us\": %.1f, \"undo_us\": %.1f, \"log_us\": %.1f}\n",
+              open.Median(), save.Median(), undo.Median(), log.Median());
+}
+
+/// rule FOLDER NUMBER: what a rule costs in a history of 100,000 checkpoints: previews are numbers
+/// from 0, the rules themselves from 5.
+void Rule(const std::filesystem::path& folder, int number) {
+  using Kit::Retention;
+  const auto now = TimeOf(100'000);
+  const Retention rules[] = {
+      Retention::KeepNewest(50'000),    Retention::KeepSince(now - std::chrono::hours(14)),
+      Retention::KeepUnder(50'000'000), Retention::ThinAutosaves(60, 600, now),
+      Retention::TipsAndForks(),
+  };
+  const Retention& rule = rules[number % 5];
   Kit::Workspace workspace = Open(folder);
-  const double save = MedianMicroseconds([&](int i) { Checkpoint(workspace, count + i); });
-  const double undo = MedianMicroseconds([&](int) { workspace.Undo().value(); });
-  const double log = MedianMicroseconds([&](int) { workspace.Log({.limit = 20}).value(); });
-  std::printf("{\"open_us\": %.1f, \"save_us\": %.1f, \"undo_us\": %.1f, \"log_us\": %.1f}\n", open,
-              save, undo, log);
+  const Kit::ForgetOptions options{.mostListed = 0};
+  Timing timing;
+  Kit::RetentionReport report;
+  timing.Add([&] {
+    report = (number < 5 ? workspace.PreviewForget(rule, options) : workspace.Forget(rule, options))
+                 .value();
+  });
+  std::printf("{\"kept\": %llu, \"ms\": %.0f, \"memory_bytes\": %.0f}\n",
+              static_cast<unsigned long long>(report.keptVersions), timing.Median() / 1000,
+              PeakMemory());
 }
 
 /// keep FOLDER COUNT BYTES: so many checkpoints, of which a rule keeps the newest under so many
@@ -114,16 +155,17 @@ void Keep(const std::filesystem::path& folder, int count, std::uint64_t most_byt
     if ((i + 1) % kBetween != 0) continue;
     folder_bytes = std::max(folder_bytes, BytesBelow(folder));
     const auto start = std::chrono::steady_clock::now();
-    workspace.Forget(Kit::Retention::KeepUnder(most_bytes)).value();
+    workspace.Forget(Kit::Retention::KeepUnder(most_bytes), {.mostListed = 0}).value();
     const std::chrono::duration<double, std::milli> elapsed =
         std::chrono::steady_clock::now() - start;
     forget_ms = std::max(forget_ms, elapsed.count());
     folder_bytes = std::max(folder_bytes, BytesBelow(folder));
   }
+  const double memory_bytes = PeakMemory();
   const auto versions = workspace.Log({.limit = UINT64_MAX}).value().size();
   std::printf(
       "{\"folder_bytes\": %.0f, \"memory_bytes\": %.0f, \"versions\": %zu, \"forget_ms\": %.0f}\n",
-      static_cast<double>(folder_bytes), PeakMemory(), versions, forget_ms);
+      static_cast<double>(folder_bytes), memory_bytes, versions, forget_ms);
 }
 
 }  // namespace
@@ -136,10 +178,12 @@ int main(int count, char** arguments) {
     Make(arguments[2], std::atoi(arguments[3]));
   } else if (what == "times") {
     Times(arguments[2], std::atoi(arguments[3]));
+  } else if (what == "rule") {
+    Rule(arguments[2], std::atoi(arguments[3]));
   } else if (what == "keep" && count > 4) {
     Keep(arguments[2], std::atoi(arguments[3]), std::strtoull(arguments[4], nullptr, 10));
   } else {
-    std::fprintf(stderr, "usage: %s make|times|keep FOLDER COUNT [BYTES]\n", arguments[0]);
+    std::fprintf(stderr, "usage: %s make|times|rule|keep FOLDER NUMBER [BYTES]\n", arguments[0]);
     return 2;
   }
   return 0;

@@ -27,6 +27,9 @@ namespace TalVcs::Kit {
 
 namespace {
 
+// Ids that a listing passes by one call.
+constexpr std::size_t kListedTogether = 4096;
+
 Error StoreExists(const std::filesystem::path& folder) {
   const auto text = folder.u8string();
   Error error;
@@ -295,9 +298,16 @@ Status DirectoryObjectStore::MoveHeads(std::span<const HeadMove> moves) {
 Status DirectoryObjectStore::List(const IdSink& sink) {
   if (Status status = m_impl->state.Refresh(); !status) return status;
   std::vector<Id> ids;
-  const Status status = m_impl->objects.Visit(
-      [&ids](const ObjectKey& key) { ids.emplace_back(ToWide(HexFromKey(key))); });
-  if (status && !ids.empty()) sink(ids);
+  bool goes_on = true;
+  const auto pass = [&] {
+    if (goes_on && !ids.empty()) goes_on = sink(ids);
+    ids.clear();
+  };
+  const Status status = m_impl->objects.Visit([&](const ObjectKey& key) {
+    ids.emplace_back(ToWide(HexFromKey(key)));
+    if (ids.size() == kListedTogether) pass();
+  });
+  if (status) pass();
   return status;
 }
 

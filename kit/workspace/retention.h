@@ -51,15 +51,20 @@ class TALVCS_KIT_API Retention {
 
 /// Options of `Workspace::Forget`.
 struct ForgetOptions {
-  /// Phases: "history", "bases", "contents" and those of `Save`, all before anything has changed.
-  /// Then the phases of `CleanUp`, which can't be cancelled.
+  /// Phases: "history" and "bases"; "contents" in a preview and under `KeepUnder`; "write" and
+  /// those of `Save`, all before anything has changed. Then the phases of `CleanUp`, which can't be
+  /// cancelled.
   Progress progress = {};
+  /// The most versions that the report lists, each of which takes some 500 bytes. All are counted.
+  std::uint64_t mostListed = UINT64_MAX;
 };
 
 /// What a rule forgets.
 struct RetentionReport {
-  /// The versions that go, newest first, and the number of those that stay.
+  /// The versions that go, newest first, up to `ForgetOptions::mostListed`.
   std::vector<Version> forgotten;
+  /// The number of the versions that go, and of those that stay.
+  std::uint64_t forgottenVersions = 0;
   std::uint64_t keptVersions = 0;
   /// Objects that leave the store, with those that nothing reached before.
   ObjectTotals freed;

@@ -4,7 +4,6 @@
 #include <kit/workspace/internal/version_usage.h>
 #include <kit/workspace/workspace.h>
 
-#include <unordered_set>
 #include <utility>
 
 namespace TalVcs::Kit {
@@ -12,11 +11,10 @@ namespace TalVcs::Kit {
 namespace {
 
 std::vector<Id> RootsOf(const HistoryGraph& graph) {
-  std::unordered_set<Id> seen;
+  IdMap seen;
   std::vector<Id> roots;
   for (const HistoryGraph::Node& node : graph.Nodes()) {
-    const cow_ptr<CommitTree> tree = node.commit->GetTree();
-    if (tree && seen.insert(tree->GetRootId()).second) roots.push_back(tree->GetRootId());
+    if (node.hasRoot && seen.Insert(node.root, 0).second) roots.push_back(IdOf(node.root));
   }
   return roots;
 }
@@ -50,8 +48,10 @@ Result<std::vector<VersionUsage>> Workspace::MeasureVersions(const MeasureOption
     if (!usage) return usage;
     const NamesOfIds names = m_state->NamesOfHeads();
     std::vector<VersionUsage> sorted;
-    for (const std::size_t at : graph->ByTime()) {
-      (*usage)[at].version = WorkspaceState::VersionOf((*graph)[at].commit, names);
+    for (const HistoryGraph::Index at : graph->ByTime()) {
+      const Result<cow_ptr<TalVcs::Commit>> commit = m_state->FindCommit(IdOf((*graph)[at].id));
+      if (!commit) return commit.error();
+      (*usage)[at].version = WorkspaceState::VersionOf(*commit, names);
       sorted.push_back(std::move((*usage)[at]));
     }
     return sorted;

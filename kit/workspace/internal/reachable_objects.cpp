@@ -7,13 +7,19 @@
 
 namespace TalVcs::Kit {
 
-Status ReachableObjects::Add(const Id& commit, const Id& root) {
+Status ReachableObjects::Add(const HistoryGraph::Node& version) {
   std::vector<Id> added;
-  if (m_ids.insert(commit).second) added.push_back(commit);
+  if (m_ids.Insert(version.id, 0).second) added.push_back(IdOf(version.id));
+  return AddRoot(version, std::move(added));
+}
+
+Status ReachableObjects::AddRoot(const HistoryGraph::Node& version) { return AddRoot(version, {}); }
+
+Status ReachableObjects::AddRoot(const HistoryGraph::Node& version, std::vector<Id> added) {
   std::vector<Id> trees;
-  if (!root.View().IsEmpty() && m_ids.insert(root).second) {
-    added.push_back(root);
-    trees.push_back(root);
+  if (version.hasRoot && m_ids.Insert(version.root, 0).second) {
+    trees.push_back(IdOf(version.root));
+    added.push_back(trees.front());
   }
   Status status = AddTrees(std::move(trees), added);
   if (status) status = AddSizes(added);
@@ -30,7 +36,7 @@ Status ReachableObjects::AddTrees(std::vector<Id> trees, std::vector<Id>& all) {
     trees.resize(trees.size() - count);
     for (const FolderRecord& folder : *folders) {
       for (const PackedReference& entry : folder.entries) {
-        if (!m_ids.insert(entry.id).second) continue;
+        if (!m_ids.Insert(*KeyOf(entry.id), 0).second) continue;
         all.push_back(entry.id);
         if (entry.type == ObjectType::Tree) trees.push_back(entry.id);
       }

@@ -1,21 +1,29 @@
-#include <kit/workspace/internal/ancestry.h>
+#include <kit/workspace/internal/branch_bases.h>
 #include <kit/workspace/internal/reachable_objects.h>
 #include <kit/workspace/internal/thinning.h>
 
+#include <algorithm>
 #include <map>
-#include <string>
-#include <tuple>
+#include <optional>
+#include <unordered_map>
 #include <utility>
 
 namespace TalVcs::Kit {
 
 namespace {
 
+using Index = HistoryGraph::Index;
+
+/// An hour or a day: whether it is an hour, and its number since 1970.
+using Span = std::pair<bool, std::int64_t>;
+/// Numbers of checkpoints.
+using Counts = std::map<Span, std::uint64_t>;
+
 /// Takes versions by a rule.
 class Choice {
  public:
   Choice(WorkspaceState& state, const HistoryGraph& graph, const Retention& rule)
-      : m_state(state), m_graph(graph), m_rule(rule), m_kept(graph.Nodes().size()) {}
+      : m_state(state), m_graph(graph), m_rule(rule), m_kept(graph.Count()) {}
 
   Result<std::vector<bool>> Run(Reporter& reporter) {
     Status status = reporter.Begin("bases");
@@ -27,17 +35,17 @@ class Choice {
         KeepNewest();
         break;
       case Retention::Kind::Since:
-        KeepIf([this](std::size_t at) { return m_graph.TimeOf(at) >= m_rule.GetTime(); });
+        KeepIf([this](const auto& node) { return node.Time() >= m_rule.GetTime(); });
         break;
       case Retention::Kind::Under:
         status = KeepUnder(reporter);
         break;
       case Retention::Kind::Thin:
-        KeepIf([this](std::size_t at) { return !m_graph[at].message.annotations.isCheckpoint; });
+        KeepIf([](const auto& node) { return !node.isCheckpoint; });
         Thin();
         break;
       case Retention::Kind::TipsAndForks:
-        KeepIf([this](std::size_t at) { return m_graph[at].children > 1; });
+        KeepIf([](const auto& node) { return node.children > 1; });
         break;
     }
     if (!status) return status.error();
@@ -46,81 +54,89 @@ class Choice {
 
  private:
   Status KeepHeadsAndBases(Reporter& reporter) {
-    for (const HistoryGraph::Branch& branch : m_graph.Branches()) {
-      m_kept[branch.head] = true;
-      if (branch.isTag) continue;
-      for (const HistoryGraph::Branch& other : m_graph.Branches()) {
-        if (&other == &branch) break;
-        if (other.isTag) continue;
-        const auto bases = FindMergeBases(m_state.GetRepository(), m_graph[branch.head].commit,
-                                          m_graph[other.head].commit, reporter);
-        if (!bases) return bases.error();
-        for (const cow_ptr<Commit>& base : *bases) {
-          // What is merged may be on no branch any more.
-          if (const auto index = m_graph.Find(base->GetId())) m_kept[*index] = true;
-        }
-      }
-    }
+    for (const HistoryGraph::Branch& branch : m_graph.Branches()) m_kept[branch.head] = true;
+    const Result<std::vector<Index>> bases = FindBranchBases(m_graph, reporter);
+    if (!bases) return bases.error();
+    for (const Index base : *bases) m_kept[base] = true;
     return {};
   }
 
   template <class Predicate>
-  void KeepIf(Predicate isKept) {
-    for (std::size_t i = 0; i < m_kept.size(); ++i) {
-      if (isKept(i)) m_kept[i] = true;
+  void KeepIf(Predicate is_kept) {
+    for (Index i = 0; i < m_graph.Count(); ++i) {
+      if (is_kept(m_graph[i])) m_kept[i] = true;
     }
   }
 
-  /// Calls a function for each version of each branch, newest first, until it returns false.
-  template <class Visit>
-  void VisitBranches(Visit visit) {
-    for (const HistoryGraph::Branch& branch : m_graph.Branches()) {
-      if (branch.isTag) continue;
-      std::optional<std::size_t> at = branch.head;
-      while (at && visit(branch, *at)) at = m_graph[*at].parent;
-    }
-  }
-
+  /// Goes down all branches at once. A version before another one may be kept if the other one
+  /// leaves something of the count, on any branch.
   void KeepNewest() {
-    std::map<std::string, std::uint64_t> counts;
-    VisitBranches([&](const HistoryGraph::Branch& branch, std::size_t at) {
-      if (counts[branch.name]++ == m_rule.GetCount()) return false;
-      m_kept[at] = true;
-      return true;
-    });
+    std::vector<std::uint64_t> left(m_graph.Count());
+    for (const HistoryGraph::Branch& branch : m_graph.Branches()) {
+      if (!branch.isTag) left[branch.head] = m_rule.GetCount();
+    }
+    for (Index i = m_graph.Count(); i-- > 0;) {
+      if (left[i] == 0) continue;
+      m_kept[i] = true;
+      const Index parent = m_graph[i].parent;
+      if (parent != HistoryGraph::kNone) left[parent] = std::max(left[parent], left[i] - 1);
+    }
   }
 
-  void Thin() {
+  Span SpanOf(std::chrono::sys_seconds time) const {
     using std::chrono::days;
     using std::chrono::floor;
     using std::chrono::hours;
-    std::map<std::tuple<std::string, bool, std::int64_t>, std::uint64_t> counts;
-    VisitBranches([&](const HistoryGraph::Branch& branch, std::size_t at) {
-      if (!m_graph[at].message.annotations.isCheckpoint) return true;
-      const std::chrono::sys_seconds time = m_graph.TimeOf(at);
-      const bool is_recent = time > m_rule.GetTime() - days(1);
-      const std::int64_t span = is_recent ? floor<hours>(time).time_since_epoch().count()
-                                          : floor<days>(time).time_since_epoch().count();
-      const std::uint64_t most = is_recent ? m_rule.GetCount() : m_rule.GetPerDay();
-      if (counts[{branch.name, is_recent, span}]++ < most) m_kept[at] = true;
-      return true;
-    });
+    const bool is_recent = time > m_rule.GetTime() - days(1);
+    return {is_recent, is_recent ? floor<hours>(time).time_since_epoch().count()
+                                 : floor<days>(time).time_since_epoch().count()};
+  }
+
+  /// Goes down all branches at once, with the number of checkpoints of each hour and day that come
+  /// later on the branch that has the fewest of them. No entry: none.
+  void Thin() {
+    std::unordered_map<Index, Counts> counts;  // of versions that were met and not visited
+    for (const HistoryGraph::Branch& branch : m_graph.Branches()) {
+      if (!branch.isTag) counts.try_emplace(branch.head);
+    }
+    for (Index i = m_graph.Count(); i-- > 0;) {
+      auto met = counts.extract(i);
+      if (met.empty()) continue;
+      Counts& later = met.mapped();
+      const HistoryGraph::Node& node = m_graph[i];
+      if (node.isCheckpoint) {
+        const Span span = SpanOf(node.Time());
+        if (later[span]++ < (span.first ? m_rule.GetCount() : m_rule.GetPerDay())) m_kept[i] = true;
+      }
+      if (node.parent == HistoryGraph::kNone) continue;
+      const auto [other, is_new] = counts.try_emplace(node.parent, std::move(later));
+      if (!is_new) TakeFewest(other->second, std::move(met.mapped()));
+    }
+  }
+
+  static void TakeFewest(Counts& counts, Counts&& others) {
+    if (others.size() < counts.size()) counts.swap(others);
+    for (auto entry = counts.begin(); entry != counts.end();) {
+      const auto other = others.find(entry->first);
+      if (other == others.end()) {
+        entry = counts.erase(entry);
+      } else {
+        entry->second = std::min(entry->second, other->second);
+        ++entry;
+      }
+    }
   }
 
   Status KeepUnder(Reporter& reporter) {
     ReachableObjects objects(*m_state.store, reporter);
-    const auto add = [&](std::size_t at) {
-      const cow_ptr<CommitTree> tree = m_graph[at].commit->GetTree();
-      return objects.Add(m_graph[at].id, tree ? tree->GetRootId() : Id());
-    };
     Status status = reporter.Begin("contents");
-    for (std::size_t i = 0; i < m_kept.size() && status; ++i) {
-      if (m_kept[i]) status = add(i);
+    for (Index i = 0; i < m_graph.Count() && status; ++i) {
+      if (m_kept[i]) status = objects.Add(m_graph[i]);
     }
-    for (const std::size_t at : m_graph.ByTime()) {
+    for (const Index at : m_graph.ByTime()) {
       if (!status || objects.SizeBytes() > m_rule.GetCount()) break;
       if (m_kept[at]) continue;
-      status = add(at);
+      status = objects.Add(m_graph[at]);
       m_kept[at] = objects.SizeBytes() <= m_rule.GetCount();
     }
     return status ? reporter.End() : status;

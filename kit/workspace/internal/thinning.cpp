@@ -7,107 +7,72 @@
 //
 // Small letters go. A merge base of two branches never goes.
 
-#include <kit/text.h>
 #include <kit/workspace/internal/thinning.h>
 
 #include <algorithm>
-#include <utility>
 
 namespace TalVcs::Kit {
 
-namespace {
-
-bool Contains(const std::vector<cow_ptr<Commit>>& commits, const cow_ptr<Commit>& commit) {
-  return std::any_of(commits.begin(), commits.end(), [&](const cow_ptr<Commit>& other) {
-    return other->GetId() == commit->GetId();
-  });
-}
-
-}  // namespace
-
-Result<ThinnedHistory> ThinnedHistory::Make(WorkspaceState& state, const HistoryGraph& graph,
-                                            const std::vector<bool>& kept) {
-  ThinnedHistory history;
-  for (std::size_t i = 0; i < graph.Nodes().size(); ++i) {
-    const HistoryGraph::Node& node = graph[i];
-    Version version;
-    if (node.parent) {
-      const Version& parent = history.m_versions[*node.parent];
-      version.nearest = parent.nearest;
-      version.isCut = !parent.nearest;
-      if (!parent.commit) version.merges = parent.merges;
-    }
-    history.AddMerged(node, version);
-    if (kept[i]) {
-      Result<cow_ptr<Commit>> made = history.MakeAgain(state, node, graph, version);
-      if (!made) return std::move(made).error();
-      version.commit = *std::move(made);
-      version.nearest = version.commit;
-      version.merges.clear();
-    }
-    history.m_versions.push_back(std::move(version));
-  }
-  return history;
-}
-
-// What goes is replaced by the nearest kept one before it, with what was merged in between.
-void ThinnedHistory::AddMerged(const HistoryGraph::Node& node, Version& version) const {
-  for (const std::size_t index : node.merges) {
-    const Version& merged = m_versions[index];
-    std::vector<cow_ptr<Commit>> commits = merged.merges;
-    if (merged.nearest) commits.push_back(merged.nearest);
-    for (const cow_ptr<Commit>& commit : commits) {
-      if (!Contains(version.merges, commit)) version.merges.push_back(commit);
-    }
+ThinnedHistory::ThinnedHistory(const HistoryGraph& graph, const std::vector<bool>& kept)
+    : m_graph(graph), m_versions(graph.Count()), m_lists(1) {
+  for (Index i = 0; i < graph.Count(); ++i) {
+    Version& version = m_versions[i];
+    version.merges = MergesSinceNearest(i);
+    const Index parent = graph[i].parent;
+    version.nearest = kept[i]                         ? i
+                      : parent == HistoryGraph::kNone ? parent
+                                                      : m_versions[parent].nearest;
+    version.isChanged = kept[i] && Changes(i, kept);
   }
 }
 
-Annotations ThinnedHistory::NewAnnotations(const HistoryGraph::Node& node,
-                                           const HistoryGraph& graph,
-                                           const Version& version) const {
-  Annotations annotations = node.message.annotations;
-  annotations.merges.clear();
-  for (const cow_ptr<Commit>& merged : version.merges) {
-    annotations.merges.push_back(merged->GetId());
+// The list of a kept version is what it says to have merged. What follows it begins anew.
+std::uint32_t ThinnedHistory::MergesSinceNearest(Index index) {
+  const Index parent = m_graph[index].parent;
+  const bool goes_on = parent != HistoryGraph::kNone && m_versions[parent].nearest != parent;
+  const std::uint32_t before = goes_on ? m_versions[parent].merges : 0;
+  const auto merges = m_graph.MergesOf(index);
+  if (merges.empty()) return before;
+  std::vector<Index> list = m_lists[before];
+  const auto add = [&list](Index version) {
+    if (std::ranges::find(list, version) == list.end()) list.push_back(version);
+  };
+  for (const auto& [merging, merged] : merges) {
+    if (!IsKept(merged)) std::ranges::for_each(m_lists[m_versions[merged].merges], add);
+    if (m_versions[merged].nearest != HistoryGraph::kNone) add(m_versions[merged].nearest);
   }
-  // An undo without its version, and the first version that is left, can't be taken back.
-  if (version.isCut) annotations.isMachineMade = true;
-  for (Id* id : {&annotations.undoes, &annotations.redoes}) {
-    if (IsEmpty(*id)) continue;
-    const std::optional<std::size_t> target = graph.Find(*id);
-    const bool is_kept = target && *target < m_versions.size() && m_versions[*target].commit;
-    if (!is_kept) annotations.isMachineMade = true;
-    *id = is_kept ? m_versions[*target].commit->GetId() : Id();
-  }
-  return annotations;
+  if (list == m_lists[before]) return before;
+  m_lists.push_back(std::move(list));
+  return static_cast<std::uint32_t>(m_lists.size() - 1);
 }
 
-Result<cow_ptr<Commit>> ThinnedHistory::MakeAgain(WorkspaceState& state,
-                                                  const HistoryGraph::Node& node,
-                                                  const HistoryGraph& graph,
-                                                  const Version& version) const {
-  AnnotatedMessage message = node.message;
-  message.annotations = NewAnnotations(node, graph, version);
-  const cow_ptr<Commit> old_parent = node.commit->GetParent();
-  const Id parent_before = old_parent ? old_parent->GetId() : Id();
-  const Id parent_now = version.nearest ? version.nearest->GetId() : Id();
-  if (parent_before == parent_now && message.annotations == node.message.annotations) {
-    return node.commit;
+bool ThinnedHistory::Changes(Index index, const std::vector<bool>& kept) const {
+  const HistoryGraph::Node& node = m_graph[index];
+  const auto changes = [this](Index version) { return m_versions[version].isChanged; };
+  const Index parent = ParentOf(index);
+  if (parent != node.parent || (parent != HistoryGraph::kNone && changes(parent))) return true;
+  for (const Index named : {node.undoes, node.redoes}) {
+    if (named == HistoryGraph::kNone) continue;
+    if (named == HistoryGraph::kLost || named >= index || !kept[named] || changes(named))
+      return true;
   }
-  const Kit::Version old = DescribeCommit(*node.commit);
-  return state.Make({version.nearest,
-                     RootOf(node.commit),
-                     std::move(message),
-                     {old.author, old.email, old.time, old.offset}});
+  const auto before = m_graph.MergesOf(index);
+  const std::vector<Index>& now = MergesOf(index);
+  const bool has_same = std::ranges::equal(before, now, {}, &HistoryGraph::Merge::second);
+  return node.hasLostMerges || !has_same || std::ranges::any_of(now, changes);
 }
 
-std::vector<BranchMove> ThinnedHistory::Moves(const HistoryGraph& graph) const {
-  std::vector<BranchMove> moves;
-  for (const HistoryGraph::Branch& branch : graph.Branches()) {
-    const cow_ptr<Commit>& head = m_versions[branch.head].commit;
-    if (!(head->GetId() == graph[branch.head].id)) moves.push_back({branch.name, head});
-  }
-  return moves;
+HistoryGraph::Index ThinnedHistory::ParentOf(Index index) const {
+  const Index parent = m_graph[index].parent;
+  return parent == HistoryGraph::kNone ? parent : m_versions[parent].nearest;
+}
+
+const std::vector<HistoryGraph::Index>& ThinnedHistory::MergesOf(Index index) const {
+  return m_lists[m_versions[index].merges];
+}
+
+bool ThinnedHistory::IsCut(Index index) const {
+  return m_graph[index].parent != HistoryGraph::kNone && ParentOf(index) == HistoryGraph::kNone;
 }
 
 }  // namespace TalVcs::Kit

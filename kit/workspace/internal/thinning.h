@@ -12,33 +12,45 @@ namespace TalVcs::Kit {
 Result<std::vector<bool>> ChooseVersions(WorkspaceState& state, const HistoryGraph& graph,
                                          const Retention& rule, Reporter& reporter);
 
-/// A history without some of its versions. The commits are in the repository, on no branch yet.
+/// A history without some of its versions: what follows what, and which versions change by that. It
+/// refers to the graph.
 class ThinnedHistory {
  public:
-  /// Makes the commits that are kept again where something before them goes.
-  static Result<ThinnedHistory> Make(WorkspaceState& state, const HistoryGraph& graph,
-                                     const std::vector<bool>& kept);
+  using Index = HistoryGraph::Index;
 
-  /// Returns what a version became; null if it goes.
-  const cow_ptr<Commit>& operator[](std::size_t index) const { return m_versions[index].commit; }
-  /// Returns the branches that move.
-  std::vector<BranchMove> Moves(const HistoryGraph& graph) const;
+  ThinnedHistory(const HistoryGraph& graph, const std::vector<bool>& kept);
+
+  bool IsKept(Index index) const { return m_versions[index].nearest == index; }
+  /// True for a kept version that has to be made anew.
+  bool IsChanged(Index index) const { return m_versions[index].isChanged; }
+  /// Returns the kept version that a version follows from now on, or `kNone`.
+  Index ParentOf(Index index) const;
+  /// Returns the kept versions that a version says to have merged from now on.
+  const std::vector<Index>& MergesOf(Index index) const;
+  /// True if everything before the version goes.
+  bool IsCut(Index index) const;
+
+  const HistoryGraph& Graph() const noexcept { return m_graph; }
 
  private:
   struct Version {
-    cow_ptr<Commit> commit;               // null if it goes
-    cow_ptr<Commit> nearest;              // the commit itself, or the nearest kept one before it
-    std::vector<cow_ptr<Commit>> merges;  // what versions that go have merged since the nearest one
-    bool isCut = false;                   // everything before it goes
+    Index nearest = HistoryGraph::kNone;  // the version itself, or the nearest kept one before it
+    std::uint32_t merges = 0;             // what was merged since the nearest one: a list's number
+    bool isChanged = false;
   };
 
-  void AddMerged(const HistoryGraph::Node& node, Version& version) const;
-  Result<cow_ptr<Commit>> MakeAgain(WorkspaceState& state, const HistoryGraph::Node& node,
-                                    const HistoryGraph& graph, const Version& version) const;
-  Annotations NewAnnotations(const HistoryGraph::Node& node, const HistoryGraph& graph,
-                             const Version& version) const;
+  std::uint32_t MergesSinceNearest(Index index);
+  bool Changes(Index index, const std::vector<bool>& kept) const;
 
-  std::vector<Version> m_versions;  // by the indexes of the graph
+  const HistoryGraph& m_graph;
+  std::vector<Version> m_versions;          // by the indexes of the graph
+  std::vector<std::vector<Index>> m_lists;  // the first one is empty
 };
+
+/// Makes the versions that change and writes them to the store, on no branch yet. Returns where the
+/// branches move. The phase is "write".
+Result<std::vector<BranchMove>> WriteThinnedHistory(WorkspaceState& state,
+                                                    const ThinnedHistory& history,
+                                                    Reporter& reporter);
 
 }  // namespace TalVcs::Kit

@@ -14,7 +14,8 @@ namespace TalVcs::Kit {
 
 namespace {
 
-constexpr std::uint32_t kNone = 0xFFFFFFFF;
+using Index = HistoryGraph::Index;
+constexpr Index kNone = HistoryGraph::kNone;
 
 class VersionMeasuring {
  public:
@@ -23,10 +24,10 @@ class VersionMeasuring {
 
   Result<std::vector<VersionUsage>> Run() {
     Status status = CountCommits();
-    const std::vector<std::vector<std::size_t>> children = Children();
-    std::vector<std::size_t> pending = Roots();
+    const std::vector<std::vector<Index>> children = Children();
+    std::vector<Index> pending = Roots();
     while (status && !pending.empty()) {
-      const std::size_t version = pending.back();
+      const Index version = pending.back();
       pending.pop_back();
       status = Visit(version);
       pending.insert(pending.end(), children[version].begin(), children[version].end());
@@ -39,44 +40,44 @@ class VersionMeasuring {
  private:
   /// Where an object came in.
   struct Origin {
-    std::uint32_t version = kNone;
+    Index version = kNone;
     bool hasOthers = false;      // came in with other versions too
     std::uint32_t removals = 0;  // how many of the versions after it lack the object
   };
 
-  Id RootOf(std::size_t version) const {
-    const cow_ptr<CommitTree> tree = m_graph[version].commit->GetTree();
-    return tree ? tree->GetRootId() : Id();
+  Id RootOf(Index version) const {
+    return m_graph[version].hasRoot ? IdOf(m_graph[version].root) : Id();
   }
 
-  std::vector<std::size_t> Roots() const {
-    std::vector<std::size_t> roots;
-    for (std::size_t i = 0; i < m_graph.Nodes().size(); ++i) {
-      if (!m_graph[i].parent) roots.push_back(i);
+  std::vector<Index> Roots() const {
+    std::vector<Index> roots;
+    for (Index i = 0; i < m_graph.Count(); ++i) {
+      if (m_graph[i].parent == kNone) roots.push_back(i);
     }
     return roots;
   }
 
-  std::vector<std::vector<std::size_t>> Children() const {
-    std::vector<std::vector<std::size_t>> children(m_graph.Nodes().size());
-    for (std::size_t i = 0; i < m_graph.Nodes().size(); ++i) {
-      if (m_graph[i].parent) children[*m_graph[i].parent].push_back(i);
+  std::vector<std::vector<Index>> Children() const {
+    std::vector<std::vector<Index>> children(m_graph.Count());
+    for (Index i = 0; i < m_graph.Count(); ++i) {
+      if (m_graph[i].parent != kNone) children[m_graph[i].parent].push_back(i);
     }
     return children;
   }
 
   Status CountCommits() {
     std::vector<Id> ids;
-    for (const HistoryGraph::Node& node : m_graph.Nodes()) ids.push_back(node.id);
+    for (const HistoryGraph::Node& node : m_graph.Nodes()) ids.push_back(IdOf(node.id));
     const auto sizes = m_store.Sizes(ids);
     if (!sizes) return sizes.error();
     for (std::size_t i = 0; i < ids.size(); ++i) m_usage[i].own = {1, (*sizes)[i].value_or(0)};
     return {};
   }
 
-  Status Visit(std::size_t version) {
-    const std::optional<std::size_t> parent = m_graph[version].parent;
-    Status status = m_objects.MoveTo(parent ? RootOf(*parent) : Id());
+  Status Visit(Index version) {
+    const Index parent = m_graph[version].parent;
+    const bool is_first = parent == kNone;
+    Status status = m_objects.MoveTo(is_first ? Id() : RootOf(parent));
     if (status) status = m_objects.MoveTo(RootOf(version));
     if (!status) return status;
     m_usage[version].shared = m_objects.Totals();
@@ -84,13 +85,13 @@ class VersionMeasuring {
     for (const std::uint32_t object : m_objects.Gained()) {
       Origin& origin = m_origins[object];
       if (origin.version == kNone) {
-        origin.version = static_cast<std::uint32_t>(version);
+        origin.version = version;
       } else {
         origin.hasOthers = true;
       }
     }
     for (const std::uint32_t object : m_objects.Lost()) {
-      if (parent && m_origins[object].version == *parent) ++m_origins[object].removals;
+      if (!is_first && m_origins[object].version == parent) ++m_origins[object].removals;
     }
     return {};
   }

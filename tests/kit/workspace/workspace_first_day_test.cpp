@@ -241,12 +241,12 @@ TEST_P(FirstDay, CleanUpShowsProgressAndCanBeCancelled) {
   Kit::ForgetOptions options;
   options.progress = [&](const Kit::ProgressStep& step) {
     phases.emplace(step.phase);
-    return !phases.contains("contents");
+    return !phases.contains("write");
   };
   EXPECT_THAT(workspace.Forget(Kit::Retention::KeepNewest(5), options),
               FailsWith(ErrorCode::Cancelled));
   EXPECT_EQ(Messages(Open()).size(), 50u);
-  EXPECT_THAT(phases, ElementsAre("bases", "contents", "history"));
+  EXPECT_THAT(phases, ElementsAre("bases", "history", "write"));
   workspace.Forget(Kit::Retention::KeepNewest(5)).value();
   EXPECT_EQ(Messages(Open()).size(), 5u);
   workspace = Kit::Workspace::Open(std::make_shared<Kit::MemoryObjectStore>()).value();

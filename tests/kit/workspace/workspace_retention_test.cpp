@@ -2,7 +2,9 @@
 #include <kit/open/verify.h>
 #include <tests/kit/workspace/workspace_fixture.h>
 
+#include <algorithm>
 #include <random>
+#include <set>
 
 namespace TalVcs::Testing {
 namespace {
@@ -35,7 +37,8 @@ class WorkspaceRetention : public WorkspaceTest {
     const RetentionReport report = workspace.Forget(rule).value();
     EXPECT_EQ(report.freed, preview.freed);
     EXPECT_EQ(report.keptVersions, preview.keptVersions);
-    EXPECT_EQ(report.forgotten.size(), preview.forgotten.size());
+    EXPECT_EQ(report.forgotten, preview.forgotten);
+    EXPECT_EQ(report.forgottenVersions, report.forgotten.size());
     EXPECT_EQ(FilesOf(workspace), files);
     const Kit::VerifyReport verified = Kit::Verify(*store).value();
     EXPECT_TRUE(verified.IsWhole());
@@ -210,6 +213,153 @@ TEST_F(WorkspaceRetention, ForgettingOnAMovedBranchFails) {
   CommitFiles(other, {{"b", "1"}}, "theirs");
   EXPECT_THAT(workspace.Forget(Retention::KeepNewest(1)), FailsWith(ErrorCode::HeadMoved));
   EXPECT_EQ(Summaries(OpenAgain()).size(), 5u);
+}
+
+/// All versions of a workspace, for slow and obvious searches.
+class PlainHistory {
+ public:
+  explicit PlainHistory(const Kit::Workspace& workspace) {
+    for (Kit::Version& version : workspace.Log({.allBranches = true, .limit = 1000}).value()) {
+      const Id id = version.id;
+      m_versions.emplace(id, std::move(version));
+    }
+  }
+
+  const Kit::Version& At(const Id& id) const { return m_versions.at(id); }
+  std::size_t Count() const { return m_versions.size(); }
+
+  /// Returns a version and those before it, newest first.
+  std::vector<Id> LineOf(Id id) const {
+    std::vector<Id> line;
+    for (; !id.View().IsEmpty(); id = At(id).parent) line.push_back(id);
+    return line;
+  }
+
+  /// Returns a version and all that it comes from, by parents and merges.
+  std::set<Id> ContentOf(const Id& id) const {
+    std::set<Id> content{id};
+    std::vector<Id> pending{id};
+    while (!pending.empty()) {
+      const Kit::Version version = At(pending.back());
+      pending.pop_back();
+      std::vector<Id> before = version.merges;
+      if (!version.parent.View().IsEmpty()) before.push_back(version.parent);
+      for (const Id& next : before) {
+        if (content.insert(next).second) pending.push_back(next);
+      }
+    }
+    return content;
+  }
+
+  /// Returns what two versions have in common and no other such version contains.
+  std::set<Id> BasesOf(const Id& a, const Id& b) const {
+    std::set<Id> common;
+    const std::set<Id> of_b = ContentOf(b);
+    for (const Id& id : ContentOf(a)) {
+      if (of_b.contains(id)) common.insert(id);
+    }
+    std::set<Id> bases = common;
+    for (const Id& id : common) {
+      for (const Id& below : ContentOf(id)) {
+        if (!(below == id)) bases.erase(below);
+      }
+    }
+    return bases;
+  }
+
+ private:
+  std::map<Id, Kit::Version> m_versions;
+};
+
+/// Returns what a rule has to keep: what it is told for each branch, heads, tags and bases.
+template <class KeptOfLine>
+std::set<Id> PlainChoice(const Kit::Workspace& workspace, const PlainHistory& history,
+                         KeptOfLine kept_of_line) {
+  std::set<Id> kept;
+  const std::vector<Kit::Head> branches = workspace.GetBranches();
+  for (const Kit::Head& branch : branches) {
+    kept.insert(branch.id);
+    for (const Id& id : kept_of_line(history.LineOf(branch.id))) kept.insert(id);
+    for (const Kit::Head& other : branches) {
+      if (other.name == branch.name) continue;
+      for (const Id& id : history.BasesOf(branch.id, other.id)) kept.insert(id);
+    }
+  }
+  for (const Kit::Head& tag : workspace.GetTags()) kept.insert(tag.id);
+  return kept;
+}
+
+// Both rules go down all branches at once, and the bases of all pairs of branches are found
+// together.
+TEST_F(WorkspaceRetention, RulesOfManyBranchesKeepWhatASlowSearchFinds) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 40; ++round) {
+    SCOPED_TRACE(round);
+    store = std::make_shared<Kit::MemoryObjectStore>();
+    workspace = OpenAgain();
+    CommitNumbers(0, 0);
+    std::vector<std::string> branches{"master"};
+    for (int i = 1; i < 40; ++i) {
+      const std::string& branch = branches[random() % branches.size()];
+      workspace.Switch(branch).value();
+      const std::uint64_t what = random() % 8;
+      if (what == 0 && branches.size() < 5) {
+        branches.push_back("b" + std::to_string(i));
+        workspace.CreateBranch(branches.back()).value();
+      } else if (what == 1 && i % 3 == 0) {
+        workspace.CreateTag("t" + std::to_string(i)).value();
+      } else if (what <= 3) {
+        const Kit::MergePreview preview =
+            workspace.PreviewMerge(branches[random() % branches.size()]).value();
+        if (!preview.conflicts.empty()) continue;
+        workspace.Merge(preview).value();
+      } else {
+        workspace.Write("file " + branch, std::to_string(i)).value();
+        now += std::chrono::hours(random() % 3);
+        workspace.Checkpoint(std::to_string(i), "", now += Seconds(60)).value();
+      }
+    }
+    const PlainHistory history(workspace);
+    const std::uint64_t count = 1 + random() % 3;
+    const auto newest = [&](std::vector<Id> line) {
+      line.resize(std::min<std::size_t>(line.size(), count));
+      return line;
+    };
+    const auto thinned = [&](const std::vector<Id>& line) {
+      std::map<std::int64_t, std::uint64_t> taken;
+      std::vector<Id> kept;
+      for (const Id& id : line) {
+        const Version& version = history.At(id);
+        const bool is_recent = version.time > now - std::chrono::hours(24);
+        const std::int64_t seconds = version.time.time_since_epoch().count();
+        const std::int64_t span = is_recent ? seconds / 3600 : -seconds / 86400;
+        if (!version.isCheckpoint || taken[span]++ < (is_recent ? count : 1)) kept.push_back(id);
+      }
+      return kept;
+    };
+    const auto check = [&](const Retention& rule, const std::set<Id>& kept) {
+      const RetentionReport report = workspace.PreviewForget(rule).value();
+      for (const Version& version : report.forgotten) EXPECT_FALSE(kept.contains(version.id));
+      EXPECT_EQ(report.forgotten.size(), history.Count() - kept.size());
+      EXPECT_EQ(report.keptVersions, kept.size());
+    };
+    check(Retention::KeepNewest(count), PlainChoice(workspace, history, newest));
+    check(Retention::ThinAutosaves(count, 1, now), PlainChoice(workspace, history, thinned));
+  }
+}
+
+TEST_F(WorkspaceRetention, ReportListsNoMoreThanItIsAskedTo) {
+  CommitNumbers(1, 10);
+  const RetentionReport preview =
+      workspace.PreviewForget(Retention::KeepNewest(2), {.mostListed = 3}).value();
+  ASSERT_EQ(preview.forgotten.size(), 3u);
+  EXPECT_EQ(preview.forgotten.front().summary, "8");
+  EXPECT_EQ(preview.forgottenVersions, 8u);
+  const RetentionReport report =
+      workspace.Forget(Retention::KeepNewest(2), {.mostListed = 0}).value();
+  EXPECT_THAT(report.forgotten, IsEmpty());
+  EXPECT_EQ(report.forgottenVersions, 8u);
+  EXPECT_EQ(report.freed, preview.freed);
 }
 
 // After any rule, two branches merge as they did before it.
