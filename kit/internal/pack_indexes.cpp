@@ -7,8 +7,11 @@ namespace TalVcs::Kit {
 
 namespace {
 
-// A save merges no index that has more entries than this, 4 MiB of them.
-constexpr std::uint64_t kMostMergedEntries = std::uint64_t{1} << 18;
+// A save merges no index that has more entries than this, 8 MiB of them.
+constexpr std::uint64_t kMostMergedEntries = std::uint64_t{1} << 19;
+// An index is merged with the one before it unless that one has this many times its entries: a new
+// object is looked for in three or four indexes, and an entry is written some ten times for each.
+constexpr std::uint64_t kMergedRatio = 8;
 
 }  // namespace
 
@@ -51,13 +54,12 @@ PackPlace PackIndexes::GetEnd() const {
   return m_parts.empty() ? PackPlace() : m_parts.back().index->GetRange().to;
 }
 
-bool PackIndexes::Find(std::uint64_t prefix, std::vector<std::uint64_t>& places) {
-  for (auto part = m_parts.rbegin(); part != m_parts.rend(); ++part) {
-    if (part->index->Find(prefix, places)) continue;
-    m_damaged.push_back(part->name);
-    return false;
-  }
-  return true;
+bool PackIndexes::Find(std::size_t index, std::uint64_t prefix,
+                       std::vector<std::uint64_t>& places) {
+  const Part& part = m_parts[index];
+  if (part.index->Find(prefix, places)) return true;
+  m_damaged.push_back(part.name);
+  return false;
 }
 
 void PackIndexes::Trim() noexcept {
@@ -70,7 +72,7 @@ bool PackIndexes::Add(const PackPlace& to, std::uint32_t last_check,
   std::size_t merged = 0;
   for (; merged < m_parts.size(); ++merged) {
     PackIndex& last = *m_parts[m_parts.size() - 1 - merged].index;
-    const bool is_small = last.GetCount() < 2 * entries.size();
+    const bool is_small = last.GetCount() < kMergedRatio * entries.size();
     if (!is_small || last.GetCount() + entries.size() > kMostMergedEntries) break;
     std::vector<PackIndexEntry> both = entries;
     if (!last.ReadAll(both)) break;

@@ -25,9 +25,12 @@ class PackIndexes {
   /// Where the records begin that no index has.
   PackPlace GetEnd() const;
 
-  /// Appends the places of the objects with that prefix, in no order. False if an index is
-  /// damaged: the caller loads them again and scans what is left out then.
-  bool Find(std::uint64_t prefix, std::vector<std::uint64_t>& places);
+  /// Returns the number of indexes. A later one has later records.
+  std::size_t GetCount() const noexcept { return m_parts.size(); }
+
+  /// Appends the places of the objects with that prefix that one index has, in no order. False if
+  /// the index is damaged: the caller loads them again and scans what is left out then.
+  bool Find(std::size_t index, std::uint64_t prefix, std::vector<std::uint64_t>& places);
   /// Frees the pages that can be read again.
   void Trim() noexcept;
 

@@ -59,20 +59,23 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookUp(const ObjectKe
                                                                   std::size_t most) {
   const auto in_tail = m_tail.find(key);
   if (in_tail != m_tail.end()) return LookAt(key, in_tail->second, most);
-  std::vector<std::uint64_t> places;
-  if (!m_indexes.Find(PrefixOf(key), places)) {
-    Load();
-    return LookUp(key, most);
-  }
   // A record that was written later replaces an earlier one of the same object.
-  std::sort(places.rbegin(), places.rend());
   std::optional<Error> failure;
-  for (const std::uint64_t number : places) {
-    const PackPlace place = PlaceFromNumber(number);
-    if (!m_packs.contains(place.pack)) continue;
-    Result<std::optional<Found>> found = LookAt(key, place, most);
-    if (found && *found) return found;
-    if (!found && !failure) failure = std::move(found).error();
+  std::vector<std::uint64_t> places;
+  for (std::size_t index = m_indexes.GetCount(); index-- > 0;) {
+    places.clear();
+    if (!m_indexes.Find(index, PrefixOf(key), places)) {
+      Load();
+      return LookUp(key, most);
+    }
+    std::sort(places.rbegin(), places.rend());
+    for (const std::uint64_t number : places) {
+      const PackPlace place = PlaceFromNumber(number);
+      if (!m_packs.contains(place.pack)) continue;
+      Result<std::optional<Found>> found = LookAt(key, place, most);
+      if (found && *found) return found;
+      if (!found && !failure) failure = std::move(found).error();
+    }
   }
   if (failure) return *failure;
   return std::optional<Found>();
