@@ -113,6 +113,13 @@ if(TALVCS_INSTALL_TAL)
     "/prefix/${CMAKE_INSTALL_BINDIR}" "/prefix/${CMAKE_INSTALL_LIBDIR}")
   set_target_properties(tal PROPERTIES INSTALL_RPATH "$ORIGIN/${talvcs_libraries_from_tal}")
   install(TARGETS tal RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tal)
+  if(TARGET tal-servers)
+    file(RELATIVE_PATH talvcs_libraries_from_servers
+      "/prefix/${CMAKE_INSTALL_LIBEXECDIR}/talvcs" "/prefix/${CMAKE_INSTALL_LIBDIR}")
+    set_target_properties(tal-servers PROPERTIES
+      INSTALL_RPATH "$ORIGIN/${talvcs_libraries_from_servers}")
+    install(TARGETS tal-servers RUNTIME DESTINATION "${CMAKE_INSTALL_LIBEXECDIR}/talvcs" COMPONENT tal)
+  endif()
 
   # The completions and the manual page come from the program itself.
   set(talvcs_tal_texts "${CMAKE_CURRENT_BINARY_DIR}/tal_texts")

@@ -3,6 +3,8 @@
 #include "folder_update.h"
 #include "history.h"
 #include "json.h"
+#include "pending_merge.h"
+#include "short_ids.h"
 
 #include <iostream>
 
@@ -30,6 +32,7 @@ const char* WordFor(NameKind kind) { return kind == NameKind::Branch ? "branch" 
 
 void PrintNames(const Host& host, Session& session, const std::vector<Kit::Head>& names,
                 NameKind kind) {
+  const ShortIds ids(session);
   for (const Kit::Head& name : names) {
     const bool is_current = kind == NameKind::Branch && name.name == session.Branch();
     std::cout << (is_current ? "* " : "  ")
@@ -37,7 +40,7 @@ void PrintNames(const Host& host, Session& session, const std::vector<Kit::Head>
                                      Printable(name.name));
     if (!name.id.View().IsEmpty()) {
       const Kit::Version version = session.Document().Find(ToUtf8(name.id)).value();
-      std::cout << ' ' << host.terminal.Paint(Colour::Yellow, ShortId(IdOf(version))) << ' '
+      std::cout << ' ' << host.terminal.Paint(Colour::Yellow, ids.Of(version.id)) << ' '
                 << Printable(version.summary);
     }
     std::cout << '\n';
@@ -130,6 +133,7 @@ ExitCode RunTag(const Host& host, const NameOptions& options) {
 
 ExitCode RunSwitch(const Host& host, const SwitchOptions& options) {
   Session session(host, AccessFor(options.isDryRun));
+  RefuseDuringMerge(session);
   const FileTree before = session.HeadFiles();
   if (options.creates) Create(session, NameKind::Branch, options.name, "");
   if (options.name != session.Branch()) {

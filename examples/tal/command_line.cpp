@@ -13,6 +13,7 @@
 #include <charconv>
 #include <exception>
 #include <iostream>
+#include <span>
 #include <system_error>
 #include <utility>
 
@@ -56,6 +57,16 @@ std::string CheckCount(const std::string& text) {
   const auto [rest, error] = std::from_chars(text.data(), end, count);
   if (error == std::errc() && rest == end && count > 0) return {};
   return "write a whole number from 1 on, not \"" + Printable(text) + "\"";
+}
+
+/// Returns the name of the command among the arguments, or an empty text.
+std::string_view FindCommand(std::span<const char* const> arguments) {
+  for (std::size_t i = 1; i < arguments.size(); ++i) {
+    const std::string_view word = arguments[i];
+    if (!word.starts_with('-')) return word;
+    if (word == "-C" || word == "--folder") ++i;
+  }
+  return {};
 }
 
 }  // namespace
@@ -116,7 +127,8 @@ Command& Command::Exclusive(std::initializer_list<const char*> names) {
   return *this;
 }
 
-Commands::Commands() : m_app(std::make_unique<CLI::App>("Keeps the history of a folder.", "tal")) {
+Commands::Commands(std::string_view only)
+    : m_only(only), m_app(std::make_unique<CLI::App>("Keeps the history of a folder.", "tal")) {
   m_app->footer(kFooter);
   m_app->set_version_flag("--version", std::string("tal ") + TalVcs::GetVersionText());
   m_app->require_subcommand(1);
@@ -134,13 +146,19 @@ Commands::Commands() : m_app(std::make_unique<CLI::App>("Keeps the history of a 
   });
   m_app->add_option("-C,--folder", m_start, "Work in this folder instead of the current one");
   for (const AddCommands add : GetCommandTable()) add(*this);
+  if (HasCommands() && !m_only.empty()) return;
+  if (!std::exchange(m_only, {}).empty()) {
+    for (const AddCommands add : GetCommandTable()) add(*this);
+  }
   AddDescriptions();
 }
+
+bool Commands::HasCommands() const { return !m_app->get_subcommands({}).empty(); }
 
 Commands::~Commands() = default;
 
 void Commands::Add(const char* name, const char* help, ExitCode (*run)(const Host&)) {
-  AddAction(name, help, run);
+  if (IsWanted(name)) AddAction(name, help, run);
 }
 
 /// Adds the commands that describe all others.
@@ -177,7 +195,7 @@ ExitCode Commands::Run(int argc, const char* const* argv) {
 ExitCode RunCommandLine(int argc, const char* const* argv) {
   std::ios::sync_with_stdio(false);
   CatchInterrupts();
-  Commands commands;
+  Commands commands(FindCommand({argv, static_cast<std::size_t>(argc)}));
   const auto fail = [&](const std::string& reason, ExitCode code) {
     std::cout.flush();
     commands.GetTerminal().Complain(reason);

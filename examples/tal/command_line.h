@@ -8,6 +8,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace CLI {
@@ -46,13 +47,16 @@ class Command {
 /// The commands of the program.
 class Commands {
  public:
-  Commands();
+  /// Adds all commands, or the one of that name alone if there is one: the others would take longer
+  /// to describe than most commands run.
+  explicit Commands(std::string_view only = {});
   ~Commands();
 
   /// Adds a command: `declare` its options in a record that `run` then gets.
   template <class Options>
   void Add(const char* name, const char* help, ExitCode (*run)(const Host&, const Options&),
            void (*declare)(Command&, Options&)) {
+    if (!IsWanted(name)) return;
     const auto options = std::make_shared<Options>();
     Command command =
         AddAction(name, help, [options, run](const Host& host) { return run(host, *options); });
@@ -68,10 +72,13 @@ class Commands {
  private:
   using Action = std::function<ExitCode(const Host&)>;
 
+  bool IsWanted(std::string_view name) const { return m_only.empty() || m_only == name; }
+  bool HasCommands() const;
   Command AddAction(const char* name, const char* help, Action action);
   void AddDescriptions();
 
   Host m_host;
+  std::string m_only;
   std::string m_start = ".";
   Action m_action;
   std::unique_ptr<CLI::App> m_app;

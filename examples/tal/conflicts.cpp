@@ -20,18 +20,6 @@ Side SideOf(const Kit::ConflictSide& side) {
   return side.isFolder ? Side::Folder : Side::Nothing;
 }
 
-std::string Describe(const Kit::Conflict& conflict) {
-  const Side base = SideOf(conflict.base);
-  const auto word = [&](Side side) -> std::string {
-    if (side == Side::Folder) return base == Side::Folder ? "changed folder" : "folder";
-    if (side == Side::Nothing) return "removed";
-    return base == Side::File ? "changed" : "added";
-  };
-  const std::string ours = word(SideOf(conflict.ours));
-  const std::string theirs = word(SideOf(conflict.theirs));
-  return ours == theirs ? ours + " on both sides" : ours + " here, " + theirs + " there";
-}
-
 void ShowSides(const Terminal& terminal, const Kit::Conflict& conflict) {
   const auto text = [](const Kit::ConflictSide& side) {
     return side.content ? std::string(side.content->text()) : std::string();
@@ -100,15 +88,29 @@ std::string Name(const Decision& decision) {
 
 }  // namespace
 
+std::string Describe(const Kit::Conflict& conflict) {
+  const Side base = SideOf(conflict.base);
+  const auto word = [&](Side side) -> std::string {
+    if (side == Side::Folder) return base == Side::Folder ? "changed folder" : "folder";
+    if (side == Side::Nothing) return "removed";
+    return base == Side::File ? "changed" : "added";
+  };
+  const std::string ours = word(SideOf(conflict.ours));
+  const std::string theirs = word(SideOf(conflict.theirs));
+  return ours == theirs ? ours + " on both sides" : ours + " here, " + theirs + " there";
+}
+
 void DeclareConflicts(Command& command, ConflictOptions& options) {
   command.Flag("--ours", options.ours, "Take the current branch's side")
       .Flag("--theirs", options.theirs, "Take the other side")
       .Flag("--base", options.base, "Take the version of the common base")
+      .Flag("--markers", options.markers,
+            "Leave conflicts in the folder, marked in the files (this is the default)")
       .Flag("--interactive", options.interactive, "Ask for each conflict")
       .Option("--tool", options.tool,
               "Run this command for each conflict, with four files: base, ours, theirs, and the "
               "merged one, in which conflicts are marked; it writes that and ends with 0")
-      .Exclusive({"--ours", "--theirs", "--base", "--interactive", "--tool"})
+      .Exclusive({"--ours", "--theirs", "--base", "--markers", "--interactive", "--tool"})
       .Option("--newest", options.newest,
               "Take the side with the later time in the file at this path; if the times are equal, "
               "decide by the options above, or take ours");
@@ -132,6 +134,7 @@ DecidedConflicts Decide(Session& session, const Kit::MergePreview& preview,
     }
     if (options.theirs) return Decision::Theirs();
     if (options.base) return Decision::Base();
+    if (options.markers) return std::nullopt;
     // Where times don't decide and nothing else is asked for, the current branch's side stays.
     if (options.ours || !options.newest.empty()) return Decision::Ours();
     return std::nullopt;
@@ -143,6 +146,22 @@ DecidedConflicts Decide(Session& session, const Kit::MergePreview& preview,
     if (decision) decided.decisions.emplace(conflict.path, *decision);
   }
   return decided;
+}
+
+Kit::Decisions WithMarkers(const Kit::MergePreview& preview, Kit::Decisions decisions) {
+  for (const Kit::Conflict& conflict : preview.conflicts) {
+    const bool is_text = conflict.merged && conflict.ours.content && conflict.theirs.content;
+    const bool is_ours = SideOf(conflict.ours) != Side::Nothing;
+    decisions.emplace(conflict.path, is_text   ? Decision::Content(*conflict.merged)
+                                     : is_ours ? Decision::Ours()
+                                               : Decision::Theirs());
+  }
+  return decisions;
+}
+
+bool HasMarkers(std::string_view text) {
+  constexpr std::string_view kMarker = "<<<<<<< ours";
+  return text.starts_with(kMarker) || text.find("\n" + std::string(kMarker)) != text.npos;
 }
 
 }  // namespace Tal

@@ -2,9 +2,11 @@
 #include "command_line.h"
 #include "command_table.h"
 #include "history.h"
+#include "interrupt.h"
 #include "json.h"
 #include "paths.h"
 #include "session.h"
+#include "short_ids.h"
 
 #include <kit/diff/blame.h>
 
@@ -38,7 +40,10 @@ ExitCode RunLs(const Host& host, const PathOptions& options) {
   const FileTree files = FilesAt(session, options.revision);
   const std::vector<std::string> paths = ListPath(files, NormalPath(options.path));
   if (!host.json) {
-    for (const std::string& path : paths) std::cout << Printable(path) << '\n';
+    for (const std::string& path : paths) {
+      StopIfInterrupted();
+      std::cout << Printable(path) << '\n';
+    }
     return ExitCode::Done;
   }
   JsonWriter json(std::cout);
@@ -102,9 +107,12 @@ ExitCode RunBlame(const Host& host, const PathOptions& options) {
   const Kit::Blame blame =
       Kit::BlameText(OlderTexts(session, versions, path), {.progress = ShowProgress(host.terminal)})
           .value();
+  ShortIds ids(session);
+  for (const Kit::Version& version : versions) ids.Add(version.id);
   std::optional<JsonWriter> json;
   if (host.json) json.emplace(std::cout).BeginArray();
   for (std::size_t i = 0; i < blame.lines.size(); ++i) {
+    StopIfInterrupted();
     const Kit::BlamedLine& line = blame.lines[i];
     const Kit::Version& version = versions[line.version];
     std::string_view text = line.text;
@@ -118,7 +126,7 @@ ExitCode RunBlame(const Host& host, const PathOptions& options) {
       json->Key("text").Text(text);
       json->EndObject();
     } else {
-      std::cout << host.terminal.Paint(Colour::Yellow, ShortId(IdOf(version))) << ' '
+      std::cout << host.terminal.Paint(Colour::Yellow, ids.Of(version.id)) << ' '
                 << Printable(version.author) << ' ' << FormatTime(version).substr(0, 10) << ' '
                 << i + 1 << ") " << Printable(text) << '\n';
     }

@@ -3,34 +3,12 @@
 
 #include "file_kinds.h"
 
+#include "text.h"
+
 #include <set>
 
 namespace Tal {
 namespace {
-
-std::string Escaped(std::string_view path) {
-  std::string escaped;
-  for (const char c : path) {
-    if (c == '\\') {
-      escaped += "\\\\";
-    } else if (c == '\n') {
-      escaped += "\\n";
-    } else {
-      escaped += c;
-    }
-  }
-  return escaped;
-}
-
-std::string Unescaped(std::string_view text) {
-  std::string path;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool is_escape = text[i] == '\\' && i + 1 < text.size();
-    if (is_escape) ++i;
-    path += is_escape && text[i] == 'n' ? '\n' : text[i];
-  }
-  return path;
-}
 
 TalVcs::Kit::Result<TalVcs::Kit::MergedContent> MergeKinds(
     const TalVcs::Kit::ContentToMerge& content) {
@@ -67,15 +45,15 @@ FileKinds::FileKinds(std::string_view text) {
     const std::string_view line = text.substr(0, end);
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
     if (line.size() < 3 || line[1] != ' ') continue;
-    if (line[0] == 'x') m_kinds.emplace(Unescaped(line.substr(2)), FileKind::Executable);
-    if (line[0] == 'l') m_kinds.emplace(Unescaped(line.substr(2)), FileKind::Link);
+    if (line[0] == 'x') m_kinds.emplace(UnescapeLine(line.substr(2)), FileKind::Executable);
+    if (line[0] == 'l') m_kinds.emplace(UnescapeLine(line.substr(2)), FileKind::Link);
   }
 }
 
 std::string FileKinds::ToText() const {
   std::string text;
   for (const auto& [path, kind] : m_kinds)
-    text += (kind == FileKind::Executable ? "x " : "l ") + Escaped(path) + "\n";
+    text += (kind == FileKind::Executable ? "x " : "l ") + EscapeLine(path) + "\n";
   return text;
 }
 

@@ -42,7 +42,11 @@ bool WaitForInput() {
 }
 
 void StopIfInterrupted() {
-  if (IsInterrupted()) throw Failure("interrupted; nothing has changed", ExitCode::Interrupted);
+  if (IsInterrupted()) ThrowInterrupted();
+}
+
+void ThrowInterrupted() {
+  throw Failure("interrupted; nothing has changed", ExitCode::Interrupted);
 }
 
 }  // namespace Tal

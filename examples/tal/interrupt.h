@@ -14,5 +14,7 @@ bool WaitForInput();
 
 /// Throws `Failure` with `Interrupted` after an interrupt.
 void StopIfInterrupted();
+/// Throws it in any case.
+[[noreturn]] void ThrowInterrupted();
 
 }  // namespace Tal

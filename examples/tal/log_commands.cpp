@@ -1,9 +1,11 @@
 #include "command_line.h"
 #include "command_table.h"
 #include "graph.h"
+#include "interrupt.h"
 #include "parse_time.h"
 #include "paths.h"
 #include "printing.h"
+#include "short_ids.h"
 
 #include <algorithm>
 #include <fstream>
@@ -54,12 +56,17 @@ std::vector<Kit::Version> VersionsOf(const History& history) {
   return versions;
 }
 
-void PrintTextGraph(const Host& host, const History& history, const GraphLayout& layout) {
+void PrintTextGraph(const Host& host, Session& session, const History& history,
+                    const GraphLayout& layout) {
   const TextGraph graph = DrawText(history, layout, host.terminal.DrawsLines());
+  ShortIds ids(session);
+  for (const HistoryCommit& entry : history.commits) ids.Add(entry.version.id);
   for (std::size_t row = 0; row < history.commits.size(); ++row) {
+    StopIfInterrupted();
     const HistoryCommit& entry = history.commits[row];
     if (!graph.above[row].empty()) std::cout << graph.above[row] << '\n';
-    std::cout << graph.rows[row] << ' ' << host.terminal.Paint(Colour::Yellow, ShortId(entry.id));
+    std::cout << graph.rows[row] << ' '
+              << host.terminal.Paint(Colour::Yellow, ids.Of(entry.version.id));
     for (const std::string& branch : entry.version.branches)
       std::cout << ' ' << host.terminal.Paint(Colour::Green, "[" + Printable(branch) + "]");
     std::cout << ' ' << Printable(ShortDescription(entry, 72)) << ' '
@@ -110,7 +117,7 @@ ExitCode RunLog(const Host& host, const LogOptions& options) {
     if (host.json) {
       PrintLogJson(session, VersionsOf(history));
     } else {
-      PrintTextGraph(host, history, LayOutGraph(history, ListBranches(session)));
+      PrintTextGraph(host, session, history, LayOutGraph(history, ListBranches(session)));
     }
     return ExitCode::Done;
   }
@@ -144,7 +151,7 @@ ExitCode RunGraph(const Host& host, const GraphOptions& options) {
   const std::vector<Kit::Head> branches = ListBranches(session);
   const GraphLayout layout = LayOutGraph(history, branches);
   if (!options.dot && !options.svg) {
-    PrintTextGraph(host, history, layout);
+    PrintTextGraph(host, session, history, layout);
     return ExitCode::Done;
   }
   const std::string name = session.WorkFolder().Top().filename().string();

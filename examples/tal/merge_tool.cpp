@@ -1,9 +1,13 @@
 #include "merge_tool.h"
 
+#include "conflicts.h"
 #include "failure.h"
 #include "interrupt.h"
 #include "store_files.h"
 
+#include <sys/wait.h>
+
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -59,9 +63,15 @@ std::string Quoted(const fs::path& path) {
   return quoted + "'";
 }
 
+/// Runs a command of the shell and returns true if it ends with 0. Throws `Failure` if it was
+/// interrupted: meanwhile the interrupt goes to that program alone.
 bool Run(const std::string& command) {
+  constexpr int kInterrupted = static_cast<int>(ExitCode::Interrupted);
   std::cout.flush();
   const int status = std::system(command.c_str());
+  const bool is_interrupted = (WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) ||
+                              (WIFEXITED(status) && WEXITSTATUS(status) == kInterrupted);
+  if (is_interrupted) ThrowInterrupted();
   StopIfInterrupted();
   return status == 0;
 }
@@ -91,8 +101,7 @@ std::optional<Bytes> EditConflict(const Folder& folder, const Conflict& conflict
   if (!Run(std::string(editor == nullptr ? "vi" : editor) + " " + Quoted(files.PathOf("merged"))))
     return std::nullopt;
   const std::string text = ReadSmallFile(files.PathOf("merged"));
-  const bool has_markers = ("\n" + text).find("\n<<<<<<< ") != std::string::npos;
-  return has_markers ? std::nullopt : std::optional(Bytes(text));
+  return HasMarkers(text) ? std::nullopt : std::optional(Bytes(text));
 }
 
 }  // namespace Tal

@@ -4,6 +4,8 @@
 #include "folder_update.h"
 #include "history.h"
 #include "interrupt.h"
+#include "pending_merge.h"
+#include "short_ids.h"
 
 #include <iostream>
 
@@ -41,6 +43,22 @@ void PrintOutcome(const Host& host, const Kit::MergePreview& preview,
   json.EndObject();
 }
 
+/// Brings the merge into the folder, with the conflicts that aren't decided, and remembers it.
+void LeaveInFolder(Session& session, const FileTree& before, const Kit::MergePreview& preview,
+                   const DecidedConflicts& decided, const Author& author,
+                   const std::string& message) {
+  PendingMerge merge{
+      preview.action, preview.version.id, preview.head, session.Branch(), author, message, {}};
+  for (const Kit::Conflict& conflict : preview.conflicts) {
+    if (!decided.decisions.contains(conflict.path)) merge.conflicts.push_back(conflict.path);
+  }
+  static_cast<void>(session.Document()
+                        .Merge(preview, WithMarkers(preview, decided.decisions),
+                               {.author = author.name, .email = author.email})
+                        .value());
+  BeginPendingMerge(session, before, merge);
+}
+
 }  // namespace
 
 void MergeRun::Declare(Command& command) {
@@ -50,16 +68,27 @@ void MergeRun::Declare(Command& command) {
       .Option("--email", email, "The author's e-mail, instead of TAL_EMAIL");
 }
 
+void SayDone(Session& session, const std::string& verb) {
+  session.GetHost().terminal.Say(verb + " done: " + Printable(session.Branch()) + " is at " +
+                                 ShortIdOf(session, session.Head()->id));
+}
+
 ExitCode CompleteMerge(Session& session, const FileTree& before, const Kit::MergePreview& preview,
-                       const MergeRun& run, const std::string& verb, const std::string& message,
+                       const MergeRun& run, const std::string& message,
                        const std::function<void()>& clean) {
+  RefuseDuringMerge(session);
   const Host& host = session.GetHost();
+  const std::string verb = VerbOf(preview.action);
   const DecidedConflicts decided = Decide(session, preview, run.conflicts);
-  if (const std::size_t undecided = decided.CountUndecided()) {
+  const Author author = FindAuthor(run.author, run.email);
+  if (decided.CountUndecided() > 0) {
+    if (!run.isDryRun) LeaveInFolder(session, before, preview, decided, author, message);
     PrintOutcome(host, preview, decided, verb);
-    if (run.isDryRun) return ExitCode::Differs;
-    throw Failure(Plural(undecided, "conflict") + " to decide; nothing has changed. Use --ours, " +
-                  "--theirs, --base, --newest, --tool or --interactive");
+    if (!run.isDryRun)
+      host.terminal.Say(Plural(decided.CountUndecided(), "conflict") +
+                        " to decide in the folder: edit the files, then tal merge --continue. " +
+                        "tal merge --abort takes the " + verb + " back");
+    return ExitCode::Differs;
   }
   if (run.isDryRun || host.json) PrintOutcome(host, preview, decided, verb);
   if (preview.isUpToDate) {
@@ -67,7 +96,6 @@ ExitCode CompleteMerge(Session& session, const FileTree& before, const Kit::Merg
       host.terminal.Say("nothing to " + verb + ": the current branch has every change");
     return ExitCode::Done;
   }
-  const Author author = FindAuthor(run.author, run.email);
   static_cast<void>(session.Document()
                         .Merge(preview, decided.decisions,
                                {.message = message,
@@ -85,8 +113,7 @@ ExitCode CompleteMerge(Session& session, const FileTree& before, const Kit::Merg
   for (const DecidedConflict& conflict : decided.list)
     host.terminal.Say(Printable(conflict.path) + ": " + conflict.kind + ", took " +
                       conflict.choice);
-  host.terminal.Say(std::string(WayOf(preview, verb)) + " done: " + Printable(session.Branch()) +
-                    " is at " + ShortId(IdOf(*session.Head())));
+  SayDone(session, WayOf(preview, verb));
   return ExitCode::Done;
 }
 

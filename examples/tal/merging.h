@@ -20,10 +20,14 @@ struct MergeRun {
 };
 
 /// Decides the conflicts of a preview, makes its version with that message, and brings the folder
-/// there from `before`. Prints what it does; `verb` names it, such as "merge". Without a message,
-/// the version has the one that names what was merged. `clean` is called before the session saves.
+/// there from `before`. If a conflict isn't decided, the folder gets the files with markers, and
+/// the merge is in progress: see `PendingMerge`. Prints what it does. Without a message, the
+/// version has the one that names what was merged. `clean` is called before the session saves.
 ExitCode CompleteMerge(Session& session, const FileTree& before, const Kit::MergePreview& preview,
-                       const MergeRun& run, const std::string& verb,
-                       const std::string& message = {}, const std::function<void()>& clean = {});
+                       const MergeRun& run, const std::string& message = {},
+                       const std::function<void()>& clean = {});
+
+/// Says that a merge is done, and where the branch is now.
+void SayDone(Session& session, const std::string& verb);
 
 }  // namespace Tal

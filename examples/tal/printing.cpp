@@ -1,5 +1,6 @@
 #include "printing.h"
 
+#include "interrupt.h"
 #include "text.h"
 
 #include <kit/diff/unified_diff.h>
@@ -66,6 +67,7 @@ std::string DescriptionOf(const Kit::Version& version) {
 }
 
 void PrintVersion(const Terminal& terminal, const Kit::Version& version, Times times) {
+  StopIfInterrupted();
   std::cout << terminal.Paint(Colour::Yellow, "commit " + IdOf(version));
   for (const std::string& branch : version.branches)
     std::cout << ' ' << terminal.Paint(Colour::Green, "[" + Printable(branch) + "]");
@@ -116,7 +118,10 @@ void PrintFileDiff(const Terminal& terminal, const FileSides& sides) {
     return;
   }
   const std::vector<DiffLine> lines = TalVcs::Kit::DiffLines(sides.before, sides.after);
-  for (const Hunk& hunk : TalVcs::Kit::FindHunks(lines)) PrintHunk(terminal, lines, hunk);
+  for (const Hunk& hunk : TalVcs::Kit::FindHunks(lines)) {
+    StopIfInterrupted();
+    PrintHunk(terminal, lines, hunk);
+  }
 }
 
 void PrintFileDiffJson(JsonWriter& json, const FileSides& sides) {
@@ -138,6 +143,7 @@ void PrintFileDiffJson(JsonWriter& json, const FileSides& sides) {
 }
 
 void PrintChange(const Terminal& terminal, const Change& change) {
+  StopIfInterrupted();
   std::cout << terminal.Paint(ColourOf(change.kind), Name(change.kind)) << '\t'
             << DescribePath(change) << '\n';
 }

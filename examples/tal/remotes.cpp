@@ -7,6 +7,7 @@
 
 #include "failure.h"
 #include "folder.h"
+#include "server_store.h"
 #include "store_files.h"
 #include "terminal.h"
 
@@ -14,9 +15,6 @@
 #include <kit/store/memory_object_store.h>
 #include <kit/store/passing_store.h>
 #include <kit/text/result.h>
-#ifdef TAL_WITH_POSTGRES
-#include <stores/postgres/postgres_store.h>
-#endif
 
 #include <sstream>
 #include <utility>
@@ -28,27 +26,10 @@ namespace {
 
 constexpr const char* kRemotesFile = "tal-remotes";
 constexpr const char* kLazyFile = "tal-lazy";
-constexpr const char* kMainRepository = "main";
 
 bool IsServer(const std::string& place) {
   return place.starts_with("postgresql://") || place.starts_with("postgres://");
 }
-
-#ifdef TAL_WITH_POSTGRES
-std::shared_ptr<TalVcs::Kit::IObjectStore> OpenServer(const std::string& place) {
-  using TalVcs::Kit::PostgresStore;
-  const std::size_t mark = place.find('#');
-  const std::string name = mark == place.npos ? kMainRepository : place.substr(mark + 1);
-  auto store = PostgresStore::Open(place.substr(0, mark), name);
-  if (!store) throw Failure("cannot open the remote: " + Printable(Describe(store.error())));
-  return std::make_shared<PostgresStore>(*std::move(store));
-}
-#else
-std::shared_ptr<TalVcs::Kit::IObjectStore> OpenServer(const std::string&) {
-  throw Failure("cannot open the remote: this build has no stores on PostgreSQL servers",
-                ExitCode::Usage);
-}
-#endif
 
 /// Takes the place of a store that can't be reached: every call fails.
 class UnreachableStore final : public TalVcs::Kit::PassingStore {

@@ -1,11 +1,13 @@
 #include "author.h"
 #include "command_line.h"
 #include "command_table.h"
+#include "conflicts.h"
 #include "folder_update.h"
 #include "history.h"
-#include "interrupt.h"
 #include "paths.h"
 #include "pending_changes.h"
+#include "pending_merge.h"
+#include "restoration.h"
 
 #include <algorithm>
 #include <charconv>
@@ -28,35 +30,6 @@ struct StashOptions {
   bool isDryRun = false;
 };
 
-/// Writes files over what the folder has at their paths, and puts that back if one fails.
-class Restoration {
- public:
-  explicit Restoration(const Folder& folder) : m_folder(folder) {}
-
-  void Write(const std::string& path, const BlobPtr& blob, FileKind kind) {
-    StopIfInterrupted();
-    std::optional<FileContent> former;
-    if (m_folder.Examine(path).type == EntryType::File) former = m_folder.Read(path);
-    m_folder.Write(path, blob->GetData(), kind);
-    m_former.emplace_back(path, std::move(former));
-  }
-
-  void Undo() {
-    for (; !m_former.empty(); m_former.pop_back()) {
-      const auto& [path, content] = m_former.back();
-      if (content) {
-        m_folder.Write(path, content->bytes, content->stat.kind);
-      } else {
-        m_folder.Remove(path);
-      }
-    }
-  }
-
- private:
-  const Folder& m_folder;
-  std::vector<std::pair<std::string, std::optional<FileContent>>> m_former;
-};
-
 ExitCode RunRestore(const Host& host, const RestoreOptions& options) {
   Session session(host, AccessFor(options.isDryRun));
   const FileTree files = session.FilesOf(session.FindOrHead(options.from).id);
@@ -69,23 +42,13 @@ ExitCode RunRestore(const Host& host, const RestoreOptions& options) {
   } else {
     throw Failure("the commit has nothing at \"" + Printable(top) + "\"; tal ls lists its files");
   }
-  std::erase_if(paths, [&](const std::string& path) {
-    CheckPath(path);
-    return session.WorkFolder().Holds(path, files.Find(path)->GetId(), files.KindOf(path));
-  });
+  paths = PathsThatDiffer(session.WorkFolder(), files, paths);
   if (options.isDryRun) {
     for (const std::string& path : paths) std::cout << Printable(path) << '\n';
     host.terminal.Say("would restore " + Plural(paths.size(), "file") + "; this was a dry run");
     return ExitCode::Done;
   }
-  Restoration restoration(session.WorkFolder());
-  try {
-    for (const std::string& path : paths)
-      restoration.Write(path, files.Find(path), files.KindOf(path));
-  } catch (...) {
-    restoration.Undo();
-    throw;
-  }
+  Restoration(session.WorkFolder()).Apply(files, paths);
   host.terminal.Say("restored " + Plural(paths.size(), "file"));
   return ExitCode::Done;
 }
@@ -110,6 +73,7 @@ std::vector<Kit::Head> ListStashes(Session& session) {
 /// The current branch moves to it and back, in the memory of the session alone.
 ExitCode SaveStash(const Host& host, const StashOptions& options) {
   Session session(host, AccessFor(options.isDryRun));
+  RefuseDuringMerge(session);
   const Kit::Version head = session.Find("HEAD");
   const FolderChanges state = CompareFolder(session, session.HeadFiles(), Moves::Ignore);
   RefuseNames(state.contents);
@@ -141,17 +105,59 @@ Kit::Version LatestStash(Session& session, std::string& name) {
   return session.Document().Find(name).value();
 }
 
+/// Merges the changes of a stash with the folder as it is. The folder's state becomes a version for
+/// that, in a session which keeps nothing.
+class StashMerge {
+ public:
+  StashMerge(const Host& host, const Kit::Version& stash) : m_session(host, Access::Rehearse) {
+    const FolderChanges state = CompareFolder(m_session, m_session.HeadFiles(), Moves::Ignore);
+    RefuseNames(state.contents);
+    Kit::Workspace& document = m_session.Document();
+    if (!state.changes.empty()) {
+      WriteChanges(m_session, state);
+      static_cast<void>(document.Commit("The folder", Somebody()).value());
+    }
+    m_before = m_session.HeadFiles();
+    m_preview = document.PreviewCherryPick(stash.id).value();
+    static_cast<void>(document
+                          .Merge(m_preview, WithMarkers(m_preview, {}),
+                                 {.author = Somebody().author, .email = Somebody().email})
+                          .value());
+    m_after = m_session.HeadFiles();
+  }
+
+  const FileTree& Before() const noexcept { return m_before; }
+  const FileTree& After() const noexcept { return m_after; }
+  const std::vector<Kit::Conflict>& Conflicts() const noexcept { return m_preview.conflicts; }
+
+ private:
+  static Kit::CommitOptions Somebody() { return {.author = "tal", .email = "tal"}; }
+
+  Session m_session;
+  Kit::MergePreview m_preview;
+  FileTree m_before;
+  FileTree m_after;
+};
+
 ExitCode PopStash(const Host& host, const StashOptions& options) {
   Session session(host, AccessFor(options.isDryRun));
+  RefuseDuringMerge(session);
   std::string name;
   const Kit::Version stash = LatestStash(session, name);
-  const FileTree before = session.FilesBefore(stash);
-  const FileTree files = session.FilesOf(stash.id);
-  session.Document().RemoveTag(name).value();
-  const std::size_t count = SaveWithFolder(session, before, files);
+  const StashMerge merge(host, stash);
+  const bool is_whole = merge.Conflicts().empty();
+  if (is_whole) session.Document().RemoveTag(name).value();
+  const std::size_t count = SaveWithFolder(session, merge.Before(), merge.After());
+  for (const Kit::Conflict& conflict : merge.Conflicts())
+    std::cout << host.terminal.Paint(Colour::Red, "conflict") << '\t' << Printable(conflict.path)
+              << '\t' << Describe(conflict) << '\n';
   host.terminal.Say((options.isDryRun ? "would bring back " : "brought back ") +
                     Plural(count, "file") + " of " + name);
-  return ExitCode::Done;
+  if (is_whole) return ExitCode::Done;
+  host.terminal.Say(name +
+                    " stays, because it conflicts with the folder; once the files are right, " +
+                    "tal stash drop removes it");
+  return ExitCode::Differs;
 }
 
 ExitCode DropStash(const Host& host, const StashOptions& options) {

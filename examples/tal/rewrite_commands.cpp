@@ -4,6 +4,7 @@
 #include "folder_update.h"
 #include "forget.h"
 #include "history.h"
+#include "pending_merge.h"
 
 #include <kit/open/save.h>
 #include <kit/open/statistics.h>
@@ -34,6 +35,7 @@ std::uint64_t CountVersions(Session& session) {
 ExitCode RunRebase(const Host& host, const RebaseOptions& options) {
   CheckBranchName(options.onto);
   Session session(host, AccessFor(options.isDryRun));
+  RefuseDuringMerge(session);
   const std::string branch = options.branch.empty() ? session.Branch() : options.branch;
   const std::string other = options.other.empty() ? options.onto : options.other;
   const FileTree before = session.HeadFiles();
@@ -57,6 +59,7 @@ ExitCode RunRebase(const Host& host, const RebaseOptions& options) {
 
 ExitCode RunForget(const Host& host, const ForgetOptions& options) {
   Session session(host, AccessFor(options.isDryRun));
+  RefuseDuringMerge(session);
   const std::uint64_t before = CountVersions(session);
   const Kit::Version last = session.Find(options.revision);
   {
@@ -71,6 +74,7 @@ ExitCode RunForget(const Host& host, const ForgetOptions& options) {
 
 ExitCode RunSimplify(const Host& host, const RehearsableOptions& options) {
   Session session(host, AccessFor(options.isDryRun));
+  RefuseDuringMerge(session);
   const Kit::RetentionReport report =
       session.Document()
           .Forget(Kit::Retention::TipsAndForks(), {.progress = ShowProgress(host.terminal)})
@@ -83,6 +87,7 @@ ExitCode RunSimplify(const Host& host, const RehearsableOptions& options) {
 
 ExitCode RunCollect(const Host& host, const RehearsableOptions& options) {
   Session session(host, AccessFor(options.isDryRun));
+  RefuseDuringMerge(session);
   if (options.isDryRun) {
     const Kit::ObjectTotals unused =
         Kit::Statistics(session.Store(), {.progress = ShowProgress(host.terminal)})

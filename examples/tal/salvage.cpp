@@ -1,14 +1,21 @@
 #include "salvage.h"
 
 #include "failure.h"
+#include "file_tree.h"
+#include "folder.h"
 #include "interrupt.h"
+#include "text.h"
 
 #include <kit/open/open.h>
 #include <kit/open/try.h>
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <span>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -110,28 +117,136 @@ class BranchSalvage {
   std::set<std::string> m_missing;
 };
 
-}  // namespace
+/// Returns the id after "parent " in the text of a packed commit; empty if it names none.
+TalVcs::Id ParentOf(std::string_view packed) {
+  constexpr std::string_view kKey = "parent ";
+  std::string_view text = packed.substr(std::min(packed.find('\0'), packed.size() - 1) + 1);
+  text.remove_prefix(std::min(text.find('\n'), text.size() - 1) + 1);
+  if (!text.starts_with(kKey)) return {};
+  return TalVcs::Id(ToWide(std::string(text.substr(kKey.size(), 64))));
+}
 
-SalvageReport Salvage(Session& session, const std::string& target) {
-  std::error_code error;
-  if (!fs::create_directory(target, error))
-    throw Failure("cannot create the folder \"" + Printable(target) +
-                  "\": " + (error ? error.message() : "there is something of that name"));
-  Kit::OpenedRepository opened =
-      Kit::Open(std::shared_ptr<Kit::IObjectStore>(&session.Store(), [](auto*) {})).value();
-  SalvageReport report;
-  for (const Kit::Head& head : session.Store().Heads().value()) {
-    const auto commit = Kit::Try([&] { return opened->GetHead(ToWide(head.name)); });
+/// Finds the commits of a store by reading every object, and which of them are no commit's parent.
+class TipSearch {
+ public:
+  explicit TipSearch(Kit::IObjectStore& store) : m_store(store) {}
+
+  std::vector<TalVcs::Id> Run() {
+    std::vector<TalVcs::Id> ids;
+    static_cast<void>(m_store.List([&](std::span<const TalVcs::Id> listed) {
+      ids.insert(ids.end(), listed.begin(), listed.end());
+      return !IsInterrupted();
+    }));
+    for (std::span<const TalVcs::Id> rest = ids; !rest.empty();) {
+      StopIfInterrupted();
+      const auto batch = rest.first(std::min(rest.size(), kBatch));
+      rest = rest.subspan(batch.size());
+      // What can't be read is no tip that could be salvaged.
+      static_cast<void>(
+          m_store.Read(batch, [this](const TalVcs::Id& id, Kit::Result<TalVcs::Buffer> packed) {
+            if (packed) Add(id, *packed);
+          }));
+    }
+    std::vector<TalVcs::Id> tips;
+    for (const std::string& commit : m_commits) {
+      if (!m_parents.contains(commit)) tips.emplace_back(ToWide(commit));
+    }
+    return tips;
+  }
+
+ private:
+  static constexpr std::size_t kBatch = 64;
+
+  void Add(const TalVcs::Id& id, const TalVcs::Buffer& packed) {
+    constexpr std::string_view kCommit = "commit ";
+    constexpr std::size_t kMostBytes = 1 << 20;  // a larger object is no commit of a person
+    if (packed.GetSize() > kMostBytes) return;
+    const std::string text = Kit::BytesFromBuffer(packed);
+    if (!text.starts_with(kCommit)) return;
+    m_commits.insert(ToUtf8(id));
+    m_parents.insert(ToUtf8(ParentOf(text)));
+  }
+
+  Kit::IObjectStore& m_store;
+  std::set<std::string> m_commits;
+  std::set<std::string> m_parents;
+};
+
+/// Returns the time, the author and the first line of the description.
+std::string DescribeTip(const TalVcs::Commit& commit) {
+  Kit::Version version;
+  version.time = std::chrono::sys_seconds(std::chrono::seconds(commit.GetCommitTime().ToTimeT()));
+  const std::string description = ToUtf8(commit.GetDesciption());
+  return FormatTime(version) + " " + ToUtf8(commit.GetAuthorName()) + ": " +
+         description.substr(0, description.find('\n'));
+}
+
+/// Salvages what the branches and the tips of one store have.
+class StoreSalvage {
+ public:
+  StoreSalvage(const std::shared_ptr<Kit::IObjectStore>& store, fs::path target)
+      : m_store(store), m_target(std::move(target)), m_opened(Kit::Open(store).value()) {}
+
+  void TakeBranches() {
+    const auto heads = m_store->Heads();
+    if (!heads) {
+      m_report.lost.push_back("the list of branches");
+      return;
+    }
+    for (const Kit::Head& head : *heads) {
+      m_heads.insert(ToUtf8(head.id));
+      const CommitPtr commit = Read(head.id);
+      if (!commit) {
+        m_report.lost.push_back(head.name + ": its head");
+        continue;
+      }
+      ++m_report.branches;
+      BranchSalvage(head.name, m_target / FolderName(head.name), m_report).Run(commit);
+    }
+  }
+
+  void TakeTips() {
+    std::vector<CommitPtr> commits;
+    for (const TalVcs::Id& id : TipSearch(*m_store).Run()) {
+      if (m_heads.contains(ToUtf8(id))) continue;
+      if (const CommitPtr commit = Read(id)) commits.push_back(commit);
+    }
+    std::stable_sort(commits.begin(), commits.end(), [](const CommitPtr& a, const CommitPtr& b) {
+      return a->GetCommitTime() > b->GetCommitTime();
+    });
+    for (const CommitPtr& commit : commits) {
+      const std::string name = "tip-" + ShortId(ToUtf8(commit->GetId()));
+      m_report.tips.push_back(name + " " + DescribeTip(*commit));
+      BranchSalvage(name, m_target / name, m_report).Run(commit);
+    }
+  }
+
+  bool HasBranches() const noexcept { return m_report.branches > 0; }
+  SalvageReport TakeReport() { return std::move(m_report); }
+
+ private:
+  CommitPtr Read(const TalVcs::Id& id) {
+    const auto commit = Kit::Try([&] { return m_opened->GetCommitFromStorage(id); });
     const bool can_be_read =
         commit && *commit && Kit::Try([&] { return (*commit)->GetDesciption(); });
-    if (!can_be_read) {
-      report.lost.push_back(head.name + ": its head");
-      continue;
-    }
-    ++report.branches;
-    BranchSalvage(head.name, fs::path(target) / FolderName(head.name), report).Run(*commit);
+    return can_be_read ? *commit : CommitPtr();
   }
-  return report;
+
+  std::shared_ptr<Kit::IObjectStore> m_store;
+  fs::path m_target;
+  Kit::OpenedRepository m_opened;
+  std::set<std::string> m_heads;
+  SalvageReport m_report;
+};
+
+}  // namespace
+
+SalvageReport Salvage(const std::shared_ptr<Kit::IObjectStore>& store, const fs::path& target,
+                      SalvageFrom from) {
+  StoreSalvage salvage(store, target);
+  salvage.TakeBranches();
+  if (from == SalvageFrom::Objects || !salvage.HasBranches()) salvage.TakeTips();
+  return salvage.TakeReport();
 }
 
 }  // namespace Tal

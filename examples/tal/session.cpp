@@ -23,19 +23,6 @@ namespace {
 constexpr const char* kFormerBranchFile = "tal-branch";  // versions before kept the branch there
 constexpr const char* kLockFile = "tal-lock";
 
-fs::path FindTop(const fs::path& start) {
-  CheckStart(start);
-  std::error_code error;
-  fs::path absolute = fs::absolute(start).lexically_normal();
-  if (!absolute.has_filename()) absolute = absolute.parent_path();
-  for (fs::path top = absolute;; top = top.parent_path()) {
-    if (fs::is_directory(top / Folder::kStoreName, error)) return top;
-    if (top == top.parent_path()) break;
-  }
-  throw Failure("neither \"" + Printable(absolute.string()) +
-                "\" nor a folder above it has a history; tal init creates one");
-}
-
 /// Returns how far the clocks here are from UTC now.
 std::chrono::minutes LocalOffset() {
   const std::time_t now = std::time(nullptr);
@@ -80,12 +67,29 @@ void CheckStart(const fs::path& start) {
     throw Failure("there is no folder \"" + Printable(start.string()) + "\"", ExitCode::Usage);
 }
 
+fs::path FindTop(const fs::path& start) {
+  CheckStart(start);
+  std::error_code error;
+  fs::path absolute = fs::absolute(start).lexically_normal();
+  if (!absolute.has_filename()) absolute = absolute.parent_path();
+  for (fs::path top = absolute;; top = top.parent_path()) {
+    if (fs::is_directory(top / Folder::kStoreName, error)) return top;
+    if (top == top.parent_path()) break;
+  }
+  throw Failure("neither \"" + Printable(absolute.string()) +
+                "\" nor a folder above it has a history; tal init creates one");
+}
+
+std::shared_ptr<Kit::IObjectStore> OpenWholeStore(const fs::path& top) {
+  std::shared_ptr<Kit::IObjectStore> store = OpenStore(top);
+  const std::string place = LazyPlace(top);
+  return place.empty() ? store : OpenLazy(std::move(store), place);
+}
+
 Session::Session(const Host& host, Access access)
     : m_host(host), m_access(access), m_folder(FindTop(host.start)) {
   if (access == Access::Change) m_lock = std::make_unique<Lock>(m_folder.StorePath());
-  m_store = OpenStore(m_folder.Top());
-  const std::string place = LazyPlace(m_folder.Top());
-  if (!place.empty()) m_store = OpenLazy(m_store, place);
+  m_store = OpenWholeStore(m_folder.Top());
   m_visible = m_store;
   if (access == Access::Read) return;
   m_staged = std::make_shared<StagedStore>(m_store);

@@ -90,6 +90,13 @@ class Session {
   bool m_isSaved = false;
 };
 
+/// Returns the folder with a store that is `start` or above it. Throws `Failure`.
+std::filesystem::path FindTop(const std::filesystem::path& start);
+
+/// Opens the store of a folder; of a clone that reads its remote on demand, both together. Throws
+/// `Failure`.
+std::shared_ptr<Kit::IObjectStore> OpenWholeStore(const std::filesystem::path& top);
+
 /// Throws `Failure` with `Usage` if there is no folder at `start`.
 void CheckStart(const std::filesystem::path& start);
 

@@ -4,8 +4,10 @@
 #include "history.h"
 #include "interrupt.h"
 #include "json.h"
+#include "pending_merge.h"
 #include "remotes.h"
 #include "session.h"
+#include "short_ids.h"
 #include "store_files.h"
 
 #include <kit/sharing/remote.h>
@@ -136,7 +138,7 @@ ExitCode RunFetch(const Host& host, const FetchOptions& options) {
           .value();
   for (const Kit::HeadMove& move : report.moves)
     std::cout << Printable(move.name) << '\t'
-              << (move.desired.View().IsEmpty() ? "removed" : ShortId(ToUtf8(move.desired)))
+              << (move.desired.View().IsEmpty() ? "removed" : ShortIdOf(session, move.desired))
               << '\n';
   host.terminal.Say("fetched " + Plural(report.newCommits, "commit") + ", " +
                     Plural(report.writtenObjects, "object"));
@@ -153,7 +155,7 @@ ExitCode RunPush(const Host& host, const PushOptions& options) {
     throw Failure("the remote has commits that " + Printable(branch) +
                   " lacks; nothing is pushed. tal sync brings both together");
   host.terminal.Say("pushed " + Plural(pushed.value().newCommits, "commit") + ": " +
-                    Printable(branch) + " of the remote is at " + ShortId(ToUtf8(pushed->head)));
+                    Printable(branch) + " of the remote is at " + ShortIdOf(session, pushed->head));
   return ExitCode::Done;
 }
 
@@ -200,6 +202,7 @@ ExitCode RunSync(const Host& host, const SyncOptions& options) {
   for (int attempt = 1;; ++attempt) {
     StopIfInterrupted();
     Session session(host, Access::Change);
+    RefuseDuringMerge(session);
     Kit::Remote remote = OpenRemote(session, options.remote);
     const Kit::SyncReport report = PullIntoFolder(host, remote, session, options);
     const std::string branch = session.Branch();
@@ -211,7 +214,7 @@ ExitCode RunSync(const Host& host, const SyncOptions& options) {
         remote.Push(session.SavedStore(), branch, {.progress = ShowProgress(host.terminal)});
     if (pushed) {
       host.terminal.Say(Printable(branch) + " and the remote are at " +
-                        ShortId(ToUtf8(pushed->head)) + ": " +
+                        ShortIdOf(session, pushed->head) + ": " +
                         Plural(pushed->newCommits, "commit") + " pushed, " +
                         Plural(report.replayedVersions, "commit") + " replayed");
       return ExitCode::Done;

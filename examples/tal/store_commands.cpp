@@ -1,9 +1,12 @@
+#include "bare_store.h"
 #include "clean_up.h"
 #include "command_line.h"
 #include "command_table.h"
 #include "history.h"
 #include "parse_time.h"
+#include "pending_merge.h"
 #include "salvage.h"
+#include "short_ids.h"
 #include "store_files.h"
 
 #include <kit/open/copy.h>
@@ -30,6 +33,7 @@ struct CopyOptions {
 
 struct SalvageOptions {
   std::string target;
+  bool takesTips = false;
 };
 
 /// Reads a size such as "50MB", "2GiB" or "1000". Units are powers of 1024.
@@ -59,13 +63,15 @@ Kit::Retention RuleOf(const KeepOptions& options) {
 ExitCode RunKeep(const Host& host, const KeepOptions& options) {
   const Kit::Retention rule = RuleOf(options);
   Session session(host, AccessFor(options.isDryRun));
+  RefuseDuringMerge(session);
   const Kit::ForgetOptions forget{.progress = ShowProgress(host.terminal)};
   Kit::Workspace& document = session.Document();
   if (options.isDryRun) {
     const Kit::RetentionReport report = document.PreviewForget(rule, forget).value();
+    ShortIds ids(session);
+    for (const Kit::Version& version : report.forgotten) ids.Add(version.id);
     for (const Kit::Version& version : report.forgotten)
-      host.terminal.Say("would forget " + ShortId(IdOf(version)) + " " +
-                        Printable(version.summary));
+      host.terminal.Say("would forget " + ids.Of(version.id) + " " + Printable(version.summary));
     host.terminal.Say("would forget " + Plural(report.forgotten.size(), "commit") + " and keep " +
                       std::to_string(report.keptVersions) + ", which frees " +
                       FormatBytes(report.freed.sizeBytes) + "; this was a dry run");
@@ -95,15 +101,40 @@ ExitCode RunCopy(const Host& host, const CopyOptions& options) {
   return ExitCode::Done;
 }
 
+SalvageReport SalvageStore(const Host& host, const SalvageOptions& options,
+                           const std::filesystem::path& top) {
+  std::shared_ptr<Kit::IObjectStore> store;
+  try {
+    store = OpenWholeStore(top);
+  } catch (const Failure& failure) {
+    if (failure.Code() != ExitCode::Damaged) throw;
+    host.terminal.Say(std::string(failure.what()) + "; looking at its objects alone");
+  }
+  if (store) {
+    const bool takes_tips = options.takesTips;
+    return Salvage(store, options.target,
+                   takes_tips ? SalvageFrom::Objects : SalvageFrom::Branches);
+  }
+  const BareStore bare(top, std::filesystem::path(options.target) / ".salvage");
+  return Salvage(bare.Get(), options.target, SalvageFrom::Objects);
+}
+
 ExitCode RunSalvage(const Host& host, const SalvageOptions& options) {
-  Session session(host, Access::Read);
-  const SalvageReport report = Salvage(session, options.target);
-  host.terminal.Say("salvaged " + Plural(report.files, "file") + " of " +
-                    Plural(report.branches, "branch") + " to " + Printable(options.target));
+  const std::filesystem::path top = FindTop(host.start);
+  std::error_code error;
+  if (!std::filesystem::create_directory(options.target, error))
+    throw Failure("cannot create the folder \"" + Printable(options.target) +
+                  "\": " + (error ? error.message() : "there is something of that name"));
+  const SalvageReport report = SalvageStore(host, options, top);
+  host.terminal.Say(
+      "salvaged " + Plural(report.files, "file") + " of " + Plural(report.branches, "branch") +
+      (report.tips.empty() ? "" : " and " + Plural(report.tips.size(), "tip") + " without one") +
+      " to " + Printable(options.target));
+  for (const std::string& tip : report.tips) host.terminal.Say(Printable(tip));
   for (const std::string& path : report.older)
     host.terminal.Say("from an older commit: " + Printable(path));
   for (const std::string& path : report.lost) host.terminal.Complain("lost: " + Printable(path));
-  return report.lost.empty() ? ExitCode::Done : ExitCode::Damaged;
+  return report.lost.empty() && report.branches > 0 ? ExitCode::Done : ExitCode::Damaged;
 }
 
 }  // namespace
@@ -134,7 +165,9 @@ void AddStoreCommands(Commands& commands) {
       "salvage", "Write what a damaged store still has into a new folder", RunSalvage,
       [](Command& command, SalvageOptions& options) {
         command.Argument("folder", options.target, "The folder to create, with one for each branch")
-            .Required("folder");
+            .Required("folder")
+            .Flag("--tips", options.takesTips,
+                  "Also the newest commits that no branch reaches, each in a folder of its own");
       });
 }
 

@@ -38,4 +38,28 @@ std::string FormatAge(const TalVcs::Kit::Version& version) {
   return "now";
 }
 
+std::string EscapeLine(std::string_view text) {
+  std::string escaped;
+  for (const char c : text) {
+    if (c == '\\') {
+      escaped += "\\\\";
+    } else if (c == '\n') {
+      escaped += "\\n";
+    } else {
+      escaped += c;
+    }
+  }
+  return escaped;
+}
+
+std::string UnescapeLine(std::string_view escaped) {
+  std::string text;
+  for (std::size_t i = 0; i < escaped.size(); ++i) {
+    const bool is_escape = escaped[i] == '\\' && i + 1 < escaped.size();
+    if (is_escape) ++i;
+    text += is_escape && escaped[i] == 'n' ? '\n' : escaped[i];
+  }
+  return text;
+}
+
 }  // namespace Tal

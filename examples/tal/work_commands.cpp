@@ -3,8 +3,11 @@
 #include "command_table.h"
 #include "folder_changes.h"
 #include "interrupt.h"
+#include "merging.h"
 #include "pending_changes.h"
+#include "pending_merge.h"
 #include "printing.h"
+#include "short_ids.h"
 #include "store_files.h"
 
 #include <kit/open/save.h>
@@ -35,14 +38,44 @@ void SaySkipped(const Host& host, const FolderContents& contents) {
     host.terminal.Say("skipped " + Printable(skipped.path) + " (" + skipped.reason + ")");
 }
 
+/// Prints the merge that is in progress, with the files that still have markers.
+void PrintMerge(const Host& host, Session& session, const PendingMerge& merge,
+                const std::vector<std::string>& marked) {
+  std::cout << host.terminal.Paint(Colour::Bold, VerbOf(merge.action)) << " of "
+            << ShortIdOf(session, merge.version) << " in progress: "
+            << "tal merge --continue ends it, tal merge --abort takes it back\n";
+  for (const std::string& path : marked)
+    std::cout << host.terminal.Paint(Colour::Red, "conflict") << '\t' << Printable(path) << '\n';
+}
+
 void PrintStatus(const Host& host, Session& session, const FolderChanges& state) {
   const std::optional<Kit::Version> head = session.Head();
+  const std::optional<PendingMerge> merge = FindPendingMerge(session);
   std::cout << "branch " << host.terminal.Paint(Colour::Bold, Printable(session.Branch()))
-            << (head ? " at " + ShortId(IdOf(*head)) : ", no commit yet") << '\n';
+            << (head ? " at " + ShortIdOf(session, head->id) : ", no commit yet") << '\n';
+  if (merge) PrintMerge(host, session, *merge, FindMarkedFiles(session, *merge));
   for (const Change& change : state.changes) PrintChange(host.terminal, change);
   for (const std::string& path : state.contents.refused)
     std::cout << host.terminal.Paint(Colour::Red, "not UTF-8") << '\t' << Printable(path) << '\n';
   if (state.changes.empty() && state.contents.refused.empty()) std::cout << "nothing changed\n";
+}
+
+void PrintMergeJson(JsonWriter& json, Session& session) {
+  const std::optional<PendingMerge> merge = FindPendingMerge(session);
+  if (!merge) {
+    json.Null();
+    return;
+  }
+  json.BeginObject();
+  json.Key("action").Text(VerbOf(merge->action));
+  json.Key("commit").Text(ToUtf8(merge->version));
+  json.Key("conflicts").BeginArray();
+  for (const std::string& path : merge->conflicts) json.Text(path);
+  json.EndArray();
+  json.Key("marked").BeginArray();
+  for (const std::string& path : FindMarkedFiles(session, *merge)) json.Text(path);
+  json.EndArray();
+  json.EndObject();
 }
 
 void PrintStatusJson(Session& session, const FolderChanges& state) {
@@ -52,6 +85,8 @@ void PrintStatusJson(Session& session, const FolderChanges& state) {
   json.Key("branch").Text(session.Branch());
   json.Key("head");
   PrintTextOrNull(json, head ? IdOf(*head) : "");
+  json.Key("merge");
+  PrintMergeJson(json, session);
   json.Key("changes").BeginArray();
   for (const Change& change : state.changes) PrintChangeJson(json, change);
   json.EndArray();
@@ -108,6 +143,11 @@ ExitCode RunCommit(const Host& host, const CommitOptions& options) {
   const Author author = FindAuthor(options.author, options.email);
 
   Session session(host, AccessFor(options.isDryRun));
+  if (const auto merge = FindPendingMerge(session); merge && !options.isDryRun) {
+    FinishPendingMerge(session, *merge, author, options.message);
+    SayDone(session, VerbOf(merge->action));
+    return ExitCode::Done;
+  }
   const FolderChanges state = CompareFolder(session, session.HeadFiles(), Moves::Ignore);
   SaySkipped(host, state.contents);
   RefuseNames(state.contents);
@@ -134,7 +174,7 @@ ExitCode RunCommit(const Host& host, const CommitOptions& options) {
   StopIfInterrupted();
   session.Save();
   UpdateIndex(session, state.index, before, read, state.looked);
-  host.terminal.Say("committed " + ShortId(IdOf(*session.Head())) + " on " +
+  host.terminal.Say("committed " + ShortIdOf(session, session.Head()->id) + " on " +
                     Printable(session.Branch()) + ": " + Plural(state.changes.size(), "file"));
   return ExitCode::Done;
 }

@@ -115,11 +115,14 @@ class Conflicts(MergeTest):
                                             ("both.txt", "added on both sides"),
                                             ("c.txt", "changed here, removed there")])
 
-    def test_undecided_conflicts_fail_and_are_listed(self):
-        output = self.assert_nothing_changes("merge", "topic")
+    def test_undecided_conflicts_are_listed_and_left_in_the_folder(self):
+        output = self.tal("merge", "topic", code=DIFFERS)
         for name in ("a.txt", "b.txt", "both.txt", "c.txt"):
             self.assertIn(name, output)
         self.assertIn("4 conflicts", self.talk)
+        marked = b"<<<<<<< ours\nmaster\n=======\ntopic\n>>>>>>> theirs\n"
+        self.assertEqual(self.contents(), {b"a.txt": marked, b"b.txt": b"topic",
+                                           b"both.txt": marked, b"c.txt": b"master"})
 
     def test_ours(self):
         before = self.contents()
@@ -155,6 +158,202 @@ class Conflicts(MergeTest):
         answer = self.read_json("merge", "topic", "--dry-run", "--theirs")
         self.assertEqual({c["choice"] for c in answer["conflicts"]}, {"theirs"})
         self.assertEqual(answer["undecided"], 0)
+
+
+class InProgress(MergeTest):
+    """Merges whose conflicts are decided in the folder."""
+
+    def setUp(self):
+        super().setUp()
+        self.on("topic", a="topic\n", new="new\n", run="run\n")
+        self.on("master", a="master\n", b="master\n")
+        self.before = self.state()
+
+    def state(self):
+        """Returns what a merge that is taken back leaves: all but the journal, which has grown."""
+        objects = {path: bytes for path, bytes in self.store().items() if path != "state"}
+        return self.contents(), self.read_json("branch"), objects
+
+    def begin(self, *arguments):
+        self.tal(*(arguments or ("merge", "topic")), code=DIFFERS)
+        self.assertIn("tal merge --continue", self.talk)
+
+    def decide(self):
+        self.write("a.txt", "both\n")
+
+    def assert_back(self):
+        self.assertEqual(self.state(), self.before)
+        self.assertIsNone(self.read_json("status")["merge"])
+        self.assertEqual(self.read_json("status")["changes"], [])
+
+    def test_status_says_what_is_in_progress(self):
+        self.begin()
+        status = self.tal("status")
+        self.assertIn("merge of ", status)
+        self.assertIn("conflict\ta.txt", status)
+        topic = self.head("topic")
+        self.assertEqual(self.read_json("status")["merge"],
+                         {"action": "merge", "commit": topic, "conflicts": ["a.txt"],
+                          "marked": ["a.txt"]})
+        self.decide()
+        self.assertEqual(self.read_json("status")["merge"]["marked"], [])
+        self.assertNotIn("conflict\t", self.tal("status"))
+
+    def test_the_end_makes_one_commit_of_all_files(self):
+        head = self.head()
+        self.begin()
+        self.tal("merge", "--continue", code=DIFFERS)
+        self.assertIn("a.txt", self.talk)
+        self.decide()
+        self.write("b.txt", "changed too\n")
+        self.remove("c.txt")
+        self.tal("merge", "--continue", "--dry-run")
+        self.assertEqual(self.head(), head)
+        self.tal("merge", "--continue")
+        commit = self.read_json("show")
+        self.assertEqual((commit["parent"], commit["merges"], commit["description"]),
+                         (head, [self.head("topic")], "Merge topic"))
+        files = {b"a.txt": b"both\n", b"b.txt": b"changed too\n", b"new.txt": b"new\n",
+                 b"run.txt": b"run\n"}
+        self.assertEqual(self.contents(), files)
+        self.tal("switch", "topic")
+        self.tal("switch", "master")
+        self.assertEqual(self.contents(), files)
+        self.assertIsNone(self.read_json("status")["merge"])
+        self.tal("merge", "topic")
+        self.assertIn("nothing to merge", self.talk)
+        self.tal("merge", "--continue", code=DIFFERS)
+        self.assertTrue(self.read_json("verify")["whole"])
+
+    def test_a_commit_ends_it_with_its_message(self):
+        head = self.head()
+        self.begin()
+        self.tal("commit", "-m", "Mine", code=DIFFERS)
+        self.decide()
+        self.tal("commit", "-m", "Mine")
+        commit = self.read_json("show")
+        self.assertEqual((commit["parent"], commit["merges"], commit["description"]),
+                         (head, [self.head("topic")], "Mine"))
+
+    def test_an_abort_puts_back_the_files_of_the_merge(self):
+        self.begin()
+        self.write("new.txt", "changed\n")
+        self.tal("merge", "--abort", "--dry-run")
+        self.assertEqual(self.read("new.txt"), b"changed\n")
+        self.tal("merge", "--abort")
+        self.assert_back()
+        self.tal("merge", "--abort", code=DIFFERS)
+
+    def test_an_abort_keeps_changes_elsewhere(self):
+        self.write("c.txt", "mine")
+        self.begin()
+        self.tal("merge", "--abort")
+        self.assertEqual(self.read("c.txt"), b"mine")
+        self.tal("restore", "c.txt")
+        self.assert_back()
+
+    def test_the_sides_stay_where_a_tool_decided_nothing(self):
+        self.begin("merge", "topic", "--tool", "false")
+        self.assertIn(b"<<<<<<< ours", self.read("a.txt"))
+        self.tal("merge", "--abort")
+        self.assert_back()
+
+    def test_times_may_leave_conflicts_too(self):
+        self.begin("merge", "topic", "--newest", "when.txt", "--markers")
+        self.assertIn(b"<<<<<<< ours", self.read("a.txt"))
+
+    def test_changes_in_the_way_stop_it_before_it_begins(self):
+        self.write("a.txt", "mine")
+        before = self.contents(), self.store()
+        self.tal("merge", "topic", code=DIFFERS)
+        self.assertIn("uncommitted changes", self.talk)
+        self.assertEqual((self.contents(), self.store()), before)
+
+    def test_commands_that_move_the_branch_wait_for_its_end(self):
+        self.begin()
+        before = self.contents(), self.store()
+        for arguments in (["switch", "topic"], ["switch", "-c", "other"], ["merge", "topic"],
+                          ["cherry-pick", "topic"], ["revert", "HEAD"], ["undo"], ["stash"],
+                          ["stash", "pop"], ["rebase", "--onto", "root"], ["forget", "HEAD~1"],
+                          ["simplify"], ["keep", "--newest", "1"], ["gc"]):
+            self.tal(*arguments, code=DIFFERS)
+            self.assertIn("a merge is in progress", self.talk, arguments)
+            self.assertEqual((self.contents(), self.store()), before)
+        self.tal("log")
+        self.tal("merge", "--abort")
+        self.assert_back()
+
+    def test_picks_and_undos_are_decided_alike(self):
+        self.tal("undo")
+        self.tal("cherry-pick", "HEAD~1")
+        self.commit("Again", a="again\n")
+        for command in (["cherry-pick", "topic"], ["revert", "HEAD~2"]):
+            self.before, head = self.state(), self.head()
+            self.begin(*command)
+            self.tal("merge", "--abort")
+            self.assert_back()
+            self.begin(*command)
+            self.tal("restore", ".")
+            for change in self.read_json("status")["changes"]:
+                self.remove(change["path"])
+            self.tal("merge", "--continue", code=DIFFERS)
+            self.assertIn("changes nothing", self.talk)
+            self.write("a.txt", "decided by " + command[0] + "\n")
+            self.tal("merge", "--continue")
+            commit = self.read_json("show")
+            self.assertEqual((commit["parent"], commit["merges"]), (head, []))
+            self.assertEqual(self.read_json("status")["changes"], [])
+
+    def test_an_undo_that_conflicts_counts_as_an_undo(self):
+        self.environment["TAL_AUTHOR"] = "Bob"
+        self.commit("Of Bob", a="bob\n")
+        self.environment["TAL_AUTHOR"] = "Ann"
+        self.begin("undo")
+        self.assertIn("undo of ", self.tal("status"))
+        self.decide()
+        self.tal("merge", "--continue")
+        self.assertEqual(self.read_json("show")["description"], 'Undo "Change on master"')
+        self.assertEqual(self.read("b.txt"), b"base")
+        self.assertIn("redo, no conflicts", self.tal("redo", "--dry-run"))
+
+    def test_without_text_one_side_is_in_the_folder(self):
+        self.on("topic", a="\0topic", remove=["c"])
+        self.on("master", a="\0master", c="changed")
+        self.begin()
+        self.assertEqual((self.read("a.txt"), self.read("c.txt")), (b"\0master", b"changed"))
+        self.assertEqual(self.read_json("status")["merge"]["marked"], [])
+        self.tal("merge", "--continue", "-m", "As it is here")
+        self.assertEqual(self.read_json("show")["description"], "As it is here")
+        self.assertEqual(self.read("a.txt"), b"\0master")
+
+    def test_executable_bits_come_and_go_with_it(self):
+        self.tal("switch", "topic")
+        (self.folder / "b.txt").chmod(0o755)
+        self.tal("commit", "-m", "Executable")
+        self.tal("switch", "master")
+        self.before = self.state()
+        self.begin()
+        self.assertTrue((self.folder / "b.txt").stat().st_mode & 0o100)
+        self.tal("merge", "--abort")
+        self.assertFalse((self.folder / "b.txt").stat().st_mode & 0o100)
+        self.assert_back()
+        self.begin()
+        self.decide()
+        self.tal("merge", "--continue")
+        self.assertEqual({f["path"]: f.get("kind") for f in self.read_json("ls")}["b.txt"],
+                         "executable")
+
+    def test_a_merge_that_a_killed_command_began_can_be_taken_back(self):
+        self.begin()
+        self.remove("new.txt")  # as if the folder had not been changed to the end
+        self.write("a.txt", "master\n")
+        self.tal("merge", "--abort")
+        self.assert_back()
+
+    def test_wrong_usage(self):
+        for arguments in (["merge"], ["merge", "--continue", "--abort"],
+                          ["merge", "topic", "--abort"]):
+            self.tal(*arguments, code=USAGE)
 
 
 class Newest(MergeTest):
@@ -239,7 +438,7 @@ class Kinds(MergeTest):
         self.tal("commit", "-m", "Changed in the folder")
         before = self.head()
         self.assertIn(("x", "changed folder here, added there"), self.conflicts())
-        self.assert_nothing_changes("merge", "topic")
+        self.assert_nothing_changes("merge", "topic", "--dry-run")
         for way, expected in (("--theirs", {b"x": b"a file"}), ("--base", {b"x/y": b"base"}),
                               ("--ours", {b"x/y": b"changed"})):
             self.tal("merge", "topic", way)

@@ -1,6 +1,7 @@
 """Commands that take something back or put it aside: undo, redo, revert, cherry-pick, restore, stash."""
 
 import os
+import shutil
 import signal
 import subprocess
 import time
@@ -67,9 +68,9 @@ class TakingBack(TalTest):
         self.assertEqual(self.read("a.txt"), b"1\n2\n3\n4\nfive\n")
         self.assertEqual(self.read_json("show")["description"], 'Revert "Second"')
 
-    def test_revert_with_a_conflict_changes_nothing_until_it_is_decided(self):
+    def test_revert_with_a_conflict_takes_a_decision(self):
         self.commit("Again", a="1\nzwei\n3\n4\nfive\n")
-        self.assert_nothing_changes("revert", "HEAD~2")
+        self.assert_nothing_changes("revert", "HEAD~2", "--dry-run")
         self.tal("revert", "HEAD~2", "--theirs")
         self.assertEqual(self.read("a.txt").split(b"\n")[1], b"2")
 
@@ -118,14 +119,43 @@ class TakingBack(TalTest):
         self.tal("stash", "pop")
         self.assertEqual(self.read("b.txt"), b"two")
         self.tal("restore", ".")
-        self.write("a.txt", "in the way")
-        self.assert_nothing_changes("stash", "pop")
-        self.tal("restore", ".")
         self.tal("stash", "pop")
         self.assertEqual((self.read("a.txt"), self.read("new.txt")), (b"one", b"new"))
         self.tal("stash", "pop", code=DIFFERS)
         self.assertIn("no stash", self.talk)
         self.tal("stash", "frobnicate", code=USAGE)
+
+    def test_a_stash_is_merged_with_the_folder(self):
+        self.write("a.txt", "one\ntwo\n3\n4\nfive\n")
+        self.tal("stash")
+        self.commit("Meanwhile", c="c")
+        self.write("a.txt", "1\ntwo\n3\n4\nfive\nsix\n")
+        self.write("mine", "mine")
+        before = self.contents(), self.store()
+        self.tal("stash", "pop", "--dry-run")
+        self.assertEqual((self.contents(), self.store()), before)
+        self.tal("stash", "pop")
+        self.assertEqual(self.read("a.txt"), b"one\ntwo\n3\n4\nfive\nsix\n")
+        self.assertEqual(self.read("mine"), b"mine")
+        self.assertEqual(self.tal("stash", "list"), "")
+        self.assertEqual(len(self.read_json("log")), 4)
+
+    def test_a_stash_that_conflicts_loses_nothing(self):
+        self.write("a.txt", "one\ntwo\n3\n4\nfive\n")
+        self.remove("b.txt")
+        self.tal("stash")
+        self.write("a.txt", "eins\ntwo\n3\n4\nfive\n")
+        self.write("b.txt", "mine")
+        output = self.tal("stash", "pop", code=DIFFERS)
+        self.assertIn("conflict\ta.txt", output)
+        self.assertIn("conflict\tb.txt", output)
+        self.assertIn("stash/1 stays", self.talk)
+        self.assertEqual(self.contents(), {
+            b"a.txt": b"<<<<<<< ours\neins\n=======\none\n>>>>>>> theirs\ntwo\n3\n4\nfive\n",
+            b"b.txt": b"mine"})
+        self.tal("restore", ".")
+        self.tal("stash", "pop")
+        self.assertEqual(self.contents(), {b"a.txt": b"one\ntwo\n3\n4\nfive\n"})
 
     def test_a_stash_can_be_dropped(self):
         self.write("a.txt", "one")
@@ -220,10 +250,96 @@ class Stores(TalTest):
                 self.assertIn(result.returncode, (DONE, DAMAGED), result.stderr)
                 for path in target.rglob("*"):
                     if path.is_file():
-                        name = os.fsencode(path.relative_to(target / "master"))
+                        name = os.fsencode("/".join(path.relative_to(target).parts[1:]))
                         self.assertEqual(path.read_bytes(), whole[name])
             pack.write_bytes(content)
         self.assertIn(DAMAGED, outcomes)
+
+
+class SalvageWithoutBranches(TalTest):
+    """The journal of the store, which lists the branches, is missing or damaged."""
+
+    def setUp(self):
+        super().setUp()
+        self.tal("init")
+        self.write("dir/old", "old\n" * 50)
+        self.commit("First", a="1\n" * 60)
+        self.tal("switch", "-c", "topic")
+        self.commit("On the topic", b="topic\n" * 70)
+        self.tips = {self.head()[:10]: self.contents()}
+        self.tal("switch", "master")
+        self.commit("On master", b="master\n" * 70)
+        self.tips[self.head()[:10]] = self.contents()
+        self.rescued = self.scratch / "rescued"
+
+    def found(self):
+        """Returns the files that were salvaged, by the id in the name of their folder."""
+        result = {}
+        for folder in self.rescued.iterdir():
+            prefix, _, name = folder.name.partition("-")
+            self.assertEqual(prefix, "tip")
+            result[name] = {os.fsencode(p.relative_to(folder)): p.read_bytes()
+                            for p in folder.rglob("*") if p.is_file()}
+        return result
+
+    def assert_all_found(self):
+        before = self.store()
+        self.tal("salvage", str(self.rescued), code=DAMAGED)
+        self.assertIn("2 tips", self.talk)
+        self.assertIn("Ann: On the topic", self.talk)
+        self.assertEqual(self.found(), self.tips)
+        self.assertEqual(self.store(), before)
+
+    def test_without_a_journal(self):
+        (self.folder / ".vcs/state").unlink()
+        self.assert_all_found()
+
+    def test_with_a_damaged_journal(self):
+        path = self.folder / ".vcs/state"
+        changed = bytearray(path.read_bytes())
+        changed[60] ^= 1
+        path.write_bytes(changed)
+        self.assert_all_found()
+
+    def test_with_files_of_objects(self):
+        large = os.urandom(1 << 21)
+        self.write("large", large)
+        self.tal("commit", "-m", "Large")
+        (self.folder / ".vcs/state").unlink()
+        self.tal("salvage", str(self.rescued), code=DAMAGED)
+        self.assertIn(large, [files.get(b"large") for files in self.found().values()])
+
+    def test_with_a_damaged_pack_the_rest_is_found(self):
+        (self.folder / ".vcs/state").unlink()
+        outcomes = set()
+        for pack in (self.folder / ".vcs/packs").glob("*.pack"):
+            content = pack.read_bytes()
+            for position in range(len(content) // 3, len(content), len(content) // 7):
+                changed = bytearray(content)
+                changed[position] ^= 1
+                pack.write_bytes(changed)
+                shutil.rmtree(self.rescued, ignore_errors=True)
+                self.tal("salvage", str(self.rescued), code=DAMAGED)
+                outcomes.add(len(self.found()))
+                for files in self.found().values():
+                    for path, content_found in files.items():
+                        self.assertIn(content_found, [f.get(path) for f in self.tips.values()])
+            pack.write_bytes(content)
+        self.assertIn(2, outcomes)
+
+    def test_nothing_at_all(self):
+        shutil.rmtree(self.folder / ".vcs/packs")
+        (self.folder / ".vcs/state").unlink()
+        shutil.rmtree(self.folder / ".vcs/objects", ignore_errors=True)
+        self.tal("salvage", str(self.rescued), code=DAMAGED)
+        self.assertIn("no objects", self.talk)
+
+    def test_commits_without_a_branch_on_request(self):
+        self.tal("branch", "-d", "topic")
+        self.tal("salvage", "--tips", str(self.rescued))
+        self.assertIn("1 branch and 1 tip without one", self.talk)
+        shutil.rmtree(self.rescued / "master")
+        self.assertEqual(len(self.found()), 1)
 
 
 class Interrupts(TalTest):
