@@ -1,0 +1,83 @@
+#include <examples/tal/hash_files.h>
+#include <gtest/gtest.h>
+#include <tests/kit/temporary_folder.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Tal {
+namespace {
+
+namespace fs = std::filesystem;
+
+// SHA-256 of "blob 5", a zero and "hello", and of "blob 0" and a zero.
+constexpr const char* kHello = "8aec4e4876f854f688d0ebfc8f37598f38e5fd6903cccc850ca36591175aeb60";
+constexpr const char* kEmpty = "473a0f4c3be8a93681a267e3b1e9a7dcda1185436fe141f7749120a303721813";
+
+class ThreadsOfHashFiles : public testing::Test {
+ protected:
+  // As many files as several threads take, a third of them each: "hello", empty, a link to "hello".
+  ThreadsOfHashFiles() {
+    fs::create_directory(Top() / Folder::kStoreName);
+    for (std::size_t number = 0; number < 600; ++number) {
+      const std::string path = "d" + std::to_string(number % 7) + "/" + std::to_string(number);
+      fs::create_directories((Top() / path).parent_path());
+      if (number % 3 == 2) {
+        fs::create_symlink("hello", Top() / path);
+      } else {
+        Write(path, number % 3 == 0 ? "hello" : "");
+      }
+      m_paths.push_back(path);
+    }
+  }
+
+  fs::path Top() const { return m_scratch.Path(); }
+  void Write(const std::string& path, const std::string& text) const {
+    std::ofstream(Top() / path, std::ios::binary) << text;
+  }
+
+  TalVcs::Testing::TemporaryFolder m_scratch;
+  std::vector<std::string> m_paths;
+};
+
+TEST_F(ThreadsOfHashFiles, EachFileHasItsIdAndKind) {
+  const Folder folder(Top());
+  const auto hashed = HashFiles(folder, m_paths);
+  ASSERT_EQ(hashed.size(), m_paths.size());
+  for (std::size_t number = 0; number < hashed.size(); ++number) {
+    ASSERT_TRUE(hashed[number]) << m_paths[number];
+    EXPECT_EQ(ToUtf8(hashed[number]->id), number % 3 == 1 ? kEmpty : kHello) << m_paths[number];
+    EXPECT_EQ(hashed[number]->stat.kind, number % 3 == 2 ? FileKind::Link : FileKind::File);
+  }
+}
+
+TEST_F(ThreadsOfHashFiles, FileThatIsGoneHasNoId) {
+  m_paths.insert(m_paths.begin() + 300, "d0/nothing");
+  m_paths.emplace_back("d1");
+  const auto hashed = HashFiles(Folder(Top()), m_paths);
+  EXPECT_FALSE(hashed[300]);
+  EXPECT_FALSE(hashed.back());
+  EXPECT_EQ(ToUtf8(hashed[301]->id), kHello);
+}
+
+TEST_F(ThreadsOfHashFiles, FileThatIsReplacedMeanwhileHasOneOfItsTwoIds) {
+  const Folder folder(Top());
+  std::thread writer([this] {
+    const Folder same(Top());
+    for (std::size_t number = 0; number < m_paths.size(); number += 3)
+      same.Write(m_paths[number], TalVcs::Buffer(), FileKind::File);
+  });
+  const auto hashed = HashFiles(folder, m_paths);
+  writer.join();
+  for (std::size_t number = 0; number < hashed.size(); number += 3) {
+    ASSERT_TRUE(hashed[number]) << m_paths[number];
+    const std::string id = ToUtf8(hashed[number]->id);
+    EXPECT_TRUE(id == kHello || id == kEmpty) << id;
+  }
+}
+
+}  // namespace
+}  // namespace Tal
