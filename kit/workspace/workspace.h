@@ -250,7 +250,8 @@ class TALVCS_KIT_API Workspace {
   /// called on the caller's thread, and must not call the workspace. Empty: none.
   void Observe(std::function<void(const Move&)> observer);
 
-  /// Lets go of objects that were read and aren't in use.
+  /// Frees objects that were read or saved and aren't in use. A workspace does it by itself after
+  /// each hundred saves.
   void Trim();
 
  private:

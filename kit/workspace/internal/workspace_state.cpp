@@ -12,6 +12,10 @@ namespace {
 
 constexpr std::int64_t kTicksOfMinute = 600000000;
 
+// A storage keeps all objects that were saved. So a workspace that saves all day would grow by
+// some ten kilobytes for each save.
+constexpr int kMostSavesInMemory = 100;
+
 /// Where a branch was before an operation, to be put back.
 class FormerBranch {
  public:
@@ -239,6 +243,10 @@ Status WorkspaceState::MoveBranches(const std::vector<BranchMove>& moves,
   rollback.Dismiss();
   lastCheckpoint.reset();
   if (files) BeginDraft(files);
+  if (++savesInMemory == kMostSavesInMemory) {
+    savesInMemory = 0;
+    GetStorage().Trim();
+  }
   for (std::size_t i = 0; i < moves.size(); ++i) {
     const Id before = rollback.GetBranches()[i].GetId();
     const Id after = moves[i].to ? moves[i].to->GetId() : Id();

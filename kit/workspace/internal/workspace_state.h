@@ -107,6 +107,8 @@ struct WorkspaceState {
   cow_ptr<Tree> base;  // the files of the head, never null
   Draft draft;
   std::optional<LastCheckpoint> lastCheckpoint;
+  /// Saves since the objects that were read and saved were last freed.
+  int savesInMemory = 0;
   std::function<void(const Workspace::Move&)> observer;
   /// The heads of the store that the observer knows of; none as long as they are the known ones.
   std::optional<HeadMap> observed;

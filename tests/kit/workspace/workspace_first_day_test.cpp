@@ -10,6 +10,7 @@
 #include <tests/kit/temporary_folder.h>
 #include <tests/kit/workspace/workspace_fixture.h>
 
+#include <algorithm>
 #include <set>
 #include <sstream>
 #include <type_traits>
@@ -137,6 +138,24 @@ TEST_P(FirstDay, AutosaveAsksTheStoreTheSameAfterManySaves) {
     counts.push_back(count);
   }
   EXPECT_EQ(counts[0], counts[1]);
+}
+
+// A storage keeps what was saved, so a day of autosaves must not fill the memory.
+TEST_P(FirstDay, AutosavesFreeWhatTheySavedBefore) {
+  const auto recording = std::make_shared<Kit::RecordingStore>(Store());
+  Kit::Workspace workspace = Kit::Workspace::Open(recording).value();
+  const auto reads_of_version = [&](const Id& id) {
+    recording->ClearCalls();
+    EXPECT_EQ(workspace.At(id).value().Read("notes").value().text(), "first");
+    return std::ranges::count(recording->GetCalls(), Kit::StoreOperation::Read,
+                              &Kit::RecordedCall::operation);
+  };
+  Save(workspace, {{"notes", "first"}}, "first");
+  const Id first = workspace.Log().value().front().id;
+  EXPECT_EQ(reads_of_version(first), 0);
+  for (int i = 0; i < 120; ++i) Save(workspace, {{"notes", std::to_string(i)}}, "autosave");
+  EXPECT_GT(reads_of_version(first), 0);
+  EXPECT_EQ(reads_of_version(first), 0);
 }
 
 // S4: a second merge undid a revert, and a decided conflict came back.
