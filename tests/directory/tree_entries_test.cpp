@@ -4,6 +4,7 @@
 #include <tests/support/objects.h>
 
 #include <algorithm>
+#include <memory>
 #include <random>
 #include <set>
 #include <string>
@@ -235,6 +236,25 @@ TEST(TreeEntries, AppendedNameWithAZeroLeavesNoWholeRecords) {
   EXPECT_TRUE(entries.Get()->Chunks().back()->HasWholeRecords());
   entries.SetBlob(std::string("9\0x", 3));
   EXPECT_FALSE(entries.Get()->Chunks().back()->HasWholeRecords());
+}
+
+/// A blob with a type of its own.
+class Note final : public Blob {
+ public:
+  TalStringT<char> GetHeader() const override { return "note"; }
+};
+
+TEST(TreeEntries, RecordWithAnotherTypeLeavesNoWholeRecords) {
+  const cow_ptr<Blob> note(std::make_shared<Note>());
+  TreeEntries::Ptr list;
+  for (const char* name : {"a", "b"}) {
+    TreeEntries::Set(list, Wide(name), EntryKind::Blob, note);
+    EXPECT_FALSE(list->Chunks().back()->HasWholeRecords());
+  }
+  TreeEntries::Set(list, TAL_WIDE("b"), EntryKind::Blob, SharedBlob("x"));
+  EXPECT_FALSE(list->Chunks().back()->HasWholeRecords());
+  TreeEntries::Set(list, TAL_WIDE("a"), EntryKind::Blob, SharedBlob("x"));
+  EXPECT_TRUE(list->Chunks().back()->HasWholeRecords());
 }
 
 TEST(TreeEntries, EditOfASharedListDoesNotChangeTheOther) {

@@ -156,6 +156,55 @@ TEST_F(DerivedEntries, OfOneIdAreComparedFromBothSides) {
             (Calls{"id of left", "id of right", "id of right", "id of left"}));
 }
 
+/// A blob or tree with a mode of its own as well.
+template <class Base>
+class SpecialNote final : public Note<Base> {
+ public:
+  TalStringT<char> GetStoragePrefix() const override { return "100755"; }
+};
+
+template <class Base>
+class DerivedRecords : public ::testing::Test {
+ protected:
+  DerivedRecords() {
+    repository.SyncWithStorage(cow_ptr<Base>(std::make_shared<SpecialNote<Base>>()));
+  }
+  void AddNote(const char* name) {
+    EXPECT_TRUE(tree.AddObject(&repository, Wide(name), Id(Wide(kNoteId))));
+  }
+  void AddX(const char* name) { tree.AddBlob(&repository, Wide(name), BlobOf("x")); }
+
+  Repository repository = NewRepository();
+  Tree tree;
+};
+
+using Entries = ::testing::Types<Blob, Tree>;
+TYPED_TEST_SUITE(DerivedRecords, Entries);
+
+TYPED_TEST(DerivedRecords, HaveModeAndTypeOfTheirClass) {
+  this->AddNote("b");
+  EXPECT_EQ(Bytes(this->tree.GetData()), std::string("100755 note b\0", 14) + kNoteId);
+  EXPECT_EQ(IdOf(this->tree), "85f62339c456d8244e8872901350c0236f46447dd40cf16e08358a0a306f1b93");
+}
+
+TYPED_TEST(DerivedRecords, KeepTheirWordsThroughEditsAroundThem) {
+  const char* const expected = "ed19d5a68b007d0271be7f15de482a1600a1809c3ffb9946a502fa67ed67bb88";
+  this->AddX("a");
+  this->AddNote("b");
+  this->AddX("c");
+  EXPECT_EQ(IdOf(this->tree), expected);
+  this->tree = Tree();
+  this->AddNote("b");
+  this->AddX("c");
+  this->AddX("a");
+  EXPECT_EQ(IdOf(this->tree), expected);
+  for (char name = 'd'; name <= 'z'; ++name) this->AddX(std::string(1, name).c_str());
+  for (char name = 'd'; name <= 'z'; ++name) {
+    EXPECT_TRUE(this->tree.RemoveObject(&this->repository, Wide(std::string(1, name))));
+  }
+  EXPECT_EQ(IdOf(this->tree), expected);
+}
+
 TEST(DerivedCommits, AreComparedInTheOrderOfTheArgumentsOfACommonBase) {
   std::vector<std::string> calls;
   const cow_ptr<Commit> first(std::make_shared<Witness<Commit>>("first", calls));

@@ -1,7 +1,9 @@
 #include <talvcs/directory/internal/entry_chunk.h>
 
 #include <talvcs/format/id_text.h>
+#include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/foundation/internal/prefetch.h>
+#include <talvcs/objects/tree.h>
 
 #include <algorithm>
 #include <array>
@@ -9,7 +11,10 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <optional>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -42,6 +47,27 @@ class RecordSpace {
   std::vector<char> m_onHeap;
 };
 
+std::string_view BytesOf(TalStringViewT<char> text) noexcept {
+  return {text.text, static_cast<std::size_t>(text.length)};
+}
+
+bool IsOfLibraryClass(EntryKind kind, const Object& object) noexcept {
+  return kind == EntryKind::Blob ? TalUtils::IsExactly<Blob>(object)
+                                 : TalUtils::IsExactly<Tree>(object);
+}
+
+/// Returns how the record of an object begins if it begins otherwise than those of its kind: a
+/// host's class can have another mode and type.
+std::optional<std::string> OtherStartOf(EntryKind kind, const Object& object) {
+  if (IsOfLibraryClass(kind, object)) return std::nullopt;
+  std::string start;
+  for (const TalStringT<char>& word : {object.GetStoragePrefix(), object.GetHeader()}) {
+    start += BytesOf(word);
+    start += ' ';
+  }
+  return start == RecordStartOf(kind) ? std::nullopt : std::optional(std::move(start));
+}
+
 char* PutText(TalStringViewT<char> text, char* out) noexcept {
   std::memcpy(out, text.text, static_cast<std::size_t>(text.length));
   return out + text.length;
@@ -52,6 +78,8 @@ char* PutText(TalStringViewT<char> text, char* out) noexcept {
 EntryChunk::Ptr EntryChunk::Make(std::span<const Slot> slots, std::size_t room) {
   std::array<Id, kMostSlots + 1> ids;
   std::array<bool, kMostSlots + 1> recorded{};
+  std::vector<std::string> other_starts;
+  std::uint32_t with_other_start = 0;
   std::uint64_t units = 0;
   std::uint64_t most_bytes = 0;
   bool hides_tree = false;
@@ -65,21 +93,34 @@ EntryChunk::Ptr EntryChunk::Make(std::span<const Slot> slots, std::size_t room) 
     whole_records = whole_records && recorded[index] && slot.name.Find(WideChar()) < 0;
     if (!recorded[index]) continue;
     if (slot.record.length == 0) {
+      if (auto start = OtherStartOf(slot.kind, **slot.child)) {
+        most_bytes += start->size();
+        other_starts.push_back(std::move(*start));
+        with_other_start |= 1U << index;
+        whole_records = false;
+      }
       ids[index] = (*slot.child)->GetId();
       most_bytes += MostRecordBytes(slot.name, ids[index].View());
     } else {
       most_bytes += static_cast<std::uint64_t>(slot.record.length);
+      whole_records = whole_records && BytesOf(slot.record).starts_with(RecordStartOf(slot.kind));
     }
   }
   RecordSpace space(most_bytes);
   char* const bytes = space.Get();
   char* end = bytes;
+  auto other_start = other_starts.cbegin();
   std::array<std::uint32_t, kMostSlots + 1> record_ends;
   for (std::size_t index = 0; index < slots.size(); ++index) {
     const Slot& slot = slots[index];
     if (recorded[index]) {
-      end = slot.record.length == 0 ? PutRecord(slot.kind, slot.name, ids[index].View(), end)
-                                    : PutText(slot.record, end);
+      if (slot.record.length != 0) {
+        end = PutText(slot.record, end);
+      } else if ((with_other_start >> index & 1) != 0) {
+        end = PutRecord(*other_start++, slot.name, ids[index].View(), end);
+      } else {
+        end = PutRecord(slot.kind, slot.name, ids[index].View(), end);
+      }
     }
     record_ends[index] = static_cast<std::uint32_t>(end - bytes);
   }
@@ -123,7 +164,7 @@ void EntryChunk::PutEntry(const Slot& slot, std::uint32_t recordEnd) noexcept {
 }
 
 bool EntryChunk::TryAppend(const Slot& slot) {
-  if (m_count == m_capacity) return false;
+  if (m_count == m_capacity || OtherStartOf(slot.kind, **slot.child)) return false;
   const std::size_t name_end =
       EndsOfEntries()[m_count - 1].name + static_cast<std::size_t>(slot.name.length);
   if (NamesOffset(m_capacity) + name_end * sizeof(WideChar) > m_recordsOffset) return false;

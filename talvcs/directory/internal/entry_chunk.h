@@ -54,8 +54,9 @@ class EntryChunk : public TalUtils::CountedBlock {
   /// `room` more entries of average size.
   static Ptr Make(std::span<const Slot> slots, std::size_t room = 0);
   /// Appends an entry with an object, which must come after all present ones and under another
-  /// name. Returns false, with nothing changed, if there is no room for it. The chunk must have one
-  /// holder. Buffers that share its records do not see the new one.
+  /// name. Returns false, with nothing changed, if there is no room for it or the object has
+  /// another mode or type than the library's own. The chunk must have one holder. Buffers that
+  /// share its records do not see the new one.
   bool TryAppend(const Slot& slot);
   /// Frees a chunk that has no hold left. Buffers that share its records keep these.
   static void Free(EntryChunk* chunk) noexcept;
@@ -64,7 +65,8 @@ class EntryChunk : public TalUtils::CountedBlock {
   std::size_t TreeCount() const noexcept { return m_treeCount; }
   /// True if a blob of the chunk hides a subtree of the same name.
   bool HidesTree() const noexcept { return m_hidesTree; }
-  /// True if each entry has a record with its whole name, so that equal records are equal entries.
+  /// True if each entry has a record of the library's own form with its whole name, so that equal
+  /// records are equal entries.
   bool HasWholeRecords() const noexcept { return m_hasWholeRecords; }
 
   /// The bytes of the records, one run. A buffer that shares them keeps the memory alive, but not

@@ -38,6 +38,13 @@ char* PutText(TalStringViewT<WideChar> text, char* out) noexcept {
   return TalPlatform::EncodeUtf8UpToZero(text.text, static_cast<std::size_t>(text.length), out);
 }
 
+char* PutNameWithId(TalStringViewT<WideChar> name, TalStringViewT<WideChar> id,
+                    char* out) noexcept {
+  out = PutText(name, out);
+  *out++ = '\0';
+  return PutText(id, out);
+}
+
 /// Takes the bytes up to a separator, or up to the end if there is none.
 TalStringViewT<char> TakeUpTo(TalStringViewT<char> list, char separator, int& position) noexcept {
   const int found = list.Find(separator, position);
@@ -62,9 +69,16 @@ char* PutRecord(EntryKind kind, TalStringViewT<WideChar> name, TalStringViewT<Wi
   } else {
     out = std::copy_n(kTreeStart.data(), kTreeStart.size(), out);
   }
-  out = PutText(name, out);
-  *out++ = '\0';
-  return PutText(id, out);
+  return PutNameWithId(name, id, out);
+}
+
+std::string_view RecordStartOf(EntryKind kind) noexcept {
+  return kind == EntryKind::Blob ? kBlobStart : kTreeStart;
+}
+
+char* PutRecord(std::string_view start, TalStringViewT<WideChar> name, TalStringViewT<WideChar> id,
+                char* out) noexcept {
+  return PutNameWithId(name, id, std::copy(start.begin(), start.end(), out));
 }
 
 bool TreeReader::Next(TreeRecord& record) {
