@@ -5,9 +5,27 @@
 #include <talvcs/foundation/internal/sha256.h>
 #include <talvcs/objects/internal/packed_id.h>
 
+#include <cstdint>
 #include <string>
 
 namespace TalVcs {
+
+namespace {
+
+// Only a host's class can have a type word that is too long for a header.
+Buffer PackSized(TalStringViewT<char> type, std::uint64_t size, const Buffer& data) {
+  Buffer packed;
+  if (type.length > PackedHeader::kMostTypeLength) {
+    Helpers::AppendToBuffer(packed, type);
+    type = {};
+  }
+  const PackedHeader header(type, size);
+  packed.Append(header.GetData(), header.GetSize(), 1);
+  packed.Append(data);
+  return packed;
+}
+
+}  // namespace
 
 IObject::~IObject() = default;
 
@@ -33,9 +51,10 @@ Id Object::GetId() const {
 
 const Buffer& Object::GetPackedData() const {
   if (m_packedData.IsEmpty()) {
+    // A host's class sees these calls, and what one returns may end with the next.
+    const std::uint64_t size = GetData().GetSize();
     const TalStringT<char> type = GetHeader();
-    const Buffer& data = GetData();
-    m_packedData = Pack(type, data);
+    m_packedData = PackSized(type, size, GetData());
   }
   return m_packedData;
 }
@@ -60,17 +79,8 @@ void Object::ResetState() {
   m_packedData = Buffer();
 }
 
-// Only a host's class can have a type word that is too long for a header.
 Buffer Object::Pack(TalStringViewT<char> type, const Buffer& data) {
-  Buffer packed;
-  if (type.length > PackedHeader::kMostTypeLength) {
-    Helpers::AppendToBuffer(packed, type);
-    type = {};
-  }
-  const PackedHeader header(type, data.GetSize());
-  packed.Append(header.GetData(), header.GetSize(), 1);
-  packed.Append(data);
-  return packed;
+  return PackSized(type, data.GetSize(), data);
 }
 
 const Id& Object::IdOfData(TalStringViewT<char> type, const Buffer& data) const {

@@ -77,6 +77,35 @@ TEST(ObjectPackedData, IsMadeOnceBetweenResets) {
   EXPECT_EQ(note.Asked(), asked);
 }
 
+/// An object that has its data made anew at each call, and notes the calls.
+class Maker final : public Object {
+ public:
+  TalStringT<char> GetHeader() const override {
+    m_calls += "type ";
+    m_data = BufferOf("spoiled");
+    return "note";
+  }
+  TalStringT<char> GetStoragePrefix() const override { return "100000"; }
+  const Buffer& GetData() const override {
+    m_calls += "data ";
+    m_data = BufferOf("abc");
+    return m_data;
+  }
+  const std::string& Calls() const { return m_calls; }
+
+ private:
+  mutable Buffer m_data;
+  mutable std::string m_calls;
+};
+
+TEST(ObjectPackedData, AsksForTheDataBeforeAndAfterTheType) {
+  const Maker maker;
+  EXPECT_EQ(Bytes(maker.GetPackedData()), std::string("note 3\0abc", 10));
+  EXPECT_EQ(maker.Calls(), "data type data ");
+  EXPECT_EQ(IdOf(maker), kNoteId);
+  EXPECT_EQ(maker.Calls(), "data type data ");
+}
+
 TEST(ObjectId, IsTheDigestOfThePackedForm) { EXPECT_EQ(IdOf(Note("abc")), kNoteId); }
 
 TEST(ObjectId, HashesTheOverriddenPackedData) {
