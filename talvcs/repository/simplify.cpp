@@ -1,8 +1,10 @@
+#include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/objects/internal/commit_access.h>
 #include <talvcs/objects/internal/in_hand.h>
 #include <talvcs/repository/repository.h>
 #include <talvcs/storage/on_demand_storage.h>
 
+#include <iterator>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -43,8 +45,18 @@ void CollectForks(const std::vector<const Commit*>& heads, IdSet& kept) {
   }
 }
 
-/// Links each kept commit above `tip` to the kept one below it. Where an earlier walk has been, the
-/// rest is linked already.
+/// Adds the common base of each two branches, for a host's repository, which may find another one.
+void AskForForks(const RefTable& refs, const IRepository& repository, IdSet& kept) {
+  for (auto earlier = refs.begin(); earlier != refs.end(); ++earlier) {
+    for (auto later = std::next(earlier); later != refs.end(); ++later) {
+      const cow_ptr<Commit> base = repository.GetCommonBase(earlier->second, later->second);
+      if (base) kept.insert(base->GetId());
+    }
+  }
+}
+
+/// Links each kept commit above `tip` to the kept one below it. From a kept commit on where an
+/// earlier walk has been, the rest is linked already.
 void LinkAncestors(const Commit& tip, KeptGraph& graph, IdSet& visited) {
   Id current = CommitAccess::GetId(tip);
   visited.insert(current);
@@ -52,21 +64,25 @@ void LinkAncestors(const Commit& tip, KeptGraph& graph, IdSet& visited) {
        at = CommitAccess::Parent(*at).get()) {
     const Id& id = CommitAccess::GetId(*at);
     const bool known = !visited.insert(id).second;
-    if (graph.kept.contains(id)) {
-      if (graph.linked.insert(current).second) graph.children[id].push_back(current);
-      current = id;
-    }
+    if (!graph.kept.contains(id)) continue;
+    if (graph.linked.insert(current).second) graph.children[id].push_back(current);
     if (known) break;
+    current = id;
   }
 }
 
-KeptGraph FindKeptGraph(const RefTable& refs, const IObjectsStorage& storage) {
+KeptGraph FindKeptGraph(const RefTable& refs, const Repository& repository,
+                        const IObjectsStorage& storage) {
   KeptGraph graph;
   std::vector<const Commit*> heads;
   for (const auto& [name, head] : refs) {
     if (head && graph.kept.insert(head->GetId()).second) heads.push_back(head.get());
   }
-  CollectForks(heads, graph.kept);
+  if (TalUtils::IsExactly<Repository>(repository)) {
+    CollectForks(heads, graph.kept);
+  } else {
+    AskForForks(refs, repository, graph.kept);
+  }
   IdSet visited;
   for (const Commit* head : heads) {
     if (const cow_ptr<Commit> tip = storage.GetCommit(head->GetId())) {
@@ -132,7 +148,7 @@ bool Repository::SimplifyCommitGraph(bool updateStorage) {
     // The branches change on the way. The copy's handles have to go before the purge counts
     // holders.
     const RefTable refs = m_storage->GetRefs();
-    const KeptGraph graph = FindKeptGraph(refs, *m_storage);
+    const KeptGraph graph = FindKeptGraph(refs, *this, *m_storage);
     ReadKept(graph, *m_storage);
     RewriteKept(graph, refs, *this, *m_storage);
   }

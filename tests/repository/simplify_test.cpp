@@ -5,6 +5,7 @@
 #include <tests/support/history_drawing.h>
 
 #include <string>
+#include <utility>
 
 namespace TalVcs::Testing {
 namespace {
@@ -202,6 +203,71 @@ TEST_F(SimplifyCommitGraph, KeptCommitBecomesTheCanonicalInstanceOfItsNewId) {
   const cow_ptr<Commit> known = repository.SyncWithStorage(MakeCommit(repository, "B"));
   ASSERT_TRUE(Simplify());
   EXPECT_EQ(Head("master"), known);
+}
+
+/// Finds common bases in a way of its own, and counts the searches.
+class SearchingRepository final : public Repository {
+ public:
+  SearchingRepository() : Repository(NewStorage()) {}
+  cow_ptr<Commit> GetCommonBase(cow_ptr<Commit>, cow_ptr<Commit>) const override {
+    ++searches;
+    return base;
+  }
+  cow_ptr<Commit> base;
+  mutable int searches = 0;
+};
+
+class SimplifyByAHostsSearch : public ::testing::Test {
+ protected:
+  History Draw(const char* drawing, const char* branches) {
+    const History history = DrawHistory(repository, drawing);
+    PlaceBranches(repository, history, branches);
+    repository.searches = 0;
+    return history;
+  }
+  std::string Chain(const char* branch) const { return ChainOf(repository, branch); }
+
+  SearchingRepository repository;
+};
+
+TEST_F(SimplifyByAHostsSearch, SearchesForEachPairOfBranches) {
+  Draw("A-B-C", "master=C b=B a=A empty=");
+  EXPECT_TRUE(repository.SimplifyCommitGraph(true));
+  EXPECT_EQ(repository.searches, 6) << "a branch without head counts as well";
+}
+
+TEST_F(SimplifyByAHostsSearch, KeepsNoForkThatIsNotFound) {
+  Draw("A-B-C-D; C-E; C-F", "low=A d=D e=E f=F");
+  EXPECT_TRUE(repository.SimplifyCommitGraph(true));
+  EXPECT_EQ(Chain("d"), "A-D");
+  EXPECT_EQ(Chain("e"), "A-E");
+  EXPECT_EQ(Chain("f"), "A-F");
+  EXPECT_EQ(repository.GetCommitCount(), 4U);
+}
+
+TEST_F(SimplifyByAHostsSearch, KeepsTheCommitThatIsFound) {
+  repository.base = Draw("A-B-C-D; C-E", "d=D e=E").at("B");
+  EXPECT_TRUE(repository.SimplifyCommitGraph(true));
+  EXPECT_EQ(Chain("d"), "B-D");
+  EXPECT_EQ(Chain("e"), "B-E");
+}
+
+/// Loses the other branch when it moves one.
+class LosingRepository final : public Repository {
+ public:
+  LosingRepository() : Repository(NewStorage()) {}
+  bool MoveBranchTo(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) override {
+    RemoveBranch(name == TAL_WIDE("a") ? TAL_WIDE("b") : TAL_WIDE("a"));
+    return Repository::MoveBranchTo(name, std::move(commit));
+  }
+};
+
+TEST(SimplifyWhileBranchesVanish, CreatesThemAgain) {
+  LosingRepository repository;
+  PlaceBranches(repository, DrawHistory(repository, "A-B-C"), "a=C b=C");
+  EXPECT_TRUE(repository.SimplifyCommitGraph(true));
+  EXPECT_EQ(ChainOf(repository, "a"), "C");
+  EXPECT_EQ(ChainOf(repository, "b"), "C");
 }
 
 }  // namespace
