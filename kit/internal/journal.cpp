@@ -97,7 +97,7 @@ class Payload {
     }
     return key;
   }
-  Id TakeId() { return Id(ToWide(HexFromKey(TakeKey()))); }
+  Id TakeId() { return IdOf(TakeKey()); }
 
  private:
   std::string_view m_rest;
@@ -114,7 +114,7 @@ void JournalChanges::Put(char kind, std::string_view name) {
 
 void JournalChanges::SetHead(std::string_view name, const Id& id) {
   Put('h', name);
-  const std::optional<ObjectKey> key = KeyFromId(id);
+  const std::optional<ObjectKey> key = KeyOf(id);
   if (key) m_payload.append(key->begin(), key->end());
 }
 

@@ -62,7 +62,7 @@ void ObjectRemoval::TakeRecord(const ScannedRecord& record, const PackPlace& pla
     ++m_removed.count;
     m_removed.sizeBytes += header ? header->sizeBytes : 0;
   } else if (header && header->encoding == ObjectEncoding::Difference) {
-    m_differences.push_back({place.pack, *KeyFromId(header->base)});
+    m_differences.push_back({place.pack, *KeyOf(header->base)});
   }
 }
 
@@ -118,7 +118,7 @@ Status ObjectRemoval::CopyPack(std::uint32_t number, const std::set<ObjectKey>& 
         if (!status || !kept.contains(record.key) || m_places[record.key] != place) return;
         const Result<EncodedHeader> header = HeaderOf(record);
         const bool loses_base = header && header->encoding == ObjectEncoding::Difference &&
-                                !kept.contains(*KeyFromId(header->base));
+                                !kept.contains(*KeyOf(header->base));
         status = loses_base ? AddAnew(record.key, record.bytes) : Add(record.bytes);
       });
   return visited ? status : visited;
@@ -131,8 +131,7 @@ Status ObjectRemoval::AddAnew(const ObjectKey& key, std::string_view record) {
     return packed.error();
   }
   if (!packed) return Add(record);
-  const std::vector<std::byte> encoded =
-      m_objects.Encode({Id(ToWide(HexFromKey(key))), *packed, Id()});
+  const std::vector<std::byte> encoded = m_objects.Encode({IdOf(key), *packed, Id()});
   if (encoded.empty()) {
     const ObjectFiles::KeyedObject file(key, *packed);
     return m_objects.m_files.Write({&file, 1});

@@ -66,8 +66,6 @@ class Scanner {
 
 std::optional<ObjectKey> KeyFromHex(std::string_view digits) { return BytesOfIdText(digits); }
 
-std::optional<ObjectKey> KeyFromId(const Id& id) { return BytesOfIdText(id.View()); }
-
 std::string HexFromKey(const ObjectKey& key) {
   return ToUtf8(TalUtils::DataEncoding::HexEncode(key.data(), key.size()));
 }

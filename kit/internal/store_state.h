@@ -1,7 +1,7 @@
 #pragma once
 
+#include <kit/store/object_key.h>
 #include <kit/text.h>
-#include <talvcs/format/id_text.h>
 #include <talvcs/foundation/names.h>
 #include <talvcs/objects/id.h>
 
@@ -13,13 +13,9 @@
 
 namespace TalVcs::Kit {
 
-/// The id of an object as bytes.
-using ObjectKey = IdBytes;
-
 /// Returns the key that the digits of an id write, or nothing for any other text.
 std::optional<ObjectKey> KeyFromHex(std::string_view digits);
 std::string HexFromKey(const ObjectKey& key);
-std::optional<ObjectKey> KeyFromId(const Id& id);
 
 /// What a directory store holds at one moment: the content of its file "state".
 struct StoreState {

@@ -1,7 +1,6 @@
 #include <kit/internal/object_removal.h>
 #include <kit/internal/stored_objects.h>
 #include <kit/store/head_table.h>
-#include <talvcs/foundation/data_encoding.h>
 #include <talvcs/foundation/helpers.h>
 
 #include <algorithm>
@@ -33,10 +32,6 @@ bool IsBlob(const Buffer& packed) {
   constexpr std::string_view kBlob = "blob ";
   std::string type(kBlob.size(), '\0');
   return packed.ReadAt(0, type.data(), type.size()) == type.size() && type == kBlob;
-}
-
-Id IdFrom(const ObjectKey& key) {
-  return Id(TalUtils::DataEncoding::HexEncode(key.data(), key.size()));
 }
 
 }  // namespace
@@ -79,22 +74,22 @@ Result<Buffer> StoredObjects::Read(const ObjectKey& key) {
     return file ? std::move(file) : found.error();
   }
   if (*found) {
-    return m_encoded.Decode(IdFrom(key), BytesOf((*found)->bytes), EncodedReader());
+    return m_encoded.Decode(IdOf(key), BytesOf((*found)->bytes), EncodedReader());
   }
   return ReadFile(key);
 }
 
 /// Reads the file of an object that has one.
 Result<Buffer> StoredObjects::ReadFile(const ObjectKey& key) {
-  if (!MayHaveFile(key)) return NoSuchObject(IdFrom(key));
+  if (!MayHaveFile(key)) return NoSuchObject(IdOf(key));
   Result<Buffer> packed = m_files.Read(key);
-  if (!packed && packed.error().code == ErrorCode::NotFound) return NoSuchObject(IdFrom(key));
+  if (!packed && packed.error().code == ErrorCode::NotFound) return NoSuchObject(IdOf(key));
   return packed;
 }
 
 ReadEncoded StoredObjects::EncodedReader() {
   return [this](const Id& id) -> Result<Encoded> {
-    const std::optional<ObjectKey> key = KeyFromId(id);
+    const std::optional<ObjectKey> key = KeyOf(id);
     return key ? ReadEncodedForm(*key) : Result<Encoded>(NoSuchObject(id));
   };
 }
@@ -171,7 +166,7 @@ Status StoredObjects::Replace(std::span<const StoredObject> objects) {
   Status status;
   for (const StoredObject& object : objects) {
     // Without a base: the one that the object had may be what is damaged.
-    if (status && !m_pending.contains(*KeyFromId(object.id))) {
+    if (status && !m_pending.contains(*KeyOf(object.id))) {
       status = Put({object.id, object.packed, Id()});
     }
   }
@@ -190,7 +185,7 @@ void StoredObjects::ForgetPending() {
 }
 
 Status StoredObjects::WriteOne(const StoredObject& object) {
-  const ObjectKey key = *KeyFromId(object.id);
+  const ObjectKey key = *KeyOf(object.id);
   if (m_pending.contains(key)) return {};
   const Result<std::optional<std::uint64_t>> size = SizeOf(key);
   if (!size) return size.error();
@@ -199,7 +194,7 @@ Status StoredObjects::WriteOne(const StoredObject& object) {
 
 /// Adds an object to what the next flush writes.
 Status StoredObjects::Put(const StoredObject& object) {
-  const ObjectKey key = *KeyFromId(object.id);
+  const ObjectKey key = *KeyOf(object.id);
   Encoded encoded = Encode(object);
   const bool is_file = encoded.empty();
   if (is_file && !IsBlob(object.packed)) {

@@ -24,7 +24,9 @@ class Marking {
     }
     std::vector<Id> marked;
     marked.reserve(m_walk.CountMet());
-    const auto add = [&marked](const IdKey& key, std::uint32_t) { marked.push_back(IdOf(key)); };
+    const auto add = [&marked](const ObjectKey& key, std::uint32_t) {
+      marked.push_back(IdOf(key));
+    };
     m_walk.Commits().ForEach(add);
     m_walk.Trees().Trees().ForEach(add);
     m_walk.Trees().Files().ForEach(add);

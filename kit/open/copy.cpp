@@ -3,6 +3,7 @@
 #include <kit/open/internal/head_moves.h>
 #include <kit/open/internal/history_walk.h>
 #include <kit/open/internal/object_writer.h>
+#include <kit/store/internal/parent_of.h>
 
 #include <algorithm>
 #include <utility>
@@ -29,30 +30,6 @@ Result<std::vector<Head>> ChooseHeads(IObjectStore& from, const std::vector<std:
     chosen.push_back(*found);
   }
   return chosen;
-}
-
-/// True if `ancestor` is in the history of `head`.
-Result<bool> Follows(IObjectStore& store, const Id& head, const Id& ancestor) {
-  CommitReader reader(store, head);
-  while (!reader.AtEnd()) {
-    const Result<std::vector<CommitRecord>> window = reader.Next();
-    if (!window) return window.error();
-    for (const CommitRecord& commit : *window) {
-      if (commit.id == ancestor) return true;
-    }
-  }
-  return false;
-}
-
-/// Returns the id of the parent that a packed commit names, or the empty id.
-Id ParentOf(const Buffer& commit) {
-  Id parent;
-  VisitReferences(commit, {&parent, [](void* id, const PackedReference& reference) {
-                             if (reference.type == ObjectType::Commit) {
-                               *static_cast<Id*>(id) = reference.id;
-                             }
-                           }});
-  return parent;
 }
 
 Error RemovedMeanwhile() {
@@ -111,7 +88,7 @@ class Copying {
     for (const Head& head : heads) {
       const Id target = HeadOf(actual, head.name);
       if (target.View().IsEmpty() || target == head.id) continue;
-      const Result<bool> follows = Follows(m_from, head.id, target);
+      const Result<bool> follows = IsAncestor(m_from, target, head.id);
       if (!follows) return follows.error();
       if (*follows) continue;
       const HeadMove move{head.name, target, head.id};
@@ -151,7 +128,7 @@ class Copying {
                            "no branch of the target was moved");
         });
     for (std::size_t index = 0; status && index < m_commits.size(); ++index) {
-      Id parent = ParentOf(packed[index]);
+      Id parent = ParentOf(packed[index]).value_or(Id());
       status = m_writer.Add({m_commits[index], std::move(packed[index]), std::move(parent)});
     }
     m_commits.clear();
@@ -180,7 +157,7 @@ class Copying {
     const Result<std::vector<Id>> missing = m_to.Missing(heads);
     if (!missing) return missing.error();
     if (!missing->empty()) return RemovedMeanwhile();
-    const std::vector<IdKey>& written = m_writer.WrittenIds();
+    const std::vector<ObjectKey>& written = m_writer.WrittenIds();
     for (std::size_t first = 0; status && first < written.size();
          first += kObjectsReadBackTogether) {
       std::vector<Id> ids;

@@ -59,7 +59,7 @@ class Counting {
 
  private:
   struct Node {
-    IdKey root;
+    ObjectKey root{};
     bool hasRoot = false;
     std::uint32_t parent = kNone;
     std::uint32_t children = 0;
@@ -74,7 +74,7 @@ class Counting {
   };
 
   Status ReadHistory(const Id& head, std::uint32_t branch) {
-    const std::optional<IdKey> key = KeyOf(head);
+    const std::optional<ObjectKey> key = KeyOf(head);
     if (!key) {
       if (!head.View().IsEmpty()) ++m_result.unreadable;
       return {};
@@ -152,7 +152,8 @@ class Counting {
   }
 
   // Says that branches reach an object, and makes it a step to do if they didn't before.
-  void Reach(IdMap& objects, const IdKey& key, std::uint32_t branches, std::vector<Step>& steps) {
+  void Reach(IdMap& objects, const ObjectKey& key, std::uint32_t branches,
+             std::vector<Step>& steps) {
     std::uint32_t* reached = objects.Insert(key, NumberSets::kEmpty).first;
     if (m_sets.Includes(*reached, branches)) return;
     const std::uint32_t before = std::exchange(*reached, m_sets.Union(*reached, branches));
@@ -235,7 +236,7 @@ class Counting {
     if (!status) return status;
     Status listed = m_store.List([&](std::span<const Id> ids) {
       for (const Id& id : ids) {
-        const std::optional<IdKey> key = KeyOf(id);
+        const std::optional<ObjectKey> key = KeyOf(id);
         if (key && (m_commits.Contains(*key) || m_trees.Contains(*key) || m_blobs.Contains(*key))) {
           continue;
         }
@@ -263,7 +264,7 @@ class Counting {
       if (!std::ranges::binary_search(branches, branch)) continue;
       Add(branches.size() == 1 ? result.own : result.shared, m_totals[set]);
     }
-    const std::optional<IdKey> key = KeyOf(head.id);
+    const std::optional<ObjectKey> key = KeyOf(head.id);
     const std::uint32_t* index = key ? m_commits.Find(*key) : nullptr;
     std::uint32_t at = index == nullptr || *index >= m_nodes.size() ? kNone : *index;
     for (; at != kNone; at = m_nodes[at].parent) ++result.commits;

@@ -16,7 +16,7 @@ Result<std::uint64_t> CountUnreferenced(IObjectStore& store, const HistoryWalk& 
   if (!status) return status.error();
   const Status listed = store.List([&](std::span<const Id> ids) {
     for (const Id& id : ids) {
-      const std::optional<IdKey> key = KeyOf(id);
+      const std::optional<ObjectKey> key = KeyOf(id);
       if (!key || !walk.HasMet(*key)) ++count;
     }
     status = reporter.Add(ids.size());

@@ -21,23 +21,6 @@ std::vector<Id> IdsOf(std::span<const Head> heads) {
   return ids;
 }
 
-/// Returns true if `ancestor` is `head` or in its history.
-Result<bool> IsAncestor(IObjectStore& store, const Id& ancestor, const Id& head) {
-  const Result<std::vector<Id>> missing = store.Missing({&ancestor, 1});
-  if (!missing) return missing.error();
-  if (!missing->empty()) return false;
-  CommitReader reader(store, head);
-  while (!reader.AtEnd()) {
-    const Result<std::vector<CommitRecord>> window = reader.Next();
-    if (!window) return window.error();
-    for (const CommitRecord& commit : *window) {
-      if (commit.id == ancestor) return true;
-      if (commit.problem) return UnreadableObject(commit.id, *commit.problem);
-    }
-  }
-  return false;
-}
-
 /// Returns the branch that the last session worked on, else "master", else the first.
 Result<std::string> ChooseMainBranch(IObjectStore& store, std::span<const Head> heads) {
   const Result<std::optional<std::string>> saved = store.Value(kBranchValue);

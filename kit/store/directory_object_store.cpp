@@ -158,7 +158,7 @@ Status DirectoryObjectStore::Impl::RefreshUnlessLocked() {
 }
 
 Result<Buffer> DirectoryObjectStore::Impl::ReadOne(const Id& id) {
-  const std::optional<ObjectKey> key = KeyFromId(id);
+  const std::optional<ObjectKey> key = KeyOf(id);
   if (!key) return NoSuchObject(id);
   Result<Buffer> packed = objects.Read(*key);
   if (packed) return packed;
@@ -172,7 +172,7 @@ Result<std::vector<std::optional<std::uint64_t>>> DirectoryObjectStore::Impl::Si
   std::vector<std::optional<std::uint64_t>> sizes;
   sizes.reserve(ids.size());
   for (const Id& id : ids) {
-    const std::optional<ObjectKey> key = KeyFromId(id);
+    const std::optional<ObjectKey> key = KeyOf(id);
     Result<std::optional<std::uint64_t>> size =
         key ? objects.SizeOf(*key) : std::optional<std::uint64_t>();
     if (!size) return std::move(size).error();
@@ -189,7 +189,7 @@ Result<RemovedObjects> DirectoryObjectStore::Impl::RemoveUnmarked(const MarkObje
   if (!marked) return marked.error();
   std::set<ObjectKey> kept;
   for (const Id& id : *marked) {
-    if (const std::optional<ObjectKey> key = KeyFromId(id)) kept.insert(*key);
+    if (const std::optional<ObjectKey> key = KeyOf(id)) kept.insert(*key);
   }
   return objects.RemoveAllBut(kept);
 }
@@ -304,7 +304,7 @@ Status DirectoryObjectStore::List(const IdSink& sink) {
     ids.clear();
   };
   const Status status = m_impl->objects.Visit([&](const ObjectKey& key) {
-    ids.emplace_back(ToWide(HexFromKey(key)));
+    ids.push_back(IdOf(key));
     if (ids.size() == kListedTogether) pass();
   });
   if (status) pass();

@@ -2,7 +2,6 @@
 #include <kit/open/internal/errors.h>
 #include <kit/store/internal/compression.h>
 #include <kit/store/object_codec.h>
-#include <talvcs/foundation/data_encoding.h>
 
 #include <algorithm>
 #include <bit>
@@ -105,7 +104,7 @@ struct RawHeader {
   std::uint32_t position = 0;
   std::size_t headerBytes = 0;
 
-  Id Base() const { return Id(TalUtils::DataEncoding::HexEncode(base.data(), base.size())); }
+  Id Base() const { return IdOf(base); }
 };
 
 Result<RawHeader> ReadRawHeader(std::span<const std::byte> encoded) {
@@ -169,7 +168,7 @@ struct ObjectEncoder::State {
 
   /// Returns nothing if there is no compression or the base can't be used.
   std::vector<std::byte> Difference(std::span<const std::byte> bytes, const EncodingBase& base) {
-    const std::optional<ObjectKey> key = KeyFromId(base.id);
+    const std::optional<ObjectKey> key = KeyOf(base.id);
     if (!key || base.position == 0 || base.position >= kVersionsInGroup ||
         base.packed.GetSize() > kMostBaseBytes) {
       return {};

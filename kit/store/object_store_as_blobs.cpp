@@ -88,7 +88,7 @@ bool ObjectStoreAsBlobs::Impl::WriteBatch() {
 
 bool ObjectStoreAsBlobs::Impl::TakeIn(const WideString& path, const Buffer& bytes) {
   if (const std::optional<ObjectKey> key = paths.KeyOf(path)) {
-    transaction->batch.push_back({Id(ToWide(HexFromKey(*key))), bytes});
+    transaction->batch.push_back({IdOf(*key), bytes});
     transaction->batchBytes += bytes.GetSize();
     return (transaction->batchBytes < kBatchBytes && transaction->batch.size() < kBatchObjects) ||
            WriteBatch();
@@ -117,7 +117,7 @@ std::vector<WideString> ObjectStoreAsBlobs::Impl::ListObjects(const WideString& 
   std::vector<ObjectKey> keys;
   Status status = store.List([&](std::span<const Id> ids) {
     for (const Id& id : ids) {
-      if (const std::optional<ObjectKey> key = KeyFromId(id)) keys.push_back(*key);
+      if (const std::optional<ObjectKey> key = KeyOf(id)) keys.push_back(*key);
     }
     return true;
   });
@@ -171,7 +171,7 @@ StreamIO ObjectStoreAsBlobs::OpenBlob(const WideString& path) {
   }
   const std::optional<ObjectKey> key = m_impl->paths.KeyOf(path);
   if (!key) return {};
-  const Id id(ToWide(HexFromKey(*key)));
+  const Id id = IdOf(*key);
   StreamIO reader;
   Status status = m_impl->store.Read({&id, 1}, [&](const Id& /*id*/, Result<Buffer> packed) {
     if (packed) {

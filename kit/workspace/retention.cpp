@@ -94,10 +94,10 @@ Result<ObjectTotals> CountFreed(WorkspaceState& state, const Plan& plan, Reporte
     const HistoryGraph::Node& version = plan.graph[i];
     status = history.IsChanged(i) ? kept.AddRoot(version) : kept.Add(version);
   }
-  std::vector<IdKey> freed;
+  std::vector<ObjectKey> freed;
   const auto take = [&](std::span<const Id> ids) {
     for (const Id& id : ids) {
-      const IdKey key = *KeyOf(id);
+      const ObjectKey key = *KeyOf(id);
       if (!kept.Contains(key)) freed.push_back(key);
     }
     return true;

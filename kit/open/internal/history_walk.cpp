@@ -80,7 +80,7 @@ Status HistoryWalk::ReadHistory(const Head& head) {
 
 // Returns false if the history needs not be read further.
 Result<bool> HistoryWalk::TakeCommit(const CommitRecord& commit, bool isWanted, const Head& head) {
-  const IdKey key = *KeyOf(commit.id);
+  const ObjectKey key = *KeyOf(commit.id);
   const auto index = static_cast<std::uint32_t>(m_nodes.size());
   const auto [known, added] = m_commits.Insert(key, index);
   // The node before is the child, unless this is the head.
@@ -156,7 +156,7 @@ BranchReport HistoryWalk::ReportOn(const Head& head) const {
   report.head = head.id;
   report.state = BranchState::Whole;
   if (head.id.View().IsEmpty()) return report;
-  const std::optional<IdKey> key = KeyOf(head.id);
+  const std::optional<ObjectKey> key = KeyOf(head.id);
   if (!key || !m_nodes[*m_commits.Find(*key)].isReadable) {
     report.state = BranchState::Lost;
     return report;

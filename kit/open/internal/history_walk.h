@@ -34,7 +34,7 @@ class HistoryWalk {
   Result<HistoryReport> Run(std::span<const Head> heads);
 
   /// True if the walk has met the id, whether or not its object can be read.
-  bool HasMet(const IdKey& key) const noexcept {
+  bool HasMet(const ObjectKey& key) const noexcept {
     return m_commits.Contains(key) || m_trees.Trees().Contains(key) ||
            m_trees.Files().Contains(key);
   }
@@ -48,8 +48,8 @@ class HistoryWalk {
   static constexpr std::uint32_t kNone = 0xFFFFFFFF;
 
   struct Node {
-    IdKey id;
-    IdKey root;
+    ObjectKey id{};
+    ObjectKey root{};
     bool hasRoot = false;
     bool isReadable = true;
     bool isKnown = false;  // not wanted, so that it counts as whole

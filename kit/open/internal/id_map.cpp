@@ -1,7 +1,6 @@
 #include <kit/open/internal/id_map.h>
-#include <talvcs/format/id_text.h>
-#include <talvcs/foundation/data_encoding.h>
 
+#include <array>
 #include <cstring>
 
 namespace TalVcs::Kit {
@@ -12,20 +11,7 @@ constexpr std::size_t kFirstSlots = 64;
 
 }  // namespace
 
-std::optional<IdKey> KeyOf(const Id& id) {
-  const std::optional<IdBytes> bytes = BytesOfIdText(id.View());
-  if (!bytes) return std::nullopt;
-  IdKey key;
-  static_assert(sizeof(key.words) == sizeof(IdBytes));
-  std::memcpy(key.words.data(), bytes->data(), bytes->size());
-  return key;
-}
-
-Id IdOf(const IdKey& key) {
-  return Id(TalUtils::DataEncoding::HexEncode(key.words.data(), sizeof(key.words)));
-}
-
-std::pair<std::uint32_t*, bool> IdMap::Insert(const IdKey& key, std::uint32_t value) {
+std::pair<std::uint32_t*, bool> IdMap::Insert(const ObjectKey& key, std::uint32_t value) {
   if (10 * (m_count + 1) > 7 * m_slots.size()) Grow();
   Slot& slot = m_slots[SlotOf(key)];
   if (slot.value != kFree) return {&slot.value, false};
@@ -34,13 +20,13 @@ std::pair<std::uint32_t*, bool> IdMap::Insert(const IdKey& key, std::uint32_t va
   return {&slot.value, true};
 }
 
-std::uint32_t* IdMap::Find(const IdKey& key) noexcept {
+std::uint32_t* IdMap::Find(const ObjectKey& key) noexcept {
   if (m_slots.empty()) return nullptr;
   Slot& slot = m_slots[SlotOf(key)];
   return slot.value == kFree ? nullptr : &slot.value;
 }
 
-const std::uint32_t* IdMap::Find(const IdKey& key) const noexcept {
+const std::uint32_t* IdMap::Find(const ObjectKey& key) const noexcept {
   if (m_slots.empty()) return nullptr;
   const Slot& slot = m_slots[SlotOf(key)];
   return slot.value == kFree ? nullptr : &slot.value;
@@ -48,9 +34,12 @@ const std::uint32_t* IdMap::Find(const IdKey& key) const noexcept {
 
 // Returns where the key is, or the free slot where it belongs. All words take part, because a
 // hostile store chooses the ids that its trees name.
-std::size_t IdMap::SlotOf(const IdKey& key) const noexcept {
+std::size_t IdMap::SlotOf(const ObjectKey& key) const noexcept {
+  std::array<std::uint64_t, 4> words;
+  static_assert(sizeof(words) == sizeof(key));
+  std::memcpy(words.data(), key.data(), sizeof(words));
   std::uint64_t hash = 0;
-  for (const std::uint64_t word : key.words) {
+  for (const std::uint64_t word : words) {
     hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
     hash ^= hash >> 32;
   }

@@ -1,29 +1,15 @@
 #pragma once
 
-#include <talvcs/objects/id.h>
+#include <kit/store/object_key.h>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <utility>
 #include <vector>
 
 namespace TalVcs::Kit {
 
-/// The digest that an id writes in digits, in four words.
-struct IdKey {
-  std::array<std::uint64_t, 4> words{};
-
-  friend bool operator==(const IdKey&, const IdKey&) = default;
-};
-
-/// Returns the key of an id; nothing for a text that no object can have as its id.
-std::optional<IdKey> KeyOf(const Id& id);
-/// Returns the id of a key.
-Id IdOf(const IdKey& key);
-
-/// A hash table from keys to numbers, of 40 bytes a slot in one piece of memory.
+/// A hash table from keys to numbers, of 36 bytes a slot in one piece of memory.
 ///
 /// No entry can be removed. References and pointers are valid until the next insertion.
 class IdMap {
@@ -32,11 +18,11 @@ class IdMap {
 
   /// Inserts the key with `value` if it is not there. Returns the value that is in the table, and
   /// whether it was inserted.
-  std::pair<std::uint32_t*, bool> Insert(const IdKey& key, std::uint32_t value);
+  std::pair<std::uint32_t*, bool> Insert(const ObjectKey& key, std::uint32_t value);
   /// Returns the value of the key, or null.
-  const std::uint32_t* Find(const IdKey& key) const noexcept;
-  std::uint32_t* Find(const IdKey& key) noexcept;
-  bool Contains(const IdKey& key) const noexcept { return Find(key) != nullptr; }
+  const std::uint32_t* Find(const ObjectKey& key) const noexcept;
+  std::uint32_t* Find(const ObjectKey& key) noexcept;
+  bool Contains(const ObjectKey& key) const noexcept { return Find(key) != nullptr; }
   std::size_t GetCount() const noexcept { return m_count; }
 
   /// Calls `visit(key, value)` for each entry, in no order.
@@ -51,11 +37,11 @@ class IdMap {
   static constexpr std::uint32_t kFree = 0xFFFFFFFF;
 
   struct Slot {
-    IdKey key;
+    ObjectKey key{};
     std::uint32_t value = kFree;
   };
 
-  std::size_t SlotOf(const IdKey& key) const noexcept;
+  std::size_t SlotOf(const ObjectKey& key) const noexcept;
   void Grow();
 
   std::vector<Slot> m_slots;  // a power of two, or none

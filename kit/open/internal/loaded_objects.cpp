@@ -23,7 +23,7 @@ void LoadedObjects::SetDamages(std::span<const Damage> damages) {
 void LoadedObjects::Read(std::span<const Id> wanted, ReadAhead /*ahead*/, std::uint64_t /*history*/,
                          Sink sink) {
   for (const Id& id : wanted) {
-    const std::optional<IdKey> key = KeyOf(id);
+    const std::optional<ObjectKey> key = KeyOf(id);
     const std::uint32_t* index = key ? m_indexes.Find(*key) : nullptr;
     if (index != nullptr) {
       sink(id, &m_objects[*index], ObjectProblem::Missing);

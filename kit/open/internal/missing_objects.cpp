@@ -81,7 +81,7 @@ Result<std::vector<cow_ptr<Commit>>> MissingObjects::MissingHistory(const cow_pt
       is_complete = !older || !*older;
       if (is_complete) break;
       const Id id = (*older)->GetId();
-      const std::optional<IdKey> key = KeyOf(id);
+      const std::optional<ObjectKey> key = KeyOf(id);
       if (!key) {
         m_commit = ShortId(id);
         return Refusal({}, "its id is not one of the library's");
@@ -106,7 +106,7 @@ Result<std::vector<cow_ptr<Commit>>> MissingObjects::MissingHistory(const cow_pt
 Status MissingObjects::CollectTree(const cow_ptr<Tree>& root, const cow_ptr<Tree>& known) {
   if (!root) return {};
   m_frames.clear();
-  const std::optional<IdKey> key = KeyOf(root->GetId());
+  const std::optional<ObjectKey> key = KeyOf(root->GetId());
   if (!key) return Refusal({}, "the id of its root folder is not one of the library's");
   if (m_known.Contains(*key)) return {};
   const Result<std::vector<bool>> missing = AreMissing({root->GetId()});
@@ -143,7 +143,7 @@ Status MissingObjects::Open(Name name, cow_ptr<Tree> tree, cow_ptr<Tree> known) 
   for (Name& entry : names) {
     const std::optional<Id> id = frame.tree->GetIdByPath(entry);
     if (!id) continue;  // the parent's tree alone has it
-    const std::optional<IdKey> key = KeyOf(*id);
+    const std::optional<ObjectKey> key = KeyOf(*id);
     if (!key) return Refusal(PathOf(entry), "its id is not one of the library's");
     if (entry.Find(TalStringT<WideChar>(TalStringViewT<WideChar>(TAL_WIDE("\0"), 1))) >= 0) {
       return Refusal(PathOf(entry), "its name has U+0000 in it");
@@ -200,7 +200,7 @@ Result<std::vector<bool>> MissingObjects::AreMissing(const std::vector<Id>& ids)
   IdMap lacked;
   for (const Id& id : *missing) lacked.Insert(*KeyOf(id), 0);
   for (std::size_t index = 0; index < ids.size(); ++index) {
-    const IdKey key = *KeyOf(ids[index]);
+    const ObjectKey key = *KeyOf(ids[index]);
     result[index] = lacked.Contains(key);
     if (!result[index]) m_known.Insert(key, 0);
   }

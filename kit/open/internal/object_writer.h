@@ -43,7 +43,7 @@ class ObjectWriter {
 
   std::uint64_t WrittenObjects() const noexcept { return m_writtenObjects; }
   std::uint64_t WrittenBytes() const noexcept { return m_writtenBytes; }
-  const std::vector<IdKey>& WrittenIds() const noexcept { return m_writtenIds; }
+  const std::vector<ObjectKey>& WrittenIds() const noexcept { return m_writtenIds; }
 
  private:
   static constexpr std::uint64_t kMostBytes = std::uint64_t{4} << 20;
@@ -56,7 +56,7 @@ class ObjectWriter {
   std::uint64_t m_writtenObjects = 0;
   std::uint64_t m_writtenBytes = 0;
   bool m_keepsIds = false;
-  std::vector<IdKey> m_writtenIds;
+  std::vector<ObjectKey> m_writtenIds;
 };
 
 }  // namespace TalVcs::Kit

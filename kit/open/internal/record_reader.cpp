@@ -25,6 +25,13 @@ void ReadLinks(CommitRecord& commit) {
 
 ReadProblem MissingObject() { return {ErrorCode::NotFound, "the store has no such object"}; }
 
+Error UnreadableObject(const Id& id, const ReadProblem& problem) {
+  // A store that lacks what one of its branches reaches is damaged.
+  const ErrorCode code = problem.code == ErrorCode::Unavailable ? problem.code : ErrorCode::Damaged;
+  return MakeError(code, "cannot copy object " + ShortId(id) + ": " + problem.reason, TextOf(id),
+                   "no branch was moved");
+}
+
 std::optional<ReadProblem> CheckRecord(const Id& id, ObjectType type,
                                        const Result<Buffer>& packed) {
   if (!packed) {
@@ -54,19 +61,19 @@ Status ReadEach(IObjectStore& store, std::span<const Id> ids, const TakeRecord& 
   constexpr std::uint32_t kPassed = IdMap::kMostValue;
   IdMap indexes;
   for (std::size_t index = 0; index < ids.size(); ++index) {
-    const std::optional<IdKey> key = KeyOf(ids[index]);
+    const std::optional<ObjectKey> key = KeyOf(ids[index]);
     if (key) indexes.Insert(*key, static_cast<std::uint32_t>(index));
   }
   Status result;
   Status status = store.Read(ids, [&](const Id& id, Result<Buffer> packed) {
-    const std::optional<IdKey> key = KeyOf(id);
+    const std::optional<ObjectKey> key = KeyOf(id);
     std::uint32_t* index = key ? indexes.Find(*key) : nullptr;
     if (!result || index == nullptr || *index == kPassed) return;
     result = take(std::exchange(*index, kPassed), std::move(packed));
   });
   if (!status) return status;
   for (std::size_t index = 0; index < ids.size() && result; ++index) {
-    const std::optional<IdKey> key = KeyOf(ids[index]);
+    const std::optional<ObjectKey> key = KeyOf(ids[index]);
     if (key && *indexes.Find(*key) == kPassed) continue;
     result = take(index, MakeError(ErrorCode::Unavailable, "the store did not pass the object"));
   }
@@ -97,6 +104,22 @@ Result<std::vector<CommitRecord>> CommitReader::Next() {
   }
   m_window = std::min(2 * m_window, kMostWindow);
   return commits;
+}
+
+Result<bool> IsAncestor(IObjectStore& store, const Id& ancestor, const Id& head) {
+  const Result<std::vector<Id>> missing = store.Missing({&ancestor, 1});
+  if (!missing) return missing.error();
+  if (!missing->empty()) return false;
+  CommitReader reader(store, head);
+  while (!reader.AtEnd()) {
+    const Result<std::vector<CommitRecord>> window = reader.Next();
+    if (!window) return window.error();
+    for (const CommitRecord& commit : *window) {
+      if (commit.id == ancestor) return true;
+      if (commit.problem) return UnreadableObject(commit.id, *commit.problem);
+    }
+  }
+  return false;
 }
 
 }  // namespace TalVcs::Kit

@@ -30,6 +30,9 @@ std::optional<ReadProblem> CheckRecord(const Id& id, const Result<Buffer>& packe
 /// Returns the problem of an object that a store lacks.
 ReadProblem MissingObject();
 
+/// Returns the error of an object that can't be copied from a store that has to have it.
+Error UnreadableObject(const Id& id, const ReadProblem& problem);
+
 /// Takes the object at an index of the ids that were asked for. An error ends the reading.
 using TakeRecord = std::function<Status(std::size_t index, Result<Buffer> packed)>;
 
@@ -62,5 +65,9 @@ class CommitReader {
   Id m_next;
   std::uint64_t m_window = 1;
 };
+
+/// Returns true if `ancestor` is `head` or in its history. A store that lacks `ancestor` needs no
+/// further look. Fails with the error of `UnreadableObject` if a commit before it can't be read.
+Result<bool> IsAncestor(IObjectStore& store, const Id& ancestor, const Id& head);
 
 }  // namespace TalVcs::Kit

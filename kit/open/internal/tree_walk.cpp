@@ -77,7 +77,7 @@ Status TreeWalk::Fetch(Frame& frame) {
   std::vector<Id> ids;
   IdMap asked;
   for (std::size_t at = frame.next; at < frame.trees.size() && ids.size() < kTreesTogether; ++at) {
-    const IdKey key = *KeyOf(frame.trees[at].id);
+    const ObjectKey key = *KeyOf(frame.trees[at].id);
     if (m_trees.Contains(key) || !asked.Insert(key, 0).second) continue;
     ids.push_back(frame.trees[at].id);
     frame.fetched.emplace_back().position = at;
@@ -98,7 +98,7 @@ Status TreeWalk::Open(Entry entry, Buffer packed) {
   frame.packed = std::move(packed);
   std::vector<Entry> files;
   auto visit = [&](const PackedReference& reference) {
-    const IdKey key = *KeyOf(reference.id);
+    const ObjectKey key = *KeyOf(reference.id);
     if (reference.type == ObjectType::Tree) {
       const std::uint32_t* known = m_trees.Find(key);
       if (known != nullptr) {
@@ -161,7 +161,7 @@ Status TreeWalk::KeepWanted(std::vector<Entry>& trees, std::vector<Entry>& files
   for (const Id& id : *result) wanted.Insert(*KeyOf(id), 0);
   std::erase_if(files, [&](const Entry& file) { return !wanted.Contains(*KeyOf(file.id)); });
   std::erase_if(trees, [&](const Entry& tree) {
-    const IdKey key = *KeyOf(tree.id);
+    const ObjectKey key = *KeyOf(tree.id);
     // One that is known already keeps its damage.
     return !wanted.Contains(key) && m_trees.Insert(key, NumberSets::kEmpty).second;
   });

@@ -33,13 +33,6 @@ Result<CommitRecord> RecordOf(const Id& id, Result<Buffer> packed) {
 
 }  // namespace
 
-Error UnreadableObject(const Id& id, const ReadProblem& problem) {
-  // A store that lacks what one of its branches reaches is damaged.
-  const ErrorCode code = problem.code == ErrorCode::Unavailable ? problem.code : ErrorCode::Damaged;
-  return MakeError(code, "cannot copy object " + ShortId(id) + ": " + problem.reason, TextOf(id),
-                   "no branch was moved");
-}
-
 Status NewHistory::Read(std::span<const Id> heads, std::span<const Id> known) {
   for (const Id& id : known) {
     if (IsObjectId(id)) m_known.Insert(*KeyOf(id), 0);
@@ -69,7 +62,7 @@ Status NewHistory::ReadHeads(std::span<const Id> heads) {
   std::vector<Id> wanted;
   IdMap asked;
   for (const Id& head : heads) {
-    const std::optional<IdKey> key = KeyOf(head);
+    const std::optional<ObjectKey> key = KeyOf(head);
     if (!key) return UnreadableObject(head, {ErrorCode::Damaged, "a branch names no object"});
     if (!m_known.Contains(*key) && asked.Insert(*key, 0).second) wanted.push_back(head);
   }

@@ -48,7 +48,4 @@ class NewHistory {
   std::vector<CommitRecord> m_commits;
 };
 
-/// Returns the error of an object that can't be read from the store that has to have it.
-Error UnreadableObject(const Id& id, const ReadProblem& problem);
-
 }  // namespace TalVcs::Kit

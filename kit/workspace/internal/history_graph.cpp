@@ -55,7 +55,7 @@ class HistoryGraph::Reading {
 
     Index version;
     Kind kind;
-    IdKey id;
+    ObjectKey id{};
   };
 
   Status AddHistory(cow_ptr<Commit> at) {

@@ -27,8 +27,8 @@ class HistoryGraph {
   static constexpr Index kLost = 0xFFFFFFFE;
 
   struct Node {
-    IdKey id;
-    IdKey root;             // zeros without a root
+    ObjectKey id{};
+    ObjectKey root{};       // zeros without a root
     std::int64_t time = 0;  // in seconds since 1970
     Index parent = kNone;   // kNone or a version
     Index undoes = kNone;   // kNone, kLost or a version

@@ -22,7 +22,7 @@ class ReachableObjects {
   /// Adds everything in the root of a version, without the commit.
   Status AddRoot(const HistoryGraph::Node& version);
 
-  bool Contains(const IdKey& id) const { return m_ids.Contains(id); }
+  bool Contains(const ObjectKey& id) const { return m_ids.Contains(id); }
   std::uint64_t SizeBytes() const noexcept { return m_sizeBytes; }
 
  private:

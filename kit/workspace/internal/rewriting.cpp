@@ -124,7 +124,7 @@ class Rewriting {
   const ThinnedHistory& m_history;
   const HistoryGraph& m_graph;
   ObjectWriter m_writer;
-  std::vector<IdKey> m_ids;                              // what each kept version became
+  std::vector<ObjectKey> m_ids;                          // what each kept version became
   std::unordered_map<Index, cow_ptr<Commit>> m_commits;  // those that were made and not written
 };
 

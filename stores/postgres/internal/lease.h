@@ -1,6 +1,6 @@
 #pragma once
 
-#include <stores/postgres/internal/object_key.h>
+#include <kit/store/object_key.h>
 
 #include <cstddef>
 #include <cstdint>

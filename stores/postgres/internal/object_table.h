@@ -1,9 +1,9 @@
 #pragma once
 
 #include <kit/store/object_codec.h>
+#include <kit/store/object_key.h>
 #include <kit/store/object_store.h>
 #include <stores/postgres/internal/lease.h>
-#include <stores/postgres/internal/object_key.h>
 #include <stores/postgres/internal/session.h>
 
 #include <cstddef>

@@ -1,5 +1,5 @@
+#include <kit/store/object_key.h>
 #include <stores/sqlite/internal/checksum.h>
-#include <stores/sqlite/internal/object_key.h>
 
 #include <string>
 

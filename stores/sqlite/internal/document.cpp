@@ -1,9 +1,9 @@
+#include <kit/store/object_key.h>
 #include <kit/text.h>
 #include <stores/sqlite/internal/checksum.h>
 #include <stores/sqlite/internal/compaction.h>
 #include <stores/sqlite/internal/document.h>
 #include <stores/sqlite/internal/meta.h>
-#include <stores/sqlite/internal/object_key.h>
 #include <stores/sqlite/internal/space.h>
 #include <stores/sqlite/internal/transaction.h>
 

@@ -1,8 +1,8 @@
+#include <kit/store/object_key.h>
 #include <stores/sqlite/internal/checksum.h>
 #include <stores/sqlite/internal/database.h>
 #include <stores/sqlite/internal/head_table.h>
 #include <stores/sqlite/internal/meta.h>
-#include <stores/sqlite/internal/object_key.h>
 
 #include <optional>
 #include <string>

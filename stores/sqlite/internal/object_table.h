@@ -2,8 +2,8 @@
 
 #include <kit/store/encoded_objects.h>
 #include <kit/store/object_codec.h>
+#include <kit/store/object_key.h>
 #include <kit/store/object_store.h>
-#include <stores/sqlite/internal/object_key.h>
 #include <stores/sqlite/internal/object_rows.h>
 #include <stores/sqlite/internal/pending_objects.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <stores/sqlite/internal/object_key.h>
+#include <kit/store/object_key.h>
 
 #include <cstdint>
 #include <unordered_map>

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <kit/store/object_key.h>
 #include <kit/text/result.h>
-#include <stores/sqlite/internal/object_key.h>
 #include <stores/sqlite/internal/sqlite_error.h>
 #include <talvcs/foundation/names.h>
 

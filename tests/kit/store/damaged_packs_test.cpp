@@ -122,7 +122,7 @@ TEST_F(DamagedPacks, RemovalPutsThePacksTogether) {
 // A repair puts it there.
 TEST_F(DamagedPacks, NewestRecordOfAnObjectCounts) {
   const StoredObject& first = m_objects.front();
-  const ObjectKey key = *KeyFromId(first.id);
+  const ObjectKey key = *KeyOf(first.id);
   std::string pack(kPackTitle);
   AppendPackRecord(pack, key, "\1damaged");
   pack += m_pack.substr(14);

@@ -111,7 +111,7 @@ TEST_F(JournalTest, BytesAreThoseOfTheFormat) {
 TEST_F(JournalTest, PacksAndRemovedFilesHaveTheBytesOfTheFormat) {
   JournalState state;
   state.packs[3] = 0x12345;
-  state.removedFiles.insert(*KeyFromId(IdOfDigit('b')));
+  state.removedFiles.insert(*KeyOf(IdOfDigit('b')));
   const std::string journal = Journal::Write(state);
   EXPECT_EQ(Hex(journal.substr(kHeader.size())),
             "0A 52 45 43 37 00 00 00 00 00 00 00 00 00 00 00 "

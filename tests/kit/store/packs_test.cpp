@@ -162,7 +162,7 @@ TEST(PackIndex, HasTheBytesOfTheFormat) {
   EXPECT_EQ(two.substr(8188), BytesFromDigits("9b1e37b0"));
   const std::string many = MakePackIndex(kRangeOfMany, ManyEntries());
   EXPECT_EQ(many.size(), 20480U);
-  EXPECT_EQ(HexFromKey(*KeyFromId(Id(Testing::BufferOf(many)))),
+  EXPECT_EQ(HexFromKey(*KeyOf(Id(Testing::BufferOf(many)))),
             "fa6ff1181cfd206ce0ac5f8f954af5759a7d8276386159cd8ef538238bfe339b");
 }
 

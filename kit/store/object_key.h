@@ -1,19 +1,21 @@
 #pragma once
 
-#include <kit/store/object_store.h>
 #include <talvcs/format/id_text.h>
 #include <talvcs/foundation/data_encoding.h>
+#include <talvcs/objects/id.h>
 
 #include <cstddef>
 #include <cstring>
 #include <optional>
 #include <span>
 
-namespace TalVcs::Kit::Sqlite {
+namespace TalVcs::Kit {
 
-/// The id of an object as bytes.
+/// The id of an object as the 32 bytes of its digest, which are in the same order as the texts.
 using ObjectKey = IdBytes;
 
+/// Hashes a key by its first bytes. A hostile store can choose ids that have these in common, so it
+/// is for keys that one's own side has chosen.
 struct ObjectKeyHash {
   std::size_t operator()(const ObjectKey& key) const noexcept {
     std::size_t hash = 0;
@@ -22,14 +24,10 @@ struct ObjectKeyHash {
   }
 };
 
-/// Returns nothing for an id that isn't an object's.
+/// Returns the key of an id; nothing for a text that no object can have as its id.
 inline std::optional<ObjectKey> KeyOf(const Id& id) noexcept { return BytesOfIdText(id.View()); }
 
-inline Id IdOf(const ObjectKey& key) {
-  return Id(TalUtils::DataEncoding::HexEncode(key.data(), key.size()));
-}
-
-/// Returns nothing for bytes that aren't as many as a key has.
+/// Returns the key that these bytes are; nothing if they aren't as many as a key has.
 inline std::optional<ObjectKey> KeyOf(std::span<const std::byte> bytes) noexcept {
   ObjectKey key;
   if (bytes.size() != key.size()) return std::nullopt;
@@ -37,4 +35,9 @@ inline std::optional<ObjectKey> KeyOf(std::span<const std::byte> bytes) noexcept
   return key;
 }
 
-}  // namespace TalVcs::Kit::Sqlite
+/// Returns the id of a key.
+inline Id IdOf(const ObjectKey& key) {
+  return Id(TalUtils::DataEncoding::HexEncode(key.data(), key.size()));
+}
+
+}  // namespace TalVcs::Kit
