@@ -1,6 +1,7 @@
 #include <talvcs/merge/three_way_merge.h>
 
 #include <talvcs/merge/internal/entry_rule.h>
+#include <talvcs/objects/object_unavailable.h>
 #include <talvcs/repository/irepository.h>
 
 #include <algorithm>
@@ -198,17 +199,54 @@ class TreeMerge {
     return true;
   }
 
-  // One read of the store serves all subtrees in conflict.
+  // A directory of three sides, and the subtrees that are in conflict.
+  struct Conflicts {
+    MergeTrees trees;
+    Names names;
+  };
+
+  // One read of the store serves all subtrees in conflict of a level. The levels below are read as
+  // well, before any resolver is asked about them, as the merge itself goes down directory by
+  // directory. Nothing is read if the first level is in memory.
   static void ExpectSubtrees(const MergeTrees& trees, const Names& names) {
-    std::vector<EntryRef> absent;
+    std::vector<Conflicts> level{{trees, names}};
+    for (;;) {
+      std::vector<EntryRef> absent;
+      for (const Conflicts& directory : level) AddAbsent(directory, absent);
+      if (absent.empty()) return;
+      ExpectTrees(absent);
+      std::vector<Conflicts> below;
+      for (const Conflicts& directory : level) {
+        for (const Name& name : directory.names) AddConflictsBelow(directory.trees, name, below);
+      }
+      level = std::move(below);
+    }
+  }
+
+  static void AddAbsent(const Conflicts& directory, std::vector<EntryRef>& absent) {
+    const MergeTrees& trees = directory.trees;
     for (const cow_ptr<Tree>* tree : {&trees.left, &trees.root, &trees.right}) {
       const TreeEntries* list = EntriesOf(*tree);
       if (list == nullptr || list->Source() == nullptr) continue;
-      for (const Name& name : names) {
-        absent.push_back(TreeEntries::Find(list, name, EntryKind::Tree));
+      for (const Name& name : directory.names) {
+        const EntryRef entry = TreeEntries::Find(list, name, EntryKind::Tree);
+        if (entry.IsAbsent()) absent.push_back(entry);
       }
     }
-    if (!absent.empty()) ExpectTrees(absent);
+  }
+
+  static void AddConflictsBelow(const MergeTrees& trees, const Name& name,
+                                std::vector<Conflicts>& below) {
+    try {
+      Conflicts directory{Narrow(trees, name), {}};
+      const auto& [left, root, right] = directory.trees;
+      directory.names = PartitionDiffs(EntryKind::Tree, ChangedNames(root, left).trees,
+                                       ChangedNames(root, right).trees)
+                            .conflicts;
+      if (!directory.names.empty()) below.push_back(std::move(directory));
+    } catch (const ObjectUnavailable&) {
+      // The merge fails on it, unless a resolver settles a directory above.
+    }
   }
 
   void ApplyPartition(cow_ptr<Tree>& result, const MergeTrees& trees,

@@ -109,7 +109,7 @@ class DirectoryDiff {
       const DiffTask task = std::move(m_tasks.back());
       m_tasks.pop_back();
       CompareEntries(task);
-      OpenPending();
+      if (m_tasks.empty()) OpenPending();
     }
     SortOnce(m_paths);
     return std::move(m_paths);
@@ -140,7 +140,7 @@ class DirectoryDiff {
     VisitUnsharedNames(TreeAccess::Entries(*task.a), TreeAccess::Entries(*task.b), visit);
   }
 
-  // One read of the store serves all pairs of a directory.
+  // One read of the store serves all pairs of a level.
   void OpenPending() {
     if (m_pending.empty()) return;
     std::vector<EntryRef> wanted;

@@ -1,4 +1,5 @@
 #include <talvcs/merge/three_way_merge.h>
+#include <talvcs/objects/internal/commit_access.h>
 #include <talvcs/repository/repository.h>
 
 #include <utility>
@@ -42,6 +43,8 @@ bool Repository::Merge3Way(cow_ptr<Commit> commit, Resolvers resolvers) {
   const cow_ptr<Commit> head = self.GetHead();
   if (!head) return false;
   const cow_ptr<Commit> base = self.GetCommonBase(head, commit);
+  const cow_ptr<Commit> commits[] = {head, base, commit};
+  CommitAccess::ExpectRoots(commits);
   MergeTrees trees{RootOf(head), RootOf(base), RootOf(commit)};
   cow_ptr<Tree> merged = ThreeWayMerge(this, std::move(trees), std::move(resolvers));
   if (!merged) return false;

@@ -1,4 +1,8 @@
+#include <talvcs/directory/internal/entry_ref.h>
+#include <talvcs/directory/internal/tree_entries.h>
+#include <talvcs/objects/internal/commit_access.h>
 #include <talvcs/objects/internal/in_hand.h>
+#include <talvcs/objects/internal/tree_access.h>
 #include <talvcs/storage/internal/find_in.h>
 #include <talvcs/storage/internal/purge_table.h>
 #include <talvcs/storage/internal/store_source.h>
@@ -205,6 +209,21 @@ std::vector<OnDemandStorage::BranchHead> OnDemandStorage::GetHeadIds() const {
     }
   }
   return {ids.begin(), ids.end()};
+}
+
+void OnDemandStorage::ExpectCommits(std::span<const Id> ids) { m_impl->source.ExpectCommits(ids); }
+
+void OnDemandStorage::ExpectRoots(std::span<const cow_ptr<Commit>> commits) {
+  CommitAccess::ExpectRoots(commits);
+}
+
+void OnDemandStorage::ExpectSubtrees(std::span<const Subtree> subtrees) {
+  std::vector<EntryRef> entries;
+  for (const auto& [tree, name] : subtrees) {
+    if (!tree) continue;
+    entries.push_back(TreeEntries::Find(TreeAccess::Entries(*tree), name, EntryKind::Tree));
+  }
+  ExpectTrees(entries);
 }
 
 // A commit of the store may have an instance of its id among the new ones as well.

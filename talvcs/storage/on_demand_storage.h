@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -67,6 +68,20 @@ class TALVCS_API OnDemandStorage : public IObjectsStorage {
   const RefTable& GetRefs() const override;
   /// Returns the branches with the ids of their heads, in the order of the names, without reading.
   std::vector<BranchHead> GetHeadIds() const;
+
+  /// A subtree of a tree.
+  struct Subtree {
+    cow_ptr<Tree> tree;
+    TalStringT<WideChar> name;
+  };
+
+  /// Say what the caller reads next, so that one call of the reader serves all of it: the commits
+  /// of these ids, the root trees of these commits, these subtrees. What is in memory isn't read
+  /// again, and null handles and names that aren't there are skipped. An object that can't be read
+  /// now is read again when a link to it is followed. Exceptions of the reader pass through.
+  void ExpectCommits(std::span<const Id> ids);
+  static void ExpectRoots(std::span<const cow_ptr<Commit>> commits);
+  static void ExpectSubtrees(std::span<const Subtree> subtrees);
 
   void DeleteCommit(cow_ptr<Commit> commit) override;
   /// Removes the new objects that are unused. Reads nothing and doesn't change the store.

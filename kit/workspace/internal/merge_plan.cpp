@@ -61,8 +61,7 @@ bool MergePlan::MergeContents(Conflict& conflict, const ContentMergers& mergers)
   conflict.merged = Bytes((*merged)->bytes);
   conflict.places = (*merged)->conflicts;
   if (!(*merged)->IsClean()) return false;
-  m_merge.edits.push_back(
-      {conflict.path, {Slot::Kind::File, Store(*m_repository, conflict.merged->GetBuffer())}});
+  m_merge.edits.push_back({conflict.path, Store(*m_repository, conflict.merged->GetBuffer())});
   return true;
 }
 
@@ -111,7 +110,7 @@ Result<cow_ptr<Tree>> MergePlan::Decide(const Decisions& decisions) const {
       return WorkspaceError(ErrorCode::Undecided, std::move(message), conflict.path);
     }
     const Slot chosen = Chosen(conflict, decision->second);
-    if (!(chosen == conflict.ours)) edits.push_back({conflict.path, chosen});
+    if (!(chosen == conflict.ours)) edits.push_back({conflict.path, chosen.id});
   }
   return ApplyEdits(*m_repository, m_sides.ours, edits);
 }
@@ -137,7 +136,7 @@ Result<MergeSides> SidesOf(IRepository& repository, const std::vector<cow_ptr<Co
                                ToUtf8(conflict.theirs.id.View());
       const Id id = Store(repository, Bytes(text).GetBuffer());
       sides.unknown.insert(id);
-      edits.push_back({conflict.path, {Slot::Kind::File, id}});
+      edits.push_back({conflict.path, id});
     }
     sides.base = ApplyEdits(repository, sides.base, edits);
   }

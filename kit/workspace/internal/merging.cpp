@@ -57,6 +57,10 @@ bool Merging::ChangesNothing(const cow_ptr<Tree>& merged) const {
 }
 
 Result<MergePlan> Merging::Plan(Reporter& reporter) const {
+  std::vector<cow_ptr<Commit>> commits = m_bases;
+  commits.push_back(m_other);
+  if (m_action != MergeAction::Branch) commits.push_back(m_other->GetParent());
+  OnDemandStorage::ExpectRoots(commits);
   const cow_ptr<Tree> after = RootOf(m_other);
   Result<MergeSides> sides = MergeSides{after, m_state.base, after};
   if (m_action == MergeAction::Branch) {

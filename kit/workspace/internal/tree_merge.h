@@ -14,24 +14,17 @@ class IRepository;
 
 namespace TalVcs::Kit {
 
-/// What to do with one entry of three trees.
-enum class EntryVerdict {
-  KeepOurs,    ///< Keep what ours has.
-  TakeTheirs,  ///< Put what theirs has in its place.
-  Descend,     ///< Both sides have changed what is in the folder.
-  Conflict,    ///< The two sides can't be joined.
-};
-
-/// Decides about one entry.
-EntryVerdict DecideEntry(const Slot& base, const Slot& ours, const Slot& theirs) noexcept;
+/// Returns true if an entry that both sides changed is a folder that is merged entry by entry,
+/// false if it is a conflict.
+bool IsMergedBelow(const Slot& base, const Slot& ours, const Slot& theirs) noexcept;
 
 /// Returns the kind of an entry that is a conflict.
 ConflictKind KindOfConflict(const Slot& base, const Slot& ours, const Slot& theirs) noexcept;
 
-/// An entry to put into our tree; none removes what is there.
+/// An object to put into our tree at a path; the empty id removes what is there.
 struct TreeEdit {
   std::string path;
-  Slot slot;
+  Id id;
 };
 
 /// An entry about which the merge can't decide.
@@ -49,8 +42,8 @@ struct TreeMerge {
   std::vector<TreeConflict> conflicts;
 };
 
-/// Merges. No tree may be null. Reads the folders that differ between ours and theirs, no file.
-/// Fails with `Cancelled`; the items of the reporter are folders.
+/// Merges. No tree may be null. Reads the folders that both sides changed, those of a level by one
+/// call of the store, and no file. Fails with `Cancelled`; the items of the reporter are folders.
 Result<TreeMerge> MergeTrees(const cow_ptr<Tree>& base, const cow_ptr<Tree>& ours,
                              const cow_ptr<Tree>& theirs, Reporter& reporter);
 

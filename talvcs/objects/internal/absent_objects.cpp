@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 // A commit that was read holds placeholders until a caller follows the links:
 //
@@ -49,6 +50,23 @@ const ObjectSource* CommitAccess::SourceOfParent(const Commit& commit) noexcept 
 const ObjectSource* CommitAccess::SourceOfRoot(const Commit& commit) noexcept {
   if (!commit.m_isTreeAbsent) return nullptr;
   return static_cast<const AbsentTree&>(*commit.m_tree->GetRoot()).Source();
+}
+
+void CommitAccess::ExpectRoots(std::span<const cow_ptr<Commit>> commits) {
+  ObjectSource* source = nullptr;
+  std::vector<ObjectSource::ExpectedTree> expected;
+  for (const cow_ptr<Commit>& commit : commits) {
+    if (!commit || !commit->m_isTreeAbsent) continue;
+    const cow_ptr<Tree> root = commit->m_tree->GetRoot();
+    ObjectSource* const own = static_cast<const AbsentTree&>(*root).Source();
+    if (own != source && source != nullptr) {
+      source->ExpectTrees(expected, false);
+      expected.clear();
+    }
+    source = own;
+    expected.push_back({root->GetId(), ObjectSource::kRootPlace});
+  }
+  if (source != nullptr) source->ExpectTrees(expected, false);
 }
 
 void CommitAccess::SetAbsentParent(const Commit& commit, const Id& id, ObjectSource& source) {

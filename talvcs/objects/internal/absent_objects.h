@@ -27,7 +27,7 @@ class AbsentTree final : public Tree {
     CacheId(id);
   }
 
-  const ObjectSource* Source() const noexcept { return m_source.get(); }
+  ObjectSource* Source() const noexcept { return m_source.get(); }
   cow_ptr<Tree> Open() const { return m_source->OpenRoot(CachedId()); }
 
  private:

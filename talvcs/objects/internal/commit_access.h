@@ -5,6 +5,7 @@
 #include <talvcs/objects/commit.h>
 
 #include <optional>
+#include <span>
 #include <utility>
 
 namespace TalVcs {
@@ -31,6 +32,10 @@ class CommitAccess {
   /// Return where an absent link leads; null for a link that isn't absent.
   static const ObjectSource* SourceOfParent(const Commit& commit) noexcept;
   static const ObjectSource* SourceOfRoot(const Commit& commit) noexcept;
+
+  /// Says to the sources of the absent roots among those of `commits` that they are opened next. A
+  /// commit may be null.
+  static void ExpectRoots(std::span<const cow_ptr<Commit>> commits);
 
   /// Make a link absent, whose object is in the store of `source`. The commit's id stays.
   static void SetAbsentParent(const Commit& commit, const Id& id, ObjectSource& source);

@@ -260,7 +260,8 @@ void StoreSource::ExpectTrees(std::span<const ExpectedTree> trees, bool deep) {
 void StoreSource::ExpectCommits(std::span<const Id> ids) {
   std::vector<Id> wanted;
   for (const Id& id : ids) {
-    if (!FindStored(m_commits, id) && !m_ahead.Contains(id)) wanted.push_back(id);
+    if (!CanBeStored(id) || FindStored(m_commits, id) || m_ahead.Contains(id)) continue;
+    wanted.push_back(id);
   }
   if (wanted.size() < 2) return;
   const auto take = [](void* self, const Id& id, const Buffer* packed, ObjectProblem) {

@@ -4,10 +4,13 @@
 
 #include <gtest/gtest.h>
 #include <kit/store/fault_injection_store.h>
+#include <talvcs/storage/on_demand_storage.h>
 #include <tests/kit/open/histories.h>
 #include <tests/support/merging.h>
 
 #include <algorithm>
+#include <iterator>
+#include <span>
 #include <string>
 
 namespace TalVcs::Testing {
@@ -72,6 +75,16 @@ class ReadsOfTenThousandFiles : public ::testing::Test {
   }
   Repository& Opened() { return m_opened.GetRepository(); }
   cow_ptr<Commit> HeadOf(const std::string& branch) { return Opened().GetHead(Wide(branch)); }
+  /// Returns the heads of "left" and "right", which are read together.
+  std::vector<cow_ptr<Commit>> BothHeads() {
+    OnDemandStorage& storage = *OnDemandStorage::From(Opened().GetStorage());
+    std::vector<Id> ids;
+    for (const auto& [name, id] : storage.GetHeadIds()) {
+      if (name != Wide("master")) ids.push_back(id);
+    }
+    storage.ExpectCommits(ids);
+    return {HeadOf("left"), HeadOf("right")};
+  }
 
   static std::shared_ptr<Kit::MemoryObjectStore> s_store;
   std::shared_ptr<Kit::FaultInjectionStore> m_store =
@@ -94,8 +107,9 @@ TEST_F(ReadsOfTenThousandFiles, ListingAllFiles) {
 
 TEST_F(ReadsOfTenThousandFiles, DiffOfTheHeadAndItsParent) {
   const cow_ptr<Commit> head = HeadOf("master");
+  OnDemandStorage::ExpectRoots(std::vector{head, head->GetParent()});
   EXPECT_EQ(head->GetTree()->GetBlobDiffs(head->GetParent()->GetTree()).size(), 5u);
-  EXPECT_EQ(Took(), (Reads{16, 6}));
+  EXPECT_EQ(Took(), (Reads{16, 5}));
 }
 
 TEST_F(ReadsOfTenThousandFiles, History) {
@@ -108,13 +122,68 @@ TEST_F(ReadsOfTenThousandFiles, History) {
 
 TEST_F(ReadsOfTenThousandFiles, DiffOfTwoBranches) {
   EXPECT_EQ(HeadOf("left")->GetTree()->GetBlobDiffs(HeadOf("right")->GetTree()).size(), 190u);
-  EXPECT_EQ(Took(), (Reads{224, 15}));
+  // Two heads, two roots, and the folders of two levels.
+  EXPECT_EQ(Took(), (Reads{224, 6}));
+}
+
+TEST_F(ReadsOfTenThousandFiles, DiffOfTwoBranchesThatAreExpected) {
+  const std::vector<cow_ptr<Commit>> heads = BothHeads();
+  OnDemandStorage::ExpectRoots(heads);
+  EXPECT_EQ(heads[0]->GetTree()->GetBlobDiffs(heads[1]->GetTree()).size(), 190u);
+  EXPECT_EQ(Took(), (Reads{224, 4}));
 }
 
 TEST_F(ReadsOfTenThousandFiles, MergeReadsNoFile) {
   Opened().Checkout(Wide("left"));
   ASSERT_TRUE(Opened().Merge(HeadOf("right"), Descending(ConflictChoice::Right)));
-  EXPECT_EQ(Took(), (Reads{336, 17}));
+  // Two heads, their parent, three roots, and the folders of two levels.
+  EXPECT_EQ(Took(), (Reads{336, 6}));
+}
+
+TEST_F(ReadsOfTenThousandFiles, MergeOfTwoBranchesThatAreExpected) {
+  const std::vector<cow_ptr<Commit>> heads = BothHeads();
+  Opened().Checkout(Wide("left"));
+  ASSERT_TRUE(Opened().Merge(heads[1], Descending(ConflictChoice::Right)));
+  EXPECT_EQ(Took(), (Reads{336, 5}));
+}
+
+TEST_F(ReadsOfTenThousandFiles, MergeWhoseResolverSettlesTheTopReadsNoFolder) {
+  Opened().Checkout(Wide("left"));
+  ASSERT_TRUE(Opened().Merge(HeadOf("right"),
+                             {Always(ConflictChoice::Left), Always(TreeConflictChoice::Right)}));
+  EXPECT_EQ(Took(), (Reads{6, 4}));
+}
+
+/// Resolvers that take the left side of one folder and go on below all others.
+Resolvers LeftOf(const std::string& folder) {
+  return {Always(ConflictChoice::Left), [folder](Path path, MergeTrees) {
+            return Join(path) == folder ? TreeConflictChoice::Left : TreeConflictChoice::Descend;
+          }};
+}
+
+TEST(ReadsOfAMerge, MissingFolderBelowASettledOneIsNoFailure) {
+  Repository repository = NewRepository();
+  const cow_ptr<Commit> base = AddCommit(repository, "left", {{"a/b/f", "base"}, {"c/g", "base"}});
+  repository.CreateBranch(Wide("right"), base);
+  AddCommit(repository, "left", {{"a/b/f", "left"}, {"c/g", "left"}});
+  const cow_ptr<Commit> right =
+      AddCommit(repository, "right", {{"a/b/f", "right"}, {"c/g", "right"}});
+  const Id lost = right->GetTree()->GetRoot()->GetDeepTree(Wide("a/b"))->GetId();
+  const auto store = StoreOf(repository);
+  std::vector<Id> kept;
+  const auto keep = [&](std::span<const Id> ids) {
+    std::copy_if(ids.begin(), ids.end(), std::back_inserter(kept),
+                 [&](const Id& id) { return !(id == lost); });
+    return true;
+  };
+  ASSERT_TRUE(store->List(keep).ok());
+  ASSERT_EQ(store->RemoveUnmarked([&](auto) { return Kit::Result(kept); }).value().count, 1u);
+
+  Kit::OpenedRepository opened = Kit::Open(store, {.branch = "left"}).value();
+  const cow_ptr<Commit> other = opened->GetHead(Wide("right"));
+  EXPECT_THROW(opened->Merge(other, LeftOf("none")), ObjectUnavailable);
+  ASSERT_TRUE(opened->Merge(other, LeftOf("a")));
+  EXPECT_EQ(TextOf(opened->GetHead()->GetBlob(Wide("a/b/f"))), "left");
 }
 
 TEST_F(ReadsOfTenThousandFiles, EditOfFiveFilesAndItsSave) {
