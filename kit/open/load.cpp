@@ -24,8 +24,10 @@ Result<OpenedRepository> Load(std::shared_ptr<IObjectStore> store, const LoadOpt
   Result<HistoryReport> report = HistoryWalk(*store, reporter, std::move(hooks)).Run(*heads);
   if (!report) return report.error();
   loaded->SetDamages(report->damages);
+  Result<std::optional<std::string>> saved = store->Value(kBranchValue);
+  if (!saved) return std::move(saved).error();
   return OpenedAccess::Make(std::move(store), loaded, loaded, *std::move(report), options.policy,
-                            options.branch);
+                            options.branch, *std::move(saved));
 }
 
 }  // namespace TalVcs::Kit

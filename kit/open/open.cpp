@@ -3,6 +3,7 @@
 #include <kit/open/internal/opened_access.h>
 #include <kit/open/internal/store_reader.h>
 #include <kit/open/open.h>
+#include <kit/store/opening_store.h>
 #include <kit/store/trimmable_store.h>
 
 #include <algorithm>
@@ -109,15 +110,14 @@ Result<OpenedRepository> OpenedAccess::Make(std::shared_ptr<IObjectStore> store,
                                             std::shared_ptr<IObjectReader> reader,
                                             std::shared_ptr<LoadedObjects> loaded,
                                             HistoryReport report, DamagePolicy policy,
-                                            const std::string& branch) {
+                                            const std::string& branch,
+                                            std::optional<std::string> saved) {
   if (!report.IsWhole() && policy == DamagePolicy::Stop) return ErrorOfDamage(report);
-  const Result<std::optional<std::string>> saved = store->Value(kBranchValue);
-  if (!saved) return saved.error();
   std::vector<Head> taken;
   for (const BranchReport& found : report.branches) {
     if (IsTaken(found, policy)) taken.push_back({found.name, found.head});
   }
-  const Result<std::string> current = ChooseBranch(report, taken, branch, *saved);
+  const Result<std::string> current = ChooseBranch(report, taken, branch, saved);
   if (!current) return current.error();
 
   std::vector<OnDemandStorage::BranchHead> heads;
@@ -131,23 +131,23 @@ Result<OpenedRepository> OpenedAccess::Make(std::shared_ptr<IObjectStore> store,
   repository.Checkout(ToWide(*current));
   return OpenedRepository(std::make_unique<OpenedState>(
       OpenedState{std::move(store), std::move(repository), std::move(report), std::move(taken),
-                  *saved, std::move(loaded)}));
+                  std::move(saved), std::move(loaded)}));
 }
 
 Result<OpenedRepository> Open(std::shared_ptr<IObjectStore> store, const OpenOptions& options) {
-  const Result<std::vector<Head>> heads = store->Heads();
-  if (!heads) return heads.error();
-  Result<HistoryReport> report = UncheckedReport(*heads);
+  Result<StoreOpening> opening = ReadOpening(*store, options.branch, kBranchValue, kFirstBranch);
+  if (!opening) return std::move(opening).error();
+  Result<HistoryReport> report = UncheckedReport(opening->heads);
   if (options.check == OpenCheck::Heads) {
-    report = CheckHeads(*store, *heads);
+    report = CheckHeads(*store, opening->heads);
   } else if (options.check == OpenCheck::Everything) {
     Reporter reporter(options.progress);
-    report = HistoryWalk(*store, reporter, {}).Run(*heads);
+    report = HistoryWalk(*store, reporter, {}).Run(opening->heads);
   }
   if (!report) return report.error();
-  auto reader = std::make_shared<StoreReader>(store);
+  auto reader = std::make_shared<StoreReader>(store, std::move(opening->objects));
   return OpenedAccess::Make(std::move(store), std::move(reader), nullptr, *std::move(report),
-                            options.policy, options.branch);
+                            options.policy, options.branch, std::move(opening->value));
 }
 
 }  // namespace TalVcs::Kit

@@ -1,4 +1,3 @@
-#include <kit/store/read_history.h>
 #include <stores/postgres/internal/postgres_error.h>
 #include <stores/postgres/internal/repository.h>
 #include <stores/postgres/postgres_store.h>
@@ -46,7 +45,7 @@ Status PostgresStore::Read(std::span<const Id> ids, const ReadSink& sink) {
 }
 
 Status PostgresStore::ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) {
-  return ReadHistoryByParents(*this, id, most, sink);
+  return m_repository ? m_repository->Objects().ReadHistory(id, most, sink) : Closed();
 }
 
 Result<std::vector<std::optional<std::uint64_t>>> PostgresStore::Sizes(std::span<const Id> ids) {
@@ -95,6 +94,16 @@ Result<RemovedObjects> PostgresStore::RemoveGradually(const MarkObjects& mark,
                                                       std::chrono::milliseconds grace) {
   if (!m_repository) return Closed();
   return m_repository->RemoveGradually(mark, grace);
+}
+
+Result<StoreOpening> PostgresStore::ReadOpening(std::string_view branch, std::string_view valueName,
+                                                std::string_view otherwise) {
+  if (!m_repository) return Closed();
+  return m_repository->ReadOpening(branch, valueName, otherwise);
+}
+
+Status PostgresStore::Replace(std::span<const StoredObject> objects) {
+  return m_repository ? m_repository->Objects().Replace(objects) : Closed();
 }
 
 }  // namespace TalVcs::Kit

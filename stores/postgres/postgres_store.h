@@ -3,6 +3,8 @@
 #include <kit/store/gradual_removal.h>
 #include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
+#include <kit/store/opening_store.h>
+#include <kit/store/repairable_store.h>
 #include <stores/postgres/export.h>
 
 #include <chrono>
@@ -41,7 +43,10 @@ struct PostgresOptions {
 /// passwords, certificates and several hosts work as its documents say.
 ///
 /// *Round trips.* `Missing`, `Sizes` and `Write` need one for each 8,192 ids or 8 MiB, `Read` as
-/// many, and one more for each 16 MiB of a large object. `MoveHeads` needs two.
+/// many, and one more for each 16 MiB of a large object. `ReadHistory` needs one, whatever its
+/// length, but one for each commit that the store wrote with tables of version 1. `MoveHeads` needs
+/// two. `Open` needs one besides those of the connection, and `Kit::Open` one for the branches, the
+/// newest version and its root folder.
 ///
 /// *Others.* Each operation is a transaction, or several if it is large. Nothing is held between
 /// two calls. A save waits for no other save, except one that moves the same branch. What the
@@ -73,11 +78,14 @@ struct PostgresOptions {
 /// time, and not to the child after a fork.
 class TALVCS_POSTGRES_API PostgresStore final : public IObjectStore,
                                                 public IHeadWatcher,
-                                                public IGradualRemoval {
+                                                public IGradualRemoval,
+                                                public IOpeningStore,
+                                                public IRepairableStore {
  public:
   /// Connects by `connection`, and opens the repository of that name, which is UTF-8 with 1 to 200
   /// bytes; others fail with `BadName`. Two programs may make the same repository at once. Cost: a
-  /// connection and one round trip.
+  /// connection and one round trip. Tables of an older version are upgraded, which needs the rights
+  /// of their owner.
   static Result<PostgresStore> Open(const std::string& connection, std::string_view repository,
                                     PostgresOptions options = {});
 
@@ -104,6 +112,11 @@ class TALVCS_POSTGRES_API PostgresStore final : public IObjectStore,
   /// with 32 bytes each.
   Result<RemovedObjects> RemoveGradually(const MarkObjects& mark,
                                          std::chrono::milliseconds grace) override;
+  /// Returns the objects as well, in the same round trip.
+  Result<StoreOpening> ReadOpening(std::string_view branch, std::string_view valueName,
+                                   std::string_view otherwise) override;
+  /// Needs the rights of a writer and of a cleaner.
+  Status Replace(std::span<const StoredObject> objects) override;
 
  private:
   explicit PostgresStore(std::unique_ptr<Postgres::Repository> repository) noexcept;

@@ -34,11 +34,13 @@ class OpenedAccess {
   static OpenedState& StateOf(OpenedRepository& opened) { return *opened.m_state; }
 
   /// Makes the repository, which reads from `reader`, of what a report allows under a policy; the
-  /// error of its first damage if the policy is `Stop`. `branch` is the current branch, or empty.
+  /// error of its first damage if the policy is `Stop`. `branch` is the current branch, or empty
+  /// for `saved`, the one that the store has noted.
   static Result<OpenedRepository> Make(std::shared_ptr<IObjectStore> store,
                                        std::shared_ptr<IObjectReader> reader,
                                        std::shared_ptr<LoadedObjects> loaded, HistoryReport report,
-                                       DamagePolicy policy, const std::string& branch);
+                                       DamagePolicy policy, const std::string& branch,
+                                       std::optional<std::string> saved);
 };
 
 }  // namespace TalVcs::Kit

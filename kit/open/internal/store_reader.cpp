@@ -1,6 +1,7 @@
 #include <kit/open/internal/record_reader.h>
 #include <kit/open/internal/store_reader.h>
 
+#include <algorithm>
 #include <unordered_set>
 #include <vector>
 
@@ -31,11 +32,22 @@ StoreReader::~StoreReader() = default;
 
 void StoreReader::Read(std::span<const Id> wanted, ReadAhead ahead, std::uint64_t history,
                        Sink sink) {
+  if (wanted.size() == 1 && PassKnown(wanted.front(), sink)) return;
   if (ahead == ReadAhead::History && wanted.size() == 1 && history > 1) {
     ReadAncestors(wanted.front(), history, sink);
   } else {
     ReadObjects(wanted, ahead == ReadAhead::Subtrees, sink);
   }
+}
+
+bool StoreReader::PassKnown(const Id& wanted, Sink sink) {
+  const auto found = std::find_if(m_known.begin(), m_known.end(),
+                                  [&wanted](const auto& object) { return object.id == wanted; });
+  if (found == m_known.end()) return false;
+  const Buffer packed = std::move(found->packed);
+  m_known.erase(found);
+  sink(wanted, &packed, ObjectProblem::Missing);
+  return true;
 }
 
 // The commit itself has to be passed, its ancestors need not.

@@ -7,6 +7,7 @@
 #include <memory>
 #include <span>
 #include <utility>
+#include <vector>
 
 namespace TalVcs::Kit {
 
@@ -14,16 +15,20 @@ namespace TalVcs::Kit {
 /// to.
 class StoreReader final : public IObjectReader {
  public:
-  explicit StoreReader(std::shared_ptr<IObjectStore> store) : m_store(std::move(store)) {}
+  /// `known` are objects that the store has passed already.
+  StoreReader(std::shared_ptr<IObjectStore> store, std::vector<StoredObject> known)
+      : m_store(std::move(store)), m_known(std::move(known)) {}
   ~StoreReader() override;
 
   void Read(std::span<const Id> wanted, ReadAhead ahead, std::uint64_t history, Sink sink) override;
 
  private:
+  bool PassKnown(const Id& wanted, Sink sink);
   void ReadAncestors(const Id& commit, std::uint64_t history, Sink sink);
   void ReadObjects(std::span<const Id> wanted, bool withSubtrees, Sink sink);
 
   std::shared_ptr<IObjectStore> m_store;
+  std::vector<StoredObject> m_known;  // each until it is asked for
 };
 
 /// Returns the problem that corresponds to an error of a store.

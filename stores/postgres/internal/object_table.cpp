@@ -1,24 +1,18 @@
 #include <kit/store/head_table.h>
+#include <stores/postgres/internal/commit_links.h>
 #include <stores/postgres/internal/object_table.h>
 
 #include <algorithm>
-#include <numeric>
+#include <limits>
 #include <unordered_map>
 #include <utility>
 
 namespace TalVcs::Kit::Postgres {
 namespace {
 
-// What goes into one round trip.
+// What comes in one round trip.
 constexpr std::size_t kKeysAtOnce = 8192;
-constexpr std::size_t kBytesAtOnce = std::size_t{8} << 20;
-
-// A longer encoded form is kept in pieces, so that no row of the server is larger.
-constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
 constexpr std::int64_t kPiecesAtOnce = 16;
-
-// Larger objects stay as they are: encoding needs all of their bytes a second time.
-constexpr std::uint64_t kMostEncodedBytes = std::uint64_t{64} << 20;
 
 /// Returns the keys of those ids that are an object's, in order and each once.
 std::vector<ObjectKey> KeysOf(std::span<const Id> ids) {
@@ -158,6 +152,62 @@ Result<Buffer> ObjectTable::ReadLarge(const Large& object) {
   return Decode(object.key, object.sizeBytes, encoded);
 }
 
+std::optional<StoredObject> ObjectTable::ObjectIn(const Rows& rows, int row) {
+  const std::optional<ObjectKey> key = KeyOf(rows.Bytes(row, 0));
+  if (!key || rows.Number(row, 2) != 0) return std::nullopt;
+  Result<Buffer> packed = Decode(*key, rows.Number(row, 1), rows.Bytes(row, 3));
+  if (!packed) return std::nullopt;
+  return StoredObject{IdOf(*key), *std::move(packed)};
+}
+
+/// The server follows the parents in the rows. Where these end before the history does, another
+/// statement goes on with the parent that the text of the commit names.
+Status ObjectTable::ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) {
+  Line line{id, most};
+  while (line.next && line.left > 0) {
+    const Id first = *line.next;
+    // What was passed before a connection is lost isn't asked for again.
+    Status status = m_session.Repeat<Status>(Task::Read, [&] { return ReadLine(line, sink); });
+    if (!status) return status;
+    if (line.next == first) {
+      sink(first, NoSuchObject(first));
+      return {};
+    }
+  }
+  return {};
+}
+
+/// Passes the next commits, up to one that is large or that the rows don't lead to.
+Status ObjectTable::ReadLine(Line& line, const ReadSink& sink) {
+  const std::optional<ObjectKey> first = KeyOf(*line.next);
+  if (!first) return {};
+  std::optional<Large> large;
+  const auto most = static_cast<std::int64_t>(
+      std::min<std::uint64_t>(line.left, std::numeric_limits<std::int64_t>::max()));
+  const Call call{Sql::ReadHistory, m_session.Number().Add(*first).Add(most)};
+  Status status = m_session.Stream(Task::Read, call, [&](const Rows& row) {
+    const std::optional<ObjectKey> key = KeyOf(row.Bytes(0, 0));
+    if (large || !line.next || line.left == 0 || !key || key != KeyOf(*line.next)) return;
+    if (row.Number(0, 2) > 0) {
+      large = Large{*key, row.Number(0, 1), row.Number(0, 2)};
+    } else {
+      Pass(line, Decode(*key, row.Number(0, 1), row.Bytes(0, 3)), sink);
+    }
+  });
+  if (!status || !large) return status;
+  Result<Buffer> packed = ReadLarge(*large);
+  if (!packed && packed.error().code != ErrorCode::Damaged) return std::move(packed).error();
+  Pass(line, std::move(packed), sink);
+  return {};
+}
+
+void ObjectTable::Pass(Line& line, Result<Buffer> packed, const ReadSink& sink) {
+  const Id id = *std::exchange(line.next, std::nullopt);
+  --line.left;
+  if (packed) line.next = LinksOf(*packed).parent;
+  sink(id, std::move(packed));
+}
+
 Result<std::vector<std::optional<std::uint64_t>>> ObjectTable::Sizes(std::span<const Id> ids) {
   std::unordered_map<ObjectKey, std::uint64_t, ObjectKeyHash> found;
   const Status status = ForEachPart(KeysOf(ids), [&](std::span<const ObjectKey> part) {
@@ -183,123 +233,6 @@ Result<std::vector<std::optional<std::uint64_t>>> ObjectTable::Sizes(std::span<c
     sizes.push_back(size == found.end() ? std::nullopt : std::optional(size->second));
   }
   return sizes;
-}
-
-std::vector<std::byte> ObjectTable::Encode(const StoredObject& object) {
-  if (!m_compress || object.packed.GetSize() > kMostEncodedBytes) {
-    return ObjectEncoder::Plain(object.packed);
-  }
-  return m_encoder.Encode(object.packed);
-}
-
-/// Transactions end in the order of the objects: an object must never be there without what it
-/// names, which comes before it.
-Status ObjectTable::Write(std::span<const StoredObject> objects) {
-  for (const StoredObject& object : objects) {
-    if (!IsObjectId(object.id)) return NotAnObjectId(object.id);
-  }
-  Batch batch;
-  for (const StoredObject& object : objects) {
-    const ObjectKey key = *KeyOf(object.id);
-    std::vector<std::byte> encoded = Encode(object);
-    const bool is_large = encoded.size() > kPieceBytes;
-    const bool is_full =
-        batch.keys.size() >= kKeysAtOnce || batch.sizeBytes + encoded.size() > kBytesAtOnce;
-    if (is_large || is_full) {
-      if (Status status = WriteBatch(batch); !status) return status;
-    }
-    const auto size_bytes = static_cast<std::int64_t>(object.packed.GetSize());
-    if (is_large) {
-      if (Status status = WriteLarge(key, size_bytes, encoded); !status) return status;
-      continue;
-    }
-    batch.sizeBytes += encoded.size();
-    batch.keys.push_back(key);
-    batch.sizes.push_back(size_bytes);
-    batch.data.push_back(std::move(encoded));
-  }
-  return WriteBatch(batch);
-}
-
-/// Writes and empties the batch. The rows are in the order of their ids, so that two writers don't
-/// wait for each other in a circle.
-Status ObjectTable::WriteBatch(Batch& batch) {
-  if (batch.keys.empty()) return {};
-  std::vector<std::size_t> order(batch.keys.size());
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  std::stable_sort(order.begin(), order.end(),
-                   [&](std::size_t a, std::size_t b) { return batch.keys[a] < batch.keys[b]; });
-  Batch sorted;
-  for (const std::size_t index : order) {
-    if (!sorted.keys.empty() && sorted.keys.back() == batch.keys[index]) continue;
-    sorted.keys.push_back(batch.keys[index]);
-    sorted.sizes.push_back(batch.sizes[index]);
-    sorted.data.push_back(std::move(batch.data[index]));
-  }
-  batch = Batch();
-  const std::span<const ObjectKey> keys(sorted.keys);
-  const Parameters values = m_session.Number()
-                                .Add(keys)
-                                .Add(std::span(std::as_const(sorted.sizes)))
-                                .Add(std::span(std::as_const(sorted.data)));
-  sorted.data.clear();
-  return m_session.Repeat<Status>(Task::Save, [&]() -> Status {
-    // Saving comes before inserting: otherwise an object could be removed in between.
-    Result<std::vector<Rows>> rows = m_session.Run(
-        Task::Save, {{Sql::Begin},
-                     {Sql::LockShared, m_session.Number()},
-                     {Sql::SaveCondemned, m_session.Number().Add(keys).Add(m_lease.Epoch())},
-                     {Sql::InsertObjects, Parameters(values).Add(m_lease.Epoch())},
-                     {Sql::Commit}});
-    if (!rows) return std::move(rows).error();
-    Rely((*rows)[1], keys);
-    return {};
-  });
-}
-
-Status ObjectTable::WriteLarge(const ObjectKey& key, std::int64_t size_bytes,
-                               std::span<const std::byte> encoded) {
-  const auto pieces = static_cast<std::int64_t>((encoded.size() + kPieceBytes - 1) / kPieceBytes);
-  const std::span<const ObjectKey> keys(&key, 1);
-  return m_session.Repeat<Status>(Task::Save, [&]() -> Status {
-    Result<std::vector<Rows>> rows = m_session.Run(
-        Task::Save,
-        {{Sql::Begin},
-         {Sql::LockShared, m_session.Number()},
-         {Sql::SaveCondemned, m_session.Number().Add(keys).Add(m_lease.Epoch())},
-         {Sql::InsertLarge,
-          m_session.Number().Add(key).Add(size_bytes).Add(pieces).Add(m_lease.Epoch())}});
-    if (!rows) return std::move(rows).error();
-    // No row comes back for an object that is there, which may be encoded otherwise.
-    const bool is_new = (*rows)[3].Count() == 1;
-    Status status = is_new ? WritePieces(key, encoded) : Status();
-    if (!status) return status;
-    const Result<std::vector<Rows>> end = m_session.Run(Task::Save, {{Sql::Commit}});
-    if (!end) return end.error();
-    Rely((*rows)[1], keys);
-    return {};
-  });
-}
-
-Status ObjectTable::WritePieces(const ObjectKey& key, std::span<const std::byte> encoded) {
-  for (std::int64_t piece = 0; !encoded.empty();) {
-    std::vector<std::int64_t> numbers;
-    std::vector<std::vector<std::byte>> data;
-    for (std::size_t size = 0; !encoded.empty() && size < kBytesAtOnce; ++piece) {
-      const std::size_t count = std::min(encoded.size(), kPieceBytes);
-      numbers.push_back(piece);
-      data.emplace_back(encoded.begin(), encoded.begin() + static_cast<std::ptrdiff_t>(count));
-      encoded = encoded.subspan(count);
-      size += count;
-    }
-    const Result<std::vector<Rows>> rows =
-        m_session.Run(Task::Save, {{Sql::InsertPieces, m_session.Number()
-                                                           .Add(key)
-                                                           .Add(std::span(std::as_const(numbers)))
-                                                           .Add(std::span(std::as_const(data)))}});
-    if (!rows) return rows.error();
-  }
-  return {};
 }
 
 Status ObjectTable::List(std::vector<ObjectKey>& keys) {

@@ -25,7 +25,13 @@ class ObjectTable {
   Result<std::vector<Id>> Missing(std::span<const Id> ids);
   Status Read(std::span<const Id> ids, const ReadSink& sink);
   Result<std::vector<std::optional<std::uint64_t>>> Sizes(std::span<const Id> ids);
+  Status ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink);
   Status Write(std::span<const StoredObject> objects);
+  Status Replace(std::span<const StoredObject> objects);
+
+  /// Returns the object of a row, unless it isn't one that a store writes or its bytes are in
+  /// pieces.
+  std::optional<StoredObject> ObjectIn(const Rows& rows, int row);
 
   /// Appends the keys after the last of `keys`, or the first ones; none at the end.
   Status List(std::vector<ObjectKey>& keys);
@@ -43,24 +49,39 @@ class ObjectTable {
     std::int64_t pieces;
   };
 
-  // What one transaction writes.
+  // What one transaction writes. Parents and roots are empty but for commits.
   struct Batch {
     std::vector<ObjectKey> keys;
     std::vector<std::int64_t> sizes;
     std::vector<std::vector<std::byte>> data;
+    std::vector<std::string> parents;
+    std::vector<std::string> roots;
     std::size_t sizeBytes = 0;
+  };
+
+  // What to do with an object that is there.
+  enum class Present { Keep, Replace };
+
+  // A history of which the next commit is to be read.
+  struct Line {
+    std::optional<Id> next;
+    std::uint64_t left;
   };
 
   Status FindMissing(std::span<const ObjectKey> keys, KeySet& missing);
   Status ReadOnce(KeySet& wanted, const ReadSink& sink);
+  Status ReadLine(Line& line, const ReadSink& sink);
+  static void Pass(Line& line, Result<Buffer> packed, const ReadSink& sink);
   Result<Buffer> ReadLarge(const Large& object);
   Result<Buffer> Decode(const ObjectKey& key, std::int64_t size_bytes,
                         std::span<const std::byte> encoded);
   Error Damage(const ObjectKey& key) const;
   std::vector<std::byte> Encode(const StoredObject& object);
-  Status WriteBatch(Batch& batch);
+  Status Put(std::span<const StoredObject> objects, Present present);
+  Status WriteBatch(Batch& batch, Present present);
   Status WriteLarge(const ObjectKey& key, std::int64_t size_bytes,
-                    std::span<const std::byte> encoded);
+                    std::span<const std::byte> encoded, Present present);
+  std::vector<Call> BeginWrite(std::span<const ObjectKey> keys, Present present) const;
   Status WritePieces(const ObjectKey& key, std::span<const std::byte> encoded);
   void Rely(const Rows& counters, std::span<const ObjectKey> written);
 

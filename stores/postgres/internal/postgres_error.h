@@ -17,6 +17,7 @@ inline constexpr std::string_view kUndefinedTable = "42P01";
 inline constexpr std::string_view kInvalidSchema = "3F000";
 inline constexpr std::string_view kDuplicateSchema = "42P06";
 inline constexpr std::string_view kDuplicateTable = "42P07";
+inline constexpr std::string_view kDuplicateColumn = "42701";
 
 /// Returns true if the server undid a transaction because of others, so that it may be repeated.
 bool IsUndone(std::string_view state) noexcept;

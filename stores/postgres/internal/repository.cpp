@@ -1,6 +1,5 @@
 #include <kit/store/head_table.h>
 #include <stores/postgres/internal/repository.h>
-#include <talvcs/persistence/packed_object.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -12,7 +11,7 @@ namespace TalVcs::Kit::Postgres {
 namespace {
 
 // A branch that has moved on is followed back by so many commits.
-constexpr int kCommitsFollowed = 100;
+constexpr std::uint64_t kCommitsFollowed = 100;
 
 /// Returns the key of a head or a setting: the digest of "name " and its name.
 ObjectKey KeyOfName(std::string_view name) {
@@ -90,7 +89,10 @@ Result<std::vector<Head>> Repository::ReadHeads() {
   Result<std::vector<Rows>> result =
       m_session.Run(Task::Read, {{Sql::ReadHeads, m_session.Number()}});
   if (!result) return std::move(result).error();
-  const Rows& rows = result->front();
+  return HeadsIn(result->front());
+}
+
+Result<std::vector<Head>> Repository::HeadsIn(const Rows& rows) const {
   std::vector<Head> heads;
   bool is_damaged = false;
   for (int row = 0; row < rows.Count(); ++row) {
@@ -106,6 +108,30 @@ Result<std::vector<Head>> Repository::ReadHeads() {
 
 Result<std::vector<Head>> Repository::Heads() {
   return m_session.Repeat<Result<std::vector<Head>>>(Task::Read, [this] { return ReadHeads(); });
+}
+
+Result<StoreOpening> Repository::ReadOpening(std::string_view branch, std::string_view valueName,
+                                             std::string_view otherwise) {
+  using Found = Result<StoreOpening>;
+  return m_session.Repeat<Found>(Task::Read, [&]() -> Found {
+    const ObjectKey key = KeyOfName(valueName);
+    Result<std::vector<Rows>> rows = m_session.Run(
+        Task::Read, {{Sql::ReadHeads, m_session.Number()},
+                     {Sql::ReadValue, m_session.Number().Add(key)},
+                     {Sql::ReadOpened, m_session.Number().Add(branch).Add(key).Add(otherwise)}});
+    if (!rows) return std::move(rows).error();
+    Result<std::vector<Head>> heads = HeadsIn((*rows)[0]);
+    if (!heads) return std::move(heads).error();
+    StoreOpening opening{*std::move(heads), std::nullopt, {}};
+    const Rows& value = (*rows)[1];
+    if (value.Count() != 0) opening.value = TextOf(value.Bytes(0, 0));
+    const Rows& objects = (*rows)[2];
+    for (int row = 0; row < objects.Count(); ++row) {
+      std::optional<StoredObject> object = m_objects.ObjectIn(objects, row);
+      if (object) opening.objects.push_back(*std::move(object));
+    }
+    return opening;
+  });
 }
 
 Status Repository::CheckHeads(std::span<const HeadMove> moves, const Rows& rows) {
@@ -215,21 +241,11 @@ Status Repository::MoveHeads(std::span<const HeadMove> moves) {
 }
 
 bool Repository::IsDescendant(const Id& id, const Id& ancestor) {
-  Id current = id;
-  for (int count = 0; count < kCommitsFollowed && IsObjectId(current); ++count) {
-    if (current == ancestor) return true;
-    Id parent;
-    const Status status = m_objects.Read({&current, 1}, [&](const Id&, Result<Buffer> packed) {
-      if (!packed) return;
-      const auto visit = [](void* target, const PackedReference& reference) {
-        if (reference.type == ObjectType::Commit) *static_cast<Id*>(target) = reference.id;
-      };
-      VisitReferences(*packed, Delegate<void(const PackedReference&)>(&parent, visit));
-    });
-    if (!status) return false;
-    current = parent;
-  }
-  return false;
+  bool is_found = false;
+  const Status status = m_objects.ReadHistory(
+      id, kCommitsFollowed,
+      [&](const Id& commit, const Result<Buffer>&) { is_found = is_found || commit == ancestor; });
+  return status && is_found;
 }
 
 /// Returns whether each branch is where it was to go, or at a descendant.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kit/store/object_store.h>
+#include <kit/store/opening_store.h>
 #include <stores/postgres/internal/lease.h>
 #include <stores/postgres/internal/object_table.h>
 #include <stores/postgres/internal/session.h>
@@ -29,6 +29,8 @@ class Repository {
   ObjectTable& Objects() noexcept { return m_objects; }
 
   Result<std::vector<Head>> Heads();
+  Result<StoreOpening> ReadOpening(std::string_view branch, std::string_view valueName,
+                                   std::string_view otherwise);
   Status MoveHeads(std::span<const HeadMove> moves);
   Status List(const IdSink& sink);
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark);
@@ -41,6 +43,7 @@ class Repository {
  private:
   // Inside an attempt.
   Result<std::vector<Head>> ReadHeads();
+  Result<std::vector<Head>> HeadsIn(const Rows& rows) const;
   Status MoveOnce(std::span<const HeadMove> moves, bool& is_sent);
   Status CheckHeads(std::span<const HeadMove> moves, const Rows& rows);
   Status CheckLease(const Counters& now);

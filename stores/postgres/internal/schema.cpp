@@ -19,7 +19,8 @@ constexpr std::array kTables = {
     "name bytea NOT NULL UNIQUE, epoch int8 NOT NULL DEFAULT 0, pass int8 NOT NULL DEFAULT 0, "
     "removals int8 NOT NULL DEFAULT 0, guard int8)",
     "CREATE TABLE talvcs.objects (repository int8 NOT NULL, id bytea NOT NULL, pass int8 NOT NULL, "
-    "size int8 NOT NULL, pieces int8 NOT NULL, data bytea, PRIMARY KEY (repository, id)) "
+    "size int8 NOT NULL, pieces int8 NOT NULL, data bytea, parent bytea, root bytea, "
+    "PRIMARY KEY (repository, id)) "
     "PARTITION BY HASH (id)",
     // The bytes are compressed already.
     "ALTER TABLE talvcs.objects ALTER COLUMN data SET STORAGE EXTERNAL",
@@ -34,6 +35,21 @@ constexpr std::array kTables = {
     "CREATE TABLE talvcs.settings (repository int8 NOT NULL, key bytea NOT NULL, "
     "value bytea NOT NULL, PRIMARY KEY (repository, key))",
 };
+
+// From each version to the next, beginning with the first. What a text adds is known at once: no
+// row is written again.
+constexpr std::array kUpgrades = {
+    "ALTER TABLE talvcs.objects ADD COLUMN parent bytea, ADD COLUMN root bytea",
+};
+static_assert(kUpgrades.size() == kSchemaVersion - 1);
+
+std::vector<std::string> TextsOfUpgrade(std::int64_t version) {
+  std::vector<std::string> texts = {"BEGIN"};
+  texts.insert(texts.end(), kUpgrades.begin() + (version - 1), kUpgrades.end());
+  texts.push_back("UPDATE talvcs.meta SET version = " + std::to_string(kSchemaVersion));
+  texts.emplace_back("COMMIT");
+  return texts;
+}
 
 std::vector<std::string> TextsOfSchema(bool has_schema) {
   std::vector<std::string> texts = {"BEGIN"};
@@ -65,11 +81,13 @@ Result<std::vector<Rows>> RunOne(Connection& connection, Sql statement,
   return connection.Run({&call, 1});
 }
 
-/// Returns false if another program makes the tables at this moment.
-Result<bool> MakeTables(Connection& connection) {
+/// Makes the tables, or upgrades those of a version. Returns false if another program does so at
+/// this moment.
+Result<bool> MakeTables(Connection& connection, std::int64_t version) {
   Result<std::vector<Rows>> schema = RunOne(connection, Sql::FindSchema);
   if (!schema) return std::move(schema).error();
-  const Status status = connection.RunTexts(TextsOfSchema(schema->front().Count() != 0));
+  const Status status = connection.RunTexts(
+      version == 0 ? TextsOfSchema(schema->front().Count() != 0) : TextsOfUpgrade(version));
   if (status) return true;
   const std::string state = connection.State();
   if (connection.IsLost()) return status.error();
@@ -77,7 +95,7 @@ Result<bool> MakeTables(Connection& connection) {
     return std::move(undone).error();
   }
   const bool is_others = state == kDuplicateSchema || state == kDuplicateTable ||
-                         state == kUniqueViolation || IsUndone(state);
+                         state == kDuplicateColumn || state == kUniqueViolation || IsUndone(state);
   return is_others ? Result<bool>(false) : status.error();
 }
 
@@ -101,8 +119,12 @@ Status OpenSchema(Connection& connection, bool create) {
       return ErrorWith(ErrorCode::Unsupported, "a newer version of the store has made its tables");
     }
     if (*version < 0) return ErrorWith(ErrorCode::Damaged, "its tables have no version");
-    if (!create) return ErrorWith(ErrorCode::NotFound, "the database has no tables of the store");
-    const Result<bool> made = MakeTables(connection);
+    if (!create) {
+      return ErrorWith(ErrorCode::NotFound,
+                       *version == 0 ? "the database has no tables of the store"
+                                     : "the tables of the store are of an older version");
+    }
+    const Result<bool> made = MakeTables(connection, *version);
     if (!made) return made.error();
   }
   return ErrorWith(ErrorCode::Busy, "others make the tables of the store");
@@ -119,6 +141,18 @@ Result<std::int64_t> OpenRepository(Connection& connection, std::string_view nam
         RunOne(connection, Sql::InsertRepository, Parameters().Add(name));
     if (!made) return std::move(made).error();
   }
+}
+
+std::optional<std::int64_t> FindRepository(Connection& connection, const Call& settings,
+                                           std::string_view name) {
+  const Call calls[] = {
+      settings, {Sql::ReadVersion}, {Sql::FindRepository, Parameters().Add(name)}};
+  const Result<std::vector<Rows>> rows = connection.Run(calls);
+  if (!rows) return std::nullopt;
+  const Rows& version = (*rows)[1];
+  const Rows& found = (*rows)[2];
+  if (version.Count() != 1 || version.Number(0, 0) != kSchemaVersion) return std::nullopt;
+  return found.Count() == 1 ? std::optional(found.Number(0, 0)) : std::nullopt;
 }
 
 }  // namespace TalVcs::Kit::Postgres

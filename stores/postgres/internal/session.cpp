@@ -17,6 +17,7 @@ Session::Session(std::string connection, std::string name, PostgresOptions optio
 
 Status Session::Open() {
   return Repeat<Status>(Task::Open, [this]() -> Status {
+    if (m_number >= 0) return {};
     Status status = OpenSchema(*m_connection, m_options.create);
     if (!status) return Explain(std::move(status).error(), Task::Open);
     Result<std::int64_t> number = OpenRepository(*m_connection, m_name, m_options.create);
@@ -53,8 +54,12 @@ Status Session::ConnectOnce() {
   const std::string timeout =
       std::to_string(std::max<std::int64_t>(m_options.busyTimeout.count(), 1));
   const Call call{Sql::SetLockTimeout, Parameters().AddText(timeout)};
-  Result<std::vector<Rows>> rows = (*connection)->Run({&call, 1});
-  if (!rows) return std::move(rows).error();
+  const bool is_first = m_number < 0;
+  if (is_first) m_number = FindRepository(**connection, call, m_name).value_or(-1);
+  if (m_number < 0 || !is_first) {
+    Result<std::vector<Rows>> rows = (*connection)->Run({&call, 1});
+    if (!rows) return std::move(rows).error();
+  }
   m_connection = *std::move(connection);
   return {};
 }

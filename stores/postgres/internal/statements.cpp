@@ -49,6 +49,24 @@ const char* TextOf(Sql statement) noexcept {
     case Sql::ReadPieces:
       return "SELECT piece, data FROM talvcs.pieces WHERE repository = $1 AND id = $2 "
              "AND piece >= $3 AND piece < $4 ORDER BY piece";
+    // $3 is the most commits. One whose parent isn't in its row ends the line: it has none, it is
+    // large, or an older version of the store has written it.
+    case Sql::ReadHistory:
+      return "WITH RECURSIVE line (id, depth) AS (SELECT $2, 1::int8 UNION ALL "
+             "SELECT o.parent, l.depth + 1 FROM line l JOIN talvcs.objects o "
+             "ON o.repository = $1 AND o.id = l.id WHERE o.parent IS NOT NULL AND l.depth < $3) "
+             "SELECT o.id, o.size, o.pieces, o.data FROM line l JOIN talvcs.objects o "
+             "ON o.repository = $1 AND o.id = l.id ORDER BY l.depth";
+    // $2 is the name of a branch, which is empty for the one that the setting with the key $3
+    // names, or else $4. Returns its head and the root of that.
+    case Sql::ReadOpened:
+      return "WITH head (id) AS (SELECT target FROM talvcs.heads WHERE repository = $1 AND name = "
+             "CASE WHEN $2 <> '' THEN $2 ELSE coalesce((SELECT value FROM talvcs.settings "
+             "WHERE repository = $1 AND key = $3), $4) END), "
+             "wanted (id) AS (SELECT id FROM head UNION ALL SELECT o.root FROM head h "
+             "JOIN talvcs.objects o ON o.repository = $1 AND o.id = h.id) "
+             "SELECT o.id, o.size, o.pieces, o.data FROM wanted w "
+             "JOIN talvcs.objects o ON o.repository = $1 AND o.id = w.id WHERE o.pieces = 0";
     case Sql::ReadSizes:
       return "SELECT o.id, o.size FROM unnest($2) AS w (id) "
              "JOIN talvcs.objects o ON o.repository = $1 AND o.id = w.id";
@@ -62,14 +80,16 @@ const char* TextOf(Sql statement) noexcept {
       return "DELETE FROM talvcs.condemned c USING unnest($2) AS w (id) WHERE c.repository = $1 "
              "AND c.id = w.id AND ($3 < 0 OR $3 = (SELECT epoch FROM talvcs.repositories "
              "WHERE number = $1))";
-    // $5 is the epoch of the lease. What an old lease adds is condemned from the beginning.
+    // $7 is the epoch of the lease. What an old lease adds is condemned from the beginning.
     case Sql::InsertObjects:
-      return "WITH added AS (INSERT INTO talvcs.objects (repository, id, pass, size, pieces, data) "
+      return "WITH added AS (INSERT INTO talvcs.objects "
+             "(repository, id, pass, size, pieces, data, parent, root) "
              "SELECT $1, n.id, (SELECT pass FROM talvcs.repositories WHERE number = $1), n.size, "
-             "0, n.data FROM unnest($2, $3, $4) AS n (id, size, data) "
+             "0, n.data, nullif(n.parent, ''), nullif(n.root, '') "
+             "FROM unnest($2, $3, $4, $5, $6) AS n (id, size, data, parent, root) "
              "ON CONFLICT DO NOTHING RETURNING id) "
              "INSERT INTO talvcs.condemned (repository, id, since) "
-             "SELECT $1, a.id, clock_timestamp() FROM added a WHERE $5 >= 0 AND $5 <> (SELECT "
+             "SELECT $1, a.id, clock_timestamp() FROM added a WHERE $7 >= 0 AND $7 <> (SELECT "
              "epoch "
              "FROM talvcs.repositories WHERE number = $1) ON CONFLICT DO NOTHING";
     case Sql::InsertLarge:

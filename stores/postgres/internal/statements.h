@@ -23,6 +23,8 @@ enum class Sql : unsigned char {
   FindMissing,
   ReadObjects,
   ReadPieces,
+  ReadHistory,
+  ReadOpened,
   ReadSizes,
   ListObjects,
   ListNewObjects,

@@ -100,7 +100,7 @@ TEST_F(PostgresStoreTest, TablesOfANewerVersionAreRefused) {
   Sql("CREATE DATABASE newer");
   const std::string connection = Connection() + " dbname=newer";
   ASSERT_TRUE(PostgresStore::Open(connection, m_name).ok());
-  Sql("UPDATE talvcs.meta SET version = 2", connection);
+  Sql("UPDATE talvcs.meta SET version = 3", connection);
   EXPECT_EQ(PostgresStore::Open(connection, m_name).error().code, ErrorCode::Unsupported);
   Sql("DELETE FROM talvcs.meta", connection);
   EXPECT_EQ(PostgresStore::Open(connection, m_name).error().code, ErrorCode::Damaged);
