@@ -3,6 +3,7 @@
 #include <stores/postgres/internal/object_table.h>
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <unordered_map>
 #include <utility>
@@ -100,7 +101,8 @@ Status ObjectTable::Read(std::span<const Id> ids, const ReadSink& sink) {
   return ForEachPart(KeysOf(ids), [&](std::span<const ObjectKey> part) {
     KeySet wanted(part.begin(), part.end());
     // What was passed before a connection is lost isn't wanted any more.
-    Status status = m_session.Repeat<Status>(Task::Read, [&] { return ReadOnce(wanted, sink); });
+    Status status =
+        m_session.Repeat<Status>(Task::Read, [&] { return ReadOnce(part, wanted, sink); });
     if (!status) return status;
     for (const ObjectKey& key : part) {
       if (wanted.contains(key)) sink(IdOf(key), NoSuchObject(IdOf(key)));
@@ -109,10 +111,14 @@ Status ObjectTable::Read(std::span<const Id> ids, const ReadSink& sink) {
   });
 }
 
-Status ObjectTable::ReadOnce(KeySet& wanted, const ReadSink& sink) {
-  const std::vector<ObjectKey> keys(wanted.begin(), wanted.end());
+Status ObjectTable::ReadOnce(std::span<const ObjectKey> part, KeySet& wanted,
+                             const ReadSink& sink) {
+  // In their order, in which the server finds them faster.
+  std::vector<ObjectKey> keys;
+  std::copy_if(part.begin(), part.end(), std::back_inserter(keys),
+               [&wanted](const ObjectKey& key) { return wanted.contains(key); });
   std::vector<Large> large;
-  const Call call{Sql::ReadObjects, m_session.Number().Add(std::span(keys))};
+  const Call call{Sql::ReadObjects, m_session.Number().Add(std::span(std::as_const(keys)))};
   Status status = m_session.Stream(Task::Read, call, [&](const Rows& row) {
     const std::optional<ObjectKey> key = KeyOf(row.Bytes(0, 0));
     if (!key || !wanted.contains(*key)) return;

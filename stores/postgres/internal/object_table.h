@@ -69,7 +69,7 @@ class ObjectTable {
   };
 
   Status FindMissing(std::span<const ObjectKey> keys, KeySet& missing);
-  Status ReadOnce(KeySet& wanted, const ReadSink& sink);
+  Status ReadOnce(std::span<const ObjectKey> part, KeySet& wanted, const ReadSink& sink);
   Status ReadLine(Line& line, const ReadSink& sink);
   static void Pass(Line& line, Result<Buffer> packed, const ReadSink& sink);
   Result<Buffer> ReadLarge(const Large& object);

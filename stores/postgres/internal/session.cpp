@@ -53,7 +53,7 @@ Status Session::ConnectOnce() {
   // 0 would be no limit.
   const std::string timeout =
       std::to_string(std::max<std::int64_t>(m_options.busyTimeout.count(), 1));
-  const Call call{Sql::SetLockTimeout, Parameters().AddText(timeout)};
+  const Call call{Sql::SetUp, Parameters().AddText(timeout)};
   const bool is_first = m_number < 0;
   if (is_first) m_number = FindRepository(**connection, call, m_name).value_or(-1);
   if (m_number < 0 || !is_first) {

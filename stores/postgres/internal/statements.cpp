@@ -14,8 +14,11 @@ const char* TextOf(Sql statement) noexcept {
     case Sql::Rollback:
     case Sql::Count:
       return "ROLLBACK";
-    case Sql::SetLockTimeout:
-      return "SELECT set_config('lock_timeout', $1, false)";
+    // A plan for the ids of one call would be made again by each call, and reads whole tables where
+    // looking for each id is faster.
+    case Sql::SetUp:
+      return "SELECT set_config('lock_timeout', $1, false), "
+             "set_config('plan_cache_mode', 'force_generic_plan', false)";
 
     case Sql::ReadVersion:
       return "SELECT version FROM talvcs.meta";

@@ -9,7 +9,7 @@ enum class Sql : unsigned char {
   Begin,
   Commit,
   Rollback,
-  SetLockTimeout,
+  SetUp,
   ReadVersion,
   FindSchema,
   FindRepository,

@@ -33,6 +33,7 @@ class PostgresRoles : public testing::Test {
     for (const std::string role : {"reader", "writer", "cleaner"}) {
       Sql("CREATE ROLE " + role + " LOGIN IN ROLE talvcs_" + role);
     }
+    Sql("CREATE ROLE repairer LOGIN IN ROLE talvcs_writer, talvcs_cleaner");
   }
 
   PostgresRoles() {
@@ -122,6 +123,16 @@ TEST_F(PostgresRoles, WriterSavesACondemnedObject) {
   ASSERT_TRUE(store.Write({&m_two, 1}).ok());
   EXPECT_TRUE(store.MoveHeads({{HeadMove{"topic", Id(), m_two.id}}}).ok());
   EXPECT_EQ(CleanUpBy(owner, {m_one.id, m_two.id}).value().count, 0U);
+}
+
+TEST_F(PostgresRoles, RepairNeedsTheRightsOfWriterAndCleaner) {
+  PostgresStore writer = OpenAs("writer");
+  ExpectDenied(writer.Replace({&m_one, 1}));
+  PostgresStore cleaner = OpenAs("cleaner");
+  ExpectDenied(cleaner.Replace({&m_one, 1}));
+  PostgresStore both = OpenAs("repairer");
+  EXPECT_TRUE(both.Replace({{m_one, m_new}}).ok());
+  EXPECT_TRUE(both.Missing({{m_one.id, m_new.id}}).value().empty());
 }
 
 TEST_F(PostgresRoles, CleanerRemovesAndSavesNothing) {

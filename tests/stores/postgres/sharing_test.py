@@ -115,6 +115,14 @@ class Sharing(unittest.TestCase):
             self.assertLessEqual(set(editor.acknowledged), set(history))
         return failures
 
+    def test_history_is_read_in_one_round_trip(self):
+        self.assertEqual(run(server.connection(), self.repository, "edit", "p", 0, 40)[0], 0)
+        with Proxy(server) as proxy:
+            proxy.cut_at(None)
+            self.assertEqual(len(self.log(proxy.connection())), 40)
+            # The connection, the session, the heads, the history; and the client's farewell.
+            self.assertEqual(proxy.turns, 5)
+
     def test_edits_of_eight_processes_are_all_in_the_history(self):
         failures = self.edit_by_all(server.connection(), lambda editors: time.sleep(0.05))
         self.assertEqual(failures, [])
