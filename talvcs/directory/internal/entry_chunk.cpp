@@ -1,6 +1,7 @@
 #include <talvcs/directory/internal/entry_chunk.h>
 
 #include <talvcs/format/id_text.h>
+#include <talvcs/format/internal/record_start.h>
 #include <talvcs/foundation/internal/exact_type.h>
 #include <talvcs/foundation/internal/prefetch.h>
 #include <talvcs/objects/tree.h>
@@ -56,16 +57,16 @@ bool IsOfLibraryClass(EntryKind kind, const Object& object) noexcept {
                                  : TalUtils::IsExactly<Tree>(object);
 }
 
-/// Returns how the record of an object begins if it begins otherwise than those of its kind: a
-/// host's class can have another mode and type.
+/// Returns how the record of an object of a host's class begins, if that has another mode or type
+/// than the library's own.
 std::optional<std::string> OtherStartOf(EntryKind kind, const Object& object) {
-  if (IsOfLibraryClass(kind, object)) return std::nullopt;
   std::string start;
   for (const TalStringT<char>& word : {object.GetStoragePrefix(), object.GetHeader()}) {
     start += BytesOf(word);
     start += ' ';
   }
-  return start == RecordStartOf(kind) ? std::nullopt : std::optional(std::move(start));
+  if (start == (kind == EntryKind::Blob ? kBlobStart : kTreeStart)) return std::nullopt;
+  return start;
 }
 
 char* PutText(TalStringViewT<char> text, char* out) noexcept {
@@ -93,17 +94,19 @@ EntryChunk::Ptr EntryChunk::Make(std::span<const Slot> slots, std::size_t room) 
     whole_records = whole_records && recorded[index] && slot.name.Find(WideChar()) < 0;
     if (!recorded[index]) continue;
     if (slot.record.length == 0) {
-      if (auto start = OtherStartOf(slot.kind, **slot.child)) {
-        most_bytes += start->size();
-        other_starts.push_back(std::move(*start));
-        with_other_start |= 1U << index;
-        whole_records = false;
+      if (!IsOfLibraryClass(slot.kind, **slot.child)) {
+        if (auto start = OtherStartOf(slot.kind, **slot.child)) {
+          most_bytes += start->size();
+          other_starts.push_back(std::move(*start));
+          with_other_start |= 1U << index;
+          whole_records = false;
+        }
       }
       ids[index] = (*slot.child)->GetId();
       most_bytes += MostRecordBytes(slot.name, ids[index].View());
     } else {
       most_bytes += static_cast<std::uint64_t>(slot.record.length);
-      whole_records = whole_records && BytesOf(slot.record).starts_with(RecordStartOf(slot.kind));
+      whole_records = whole_records && BeginsAsUsual(slot.kind, BytesOf(slot.record));
     }
   }
   RecordSpace space(most_bytes);
@@ -164,11 +167,13 @@ void EntryChunk::PutEntry(const Slot& slot, std::uint32_t recordEnd) noexcept {
 }
 
 bool EntryChunk::TryAppend(const Slot& slot) {
-  if (m_count == m_capacity || OtherStartOf(slot.kind, **slot.child)) return false;
+  if (m_count == m_capacity) return false;
+  const Object& object = **slot.child;
+  if (!IsOfLibraryClass(slot.kind, object) && OtherStartOf(slot.kind, object)) return false;
   const std::size_t name_end =
       EndsOfEntries()[m_count - 1].name + static_cast<std::size_t>(slot.name.length);
   if (NamesOffset(m_capacity) + name_end * sizeof(WideChar) > m_recordsOffset) return false;
-  const Id id = (*slot.child)->GetId();
+  const Id id = object.GetId();
   RecordSpace space(MostRecordBytes(slot.name, id.View()));
   const char* const end = PutRecord(slot.kind, slot.name, id.View(), space.Get());
   const auto size = static_cast<std::size_t>(end - space.Get());

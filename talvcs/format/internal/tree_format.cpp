@@ -1,6 +1,7 @@
 #include <talvcs/format/internal/tree_format.h>
 
 #include <talvcs/format/id_text.h>
+#include <talvcs/format/internal/record_start.h>
 #include <talvcs/foundation/internal/text_compare.h>
 #include <talvcs/foundation/internal/utf.h>
 
@@ -12,27 +13,6 @@ namespace TalVcs {
 namespace {
 
 constexpr std::size_t kLongestName = std::numeric_limits<int>::max();
-
-/// The bytes of a record before its name.
-template <std::size_t N>
-class RecordStart {
- public:
-  constexpr RecordStart(TalStringViewT<char> mode, TalStringViewT<char> type) noexcept {
-    char* at = std::copy_n(mode.text, mode.length, m_bytes);
-    *at++ = ' ';
-    at = std::copy_n(type.text, type.length, at);
-    *at = ' ';
-  }
-  constexpr std::string_view Get() const noexcept { return {m_bytes, N}; }
-
- private:
-  char m_bytes[N] = {};
-};
-
-constexpr RecordStart<kBlobMode.length + kBlobType.length + 2> kBlobBytes(kBlobMode, kBlobType);
-constexpr RecordStart<kTreeMode.length + kTreeType.length + 2> kTreeBytes(kTreeMode, kTreeType);
-constexpr std::string_view kBlobStart = kBlobBytes.Get();
-constexpr std::string_view kTreeStart = kTreeBytes.Get();
 
 char* PutText(TalStringViewT<WideChar> text, char* out) noexcept {
   return TalPlatform::EncodeUtf8UpToZero(text.text, static_cast<std::size_t>(text.length), out);
@@ -70,10 +50,6 @@ char* PutRecord(EntryKind kind, TalStringViewT<WideChar> name, TalStringViewT<Wi
     out = std::copy_n(kTreeStart.data(), kTreeStart.size(), out);
   }
   return PutNameWithId(name, id, out);
-}
-
-std::string_view RecordStartOf(EntryKind kind) noexcept {
-  return kind == EntryKind::Blob ? kBlobStart : kTreeStart;
 }
 
 char* PutRecord(std::string_view start, TalStringViewT<WideChar> name, TalStringViewT<WideChar> id,

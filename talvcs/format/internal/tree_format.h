@@ -27,9 +27,6 @@ std::size_t MostRecordBytes(TalStringViewT<WideChar> name, TalStringViewT<WideCh
 char* PutRecord(EntryKind kind, TalStringViewT<WideChar> name, TalStringViewT<WideChar> id,
                 char* out) noexcept;
 
-/// Returns the bytes of such a record before its name.
-std::string_view RecordStartOf(EntryKind kind) noexcept;
-
 /// Writes a record that begins with `start`, which takes as many bytes more, likewise.
 char* PutRecord(std::string_view start, TalStringViewT<WideChar> name, TalStringViewT<WideChar> id,
                 char* out) noexcept;
