@@ -205,6 +205,72 @@ TYPED_TEST(DerivedRecords, KeepTheirWordsThroughEditsAroundThem) {
   EXPECT_EQ(IdOf(this->tree), expected);
 }
 
+/// A tree or commit that counts how often what it cached is dropped.
+template <class Base>
+class Counting final : public Base {
+ public:
+  int resets = 0;
+
+ protected:
+  void ResetState() override {
+    ++resets;
+    Base::ResetState();
+  }
+};
+
+TEST(DerivedTrees, AreResetOnceByEachEdit) {
+  Repository repository = NewRepository();
+  Counting<Tree> tree;
+  tree.AddBlob(&repository, TAL_WIDE("a/b/c"), BlobOf("x"));
+  EXPECT_EQ(tree.resets, 1);
+  tree.AddTree(&repository, TAL_WIDE("a/t"), Tree());
+  EXPECT_EQ(tree.resets, 2);
+  tree.AddObject(&repository, TAL_WIDE("d"), BlobOf("x").GetId());
+  EXPECT_EQ(tree.resets, 3);
+  EXPECT_TRUE(tree.RemoveObject(&repository, TAL_WIDE("a/t")));
+  EXPECT_EQ(tree.resets, 4);
+  EXPECT_TRUE(tree.RemoveObject(&repository, TAL_WIDE("a/b/c")));
+  EXPECT_EQ(tree.resets, 5);
+}
+
+TEST(DerivedTrees, AreNotResetByAnEditThatFails) {
+  Repository repository = NewRepository();
+  Counting<Tree> tree;
+  tree.AddBlob(&repository, TAL_WIDE("/"), BlobOf("x"));
+  tree.AddBlob(nullptr, TAL_WIDE("a"), BlobOf("x"));
+  tree.AddObject(&repository, TAL_WIDE("a"), Id());
+  tree.RemoveObject(&repository, TAL_WIDE("a"));
+  EXPECT_EQ(tree.resets, 0);
+}
+
+TEST(DerivedCommits, AreResetOnceByEachChange) {
+  Repository repository = NewRepository();
+  Counting<Commit> commit;
+  commit.SetParent(nullptr);
+  commit.SetDescription({});
+  commit.SetAuthorName({});
+  commit.SetAuthorEmail({});
+  commit.SetCommitTime({});
+  commit.SetCommitTimezoneBias({});
+  EXPECT_EQ(commit.resets, 6);
+  commit.AddBlob(&repository, TAL_WIDE("a/b"), BlobOf("x"));
+  EXPECT_EQ(commit.resets, 7);
+  commit.AddObject(&repository, TAL_WIDE("c"), BlobOf("x").GetId());
+  EXPECT_EQ(commit.resets, 8);
+  EXPECT_TRUE(commit.RemoveObject(&repository, TAL_WIDE("a/b")));
+  EXPECT_EQ(commit.resets, 9);
+}
+
+TEST(DerivedCommits, AreNotResetByAnEditThatFailsNorByANewRoot) {
+  Repository repository = NewRepository();
+  Counting<Commit> commit;
+  commit.AddBlob(&repository, {}, BlobOf("x"));
+  commit.AddObject(&repository, TAL_WIDE("a"), Id());
+  commit.RemoveObject(&repository, TAL_WIDE("a"));
+  commit.ReplaceRoot(&repository, Make<Tree>());
+  EXPECT_EQ(commit.resets, 0);
+}
+
 TEST(DerivedCommits, AreComparedInTheOrderOfTheArgumentsOfACommonBase) {
   std::vector<std::string> calls;
   const cow_ptr<Commit> first(std::make_shared<Witness<Commit>>("first", calls));

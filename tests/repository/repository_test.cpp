@@ -217,5 +217,27 @@ TEST(SyncWithStorage, DoesNotStoreTreeAndParentOfACommit) {
   EXPECT_EQ(repository.GetTreeCount(), 0u);
 }
 
+/// Returns one object of each type for every id.
+class SubstitutingRepository final : public Repository {
+ public:
+  SubstitutingRepository() : Repository(NewStorage()) {}
+  cow_ptr<Commit> GetCommitFromStorage(const Id&) const override { return commit; }
+  cow_ptr<Tree> GetTreeFromStorage(const Id&) const override { return tree; }
+  cow_ptr<Blob> GetBlobFromStorage(const Id&) const override { return blob; }
+
+  cow_ptr<Commit> commit = Make<Commit>();
+  cow_ptr<Tree> tree = Make<Tree>();
+  cow_ptr<Blob> blob = SharedBlob("substitute");
+};
+
+TEST(SyncWithStorage, AsksTheLookUpsOfAHostsRepository) {
+  SubstitutingRepository repository;
+  EXPECT_EQ(repository.SyncWithStorage(Make<Commit>()), repository.commit);
+  EXPECT_EQ(repository.SyncWithStorage(Make<Tree>()), repository.tree);
+  EXPECT_EQ(repository.SyncWithStorage(SharedBlob("bytes")), repository.blob);
+  EXPECT_EQ(repository.GetBlobCount() + repository.GetTreeCount() + repository.GetCommitCount(),
+            0U);
+}
+
 }  // namespace
 }  // namespace TalVcs::Testing

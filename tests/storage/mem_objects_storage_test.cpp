@@ -260,5 +260,39 @@ TEST(MemObjectsStorage, HandlesKeepObjectsAfterTheStorageEnds) {
   EXPECT_EQ(ListingOf(held), "lib/common=common name=B");
 }
 
+/// Hides what it has on request.
+class HidingStorage final : public MemObjectsStorage {
+ public:
+  bool BranchExist(TalStringViewT<WideChar> name) const override {
+    return !hides && MemObjectsStorage::BranchExist(name);
+  }
+  cow_ptr<Commit> GetCommit(const Id& id) const override {
+    return hides ? nullptr : MemObjectsStorage::GetCommit(id);
+  }
+  bool hides = false;
+};
+
+TEST(DerivedStorage, DecidesWhichBranchesHaveAHead) {
+  HidingStorage storage;
+  const cow_ptr<Commit> commit = CommitOf("first");
+  ASSERT_TRUE(storage.UpdateBranch(TAL_WIDE("master"), commit));
+  storage.hides = true;
+  EXPECT_FALSE(storage.GetHead(TAL_WIDE("master")));
+  storage.hides = false;
+  EXPECT_EQ(storage.GetHead(TAL_WIDE("master")), commit);
+}
+
+TEST(DerivedStorage, DecidesWhichCommitsAreDeleted) {
+  HidingStorage storage;
+  const cow_ptr<Commit> commit = CommitOf("first");
+  storage.AddCommit(commit);
+  storage.hides = true;
+  storage.DeleteCommit(commit);
+  EXPECT_EQ(storage.GetCommitCount(), 1U);
+  storage.hides = false;
+  storage.DeleteCommit(commit);
+  EXPECT_EQ(storage.GetCommitCount(), 0U);
+}
+
 }  // namespace
 }  // namespace TalVcs::Testing
