@@ -127,8 +127,16 @@ class Comparison {
                                 std::move(after), expected.kind, kind});
   }
 
+  /// Returns what the index knows of a file. The files must come sorted by their paths.
+  const FolderIndex::File* NextKnown(const std::string& path) {
+    const std::vector<FolderIndex::File>& files = m_result.index.Files();
+    while (m_nextKnown < files.size() && files[m_nextKnown].path < path) ++m_nextKnown;
+    const bool is_known = m_nextKnown < files.size() && files[m_nextKnown].path == path;
+    return is_known ? &files[m_nextKnown] : nullptr;
+  }
+
   void Compare(const Expected& expected, const FolderContents::File& file) {
-    const FolderIndex::File* known = m_result.index.Find(file.path);
+    const FolderIndex::File* known = NextKnown(file.path);
     const bool is_trusted = known != nullptr && known->stat == file.stat;
     if (is_trusted && known->verdict == Verdict::Same) {
       const bool is_same = m_isHead || (known->id == expected.id && known->kind == expected.kind);
@@ -164,6 +172,7 @@ class Comparison {
   bool m_isHead;
   std::vector<Expected> m_expected;
   std::vector<Expected> m_unknown;
+  std::size_t m_nextKnown = 0;  // in the index
   bool m_hasLearned = false;
 };
 
