@@ -2,6 +2,7 @@
 #include <kit/open/internal/loaded_objects.h>
 #include <kit/open/internal/opened_access.h>
 #include <kit/open/load.h>
+#include <kit/store/internal/sound_value.h>
 
 #include <utility>
 
@@ -24,7 +25,7 @@ Result<OpenedRepository> Load(std::shared_ptr<IObjectStore> store, const LoadOpt
   Result<HistoryReport> report = HistoryWalk(*store, reporter, std::move(hooks)).Run(*heads);
   if (!report) return report.error();
   loaded->SetDamages(report->damages);
-  Result<std::optional<std::string>> saved = store->Value(kBranchValue);
+  Result<std::optional<std::string>> saved = ReadSoundValue(*store, kBranchValue);
   if (!saved) return std::move(saved).error();
   return OpenedAccess::Make(std::move(store), loaded, loaded, *std::move(report), options.policy,
                             options.branch, *std::move(saved));

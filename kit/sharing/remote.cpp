@@ -3,6 +3,7 @@
 #include <kit/open/internal/opened_access.h>
 #include <kit/sharing/internal/transfer.h>
 #include <kit/sharing/remote.h>
+#include <kit/store/internal/sound_value.h>
 
 #include <algorithm>
 #include <utility>
@@ -23,7 +24,7 @@ std::vector<Id> IdsOf(std::span<const Head> heads) {
 
 /// Returns the branch that the last session worked on, else "master", else the first.
 Result<std::string> ChooseMainBranch(IObjectStore& store, std::span<const Head> heads) {
-  const Result<std::optional<std::string>> saved = store.Value(kBranchValue);
+  const Result<std::optional<std::string>> saved = ReadSoundValue(store, kBranchValue);
   if (!saved) return saved.error();
   for (const std::string& name : {saved->value_or(kFirstBranch), std::string(kFirstBranch)}) {
     if (!HeadOf(heads, name).View().IsEmpty()) return name;
@@ -66,7 +67,7 @@ Status Remote::BeginBranch(IObjectStore& local, std::span<const Head> known) {
   for (const Head& head : known) {
     if (!head.name.starts_with(prefix)) return {};
   }
-  const Result<std::optional<std::string>> saved = local.Value(kBranchValue);
+  const Result<std::optional<std::string>> saved = ReadSoundValue(local, kBranchValue);
   if (!saved) return saved.error();
   if (*saved || m_seen.empty()) return {};
   const Result<std::string> branch = ChooseMainBranch(*m_store, m_seen);

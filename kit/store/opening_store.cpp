@@ -1,3 +1,4 @@
+#include <kit/store/internal/sound_value.h>
 #include <kit/store/opening_store.h>
 
 #include <utility>
@@ -19,7 +20,7 @@ Result<StoreOpening> ReadOpening(IObjectStore& store, std::string_view branch,
 #endif
   Result<std::vector<Head>> heads = store.Heads();
   if (!heads) return std::move(heads).error();
-  Result<std::optional<std::string>> value = store.Value(valueName);
+  Result<std::optional<std::string>> value = ReadSoundValue(store, valueName);
   if (!value) return std::move(value).error();
   return StoreOpening{*std::move(heads), *std::move(value), {}};
 }

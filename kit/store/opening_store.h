@@ -36,7 +36,8 @@ class TALVCS_KIT_API IOpeningStore {
   IOpeningStore& operator=(const IOpeningStore&) = default;
 };
 
-/// Calls `ReadOpening` of a store; without that interface, `Heads` and `Value`.
+/// Calls `ReadOpening` of a store; without that interface, `Heads` and `Value`, whose damage counts
+/// as no value.
 TALVCS_KIT_API Result<StoreOpening> ReadOpening(IObjectStore& store, std::string_view branch,
                                                 std::string_view valueName,
                                                 std::string_view otherwise);

@@ -8,6 +8,7 @@
 #include <kit/open/try.h>
 #include <kit/open/verify.h>
 #include <kit/store/fault_injection_store.h>
+#include <kit/store/passing_store.h>
 #include <tests/kit/open/histories.h>
 
 #include <map>
@@ -272,6 +273,38 @@ TEST_F(DamagedTopic, OpeningWithoutACheckLeavesTheOtherBranchesWorking) {
   AddCommit(opened.GetRepository(), "master", {{"next", "x"}});
   Save(opened).value();
   EXPECT_EQ(m_store->Heads().value()[2].id, m_topic);
+}
+
+/// A store whose values are damaged until they are set again.
+class DamagedValues final : public PassingStore {
+ public:
+  using PassingStore::PassingStore;
+
+ protected:
+  Status Before(const StoreCall& call) override {
+    if (call.operation == StoreOperation::SetValue) m_isMended = true;
+    if (call.operation != StoreOperation::Value || m_isMended) return {};
+    Error error;
+    error.code = ErrorCode::Damaged;
+    error.message = "the value is damaged";
+    return error;
+  }
+
+ private:
+  bool m_isMended = false;
+};
+
+// A damaged name of the last branch locked the host out of a whole history.
+TEST(DamagedValue, OfTheCurrentBranchCountsAsNoneAndIsWrittenAgain) {
+  const auto store = SmallStore();
+  ASSERT_TRUE(store->SetValue("branch", "topic"));
+  const auto damaged = std::make_shared<DamagedValues>(store);
+  OpenedRepository opened = Open(damaged).value();
+  EXPECT_EQ(Ascii(opened->GetCurentBranch()), "master");
+  EXPECT_EQ(HistoryOf(opened.GetRepository()), HistoryOf(Load(store)->GetRepository()));
+  opened->Checkout(Wide("other"));
+  Save(opened).value();
+  EXPECT_EQ(Ascii(Open(damaged).value()->GetCurentBranch()), "other");
 }
 
 TEST(OpenCheck, OfHeadsFindsALostHeadAndReadsNothingBelow) {
