@@ -210,6 +210,36 @@ class SlowCommands(TerminalTest):
         self.assert_interrupted(before)
         self.assertEqual(self.read_json("status")["changes"], [])
 
+    def test_ctrl_c_in_a_merge_that_leaves_conflicts_leaves_what_was_before(self):
+        for number in range(40):
+            self.write(f"f{number:02}", "base\n")
+        self.tal("commit", "-m", "Base")
+        self.tal("branch", "topic")
+        for branch, count in (("topic", 40), ("master", 1)):
+            self.tal("switch", branch)
+            for number in range(count):
+                self.write(f"f{number:02}", branch + "\n")
+            self.tal("commit", "-m", branch)
+        before = self.contents(), self.head()
+
+        def interrupt(command):
+            unchanged = self.read("f20")
+            self.terminal.begin(self.slowed("renameat", 20, command))
+            self.terminal.wait_until(lambda: self.read("f20") != unchanged, "the file in the middle")
+            self.terminal.press("C-c")
+            self.assertEqual(self.terminal.end(), INTERRUPTED, self.terminal.screen())
+
+        interrupt("tal merge topic")
+        self.assertEqual((self.contents(), self.head()), before)
+        self.assertIsNone(self.read_json("status")["merge"])
+        self.tal("merge", "topic", code=1)
+        during = self.contents()
+        interrupt("tal merge --abort")
+        self.assertEqual(self.contents(), during)
+        self.assertEqual(self.read_json("status")["merge"]["marked"], ["f00"])
+        self.tal("merge", "--abort")
+        self.assertEqual((self.contents(), self.head()), before)
+
     def test_ctrl_c_ends_a_long_list(self):
         for number in range(400):
             self.write(f"{number:03} " + "long " * 40, "x")
