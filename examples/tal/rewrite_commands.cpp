@@ -77,9 +77,10 @@ ExitCode RunSimplify(const Host& host, const RehearsableOptions& options) {
   RefuseDuringMerge(session);
   const Kit::RetentionReport report =
       session.Document()
-          .Forget(Kit::Retention::TipsAndForks(), {.progress = ShowProgress(host.terminal)})
+          .Forget(Kit::Retention::TipsAndForks(),
+                  {.progress = ShowProgress(host.terminal), .mostListed = 0})
           .value();
-  const std::uint64_t gone = report.forgotten.size();
+  const std::uint64_t gone = report.forgottenVersions;
   SaveAndCleanUp(session, "dropped " + Plural(gone, "commit") + " of " +
                               std::to_string(gone + report.keptVersions));
   return ExitCode::Done;

@@ -64,7 +64,7 @@ ExitCode RunKeep(const Host& host, const KeepOptions& options) {
   const Kit::Retention rule = RuleOf(options);
   Session session(host, AccessFor(options.isDryRun));
   RefuseDuringMerge(session);
-  const Kit::ForgetOptions forget{.progress = ShowProgress(host.terminal)};
+  Kit::ForgetOptions forget{.progress = ShowProgress(host.terminal)};
   Kit::Workspace& document = session.Document();
   if (options.isDryRun) {
     const Kit::RetentionReport report = document.PreviewForget(rule, forget).value();
@@ -77,8 +77,9 @@ ExitCode RunKeep(const Host& host, const KeepOptions& options) {
                       FormatBytes(report.freed.sizeBytes) + "; this was a dry run");
     return ExitCode::Done;
   }
+  forget.mostListed = 0;
   const Kit::RetentionReport report = document.Forget(rule, forget).value();
-  SaveAndCleanUp(session, "forgot " + Plural(report.forgotten.size(), "commit") + " and kept " +
+  SaveAndCleanUp(session, "forgot " + Plural(report.forgottenVersions, "commit") + " and kept " +
                               std::to_string(report.keptVersions));
   return ExitCode::Done;
 }

@@ -185,11 +185,13 @@ Result<RemovedObjects> DirectoryObjectStore::Impl::RemoveUnmarked(const MarkObje
   const Result<std::unique_ptr<FileLock>> writer = LockWriter();
   if (!writer) return writer.error();
   if (Status status = PrepareToWrite(); !status) return std::move(status).error();
-  const Result<std::vector<Id>> marked = mark(ListHeads(state.Get().heads));
-  if (!marked) return marked.error();
   std::set<ObjectKey> kept;
-  for (const Id& id : *marked) {
-    if (const std::optional<ObjectKey> key = KeyOf(id)) kept.insert(*key);
+  {
+    const Result<std::vector<Id>> marked = mark(ListHeads(state.Get().heads));
+    if (!marked) return marked.error();
+    for (const Id& id : *marked) {
+      if (const std::optional<ObjectKey> key = KeyOf(id)) kept.insert(*key);
+    }
   }
   return objects.RemoveAllBut(kept);
 }
