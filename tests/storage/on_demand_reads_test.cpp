@@ -86,8 +86,8 @@ TEST_F(ReadsOnDemand, DiffOfTheHeadReadsTheDirectoriesThatChanged) {
   const cow_ptr<Commit> head = repository.GetHead();
   const auto paths = head->GetTree()->GetBlobDiffs(head->GetParent()->GetTree());
   EXPECT_EQ(paths.size(), 5U);
-  // two commits, two roots, 2 directories of both at once, 3 and 2 below at once
-  EXPECT_EQ(m_store.TakeReads(), 7U);
+  // two commits, two roots, then the directories of both sides on a level at once
+  EXPECT_EQ(m_store.TakeReads(), 6U);
   EXPECT_EQ(m_store.reader->asked.size(), 18U);
 }
 
@@ -170,6 +170,25 @@ TEST(ReadsOfAHistory, CommonBaseOfTwoLongBranchesFollowsTheWindows) {
                                                         repository.GetHead(TAL_WIDE("other")));
   EXPECT_EQ(ListingOf(base), "f=base");
   EXPECT_LE(store.TakeReads(), 20U);  // two heads, 8 windows each, root and blob of the base
+}
+
+TEST(ReadsOfTwoStores, DiffAsksEachStoreForItsOwnDirectories) {
+  OnDemandStore first;
+  OnDemandStore second;
+  for (OnDemandStore* store : {&first, &second}) {
+    Repository repository = store->Open();
+    const std::string content = store == &first ? "first" : "second";
+    CommitFiles(repository, {{"a/f", content}, {"b/g", content}});
+    store->Save(repository);
+  }
+  Repository one = first.Open();
+  Repository other = second.Open();
+  const auto paths = one.GetHead()->GetTree()->GetBlobDiffs(other.GetHead()->GetTree());
+  EXPECT_EQ(paths.size(), 2U);
+  for (const OnDemandStore* store : {&first, &second}) {
+    EXPECT_EQ(store->reader->asked.size(), 4U);  // commit, root, two directories
+    for (const Id& id : store->reader->asked) EXPECT_TRUE(store->reader->objects.contains(id));
+  }
 }
 
 }  // namespace
