@@ -22,7 +22,7 @@ class ThreadsOfHashFiles : public testing::Test {
   // As many files as several threads take, a third of them each: "hello", empty, a link to "hello".
   ThreadsOfHashFiles() {
     fs::create_directory(Top() / Folder::kStoreName);
-    for (std::size_t number = 0; number < 600; ++number) {
+    for (std::size_t number = 0; number < 240; ++number) {
       const std::string path = "d" + std::to_string(number % 7) + "/" + std::to_string(number);
       fs::create_directories((Top() / path).parent_path());
       if (number % 3 == 2) {
@@ -55,12 +55,12 @@ TEST_F(ThreadsOfHashFiles, EachFileHasItsIdAndKind) {
 }
 
 TEST_F(ThreadsOfHashFiles, FileThatIsGoneHasNoId) {
-  m_paths.insert(m_paths.begin() + 300, "d0/nothing");
+  m_paths.insert(m_paths.begin() + 120, "d0/nothing");
   m_paths.emplace_back("d1");
   const auto hashed = HashFiles(Folder(Top()), m_paths);
-  EXPECT_FALSE(hashed[300]);
+  EXPECT_FALSE(hashed[120]);
   EXPECT_FALSE(hashed.back());
-  EXPECT_EQ(ToUtf8(hashed[301]->id), kHello);
+  EXPECT_EQ(ToUtf8(hashed[121]->id), kHello);
 }
 
 TEST_F(ThreadsOfHashFiles, FileThatIsReplacedMeanwhileHasOneOfItsTwoIds) {
