@@ -7,7 +7,8 @@ namespace TalVcs::Kit {
 
 namespace {
 
-constexpr std::size_t kPieceBytes = std::size_t{8} << 20;
+// Records are written in pieces of this size.
+constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
 constexpr std::uint64_t kMostPackedFileBytes = std::uint64_t{1} << 20;
 
 Result<EncodedHeader> HeaderOf(const ScannedRecord& record) {
