@@ -7,7 +7,9 @@
 // STORE:   directory, directory-plain, sqlite, sqlite-plain, zip, table
 //
 // Prints one line of figures, NAME=VALUE separated by blanks: seconds, bytes in blocks, numbers.
-// Autosaves are durable and take time as it passes; everything else is processor time.
+// Autosaves are durable and take time as it passes; everything else is processor time. Each
+// autosave is followed by an insertion of the same objects into a table, because the medium may be
+// three times as slow a minute later.
 
 #include <bench/blob_table.h>
 #include <bench/saves.h>
@@ -17,6 +19,7 @@
 #include <kit/open/save.h>
 #include <kit/open/verify.h>
 #include <kit/store/directory_object_store.h>
+#include <kit/store/passing_store.h>
 #include <stores/sqlite/sqlite_store.h>
 #include <sys/stat.h>
 #ifdef TALVCS_BENCH_ZIP
@@ -33,6 +36,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace TalVcs::Bench {
@@ -161,6 +165,50 @@ std::vector<Id> ChooseIds(const std::vector<Saved>& saves) {
   return ids;
 }
 
+/// Passes saves on, and keeps the objects of the last one.
+class LastSave final : public Kit::PassingStore {
+ public:
+  using PassingStore::PassingStore;
+
+  Kit::Status Write(std::span<const Kit::StoredObject> objects) override {
+    m_objects.insert(m_objects.end(), objects.begin(), objects.end());
+    return PassingStore::Write(objects);
+  }
+  Saved Take() { return std::exchange(m_objects, {}); }
+
+ private:
+  Saved m_objects;
+};
+
+/// Autosaves into the store and, in turn, into a table of the same objects in `folder`.
+void MeasureAutosaves(const std::shared_ptr<Kit::IObjectStore>& store,
+                      const std::filesystem::path& folder, const History& history,
+                      const std::vector<Saved>& saves) {
+  std::filesystem::create_directory(folder);
+  {
+    BlobTable table(folder / "table.db", false);
+    for (const Saved& saved : saves) table.Insert(saved);
+  }
+  ::sync();
+  std::vector<double> autosaves;
+  std::vector<double> insertions;
+  {
+    BlobTable table(folder / "table.db", true);
+    const auto watched = std::make_shared<LastSave>(store);
+    Kit::OpenedRepository opened = Kit::Open(watched).value();
+    for (std::uint32_t number = 0; number < kAutosaves; ++number) {
+      EditFile(opened.GetRepository(), history.editedPath, number);
+      autosaves.push_back(Seconds([&] { Kit::Save(opened).value(); }));
+      const Saved saved = watched->Take();
+      insertions.push_back(Seconds([&] { table.Insert(saved); }));
+    }
+  }
+  std::filesystem::remove_all(folder);
+  Print("autosave", Median(autosaves));
+  Print("autosave-least", *std::min_element(autosaves.begin(), autosaves.end()));
+  Print("insertion", Median(insertions));
+}
+
 void MeasureStore(const std::string& kind, const std::filesystem::path& folder, History& history,
                   const std::vector<Saved>& saves) {
   const OpenStore open = OpenerOf(kind, folder);
@@ -184,16 +232,7 @@ void MeasureStore(const std::string& kind, const std::filesystem::path& folder, 
         }));
   Print("verify", ProcessorSeconds([&] { Kit::Verify(*store).value(); }));
 
-  std::vector<double> autosaves;
-  {
-    Kit::OpenedRepository opened = Kit::Open(store).value();
-    for (std::uint32_t number = 0; number < kAutosaves; ++number) {
-      EditFile(opened.GetRepository(), history.editedPath, number);
-      autosaves.push_back(Seconds([&] { Kit::Save(opened).value(); }));
-    }
-  }
-  Print("autosave", Median(autosaves));
-  Print("autosave-least", *std::min_element(autosaves.begin(), autosaves.end()));
+  MeasureAutosaves(store, folder / "table", history, saves);
   Print("cleanup", ProcessorSeconds([&] { Kit::CleanUp(*store).value(); }));
   PrintDisk("-clean", folder);
 }

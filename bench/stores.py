@@ -6,7 +6,7 @@ Usage: stores.py BUILD [--history NAME...] [--commits N] [--folder FOLDER]
 BUILD is the folder of talvcs_bench_stores. Histories are "edits", "bench" and "sources", the last
 commits of this project. --commits shortens "edits". Each store is measured in a folder of its own
 below FOLDER, one after another. Autosaves are durable: the median and the least of the times as they
-pass. Everything else is processor time.
+pass, and the ratio to a table that gets the same objects in turn. Everything else is processor time.
 """
 
 import argparse
@@ -30,7 +30,7 @@ STORES = {
 }
 SOURCE_COMMITS = 150
 READS = 1000
-ROW = "| {} | {} | {} | {} | {} | {} | {} | {} | {} |"
+ROW = "| {} | {} | {} | {} | {} | {} | {} | {} | {} | {} |"
 
 
 def git(folder, *arguments, **options):
@@ -114,16 +114,18 @@ def number(value, unit=1.0, digits=3):
 
 
 def autosave(figures):
-    """Returns the median and, in brackets, the least time in milliseconds."""
+    """Returns the median and, in brackets, the least time in milliseconds, and the ratio of the median to that of
+    the insertions of the same objects into a table in between."""
     if "autosave" not in figures:
-        return ""
-    return f"{number(figures['autosave'], 1e-3)} ({number(figures['autosave-least'], 1e-3)})"
+        return ["", ""]
+    ratio = figures["autosave"] / figures["insertion"] if "insertion" in figures else None
+    return [f"{number(figures['autosave'], 1e-3)} ({number(figures['autosave-least'], 1e-3)})", number(ratio)]
 
 
 def row(name, figures):
     return ROW.format(
         name, number(figures["bytes"], 1e6), number(figures.get("bytes-clean"), 1e6),
-        f"{figures['files']:,.0f}", autosave(figures),
+        f"{figures['files']:,.0f}", *autosave(figures),
         number(figures.get("reads"), 1e-6 * READS), number(figures.get("open"), 1e-3),
         number(figures.get("verify")), number(figures.get("cleanup")))
 
@@ -157,9 +159,9 @@ def main():
                 shutil.rmtree(folder)
             print(f"\n{name}: {figures['commits']:,.0f} commits, {figures['objects']:,.0f} objects, "
                   f"{figures['packed'] / 1e6:,.1f} MB of packed forms\n")
-            print(ROW.format("store", "MB", "MB, clean", "files", "autosave, ms", "read, µs", "open, ms",
-                             "verify, s", "clean-up, s"))
-            print(ROW.format(*["---"] + ["---:"] * 8))
+            print(ROW.format("store", "MB", "MB, clean", "files", "autosave, ms", "of a table's", "read, µs",
+                             "open, ms", "verify, s", "clean-up, s"))
+            print(ROW.format(*["---"] + ["---:"] * 9))
             print("\n".join(lines), flush=True)
     return 0
 
