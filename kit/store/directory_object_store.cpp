@@ -267,6 +267,8 @@ Status DirectoryObjectStore::Write(std::span<const StoredObject> objects) {
   Impl::Writing writing;
   if (Status status = m_impl->BeginWriting(writing); !status) return status;
   m_impl->watch.Rely(m_impl->state.Get().removals);
+  // The next move of heads fails, and these are missing then.
+  if (m_impl->watch.IsBroken(m_impl->state.Get().removals)) return {};
   const Result<bool> begun = m_impl->objects.BeginWriting();
   if (!begun) return begun.error();
   return m_impl->objects.Write(objects);

@@ -77,10 +77,12 @@ struct SqliteOptions {
 /// "-shm" beside it belong to it. The last store object that closes moves the log into the document
 /// and removes both. After a crash, the next one to open it does; if "-wal" is missing then,
 /// opening fails with `Damaged`, because the document alone may have parts of several states,
-/// unless `SqliteOptions::acceptMissingLog` is set. Of store objects that close at the same moment,
-/// each may leave the log to the others; the next one to close removes it. The log is copied into
-/// the document whenever it exceeds about a megabyte. Only a program that reads all the time keeps
-/// it from shrinking. Doesn't work on network folders: opening fails with `Unsupported`.
+/// unless `SqliteOptions::acceptMissingLog` is set. It also fails with `Damaged`, and changes
+/// nothing, if "-wal" belongs to another version of a document that was closed: a program that
+/// copies files has replaced the one without the other. Of store objects that close at the same
+/// moment, each may leave the log to the others; the next one to close removes it. The log is
+/// copied into the document whenever it exceeds about a megabyte. Only a program that reads all the
+/// time keeps it from shrinking. Doesn't work on network folders: opening fails with `Unsupported`.
 ///
 /// *A host's database.* `Attach` puts the tables into a database of the host. If the host has begun
 /// a transaction, each change is a savepoint in it and gets durable when the host commits; if the

@@ -51,13 +51,6 @@ Error Cancelled(const Database& source) {
   return error;
 }
 
-Result<std::int64_t> NumberOf(Database& database, Query query) {
-  Statement row = database.Use(query, Task::Read);
-  Result<bool> found = row.Step();
-  if (!found) return std::move(found).error();
-  return row.Number(0).value_or(0);
-}
-
 /// Copies the content of one document into another, within transactions that are open.
 class Copier {
  public:
@@ -79,7 +72,7 @@ class Copier {
 
  private:
   Status CopyObjects(const Progress& progress) {
-    Result<std::int64_t> count = NumberOf(m_source, Query::CountObjects);
+    Result<std::int64_t> count = m_source.NumberOf(Query::CountObjects, Task::Read);
     if (!count) return std::move(count).error();
     CopyProgress copied(progress, static_cast<std::uint64_t>(*count));
     if (!copied.Call()) return Cancelled(m_source);
@@ -192,9 +185,9 @@ Status MoveCopy(const Database& source, const CopyFile& copy, const std::filesys
 
 /// The tables of others would be lost.
 Status CheckNoOtherTables(Database& source) {
-  Result<std::int64_t> tables = NumberOf(source, Query::CountTables);
+  Result<std::int64_t> tables = source.NumberOf(Query::CountTables, Task::Read);
   if (!tables) return std::move(tables).error();
-  Result<std::int64_t> own = NumberOf(source, Query::CountOwnTables);
+  Result<std::int64_t> own = source.NumberOf(Query::CountOwnTables, Task::Read);
   if (!own) return std::move(own).error();
   if (*tables == *own) return {};
   return source.Fail(ErrorCode::Unsupported, Task::Save, "it has tables of other programs");

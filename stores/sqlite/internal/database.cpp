@@ -2,6 +2,7 @@
 #include <stores/sqlite/internal/database.h>
 #include <stores/sqlite/internal/log.h>
 #include <stores/sqlite/internal/schema.h>
+#include <stores/sqlite/internal/stale_log.h>
 
 #include <algorithm>
 #include <limits>
@@ -88,8 +89,19 @@ Result<std::unique_ptr<Database>> Database::OpenOnce(const std::string& path,
   if (const int code = database->Connect(options); code != SQLITE_OK) {
     return database->Fail(code, Task::Open);
   }
+  if (had_log) {
+    Result<bool> is_stale = HasStaleLog(*database);
+    if (!is_stale) return std::move(is_stale).error();
+    if (*is_stale) {
+      return database->Fail(ErrorCode::Damaged, Task::Open,
+                            "\"" + path +
+                                "-wal\" belongs to another version of it; "
+                                "move that file away to open this version");
+    }
+  }
   Status status = database->Configure(options);
   if (status) status = PrepareSchema(*database, options.create && !options.readOnly);
+  if (status && had_log) status = CheckLength(*database);
   if (!status) return std::move(status).error();
   Result<bool> lacks_log = LacksLog(*database, had_log || options.acceptMissingLog);
   if (!lacks_log) return std::move(lacks_log).error();
@@ -203,6 +215,13 @@ Statement Database::Use(Query query, Task task) {
                               SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
   }
   return Statement(*this, task, statement, code);
+}
+
+Result<std::int64_t> Database::NumberOf(Query query, Task task) {
+  Statement statement = Use(query, task);
+  Result<bool> row = statement.Step();
+  if (!row) return std::move(row).error();
+  return *row ? statement.Number(0).value_or(0) : 0;
 }
 
 Status Database::Execute(std::string_view statements, Task task) {

@@ -32,6 +32,8 @@ class Database {
 
   /// Begins a run of a statement. Two runs of one statement don't overlap.
   Statement Use(Query query, Task task);
+  /// Runs a statement that has no parameters and returns the number in its row, 0 if there is none.
+  Result<std::int64_t> NumberOf(Query query, Task task);
   /// Runs statements that have no parameters, one after the other, with the prefix in place of "$".
   Status Execute(std::string_view statements, Task task);
   std::string WithPrefix(std::string_view text) const { return Sqlite::WithPrefix(text, m_prefix); }

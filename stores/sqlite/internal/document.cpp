@@ -63,12 +63,21 @@ Status Document::RelyOnObjects() {
   return {};
 }
 
-Status Document::CheckRemovals() {
-  if (!m_removalsSeen) return {};
+/// Returns true if objects that the save relies on may have been removed. What was written for it
+/// may name them, so it must not get into the file: who asks next would take it for whole.
+Result<bool> Document::IsBroken() {
+  if (!m_removalsSeen) return false;
   Result<std::uint64_t> removals = ReadMeta(*m_database, Meta::Removals);
   if (!removals) return std::move(removals).error();
-  m_isStale = m_isStale || *removals != *m_removalsSeen;
-  if (!m_isStale) return {};
+  return m_isStale || *removals != *m_removalsSeen;
+}
+
+Status Document::CheckRemovals() {
+  Result<bool> is_broken = IsBroken();
+  if (!is_broken) return std::move(is_broken).error();
+  if (!*is_broken) return {};
+  m_isStale = true;
+  m_pending.Clear();
   Error error;
   error.code = ErrorCode::Busy;
   error.message = "objects that the save relies on may have been removed meanwhile";
@@ -171,13 +180,19 @@ Status Document::Write(std::span<const StoredObject> objects) {
   return {};
 }
 
-/// Can be repeated after any failure: objects that are in the file by now are skipped.
+/// Can be repeated after any failure: objects that are in the file by now are skipped. Those of a
+/// save that a removal has broken are dropped; the next move of heads fails, and they are missing.
 Status Document::WritePending() {
   if (m_pending.Entries().empty()) return {};
   WriteTransaction transaction(*m_database);
   Status status = transaction.Begin();
-  if (status) status = m_objects.Insert(m_pending.Entries());
-  if (status) status = transaction.Commit();
+  if (!status) return status;
+  Result<bool> is_broken = IsBroken();
+  if (!is_broken) return std::move(is_broken).error();
+  if (!*is_broken) {
+    status = m_objects.Insert(m_pending.Entries());
+    if (status) status = transaction.Commit();
+  }
   if (status) m_pending.Clear();
   return status;
 }

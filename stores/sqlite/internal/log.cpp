@@ -3,6 +3,7 @@
 #include <stores/sqlite/internal/meta.h>
 #include <stores/sqlite/internal/transaction.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <utility>
@@ -16,6 +17,16 @@ Status SetMark(Database& database, std::uint64_t mark) {
   Status status = transaction.Begin();
   if (status) status = WriteMeta(database, Meta::Log, mark);
   return status ? transaction.Commit() : status;
+}
+
+/// Returns the size of the file or of its log; 0 if there is none.
+std::int64_t SizeOf(Database& database, int which) {
+  sqlite3_file* file = nullptr;
+  sqlite3_int64 size = 0;
+  sqlite3_file_control(database.Connection(), "main", which, &file);
+  const bool is_open = file != nullptr && file->pMethods != nullptr;
+  if (!is_open || file->pMethods->xFileSize(file, &size) != SQLITE_OK) return 0;
+  return size;
 }
 
 }  // namespace
@@ -70,6 +81,20 @@ void LeaveLog(Database& database) {
   if (status) status = database.Execute("PRAGMA main.journal_mode = DELETE", Task::Save);
   // Another connection goes on with the log.
   if (!status) status = SetMark(database, 1);
+}
+
+Status CheckLength(Database& database) {
+  ReadTransaction transaction(database);
+  if (Status status = transaction.Begin(); !status) return status;
+  const Result<std::int64_t> pages = database.NumberOf(Query::CountPages, Task::Open);
+  if (!pages) return pages.error();
+  const Result<std::int64_t> page_size = database.NumberOf(Query::PageSize, Task::Open);
+  if (!page_size) return page_size.error();
+  const std::int64_t size =
+      SizeOf(database, SQLITE_FCNTL_FILE_POINTER) + SizeOf(database, SQLITE_FCNTL_JOURNAL_POINTER);
+  return *pages <= size / std::max<std::int64_t>(*page_size, 1)
+             ? Status()
+             : Status(database.Fail(ErrorCode::Damaged, Task::Open, "its content is damaged"));
 }
 
 Result<bool> LacksLog(Database& database, bool hadLog) {

@@ -24,6 +24,10 @@ Status MarkLog(Database& database);
 /// Otherwise the log stays, and the last connection removes it.
 void LeaveLog(Database& database);
 
+/// Fails with `Damaged` if the log says that the file has more pages than both have bytes for. The
+/// next change would make the file as long as that.
+Status CheckLength(Database& database);
+
 /// Returns true if changes were in a log that `hadLog` says wasn't there when the file was opened.
 Result<bool> LacksLog(Database& database, bool hadLog);
 

@@ -18,6 +18,8 @@ const char* TextOf(Query query) noexcept {
       return "PRAGMA main.journal_mode";
     case Query::CountPages:
       return "PRAGMA main.page_count";
+    case Query::PageSize:
+      return "PRAGMA main.page_size";
     case Query::CountFreePages:
       return "PRAGMA main.freelist_count";
     case Query::BeginReading:

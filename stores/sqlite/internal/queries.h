@@ -15,6 +15,7 @@ enum class Query {
   TableText,
   JournalMode,
   CountPages,
+  PageSize,
   CountFreePages,
   BeginReading,
   BeginWriting,

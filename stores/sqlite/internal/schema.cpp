@@ -74,16 +74,9 @@ struct Mark {
   bool IsOfEmptyFile() const noexcept { return applicationId == 0 && version == 0 && tables == 0; }
 };
 
-Result<std::int64_t> NumberOf(Database& database, Query query) {
-  Statement statement = database.Use(query, Task::Open);
-  Result<bool> row = statement.Step();
-  if (!row) return std::move(row).error();
-  return statement.Number(0).value_or(0);
-}
-
 /// A host's database has numbers of its own, so that the version of the tables is one of them.
 Result<Mark> ReadAttachedMark(Database& database) {
-  Result<std::int64_t> tables = NumberOf(database, Query::CountOwnTables);
+  Result<std::int64_t> tables = database.NumberOf(Query::CountOwnTables, Task::Open);
   if (!tables) return std::move(tables).error();
   if (*tables == 0) return Mark();
   Result<std::uint64_t> version = ReadMeta(database, Meta::Version);
@@ -93,11 +86,11 @@ Result<Mark> ReadAttachedMark(Database& database) {
 
 Result<Mark> ReadMark(Database& database) {
   if (database.IsAttached()) return ReadAttachedMark(database);
-  Result<std::int64_t> application_id = NumberOf(database, Query::ApplicationId);
+  Result<std::int64_t> application_id = database.NumberOf(Query::ApplicationId, Task::Open);
   if (!application_id) return std::move(application_id).error();
-  Result<std::int64_t> version = NumberOf(database, Query::UserVersion);
+  Result<std::int64_t> version = database.NumberOf(Query::UserVersion, Task::Open);
   if (!version) return std::move(version).error();
-  Result<std::int64_t> tables = NumberOf(database, Query::CountTables);
+  Result<std::int64_t> tables = database.NumberOf(Query::CountTables, Task::Open);
   if (!tables) return std::move(tables).error();
   return Mark{*application_id, *version, *tables};
 }
@@ -185,7 +178,7 @@ Status PrepareSchema(Database& database, bool create) {
 }
 
 Status UpdateSchema(Database& database) {
-  Result<std::int64_t> version = NumberOf(database, Query::UserVersion);
+  Result<std::int64_t> version = database.NumberOf(Query::UserVersion, Task::Open);
   if (database.IsAttached()) {
     Result<std::uint64_t> attached = ReadMeta(database, Meta::Version);
     if (!attached) return std::move(attached).error();

@@ -12,9 +12,8 @@ constexpr std::int64_t kFewestPages = 128;
 
 /// Returns 0 after a failure.
 std::int64_t CountOf(Database& database, Query query) {
-  Statement row = database.Use(query, Task::Save);
-  const Result<bool> found = row.Step();
-  return found && *found ? row.Number(0).value_or(0) : 0;
+  const Result<std::int64_t> count = database.NumberOf(query, Task::Save);
+  return count ? *count : 0;
 }
 
 }  // namespace

@@ -54,6 +54,8 @@ Reason ReasonOf(sqlite3* database, int code) {
       return {ErrorCode::Damaged, "its content is damaged"};
     case SQLITE_ERROR:
       return {ErrorCode::Damaged, "its tables aren't those of a document"};
+    case SQLITE_NOMEM:
+      return {ErrorCode::Unavailable, "SQLite ran out of memory, or its content is damaged"};
     case SQLITE_TOOBIG:
       return {ErrorCode::Unsupported, "it can't hold so large an object"};
     case SQLITE_IOERR:
@@ -65,6 +67,14 @@ Reason ReasonOf(sqlite3* database, int code) {
     default:
       return {ErrorCode::Unavailable, "the system failed to read or write it"};
   }
+}
+
+/// SQLite says for some damaged files too that it is out of memory.
+bool IsOutOfMemory() {
+  constexpr sqlite3_uint64 kLittleBytes = sqlite3_uint64{1} << 20;
+  void* memory = sqlite3_malloc64(kLittleBytes);
+  sqlite3_free(memory);
+  return memory == nullptr;
 }
 
 const char* VerbOf(Task task) {
@@ -95,7 +105,8 @@ Error ErrorFromSqlite(sqlite3* database, int code, Task task, const std::string&
   if (database && (sqlite3_extended_errcode(database) & 0xFF) == code) {
     code = sqlite3_extended_errcode(database);
   }
-  if ((code & 0xFF) == SQLITE_NOMEM || code == SQLITE_IOERR_NOMEM) throw std::bad_alloc();
+  const bool lacks_memory = (code & 0xFF) == SQLITE_NOMEM || code == SQLITE_IOERR_NOMEM;
+  if (lacks_memory && IsOutOfMemory()) throw std::bad_alloc();
   const Reason reason = ReasonOf(database, code);
   Error error = MakeError(reason.code, task, file, reason.text);
   error.cause = "SQLite " + std::to_string(code) + ": " +

@@ -12,7 +12,8 @@ namespace TalVcs::Kit::Sqlite {
 enum class Task { Open, Read, Save };
 
 /// Returns the error for a result code of SQLite other than success. `database` may be null; the
-/// code is the last one that it returned. Out of memory is thrown as `std::bad_alloc`.
+/// code is the last one that it returned. Out of memory is thrown as `std::bad_alloc`; where
+/// SQLite says so of a damaged file although there is memory, the error is `Unavailable`.
 Error ErrorFromSqlite(sqlite3* database, int code, Task task, const std::string& file);
 
 /// Returns an error of `code` about `file`, whose message ends with `reason`.

@@ -65,6 +65,27 @@ TEST_P(ObjectStoreSuite, SaveIsBusyAfterAnotherStoreObjectHasRemovedObjects) {
   EXPECT_EQ(ReadOne(Store(), m_one.id), std::string("blob 3\0one", 10));
 }
 
+// A reader takes what is below a commit for whole as soon as the store has the commit.
+TEST_P(ObjectStoreSuite, SaveThatARemovalBreaksLeavesNothingThatNamesWhatIsGone) {
+  if (RefusesRemovals()) return;
+  if (IsUsedAlone()) return;
+  const std::unique_ptr<IObjectStore> other = OpenAgain();
+  EXPECT_EQ(other->Missing({{m_firstCommit.id, m_secondCommit.id}}).value().size(), 2U);
+  Write(*other, {m_firstCommit});
+  ASSERT_TRUE(RemoveAllBut(Store(), {m_two.id}).ok());
+  if (Store().Missing({{m_firstCommit.id}}).value().empty()) return;
+  Write(*other, {m_secondCommit});
+  const Status moved = Move(*other, {{"master", Id(), m_secondCommit.id}});
+  if (moved) {
+    // The store kept the first commit in memory, and has put both into its place now.
+    EXPECT_EQ(ReadHistory(*other, m_secondCommit.id, 5).size(), 2U);
+    return;
+  }
+  ExpectFails(moved, ErrorCode::Busy);
+  EXPECT_EQ(other->Missing({{m_firstCommit.id, m_secondCommit.id}}).value(),
+            (std::vector<Id>{m_firstCommit.id, m_secondCommit.id}));
+}
+
 TEST_P(ObjectStoreSuite, NobodyElseMovesHeadsDuringAMark) {
   if (RefusesRemovals()) return;
   if (IsUsedAlone()) return;

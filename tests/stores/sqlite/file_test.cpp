@@ -9,7 +9,10 @@
 #include <tests/stores/sqlite/simulated_disk.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -81,6 +84,40 @@ class SqliteFile : public testing::Test {
 };
 
 using SqliteLog = SqliteFile;
+
+void PutNumber(std::string& bytes, std::size_t position, std::uint32_t number) {
+  for (std::size_t index = 0; index < 4; ++index) {
+    bytes[position + index] = static_cast<char>(number >> (24 - 8 * index));
+  }
+}
+
+/// Adds bytes to the two sums of a log, whose words have their lowest byte first.
+void AddToSums(const std::string& bytes, std::size_t from, std::size_t size,
+               std::array<std::uint32_t, 2>& sums) {
+  for (std::size_t word = 0; word < size / 4; ++word) {
+    std::uint32_t number = 0;
+    for (std::size_t index = 4; index-- > 0;) {
+      number = number << 8 | static_cast<unsigned char>(bytes[from + 4 * word + index]);
+    }
+    sums[word % 2] += number + sums[1 - word % 2];
+  }
+}
+
+/// Returns a log of pages of 512 bytes in which each transaction says that the file has so many
+/// pages at its end, with the sums that fit.
+std::string LogWithPageCount(std::string log, std::uint32_t count) {
+  constexpr std::size_t kFrame = 24 + 512;
+  std::array<std::uint32_t, 2> sums{};
+  AddToSums(log, 0, 24, sums);
+  for (std::size_t at = 32; at + kFrame <= log.size(); at += kFrame) {
+    if (log.substr(at + 4, 4) != std::string(4, '\0')) PutNumber(log, at + 4, count);
+    AddToSums(log, at, 8, sums);
+    AddToSums(log, at + 24, 512, sums);
+    PutNumber(log, at + 16, sums[0]);
+    PutNumber(log, at + 20, sums[1]);
+  }
+  return log;
+}
 
 TEST_F(SqliteLog, NothingIsBesideAClosedDocument) {
   SqliteStore store = Open(kWithLog);
@@ -165,6 +202,64 @@ TEST_F(SqliteLog, DocumentWithoutItsLogIsRefusedUntilTheLogIsBack) {
     EXPECT_EQ(DescribeFile(m_path), kNewState);
     EXPECT_EQ(CountFiles(m_folder.Path()), 1);
   }
+}
+
+// A file synchroniser has put another version in the place of the document and left the log.
+TEST_F(SqliteLog, LogOfAnotherVersionIsRefusedAndStays) {
+  SaveDocument();
+  const std::string other = ReadWhole(m_path);
+  SaveNewStateAndDie(false);
+  const std::string log = ReadWhole(Beside("-wal"));
+  WriteWhole(m_path, other);
+  const Result<SqliteStore> store = SqliteStore::Open(m_path);
+  ASSERT_FALSE(store.ok());
+  EXPECT_EQ(store.error().code, ErrorCode::Damaged);
+  EXPECT_NE(store.error().message.find("document.tal-wal\" belongs to another version"),
+            std::string::npos);
+  EXPECT_EQ(ReadWhole(m_path), other);
+  EXPECT_EQ(ReadWhole(Beside("-wal")), log);
+  std::filesystem::remove(Beside("-wal"));
+  std::filesystem::remove(Beside("-shm"));
+  EXPECT_EQ(DescribeFile(m_path), kOldState);
+}
+
+// After a loss of power the file may say that it has no log although the log is still there.
+TEST_F(SqliteLog, LogWithoutNewsIsNoHarm) {
+  SaveDocument();
+  SaveNewStateAndDie(true);
+  std::string file = ReadWhole(m_path);
+  ASSERT_EQ(file.substr(18, 2), "\x02\x02");
+  WriteWhole(m_path, file.replace(18, 2, "\x01\x01"));
+  EXPECT_EQ(DescribeFile(m_path), kNewState);
+  EXPECT_EQ(CountFiles(m_folder.Path()), 1);
+}
+
+TEST_F(SqliteLog, IncompleteLogOfAnotherVersionIsNoHarm) {
+  SaveDocument();
+  const std::string other = ReadWhole(m_path);
+  SaveNewStateAndDie(false);
+  const std::string log = ReadWhole(Beside("-wal"));
+  for (const std::size_t size : {std::size_t{1}, std::size_t{32}, std::size_t{32 + 24 + 512 - 1}}) {
+    std::filesystem::remove(Beside("-shm"));
+    WriteWhole(m_path, other);
+    WriteWhole(Beside("-wal"), log.substr(0, size));
+    EXPECT_EQ(DescribeFile(m_path), kOldState) << size;
+  }
+}
+
+TEST_F(SqliteLog, LogThatMakesTheFileLongIsRefused) {
+  SaveDocument();
+  SaveNewStateAndDie(false);
+  constexpr std::uint32_t kPages = 1U << 30;
+  std::string document = ReadWhole(m_path);
+  PutNumber(document, 28, kPages);
+  WriteWhole(m_path, document);
+  WriteWhole(Beside("-wal"), LogWithPageCount(ReadWhole(Beside("-wal")), kPages));
+  std::filesystem::remove(Beside("-shm"));
+  const Result<SqliteStore> store = SqliteStore::Open(m_path);
+  ASSERT_FALSE(store.ok());
+  EXPECT_EQ(store.error().code, ErrorCode::Damaged);
+  EXPECT_EQ(ReadWhole(m_path), document);
 }
 
 TEST_F(SqliteLog, DocumentWhoseLogAnotherProgramRemovedOpensOnRequest) {
