@@ -112,11 +112,47 @@ void SelectBare(PGconn* server) {
   PQclear(result);
 }
 
+/// One number for each round.
+using Seconds = std::vector<double>;
+
+double Median(Seconds seconds) {
+  std::sort(seconds.begin(), seconds.end());
+  return seconds[seconds.size() / 2];
+}
+
+/// Prints the medians of two measurements that took turns, and of their ratio in each round.
+void Print(const char* name, const Seconds& seconds, const char* bare, const Seconds& against) {
+  Seconds ratios;
+  for (std::size_t round = 0; round < seconds.size(); ++round) {
+    ratios.push_back(seconds[round] / against[round]);
+  }
+  std::printf("%s %.2f s, %s %.2f s, ratio %.2f\n", name, Median(seconds), bare, Median(against),
+              Median(ratios));
+}
+
+/// Saves as a host does: what is missing, in batches of a few megabytes, then the head.
+void Save(Kit::PostgresStore& store, const std::vector<Kit::StoredObject>& objects,
+          const std::vector<Id>& ids) {
+  if (store.Missing(ids).value().size() != ids.size()) Fail("the repository isn't empty");
+  constexpr std::size_t kBatch = 2048;
+  for (std::size_t first = 0; first < objects.size(); first += kBatch) {
+    Require(
+        store.Write(std::span(objects).subspan(first, std::min(kBatch, objects.size() - first))));
+  }
+  Require(store.MoveHeads({{Kit::HeadMove{"master", Id(), objects.front().id}}}));
+}
+
+void ReadAll(Kit::PostgresStore& store, const std::vector<Id>& ids) {
+  std::size_t found = 0;
+  Require(store.Read(ids, [&](const Id&, Kit::Result<Buffer> packed) { found += packed.ok(); }));
+  if (found != ids.size()) Fail("objects are missing");
+}
+
 }  // namespace
 
-/// Usage: talvcs_postgres_bench CONNECTION COUNT
+/// Usage: talvcs_postgres_bench CONNECTION COUNT ROUNDS
 int main(int count, char** arguments) {
-  if (count != 3) return 2;
+  if (count != 4) return 2;
   const std::string connection = arguments[1];
   const std::vector<Kit::StoredObject> objects = MakeObjects(std::atoi(arguments[2]));
   std::uint64_t bytes = 0;
@@ -125,33 +161,26 @@ int main(int count, char** arguments) {
     bytes += object.packed.GetSize();
     ids.push_back(object.id);
   }
-  const Server server(PQconnectdb(connection.c_str()), &PQfinish);
-  const double copy = SecondsOf([&] { CopyBare(server.get(), objects); });
-  Kit::PostgresStore store = Kit::PostgresStore::Open(connection, "bench").value();
-  const double write = SecondsOf([&] {
-    // As a save does: what is missing, in batches of a few megabytes, then the head.
-    if (store.Missing(ids).value().size() != ids.size()) Fail("the repository isn't empty");
-    constexpr std::size_t kBatch = 2048;
-    for (std::size_t first = 0; first < objects.size(); first += kBatch) {
-      Require(
-          store.Write(std::span(objects).subspan(first, std::min(kBatch, objects.size() - first))));
-    }
-    Require(store.MoveHeads({{Kit::HeadMove{"master", Id(), objects.front().id}}}));
-  });
-  Run(server.get(), "ANALYZE");
-  const double select = SecondsOf([&] { SelectBare(server.get()); });
-  std::size_t found = 0;
-  const double read = SecondsOf([&] {
-    Require(store.Read(ids, [&](const Id&, Kit::Result<Buffer> packed) { found += packed.ok(); }));
-  });
-  if (found != ids.size()) Fail("objects are missing");
-  const double missing = SecondsOf([&] {
-    if (!store.Missing(ids).value().empty()) Fail("objects are missing");
-  });
   std::printf("objects %zu, packed bytes %llu\n", objects.size(),
               static_cast<unsigned long long>(bytes));
-  std::printf("COPY %.2f s, save %.2f s, ratio %.2f\n", copy, write, write / copy);
-  std::printf("SELECT %.2f s, read %.2f s, ratio %.2f\n", select, read, read / select);
-  std::printf("look for all of them %.2f s\n", missing);
+  const Server server(PQconnectdb(connection.c_str()), &PQfinish);
+  Run(server.get(), "SET client_min_messages = warning");
+  Seconds copy, save, select, read, look;
+  for (int round = 0; round < std::atoi(arguments[3]); ++round) {
+    Run(server.get(), "DROP TABLE IF EXISTS bare");
+    copy.push_back(SecondsOf([&] { CopyBare(server.get(), objects); }));
+    const std::string name = "bench " + std::to_string(round);
+    Kit::PostgresStore store = Kit::PostgresStore::Open(connection, name).value();
+    save.push_back(SecondsOf([&] { Save(store, objects, ids); }));
+    Run(server.get(), "ANALYZE");
+    select.push_back(SecondsOf([&] { SelectBare(server.get()); }));
+    read.push_back(SecondsOf([&] { ReadAll(store, ids); }));
+    look.push_back(SecondsOf([&] {
+      if (!store.Missing(ids).value().empty()) Fail("objects are missing");
+    }));
+  }
+  Print("save", save, "COPY", copy);
+  Print("read", read, "SELECT", select);
+  std::printf("look for all of them %.2f s\n", Median(look));
   return 0;
 }
