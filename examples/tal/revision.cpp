@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <charconv>
 #include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace Tal {
 namespace {
@@ -16,13 +19,16 @@ constexpr const char* kHead = "HEAD";
 std::optional<Version> FindById(Kit::Workspace& document, const std::string& prefix) {
   const bool is_hex = prefix.find_first_not_of("0123456789abcdef") == std::string::npos;
   if (!is_hex || prefix.size() < kLeastIdCharacters) return std::nullopt;
-  std::optional<Version> found;
+  std::vector<Version> found;
   for (Version& version : document.Log({.allBranches = true, .limit = UINT64_MAX}).value()) {
-    if (!ToUtf8(version.id).starts_with(prefix)) continue;
-    if (found) throw Failure("more than one commit has an id that begins with " + prefix);
-    found = std::move(version);
+    if (ToUtf8(version.id).starts_with(prefix)) found.push_back(std::move(version));
   }
-  return found;
+  if (found.empty()) return std::nullopt;
+  if (found.size() == 1) return std::move(found.front());
+  std::string text = "more than one commit has an id that begins with " + prefix + ":";
+  for (const Version& version : found)
+    text += "\n  " + ToUtf8(version.id) + " " + Printable(version.summary);
+  throw Failure(text);
 }
 
 std::optional<Version> FindExactly(Session& session, const std::string& name) {

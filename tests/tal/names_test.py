@@ -200,5 +200,38 @@ class Json(TalTest):
             json.loads(self.tal(*arguments, "--json", code=code))
 
 
+class ShortIds(TalTest):
+    """A history of so many commits that some ids begin alike."""
+
+    def setUp(self):
+        super().setUp()
+        self.tal("init")
+        stream = "".join(
+            f"commit refs/heads/master\ncommitter Ann <ann@example.org> {1700000000 + number} +0000\n"
+            f"data {len(str(number))}\n{number}\nM 100644 inline f\ndata {len(str(number))}\n{number}\n"
+            for number in range(600))
+        (self.scratch / "stream").write_text(stream)
+        self.tal("import-git", str(self.scratch / "stream"))
+        self.versions = self.read_json("log", "master")
+
+    def test_a_prefix_that_is_not_unique_lists_the_commits(self):
+        ids = sorted(version["id"] for version in self.versions)
+        alike = [(a, b) for a, b in zip(ids, ids[1:]) if a[:4] == b[:4]]
+        self.assertNotEqual(alike, [])
+        first, second = alike[0]
+        self.tal("show", first[:4], code=DIFFERS)
+        self.assertIn(first, self.talk)
+        self.assertIn(second, self.talk)
+        self.assertEqual(self.read_json("show", first[:12])["id"], first)
+
+    def test_ids_that_are_shown_are_accepted(self):
+        shown = self.tal("log", "--graph", "master").splitlines()
+        self.assertEqual(len(shown), 600)
+        for line, version in list(zip(shown, self.versions))[::150]:
+            short = line.split()[1]
+            self.assertGreaterEqual(len(short), 7)
+            self.assertEqual(self.read_json("show", short)["id"], version["id"])
+
+
 if __name__ == "__main__":
     unittest.main()
