@@ -171,8 +171,9 @@ void HistoryGraph::Sort() {
 }
 
 std::span<const HistoryGraph::Merge> HistoryGraph::MergesOf(Index index) const {
-  const auto merges = std::ranges::equal_range(m_merges, index, {}, &Merge::first);
-  return {merges.begin(), merges.end()};
+  const auto first = std::ranges::lower_bound(m_merges, index, {}, &Merge::first);
+  const auto last = std::ranges::upper_bound(m_merges, index, {}, &Merge::first);
+  return {first, last};
 }
 
 std::vector<HistoryGraph::Index> HistoryGraph::ByTime() const {
