@@ -266,9 +266,9 @@ Status DirectoryObjectStore::Write(std::span<const StoredObject> objects) {
   if (bad != objects.end()) return NotAnObjectId(bad->id);
   Impl::Writing writing;
   if (Status status = m_impl->BeginWriting(writing); !status) return status;
-  m_impl->watch.Rely(m_impl->state.Get().removals);
-  // The next move of heads fails, and these are missing then.
-  if (m_impl->watch.IsBroken(m_impl->state.Get().removals)) return {};
+  const std::uint64_t removals = m_impl->state.Get().removals;
+  m_impl->watch.Rely(removals);
+  if (!m_impl->watch.MayGoOn(removals)) return ObjectsWereRemoved();
   const Result<bool> begun = m_impl->objects.BeginWriting();
   if (!begun) return begun.error();
   return m_impl->objects.Write(objects);
@@ -286,7 +286,7 @@ Status DirectoryObjectStore::MoveHeads(std::span<const HeadMove> moves) {
   if (Status status = m_impl->BeginWriting(writing); !status) return status;
   const JournalState& state = m_impl->state.Get();
   if (Status status = CheckMoves(state.heads, moves); !status) return status;
-  if (!m_impl->watch.MayMove(state.removals)) return ObjectsWereRemoved();
+  if (!m_impl->watch.MayGoOn(state.removals)) return ObjectsWereRemoved();
   // What a failed write has removed again may have been found meanwhile.
   const Result<bool> kept = m_impl->objects.BeginWriting();
   if (!kept) return kept.error();

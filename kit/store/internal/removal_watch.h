@@ -21,14 +21,10 @@ class RemovalWatch {
     m_stale = false;
   }
 
-  /// True if the save relies on objects that may be gone while the store counts `removals`. What is
-  /// written for it could name them, and would be taken for whole later.
-  bool IsBroken(std::uint64_t removals) const noexcept {
-    return !m_stale && m_removals && *m_removals != removals;
-  }
-
-  /// True if the heads may move while the store counts `removals`.
-  bool MayMove(std::uint64_t removals) noexcept {
+  /// True if the save may write objects and move heads while the store counts `removals`. Otherwise
+  /// what it relies on may be gone. Objects that name it must not be written, since a later save
+  /// would take them for whole; the save has failed.
+  bool MayGoOn(std::uint64_t removals) noexcept {
     m_stale = m_stale || (m_removals && *m_removals != removals);
     return !m_stale;
   }

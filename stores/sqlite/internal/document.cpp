@@ -63,19 +63,13 @@ Status Document::RelyOnObjects() {
   return {};
 }
 
-/// Returns true if objects that the save relies on may have been removed. What was written for it
+/// Fails with `Busy` if objects that the save relies on may have been removed. What was written for it
 /// may name them, so it must not get into the file: who asks next would take it for whole.
-Result<bool> Document::IsBroken() {
-  if (!m_removalsSeen) return false;
+Status Document::CheckRemovals() {
+  if (!m_removalsSeen) return {};
   Result<std::uint64_t> removals = ReadMeta(*m_database, Meta::Removals);
   if (!removals) return std::move(removals).error();
-  return m_isStale || *removals != *m_removalsSeen;
-}
-
-Status Document::CheckRemovals() {
-  Result<bool> is_broken = IsBroken();
-  if (!is_broken) return std::move(is_broken).error();
-  if (!*is_broken) return {};
+  if (!m_isStale && *removals == *m_removalsSeen) return {};
   m_isStale = true;
   m_pending.Clear();
   Error error;
@@ -181,18 +175,15 @@ Status Document::Write(std::span<const StoredObject> objects) {
 }
 
 /// Can be repeated after any failure: objects that are in the file by now are skipped. Those of a
-/// save that a removal has broken are dropped; the next move of heads fails, and they are missing.
+/// save that a removal has broken are dropped.
 Status Document::WritePending() {
   if (m_pending.Entries().empty()) return {};
   WriteTransaction transaction(*m_database);
   Status status = transaction.Begin();
   if (!status) return status;
-  Result<bool> is_broken = IsBroken();
-  if (!is_broken) return std::move(is_broken).error();
-  if (!*is_broken) {
-    status = m_objects.Insert(m_pending.Entries());
-    if (status) status = transaction.Commit();
-  }
+  status = CheckRemovals();
+  if (status) status = m_objects.Insert(m_pending.Entries());
+  if (status) status = transaction.Commit();
   if (status) m_pending.Clear();
   return status;
 }

@@ -53,7 +53,6 @@ class Document {
   Result<Buffer> ReadOne(const Id& id);
   Result<std::span<const Id>> ReadBatch(std::span<const Id> ids, Found& found);
   Status RelyOnObjects();
-  Result<bool> IsBroken();
   Status CheckRemovals();
   Result<RemovedObjects> RemoveAllBut(std::span<const Id> marked);
 

@@ -218,8 +218,9 @@ TEST_P(ObjectStoreSuite, WriteAfterARemovalDoesNotHideIt) {
   if (RefusesRemovals()) return;
   Write(Store(), {m_one, m_two});
   ASSERT_TRUE(RemoveAllBut(Store(), {}).ok());
-  Write(Store(), {m_one});
-  ExpectFails(Move(Store(), {{"master", Id(), m_two.id}}), ErrorCode::Busy);
+  Status moved = Store().Write({{m_one}});
+  if (moved) moved = Move(Store(), {{"master", Id(), m_two.id}});
+  ExpectFails(moved, ErrorCode::Busy);
   // A store may ask for the first one again: what it names may have been removed before.
   std::vector<Id> missing = Store().Missing({{m_one.id, m_two.id}}).value();
   std::erase(missing, m_one.id);

@@ -120,8 +120,9 @@ class Sharing(unittest.TestCase):
         with Proxy(server) as proxy:
             proxy.cut_at(None)
             self.assertEqual(len(self.log(proxy.connection())), 40)
-            # The connection, the session, the heads, the history; and the client's farewell.
-            self.assertEqual(proxy.turns, 5)
+            # The connection, the session, the heads, the history; and the client's farewell, which
+            # the proxy may see later.
+            self.assertIn(proxy.turns, (4, 5))
 
     def test_edits_of_eight_processes_are_all_in_the_history(self):
         failures = self.edit_by_all(server.connection(), lambda editors: time.sleep(0.05))
