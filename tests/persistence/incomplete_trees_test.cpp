@@ -30,12 +30,17 @@ class IncompleteTrees : public StoreTest {
     store.PutBranch("master", FakeId(3));
   }
 
-  /// Returns the listing of the loaded commit with this description.
-  std::string ListingOfCommit(const char* description) const {
+  /// Returns the loaded commit with this description, or null.
+  cow_ptr<Commit> CommitOf(const char* description) const {
     for (const auto& [id, commit] : loaded.GetStorage()->GetCommits()) {
-      if (Ascii(commit->GetDesciption()) == description) return ListingOf(commit);
+      if (Ascii(commit->GetDesciption()) == description) return commit;
     }
-    return "no commit";
+    return nullptr;
+  }
+  /// Returns its listing.
+  std::string ListingOfCommit(const char* description) const {
+    const cow_ptr<Commit> commit = CommitOf(description);
+    return commit ? ListingOf(commit) : "no commit";
   }
 
   std::string m_x;
@@ -78,6 +83,24 @@ TEST_F(IncompleteTrees, TreeAboveIsReadAgainToo) {
   EXPECT_FALSE(Load());
   EXPECT_EQ(ListingOfCommit("newer"), "c/d/b=x");
   EXPECT_EQ(ListingOfCommit("older"), "c/d/A/b=x c/d/b=x");
+  EXPECT_EQ(store.MostOpensOfOneStream(), 1U);
+}
+
+// The commit without a tree gets the root of the head, and stores it.
+TEST_F(IncompleteTrees, TreeIsReadAgainOnceTheRootOfTheHeadIsStored) {
+  Commit head(&loaded, false);
+  head.AddBlob(&loaded, {}, Blob());
+  ASSERT_TRUE(loaded.DoCommit(head));
+  const std::string empty = IdOf(Tree());
+  ASSERT_FALSE(loaded.GetTreeFromStorage(Id(Wide(empty))));
+  store.PutObject(FakeId(1), Packed("tree", Record("tree", "A", empty) + Record("blob", "b", m_x)));
+  store.PutObject(FakeId(2), Packed("commit", CommitText(FakeId(1), "", "oldest")));
+  store.PutObject(FakeId(3), Packed("commit", CommitText("", FakeId(2), "between")));
+  store.PutObject(FakeId(4), Packed("commit", CommitText(FakeId(1), FakeId(3), "newest")));
+  store.PutBranch("topic", FakeId(4));
+  EXPECT_FALSE(Load());
+  EXPECT_FALSE(CommitOf("newest")->GetTree(TAL_WIDE("A")));
+  EXPECT_TRUE(CommitOf("oldest")->GetTree(TAL_WIDE("A")));
   EXPECT_EQ(store.MostOpensOfOneStream(), 1U);
 }
 

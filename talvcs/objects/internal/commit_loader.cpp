@@ -49,7 +49,9 @@ cow_ptr<Commit> CommitLoader::Load(const Id& id, Id& parentId) {
   fresh.SetCommitTime(fields->time);
   fresh.SetCommitTimezoneBias(fields->bias);
   if (fields->treeId.empty()) {
+    // The commit has the root of the head, which may not have been stored yet.
     CommitAccess::RebuildTree(fresh, m_repository);
+    m_trees.NoteStored(CommitAccess::PresentRoot(fresh));
     return commit;
   }
   cow_ptr<CommitTree> handle;

@@ -29,6 +29,10 @@ class TreeLoader {
   /// `previous`, the root of another state, which may be null.
   cow_ptr<Tree> Load(const Id& id, const cow_ptr<Tree>& previous);
 
+  /// Notes a tree that may have been stored by now. Trees that lack it are then read again. Null
+  /// does nothing.
+  void NoteStored(const cow_ptr<Tree>& stored);
+
  private:
   struct OpenTree;
 
@@ -43,7 +47,6 @@ class TreeLoader {
                   const cow_ptr<Tree>& subtree);
   cow_ptr<Tree> Close(OpenTree& tree);
   void NoteDirectories(OpenTree& open, TalStringViewT<WideChar> path);
-  void NoteStored(const cow_ptr<Tree>& stored);
   void NoteStored(const cow_ptr<Blob>& stored);
 
   LoadTarget& m_target;
