@@ -17,6 +17,7 @@ using ObjectKey = IdBytes;
 /// Hashes a key by its first bytes. A hostile store can choose ids that have these in common, so it
 /// is for keys that one's own side has chosen.
 struct ObjectKeyHash {
+  /// Returns the hash of a key.
   std::size_t operator()(const ObjectKey& key) const noexcept {
     std::size_t hash = 0;
     std::memcpy(&hash, key.data(), sizeof(hash));

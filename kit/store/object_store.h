@@ -94,8 +94,8 @@ class TALVCS_KIT_API IObjectStore {
 
   /// Puts the objects into the store; one that is there already stays as it is. They are durable
   /// before a later `MoveHeads` moves any head. What was written and is named by no head may be
-  /// removed by a later `RemoveUnmarked`. May fail with `Busy` where `MoveHeads` would, and begins a
-  /// new save then as well.
+  /// removed by a later `RemoveUnmarked`. May fail with `Busy` where `MoveHeads` would, and begins
+  /// a new save then as well.
   virtual Status Write(std::span<const StoredObject> objects) = 0;
 
   /// Returns all branches, sorted by the bytes of their names.

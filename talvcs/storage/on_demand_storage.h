@@ -71,8 +71,8 @@ class TALVCS_API OnDemandStorage : public IObjectsStorage {
 
   /// A subtree of a tree.
   struct Subtree {
-    cow_ptr<Tree> tree;
-    TalStringT<WideChar> name;
+    cow_ptr<Tree> tree;         ///< The directory that it is in; may be null.
+    TalStringT<WideChar> name;  ///< Its name there, without "/".
   };
 
   /// Say what the caller reads next, so that one call of the reader serves all of it: the commits
