@@ -65,6 +65,8 @@ TEST(StringViewFind, GivesFirstMatchFromStart) {
   EXPECT_EQ(view.Find(TAL_WIDE("/"), 3), 3);
   EXPECT_EQ(view.Find(TAL_WIDE("/"), 4), 7);
   EXPECT_EQ(view.Find(TAL_WIDE("/"), 8), -1);
+  EXPECT_EQ(view.Find(TAL_WIDE(""), view.length), view.length);
+  EXPECT_EQ(view.Find(TAL_WIDE(""), view.length + 1), -1);
   EXPECT_EQ(view.Find(TAL_WIDE("three"), 0, CompareCase::Sensitive), 8);
 }
 

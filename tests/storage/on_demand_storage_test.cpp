@@ -61,6 +61,12 @@ TEST_F(OnDemand, OpeningReadsNothing) {
   EXPECT_EQ(m_storage->GetCommitCount(), 0U);
 }
 
+TEST_F(OnDemand, BranchWithoutANameIsNotCreated) {
+  const auto repository = Open();
+  EXPECT_FALSE(m_storage->CreateBranch(TalStringViewT<WideChar>(), nullptr));
+  EXPECT_FALSE(m_storage->BranchExist(TalStringViewT<WideChar>()));
+}
+
 TEST_F(OnDemand, ReadingOneFileReadsThePathToIt) {
   auto repository = Open();
   CommitFiles(*repository, {{"a/b", "1"}, {"a/c", "2"}, {"d/e", "3"}, {"f", "4"}});
