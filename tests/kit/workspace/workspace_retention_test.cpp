@@ -271,7 +271,7 @@ class PlainHistory {
   std::map<Id, Kit::Version> m_versions;
 };
 
-/// Returns what a rule has to keep: what it is told for each branch, heads, tags and bases.
+/// Returns what a rule has to keep: the versions wanted of each branch, heads, tags and bases.
 template <class KeptOfLine>
 std::set<Id> PlainChoice(const Kit::Workspace& workspace, const PlainHistory& history,
                          KeptOfLine kept_of_line) {
