@@ -63,8 +63,8 @@ Status Document::RelyOnObjects() {
   return {};
 }
 
-/// Fails with `Busy` if objects that the save relies on may have been removed. What was written for it
-/// may name them, so it must not get into the file: who asks next would take it for whole.
+/// Fails with `Busy` if objects that the save relies on may have been removed. What was written for
+/// it may name them, so it must not get into the file: who asks next would take it for whole.
 Status Document::CheckRemovals() {
   if (!m_removalsSeen) return {};
   Result<std::uint64_t> removals = ReadMeta(*m_database, Meta::Removals);
