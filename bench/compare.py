@@ -22,12 +22,14 @@ ROWS = [
     ("ids of blobs of 64 KiB together", "hash/many/65536", "µs", 0.78),
     ("import one by one, 10,000: a file", "import/perfile/10000", "µs", 1.96),
     ("import one by one, 100,000, shuffled: a file", "import/shuffled/100000", "µs", 1.93),
+    ("import in one batch, 10,000: a file", "import/batch/10000", "µs", None),
     ("import in one batch, 100,000: a file", "import/batch/100000", "µs", 2.37),
     ("one directory, one by one, 10,000: a file", "flat/perfile/10000", "µs", 1.25),
     ("one directory, in one batch, 10,000: a file", "flat/batch/10000", "µs", None),
     ("history, one by one, 10,000 files: a commit", "history/perfile/10000/1000", "µs", 1.78),
     ("history, batches, 10,000 files: a commit", "history/batch/10000/1000", "µs", None),
     ("diff, 100 of 100,000 files", "diff/100000", "ms", 3.33),
+    ("diff of 100,000 files against nothing", "diff/full/100000", "ms", None),
     ("merge, 190 of 100,000 files", "merge/100000", "ms", 2.94),
     ("common base, 100,000 commits apart", "mergebase/far/100000", "ms", 2.4),
     ("save 26,076 objects to memory", "save/stream/10000/1000", "ms", 1.43),
@@ -133,14 +135,19 @@ def table_lines(header, rows):
     return "\n".join("| " + " | ".join(line) + " |" for line in lines) + "\n"
 
 
-def compare(folder, rounds, pattern):
-    """Returns the tables of times and memory as text."""
+def compare(folder, rounds, pattern, before):
+    """Returns the tables of times and memory as text.
+
+    `before` is the folder of an earlier build, or None; its figures get two more columns.
+    """
     programs = {
         "ours": (folder / "talvcs_bench", ""),
         "floor": (folder / "talvcs_bench_floor", ""),
         "kept": (folder / "talvcs_bench_floor", "table/"),
         "peer": (folder / "talvcs_bench_libgit2", ""),
     }
+    if before:
+        programs["before"] = (before / "talvcs_bench", "")
     rows = [row for row in ROWS if re.search(pattern, row[1])]
     memory_rows = [row for row in MEMORY_ROWS if re.search(pattern, row[1])]
     names = dict.fromkeys([row[1] for row in rows] + [row[1] for row in memory_rows])
@@ -155,9 +162,13 @@ def compare(folder, rounds, pattern):
             line.append(number(None if value is None else value * UNITS[unit]))
         line += [times(ratio(of["ours"], of["floor"])), times(goal),
                  times(ratio(of["ours"], of["peer"]))]
+        if before:
+            line.append(times(ratio(of["ours"], of["before"])))
         table.append(line)
-    speed = table_lines(["workload", "unit", "TalVcs", "floor", "floor, kept", "libgit2",
-                         "TalVcs / floor", "goal", "TalVcs / libgit2"], table)
+    former = ["before"] if before else []
+    speed = table_lines(["workload", "unit", "TalVcs", "floor", "floor, kept", "libgit2", *former,
+                         "TalVcs / floor", "goal", "TalVcs / libgit2",
+                         *(f"TalVcs / {name}" for name in former)], table)
 
     table = []
     for title, name, figure, unit, goal in memory_rows:
@@ -212,11 +223,16 @@ def main():
     parser.add_argument("folder", type=pathlib.Path, help="where the benchmark programs lie")
     parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--filter", default="", help="regular expression for workload names")
+    parser.add_argument("--before", type=pathlib.Path,
+                        help="where the programs of an earlier build lie, to be compared too")
     parser.add_argument("--growth", action="store_true", help="show costs over sizes instead")
     parser.add_argument("--output", type=pathlib.Path, help="write the tables to this file too")
     options = parser.parse_args()
-    measure_all = grow if options.growth else compare
-    tables = "\n".join(measure_all(options.folder, options.rounds, options.filter))
+    if options.growth:
+        tables = grow(options.folder, options.rounds, options.filter)
+    else:
+        tables = compare(options.folder, options.rounds, options.filter, options.before)
+    tables = "\n".join(tables)
     print(tables)
     if options.output:
         options.output.write_text(tables, encoding="utf-8")

@@ -108,6 +108,18 @@ void ChangeFiles(benchmark::State& state, Order order) {
   }
 }
 
+/// Returns the paths that differ between two trees. `from` may be null, which is an empty tree.
+std::vector<std::string> ChangedPaths(git_repository* repository, git_tree* from, git_tree* to) {
+  git_diff* diff;
+  Check(git_diff_tree_to_tree(&diff, repository, from, to, nullptr));
+  std::vector<std::string> paths;
+  for (std::size_t i = 0; i < git_diff_num_deltas(diff); ++i) {
+    paths.emplace_back(git_diff_get_delta(diff, i)->new_file.path);
+  }
+  git_diff_free(diff);
+  return paths;
+}
+
 void BM_Diff(benchmark::State& state) {
   const auto count = static_cast<std::uint32_t>(state.range(0));
   PeerRepository repository;
@@ -124,17 +136,25 @@ void BM_Diff(benchmark::State& state) {
   const GitTree before = repository.GetTree(from);
   const GitTree after = repository.GetTree(repository.Edit(before.get(), edits));
   for (auto _ : state) {
-    std::vector<std::string> paths;
     Section section;
-    git_diff* diff;
-    Check(git_diff_tree_to_tree(&diff, repository.Get(), before.get(), after.get(), nullptr));
-    for (std::size_t i = 0; i < git_diff_num_deltas(diff); ++i) {
-      paths.emplace_back(git_diff_get_delta(diff, i)->new_file.path);
-    }
-    git_diff_free(diff);
+    const std::vector<std::string> paths =
+        ChangedPaths(repository.Get(), before.get(), after.get());
     section.Stop(state);
     section.Report(state, 1);
     Require(paths.size() == 100, "the number of paths");
+  }
+}
+
+void BM_DiffFull(benchmark::State& state) {
+  const auto count = static_cast<std::uint32_t>(state.range(0));
+  PeerRepository repository;
+  const GitTree tree = repository.GetTree(repository.BuildTree(Contents(count)));
+  for (auto _ : state) {
+    Section section;
+    const std::vector<std::string> paths = ChangedPaths(repository.Get(), nullptr, tree.get());
+    section.Stop(state);
+    section.Report(state, 1);
+    Require(paths.size() == count, "the number of paths");
   }
 }
 
@@ -357,6 +377,7 @@ BENCHMARK_CAPTURE(ChangeFiles, , Order::PerFile)
     ->Args({10000, 1000})
     ->Apply(Once);
 BENCHMARK(BM_Diff)->Name("diff")->Arg(10000)->Arg(100000)->Apply(Repeated);
+BENCHMARK(BM_DiffFull)->Name("diff/full")->Arg(10000)->Arg(100000)->Apply(Repeated);
 BENCHMARK(BM_Merge)->Name("merge")->Arg(10000)->Arg(100000)->Apply(Repeated);
 BENCHMARK(BM_MergeBase)->Name("mergebase/far")->Arg(10000)->Arg(100000)->Apply(Repeated);
 BENCHMARK(BM_Save)->Name("save/stream")->Args({10000, 1000})->Apply(Repeated);
