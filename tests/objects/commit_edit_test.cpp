@@ -131,6 +131,7 @@ TEST_F(CommitEdit, FailedAddKeepsWhatWasCached) {
   const std::string id = IdOf(commit);
   EXPECT_TRUE(commit.AddBlob(nullptr, TAL_WIDE("a"), BlobOf("x")) == nullptr);
   EXPECT_EQ(IdOf(commit), id);
+  EXPECT_EQ(Bytes(commit.GetData()), Bytes(Commit(nullptr, false).GetData()));
   EXPECT_EQ(RootIdOf(commit), kEmptyTreeId);
   commit.SetDescription(TAL_WIDE(""));
   EXPECT_EQ(IdOf(commit), "bbdc78b91a9e560567b7dcabf000956be23c5d85519859b7473a2f0911ac7b1a");

@@ -61,6 +61,10 @@ TEST_F(TreeListings, DeepPathsAreOneListSortedByCharacters) {
   EXPECT_EQ(Ascii(tree->GetDeepBlobPaths()), (Names{"a-b", "a/b-", "a/b/x", "a/c", "a0", "b"}));
 }
 
+TEST_F(TreeListings, DeepPathsOfTwoFilesAreSorted) {
+  EXPECT_EQ(Ascii(Of({{"a/c", "1"}, {"a-b", "2"}})->GetDeepBlobPaths()), (Names{"a-b", "a/c"}));
+}
+
 TEST_F(TreeListings, DeepPathsPassOverSubtreesWithoutBlobs) {
   Tree tree = TreeOf(&m_repository, {{"b", "1"}, {"a.x", "2"}});
   tree.AddTree(&m_repository, TAL_WIDE("a"), Tree());

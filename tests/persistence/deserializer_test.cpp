@@ -109,6 +109,36 @@ TEST_F(Deserialize, SharedHistoryAndContentIsReadOnce) {
   EXPECT_EQ(store.MostOpensOfOneStream(), 1u);
 }
 
+TEST_F(Deserialize, DamagedHistoryIsReadOnceAlthoughAWholeOneComesBetween) {
+  Repository source = NewOrdinaryRepository();
+  PlaceBranches(source, DrawHistory(source, "A-B; X-Y"), "a=B b=Y c=B");
+  ASSERT_TRUE(Serializer(&store, TAL_WIDE("doc")).Serialize(source.GetStorage()));
+  const TalStringT<WideChar> lost =
+      source.GetHead(TAL_WIDE("a"))->GetTree()->GetRootId().ToString();
+  ASSERT_EQ(store.streams.erase(MemoryBlobIo::ObjectPath(Ascii(lost))), 1u);
+  store.calls.clear();
+  EXPECT_FALSE(Load());
+  EXPECT_EQ(ChainOf(loaded, "b"), "X-Y");
+  EXPECT_EQ(store.MostOpensOfOneStream(), 1u);
+}
+
+TEST_F(Deserialize, VersionsOfALargeDirectoryComeBack) {
+  Repository source = NewOrdinaryRepository();
+  Commit draft(&source, false);
+  for (int file = 0; file < 300; ++file) {
+    draft.AddBlob(&source, Wide("file" + std::to_string(file)), BlobOf(std::to_string(file)));
+  }
+  const cow_ptr<Commit> first = source.DoCommit(draft);
+  Commit next(&source, false);
+  next.AddBlob(&source, TAL_WIDE("file7"), BlobOf("changed"));
+  const cow_ptr<Commit> second = source.DoCommit(next);
+  ASSERT_TRUE(Serializer(&store, TAL_WIDE("doc")).Serialize(source.GetStorage()));
+  ASSERT_TRUE(Load());
+  EXPECT_EQ(IdOf(loaded.GetHead()), IdOf(second));
+  EXPECT_EQ(ListingOf(loaded.GetHead()), ListingOf(second));
+  EXPECT_EQ(ListingOf(loaded.GetHead()->GetParent()), ListingOf(first));
+}
+
 TEST_F(Deserialize, SecondLoadReadsTheBranchesAlone) {
   SaveHistory("A-B; A-C", "master=B topic=C");
   ASSERT_TRUE(Load());

@@ -125,6 +125,28 @@ TEST_F(OnDemandLifetime, TrimLeavesHandlesOfTheHostGood) {
   EXPECT_EQ(ListingOf(head), "a/b/c=2 a/d=d e=e");
 }
 
+TEST_F(OnDemandLifetime, TrimLetsGoOfWhatIsBelowAHandle) {
+  Repository repository = m_store.Open();
+  const cow_ptr<Tree> root = RootOf(repository.GetHead());
+  for (int time = 0; time < 2; ++time) {
+    m_store.TakeReads();
+    EXPECT_EQ(ListingOf(root), "a/b/c=2 a/d=d e=e");
+    EXPECT_EQ(m_store.TakeReads(), 5U);  // "a", "a/b", three blobs
+    OnDemandStore::StorageOf(repository).Trim();
+  }
+}
+
+TEST_F(OnDemandLifetime, EndOfTheLastStorageLetsGoOfBlobs) {
+  std::optional<Repository> repository = m_store.Open();
+  const cow_ptr<Tree> root = RootOf(repository->GetHead());
+  const cow_ptr<Tree> former = RootOf(repository->GetHead()->GetParent());
+  root->GetLocalBlob(TAL_WIDE("e"));
+  repository.reset();
+  m_store.TakeReads();
+  EXPECT_EQ(TextOf(former->GetLocalBlob(TAL_WIDE("e"))), "e");
+  EXPECT_EQ(m_store.TakeReads(), 1U);
+}
+
 TEST_F(OnDemandLifetime, TrimKeepsWhatIsNotSaved) {
   Repository repository = m_store.Open();
   const cow_ptr<Commit> made = CommitFiles(repository, {{"a/b/c", "3"}, {"x/y", "4"}});
@@ -279,6 +301,18 @@ TEST_F(OnDemandLifetime, BlobOverADirectoryThatWasNotReadHidesItAsElsewhere) {
     listing += IdOf(root);
   }
   EXPECT_EQ(listings[0], listings[1]);
+}
+
+// A save removes nothing from the store.
+TEST_F(OnDemandLifetime, CommitThatWasDeletedIsFoundAgainAfterASave) {
+  Repository repository = m_store.Open();
+  const Id deleted = repository.GetHead()->GetId();
+  ASSERT_TRUE(repository.DeleteCommits(repository.GetHead()));
+  EXPECT_FALSE(repository.GetCommitFromStorage(deleted));
+  m_store.Save(repository);
+  const cow_ptr<Commit> found = repository.GetCommitFromStorage(deleted);
+  ASSERT_TRUE(found);
+  EXPECT_EQ(ListingOf(found), "a/b/c=2 a/d=d e=e");
 }
 
 // A head of another instance than the one under its id couldn't be found by `GetCommitBranches`.

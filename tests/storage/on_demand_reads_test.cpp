@@ -91,6 +91,15 @@ TEST_F(ReadsOnDemand, DiffOfTheHeadReadsTheDirectoriesThatChanged) {
   EXPECT_EQ(m_store.reader->asked.size(), 18U);
 }
 
+TEST_F(ReadsOnDemand, DiffOfATreeThatWasReadReadsTheOtherSideByLevels) {
+  Repository repository = m_store.Open();
+  const cow_ptr<Commit> head = repository.GetHead();
+  head->GetTree()->GetAllBlobPaths();
+  m_store.TakeReads();
+  EXPECT_EQ(head->GetParent()->GetTree()->GetBlobDiffs(head->GetTree()).size(), 5U);
+  EXPECT_EQ(m_store.TakeReads(), 4U);  // commit, root, 2 directories at once, 5 below at once
+}
+
 TEST_F(ReadsOnDemand, ComparingEqualTreesReadsTheRootsAlone) {
   Repository repository = m_store.Open();
   const cow_ptr<Commit> head = repository.GetHead();
