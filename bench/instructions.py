@@ -8,8 +8,7 @@ runs in its portable form and whose share would hide the rest.
   instructions.py check PROGRAM    fails if a count has grown by more than 5 %
   instructions.py record PROGRAM   writes the counts of today
 
-The record goes with the code: whoever makes a workload dearer on purpose records it in the same
-change.
+The record goes with the code: a change that makes a workload dearer on purpose records it as well.
 """
 
 import pathlib
@@ -70,7 +69,7 @@ def sum_costs(profile):
         elif line.startswith("calls="):
             is_call = True
         elif line[:1] in "0123456789+-*" and line:
-            # The line behind a call tells the cost of what was called, which is counted there.
+            # The line after a call has the cost of what was called, which is counted there.
             if counted and not is_call:
                 total += int(line.split()[1])
             is_call = False

@@ -17,7 +17,7 @@ Repository MakeHistory(std::uint32_t files, std::uint32_t commits) {
   return repository;
 }
 
-/// Removes what building has left behind beside what the branch reaches.
+/// Removes what building has left beside what the branch reaches.
 Repository MakePurgedHistory(benchmark::State& state) {
   Repository repository = MakeHistory(static_cast<std::uint32_t>(state.range(0)),
                                       static_cast<std::uint32_t>(state.range(1)));

@@ -10,7 +10,7 @@
 namespace TalVcs::Bench {
 namespace {
 
-/// Returns a figure of the process that the kernel tells in KiB, in bytes.
+/// Returns, in bytes, a figure of the process that the kernel reports in KiB.
 double ReadStatus(const std::string& key) {
   std::ifstream status("/proc/self/status");
   std::string line;

@@ -10,7 +10,7 @@
 
 namespace TalVcs::Bench {
 
-/// A store that lays all streams one behind the other into one buffer, whose memory is there
+/// A store that lays all streams one after the other into one buffer, whose memory is there
 /// already: a save costs what the library does, and one copy of each byte.
 ///
 /// A path isn't looked up while streams are written, nor is one stream open beside another.

@@ -98,7 +98,7 @@ inline constexpr std::int64_t kFirstTime = 1700000000;
 /// The first line of a commit's description.
 std::string Message(std::uint32_t number);
 
-/// FNV-1a over 64 bits, which tells whether two programs run on the same inputs.
+/// FNV-1a over 64 bits, which shows whether two programs run on the same inputs.
 class Fingerprint {
  public:
   void Add(const void* bytes, std::size_t size);

@@ -12,7 +12,7 @@ ModelTest::RepositoryTwin NewRepository();
 void CheckObjects(const TalVcs::Repository& repository);
 
 /// Requires that a repository, saved and loaded into an empty one, gives the same heads and the
-/// same objects below them, as far as the format can tell what is in them.
+/// same objects below them, as far as the format can hold what is in them.
 void CheckSaving(TalVcs::Repository& repository);
 
 }  // namespace Fuzz

@@ -44,7 +44,7 @@ class Streams : public Model::Load {
   std::string m_commit;
 };
 
-/// Returns the commit, null if there is none, and what it tells as its parent's id.
+/// Returns the commit, null if there is none, and the id that it has as its parent's.
 CommitTwin Parse(const ModelTest::RepositoryTwin& repository, const std::string& bytes,
                  Id& parentId) {
   const Model::Id id = StreamWriter::IdOf('#');
@@ -69,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string written = FromLib(commit.lib->GetPackedData());
   ModelTest::ExpectSame("packed commit", written, commit.model->GetPackedData());
 
-  // What was written reads as the same again, but for zones that two digits can't tell, and for a
+  // What was written reads as the same again, but for zones that two digits can't write, and for a
   // text that a reader takes for a parent, as this commit has none.
   const CommitTwin again = Parse(repository, written, parentId);
   Fuzz::Require(static_cast<bool>(again), "a written commit can be read");

@@ -72,10 +72,10 @@ void KeepNames(const Text& text) {
   Require(path.has_value() == (text.find(u'\0') == Text::npos), "every text but one with a zero");
   if (!path) return;
   const auto back = Kit::WideFromPath(*path);
-  Require(back && *back == wide, "a path tells the text that it came from");
+  Require(back && *back == wide, "a path returns the text that it came from");
 }
 
-// -1 stands for "not found" in the library and in no other place.
+// -1 means "not found" in the library and in no other place.
 int Found(std::size_t index) { return index == Text::npos ? -1 : static_cast<int>(index); }
 
 void Strings(const Text& text, const Text& other, int number) {

@@ -7,7 +7,7 @@
 
 namespace Fuzz {
 
-/// The bytes of an input, taken from the front. Behind the end stand zeros.
+/// The bytes of an input, taken from the start. After the end come zeros.
 ///
 /// Parts end with a byte that no UTF-8 has or with a line end, so that what a fuzzer inserts into
 /// one part leaves the others as they are.

@@ -26,7 +26,7 @@ bool IsHex(std::string_view text, std::size_t length) {
   return text.size() == length && text.find_first_not_of("0123456789abcdef") == text.npos;
 }
 
-/// Returns what stands behind `prefix` and a separator; nothing for other texts.
+/// Returns what stands after `prefix` and a separator; nothing for other texts.
 std::string_view Below(std::string_view text, std::string_view prefix) {
   if (!text.starts_with(prefix) || !text.substr(prefix.size()).starts_with('/')) return {};
   return text.substr(prefix.size() + 1);

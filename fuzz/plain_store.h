@@ -7,7 +7,7 @@
 
 namespace Fuzz {
 
-/// What a directory store has to tell: its streams in a map, and a transaction on a copy of it.
+/// What a directory store must contain: its streams in a map, and a transaction on a copy of it.
 class PlainStore {
  public:
   explicit PlainStore(const Model::Text& rootPath);

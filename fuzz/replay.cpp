@@ -29,7 +29,7 @@ void Replay(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
   if (!file) throw std::runtime_error("cannot be read");
-  // Memory of just that size, so that a reading behind the end is noticed.
+  // Memory of just that size, so that a read after the end is noticed.
   const auto exact = std::make_unique<std::uint8_t[]>(bytes.size());
   std::copy(bytes.begin(), bytes.end(), exact.get());
   LLVMFuzzerTestOneInput(exact.get(), bytes.size());

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the fuzzers of a build and tells what came of it.
+"""Runs the fuzzers of a build and prints the results.
 
 Usage: run.py BUILD --seconds N [TARGET...]
        run.py BUILD --runs N [TARGET...]

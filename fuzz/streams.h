@@ -11,16 +11,16 @@ namespace Fuzz {
 
 /// Writes the streams of objects as inputs spell them.
 ///
-/// An id has 64 characters, which no fuzzer guesses. So a byte 0x01 and a character stand for one:
+/// An id has 64 characters, which no fuzzer guesses. So a byte 0x01 and a character mean one:
 /// "A" for the digest of the first object, "B" for that of the second, and so on; any other
 /// character, or a letter whose object hasn't come yet, for an id that consists of that character.
-/// A byte 0x02 stands for the number of bytes behind the next zero byte, as a header tells it.
+/// A byte 0x02 means the number of bytes after the next zero byte, as a header has it.
 class StreamWriter {
  public:
   /// Returns the bytes of a stream.
   std::string Expand(const std::string& text) const;
 
-  /// Counts an object, which the next letter stands for from now on. Returns its id.
+  /// Counts an object, which the next letter means from now on. Returns its id.
   Model::Id Add(const std::string& bytes);
 
   static std::string IdOf(char character) { return std::string(64, character); }

@@ -10,8 +10,8 @@ struct Author {
   std::string email;
 };
 
-/// Returns the author that the arguments tell, where they are empty the environment (TAL_AUTHOR,
-/// TAL_EMAIL), and failing that the account. Throws `Failure` with `Usage` for a name or an e-mail
+/// Returns the author from the arguments, or if they are empty from the environment (TAL_AUTHOR,
+/// TAL_EMAIL), or else from the account. Throws `Failure` with `Usage` for a name or an e-mail
 /// that no commit can have.
 Author FindAuthor(const std::string& name, const std::string& email);
 

@@ -38,7 +38,7 @@ GraphLayout LayOutGraph(const History& history, const std::vector<Kit::Head>& br
 bool IsFork(const HistoryCommit& commit);
 std::string ShortDescription(const HistoryCommit& commit, std::size_t characters);
 
-/// Draws the lanes in text: what stands in front of each row of `history`, and the lines that join
+/// Draws the lanes in text: what stands before each row of `history`, and the lines that join
 /// the lanes between two rows.
 struct TextGraph {
   std::vector<std::string> rows;

@@ -170,7 +170,7 @@ class Picture {
           << "\">" << XmlEscaped(text) << "</text>\n";
   }
 
-  /// Draws the name of a branch and returns the x behind it.
+  /// Draws the name of a branch and returns the x after it.
   double DrawLabel(double x, int row, const std::string& text, bool isCurrent) {
     const double width = TextWidth(text) * 1.08 + 16;
     const std::string colour = ColourOf(row);

@@ -16,8 +16,8 @@ class IgnoreRules {
   IgnoreRules() = default;
   explicit IgnoreRules(std::string_view text);
 
-  /// Tells about a file or folder; `path` is relative to the top. What lies in an ignored folder is
-  /// for the caller to pass over.
+  /// Returns whether a file or folder is ignored; `path` is relative to the top. The caller must
+  /// skip what lies in an ignored folder.
   bool Matches(const std::string& path, bool isFolder) const;
 
  private:

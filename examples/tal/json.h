@@ -10,7 +10,7 @@ namespace Tal {
 /// Writes one JSON document, indented. The caller opens and closes objects and arrays in pairs.
 ///
 /// Texts are UTF-8. A lone surrogate in its three-byte form is written as an escape, so that it can
-/// be told from others; any other byte that is no UTF-8 becomes U+FFFD.
+/// be distinguished from others; any other byte that is no UTF-8 becomes U+FFFD.
 class JsonWriter {
  public:
   explicit JsonWriter(std::ostream& out) : m_out(out) {}

@@ -44,7 +44,7 @@ def exported(library, *options):
 
 
 def is_template_instance(name):
-    """Tells a function made of a template, whose demangled name begins with the result's type."""
+    """Returns whether a template made the function: its demangled name begins with its result."""
     if re.match(r"(vtable|typeinfo|typeinfo name|VTT|guard variable) for ", name):
         return False
     depth = 0

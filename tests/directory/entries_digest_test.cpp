@@ -101,7 +101,7 @@ TEST(EntriesDigest, ContinuesOnlyFromAnEqualBeginning) {
   State second = first;
   second.Set(NameOf(90), SharedBlob("other"));
   second.Digest();
-  // Has the chunks of the second state from the 50th file on, but not those in front.
+  // Has the chunks of the second state from the 50th file on, but not those before it.
   State third = second;
   third.Set(NameOf(20), SharedBlob("another"));
   EXPECT_EQ(third.Digest(), third.DigestFromScratch());

@@ -98,7 +98,7 @@ TEST(BufferSharing, WriteIntoOneOfTwoEqualSegmentsChangesThatOne) {
 
 TEST(BufferSharing, GrowthOfTheSourceIsNotSeenByThoseWhoShare) {
   Buffer source = BufferOf("abc");
-  source.Append("def", 3, 1);  // leaves room behind the last byte
+  source.Append("def", 3, 1);  // leaves room after the last byte
   Buffer appended;
   appended.Append(source);
   const Buffer copy(source);

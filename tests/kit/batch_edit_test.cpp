@@ -17,7 +17,7 @@ struct Step {
   std::string text;  // of the blob, or of the blobs in the tree
 };
 
-// GoogleTest would print the bytes, those behind the members too.
+// GoogleTest would print the bytes, those after the members too.
 void PrintTo(const Step& step, std::ostream* output) {
   *output << static_cast<int>(step.kind) << ' ' << step.path << ' ' << step.text;
 }

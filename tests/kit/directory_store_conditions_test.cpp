@@ -38,7 +38,7 @@ std::string SaveIn(const fs::path& folder, Repository& repository) {
   return store.Commit() && saved ? "" : store.LastError() + '.';
 }
 
-/// Loads with fresh eyes. Objects that are missing or altered are told as well.
+/// Loads by a new store object. The result names objects that are missing or altered.
 std::string LoadFrom(const fs::path& folder) {
   DirectoryStore store = Open(folder);
   const std::string found = Load(store);

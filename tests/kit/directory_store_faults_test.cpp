@@ -21,7 +21,7 @@ struct Fault {
   bool syncsMedium;
 };
 
-// GoogleTest would print the bytes, those behind the members too.
+// GoogleTest would print the bytes, those after the members too.
 void PrintTo(const Fault& fault, std::ostream* output) { *output << fault.name; }
 
 /// Lets the n-th call of a save fail, for every n, and looks at the store with other eyes after

@@ -17,7 +17,7 @@ namespace {
 
 using namespace TalVcs::Testing;
 
-/// The end of a process loses nothing that the system has been told, so nothing waits for the
+/// The end of a process loses nothing that was passed to the system, so nothing waits for the
 /// medium.
 DirectoryStore Open(const std::filesystem::path& folder) {
   DirectoryStoreOptions options;

@@ -20,7 +20,7 @@ class FaultyFileSystem final : public Kit::FileSystem {
     m_first = first;
     m_count = count;
   }
-  /// What the calls that are to fail tell.
+  /// Sets the error of the calls that fail.
   void FailWith(std::errc error) { m_error = std::make_error_code(error); }
 
   /// Says that there is a call to wait for all files at once.

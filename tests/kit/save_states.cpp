@@ -1,7 +1,7 @@
 // Saves and describes the two states of the tests, for tests that do something to the process.
 //
-// save_states FOLDER old|new    saves that state; exits with 1 and tells why if that fails
-// save_states FOLDER describe   tells what the store holds: a line, and what is damaged
+// save_states FOLDER old|new    saves that state; exits with 1 and prints why if that fails
+// save_states FOLDER describe   prints what the store holds: a line, and what is damaged
 
 #include <kit/directory_store.h>
 #include <tests/kit/saved_states.h>

@@ -18,7 +18,7 @@ constexpr char kEmptyTreeId[] = "6ef19b41225c5369f1c104d45d8d85efa9b057b53b14b4b
 
 class TreePaths : public ::testing::Test {
  protected:
-  /// Tells how often the repository was asked to store a tree.
+  /// Returns how often the repository was called to store a tree.
   std::ptrdiff_t StoredTrees() const {
     return std::count(m_repository.Calls().begin(), m_repository.Calls().end(),
                       "SyncWithStorage(tree)");

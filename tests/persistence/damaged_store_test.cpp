@@ -71,7 +71,7 @@ TEST_F(DamagedStore, HeadThatIsNotACommitDoesNotMoveTheBranch) {
   const std::string streams[] = {
       Packed("blob", text),               // another type
       Packed("commi", text),              // a part of the type word
-      std::string("commit\0", 7) + text,  // no blank behind the type word, nor a size
+      std::string("commit\0", 7) + text,  // no blank after the type word, nor a size
       Packed("commits", text),            // more than the type word
       "commit " + text,                   // no zero byte
       Packed("commit", ""),               // no text

@@ -26,9 +26,9 @@ def run(*command):
 
 
 def version(command):
-    """The program's version, from what it tells first about itself."""
-    told = subprocess.run((command, "--version"), capture_output=True, text=True).stdout
-    match = re.search(r"\d+(\.\d+)+", told)
+    """The program's version: the first number of that form that it prints."""
+    printed = subprocess.run((command, "--version"), capture_output=True, text=True).stdout
+    match = re.search(r"\d+(\.\d+)+", printed)
     name = pathlib.Path(command).stem
     return f"{name} {match.group(0)}" if match else name
 
@@ -43,23 +43,23 @@ def compiler(preset):
 
 def runner(preset):
     """What the test programs run under."""
-    told = subprocess.run(("ctest", "--preset", preset, "--show-only=json-v1"), cwd=SOURCE,
-                          check=True, capture_output=True, text=True).stdout
-    command = json.loads(told)["tests"][0]["command"][0]
+    printed = subprocess.run(("ctest", "--preset", preset, "--show-only=json-v1"), cwd=SOURCE,
+                             check=True, capture_output=True, text=True).stdout
+    command = json.loads(printed)["tests"][0]["command"][0]
     return "the processor" if pathlib.Path(command).stem in PROGRAMS else version(command)
 
 
 def cases(report):
     """For each program, in order, how many of its cases passed, were skipped, and failed."""
-    told = {}
+    cells = {}
     for test in xml.etree.ElementTree.parse(report).iter("testcase"):
         output = test.findtext("system-out", "")
         counts = [re.search(rf"^\[  {word} +\] (\d+) test", output, re.MULTILINE)
                   for word in ("PASSED", "SKIPPED", "FAILED")]
-        told[test.get("name")] = ", ".join(
+        cells[test.get("name")] = ", ".join(
             f"{count.group(1)} {word}" for count, word in zip(counts, ("passed", "skipped", "failed"))
             if count) or "no end"
-    return [told.get(program, "-") for program in PROGRAMS]
+    return [cells.get(program, "-") for program in PROGRAMS]
 
 
 def judge(preset):

@@ -5,8 +5,8 @@
 
 namespace TalVcs::Testing {
 
-/// While it lives, lets one allocation of this thread fail with `std::bad_alloc`: the one in front
-/// of which `passed` others succeeded. A program that uses it links failing_allocations.cpp, which
+/// While it lives, lets one allocation of this thread fail with `std::bad_alloc`, after `passed`
+/// others have succeeded. A program that uses it links failing_allocations.cpp, which
 /// replaces the global operator new.
 class FailingAllocation {
  public:

@@ -8,8 +8,8 @@
 
 namespace TalVcs::Testing {
 
-/// A history as plain data, for models: the parent of each commit, or -1. A parent stands in front
-/// of its children.
+/// A history as plain data, for models: the parent of each commit, or -1. A parent comes before
+/// its children.
 struct Forest {
   std::vector<int> parents;
 

@@ -1,6 +1,6 @@
 """A folder of 10,000 files, and saves that are killed at any moment.
 
-TAL_KILLS tells how many saves are killed, and TAL_KILL_FILES how many files their folder has.
+TAL_KILLS is how many saves are killed, and TAL_KILL_FILES how many files their folder has.
 """
 
 import os

@@ -1,4 +1,4 @@
-"""Merges in which the disk doesn't tell of one write that it will last. strace steps in."""
+"""Merges in which one wait for the disk fails. strace makes it fail."""
 
 import shutil
 import subprocess
@@ -23,7 +23,7 @@ class FailingDisk(TalTest):
         self.commit("On master", b="3")
 
     def merge(self, folder, call, number):
-        """Merges the topic, with an error at that call; tells whether there was such a call."""
+        """Merges the topic, with an error at that call; returns whether there was such a call."""
         trace = self.scratch / "trace"
         self.result = subprocess.run(
             ["strace", "-qq", "-o", trace, "-e", "trace=" + call, "-e",

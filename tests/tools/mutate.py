@@ -5,8 +5,8 @@ Usage: mutate.py [--count 200] [--seed 1] [--jobs 1] [--only REGEX] [--library t
 
 FOLDER takes a copy of the sources, builds of it and "results.json", from which a later run goes on.
 A mutant that the tests let pass is a survivor, unless "equivalent_mutants.txt", beside this
-script, gives the reason why nobody can tell it from the original. Exits with 1 if fewer than 95 %
-of the others are killed.
+script, gives the reason why nobody can distinguish it from the original. Exits with 1 if fewer
+than 95 % of the others are killed.
 """
 
 import argparse
@@ -210,7 +210,7 @@ class Workshop:
                              "--gtest_brief=1"], seconds)
 
     def judge(self, mutant, order):
-        """Returns the outcome, and which stage and test told it."""
+        """Returns the outcome, and which stage and test found it."""
         target = self.source / mutant.path
         original = target.read_text(encoding="utf-8")
         target.write_text(mutant.text, encoding="utf-8")

@@ -153,7 +153,7 @@ def mutations_of(source):
     """Returns all mutations of a source, in the order of their places."""
     tokens = tokens_of(source)
     heads = template_heads(tokens)
-    body = 0  # how deep in braces that open behind ")" and the like, where statements stand
+    body = 0  # how deep in braces that open after ")" and the like, where statements stand
     braces = []
     found = []
     for index, token in enumerate(tokens):

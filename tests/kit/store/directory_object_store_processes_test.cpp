@@ -24,7 +24,7 @@ using Testing::Ascii;
 using Testing::TemporaryFolder;
 using Testing::Wide;
 
-/// The end of a process loses nothing that the system has been told, so nothing waits for the
+/// The end of a process loses nothing that was passed to the system, so nothing waits for the
 /// medium.
 DirectoryObjectStore Open(const std::filesystem::path& folder) {
   return DirectoryObjectStore::Open(folder, {.durable = false}).value();

@@ -47,7 +47,7 @@ TEST(LibraryAgainstModel, AgreesOverRandomOperations) {
   PrintFigures(operations, sequences, endedEarly, time.count());
   if (sequences < 100 || steps < 100) return;
   EXPECT_EQ(operations.size(), 33U) << "an operation was never drawn";
-  EXPECT_LE(endedEarly * 20, sequences) << "the runs end too early to tell anything";
+  EXPECT_LE(endedEarly * 20, sequences) << "the runs end too early to prove anything";
 }
 
 // Repeats one sequence and prints its operations.

@@ -1,5 +1,5 @@
 // A host of the installed kit: saves a repository into a store in memory and into one in the folder
-// that it is told, and loads it back from both.
+// that its argument names, and loads it back from both.
 
 #include <kit/directory_store.h>
 #include <kit/memory_store.h>
