@@ -30,6 +30,11 @@ std::string Join(std::span<const std::string_view> lines) {
   return text;
 }
 
+/// Returns a marker line without its end.
+std::string MarkerOf(const TextMergeOptions& options, char character, const std::string& label) {
+  return std::string(options.markerSize, character) + (label.empty() ? "" : ' ' + label);
+}
+
 /// The changes of one side, taken in the order of the root's lines.
 class SideChanges {
  public:
@@ -188,8 +193,7 @@ class TextMerger {
     const std::string_view end = LineEndOf(chunk);
     const auto marker = [&](char character, const std::string& label) {
       EndLine(end);
-      m_merge.text.append(m_options.markerSize, character);
-      if (!label.empty()) m_merge.text += ' ' + label;
+      m_merge.text += MarkerOf(m_options, character, label);
       m_merge.text += end;
     };
     marker('<', m_options.leftLabel);
@@ -240,6 +244,11 @@ Result<TextMerge> MergeText(std::string_view root, std::string_view left, std::s
     return error;
   }
   return TextMerger(root, left, right, options).Run();
+}
+
+bool HasConflictMarkers(std::string_view text, const TextMergeOptions& options) {
+  const std::string marker = MarkerOf(options, '<', options.leftLabel);
+  return text.starts_with(marker) || text.find('\n' + marker) != text.npos;
 }
 
 }  // namespace TalVcs::Kit

@@ -84,4 +84,9 @@ struct TextMerge {
                                                          std::string_view right,
                                                          const TextMergeOptions& options = {});
 
+/// Returns true if a line of the text is the first marker line of a conflict, as `MergeText` writes
+/// it with these options, also with more text after the label. For a file that a person edits.
+[[nodiscard]] TALVCS_KIT_API bool HasConflictMarkers(std::string_view text,
+                                                     const TextMergeOptions& options = {});
+
 }  // namespace TalVcs::Kit

@@ -25,6 +25,10 @@ Result<LogWalk> Begin(WorkspaceState& state, const LogOptions& options) {
     const Result<cow_ptr<Commit>> last = state.FindCommit(options.after);
     if (!last) return last.error();
     walk.Add((*last)->GetParent());
+  } else if (!IsEmpty(options.from)) {
+    Result<cow_ptr<Commit>> first = state.FindCommit(options.from);
+    if (!first) return std::move(first).error();
+    walk.Add(*std::move(first));
   } else if (options.branch.empty()) {
     walk.Add(state.GetHead());
   } else {

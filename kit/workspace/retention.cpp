@@ -39,6 +39,12 @@ Retention Retention::ThinAutosaves(std::uint64_t perHour, std::uint64_t perDay,
 
 Retention Retention::TipsAndForks() { return Retention(Kind::TipsAndForks); }
 
+Retention Retention::ForgetThrough(const Id& version) {
+  Retention rule(Kind::Through);
+  rule.m_version = version;
+  return rule;
+}
+
 namespace {
 
 // Objects whose sizes are asked for by one call.

@@ -13,8 +13,8 @@ namespace TalVcs::Kit {
 
 /// A rule about which versions to keep. A value.
 ///
-/// Every rule also keeps the head of each branch, each tag, and for each two branches the versions
-/// that a merge of them begins with.
+/// Every rule also keeps the head of each branch and each tag. Every rule but `ForgetThrough` keeps
+/// for each two branches the versions that a merge of them begins with.
 class TALVCS_KIT_API Retention {
  public:
   /// Keeps the newest versions of each branch.
@@ -31,14 +31,19 @@ class TALVCS_KIT_API Retention {
                                  std::chrono::sys_seconds now);
   /// Keeps the heads and the versions from which more than one other follows.
   static Retention TipsAndForks();
+  /// Forgets a version and all before it, and keeps the others. What merges begin with goes as
+  /// well: a merge of two branches without a common version then takes every file as added.
+  /// `Forget` fails with `NotFound` if no branch or tag reaches the version.
+  static Retention ForgetThrough(const Id& version);
 
   /// Which rule it is.
-  enum class Kind { Newest, Since, Under, Thin, TipsAndForks };
+  enum class Kind { Newest, Since, Under, Thin, TipsAndForks, Through };
 
   Kind GetKind() const noexcept { return m_kind; }               ///< Returns the rule.
   std::uint64_t GetCount() const noexcept { return m_count; }    ///< Versions, bytes, or per hour.
   std::uint64_t GetPerDay() const noexcept { return m_perDay; }  ///< Of `Kind::Thin`.
   std::chrono::sys_seconds GetTime() const noexcept { return m_time; }  ///< Of `Kind::Since`.
+  const Id& GetVersion() const noexcept { return m_version; }           ///< Of `Kind::Through`.
 
  private:
   explicit Retention(Kind kind) noexcept : m_kind(kind) {}
@@ -47,6 +52,7 @@ class TALVCS_KIT_API Retention {
   std::uint64_t m_count = 0;  // versions, bytes, or checkpoints in an hour
   std::uint64_t m_perDay = 0;
   std::chrono::sys_seconds m_time = {};
+  Id m_version;
 };
 
 /// Options of `Workspace::Forget`.

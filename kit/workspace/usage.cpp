@@ -1,5 +1,6 @@
 #include <kit/open/try.h>
 #include <kit/workspace/internal/checked_text.h>
+#include <kit/workspace/internal/content_usage.h>
 #include <kit/workspace/internal/path_usage.h>
 #include <kit/workspace/internal/version_usage.h>
 #include <kit/workspace/workspace.h>
@@ -71,6 +72,15 @@ Result<std::vector<PathUsage>> Workspace::MeasurePaths(std::string_view folder,
     if (!usage || folder.empty()) return usage;
     for (PathUsage& entry : *usage) entry.path = std::string(folder) + "/" + entry.path;
     return usage;
+  });
+}
+
+Result<ContentUsage> Workspace::MeasureContents(const MeasureOptions& options) const {
+  return Try([&]() -> Result<ContentUsage> {
+    Reporter reporter(options.progress);
+    const Result<HistoryGraph> graph = HistoryGraph::Read(*m_state, reporter);
+    if (!graph) return graph.error();
+    return Kit::MeasureContents(*m_state->store, *graph, reporter);
   });
 }
 

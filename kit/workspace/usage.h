@@ -4,6 +4,7 @@
 #include <kit/text/progress.h>
 #include <kit/workspace/version.h>
 
+#include <cstdint>
 #include <string>
 
 namespace TalVcs::Kit {
@@ -20,6 +21,20 @@ struct VersionUsage {
   /// Objects that no other version has, the version itself among them: what its removal would free.
   ObjectTotals own;
   ObjectTotals shared;  ///< Objects that other versions have too.
+};
+
+/// A number of files and the bytes of their contents.
+struct ContentTotals {
+  std::uint64_t files = 0;      ///< The number of files.
+  std::uint64_t sizeBytes = 0;  ///< The bytes of their contents together.
+
+  friend bool operator==(const ContentTotals&, const ContentTotals&) = default;
+};
+
+/// What the files of all versions come to, without folders, versions, and what a store adds.
+struct ContentUsage {
+  ContentTotals apart;   ///< If each version had a copy of each of its files.
+  ContentTotals stored;  ///< Each content once.
 };
 
 /// What one file or folder takes in the store, in all versions together.

@@ -206,6 +206,9 @@ class TALVCS_KIT_API Workspace {
   Result<std::vector<VersionUsage>> MeasureVersions(const MeasureOptions& options = {}) const;
   Result<std::vector<PathUsage>> MeasurePaths(std::string_view folder = {},
                                               const MeasureOptions& options = {}) const;
+  /// Returns how many files all versions have and how many bytes, as if nothing were shared, and as
+  /// they are stored. Reads every folder of the history once, and no file. Fails likewise.
+  Result<ContentUsage> MeasureContents(const MeasureOptions& options = {}) const;
 
   /// Returns true if somebody else has moved a branch since this workspace was opened or reloaded.
   /// Calls the observer for each branch that has moved since the last call. A host may call it

@@ -78,7 +78,10 @@ struct MergeOptions {
 struct LogOptions {
   /// The branch or tag. Empty: the current branch. See `allBranches`.
   std::string branch = {};
-  /// Versions of all branches and tags, by their time.
+  /// Begin with this version and go on with those before it, instead of a branch. Empty: see
+  /// `branch`.
+  Id from = {};
+  /// Versions of all branches and tags, by their time. `branch` and `from` don't count then.
   bool allBranches = false;
   /// A file or folder that they changed. Empty: everything.
   std::string path = {};

@@ -1,4 +1,5 @@
 #include <kit/diff/internal/json_reader.h>
+#include <kit/text/utf8.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -51,22 +52,9 @@ void AppendUtf8(std::string& text, std::uint32_t point) {
 
 /// Returns the size of the UTF-8 character that `text` begins with, or 0 if it begins with none.
 std::size_t Utf8Size(std::string_view text) {
-  const auto byte = [&](std::size_t at) -> unsigned {
-    return at < text.size() ? static_cast<unsigned char>(text[at]) : 0U;
-  };
-  const auto is_tail = [&](std::size_t at) { return (byte(at) & 0xC0U) == 0x80U; };
-  const unsigned first = byte(0);
-  if (first < 0x80) return text.empty() ? 0 : 1;
-  if (first < 0xC2 || first > 0xF4) return 0;
-  if (first < 0xE0) return is_tail(1) ? 2 : 0;
-  const unsigned second = byte(1);
-  if (first < 0xF0) {
-    // No overlong form, no surrogate.
-    if ((first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F)) return 0;
-    return is_tail(1) && is_tail(2) ? 3 : 0;
-  }
-  if ((first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F)) return 0;
-  return is_tail(1) && is_tail(2) && is_tail(3) ? 4 : 0;
+  if (text.empty()) return 0;
+  const Utf8Character character = DecodeUtf8(text, 0);
+  return character.isValid ? character.sizeBytes : 0;
 }
 
 class Reader {

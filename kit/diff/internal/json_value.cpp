@@ -1,4 +1,5 @@
 #include <kit/diff/internal/json_value.h>
+#include <kit/text/escape.h>
 
 #include <algorithm>
 #include <functional>
@@ -163,17 +164,7 @@ std::string WriteJson(const JsonValue& value, const JsonStyle& style) {
 }
 
 std::string PointerTo(const std::string& pointer, std::string_view name) {
-  std::string result = pointer + '/';
-  for (const char character : name) {
-    if (character == '~') {
-      result += "~0";
-    } else if (character == '/') {
-      result += "~1";
-    } else {
-      result += character;
-    }
-  }
-  return result;
+  return pointer + '/' + ReplaceCharacters(name, {{'~', "~0"}, {'/', "~1"}});
 }
 
 std::string PointerTo(const std::string& pointer, std::size_t index) {

@@ -1,4 +1,6 @@
+#include <kit/text.h>
 #include <kit/workspace/internal/branch_bases.h>
+#include <kit/workspace/internal/checked_text.h>
 #include <kit/workspace/internal/reachable_objects.h>
 #include <kit/workspace/internal/thinning.h>
 
@@ -26,8 +28,9 @@ class Choice {
       : m_state(state), m_graph(graph), m_rule(rule), m_kept(graph.Count()) {}
 
   Result<std::vector<bool>> Run(Reporter& reporter) {
+    for (const HistoryGraph::Branch& branch : m_graph.Branches()) m_kept[branch.head] = true;
     Status status = reporter.Begin("bases");
-    if (status) status = KeepHeadsAndBases(reporter);
+    if (status && m_rule.GetKind() != Retention::Kind::Through) status = KeepBases(reporter);
     if (status) status = reporter.End();
     if (!status) return status.error();
     switch (m_rule.GetKind()) {
@@ -47,17 +50,40 @@ class Choice {
       case Retention::Kind::TipsAndForks:
         KeepIf([](const auto& node) { return node.children > 1; });
         break;
+      case Retention::Kind::Through:
+        status = ForgetThrough();
+        break;
     }
     if (!status) return status.error();
     return std::move(m_kept);
   }
 
  private:
-  Status KeepHeadsAndBases(Reporter& reporter) {
-    for (const HistoryGraph::Branch& branch : m_graph.Branches()) m_kept[branch.head] = true;
+  Status KeepBases(Reporter& reporter) {
     const Result<std::vector<Index>> bases = FindBranchBases(m_graph, reporter);
     if (!bases) return bases.error();
     for (const Index base : *bases) m_kept[base] = true;
+    return {};
+  }
+
+  /// Keeps all versions that aren't in the line of the last one that goes.
+  Status ForgetThrough() {
+    const std::optional<ObjectKey> last = KeyOf(m_rule.GetVersion());
+    const auto& nodes = m_graph.Nodes();
+    const auto found = std::ranges::find_if(
+        nodes, [&](const HistoryGraph::Node& node) { return last && node.id == *last; });
+    if (found == nodes.end()) {
+      const std::string id = ToUtf8(m_rule.GetVersion().View());
+      return WorkspaceError(ErrorCode::NotFound, "no branch has a version \"" + id + "\"", id);
+    }
+    std::vector<bool> goes(m_graph.Count());
+    for (auto at = static_cast<Index>(found - nodes.begin()); at != HistoryGraph::kNone;
+         at = m_graph[at].parent) {
+      goes[at] = true;
+    }
+    for (Index i = 0; i < m_graph.Count(); ++i) {
+      if (!goes[i]) m_kept[i] = true;
+    }
     return {};
   }
 

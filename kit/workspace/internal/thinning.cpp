@@ -5,7 +5,7 @@
 //        \   .               ->     \   .
 //         X-y                        X--
 //
-// Small letters go. A merge base of two branches never goes.
+// Small letters go. A merge base of two branches goes only with everything before it.
 
 #include <kit/workspace/internal/thinning.h>
 

@@ -111,6 +111,19 @@ TEST(MergeText, CommonEndsThatTheRootHasTooLeaveItsPartOfTheConflict) {
               ElementsAre(TextConflict{"c\nd\n", "C\nd\n", "x\n", {2, 2}, {1, 2}, {1, 1}}));
 }
 
+TEST(HasConflictMarkers, FindsTheFirstMarkerLineOfAConflict) {
+  EXPECT_TRUE(HasConflictMarkers(Merge("a\nb\n", "a\nL\n", "a\nR\n", kMarkers).text));
+  EXPECT_TRUE(HasConflictMarkers("<<<<<<< ours\r\nL"));
+  EXPECT_FALSE(HasConflictMarkers("a <<<<<<< ours\n=======\n>>>>>>> theirs\n"));
+  EXPECT_FALSE(HasConflictMarkers("<<<<<<< mine\n"));
+  EXPECT_FALSE(HasConflictMarkers(""));
+  TextMergeOptions options = kMarkers;
+  options.markerSize = 3;
+  options.leftLabel = "";
+  EXPECT_TRUE(HasConflictMarkers(Merge("b\n", "L\n", "R\n", options).text, options));
+  EXPECT_FALSE(HasConflictMarkers("a\n<<\n", options));
+}
+
 TEST(MergeText, EndsLinesBeforeMarkers) {
   EXPECT_EQ(Merge("a", "L", "R", kMarkers).text, "<<<<<<< ours\nL\n=======\nR\n>>>>>>> theirs\n");
   EXPECT_EQ(Merge("a", "L", "R", {.conflictText = ConflictText::Both}).text, "L\nR");

@@ -236,6 +236,19 @@ TEST_F(WorkspaceHistory, LogGoesOnAfterAPage) {
               FailsWith(ErrorCode::NotFound));
 }
 
+TEST_F(WorkspaceHistory, LogBeginsWithAVersion) {
+  CommitFiles({{"a", "1"}}, "1");
+  CommitFiles({{"b", "2"}}, "2");
+  const Id second = CommitFiles({{"a", "3"}}, "3").parent;
+  EXPECT_THAT(Summaries(workspace, {.from = second}), ElementsAre("2", "1"));
+  EXPECT_THAT(Summaries(workspace, {.from = second, .path = "b"}), ElementsAre("2"));
+  EXPECT_THAT(Summaries(workspace, {.from = second, .path = "a"}), ElementsAre("1"));
+  EXPECT_THAT(Summaries(workspace, {.from = second, .after = second}), ElementsAre("1"));
+  EXPECT_THAT(Summaries(workspace, {.from = second, .allBranches = true}),
+              ElementsAre("3", "2", "1"));
+  EXPECT_THAT(workspace.Log({.from = Id(TAL_WIDE("none"))}), FailsWith(ErrorCode::NotFound));
+}
+
 TEST_F(WorkspaceHistory, LogOfAllBranchesHasEachVersionOnce) {
   CommitFiles({{"a", "1"}}, "1");
   workspace.CreateBranch("topic").value();

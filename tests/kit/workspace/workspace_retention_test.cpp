@@ -109,6 +109,36 @@ TEST_F(WorkspaceRetention, KeepSinceKeepsByTime) {
   EXPECT_THAT(Summaries(workspace), ElementsAre("5", "4"));
 }
 
+TEST_F(WorkspaceRetention, ForgetThroughForgetsAVersionAndAllBeforeIt) {
+  CommitNumbers(1, 3);
+  workspace.CreateTag("two", workspace.Log({.limit = 2})->back().id).value();
+  CommitNumbers(4, 6);
+  const Id fourth = workspace.Log({.limit = 3})->back().id;
+  EXPECT_EQ(Forget(Retention::ForgetThrough(fourth)).forgotten.size(), 3u);
+  EXPECT_THAT(Summaries(workspace), ElementsAre("6", "5", "2"));
+  EXPECT_EQ(workspace.At(workspace.Find("two")->id)->Read("a")->text(), "2");
+  EXPECT_THAT(workspace.Forget(Retention::ForgetThrough(fourth)), FailsWith(ErrorCode::NotFound));
+  EXPECT_THAT(workspace.Forget(Retention::ForgetThrough({})), FailsWith(ErrorCode::NotFound));
+}
+
+TEST_F(WorkspaceRetention, ForgetThroughLeavesHeadsAndForgetsWhatMergesBeginWith) {
+  CommitNumbers(1, 2);
+  workspace.CreateBranch("topic").value();
+  CommitNumbers(3, 4);
+  workspace.Switch("topic").value();
+  CommitFiles({{"b", "5"}}, "5");
+  workspace.Switch("master").value();
+  const Id base = workspace.Log()->at(2).id;
+  Forget(Retention::ForgetThrough(base));
+  EXPECT_THAT(Summaries(workspace), ElementsAre("4", "3"));
+  EXPECT_THAT(Summaries(workspace, {.branch = "topic"}), ElementsAre("5"));
+  Forget(Retention::ForgetThrough(workspace.GetHead().value()->id));
+  EXPECT_THAT(Summaries(workspace), ElementsAre("4"));
+  const Kit::MergePreview preview = workspace.PreviewMerge("topic").value();
+  EXPECT_THAT(preview.conflicts, testing::SizeIs(1));
+  EXPECT_EQ(preview.conflicts[0].kind, Kit::ConflictKind::BothAdded);
+}
+
 TEST_F(WorkspaceRetention, KeepUnderFitsTheBytes) {
   for (int i = 1; i <= 20; ++i) {
     CommitFiles({{"a", std::to_string(i) + std::string(10000, 'x')}}, std::to_string(i));

@@ -81,6 +81,25 @@ class WorkspaceUsage : public WorkspaceTest {
     }
   }
 
+  void CheckContents() {
+    Kit::ContentUsage expected;
+    std::set<std::string> contents;
+    for (const Version& version : workspace.Log({.allBranches = true, .limit = 1000}).value()) {
+      for (const auto& [path, text] : FilesOf(workspace.At(version.id).value())) {
+        ++expected.apart.files;
+        expected.apart.sizeBytes += text.size();
+        contents.insert(text);
+      }
+    }
+    for (const std::string& text : contents) {
+      ++expected.stored.files;
+      expected.stored.sizeBytes += text.size();
+    }
+    const Kit::ContentUsage usage = workspace.MeasureContents().value();
+    EXPECT_EQ(usage.apart, expected.apart);
+    EXPECT_EQ(usage.stored, expected.stored);
+  }
+
   void CheckPaths(const std::string& folder) {
     std::map<std::string, Objects> all;
     for (const Version& version : workspace.Log({.allBranches = true, .limit = 10000}).value()) {
@@ -178,10 +197,21 @@ TEST_F(WorkspaceUsage, RandomHistoriesAreCountedAsASlowCountDoes) {
       if (random() % 3 == 0) workspace.Switch(branches[random() % branches.size()].name).value();
     }
     CheckVersions();
+    CheckContents();
     CheckPaths("");
     CheckPaths("d");
     CheckPaths("f");
   }
+}
+
+TEST_F(WorkspaceUsage, ContentsCountOnceForEachVersionAndOnceInAll) {
+  EXPECT_EQ(workspace.MeasureContents()->apart, Kit::ContentTotals());
+  CommitFiles({{"a", "12345"}, {"d/e/b", std::string(1000, 'x')}}, "first");
+  CommitFiles({{"d/c", "12345"}}, "second");
+  workspace.CreateTag("second").value();
+  const Kit::ContentUsage usage = workspace.MeasureContents().value();
+  EXPECT_EQ(usage.apart, (Kit::ContentTotals{5, 2015}));
+  EXPECT_EQ(usage.stored, (Kit::ContentTotals{2, 1005}));
 }
 
 TEST_F(WorkspaceUsage, CancelledMeasuringFails) {
@@ -191,7 +221,9 @@ TEST_F(WorkspaceUsage, CancelledMeasuringFails) {
     return Kit::MeasureOptions{
         [calls, number](const Kit::ProgressStep&) { return ++*calls != number; }};
   };
+  EXPECT_TRUE(workspace.MeasureContents(cancelled_at(5)).ok());
   for (int number = 1; number <= 4; ++number) {
+    EXPECT_THAT(workspace.MeasureContents(cancelled_at(number)), FailsWith(ErrorCode::Cancelled));
     EXPECT_THAT(workspace.MeasureVersions(cancelled_at(number)), FailsWith(ErrorCode::Cancelled));
     EXPECT_THAT(workspace.MeasurePaths("d", cancelled_at(number)), FailsWith(ErrorCode::Cancelled));
     EXPECT_THAT(workspace.MeasureBranches(cancelled_at(number)), FailsWith(ErrorCode::Cancelled));
