@@ -122,7 +122,7 @@ TEST_F(Deserialize, DamagedHistoryIsReadOnceAlthoughAWholeOneComesBetween) {
   EXPECT_EQ(store.MostOpensOfOneStream(), 1u);
 }
 
-TEST_F(Deserialize, VersionsOfALargeDirectoryComeBack) {
+TEST_F(Deserialize, VersionsOfADirectoryOfManyChunksComeBack) {
   Repository source = NewOrdinaryRepository();
   Commit draft(&source, false);
   for (int file = 0; file < 300; ++file) {

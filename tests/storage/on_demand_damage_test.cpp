@@ -239,5 +239,18 @@ TEST(LookUpById, FindsNothingOfAnotherType) {
   EXPECT_FALSE(repository.GetBlobFromStorage(Id(Wide(std::string(64, '0')))));
 }
 
+TEST(ObjectUnavailable, SaysWhatIsWrongWithWhichObject) {
+  const std::string digits(64, 'a');
+  const Id id(Wide(digits));
+  const auto sentence = [&](ObjectProblem problem) {
+    return std::string(ObjectUnavailable(id, problem).what());
+  };
+  EXPECT_EQ(sentence(ObjectProblem::Missing), "object " + digits + " is missing");
+  EXPECT_EQ(sentence(ObjectProblem::Unreadable), "object " + digits + " can't be read");
+  EXPECT_EQ(sentence(ObjectProblem::Damaged), "object " + digits + " is damaged");
+  EXPECT_EQ(sentence(ObjectProblem::NotCanonical),
+            "object " + digits + " isn't in the form that the library writes");
+}
+
 }  // namespace
 }  // namespace TalVcs::Testing
