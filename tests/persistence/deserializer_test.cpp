@@ -133,10 +133,12 @@ TEST_F(Deserialize, VersionsOfADirectoryOfManyChunksComeBack) {
   next.AddBlob(&source, TAL_WIDE("file7"), BlobOf("changed"));
   const cow_ptr<Commit> second = source.DoCommit(next);
   ASSERT_TRUE(Serializer(&store, TAL_WIDE("doc")).Serialize(source.GetStorage()));
-  ASSERT_TRUE(Load());
-  EXPECT_EQ(IdOf(loaded.GetHead()), IdOf(second));
-  EXPECT_EQ(ListingOf(loaded.GetHead()), ListingOf(second));
-  EXPECT_EQ(ListingOf(loaded.GetHead()->GetParent()), ListingOf(first));
+  for (Repository repository : {NewRepository(), NewOrdinaryRepository()}) {
+    ASSERT_TRUE(LoadInto(repository));
+    EXPECT_EQ(IdOf(repository.GetHead()), IdOf(second));
+    EXPECT_EQ(ListingOf(repository.GetHead()), ListingOf(second));
+    EXPECT_EQ(ListingOf(repository.GetHead()->GetParent()), ListingOf(first));
+  }
 }
 
 TEST_F(Deserialize, SecondLoadReadsTheBranchesAlone) {
