@@ -43,6 +43,10 @@ enum class LockWait { No, Yes };
 /// Everything that the stores in folders ask of the operating system, so that tests can let any of
 /// it fail. Each operation reports by its result, which tests false if it was done, and never
 /// throws for an error of the system.
+///
+/// Except on Windows, an operation on a file and a listing fail with
+/// `errc::too_many_symbolic_link_levels` or `errc::not_a_directory` if the name is that of a
+/// symbolic link.
 class FileSystem {
  public:
   using Path = std::filesystem::path;
@@ -57,6 +61,9 @@ class FileSystem {
   /// Appends the bytes of the file from position `from` on, none if it ends before.
   virtual std::error_code ReadFileFrom(const Path& path, std::uint64_t from, Buffer& bytes) = 0;
   virtual std::error_code GetFileSize(const Path& path, std::uint64_t& size) = 0;
+
+  /// Returns true if the name is that of a symbolic link; false also if that can't be found out.
+  virtual bool IsLink(const Path& /*path*/) { return false; }
 
   /// Opens a file for reading.
   virtual std::error_code OpenFile(const Path& path, std::unique_ptr<OpenedFile>& file) = 0;

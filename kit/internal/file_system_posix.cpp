@@ -30,11 +30,16 @@ auto Retry(Call call) {
   return result;
 }
 
-/// An open file.
+/// For files and folders that the store itself makes. A symbolic link in the place of one would
+/// lead a write to a file elsewhere.
+constexpr int kOwn = O_NOFOLLOW;
+
+/// An open file. A pipe in its place doesn't let the call wait.
 class Descriptor {
  public:
   Descriptor(const std::filesystem::path& path, int flags)
-      : m_number(Retry([&] { return ::open(path.c_str(), flags | O_CLOEXEC, 0666); })) {}
+      : m_number(
+            Retry([&] { return ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666); })) {}
   Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
   Descriptor& operator=(Descriptor&&) = delete;
   ~Descriptor() {
@@ -44,6 +49,8 @@ class Descriptor {
   bool IsOpen() const noexcept { return m_number >= 0; }
   int Number() const noexcept { return m_number; }
 
+  /// Leaves the file open for somebody else, who closes it.
+  void Release() noexcept { m_number = -1; }
   /// Closes the file. Some file systems report only now that what was written found no room.
   std::error_code Close() { return ErrorOf(::close(std::exchange(m_number, -1))); }
 
@@ -111,7 +118,7 @@ class PosixFileSystem final : public FileSystem {
   }
 
   std::error_code ReadFileFrom(const Path& path, std::uint64_t from, Buffer& bytes) override {
-    const Descriptor file(path, O_RDONLY);
+    const Descriptor file(path, O_RDONLY | kOwn);
     if (!file.IsOpen()) return SystemError();
     if (from > 0 && ::lseek(file.Number(), static_cast<off_t>(from), SEEK_SET) < 0) {
       return SystemError();
@@ -128,14 +135,19 @@ class PosixFileSystem final : public FileSystem {
 
   std::error_code GetFileSize(const Path& path, std::uint64_t& size) override {
     struct stat status;
-    if (::stat(path.c_str(), &status) < 0) return SystemError();
+    if (::lstat(path.c_str(), &status) < 0) return SystemError();
     if (!S_ISREG(status.st_mode)) return std::make_error_code(std::errc::invalid_argument);
     size = static_cast<std::uint64_t>(status.st_size);
     return {};
   }
 
+  bool IsLink(const Path& path) override {
+    struct stat status;
+    return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+  }
+
   std::error_code OpenFile(const Path& path, std::unique_ptr<OpenedFile>& file) override {
-    Descriptor opened(path, O_RDONLY);
+    Descriptor opened(path, O_RDONLY | kOwn);
     if (!opened.IsOpen()) return SystemError();
     file = std::make_unique<PosixFile>(std::move(opened));
     return {};
@@ -149,10 +161,12 @@ class PosixFileSystem final : public FileSystem {
   }
 
   std::error_code TruncateFile(const Path& path, std::uint64_t size) override {
-    return ErrorOf(Retry([&] { return ::truncate(path.c_str(), static_cast<off_t>(size)); }));
+    const Descriptor file(path, O_WRONLY | kOwn);
+    if (!file.IsOpen()) return SystemError();
+    return ErrorOf(Retry([&] { return ::ftruncate(file.Number(), static_cast<off_t>(size)); }));
   }
 
-  std::error_code SyncFile(const Path& path) override { return Sync(path, 0); }
+  std::error_code SyncFile(const Path& path) override { return Sync(path, kOwn); }
   std::error_code SyncFolder(const Path& path) override { return Sync(path, O_DIRECTORY); }
 
   std::error_code SyncMedium(const Path& path) override {
@@ -176,8 +190,11 @@ class PosixFileSystem final : public FileSystem {
   std::error_code RemoveFolder(const Path& path) override { return ErrorOf(::rmdir(path.c_str())); }
 
   std::error_code ListFolder(const Path& path, std::vector<std::string>& names) override {
-    DIR* folder = ::opendir(path.c_str());
+    Descriptor opened(path, O_RDONLY | O_DIRECTORY | kOwn);
+    if (!opened.IsOpen()) return SystemError();
+    DIR* folder = ::fdopendir(opened.Number());
     if (folder == nullptr) return SystemError();
+    opened.Release();
     const std::unique_ptr<DIR, int (*)(DIR*)> closing(folder, ::closedir);
     for (;;) {
       errno = 0;
@@ -190,17 +207,17 @@ class PosixFileSystem final : public FileSystem {
 
   std::error_code LockFile(const Path& path, LockKind kind, LockWait wait,
                            std::unique_ptr<FileLock>& lock) override {
-    Descriptor file(path, O_RDWR | O_CREAT);
+    Descriptor file(path, O_RDWR | O_CREAT | kOwn);
     // Who may only read can still lock a file that is there.
     if (!file.IsOpen() && (errno == EACCES || errno == EROFS || errno == EPERM)) {
-      return Lock(Descriptor(path, O_RDONLY), kind, wait, lock);
+      return Lock(Descriptor(path, O_RDONLY | kOwn), kind, wait, lock);
     }
     return Lock(std::move(file), kind, wait, lock);
   }
 
  private:
   static std::error_code Write(const Path& path, int flags, const Buffer& bytes) {
-    Descriptor file(path, flags);
+    Descriptor file(path, flags | kOwn);
     if (!file.IsOpen()) return SystemError();
     for (std::size_t index = 0; index < bytes.GetSegmentCount(); ++index) {
       const std::error_code error = WriteAll(file.Number(), bytes.GetSegment(index));

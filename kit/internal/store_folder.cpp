@@ -34,6 +34,7 @@ ErrorCode CodeOf(const std::error_code& error) {
     return ErrorCode::Denied;
   }
   if (error == std::errc::resource_unavailable_try_again) return ErrorCode::Busy;
+  if (error == std::errc::too_many_symbolic_link_levels) return ErrorCode::Unsupported;
   if (error == std::errc::no_such_file_or_directory) return ErrorCode::NotFound;
   return ErrorCode::Unavailable;
 }
@@ -278,9 +279,20 @@ void StoreFolder::RemoveUnusedIn(const Path& folder, const std::string& prefix,
   if (kept == 0) m_files->RemoveFolder(folder);
 }
 
+/// Files are replaced and removed in these folders. One that is a link leads to the files of
+/// another store.
+bool StoreFolder::CheckFolders() {
+  for (const Path& folder : {m_objects, m_store / "packs"}) {
+    if (!m_files->IsLink(folder)) continue;
+    return Fail("cannot write to", folder, "it is a symbolic link", ErrorCode::Unsupported);
+  }
+  return true;
+}
+
 std::unique_ptr<FileLock> StoreFolder::LockWriter() {
   const Path path = m_store / "lock";
   std::unique_ptr<FileLock> lock;
+  if (!CheckFolders()) return lock;
   const std::error_code error = m_files->LockFile(path, LockKind::Exclusive, LockWait::No, lock);
   if (error == std::errc::resource_unavailable_try_again) {
     Fail("cannot lock", path, "another writer is at work on the store", ErrorCode::Busy);

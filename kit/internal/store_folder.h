@@ -117,6 +117,7 @@ class StoreFolder {
   };
 
   bool ReplaceFile(const Path& path, const Buffer& bytes);
+  bool CheckFolders();
   bool SyncEach();
   void RemoveUnusedIn(const Path& folder, const std::string& prefix, const StoreState& state);
 

@@ -46,6 +46,7 @@ class FaultyFileSystem final : public Kit::FileSystem {
   std::error_code GetFileSize(const Path& path, std::uint64_t& size) override {
     return Fails("GetFileSize", path) ? m_error : m_files->GetFileSize(path, size);
   }
+  bool IsLink(const Path& path) override { return m_files->IsLink(path); }
   std::error_code OpenFile(const Path& path, std::unique_ptr<Kit::OpenedFile>& file) override {
     if (Fails("OpenFile", path)) return m_error;
     std::unique_ptr<Kit::OpenedFile> opened;

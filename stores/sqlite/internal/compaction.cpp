@@ -12,6 +12,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -109,6 +110,8 @@ class Copier {
   }
 
   Status CopyValues() {
+    // Pages that a damaged table has several times could make the list endless.
+    std::unordered_set<std::string> names;
     Statement values = m_source.Use(Query::ListValues, Task::Read);
     for (;;) {
       Result<bool> found = values.Step();
@@ -117,7 +120,9 @@ class Copier {
       const std::optional<std::string_view> name = values.Text(0);
       const std::optional<std::span<const std::byte>> value = values.Blob(1);
       const std::optional<std::int64_t> sum = values.Number(2);
-      if (!name || !value || !sum) return m_source.Damage("the table of values is damaged");
+      if (!name || !value || !sum || !names.emplace(*name).second) {
+        return m_source.Damage("the table of values is damaged");
+      }
       Status status = m_target.Use(Query::SetValue, Task::Save)
                           .BindText(1, *name)
                           .BindBlob(2, *value)

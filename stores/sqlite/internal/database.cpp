@@ -1,7 +1,9 @@
 #include <stores/sqlite/internal/connection.h>
 #include <stores/sqlite/internal/database.h>
+#include <stores/sqlite/internal/hot_journal.h>
 #include <stores/sqlite/internal/log.h>
 #include <stores/sqlite/internal/schema.h>
+#include <stores/sqlite/internal/side_file.h>
 #include <stores/sqlite/internal/stale_log.h>
 
 #include <algorithm>
@@ -72,23 +74,33 @@ Result<std::unique_ptr<Database>> Database::Open(const std::filesystem::path& pa
   if (path.empty() || failure) {
     return MakeError(ErrorCode::NotFound, Task::Open, Utf8Of(path), "there is no such path");
   }
+  // The files beside a document are those of the file that a link leads to.
+  std::filesystem::path actual = std::filesystem::canonical(absolute, failure);
+  if (failure) actual = absolute;
   bool lacks_log = false;
-  Result<std::unique_ptr<Database>> database = OpenOnce(Utf8Of(absolute), options, lacks_log);
+  Result<std::unique_ptr<Database>> database =
+      OpenOnce(Utf8Of(absolute), Utf8Of(actual), options, lacks_log);
   // Another program may have made the log since the look.
-  if (lacks_log) database = OpenOnce(Utf8Of(absolute), options, lacks_log);
+  if (lacks_log) database = OpenOnce(Utf8Of(absolute), Utf8Of(actual), options, lacks_log);
   return database;
 }
 
-Result<std::unique_ptr<Database>> Database::OpenOnce(const std::string& path,
+Result<std::unique_ptr<Database>> Database::OpenOnce(const std::string& name,
+                                                     const std::string& path,
                                                      const SqliteOptions& options, bool& lacksLog) {
   std::unique_ptr<Database> database(new Database());
-  database->m_name = database->m_path = path;
+  database->m_name = name;
+  database->m_path = path;
   database->m_options = options;
   lacksLog = false;
   const bool had_log = Exists(path + "-wal");
+  Status status = CheckKinds(*database, path);
+  if (!status) return std::move(status).error();
   if (const int code = database->Connect(options); code != SQLITE_OK) {
     return database->Fail(code, Task::Open);
   }
+  status = CheckJournal(*database);
+  if (!status) return std::move(status).error();
   if (had_log) {
     Result<bool> is_stale = HasStaleLog(*database);
     if (!is_stale) return std::move(is_stale).error();
@@ -99,7 +111,7 @@ Result<std::unique_ptr<Database>> Database::OpenOnce(const std::string& path,
                                 "move that file away to open this version");
     }
   }
-  Status status = database->Configure(options);
+  status = database->Configure(options);
   if (status) status = PrepareSchema(*database, options.create && !options.readOnly);
   if (status && had_log) status = CheckLength(*database);
   if (!status) return std::move(status).error();
@@ -165,7 +177,7 @@ Status Database::FollowFile() {
   SqliteOptions options = m_options;
   options.create = false;
   bool lacks_log = false;
-  Result<std::unique_ptr<Database>> next = OpenOnce(m_path, options, lacks_log);
+  Result<std::unique_ptr<Database>> next = OpenOnce(m_name, m_path, options, lacks_log);
   if (!next) return std::move(next).error();
   // The log of that name is the other file's.
   Disconnect();

@@ -71,7 +71,8 @@ class Database {
   Database() = default;
 
   /// Opens the file. Sets `lacksLog` if its log is missing, perhaps only at the first look.
-  static Result<std::unique_ptr<Database>> OpenOnce(const std::string& path,
+  static Result<std::unique_ptr<Database>> OpenOnce(const std::string& name,
+                                                    const std::string& path,
                                                     const SqliteOptions& options, bool& lacksLog);
   int Connect(const SqliteOptions& options);
   Status Configure(const SqliteOptions& options);

@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <utility>
 
 namespace TalVcs::Kit::Sqlite {
@@ -30,6 +31,8 @@ Result<std::vector<Head>> HeadTable::List() {
   std::optional<std::int64_t> expected;
   std::uint64_t sum = 0;
   bool is_damaged = false;
+  // Pages that a damaged table has several times could make the list endless.
+  std::unordered_set<std::string> names;
   Statement rows = m_database.Use(Query::Heads, Task::Read);
   for (;;) {
     Result<bool> row = rows.Step();
@@ -42,6 +45,10 @@ Result<std::vector<Head>> HeadTable::List() {
     expected = rows.Number(0);
     if (rows.IsNull(1)) break;
     Head head{std::string(rows.Text(1).value_or("")), IdFrom(rows.Blob(2))};
+    if (!names.insert(head.name).second) {
+      is_damaged = true;
+      break;
+    }
     sum ^= ChecksumOfHead(head.name, head.id);
     // Such a row adds nothing to the sum.
     is_damaged = is_damaged || head.id == Id();

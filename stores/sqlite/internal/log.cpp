@@ -11,12 +11,28 @@
 namespace TalVcs::Kit::Sqlite {
 namespace {
 
-/// Says in a transaction of its own whether the log has changes that the file lacks.
-Status SetMark(Database& database, std::uint64_t mark) {
+/// Changes the number of the log in a transaction of its own.
+template <class Change>
+Status ChangeMark(Database& database, Change change) {
   WriteTransaction transaction(database);
   Status status = transaction.Begin();
-  if (status) status = WriteMeta(database, Meta::Log, mark);
-  return status ? transaction.Commit() : status;
+  if (!status) return status;
+  const Result<std::uint64_t> mark = ReadMeta(database, Meta::Log);
+  if (!mark) return mark.error();
+  status = WriteMeta(database, Meta::Log, change(*mark));
+  return status ? transaction.CommitUncounted() : status;
+}
+
+constexpr std::uint64_t kInUse = 1;
+
+std::uint64_t NextMark(std::uint64_t mark) { return ((mark >> 1) + 1) << 1; }
+
+/// Returns a number for a new log that no other log continues in practice.
+std::uint64_t FirstMark(std::uint64_t /*former*/) {
+  std::uint64_t random = 0;
+  sqlite3_randomness(sizeof(random), &random);
+  // Far from the largest number that a row can have.
+  return random >> 2 | kInUse;
 }
 
 /// Returns the size of the file or of its log; 0 if there is none.
@@ -51,7 +67,7 @@ Status EnterLog(Database& database) {
                          "its file system can't have a write-ahead log");
   }
   // The log is on the medium before the file says that it has one.
-  status = SetMark(database, 1);
+  status = ChangeMark(database, FirstMark);
   return status ? database.Execute("PRAGMA main.wal_checkpoint(FULL)", Task::Open) : status;
 }
 
@@ -62,7 +78,7 @@ Status MarkLog(Database& database) {
   if (!*has_log) return {};
   Result<std::uint64_t> mark = ReadMeta(database, Meta::Log);
   if (!mark) return std::move(mark).error();
-  return *mark == 1 ? Status() : WriteMeta(database, Meta::Log, 1);
+  return WriteMeta(database, Meta::Log, NextMark(*mark) | kInUse);
 }
 
 void LeaveLog(Database& database) {
@@ -72,15 +88,12 @@ void LeaveLog(Database& database) {
   database.SetBusyTimeout(std::chrono::milliseconds(0));
   // Once everything is in the file, the mark is the only change that can be in the log alone.
   Status status = database.Execute("PRAGMA main.wal_checkpoint(TRUNCATE)", Task::Save);
-  if (status) {
-    WriteTransaction transaction(database);
-    status = transaction.Begin();
-    if (status) status = WriteMeta(database, Meta::Log, 0);
-    if (status) status = transaction.Commit();
-  }
-  if (status) status = database.Execute("PRAGMA main.journal_mode = DELETE", Task::Save);
+  if (status) status = ChangeMark(database, NextMark);
+  if (!status) return;
+  status = database.Execute("PRAGMA main.journal_mode = DELETE", Task::Save);
+  if (status) return;
   // Another connection goes on with the log.
-  if (!status) status = SetMark(database, 1);
+  status = ChangeMark(database, [](std::uint64_t mark) { return NextMark(mark) | kInUse; });
 }
 
 Status CheckLength(Database& database) {
@@ -107,7 +120,7 @@ Result<bool> LacksLog(Database& database, bool hadLog) {
   // The first version of the tables has no mark.
   Result<std::optional<std::uint64_t>> mark = FindMeta(database, Meta::Log);
   if (!mark) return std::move(mark).error();
-  return mark->value_or(0) != 0;
+  return (mark->value_or(0) & kInUse) != 0;
 }
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -8,8 +8,9 @@ class Database;
 
 // The write-ahead log of a file. While the file is in log mode, changes may be in the log alone,
 // and the file without its log is an older state, or has pages of several. So the number
-// `Meta::Log` in the file says whether its log belongs to it: it is 1 as soon as the log is on the
-// medium, and 0 again once the log is in the file and no more follows.
+// `Meta::Log` in the file says whether it has a log and which: its lowest bit is 1 as soon as the
+// log is on the medium, and 0 again once the log is in the file and no more follows. The others
+// count: they begin at random with each new log, and each transaction adds one.
 
 /// Returns true if the file is in log mode.
 Result<bool> HasLog(Database& database);
@@ -17,7 +18,7 @@ Result<bool> HasLog(Database& database);
 /// Uses a write-ahead log from now on. Fails with `Unsupported` if the file system can't.
 Status EnterLog(Database& database);
 
-/// Notes in the running write transaction that changes are in the log, if there is one.
+/// Counts the running write transaction in the log, if there is one.
 Status MarkLog(Database& database);
 
 /// Moves the log into the file and removes it, if there is one and no other connection uses it.

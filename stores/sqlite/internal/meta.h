@@ -13,7 +13,7 @@ class Database;
 enum class Meta {
   HeadSum,   ///< The checksums of all heads, combined by exclusive or.
   Removals,  ///< How often objects were removed.
-  Log,       ///< 1 if a write-ahead log may have changes that the file lacks, otherwise 0.
+  Log,       ///< Not 0 if a write-ahead log may have changes that the file lacks; see log.h.
   Version,   ///< The version of the tables in a host's database.
 };
 

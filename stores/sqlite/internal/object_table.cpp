@@ -217,6 +217,7 @@ Result<RemovedObjects> ObjectTable::RemoveAllBut(std::span<const ObjectKey> kept
 
 Result<ObjectTable::Removal> ObjectTable::FindRemovals(std::span<const ObjectKey> kept) {
   Removal removal;
+  std::int64_t last = 0;
   Statement rows = m_database.Use(Query::ListObjects, Task::Save);
   for (;;) {
     Result<bool> row = rows.Step();
@@ -224,6 +225,9 @@ Result<ObjectTable::Removal> ObjectTable::FindRemovals(std::span<const ObjectKey
     if (!*row) return removal;
     const std::int64_t number = rows.Number(0).value_or(0);
     const std::int64_t encoding = rows.Number(3).value_or(0);
+    // Pages that a damaged table has several times could make the list endless.
+    if (number <= last) return m_database.Damage("the row of an object is damaged");
+    last = number;
     const std::optional<ObjectKey> key = KeyOf(rows.Blob(1).value_or(std::span<const std::byte>()));
     if (key && std::binary_search(kept.begin(), kept.end(), *key)) {
       if (encoding > 0) removal.differences.emplace_back(number, encoding);

@@ -12,6 +12,10 @@ const char* TextOf(Query query) noexcept {
     case Query::CountOwnTables:
       return "SELECT count(*) FROM main.sqlite_schema WHERE name IN"
              " ('$objects', '$objects_by_id', '$pieces', '$heads', '$host_values', '$meta')";
+    case Query::CountOtherIndexes:
+      return "SELECT count(*) FROM main.sqlite_schema WHERE type = 'index' AND sql IS NOT NULL"
+             " AND name <> '$objects_by_id' AND lower(tbl_name) IN"
+             " ('$objects', '$pieces', '$heads', '$host_values', '$meta')";
     case Query::TableText:
       return "SELECT sql FROM main.sqlite_schema WHERE name = ?1";
     case Query::JournalMode:

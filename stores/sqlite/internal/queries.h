@@ -12,6 +12,7 @@ enum class Query {
   UserVersion,
   CountTables,
   CountOwnTables,
+  CountOtherIndexes,
   TableText,
   JournalMode,
   CountPages,

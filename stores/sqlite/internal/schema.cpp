@@ -110,7 +110,8 @@ Status CheckMark(const Database& database, const Mark& mark) {
   return {};
 }
 
-/// Other tables of these names could have constraints and columns that run SQL of a stranger.
+/// Other tables of these names could have constraints and columns that run SQL of a stranger, and
+/// so could further indexes. In a host's database these are the host's.
 Status CheckTables(Database& database, std::int64_t version) {
   for (const Table& table : kTables) {
     if (table.firstVersion > version) continue;
@@ -121,7 +122,11 @@ Status CheckTables(Database& database, std::int64_t version) {
     if (*found && row.Text(0) == database.WithPrefix(table.statement)) continue;
     return database.Fail(ErrorCode::Damaged, Task::Open, "its tables aren't those of a document");
   }
-  return {};
+  if (database.IsAttached()) return {};
+  Result<std::int64_t> others = database.NumberOf(Query::CountOtherIndexes, Task::Open);
+  if (!others) return std::move(others).error();
+  if (*others == 0) return {};
+  return database.Fail(ErrorCode::Damaged, Task::Open, "its tables have indexes of others");
 }
 
 /// Makes the tables that came after a version, and what they contain at first.

@@ -1,15 +1,19 @@
 #include <sqlite3.h>
+#include <stores/sqlite/internal/connection.h>
 #include <stores/sqlite/internal/database.h>
+#include <stores/sqlite/internal/meta.h>
+#include <stores/sqlite/internal/side_file.h>
 #include <stores/sqlite/internal/stale_log.h>
+#include <stores/sqlite/internal/transaction.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
-#include <vector>
 
 // A write-ahead log, as SQLite documents it; numbers have the highest byte first:
 //
@@ -30,64 +34,7 @@ constexpr std::size_t kFileHeaderBytes = 100;
 constexpr std::size_t kWriteVersion = 18;
 constexpr std::size_t kPageSize = 16;
 
-using Bytes = std::vector<unsigned char>;
-
-std::uint32_t NumberAt(const Bytes& bytes, std::size_t position, bool highestFirst = true) {
-  std::uint32_t number = 0;
-  for (std::size_t index = 0; index < 4; ++index) {
-    const std::size_t shift = 8 * (highestFirst ? 3 - index : index);
-    number |= std::uint32_t{bytes[position + index]} << shift;
-  }
-  return number;
-}
-
-/// The file of the document and its log, as they are on the disk.
-class Files {
- public:
-  explicit Files(sqlite3* connection) {
-    sqlite3_file_control(connection, "main", SQLITE_FCNTL_FILE_POINTER, &m_document);
-    sqlite3_file_control(connection, "main", SQLITE_FCNTL_VFS_POINTER, &m_vfs);
-    const char* name = sqlite3_filename_wal(sqlite3_db_filename(connection, "main"));
-    if (m_vfs == nullptr || name == nullptr) return;
-    m_memory = std::make_unique<std::max_align_t[]>(
-        static_cast<std::size_t>(m_vfs->szOsFile) / sizeof(std::max_align_t) + 1);
-    auto* log = reinterpret_cast<sqlite3_file*>(m_memory.get());
-    log->pMethods = nullptr;
-    const int code =
-        m_vfs->xOpen(m_vfs, name, log, SQLITE_OPEN_READONLY | SQLITE_OPEN_WAL, nullptr);
-    if (code == SQLITE_OK) m_log = log;
-    if (code != SQLITE_OK && log->pMethods != nullptr) log->pMethods->xClose(log);
-  }
-  Files(const Files&) = delete;
-  Files& operator=(const Files&) = delete;
-  ~Files() {
-    if (m_log != nullptr) m_log->pMethods->xClose(m_log);
-  }
-
-  bool HasLog() const noexcept { return m_log != nullptr && m_document != nullptr; }
-
-  /// Return false if there are fewer bytes, or after a failure, which `Code` returns then.
-  bool ReadDocument(std::uint64_t position, Bytes& bytes) {
-    return Read(m_document, position, bytes);
-  }
-  bool ReadLog(std::uint64_t position, Bytes& bytes) { return Read(m_log, position, bytes); }
-
-  int Code() const noexcept { return m_code; }
-
- private:
-  bool Read(sqlite3_file* file, std::uint64_t position, Bytes& bytes) {
-    const int code = file->pMethods->xRead(file, bytes.data(), static_cast<int>(bytes.size()),
-                                           static_cast<sqlite3_int64>(position));
-    if (code != SQLITE_OK && code != SQLITE_IOERR_SHORT_READ) m_code = code;
-    return code == SQLITE_OK;
-  }
-
-  sqlite3_vfs* m_vfs = nullptr;
-  sqlite3_file* m_document = nullptr;
-  sqlite3_file* m_log = nullptr;
-  std::unique_ptr<std::max_align_t[]> m_memory;
-  int m_code = SQLITE_OK;
-};
+using Bytes = SideFile::Bytes;
 
 /// The sums of a log up to some frame.
 class Sums {
@@ -114,21 +61,24 @@ class Sums {
 struct LogPages {
   std::size_t pageBytes = 0;
   std::uint32_t count = 0;  // of the pages of the file
+  std::uint64_t transactions = 0;
+  Bytes header;  // has other salts after the log was begun anew
   std::map<std::uint32_t, std::uint64_t> places;
 };
 
-LogPages ReadLogPages(Files& files) {
+LogPages ReadLogPages(SideFile& files) {
   LogPages pages;
   Bytes header(kLogHeaderBytes);
-  if (!files.ReadLog(0, header) || (NumberAt(header, 0) & ~1U) != kMagic) return pages;
+  if (!files.Read(0, header) || (NumberAt(header, 0) & ~1U) != kMagic) return pages;
   Sums sums((NumberAt(header, 0) & 1U) != 0);
   sums.Add(header, 0, 24);
   const std::uint32_t page_bytes = NumberAt(header, 8);
   if (!sums.StandAt(header, 24) || page_bytes < 512 || page_bytes > 65536) return pages;
   pages.pageBytes = page_bytes;
+  pages.header = header;
   std::map<std::uint32_t, std::uint64_t> open;  // of a transaction that has no end yet
   Bytes frame(kFrameHeaderBytes + page_bytes);
-  for (std::uint64_t at = kLogHeaderBytes; files.ReadLog(at, frame); at += frame.size()) {
+  for (std::uint64_t at = kLogHeaderBytes; files.Read(at, frame); at += frame.size()) {
     sums.Add(frame, 0, 8);
     sums.Add(frame, kFrameHeaderBytes, page_bytes);
     if (!std::equal(frame.begin() + 8, frame.begin() + 16, header.begin() + 16)) break;
@@ -136,6 +86,7 @@ LogPages ReadLogPages(Files& files) {
     open[NumberAt(frame, 0)] = at + kFrameHeaderBytes;
     if (NumberAt(frame, 4) == 0) continue;
     pages.count = NumberAt(frame, 4);
+    ++pages.transactions;
     for (const auto& [number, place] : std::exchange(open, {})) pages.places[number] = place;
   }
   return pages;
@@ -143,7 +94,7 @@ LogPages ReadLogPages(Files& files) {
 
 /// Returns whether the file has all pages of the log. The header of the file counts commits and
 /// says whether there is a log, so it isn't compared.
-bool HasAllPages(Files& files, const Bytes& header, const LogPages& pages) {
+bool HasAllPages(SideFile& files, const Bytes& header, const LogPages& pages) {
   const std::uint32_t stored = std::uint32_t{header[kPageSize]} << 8 | header[kPageSize + 1];
   if (!pages.places.empty() && (stored == 1 ? 65536 : stored) != pages.pageBytes) return false;
   Bytes in_log(pages.pageBytes);
@@ -151,7 +102,7 @@ bool HasAllPages(Files& files, const Bytes& header, const LogPages& pages) {
   for (const auto& [number, place] : pages.places) {
     if (number == 0 || number > pages.count) continue;
     const std::size_t skipped = number == 1 ? kFileHeaderBytes : 0;
-    if (!files.ReadLog(place, in_log) ||
+    if (!files.Read(place, in_log) ||
         !files.ReadDocument(std::uint64_t{number - 1} * pages.pageBytes, in_file) ||
         !std::equal(in_log.begin() + static_cast<std::ptrdiff_t>(skipped), in_log.end(),
                     in_file.begin() + static_cast<std::ptrdiff_t>(skipped))) {
@@ -161,17 +112,79 @@ bool HasAllPages(Files& files, const Bytes& header, const LogPages& pages) {
   return true;
 }
 
+/// Returns the path as a URI of SQLite that reads the file without its log and without locks.
+std::string UriOfFileAlone(std::string_view path) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string uri = "file:";
+  for (const char character : path) {
+    const auto byte = static_cast<unsigned char>(character);
+    uri += {'%', kDigits[byte >> 4], kDigits[byte & 0xF]};
+  }
+  return uri + "?immutable=1";
+}
+
+/// Returns the number `Meta::Log` that the file has without its log; nothing if it can't be read,
+/// as in a file of which only a part of the log was copied into it.
+std::optional<std::uint64_t> MarkInFile(Database& database) {
+  constexpr char kMark[] = "SELECT value FROM meta WHERE name = 'log'";
+  const char* path = sqlite3_db_filename(database.Connection(), "main");
+  sqlite3* connection = nullptr;
+  sqlite3_stmt* row = nullptr;
+  std::optional<std::uint64_t> mark;
+  if (sqlite3_open_v2(UriOfFileAlone(path).c_str(), &connection,
+                      SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX,
+                      nullptr) == SQLITE_OK &&
+      RefuseForeignSql(connection) == SQLITE_OK &&
+      sqlite3_prepare_v2(connection, kMark, -1, &row, nullptr) == SQLITE_OK &&
+      sqlite3_step(row) == SQLITE_ROW && sqlite3_column_type(row, 0) == SQLITE_INTEGER) {
+    mark = static_cast<std::uint64_t>(sqlite3_column_int64(row, 0));
+  }
+  sqlite3_finalize(row);
+  sqlite3_close(connection);
+  return mark;
+}
+
+/// Returns the number that the file has together with its log; nothing if it has none.
+std::optional<std::uint64_t> MarkInLog(Database& database) {
+  ReadTransaction transaction(database);
+  if (!transaction.Begin()) return std::nullopt;
+  const Result<std::optional<std::uint64_t>> mark = FindMeta(database, Meta::Log);
+  return mark ? *mark : std::nullopt;
+}
+
+/// Returns whether the log of a file that is in log mode continues another state of it. Each
+/// transaction adds one to the number in the log, so that the number in the file is one that the
+/// log has had since its first transaction began.
+bool ContinuesAnotherState(Database& database, SideFile& files) {
+  constexpr int kAttempts = 3;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const LogPages log = ReadLogPages(files);
+    if (log.transactions == 0) return false;
+    const std::uint64_t in_file = MarkInFile(database).value_or(0);
+    const std::uint64_t in_log = MarkInLog(database).value_or(0);
+    // The lowest bit is 0 in the file before its first checkpoint, and in the log at its end.
+    if ((in_file & in_log & 1) == 0) return false;
+    if (in_file <= in_log && (in_log - in_file) / 2 <= log.transactions) return false;
+    const LogPages after = ReadLogPages(files);
+    // Otherwise another connection has changed it meanwhile.
+    if (after.header == log.header && after.transactions == log.transactions) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 Result<bool> HasStaleLog(Database& database) {
-  Files files(database.Connection());
+  SideFile files(database.Connection(), SideFile::Kind::Log);
   Bytes header(kFileHeaderBytes);
-  if (!files.HasLog() || !files.ReadDocument(0, header)) return false;
-  if (header[kWriteVersion] != 1) return false;
-  const bool has_all = HasAllPages(files, header, ReadLogPages(files));
+  if (!files.IsOpen() || !files.ReadDocument(0, header)) return false;
+  const bool is_stale = header[kWriteVersion] == 1
+                            ? !HasAllPages(files, header, ReadLogPages(files))
+                            : ContinuesAnotherState(database, files);
   if (files.Code() != SQLITE_OK) return database.Fail(files.Code(), Task::Open);
   // A program that has begun or ended a log meanwhile has changed the header before or after.
-  return !has_all && files.ReadDocument(0, header) && header[kWriteVersion] == 1;
+  const unsigned char mode = header[kWriteVersion];
+  return is_stale && files.ReadDocument(0, header) && header[kWriteVersion] == mode;
 }
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -54,18 +54,26 @@ Status WriteTransaction::BeginOnAnySchema() {
   status = m_database.Use(m_isNested ? Query::Savepoint : Query::BeginWriting, Task::Save).Run();
   m_isOpen = status.ok();
   m_database.SetWriting(m_isOpen);
+  m_changesBefore = sqlite3_total_changes(m_database.Connection());
   return status;
 }
 
 Status WriteTransaction::Begin() {
   Status status = BeginOnAnySchema();
   if (status) status = UpdateSchema(m_database);
-  if (status) status = MarkLog(m_database);
   if (!status && m_isOpen) Undo();
   return status;
 }
 
 Status WriteTransaction::Commit() {
+  // A transaction without a change isn't in the log.
+  if (sqlite3_total_changes(m_database.Connection()) != m_changesBefore) {
+    if (Status status = MarkLog(m_database); !status) return status;
+  }
+  return CommitUncounted();
+}
+
+Status WriteTransaction::CommitUncounted() {
   Status status =
       m_database.Use(m_isNested ? Query::ReleaseSavepoint : Query::Commit, Task::Save).Run();
   if (status) {

@@ -41,6 +41,8 @@ class WriteTransaction {
   /// the system failed in a way that leaves open whether it has. Everything is undone after any
   /// other error.
   Status Commit();
+  /// As `Commit`, but leaves the number of the log to the caller.
+  Status CommitUncounted();
 
  private:
   void Undo();
@@ -49,6 +51,8 @@ class WriteTransaction {
   bool m_isOpen = false;
   // The host's transaction goes on after this one.
   bool m_isNested = false;
+  // Rows that the connection had changed before.
+  int m_changesBefore = 0;
 };
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -28,8 +28,9 @@ auto Retry(Call call) {
   return result;
 }
 
+/// Opens a file. A pipe of that name doesn't let the call wait.
 std::error_code OpenWith(const File::Path& path, int flags, int& number) {
-  number = Retry([&] { return ::open(path.c_str(), flags | O_CLOEXEC, 0666); });
+  number = Retry([&] { return ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666); });
   return ErrorOf(number);
 }
 

@@ -87,7 +87,10 @@ Error SystemFailure(Task task, const std::filesystem::path& path, const std::err
 
 Error LibraryFailure(Task task, const std::filesystem::path& path, zip_error_t* error) {
   if (zip_error_code_zip(error) == ZIP_ER_MEMORY) throw std::bad_alloc();
-  if (zip_error_system_type(error) == ZIP_ET_SYS) {
+  // The sources seek without a call of the system. An archive that names a place that no file has
+  // fails with the error of a file that is too large.
+  const bool is_place = zip_error_code_zip(error) == ZIP_ER_SEEK;
+  if (!is_place && zip_error_system_type(error) == ZIP_ET_SYS) {
     return SystemFailure(task, path,
                          std::error_code(zip_error_code_system(error), std::generic_category()));
   }

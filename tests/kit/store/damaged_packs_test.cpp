@@ -1,4 +1,4 @@
-// What a `DirectoryObjectStore` does with damaged packs and indexes.
+// What a `DirectoryObjectStore` does with damaged packs and indexes, and with links in their place.
 
 #include <gtest/gtest.h>
 #include <kit/internal/pack_record.h>
@@ -10,6 +10,10 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
 
 namespace TalVcs::Kit {
 namespace {
@@ -176,6 +180,63 @@ TEST_F(DirectoryPacks, DamagedIndexIsNoLoss) {
   EXPECT_EQ(Names(".index").size(), 1U);
   EXPECT_TRUE(Open().Missing(ids).value().empty());
 }
+
+#ifndef _WIN32
+/// Returns the code of the first failure of opening and saving; `Unknown` if there is none.
+ErrorCode CodeOfSave(const fs::path& folder) {
+  Result<DirectoryObjectStore> store = DirectoryObjectStore::Open(folder, kQuick);
+  if (!store) return store.error().code;
+  const Status status = store->Write({{Packed("later")}});
+  return status ? ErrorCode::Unknown : status.error().code;
+}
+
+// A write would change a file that isn't the store's.
+TEST_F(DamagedPacks, LinkInPlaceOfAFileIsRefusedAndItsTargetStays) {
+  const fs::path target = m_folder.Path() / "of a host";
+  Open().Heads().value();
+  for (const char* name : {"state", "lock", "readers", "packs/00000001.pack"}) {
+    SCOPED_TRACE(name);
+    fs::rename(File(name), target);
+    const std::string bytes = ReadWhole(target);
+    fs::create_symlink(target, File(name));
+    EXPECT_EQ(CodeOfSave(m_folder.Path()), ErrorCode::Unsupported);
+    EXPECT_EQ(ReadWhole(target), bytes);
+    fs::rename(target, File(name));
+  }
+  fs::remove(File("lock"));
+  fs::create_symlink(target, File("lock"));
+  EXPECT_EQ(CodeOfSave(m_folder.Path()), ErrorCode::Unsupported);
+  EXPECT_FALSE(fs::exists(target));
+}
+
+// A write would replace a pack of another store that has the same number.
+TEST_F(DamagedPacks, LinkInPlaceOfAFolderIsRefused) {
+  const fs::path other = m_folder.Path() / "another store";
+  for (const char* name : {"packs", "objects"}) {
+    SCOPED_TRACE(name);
+    fs::rename(File(name), other);
+    fs::create_directory_symlink(other, File(name));
+    EXPECT_EQ(CodeOfSave(m_folder.Path()), ErrorCode::Unsupported);
+    fs::remove(File(name));
+    fs::rename(other, File(name));
+  }
+  EXPECT_EQ(ReadWhole(File("packs/00000001.pack")), m_pack);
+  EXPECT_EQ(CodeOfSave(m_folder.Path()), ErrorCode::Unknown);
+}
+
+TEST_F(DamagedPacks, PipeInPlaceOfAFileDoesNotWait) {
+  fs::remove(File("packs/00000001.pack"));
+  ASSERT_EQ(::mkfifo(File("packs/00000001.pack").c_str(), 0600), 0);
+  {
+    DirectoryObjectStore store = Open();
+    const std::string read = Read(store, m_objects.front().id);
+    EXPECT_TRUE(read == "NotFound" || read == "Damaged") << read;
+  }
+  fs::remove(File("state"));
+  ASSERT_EQ(::mkfifo(File("state").c_str(), 0600), 0);
+  EXPECT_EQ(CodeOfSave(m_folder.Path()), ErrorCode::Damaged);
+}
+#endif
 
 }  // namespace
 }  // namespace TalVcs::Kit

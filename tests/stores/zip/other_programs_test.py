@@ -190,6 +190,56 @@ class OtherPrograms(unittest.TestCase):
                             lambda data, at: struct.pack_into("<I", data, at + 24, size))
                 self.assertEqual(self.describe(), OLD_STATE.replace("of the old state", "Damaged"))
 
+    def test_sizes_of_64_bits_that_no_file_has_are_damage(self):
+        self.write(self.entries().items())
+        for size in (2**32, 2**40, 2**63, 2**64 - 1):
+            for field in ("size", "compressed size", "place"):
+                with self.subTest((size, field)):
+                    self.write(self.entries().items())
+                    self.claim(OLD_ID[2:].encode(), field, size)
+                    self.assertIn(self.describe(),
+                                  ("Damaged", OLD_STATE.replace("of the old state", "Damaged")))
+
+    def claim(self, find, field, number):
+        """Gives an entry in the directory a field of 64 bits."""
+        with open(self.file, "rb") as file:
+            data = bytearray(file.read())
+        at = next(match.start() for match in re.finditer(b"PK\x01\x02", bytes(data))
+                  if find in bytes(data[match.start() + 46:match.start() + 200]))
+        place, width = {"compressed size": (20, "<I"), "size": (24, "<I"), "place": (42, "<I")}[field]
+        struct.pack_into(width, data, at + place, 0xFFFFFFFF)
+        name_length, extra_length = struct.unpack_from("<HH", data, at + 28)
+        self.assertEqual(extra_length, 0)
+        struct.pack_into("<H", data, at + 30, 12)
+        extra = struct.pack("<HHQ", 1, 8, number)
+        data[at + 46 + name_length:at + 46 + name_length] = extra
+        end = data.rindex(b"PK\x05\x06")
+        size, = struct.unpack_from("<I", data, end + 12)
+        struct.pack_into("<I", data, end + 12, size + len(extra))
+        with open(self.file, "wb") as file:
+            file.write(data)
+
+    def test_a_directory_of_64_bits_that_no_file_has_is_damage(self):
+        for count, size, place in ((2**60, 100, 0), (5, 2**63, 0), (5, 100, 2**64 - 1),
+                                   (2**64 - 1, 2**64 - 1, 2**64 - 1)):
+            with self.subTest((count, size, place)):
+                self.write(self.entries().items())
+                with open(self.file, "rb") as file:
+                    data = file.read()
+                at = data.rindex(b"PK\x05\x06")
+                record = struct.pack("<4sQHHIIQQQQ", b"PK\x06\x06", 44, 45, 45, 0, 0, count, count,
+                                     size, place)
+                locator = struct.pack("<4sIQI", b"PK\x06\x07", 0, at, 1)
+                end = struct.pack("<4sHHHHIIH", b"PK\x05\x06", 0, 0, 0xFFFF, 0xFFFF, 0xFFFFFFFF,
+                                  0xFFFFFFFF, 0)
+                with open(self.file, "wb") as file:
+                    file.write(data[:at] + record + locator + end)
+                self.assertEqual(self.describe(), "Damaged")
+
+    def test_a_pipe_is_not_waited_for(self):
+        os.mkfifo(self.file)
+        self.assertEqual(self.describe(), "Unsupported")
+
     def test_entries_that_share_bytes_are_refused(self):
         bomb = io.BytesIO()
         with zipfile.ZipFile(bomb, "w", zipfile.ZIP_DEFLATED) as archive:
