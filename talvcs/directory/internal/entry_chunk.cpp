@@ -74,66 +74,88 @@ char* PutText(TalStringViewT<char> text, char* out) noexcept {
   return out + text.length;
 }
 
-}  // namespace
+/// What the records of a new chunk are made of, and how much room they take.
+struct RecordPlan {
+  static constexpr std::size_t kMost = EntryChunk::kMostSlots + 1;
 
-EntryChunk::Ptr EntryChunk::Make(std::span<const Slot> slots, std::size_t room) {
-  std::array<Id, kMostSlots + 1> ids;
-  std::array<bool, kMostSlots + 1> recorded{};
-  std::vector<std::string> other_starts;
+  std::array<Id, kMost> ids;
+  std::array<bool, kMost> recorded{};
+  std::vector<std::string> other_starts;  // of the records whose bit is set below
   std::uint32_t with_other_start = 0;
-  std::uint64_t units = 0;
+  std::uint64_t units = 0;  // of all names
   std::uint64_t most_bytes = 0;
   bool hides_tree = false;
   bool whole_records = true;
-  for (std::size_t index = 0; index < slots.size(); ++index) {
-    const Slot& slot = slots[index];
-    units += static_cast<std::uint64_t>(slot.name.length);
-    const bool hidden = index > 0 && SameName(slots[index - 1].name, slot.name);
-    hides_tree = hides_tree || (hidden && slots[index - 1].HasObject() && *slot.child);
-    recorded[index] = !hidden && slot.HasObject();
-    whole_records = whole_records && recorded[index] && slot.name.Find(WideChar()) < 0;
-    if (!recorded[index]) continue;
-    if (slot.record.length == 0) {
-      if (!IsOfLibraryClass(slot.kind, **slot.child)) {
-        if (auto start = OtherStartOf(slot.kind, **slot.child)) {
-          most_bytes += start->size();
-          other_starts.push_back(std::move(*start));
-          with_other_start |= 1U << index;
-          whole_records = false;
+
+  explicit RecordPlan(std::span<const EntryChunk::Slot> slots) {
+    for (std::size_t index = 0; index < slots.size(); ++index) {
+      const EntryChunk::Slot& slot = slots[index];
+      units += static_cast<std::uint64_t>(slot.name.length);
+      const bool hidden = index > 0 && SameName(slots[index - 1].name, slot.name);
+      hides_tree = hides_tree || (hidden && slots[index - 1].HasObject() && *slot.child);
+      recorded[index] = !hidden && slot.HasObject();
+      whole_records = whole_records && recorded[index] && slot.name.Find(WideChar()) < 0;
+      if (recorded[index]) Add(slot, index);
+    }
+  }
+
+  /// Writes the records to `bytes` and the end of each to `ends`. Returns the end of the last one.
+  char* Put(std::span<const EntryChunk::Slot> slots, char* bytes,
+            std::array<std::uint32_t, kMost>& ends) const noexcept {
+    char* end = bytes;
+    auto other_start = other_starts.cbegin();
+    for (std::size_t index = 0; index < slots.size(); ++index) {
+      const EntryChunk::Slot& slot = slots[index];
+      if (recorded[index]) {
+        if (slot.record.length != 0) {
+          end = PutText(slot.record, end);
+        } else if ((with_other_start >> index & 1) != 0) {
+          end = PutRecord(*other_start++, slot.name, ids[index].View(), end);
+        } else {
+          end = PutRecord(slot.kind, slot.name, ids[index].View(), end);
         }
       }
-      ids[index] = (*slot.child)->GetId();
-      most_bytes += MostRecordBytes(slot.name, ids[index].View());
-    } else {
+      ends[index] = static_cast<std::uint32_t>(end - bytes);
+    }
+    return end;
+  }
+
+ private:
+  void Add(const EntryChunk::Slot& slot, std::size_t index) {
+    if (slot.record.length != 0) {
       most_bytes += static_cast<std::uint64_t>(slot.record.length);
       whole_records = whole_records && BeginsAsUsual(slot.kind, BytesOf(slot.record));
+      return;
     }
-  }
-  RecordSpace space(most_bytes);
-  char* const bytes = space.Get();
-  char* end = bytes;
-  auto other_start = other_starts.cbegin();
-  std::array<std::uint32_t, kMostSlots + 1> record_ends;
-  for (std::size_t index = 0; index < slots.size(); ++index) {
-    const Slot& slot = slots[index];
-    if (recorded[index]) {
-      if (slot.record.length != 0) {
-        end = PutText(slot.record, end);
-      } else if ((with_other_start >> index & 1) != 0) {
-        end = PutRecord(*other_start++, slot.name, ids[index].View(), end);
-      } else {
-        end = PutRecord(slot.kind, slot.name, ids[index].View(), end);
+    if (!IsOfLibraryClass(slot.kind, **slot.child)) {
+      if (auto start = OtherStartOf(slot.kind, **slot.child)) {
+        most_bytes += start->size();
+        other_starts.push_back(std::move(*start));
+        with_other_start |= 1U << index;
+        whole_records = false;
       }
     }
-    record_ends[index] = static_cast<std::uint32_t>(end - bytes);
+    ids[index] = (*slot.child)->GetId();
+    most_bytes += MostRecordBytes(slot.name, ids[index].View());
   }
+};
+
+}  // namespace
+
+EntryChunk::Ptr EntryChunk::Make(std::span<const Slot> slots, std::size_t room) {
+  const RecordPlan plan(slots);
+  RecordSpace space(plan.most_bytes);
+  char* const bytes = space.Get();
+  std::array<std::uint32_t, RecordPlan::kMost> record_ends;
+  const char* const end = plan.Put(slots, bytes, record_ends);
 
   const auto record_bytes = static_cast<std::size_t>(end - bytes);
   const auto with_room = [&](std::uint64_t present) {
     return present + (present * room + slots.size() - 1) / slots.size();
   };
   const std::size_t capacity = slots.size() + room;
-  const std::uint64_t records_offset = NamesOffset(capacity) + with_room(units) * sizeof(WideChar);
+  const std::uint64_t records_offset =
+      NamesOffset(capacity) + with_room(plan.units) * sizeof(WideChar);
   static_assert(alignof(EntryChunk) <= alignof(void*) &&
                 alignof(cow_ptr<Object>) <= alignof(void*));
   std::byte* memory = nullptr;
@@ -143,8 +165,8 @@ EntryChunk::Ptr EntryChunk::Make(std::span<const Slot> slots, std::size_t room) 
   chunk->m_memory = std::move(block);
   chunk->m_recordsOffset = static_cast<std::uint32_t>(records_offset);
   chunk->m_capacity = static_cast<std::uint8_t>(capacity);
-  chunk->m_hidesTree = hides_tree;
-  chunk->m_hasWholeRecords = whole_records;
+  chunk->m_hidesTree = plan.hides_tree;
+  chunk->m_hasWholeRecords = plan.whole_records;
   for (std::size_t index = 0; index < slots.size(); ++index) {
     chunk->PutEntry(slots[index], record_ends[index]);
   }
