@@ -37,7 +37,7 @@ int CheckedLength(std::int64_t length) {
 
 }  // namespace
 
-void ThrowTextTooLong() { throw std::length_error("text longer than an int can tell"); }
+void ThrowTextTooLong() { throw std::length_error("the length of a text exceeds an int"); }
 
 template <class C>
 int TalStringViewT<C>::Find(TalStringViewT pattern, int start, CompareCase) const noexcept {

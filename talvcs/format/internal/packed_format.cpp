@@ -11,7 +11,7 @@ namespace TalVcs {
 
 namespace {
 
-constexpr std::size_t kLongestHeader = 27;  // "commit", a blank, 2 to the power 64, a zero byte
+constexpr std::size_t kLongestHeader = 28;  // "commit", a blank, 20 digits, a zero byte
 
 constexpr std::string_view TextOf(TalStringViewT<char> word) noexcept {
   return {word.text, static_cast<std::size_t>(word.length)};
