@@ -16,7 +16,7 @@ inline constexpr std::size_t kDigestBytes = 32;
 /// The number of characters of an object's id: two hexadecimal digits for each byte of a digest.
 inline constexpr std::size_t kIdLength = 2 * kDigestBytes;
 
-/// The digest that an id writes in digits.
+/// The digest whose digits are the text of an id.
 using IdBytes = std::array<std::uint8_t, kDigestBytes>;
 
 /// Returns true if `text` is the text of an object's id: `kIdLength` hexadecimal digits, letters in
@@ -41,7 +41,7 @@ bool IsIdText(TalPlatform::TalStringViewT<C> text) noexcept {
   return IsIdText(std::basic_string_view<C>(text.text, static_cast<std::size_t>(text.length)));
 }
 
-/// Returns the digest that the text of an id writes, or nothing for any other text.
+/// Returns the digest whose digits `text` is, or nothing for a text that is no id.
 /// `TalUtils::DataEncoding::HexEncode` returns the text of a digest.
 template <class C>
 std::optional<IdBytes> BytesOfIdText(std::basic_string_view<C> text) noexcept {

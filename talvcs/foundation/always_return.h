@@ -7,8 +7,8 @@ template <class T>
 struct always_return_t {
   T value;  ///< What each call returns.
 
-  template <class... Args>
   /// Returns `value` for any arguments.
+  template <class... Args>
   constexpr T operator()(Args&&...) const {
     return value;
   }

@@ -48,7 +48,7 @@ class cow_ptr {
       cow_ptr(cow_ptr<Derived>&& other)
   noexcept : m_shared(std::move(other.m_shared)) {}
 
-  /// Return the object for reading. Only `get` may be asked of a null handle, and gives null.
+  /// Return the object for reading. Only `get` may be called on a null handle; it returns null.
   const T* get() const noexcept { return m_shared.get(); }
   const T* operator->() const noexcept { return m_shared.get(); }
   const T& operator*() const noexcept { return *m_shared; }

@@ -13,8 +13,8 @@ class basic_safe_function;
 /// A copyable callable whose call is safe when it is empty.
 ///
 /// Calling an empty one does nothing and returns the value-initialised result. A moved-from one is
-/// empty. It owns its target; a target that needs to remember something across copies has to keep
-/// the function that its reference leads to.
+/// empty. A copy has a copy of the target, with its own state. A target whose copies must share a
+/// state has to hold that state by reference.
 template <class R, class... Args, int Safe>
 class basic_safe_function<R(Args...), Safe> {
  public:

@@ -104,7 +104,7 @@ class TALVCS_API StreamIO {
   /// True if there is a stream to read from, be it empty.
   operator bool() const noexcept { return static_cast<IStream*>(m_stream) != nullptr; }
 
-  /// Returns the size of the whole stream, 0 without one.
+  /// Return the size of the whole stream and the position in it; 0 without a stream.
   std::uint64_t GetSize() const;
   virtual std::uint64_t GetPosition() const;
 

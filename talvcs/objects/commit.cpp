@@ -210,8 +210,8 @@ bool Commit::MakeCommitLinksInOrder(std::vector<cow_ptr<Commit>>& commits,
   commits.back().write()->ResetState();
   commits.back() = repository->SyncWithStorage(commits.back());
   for (std::size_t index = commits.size() - 1; index-- > 0;) {
-    const cow_ptr<Commit>& behind = commits[index + 1];
-    if (commits[index] && behind) CommitAccess::Rewrite(commits[index], behind, *repository);
+    const cow_ptr<Commit>& parent = commits[index + 1];
+    if (commits[index] && parent) CommitAccess::Rewrite(commits[index], parent, *repository);
   }
   return true;
 }

@@ -7,7 +7,7 @@
 
 namespace TalVcs {
 
-/// Why an object can't be had from a store.
+/// Why an object can't be read from a store.
 enum class ObjectProblem {
   Missing,       ///< The store has no object of that id.
   Unreadable,    ///< The store has it and can't read it now.

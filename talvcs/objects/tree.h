@@ -87,8 +87,8 @@ class TALVCS_API Tree : public Object {
   /// Removes the blob and the subtree at `path`, and every directory on the path that becomes
   /// empty. Returns false, with nothing changed, if there is neither.
   ///
-  /// With a null `repository`, changed directories can't be stored: a removal below this level then
-  /// changes nothing and still returns true.
+  /// A null `repository` stores nothing: a removal that would leave a changed directory below this
+  /// level then changes nothing and still returns true.
   bool RemoveObject(IRepository* repository, TalStringViewT<WideChar> path);
 
   /// Return the entry of this level under exactly that name, or null.

@@ -26,9 +26,9 @@ bool IsOwnStorage(const IObjectsStorage& storage) {
          TalUtils::IsExactly<OnDemandStorage>(storage);
 }
 
-/// Tells which branches stand on a commit. A host's storage is asked for each. The library's own
-/// one would look at every branch each time, so its branches are sorted by their heads' instances
-/// first.
+/// Finds the branches that stand on a commit. A host's storage is called for each commit. The
+/// library's own storages would look at every branch each time, so their branches are sorted by
+/// the instances of their heads first.
 class BranchFinder {
  public:
   explicit BranchFinder(const IObjectsStorage& storage)

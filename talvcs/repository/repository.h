@@ -85,7 +85,7 @@ class TALVCS_API Repository : public IRepository {
   /// Drops every commit that is neither the head of a branch nor a fork of two branches. Of
   /// kept commits the parent alone changes, and with it the id; branches follow. Purges if
   /// `updateStorage` is true. Returns false only without a storage. Cost: linear in commits plus
-  /// branches.
+  /// branches; a derived class's `GetCommonBase` is called for every two branches.
   bool SimplifyCommitGraph(bool updateStorage) override;
 
   /// Removes all objects that nothing uses; see `IObjectsStorage::PurgeUnusedObjects`.
@@ -96,10 +96,10 @@ class TALVCS_API Repository : public IRepository {
   const IObjectsStorage* GetStorage() const override;
 
   /// Returns the nearest commit that both are or descend from, found along their parents without
-  /// the storage; null if there is none or an argument is null. Of two instances of one id, the
-  /// result is the one on the chain of the later finder, the second argument's at equal distance.
-  /// Cost: linear in the larger distance where both chains come to one instance, as chains of one
-  /// storage do; in the length of both chains where they are instances apart.
+  /// the storage; null if there is none or an argument is null. If the two chains have different
+  /// instances of it, returns that of the chain on which it is farther away, at equal distance that
+  /// of `second`. Cost: linear in the larger distance if both chains reach one instance, as they do
+  /// in one storage; otherwise linear in the length of both chains.
   cow_ptr<Commit> GetCommonBase(cow_ptr<Commit> first, cow_ptr<Commit> second) const override;
 
   /// Makes an existing branch the current one. Returns false if it does not exist.

@@ -11,8 +11,8 @@
 //   new        [ header ][ a b ][ c d ]^[ e f ][ g H ] [ i j ][ k l ]
 //                                       from here on
 //
-// Every commit that changes a file makes its directories so. It saves three eighths of the blocks,
-// and a fifth of the time of a history that changes one file after the other.
+// Every commit that changes a file makes its directories this way. It saves three eighths of the
+// blocks, and a fifth of the time of a history that changes one file after the other.
 
 namespace TalVcs {
 
@@ -22,8 +22,8 @@ TreeEntries::Checkpoint* TreeEntries::Checkpoints() const noexcept {
   return static_cast<Checkpoint*>(static_cast<void*>(ChunkArray() + m_capacity));
 }
 
-// Takes over the checkpoints of `previous`, which may be this list, that only equal chunks come
-// before.
+// Takes over the checkpoints of `previous` that lie in its first `equalChunks` chunks, which this
+// list has as well. `previous` may be this list.
 void TreeEntries::TakeCheckpoints(const TreeEntries& previous, std::size_t equalChunks) noexcept {
   std::uint8_t count = 0;
   while (count < previous.m_checkpointCount && previous.ChunkOfCheckpoint(count) <= equalChunks) {

@@ -80,7 +80,7 @@ inline bool SameObject(const EntryRef& a, const EntryRef& b) {
   return id_of_a == of_b->GetId();
 }
 
-/// Says to the sources of the absent ones among these subtrees that they are opened next.
+/// Announces the absent ones among these subtrees to their sources: the caller opens them next.
 void ExpectTrees(std::span<const EntryRef> entries);
 
 }  // namespace TalVcs

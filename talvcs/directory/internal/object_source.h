@@ -17,8 +17,8 @@ enum class EntryKind;
 /// Where absent links lead: reads the object that a link names, or finds the instance that is in
 /// memory already.
 ///
-/// Counted: every directory and every commit with an absent link holds it. An object that can't be
-/// had throws `ObjectUnavailable`, and the link stays absent.
+/// Counted: every directory and every commit with an absent link holds it. For an object that can't
+/// be read it throws `ObjectUnavailable`, and the link stays absent.
 class ObjectSource : public TalUtils::CountedBlock {
  public:
   /// The place of a directory, made of the names on the path to it. Two directories at one place
@@ -44,8 +44,8 @@ class ObjectSource : public TalUtils::CountedBlock {
     Id id;
     Place place;
   };
-  /// Says that these trees are opened next, and what lies below them if `deep` is true. One read
-  /// serves them all. What can't be read is left for the link to find out.
+  /// Announces that the caller opens these trees next, and if `deep` is true, what lies below them.
+  /// One read serves them all. A tree that can't be read fails when its link is followed.
   virtual void ExpectTrees(std::span<const ExpectedTree> trees, bool deep) = 0;
 
  protected:

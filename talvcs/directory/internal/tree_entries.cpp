@@ -88,11 +88,11 @@ void TreeEntries::Free(TreeEntries* list) noexcept {
 
 std::size_t TreeEntries::FindChunk(TalStringViewT<WideChar> name) const noexcept {
   const auto chunks = Chunks();
-  const auto behind = std::upper_bound(chunks.begin(), chunks.end(), name,
-                                       [](TalStringViewT<WideChar> wanted, const EntryChunk* c) {
-                                         return CompareNames(wanted, c->Name(0)) < 0;
-                                       });
-  return behind == chunks.begin() ? 0 : static_cast<std::size_t>(behind - chunks.begin()) - 1;
+  const auto after = std::upper_bound(chunks.begin(), chunks.end(), name,
+                                      [](TalStringViewT<WideChar> wanted, const EntryChunk* c) {
+                                        return CompareNames(wanted, c->Name(0)) < 0;
+                                      });
+  return after == chunks.begin() ? 0 : static_cast<std::size_t>(after - chunks.begin()) - 1;
 }
 
 EntryRef TreeEntries::Find(const TreeEntries* list, TalStringViewT<WideChar> name,
@@ -294,17 +294,17 @@ bool TreeEntries::Erase(Ptr& list, TalStringViewT<WideChar> name) {
   SlotPlan plan;
   std::size_t removed = 1;
   const EntryChunk* before = at == 0 ? nullptr : list->Chunks()[at - 1];
-  const EntryChunk* behind = at + 1 == list->m_chunkCount ? nullptr : list->Chunks()[at + 1];
+  const EntryChunk* after = at + 1 == list->m_chunkCount ? nullptr : list->Chunks()[at + 1];
   // A chunk that has become small joins a small neighbour, so that directories shrink again.
   const std::size_t few = MostSlots(list->m_chunkCount) / 2;
   const bool join_before = left != 0 && before != nullptr && left + before->Count() <= few;
-  const bool join_behind =
-      left != 0 && !join_before && behind != nullptr && left + behind->Count() <= few;
+  const bool join_after =
+      left != 0 && !join_before && after != nullptr && left + after->Count() <= few;
   if (join_before) plan.AddAll(*before, 0, before->Count());
   plan.AddAll(chunk, 0, first);
   plan.AddAll(chunk, last, chunk.Count());
-  if (join_behind) plan.AddAll(*behind, 0, behind->Count());
-  if (join_before || join_behind) removed = 2;
+  if (join_after) plan.AddAll(*after, 0, after->Count());
+  if (join_before || join_after) removed = 2;
   if (join_before) --at;
   EntryChunk::Ptr made;
   if (plan.count != 0) made = EntryChunk::Make(plan.Part(0, plan.count));

@@ -12,7 +12,7 @@ namespace TalVcs {
 /// one chunk, the blob first.
 class NamedEntries {
  public:
-  /// Nothing.
+  /// The entries under a name that the directory lacks.
   NamedEntries() = default;
   /// The handles of both kinds, null for none.
   NamedEntries(const TreeEntries* list, const EntryChunk* chunk, const cow_ptr<Object>* blob,

@@ -54,8 +54,8 @@ class InfoEnd {
   char* m_end = m_bytes;
 };
 
-/// Writes a line of "author" or "committer", without its line end, to `out`, which takes both texts
-/// of the commit and ASCII.
+/// Writes what follows the role in a line of "author" or "committer", without the line end. `out`
+/// takes texts of the commit and ASCII.
 template <class Out>
 void PutInfo(Out& out, TalStringViewT<WideChar> name, TalStringViewT<WideChar> email,
              std::string_view end) {

@@ -19,8 +19,9 @@ void VisitComponents(TalPlatform::TalStringViewT<TalPlatform::WideChar> path, Vi
   const auto* start = path.text;
   while (start != end) {
     const auto* const stop = std::find(start, end, TAL_WIDE('/'));
-    if (stop != start)
+    if (stop != start) {
       visit(path.Mid(static_cast<int>(start - path.text), static_cast<int>(stop - start)));
+    }
     start = stop == end ? end : stop + 1;
   }
 }

@@ -4,18 +4,18 @@
 
 namespace TalUtils {
 
-/// Asks the processor to fetch the memory at `address`, which soon will be read. Any address is
-/// fine.
+/// Asks the processor to fetch the memory at `address`, which will be read soon. Any address is
+/// allowed.
 inline void Prefetch([[maybe_unused]] const void* address) noexcept {
 #if defined(__GNUC__)
   __builtin_prefetch(address);
 #endif
 }
 
-/// How much of a list or a block is worth asking for; the processor goes on by itself.
+/// The bytes of a list or a block that are prefetched; the processor fetches the next by itself.
 constexpr std::size_t kPrefetchedHead = 256;
 
-/// Asks for `size` bytes from `address` on; for none of a null one.
+/// Prefetches `size` bytes from `address` on. Does nothing for null.
 inline void PrefetchRange(const void* address, std::size_t size) noexcept {
   if (address == nullptr) return;
   constexpr std::size_t kCacheLine = 64;

@@ -6,8 +6,8 @@
 
 namespace TalVcs {
 
-/// Takes the place of a parent that isn't in memory: its id and where to read it. Never leaves the
-/// commit whose parent it is.
+/// Takes the place of a parent that isn't in memory: its id and where to read it. Only commits hold
+/// one; no caller ever gets it.
 class AbsentCommit final : public Commit {
  public:
   AbsentCommit(const Id& id, ObjectSource& source);

@@ -33,8 +33,8 @@ class CommitAccess {
   static const ObjectSource* SourceOfParent(const Commit& commit) noexcept;
   static const ObjectSource* SourceOfRoot(const Commit& commit) noexcept;
 
-  /// Says to the sources of the absent roots among those of `commits` that they are opened next. A
-  /// commit may be null.
+  /// Announces the absent roots of `commits` to their sources: the caller opens them next. A commit
+  /// may be null.
   static void ExpectRoots(std::span<const cow_ptr<Commit>> commits);
 
   /// Make a link absent, whose object is in the store of `source`. The commit's id stays.

@@ -42,7 +42,7 @@ class StoreSource final : public ObjectSource {
   cow_ptr<Commit> OpenParent(const Id& id, const Id& child) override;
   void ExpectTrees(std::span<const ExpectedTree> trees, bool deep) override;
 
-  /// Says that these commits are asked for next. One read serves them all.
+  /// Announces that the caller opens these commits next. One read serves them all.
   void ExpectCommits(std::span<const Id> ids);
   /// Returns the commit that a branch names.
   cow_ptr<Commit> OpenHead(const Id& id);
