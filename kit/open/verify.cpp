@@ -42,7 +42,7 @@ Result<VerifyReport> Verify(IObjectStore& store, const VerifyOptions& options) {
   if (!unreferenced) return unreferenced.error();
   VerifyReport report;
   static_cast<HistoryReport&>(report) = *std::move(result);
-  report.objects = walk.CountMet() - report.damageCount;
+  report.objects = walk.CountMet() - (report.damageCount - walk.CountBadHeads());
   report.unreferencedObjects = *unreferenced;
   return report;
 }

@@ -50,6 +50,7 @@ Result<HistoryReport> HistoryWalk::Run(std::span<const Head> heads) {
 Status HistoryWalk::ReadHistory(const Head& head) {
   if (head.id.View().IsEmpty()) return {};
   if (!KeyOf(head.id)) {
+    ++m_badHeads;
     m_damages.Add(
         DamagedCommit(head.id, head.name, {ErrorCode::Damaged, "the head is no id of an object"}));
     return {};

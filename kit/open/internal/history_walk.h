@@ -29,8 +29,8 @@ class HistoryWalk {
   HistoryWalk& operator=(const HistoryWalk&) = delete;
 
   /// Walks the branches. A further call, after a report without damage, walks what wasn't met
-  /// before. An error is one of the store as a whole, of a hook or of the
-  /// progress; what can't be read is part of the report.
+  /// before. Fails if the store fails as a whole, and with the error of a hook or of the progress;
+  /// an object that can't be read is part of the report.
   Result<HistoryReport> Run(std::span<const Head> heads);
 
   /// True if the walk has met the id, whether or not its object can be read.
@@ -43,6 +43,9 @@ class HistoryWalk {
   std::uint64_t CountMet() const noexcept {
     return m_commits.GetCount() + m_trees.Trees().GetCount() + m_trees.Files().GetCount();
   }
+  /// Returns how many of the damages of the reports are heads that are no ids, so that there is no
+  /// object to meet.
+  std::uint64_t CountBadHeads() const noexcept { return m_badHeads; }
 
  private:
   static constexpr std::uint32_t kNone = 0xFFFFFFFF;
@@ -72,6 +75,7 @@ class HistoryWalk {
   TreeWalk m_trees;
   IdMap m_commits;  // indexes of nodes
   std::vector<Node> m_nodes;
+  std::uint64_t m_badHeads = 0;
 };
 
 }  // namespace TalVcs::Kit

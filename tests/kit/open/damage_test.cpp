@@ -307,26 +307,23 @@ TEST(DamagedValue, OfTheCurrentBranchCountsAsNoneAndIsWrittenAgain) {
   EXPECT_EQ(Ascii(Open(damaged).value()->GetCurentBranch()), "other");
 }
 
-TEST(OpenCheck, OfHeadsFindsALostHeadAndReadsNothingBelow) {
-  Repository repository = SmallHistory();
-  const auto memory = StoreOf(repository);
-  const auto store = std::make_shared<FaultInjectionStore>(*memory);
-  store->FailObject(repository.GetHead(Wide("topic"))->GetId(), ErrorCode::Damaged);
-  EXPECT_EQ(CodeOf(Open(store, {.check = OpenCheck::Heads})), "Damaged");
-  const OpenedRepository opened =
-      Open(store, {.check = OpenCheck::Heads, .policy = DamagePolicy::OpenWhole}).value();
-  EXPECT_EQ(opened.GetSavedHeads().size(), 2u);
-  EXPECT_EQ(FindBranch(opened.GetReport(), "topic")->state, BranchState::Lost);
-  EXPECT_EQ(store->CountReadIds(), 4u);
-}
+/// A store in which the name of a branch stands before a text that is no id.
+class BadHeads final : public PassingStore {
+ public:
+  using PassingStore::PassingStore;
 
-TEST(OpenCheck, CurrentBranchThatWasLeftOutGivesWayToAWholeOne) {
-  Repository repository = SmallHistory();
-  const auto memory = StoreOf(repository);
-  const auto store = std::make_shared<FaultInjectionStore>(*memory);
-  store->FailObject(repository.GetHead(Wide("master"))->GetId(), ErrorCode::Damaged);
-  const OpenedRepository opened = Load(store, {.policy = DamagePolicy::OpenWhole}).value();
-  EXPECT_EQ(Ascii(opened->GetCurentBranch()), "other");
+  Result<std::vector<Head>> Heads() override {
+    return std::vector<Head>{{"master", Id(TAL_WIDE("no id"))}};
+  }
+};
+
+// The number of objects was one less than none.
+TEST(DamagedHead, ThatIsNoIdIsALostBranchAndNoObject) {
+  const VerifyReport report = Verify(*std::make_shared<BadHeads>(SmallStore())).value();
+  ASSERT_EQ(report.branches.size(), 1u);
+  EXPECT_EQ(report.branches.front().state, BranchState::Lost);
+  EXPECT_EQ(report.damageCount, 1u);
+  EXPECT_EQ(report.objects, 0u);
 }
 
 }  // namespace

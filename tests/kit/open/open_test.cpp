@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <kit/open/load.h>
 #include <kit/open/open.h>
 #include <kit/open/try.h>
 #include <kit/store/fault_injection_store.h>
@@ -164,6 +165,28 @@ TEST(Try, ObjectThatTheStoreCannotReadIsUnavailable) {
   store->Restart();
   store->FailFrom(1);
   EXPECT_EQ(CodeOf(Try([&] { return opened->GetHead(); })), "Unavailable");
+}
+
+TEST(OpenCheck, OfHeadsFindsALostHeadAndReadsNothingBelow) {
+  Repository repository = SmallHistory();
+  const auto memory = StoreOf(repository);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
+  store->FailObject(repository.GetHead(Wide("topic"))->GetId(), ErrorCode::Damaged);
+  EXPECT_EQ(CodeOf(Open(store, {.check = OpenCheck::Heads})), "Damaged");
+  const OpenedRepository opened =
+      Open(store, {.check = OpenCheck::Heads, .policy = DamagePolicy::OpenWhole}).value();
+  EXPECT_EQ(opened.GetSavedHeads().size(), 2u);
+  EXPECT_EQ(FindBranch(opened.GetReport(), "topic")->state, BranchState::Lost);
+  EXPECT_EQ(store->CountReadIds(), 4u);
+}
+
+TEST(OpenCheck, CurrentBranchThatWasLeftOutGivesWayToAWholeOne) {
+  Repository repository = SmallHistory();
+  const auto memory = StoreOf(repository);
+  const auto store = std::make_shared<FaultInjectionStore>(*memory);
+  store->FailObject(repository.GetHead(Wide("master"))->GetId(), ErrorCode::Damaged);
+  const OpenedRepository opened = Load(store, {.policy = DamagePolicy::OpenWhole}).value();
+  EXPECT_EQ(Ascii(opened->GetCurentBranch()), "other");
 }
 
 TEST(Try, ResultsStayAsTheyAreAndTheirErrorsAreCaught) {
