@@ -19,7 +19,7 @@ class BlameWalk {
     if (!Report()) return CancelledError();
     while (m_open > 0 || m_blame.versions.empty()) {
       if (m_blame.versions.size() >= m_options.mostVersions) {
-        m_blame.isComplete = m_blame.versions.empty();
+        m_blame.isComplete = false;
         break;
       }
       Result<std::optional<TextVersion>> version = next();

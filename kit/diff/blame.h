@@ -46,7 +46,7 @@ struct Blame {
 struct BlameOptions {
   /// Most versions that are read.
   std::uint64_t mostVersions = UINT64_MAX;
-  /// For each pair of versions.
+  /// Options of the comparison of each pair of versions.
   LineDiffOptions lines = {};
   /// The phase is "versions", its items are versions that were read.
   Progress progress = {};

@@ -68,6 +68,14 @@ TEST(BlameText, BoundLeavesTheRestToTheLastVersionRead) {
   EXPECT_EQ(versions.Calls(), 3U);
 }
 
+TEST(BlameText, BoundOfNoVersionIsIncomplete) {
+  Versions versions({"a\n"});
+  const Blame blame = BlameText(versions.Next(), {.mostVersions = 0}).value();
+  EXPECT_THAT(blame.lines, IsEmpty());
+  EXPECT_FALSE(blame.isComplete);
+  EXPECT_EQ(versions.Calls(), 0U);
+}
+
 TEST(BlameText, PassesOnTheErrorOfTheCallback) {
   Error error;
   error.code = ErrorCode::Unavailable;
