@@ -68,7 +68,9 @@ Status RecordingStore::Before(const StoreCall& call) {
 
 Status RecordingStore::After(const StoreCall& call, Status outcome) {
   // Calls that began later have ended, or a callback threw.
-  while (m_begun.back().first != call.number) m_begun.pop_back();
+  while (!m_begun.empty() && m_begun.back().first > call.number) m_begun.pop_back();
+  // A derived class can fail before it calls the function above.
+  if (m_begun.empty() || m_begun.back().first != call.number) return outcome;
   const std::chrono::nanoseconds duration = Now() - m_begun.back().second;
   m_begun.pop_back();
   const auto record = std::find_if(m_calls.rbegin(), m_calls.rend(), [&](const RecordedCall& kept) {

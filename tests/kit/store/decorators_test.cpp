@@ -248,6 +248,25 @@ TEST(RecordingStore, CallWhoseCallbackThrewHasNoDuration) {
   EXPECT_NE(store.GetCalls()[1].duration, std::nullopt);
 }
 
+/// Refuses every call before the recording store sees it.
+class RefusingStore final : public RecordingStore {
+ public:
+  using RecordingStore::RecordingStore;
+
+ protected:
+  Status Before(const StoreCall& /*call*/) override {
+    return Error{ErrorCode::Denied, "refused", {}, {}, {}, {}};
+  }
+};
+
+// The end of a call whose beginning was not recorded read beyond an empty list.
+TEST(RecordingStore, CallThatADerivedClassRefusesIsNotRecorded) {
+  MemoryObjectStore memory;
+  RefusingStore store(memory);
+  EXPECT_EQ(store.Heads().error().code, ErrorCode::Denied);
+  EXPECT_EQ(store.CountCalls(), 0U);
+}
+
 /// Steps of a progress store, as "phase done/bytes".
 struct Steps {
   std::vector<std::string> shown;
