@@ -18,11 +18,13 @@ class IRepository;
 
 namespace TalVcs::Kit {
 
+class EditDraft;
+
 /// A list of edits by path, which are made together.
 ///
-/// The result is that of the same edits made one by one in their order on a `Tree` or a `Commit`,
-/// to the id, but each directory is made once, and no directory that a later edit of the list
-/// changes enters the storage. Blobs, and trees that are added as such, are stored like there.
+/// The result has the same id as that of the same edits made one by one in their order on a `Tree`
+/// or a `Commit`. But each directory is made once, and no directory that a later edit of the list
+/// changes enters the storage. The blobs and trees that are added are stored in both cases.
 ///
 /// A value, which can be applied any number of times. It shares the bytes of what is added.
 ///
@@ -62,18 +64,17 @@ class TALVCS_KIT_API BatchEdit {
 
  private:
   struct TALVCS_KIT_NO_EXPORT Edit;
-  class TALVCS_KIT_NO_EXPORT Draft;
 
   template <class T>
   TALVCS_KIT_NO_EXPORT void Append(TalStringViewT<WideChar> path, T&& what);
-  TALVCS_KIT_NO_EXPORT static std::optional<bool> Apply(IRepository& repository, Draft& draft,
+  TALVCS_KIT_NO_EXPORT static std::optional<bool> Apply(IRepository& repository, EditDraft& draft,
                                                         const Edit& edit);
   TALVCS_KIT_NO_EXPORT static void ComputeIds(std::span<const Edit> edits);
   TALVCS_KIT_NO_EXPORT void ComputeIdsOnAllThreads() const;
   template <class Target>
   std::size_t ApplyOneByOne(IRepository* repository, Target& target) const;
   TALVCS_KIT_NO_EXPORT std::optional<std::size_t> ApplyTo(IRepository& repository,
-                                                          Draft& draft) const;
+                                                          EditDraft& draft) const;
 
   // In pieces that never grow: to move an edit costs as much as to append it.
   std::vector<std::vector<Edit>> m_edits;
