@@ -39,7 +39,7 @@ std::string ChainOf(const cow_ptr<Commit>& tip);
 std::string ChainOf(const IRepository& repository, std::string_view branch);
 
 /// Returns the text of the id of the last commit of a chain, "A-B-D", as any repository
-/// has it, without storing a thing.
+/// has it, without storing anything.
 std::string IdOfChain(std::string_view chain);
 
 /// Stores `count` commits in a row on top of `parent`, all with the tree of `MakeCommit("chain")`,
