@@ -2,9 +2,9 @@
 #include "command_table.h"
 #include "folder_update.h"
 #include "history.h"
-#include "json.h"
 #include "pending_merge.h"
-#include "short_ids.h"
+
+#include <kit/text/json_writer.h>
 
 #include <iostream>
 
@@ -32,7 +32,7 @@ const char* WordFor(NameKind kind) { return kind == NameKind::Branch ? "branch" 
 
 void PrintNames(const Host& host, Session& session, const std::vector<Kit::Head>& names,
                 NameKind kind) {
-  const ShortIds ids(session);
+  const Kit::ShortIds ids(session.Document());
   for (const Kit::Head& name : names) {
     const bool is_current = kind == NameKind::Branch && name.name == session.Branch();
     std::cout << (is_current ? "* " : "  ")
@@ -48,7 +48,7 @@ void PrintNames(const Host& host, Session& session, const std::vector<Kit::Head>
 }
 
 void PrintNamesJson(Session& session, const std::vector<Kit::Head>& names, NameKind kind) {
-  JsonWriter json(std::cout);
+  Kit::JsonWriter json(std::cout);
   json.BeginArray();
   for (const Kit::Head& name : names) {
     json.BeginObject();

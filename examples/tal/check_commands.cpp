@@ -1,11 +1,11 @@
 #include "clean_up.h"
 #include "command_line.h"
 #include "command_table.h"
-#include "content_sizes.h"
-#include "json.h"
 
 #include <kit/open/statistics.h>
 #include <kit/open/verify.h>
+#include <kit/text/json_writer.h>
+#include <kit/text/sizes.h>
 
 #include <charconv>
 #include <iostream>
@@ -17,7 +17,7 @@ namespace {
 struct NoOptions {};
 
 void PrintVerifyJson(const std::optional<Kit::VerifyReport>& report, const std::string& reason) {
-  JsonWriter json(std::cout);
+  Kit::JsonWriter json(std::cout);
   json.BeginObject();
   json.Key("whole").Bool(report && report->IsWhole());
   json.Key("reason").Text(reason);
@@ -79,7 +79,7 @@ std::uint64_t LastFreed(Session& session) {
   return bytes;
 }
 
-void PrintTotals(JsonWriter& json, const char* name, const Kit::ObjectTotals& totals) {
+void PrintTotals(Kit::JsonWriter& json, const char* name, const Kit::ObjectTotals& totals) {
   json.Key(name).BeginObject();
   json.Key("count").Number(static_cast<std::int64_t>(totals.count));
   json.Key("bytes").Number(static_cast<std::int64_t>(totals.sizeBytes));
@@ -94,7 +94,7 @@ ExitCode RunStat(const Host& host, const NoOptions&) {
     throw Failure("the store is damaged: " + Plural(store.unreadable, "object") +
                       " cannot be read; tal verify lists them",
                   ExitCode::Damaged);
-  const ContentSizes contents = MeasureContents(session);
+  const Kit::ContentUsage contents = session.Document().MeasureContents().value();
   const std::pair<const char*, Kit::ObjectTotals> kinds[] = {
       {"commits", store.commits}, {"trees", store.trees}, {"blobs", store.blobs}};
   Kit::ObjectTotals all = store.unreferenced;
@@ -104,13 +104,13 @@ ExitCode RunStat(const Host& host, const NoOptions&) {
   }
   const auto branches = session.Document().GetBranches();
   if (host.json) {
-    JsonWriter json(std::cout);
+    Kit::JsonWriter json(std::cout);
     json.BeginObject();
     for (const auto& [name, totals] : kinds) PrintTotals(json, name, totals);
     const std::pair<const char*, std::uint64_t> figures[] = {
         {"branches", branches.size()},
         {"files_of_all_commits", contents.apart.files},
-        {"bytes_of_all_commits", contents.apart.bytes},
+        {"bytes_of_all_commits", contents.apart.sizeBytes},
         {"store_objects", all.count},
         {"store_bytes", all.sizeBytes},
         {"unreached_bytes", store.unreferenced.sizeBytes},
@@ -121,15 +121,15 @@ ExitCode RunStat(const Host& host, const NoOptions&) {
     return ExitCode::Done;
   }
   for (const auto& [name, totals] : kinds)
-    std::cout << name << '\t' << totals.count << '\t' << FormatBytes(totals.sizeBytes) << '\n';
+    std::cout << name << '\t' << totals.count << '\t' << Kit::FormatSize(totals.sizeBytes) << '\n';
   std::cout << "branches\t" << branches.size() << '\n'
             << "sharing\t" << Plural(contents.apart.files, "file") << " in all commits, "
-            << FormatBytes(contents.apart.bytes) << ", stored as "
-            << Plural(contents.shared.files, "blob") << ", " << FormatBytes(contents.shared.bytes)
-            << '\n'
-            << "store\t" << Plural(all.count, "object") << ", " << FormatBytes(all.sizeBytes)
-            << ", unreachable: " << FormatBytes(store.unreferenced.sizeBytes) << '\n'
-            << "freed\t" << FormatBytes(LastFreed(session)) << " by the last clean-up\n";
+            << Kit::FormatSize(contents.apart.sizeBytes) << ", stored as "
+            << Plural(contents.stored.files, "blob") << ", "
+            << Kit::FormatSize(contents.stored.sizeBytes) << '\n'
+            << "store\t" << Plural(all.count, "object") << ", " << Kit::FormatSize(all.sizeBytes)
+            << ", unreachable: " << Kit::FormatSize(store.unreferenced.sizeBytes) << '\n'
+            << "freed\t" << Kit::FormatSize(LastFreed(session)) << " by the last clean-up\n";
   return ExitCode::Done;
 }
 

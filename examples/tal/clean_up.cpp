@@ -1,8 +1,14 @@
 #include "clean_up.h"
 
 #include <kit/open/clean_up.h>
+#include <kit/text/sizes.h>
 
 namespace Tal {
+
+Kit::RetentionReport ForgetVersions(Session& session, const Kit::Retention& rule) {
+  const Kit::Progress progress = ShowProgress(session.GetHost().terminal);
+  return session.Document().Forget(rule, {.progress = progress, .mostListed = 0}).value();
+}
 
 void SaveAndCleanUp(Session& session, const std::string& what) {
   const Host& host = session.GetHost();
@@ -14,7 +20,7 @@ void SaveAndCleanUp(Session& session, const std::string& what) {
   const Kit::RemovedObjects removed =
       Kit::CleanUp(session.SavedStore(), {.progress = ShowProgress(host.terminal)}).value();
   session.SavedStore().SetValue(kFreedValue, std::to_string(removed.sizeBytes)).value();
-  host.terminal.Say(what + "; freed " + FormatBytes(removed.sizeBytes) + " (" +
+  host.terminal.Say(what + "; freed " + Kit::FormatSize(removed.sizeBytes) + " (" +
                     std::to_string(removed.sizeBytes) + " bytes), " +
                     Plural(removed.count, "object"));
 }

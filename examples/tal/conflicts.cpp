@@ -2,8 +2,9 @@
 
 #include "interrupt.h"
 #include "merge_tool.h"
-#include "parse_time.h"
 #include "printing.h"
+
+#include <kit/workspace/decisions.h>
 
 #include <iostream>
 #include <optional>
@@ -12,13 +13,6 @@ namespace Tal {
 namespace {
 
 using Kit::Decision;
-
-enum class Side { Nothing, File, Folder };
-
-Side SideOf(const Kit::ConflictSide& side) {
-  if (side.content) return Side::File;
-  return side.isFolder ? Side::Folder : Side::Nothing;
-}
 
 void ShowSides(const Terminal& terminal, const Kit::Conflict& conflict) {
   const auto text = [](const Kit::ConflictSide& side) {
@@ -35,7 +29,7 @@ void ShowSides(const Terminal& terminal, const Kit::Conflict& conflict) {
 Decision Ask(Session& session, const Kit::Conflict& conflict) {
   const Terminal& terminal = session.GetHost().terminal;
   for (;;) {
-    std::cerr << Printable(conflict.path) << ": " << Describe(conflict)
+    std::cerr << Printable(conflict.path) << ": " << Kit::Describe(conflict)
               << ". [o]urs, [t]heirs, [b]ase, [e]dit, [d]iff or [q]uit? " << std::flush;
     const std::optional<std::string> answer = ReadAnswer();
     if (!answer || answer == "q") {
@@ -53,52 +47,7 @@ Decision Ask(Session& session, const Kit::Conflict& conflict) {
   }
 }
 
-/// Decides by the times that the nearest files of that path hold, and not at all if they don't
-/// differ.
-std::optional<Decision> DecideByTime(const FileTree& ours, const FileTree& theirs,
-                                     const std::string& timePath, const std::string& path) {
-  const auto read = [](const BlobPtr& blob) { return ParseTime(Kit::BytesFromBlob(*blob)); };
-  const TalVcs::ConflictResolver resolver =
-      TalVcs::TimeBasedConflictResolver({ToWide(timePath)}, read);
-  const WideString wide = ToWide(path);
-  const TalVcs::MergeTrees trees{ours.GetTree(), nullptr, theirs.GetTree()};
-  switch (resolver(TalVcs::Helpers::SplitVcsPath(wide), trees)) {
-    case TalVcs::ConflictChoice::Left:
-      return Decision::Ours();
-    case TalVcs::ConflictChoice::Right:
-      return Decision::Theirs();
-    default:
-      return std::nullopt;
-  }
-}
-
-std::string Name(const Decision& decision) {
-  switch (decision.GetSide()) {
-    case Decision::Side::Ours:
-      return "ours";
-    case Decision::Side::Theirs:
-      return "theirs";
-    case Decision::Side::Base:
-      return "base";
-    case Decision::Side::Content:
-      break;
-  }
-  return "edited";
-}
-
 }  // namespace
-
-std::string Describe(const Kit::Conflict& conflict) {
-  const Side base = SideOf(conflict.base);
-  const auto word = [&](Side side) -> std::string {
-    if (side == Side::Folder) return base == Side::Folder ? "changed folder" : "folder";
-    if (side == Side::Nothing) return "removed";
-    return base == Side::File ? "changed" : "added";
-  };
-  const std::string ours = word(SideOf(conflict.ours));
-  const std::string theirs = word(SideOf(conflict.theirs));
-  return ours == theirs ? ours + " on both sides" : ours + " here, " + theirs + " there";
-}
 
 void DeclareConflicts(Command& command, ConflictOptions& options) {
   command.Flag("--ours", options.ours, "Take the current branch's side")
@@ -120,12 +69,12 @@ DecidedConflicts Decide(Session& session, const Kit::MergePreview& preview,
                         const ConflictOptions& options) {
   DecidedConflicts decided;
   if (preview.conflicts.empty()) return decided;
-  const FileTree ours = session.HeadFiles();
-  const FileTree theirs = session.FilesOf(preview.version.id);
+  const Kit::Snapshot ours = session.Document().At(preview.head).value();
+  const Kit::Snapshot theirs = session.Document().At(preview.version.id).value();
   const auto decide = [&](const Kit::Conflict& conflict) -> std::optional<Decision> {
     std::optional<Decision> decision;
     if (!options.newest.empty())
-      decision = DecideByTime(ours, theirs, options.newest, conflict.path);
+      decision = Kit::DecideByTime(conflict, ours, theirs, options.newest).value();
     if (decision) return decision;
     if (options.interactive) return Ask(session, conflict);
     if (!options.tool.empty()) {
@@ -141,27 +90,11 @@ DecidedConflicts Decide(Session& session, const Kit::MergePreview& preview,
   };
   for (const Kit::Conflict& conflict : preview.conflicts) {
     const std::optional<Decision> decision = decide(conflict);
-    decided.list.push_back(
-        {conflict.path, Describe(conflict), decision ? Name(*decision) : "undecided"});
+    decided.list.push_back({conflict.path, Kit::Describe(conflict),
+                            decision ? Kit::ToString(decision->GetSide()) : "undecided"});
     if (decision) decided.decisions.emplace(conflict.path, *decision);
   }
   return decided;
-}
-
-Kit::Decisions WithMarkers(const Kit::MergePreview& preview, Kit::Decisions decisions) {
-  for (const Kit::Conflict& conflict : preview.conflicts) {
-    const bool is_text = conflict.merged && conflict.ours.content && conflict.theirs.content;
-    const bool is_ours = SideOf(conflict.ours) != Side::Nothing;
-    decisions.emplace(conflict.path, is_text   ? Decision::Content(*conflict.merged)
-                                     : is_ours ? Decision::Ours()
-                                               : Decision::Theirs());
-  }
-  return decisions;
-}
-
-bool HasMarkers(std::string_view text) {
-  constexpr std::string_view kMarker = "<<<<<<< ours";
-  return text.starts_with(kMarker) || text.find("\n" + std::string(kMarker)) != text.npos;
 }
 
 }  // namespace Tal

@@ -1,11 +1,9 @@
 #pragma once
 
 #include "command_line.h"
-#include "json.h"
 #include "session.h"
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace Tal {
@@ -23,9 +21,6 @@ struct ConflictOptions {
 
 /// Adds these options to a command.
 void DeclareConflicts(Command& command, ConflictOptions& options);
-
-/// Returns the kind of a conflict for people, such as "changed on both sides".
-std::string Describe(const Kit::Conflict& conflict);
 
 /// What was decided about a conflict.
 struct DecidedConflict {
@@ -46,12 +41,5 @@ struct DecidedConflicts {
 /// `Failure` if the user gives up.
 DecidedConflicts Decide(Session& session, const Kit::MergePreview& preview,
                         const ConflictOptions& options);
-
-/// Returns the decisions with one for each other conflict of the preview, which keeps both sides
-/// for people where it can: the text with markers, else our file, else theirs.
-Kit::Decisions WithMarkers(const Kit::MergePreview& preview, Kit::Decisions decisions);
-
-/// Returns true if the text has a place that `WithMarkers` has marked.
-bool HasMarkers(std::string_view text);
 
 }  // namespace Tal

@@ -54,8 +54,8 @@ void PrintChanges(const Host& host, const Folder& folder, const Side& before, co
     PrintFileDiff(host.terminal, ReadSides(folder, before, after, change));
 }
 
-void PrintChangesJson(JsonWriter& json, const Folder& folder, const Side& before, const Side& after,
-                      const std::vector<Change>& changes) {
+void PrintChangesJson(Kit::JsonWriter& json, const Folder& folder, const Side& before,
+                      const Side& after, const std::vector<Change>& changes) {
   json.Key("changes").BeginArray();
   for (const Change& change : changes)
     PrintFileDiffJson(json, ReadSides(folder, before, after, change));
@@ -79,7 +79,7 @@ ExitCode RunDiff(const Host& host, const DiffOptions& options) {
   }
 
   if (host.json) {
-    JsonWriter json(std::cout);
+    Kit::JsonWriter json(std::cout);
     json.BeginObject();
     PrintChangesJson(json, session.WorkFolder(), before, after, changes);
     json.EndObject();
@@ -100,7 +100,7 @@ ExitCode RunShow(const Host& host, const ShowOptions& options) {
   const std::vector<Change> changes =
       CompareTrees(before.files, after.files, options.ignoresMoves ? Moves::Ignore : Moves::Find);
   if (host.json) {
-    JsonWriter json(std::cout);
+    Kit::JsonWriter json(std::cout);
     json.BeginObject();
     PrintVersionFields(json, session, version);
     PrintChangesJson(json, session.WorkFolder(), before, after, changes);

@@ -6,6 +6,7 @@
 #include "report/report.h"
 #include "session.h"
 
+#include <kit/text/sizes.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -65,7 +66,8 @@ ExitCode RunReport(const Host& host, const ReportCommandOptions& options) {
   const Report report = MakeReport(session.Document(), session.Store(), wanted);
   WriteFile(host.start / options.file, [&](std::ostream& out) { out << report.page; });
   SayAll(host, report.cuts);
-  host.terminal.Say("wrote " + Printable(options.file) + ", " + FormatBytes(report.page.size()));
+  host.terminal.Say("wrote " + Printable(options.file) + ", " +
+                    Kit::FormatSize(report.page.size()));
   return ExitCode::Done;
 }
 

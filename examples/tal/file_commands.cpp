@@ -1,14 +1,13 @@
-#include "base64.h"
 #include "command_line.h"
 #include "command_table.h"
 #include "history.h"
 #include "interrupt.h"
-#include "json.h"
 #include "paths.h"
 #include "session.h"
-#include "short_ids.h"
 
 #include <kit/diff/blame.h>
+#include <kit/text/base64.h>
+#include <kit/text/json_writer.h>
 
 #include <iostream>
 #include <optional>
@@ -46,7 +45,7 @@ ExitCode RunLs(const Host& host, const PathOptions& options) {
     }
     return ExitCode::Done;
   }
-  JsonWriter json(std::cout);
+  Kit::JsonWriter json(std::cout);
   json.BeginArray();
   for (const std::string& path : paths) {
     const BlobPtr blob = files.Find(path);
@@ -71,12 +70,12 @@ ExitCode RunCat(const Host& host, const PathOptions& options) {
     std::cout.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     return ExitCode::Done;
   }
-  JsonWriter json(std::cout);
+  Kit::JsonWriter json(std::cout);
   json.BeginObject();
   json.Key("path").Text(path);
   json.Key("id").Text(ToUtf8(blob->GetId()));
   json.Key("bytes").Number(static_cast<std::int64_t>(bytes.size()));
-  json.Key("base64").Text(Base64(bytes));
+  json.Key("base64").Text(Kit::EncodeBase64(bytes));
   json.EndObject();
   return ExitCode::Done;
 }
@@ -103,13 +102,13 @@ ExitCode RunBlame(const Host& host, const PathOptions& options) {
   if (Kit::IsBinary(Kit::BytesFromBlob(*blob)))
     throw Failure("\"" + Printable(path) + "\" is not text, so it has no lines");
   const std::vector<Kit::Version> versions =
-      ListVersions(session, start, {.path = path, .limit = UINT64_MAX});
+      session.Document().Log({.from = start.id, .path = path, .limit = UINT64_MAX}).value();
   const Kit::Blame blame =
       Kit::BlameText(OlderTexts(session, versions, path), {.progress = ShowProgress(host.terminal)})
           .value();
-  ShortIds ids(session);
+  Kit::ShortIds ids(session.Document());
   for (const Kit::Version& version : versions) ids.Add(version.id);
-  std::optional<JsonWriter> json;
+  std::optional<Kit::JsonWriter> json;
   if (host.json) json.emplace(std::cout).BeginArray();
   for (std::size_t i = 0; i < blame.lines.size(); ++i) {
     StopIfInterrupted();

@@ -3,7 +3,7 @@
 
 #include "file_kinds.h"
 
-#include "text.h"
+#include <kit/text/escape.h>
 
 #include <set>
 
@@ -45,15 +45,16 @@ FileKinds::FileKinds(std::string_view text) {
     const std::string_view line = text.substr(0, end);
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
     if (line.size() < 3 || line[1] != ' ') continue;
-    if (line[0] == 'x') m_kinds.emplace(UnescapeLine(line.substr(2)), FileKind::Executable);
-    if (line[0] == 'l') m_kinds.emplace(UnescapeLine(line.substr(2)), FileKind::Link);
+    if (line[0] == 'x')
+      m_kinds.emplace(TalVcs::Kit::UnescapeLine(line.substr(2)), FileKind::Executable);
+    if (line[0] == 'l') m_kinds.emplace(TalVcs::Kit::UnescapeLine(line.substr(2)), FileKind::Link);
   }
 }
 
 std::string FileKinds::ToText() const {
   std::string text;
   for (const auto& [path, kind] : m_kinds)
-    text += (kind == FileKind::Executable ? "x " : "l ") + EscapeLine(path) + "\n";
+    text += (kind == FileKind::Executable ? "x " : "l ") + TalVcs::Kit::EscapeLine(path) + "\n";
   return text;
 }
 

@@ -1,6 +1,7 @@
 #include "graph_style.h"
 
-#include "utf8.h"
+#include <kit/text/escape.h>
+#include <kit/text/utf8.h>
 
 #include <array>
 
@@ -15,42 +16,24 @@ std::string LineColour(int line) {
 std::string XmlText(std::string_view text) {
   std::string result;
   for (std::size_t at = 0; at < text.size();) {
-    const Utf8Character character = DecodeUtf8(text, at);
+    const TalVcs::Kit::Utf8Character character = TalVcs::Kit::DecodeUtf8(text, at);
     const bool isControl =
         character.code < 0x20 || (character.code >= 0x7F && character.code < 0xA0);
-    if (!character.valid || character.code == 0xFFFE || character.code == 0xFFFF) {
+    if (!character.isValid || character.code == 0xFFFE || character.code == 0xFFFF) {
       result += "\xEF\xBF\xBD";
     } else if (isControl) {
       result += ' ';
     } else {
-      result += text.substr(at, character.size);
+      result += text.substr(at, character.sizeBytes);
     }
-    at += character.size;
+    at += character.sizeBytes;
   }
   return result;
 }
 
 std::string XmlEscaped(std::string_view text) {
-  std::string result;
-  for (const char c : XmlText(text)) {
-    switch (c) {
-      case '&':
-        result += "&amp;";
-        break;
-      case '<':
-        result += "&lt;";
-        break;
-      case '>':
-        result += "&gt;";
-        break;
-      case '"':
-        result += "&quot;";
-        break;
-      default:
-        result += c;
-    }
-  }
-  return result;
+  return TalVcs::Kit::ReplaceCharacters(
+      XmlText(text), {{'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}});
 }
 
 }  // namespace Tal

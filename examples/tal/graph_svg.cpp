@@ -1,6 +1,8 @@
 #include "graph.h"
 #include "graph_style.h"
-#include "utf8.h"
+#include "text.h"
+
+#include <kit/text/utf8.h>
 
 #include <algorithm>
 #include <cmath>
@@ -32,24 +34,25 @@ std::size_t Place(int index) { return static_cast<std::size_t>(index); }
 double TextWidth(std::string_view text) {
   double width = 0;
   for (std::size_t at = 0; at < text.size();) {
-    const Utf8Character character = DecodeUtf8(text, at);
-    width +=
-        character.code >= 0x1100 && character.size >= 3 ? 2 * kCharacterWidth : kCharacterWidth;
-    at += character.size;
+    const Kit::Utf8Character character = Kit::DecodeUtf8(text, at);
+    width += character.code >= 0x1100 && character.sizeBytes >= 3 ? 2 * kCharacterWidth
+                                                                  : kCharacterWidth;
+    at += character.sizeBytes;
   }
   return width;
 }
 
 std::string FittingText(const std::string& text, double width) {
   auto characters = static_cast<std::size_t>(std::max(width / kCharacterWidth, 4.0));
-  std::string cut = CutText(text, characters);
-  while (TextWidth(cut) > width && characters > 4) cut = CutText(text, --characters);
+  std::string cut = Kit::CutText(text, characters);
+  while (TextWidth(cut) > width && characters > 4) cut = Kit::CutText(text, --characters);
   return cut;
 }
 
 class Picture {
  public:
-  Picture(const History& history, const GraphLayout& layout, const std::string& currentBranch)
+  Picture(const Kit::VersionGraph& history, const Kit::GraphLayout& layout,
+          const std::string& currentBranch)
       : m_history(history),
         m_layout(layout),
         m_current(currentBranch),
@@ -70,8 +73,8 @@ class Picture {
   }
 
  private:
-  int Rows() const { return static_cast<int>(m_history.commits.size()); }
-  const HistoryCommit& CommitOf(int row) const { return m_history.commits[Place(row)]; }
+  int Rows() const { return static_cast<int>(m_history.versions.size()); }
+  const Kit::GraphVersion& EntryOf(int row) const { return m_history.versions[Place(row)]; }
   int X(int row) const { return kMargin + m_layout.LaneOfRow(row) * kLaneWidth + kLaneWidth / 2; }
   static int Y(int row) { return kHeader + row * kRowHeight + kRowHeight / 2; }
   std::string ColourOf(int row) const { return LineColour(m_layout.lineOfRow[Place(row)]); }
@@ -118,7 +121,7 @@ class Picture {
   }
 
   void DrawEdge(int row) {
-    const int parent = CommitOf(row).parent;
+    const int parent = EntryOf(row).parent;
     if (parent < 0) return;
     const int x = X(row);
     const int parentX = X(parent);
@@ -136,12 +139,12 @@ class Picture {
   }
 
   void DrawNode(int row) {
-    const HistoryCommit& commit = CommitOf(row);
-    m_out << "<g><title>" << XmlEscaped(commit.id) << "</title>\n";
-    if (!commit.version.branches.empty()) {
+    const Kit::GraphVersion& entry = EntryOf(row);
+    m_out << "<g><title>" << XmlEscaped(ToUtf8(entry.version.id)) << "</title>\n";
+    if (!entry.version.branches.empty()) {
       DrawTip(X(row), Y(row), ColourOf(row));
-      if (IsFork(commit)) DrawCentre(X(row), Y(row));
-    } else if (IsFork(commit)) {
+      if (entry.IsFork()) DrawCentre(X(row), Y(row));
+    } else if (entry.IsFork()) {
       DrawFork(X(row), Y(row), ColourOf(row));
     } else {
       DrawDisc(X(row), Y(row), ColourOf(row));
@@ -186,32 +189,31 @@ class Picture {
   }
 
   void DrawTexts(int row) {
-    const HistoryCommit& commit = CommitOf(row);
+    const Kit::Version& version = EntryOf(row).version;
     double x = m_textX;
-    for (std::size_t i = 0; i < commit.version.branches.size() && i < kMostLabels; ++i) {
-      const std::string& name = commit.version.branches[i];
-      x = DrawLabel(x, row, CutText(name, 20), name == m_current);
+    for (std::size_t i = 0; i < version.branches.size() && i < kMostLabels; ++i) {
+      const std::string& name = version.branches[i];
+      x = DrawLabel(x, row, Kit::CutText(name, 20), name == m_current);
     }
-    if (commit.version.branches.size() > kMostLabels)
-      x = DrawLabel(x, row, "+" + std::to_string(commit.version.branches.size() - kMostLabels),
-                    false);
+    if (version.branches.size() > kMostLabels)
+      x = DrawLabel(x, row, "+" + std::to_string(version.branches.size() - kMostLabels), false);
 
     const double room = m_textX + kTextWidth - x - 12;
-    const std::string description = ShortDescription(commit, kDescriptionCharacters);
+    const std::string description = ShortDescription(version, kDescriptionCharacters);
     if (description.empty()) {
       DrawText("empty", x, Y(row), "no description");
     } else {
       DrawText("line", x, Y(row), FittingText(description, room));
     }
     x = m_textX + kTextWidth;
-    DrawText("id", x, Y(row), ShortId(commit.id));
+    DrawText("id", x, Y(row), ShortId(ToUtf8(version.id)));
     x += kIdWidth;
-    DrawText("quiet", x, Y(row), FittingText(commit.version.author, kAuthorWidth - 10));
-    DrawText("quiet", x + kAuthorWidth, Y(row), FormatTime(commit.version).substr(0, 16));
+    DrawText("quiet", x, Y(row), FittingText(version.author, kAuthorWidth - 10));
+    DrawText("quiet", x + kAuthorWidth, Y(row), FormatTime(version).substr(0, 16));
   }
 
-  const History& m_history;
-  const GraphLayout& m_layout;
+  const Kit::VersionGraph& m_history;
+  const Kit::GraphLayout& m_layout;
   const std::string m_current;
   int m_textX;
   int m_width;
@@ -221,8 +223,8 @@ class Picture {
 
 }  // namespace
 
-std::string DrawSvg(const History& history, const GraphLayout& layout, const std::string& title,
-                    const std::string& currentBranch) {
+std::string DrawSvg(const Kit::VersionGraph& history, const Kit::GraphLayout& layout,
+                    const std::string& title, const std::string& currentBranch) {
   return Picture(history, layout, currentBranch).Draw(title);
 }
 

@@ -1,11 +1,11 @@
 #include "command_line.h"
 #include "command_table.h"
 #include "graph.h"
+#include "history.h"
 #include "interrupt.h"
 #include "parse_time.h"
 #include "paths.h"
 #include "printing.h"
-#include "short_ids.h"
 
 #include <algorithm>
 #include <fstream>
@@ -40,7 +40,7 @@ void PrintLog(const Host& host, const std::vector<Kit::Version>& versions, Times
 }
 
 void PrintLogJson(Session& session, const std::vector<Kit::Version>& versions) {
-  JsonWriter json(std::cout);
+  Kit::JsonWriter json(std::cout);
   json.BeginArray();
   for (const Kit::Version& version : versions) {
     json.BeginObject();
@@ -50,36 +50,37 @@ void PrintLogJson(Session& session, const std::vector<Kit::Version>& versions) {
   json.EndArray();
 }
 
-std::vector<Kit::Version> VersionsOf(const History& history) {
+std::vector<Kit::Version> VersionsOf(const Kit::VersionGraph& history) {
   std::vector<Kit::Version> versions;
-  for (const HistoryCommit& entry : history.commits) versions.push_back(entry.version);
+  for (const Kit::GraphVersion& entry : history.versions) versions.push_back(entry.version);
   return versions;
 }
 
-void PrintTextGraph(const Host& host, Session& session, const History& history,
-                    const GraphLayout& layout) {
-  const TextGraph graph = DrawText(history, layout, host.terminal.DrawsLines());
-  ShortIds ids(session);
-  for (const HistoryCommit& entry : history.commits) ids.Add(entry.version.id);
-  for (std::size_t row = 0; row < history.commits.size(); ++row) {
-    StopIfInterrupted();
-    const HistoryCommit& entry = history.commits[row];
-    if (!graph.above[row].empty()) std::cout << graph.above[row] << '\n';
-    std::cout << graph.rows[row] << ' '
-              << host.terminal.Paint(Colour::Yellow, ids.Of(entry.version.id));
-    for (const std::string& branch : entry.version.branches)
-      std::cout << ' ' << host.terminal.Paint(Colour::Green, "[" + Printable(branch) + "]");
-    std::cout << ' ' << Printable(ShortDescription(entry, 72)) << ' '
-              << host.terminal.Paint(Colour::Faint, "(" + FormatTime(entry.version) + ")") << '\n';
-  }
+/// Returns the graph of a version and its ancestors, or without one of what all branches and tags
+/// reach.
+Kit::VersionGraph ReadGraph(Session& session, const std::optional<Kit::Version>& start) {
+  Kit::LogOptions options{.allBranches = !start, .limit = UINT64_MAX};
+  if (start) options.from = start->id;
+  return Kit::BuildVersionGraph(session.Document().Log(options).value());
 }
 
-/// Keeps the first `limit` commits; the last of them then look as if they had no parent.
-void Limit(History& history, std::uint64_t limit) {
-  if (history.commits.size() <= limit) return;
-  history.commits.resize(static_cast<std::size_t>(limit));
-  for (HistoryCommit& entry : history.commits)
-    if (entry.parent >= static_cast<int>(limit)) entry.parent = -1;
+void PrintTextGraph(const Host& host, Session& session, const Kit::VersionGraph& history,
+                    const Kit::GraphLayout& layout) {
+  const auto characters =
+      host.terminal.DrawsLines() ? Kit::GraphCharacters::Lines : Kit::GraphCharacters::Ascii;
+  const Kit::TextGraph graph = Kit::DrawTextGraph(history, layout, characters);
+  Kit::ShortIds ids(session.Document());
+  for (const Kit::GraphVersion& entry : history.versions) ids.Add(entry.version.id);
+  for (std::size_t row = 0; row < history.versions.size(); ++row) {
+    StopIfInterrupted();
+    const Kit::Version& version = history.versions[row].version;
+    if (!graph.above[row].empty()) std::cout << graph.above[row] << '\n';
+    std::cout << graph.rows[row] << ' ' << host.terminal.Paint(Colour::Yellow, ids.Of(version.id));
+    for (const std::string& branch : version.branches)
+      std::cout << ' ' << host.terminal.Paint(Colour::Green, "[" + Printable(branch) + "]");
+    std::cout << ' ' << Printable(ShortDescription(version, 72)) << ' '
+              << host.terminal.Paint(Colour::Faint, "(" + FormatTime(version) + ")") << '\n';
+  }
 }
 
 /// What a log is of: versions from one on, perhaps those that changed a path.
@@ -112,12 +113,12 @@ ExitCode RunLog(const Host& host, const LogOptions& options) {
   const bool wants_all = options.all || (options.graph && !subject.start);
   if (!wants_all && !subject.start) subject.start = session.Find("HEAD");
   if (options.graph) {
-    History history = BuildHistory(session, wants_all ? std::nullopt : subject.start);
-    Limit(history, options.limit);
+    Kit::VersionGraph history = ReadGraph(session, wants_all ? std::nullopt : subject.start);
+    Kit::KeepFirstRows(history, options.limit);
     if (host.json) {
       PrintLogJson(session, VersionsOf(history));
     } else {
-      PrintTextGraph(host, session, history, LayOutGraph(history, ListBranches(session)));
+      PrintTextGraph(host, session, history, Kit::LayOutGraph(history, ListBranches(session)));
     }
     return ExitCode::Done;
   }
@@ -128,9 +129,8 @@ ExitCode RunLog(const Host& host, const LogOptions& options) {
                          .progress = ShowProgress(host.terminal)};
   if (!options.since.empty()) wanted.since = TimeOfOption(options.since);
   if (!options.until.empty()) wanted.until = TimeOfOption(options.until);
-  const std::vector<Kit::Version> versions = wants_all
-                                                 ? session.Document().Log(wanted).value()
-                                                 : ListVersions(session, *subject.start, wanted);
+  if (!wants_all) wanted.from = subject.start->id;
+  const std::vector<Kit::Version> versions = session.Document().Log(wanted).value();
   if (host.json) {
     PrintLogJson(session, versions);
   } else {
@@ -143,19 +143,19 @@ ExitCode RunGraph(const Host& host, const GraphOptions& options) {
   if (!options.output.empty() && (host.json || !(options.dot || options.svg)))
     throw Failure("--output needs --dot or --svg", ExitCode::Usage);
   Session session(host, Access::Read);
-  const History history = BuildHistory(session, std::nullopt);
+  const Kit::VersionGraph history = ReadGraph(session, std::nullopt);
   if (host.json) {
     PrintLogJson(session, VersionsOf(history));
     return ExitCode::Done;
   }
   const std::vector<Kit::Head> branches = ListBranches(session);
-  const GraphLayout layout = LayOutGraph(history, branches);
+  const Kit::GraphLayout layout = Kit::LayOutGraph(history, branches);
   if (!options.dot && !options.svg) {
     PrintTextGraph(host, session, history, layout);
     return ExitCode::Done;
   }
   const std::string name = session.WorkFolder().Top().filename().string();
-  const std::string title = name + ": " + Plural(history.commits.size(), "commit") + ", " +
+  const std::string title = name + ": " + Plural(history.versions.size(), "commit") + ", " +
                             Plural(branches.size(), "branch");
   const std::string picture =
       options.dot ? DrawDot(history, layout) : DrawSvg(history, layout, title, session.Branch());

@@ -5,7 +5,6 @@
 #include "merge_head.h"
 #include "merging.h"
 #include "pending_merge.h"
-#include "short_ids.h"
 
 namespace Tal {
 namespace {

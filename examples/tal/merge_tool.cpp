@@ -1,9 +1,11 @@
 #include "merge_tool.h"
 
-#include "conflicts.h"
 #include "failure.h"
 #include "interrupt.h"
 #include "store_files.h"
+
+#include <kit/merge/text_merge.h>
+#include <kit/text/escape.h>
 
 #include <sys/wait.h>
 
@@ -55,12 +57,7 @@ class MergeFiles {
 };
 
 std::string Quoted(const fs::path& path) {
-  std::string quoted = "'";
-  for (const char c : path.string()) {
-    if (c == '\'') quoted += "'\\'";
-    quoted += c;
-  }
-  return quoted + "'";
+  return "'" + TalVcs::Kit::ReplaceCharacters(path.string(), {{'\'', "'\\''"}}) + "'";
 }
 
 /// Runs a command of the shell and returns true if it ends with 0. Throws `Failure` if it was
@@ -101,7 +98,7 @@ std::optional<Bytes> EditConflict(const Folder& folder, const Conflict& conflict
   if (!Run(std::string(editor == nullptr ? "vi" : editor) + " " + Quoted(files.PathOf("merged"))))
     return std::nullopt;
   const std::string text = ReadSmallFile(files.PathOf("merged"));
-  return HasMarkers(text) ? std::nullopt : std::optional(Bytes(text));
+  return TalVcs::Kit::HasConflictMarkers(text) ? std::nullopt : std::optional(Bytes(text));
 }
 
 }  // namespace Tal

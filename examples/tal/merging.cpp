@@ -5,7 +5,9 @@
 #include "history.h"
 #include "interrupt.h"
 #include "pending_merge.h"
-#include "short_ids.h"
+
+#include <kit/text/json_writer.h>
+#include <kit/workspace/decisions.h>
 
 #include <iostream>
 
@@ -27,7 +29,7 @@ void PrintOutcome(const Host& host, const Kit::MergePreview& preview,
     if (decided.list.empty()) std::cout << WayOf(preview, verb) << ", no conflicts\n";
     return;
   }
-  JsonWriter json(std::cout);
+  Kit::JsonWriter json(std::cout);
   json.BeginObject();
   json.Key("way").Text(WayOf(preview, verb));
   json.Key("undecided").Number(static_cast<std::int64_t>(decided.CountUndecided()));
@@ -53,7 +55,7 @@ void LeaveInFolder(Session& session, const FileTree& before, const Kit::MergePre
     if (!decided.decisions.contains(conflict.path)) merge.conflicts.push_back(conflict.path);
   }
   static_cast<void>(session.Document()
-                        .Merge(preview, WithMarkers(preview, decided.decisions),
+                        .Merge(preview, Kit::KeepBothSides(preview, decided.decisions),
                                {.author = author.name, .email = author.email})
                         .value());
   BeginPendingMerge(session, before, merge);

@@ -5,7 +5,7 @@
 
 #include "pending_merge.h"
 
-#include "conflicts.h"
+#include "failure.h"
 #include "folder_changes.h"
 #include "folder_update.h"
 #include "interrupt.h"
@@ -13,7 +13,9 @@
 #include "pending_changes.h"
 #include "restoration.h"
 
+#include <kit/merge/text_merge.h>
 #include <kit/open/save.h>
+#include <kit/text/escape.h>
 
 #include <array>
 #include <sstream>
@@ -37,7 +39,7 @@ constexpr std::array<std::pair<MergeAction, const char*>, 5> kVerbs = {{
 std::string Serialise(const PendingMerge& merge) {
   std::string text = std::string("action ") + VerbOf(merge.action) + "\n";
   const auto add = [&](const char* key, const std::string& value) {
-    text += std::string(key) + " " + EscapeLine(value) + "\n";
+    text += std::string(key) + " " + Kit::EscapeLine(value) + "\n";
   };
   add("version", ToUtf8(merge.version));
   add("head", ToUtf8(merge.head));
@@ -56,7 +58,7 @@ PendingMerge Parse(const std::string& text) {
     const std::size_t space = line.find(' ');
     if (space == line.npos) continue;
     const std::string key = line.substr(0, space);
-    const std::string value = UnescapeLine(line.substr(space + 1));
+    const std::string value = Kit::UnescapeLine(line.substr(space + 1));
     if (key == "version") merge.version = TalVcs::Id(ToWide(value));
     if (key == "head") merge.head = TalVcs::Id(ToWide(value));
     if (key == "branch") merge.branch = value;
@@ -178,7 +180,7 @@ std::vector<std::string> FindMarkedFiles(Session& session, const PendingMerge& m
   for (const std::string& path : merge.conflicts) {
     const Entry entry = folder.Examine(path);
     if (entry.type == EntryType::File && entry.stat.kind != FileKind::Link &&
-        HasMarkers(Kit::BytesFromBuffer(folder.Read(path).bytes)))
+        Kit::HasConflictMarkers(Kit::BytesFromBuffer(folder.Read(path).bytes)))
       marked.push_back(path);
   }
   return marked;

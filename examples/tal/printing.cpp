@@ -4,8 +4,10 @@
 #include "text.h"
 
 #include <kit/diff/unified_diff.h>
+#include <kit/text/sizes.h>
 
 #include <algorithm>
+#include <chrono>
 #include <iostream>
 #include <utility>
 
@@ -41,7 +43,13 @@ bool IsBinary(const FileSides& sides) {
   return TalVcs::Kit::IsBinary(sides.before) || TalVcs::Kit::IsBinary(sides.after);
 }
 
-void PrintChangeFields(JsonWriter& json, const Change& change) {
+std::string AgeOf(const Kit::Version& version) {
+  using std::chrono::system_clock;
+  return Kit::FormatAge(version.time,
+                        std::chrono::floor<std::chrono::seconds>(system_clock::now()));
+}
+
+void PrintChangeFields(Kit::JsonWriter& json, const Change& change) {
   json.Key("path").Text(change.path);
   json.Key("change").Text(Name(change.kind));
   if (!change.oldPath.empty()) json.Key("old_path").Text(change.oldPath);
@@ -51,14 +59,6 @@ void PrintChangeFields(JsonWriter& json, const Change& change) {
 }
 
 }  // namespace
-
-void PrintTextOrNull(JsonWriter& json, std::string_view text) {
-  if (text.empty()) {
-    json.Null();
-  } else {
-    json.Text(text);
-  }
-}
 
 std::string DescriptionOf(const Kit::Version& version) {
   std::string text = version.message;
@@ -74,7 +74,7 @@ void PrintVersion(const Terminal& terminal, const Kit::Version& version, Times t
   for (const std::string& tag : version.tags)
     std::cout << ' ' << terminal.Paint(Colour::Magenta, "<" + Printable(tag) + ">");
   std::cout << "\nauthor " << Printable(version.author) << " <" << Printable(version.email)
-            << ">\ntime   " << (times == Times::Ages ? FormatAge(version) : FormatTime(version))
+            << ">\ntime   " << (times == Times::Ages ? AgeOf(version) : FormatTime(version))
             << "\n\n";
   const std::string description = DescriptionOf(version);
   for (std::size_t at = 0; at <= description.size();) {
@@ -84,13 +84,11 @@ void PrintVersion(const Terminal& terminal, const Kit::Version& version, Times t
   }
 }
 
-void PrintVersionFields(JsonWriter& json, Session& session, const Kit::Version& version) {
+void PrintVersionFields(Kit::JsonWriter& json, Session& session, const Kit::Version& version) {
   const TalVcs::cow_ptr<TalVcs::Tree> tree = session.FilesOf(version.id).GetTree();
   json.Key("id").Text(IdOf(version));
-  json.Key("parent");
-  PrintTextOrNull(json, ToUtf8(version.parent));
-  json.Key("tree");
-  PrintTextOrNull(json, tree && !tree->IsEmpty() ? ToUtf8(tree->GetId()) : "");
+  json.Key("parent").TextOrNull(ToUtf8(version.parent));
+  json.Key("tree").TextOrNull(tree && !tree->IsEmpty() ? ToUtf8(tree->GetId()) : "");
   json.Key("author").Text(version.author);
   json.Key("email").Text(version.email);
   json.Key("time").Text(FormatTime(version));
@@ -113,8 +111,8 @@ void PrintFileDiff(const Terminal& terminal, const FileSides& sides) {
             << '\n';
   if (sides.before == sides.after) return;
   if (IsBinary(sides)) {
-    std::cout << "binary, " << FormatBytes(sides.before.size()) << " before, "
-              << FormatBytes(sides.after.size()) << " after\n";
+    std::cout << "binary, " << Kit::FormatSize(sides.before.size()) << " before, "
+              << Kit::FormatSize(sides.after.size()) << " after\n";
     return;
   }
   const std::vector<DiffLine> lines = TalVcs::Kit::DiffLines(sides.before, sides.after);
@@ -124,13 +122,11 @@ void PrintFileDiff(const Terminal& terminal, const FileSides& sides) {
   }
 }
 
-void PrintFileDiffJson(JsonWriter& json, const FileSides& sides) {
+void PrintFileDiffJson(Kit::JsonWriter& json, const FileSides& sides) {
   json.BeginObject();
   PrintChangeFields(json, sides.change);
-  json.Key("before");
-  PrintTextOrNull(json, sides.beforeId);
-  json.Key("after");
-  PrintTextOrNull(json, sides.afterId);
+  json.Key("before").TextOrNull(sides.beforeId);
+  json.Key("after").TextOrNull(sides.afterId);
   const bool binary = IsBinary(sides);
   json.Key("binary").Bool(binary);
   if (!binary) {
@@ -148,7 +144,7 @@ void PrintChange(const Terminal& terminal, const Change& change) {
             << DescribePath(change) << '\n';
 }
 
-void PrintChangeJson(JsonWriter& json, const Change& change) {
+void PrintChangeJson(Kit::JsonWriter& json, const Change& change) {
   json.BeginObject();
   PrintChangeFields(json, change);
   json.EndObject();

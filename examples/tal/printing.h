@@ -2,8 +2,9 @@
 
 #include "changes.h"
 #include "history.h"
-#include "json.h"
 #include "terminal.h"
+
+#include <kit/text/json_writer.h>
 
 #include <string>
 #include <string_view>
@@ -19,10 +20,7 @@ void PrintVersion(const Terminal& terminal, const Kit::Version& version,
                   Times times = Times::Dates);
 
 /// Writes a version's fields as members of the object that is open.
-void PrintVersionFields(JsonWriter& json, Session& session, const Kit::Version& version);
-
-/// Writes a text, or null if it is empty.
-void PrintTextOrNull(JsonWriter& json, std::string_view text);
+void PrintVersionFields(Kit::JsonWriter& json, Session& session, const Kit::Version& version);
 
 /// Returns the description of a version for people and for JSON: the message without a line end.
 std::string DescriptionOf(const Kit::Version& version);
@@ -40,10 +38,10 @@ struct FileSides {
 void PrintFileDiff(const Terminal& terminal, const FileSides& sides);
 
 /// Writes the file's path, kind of change, ids and counts of lines as an object.
-void PrintFileDiffJson(JsonWriter& json, const FileSides& sides);
+void PrintFileDiffJson(Kit::JsonWriter& json, const FileSides& sides);
 
 /// Writes a change as a line of text, or as an object.
 void PrintChange(const Terminal& terminal, const Change& change);
-void PrintChangeJson(JsonWriter& json, const Change& change);
+void PrintChangeJson(Kit::JsonWriter& json, const Change& change);
 
 }  // namespace Tal

@@ -1,13 +1,14 @@
 #include "author.h"
 #include "command_line.h"
 #include "command_table.h"
-#include "conflicts.h"
 #include "folder_update.h"
 #include "history.h"
 #include "paths.h"
 #include "pending_changes.h"
 #include "pending_merge.h"
 #include "restoration.h"
+
+#include <kit/workspace/decisions.h>
 
 #include <algorithm>
 #include <charconv>
@@ -120,7 +121,7 @@ class StashMerge {
     m_before = m_session.HeadFiles();
     m_preview = document.PreviewCherryPick(stash.id).value();
     static_cast<void>(document
-                          .Merge(m_preview, WithMarkers(m_preview, {}),
+                          .Merge(m_preview, Kit::KeepBothSides(m_preview),
                                  {.author = Somebody().author, .email = Somebody().email})
                           .value());
     m_after = m_session.HeadFiles();
@@ -150,7 +151,7 @@ ExitCode PopStash(const Host& host, const StashOptions& options) {
   const std::size_t count = SaveWithFolder(session, merge.Before(), merge.After());
   for (const Kit::Conflict& conflict : merge.Conflicts())
     std::cout << host.terminal.Paint(Colour::Red, "conflict") << '\t' << Printable(conflict.path)
-              << '\t' << Describe(conflict) << '\n';
+              << '\t' << Kit::Describe(conflict) << '\n';
   host.terminal.Say((options.isDryRun ? "would bring back " : "brought back ") +
                     Plural(count, "file") + " of " + name);
   if (is_whole) return ExitCode::Done;

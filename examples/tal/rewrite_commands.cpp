@@ -2,12 +2,12 @@
 #include "command_line.h"
 #include "command_table.h"
 #include "folder_update.h"
-#include "forget.h"
 #include "history.h"
 #include "pending_merge.h"
 
 #include <kit/open/save.h>
 #include <kit/open/statistics.h>
+#include <kit/text/sizes.h>
 
 namespace Tal {
 namespace {
@@ -27,10 +27,6 @@ struct ForgetOptions {
 struct RehearsableOptions {
   bool isDryRun = false;
 };
-
-std::uint64_t CountVersions(Session& session) {
-  return session.Document().Log({.allBranches = true, .limit = UINT64_MAX}).value().size();
-}
 
 ExitCode RunRebase(const Host& host, const RebaseOptions& options) {
   CheckBranchName(options.onto);
@@ -60,26 +56,19 @@ ExitCode RunRebase(const Host& host, const RebaseOptions& options) {
 ExitCode RunForget(const Host& host, const ForgetOptions& options) {
   Session session(host, AccessFor(options.isDryRun));
   RefuseDuringMerge(session);
-  const std::uint64_t before = CountVersions(session);
   const Kit::Version last = session.Find(options.revision);
-  {
-    Kit::OpenedRepository opened = session.OpenRepository();
-    ForgetHistory(opened.GetRepository(), opened->GetCommitFromStorage(last.id));
-    static_cast<void>(Kit::Save(opened, {.progress = ShowProgress(host.terminal)}).value());
-  }
-  session.Reopen();
-  SaveAndCleanUp(session, "forgot " + Plural(before - CountVersions(session), "commit"));
+  if (last.parent.View().IsEmpty())
+    throw Failure(ShortId(IdOf(last)) + " is the first commit: it has no ancestors to remove");
+  const Kit::RetentionReport report =
+      ForgetVersions(session, Kit::Retention::ForgetThrough(last.id));
+  SaveAndCleanUp(session, "forgot " + Plural(report.forgottenVersions, "commit"));
   return ExitCode::Done;
 }
 
 ExitCode RunSimplify(const Host& host, const RehearsableOptions& options) {
   Session session(host, AccessFor(options.isDryRun));
   RefuseDuringMerge(session);
-  const Kit::RetentionReport report =
-      session.Document()
-          .Forget(Kit::Retention::TipsAndForks(),
-                  {.progress = ShowProgress(host.terminal), .mostListed = 0})
-          .value();
+  const Kit::RetentionReport report = ForgetVersions(session, Kit::Retention::TipsAndForks());
   const std::uint64_t gone = report.forgottenVersions;
   SaveAndCleanUp(session, "dropped " + Plural(gone, "commit") + " of " +
                               std::to_string(gone + report.keptVersions));
@@ -95,7 +84,7 @@ ExitCode RunCollect(const Host& host, const RehearsableOptions& options) {
             .value()
             .unreferenced;
     host.terminal.Say("would remove " + Plural(unused.count, "object") + ", " +
-                      FormatBytes(unused.sizeBytes) + "; this was a dry run");
+                      Kit::FormatSize(unused.sizeBytes) + "; this was a dry run");
     return ExitCode::Done;
   }
   SaveAndCleanUp(session, "removed unreachable objects");

@@ -3,11 +3,9 @@
 #include "folder_update.h"
 #include "history.h"
 #include "interrupt.h"
-#include "json.h"
 #include "pending_merge.h"
 #include "remotes.h"
 #include "session.h"
-#include "short_ids.h"
 #include "store_files.h"
 
 #include <kit/sharing/remote.h>

@@ -6,13 +6,13 @@
 #include "parse_time.h"
 #include "pending_merge.h"
 #include "salvage.h"
-#include "short_ids.h"
 #include "store_files.h"
 
 #include <kit/open/copy.h>
+#include <kit/text/sizes.h>
 
 #include <algorithm>
-#include <charconv>
+#include <optional>
 
 namespace Tal {
 namespace {
@@ -36,26 +36,19 @@ struct SalvageOptions {
   bool takesTips = false;
 };
 
-/// Reads a size such as "50MB", "2GiB" or "1000". Units are powers of 1024.
-std::uint64_t ParseSize(const std::string& text) {
-  std::uint64_t size = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), size);
-  const std::string unit(end, text.data() + text.size());
-  constexpr std::string_view kUnits = "KMGT";
-  const std::size_t power = unit.empty() ? 0 : kUnits.find(unit.front()) + 1;
-  const bool is_unit = unit.empty() || unit == "B" ||
-                       (kUnits.find(unit.front()) != std::string_view::npos &&
-                        (unit.size() == 1 || unit.substr(1) == "B" || unit.substr(1) == "iB"));
-  if (error != std::errc() || !is_unit)
+/// Reads the size of an option. Throws `Failure` with `Usage` for other text.
+std::uint64_t SizeOfOption(const std::string& text) {
+  const std::optional<std::uint64_t> size = Kit::ParseSize(text);
+  if (!size)
     throw Failure("\"" + Printable(text) + "\" is no size; write one such as 50MB",
                   ExitCode::Usage);
-  return unit.empty() || unit == "B" ? size : size << (10 * power);
+  return *size;
 }
 
 Kit::Retention RuleOf(const KeepOptions& options) {
   if (options.newest > 0) return Kit::Retention::KeepNewest(options.newest);
   if (!options.since.empty()) return Kit::Retention::KeepSince(TimeOfOption(options.since));
-  if (!options.under.empty()) return Kit::Retention::KeepUnder(ParseSize(options.under));
+  if (!options.under.empty()) return Kit::Retention::KeepUnder(SizeOfOption(options.under));
   if (options.tips) return Kit::Retention::TipsAndForks();
   throw Failure("say what to keep: --newest, --since, --under or --tips", ExitCode::Usage);
 }
@@ -64,21 +57,19 @@ ExitCode RunKeep(const Host& host, const KeepOptions& options) {
   const Kit::Retention rule = RuleOf(options);
   Session session(host, AccessFor(options.isDryRun));
   RefuseDuringMerge(session);
-  Kit::ForgetOptions forget{.progress = ShowProgress(host.terminal)};
-  Kit::Workspace& document = session.Document();
   if (options.isDryRun) {
-    const Kit::RetentionReport report = document.PreviewForget(rule, forget).value();
-    ShortIds ids(session);
+    const Kit::RetentionReport report =
+        session.Document().PreviewForget(rule, {.progress = ShowProgress(host.terminal)}).value();
+    Kit::ShortIds ids(session.Document());
     for (const Kit::Version& version : report.forgotten) ids.Add(version.id);
     for (const Kit::Version& version : report.forgotten)
       host.terminal.Say("would forget " + ids.Of(version.id) + " " + Printable(version.summary));
     host.terminal.Say("would forget " + Plural(report.forgotten.size(), "commit") + " and keep " +
                       std::to_string(report.keptVersions) + ", which frees " +
-                      FormatBytes(report.freed.sizeBytes) + "; this was a dry run");
+                      Kit::FormatSize(report.freed.sizeBytes) + "; this was a dry run");
     return ExitCode::Done;
   }
-  forget.mostListed = 0;
-  const Kit::RetentionReport report = document.Forget(rule, forget).value();
+  const Kit::RetentionReport report = ForgetVersions(session, rule);
   SaveAndCleanUp(session, "forgot " + Plural(report.forgottenVersions, "commit") + " and kept " +
                               std::to_string(report.keptVersions));
   return ExitCode::Done;
@@ -98,7 +89,7 @@ ExitCode RunCopy(const Host& host, const CopyOptions& options) {
                   [&](const Kit::Head& head) { return head.name == branch; }))
     target->SetValue("branch", branch).value();
   host.terminal.Say("copied " + Plural(report.writtenObjects, "object") + ", " +
-                    FormatBytes(report.writtenBytes) + ", to " + Printable(options.target));
+                    Kit::FormatSize(report.writtenBytes) + ", to " + Printable(options.target));
   return ExitCode::Done;
 }
 

@@ -2,8 +2,9 @@
 
 #include "host.h"
 #include "interrupt.h"
-#include "utf8.h"
 
+#include <kit/text/sizes.h>
+#include <kit/text/utf8.h>
 #include <unistd.h>
 
 #include <array>
@@ -93,7 +94,7 @@ void Progress::Set(std::uint64_t count, std::uint64_t bytes) {
   if (now < m_next) return;
   m_next = now + std::chrono::milliseconds(100);
   m_shown = true;
-  std::cerr << '\r' << m_label << ": " << m_count << ", " << FormatBytes(m_bytes) << "\x1b[K"
+  std::cerr << '\r' << m_label << ": " << m_count << ", " << Kit::FormatSize(m_bytes) << "\x1b[K"
             << std::flush;
 }
 
@@ -111,11 +112,11 @@ std::optional<std::string> ReadAnswer() {
 std::string Printable(std::string_view text) {
   std::string result;
   for (std::size_t at = 0; at < text.size();) {
-    const Utf8Character character = DecodeUtf8(text, at);
-    const std::string_view bytes = text.substr(at, character.size);
-    at += character.size;
+    const Kit::Utf8Character character = Kit::DecodeUtf8(text, at);
+    const std::string_view bytes = text.substr(at, character.sizeBytes);
+    at += character.sizeBytes;
     const bool control = character.code < 0x20 || (character.code >= 0x7F && character.code < 0xA0);
-    if (character.valid && !control) {
+    if (character.isValid && !control) {
       result += bytes;
       continue;
     }
@@ -126,19 +127,6 @@ std::string Printable(std::string_view text) {
     }
   }
   return result;
-}
-
-std::string FormatBytes(std::uint64_t bytes) {
-  constexpr std::array<const char*, 5> units = {"B", "KiB", "MiB", "GiB", "TiB"};
-  std::size_t unit = 0;
-  auto value = static_cast<double>(bytes);
-  while (value >= 1024 && unit + 1 < units.size()) {
-    value /= 1024;
-    ++unit;
-  }
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", value, units[unit]);
-  return text.data();
 }
 
 std::string Plural(std::uint64_t count, std::string_view noun) {

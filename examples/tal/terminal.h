@@ -69,9 +69,6 @@ std::optional<std::string> ReadAnswer();
 /// line of output.
 std::string Printable(std::string_view text);
 
-/// Returns a size such as "12.3 KiB".
-std::string FormatBytes(std::uint64_t bytes);
-
 /// Returns "1 file", "2 files", "2 branches".
 std::string Plural(std::uint64_t count, std::string_view noun);
 

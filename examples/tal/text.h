@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kit/text.h>
+#include <kit/text/times.h>
 #include <kit/workspace/version.h>
 #include <talvcs/talvcs.h>
 
@@ -18,19 +19,13 @@ using TalVcs::Kit::WideView;
 
 inline std::string ToUtf8(const TalVcs::Id& id) { return ToUtf8(id.View()); }
 
-/// Returns the first ten characters of an id, as pictures and reports have it. `ShortIds` makes
+/// Returns the first ten characters of an id, as pictures and reports have it. `ShortIdOf` makes
 /// those that commands print.
-std::string ShortId(std::string_view id);
+inline std::string ShortId(std::string_view id) { return std::string(id.substr(0, 10)); }
 
 /// Returns the version's time in its own time zone, such as "2024-05-31 18:05:00 +0200".
-std::string FormatTime(const TalVcs::Kit::Version& version);
-
-/// Returns how long ago a version was made, such as "3 days ago".
-std::string FormatAge(const TalVcs::Kit::Version& version);
-
-/// Returns the text as one line, with "\\" for "\" and "\n" for a line feed, and the other way
-/// round.
-std::string EscapeLine(std::string_view text);
-std::string UnescapeLine(std::string_view escaped);
+inline std::string FormatTime(const TalVcs::Kit::Version& version) {
+  return TalVcs::Kit::FormatTime(version.time, version.offset);
+}
 
 }  // namespace Tal

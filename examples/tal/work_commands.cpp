@@ -7,7 +7,6 @@
 #include "pending_changes.h"
 #include "pending_merge.h"
 #include "printing.h"
-#include "short_ids.h"
 #include "store_files.h"
 
 #include <kit/open/save.h>
@@ -60,7 +59,7 @@ void PrintStatus(const Host& host, Session& session, const FolderChanges& state)
   if (state.changes.empty() && state.contents.refused.empty()) std::cout << "nothing changed\n";
 }
 
-void PrintMergeJson(JsonWriter& json, Session& session) {
+void PrintMergeJson(Kit::JsonWriter& json, Session& session) {
   const std::optional<PendingMerge> merge = FindPendingMerge(session);
   if (!merge) {
     json.Null();
@@ -80,11 +79,10 @@ void PrintMergeJson(JsonWriter& json, Session& session) {
 
 void PrintStatusJson(Session& session, const FolderChanges& state) {
   const std::optional<Kit::Version> head = session.Head();
-  JsonWriter json(std::cout);
+  Kit::JsonWriter json(std::cout);
   json.BeginObject();
   json.Key("branch").Text(session.Branch());
-  json.Key("head");
-  PrintTextOrNull(json, head ? IdOf(*head) : "");
+  json.Key("head").TextOrNull(head ? IdOf(*head) : "");
   json.Key("merge");
   PrintMergeJson(json, session);
   json.Key("changes").BeginArray();

@@ -1,6 +1,6 @@
 #include "git_names.h"
 
-#include "../utf8.h"
+#include <kit/text/utf8.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -36,13 +36,13 @@ bool IsPassedOver(std::uint32_t code) {
 std::string Folded(std::string_view name) {
   std::string folded;
   for (std::size_t at = 0; at < name.size();) {
-    const Utf8Character character = DecodeUtf8(name, at);
+    const TalVcs::Kit::Utf8Character character = TalVcs::Kit::DecodeUtf8(name, at);
     if (name[at] >= 'A' && name[at] <= 'Z') {
       folded += static_cast<char>(name[at] - 'A' + 'a');
     } else if (!IsPassedOver(character.code)) {
-      folded += name.substr(at, character.size);
+      folded += name.substr(at, character.sizeBytes);
     }
-    at += character.size;
+    at += character.sizeBytes;
   }
   return folded;
 }

@@ -1,6 +1,5 @@
 #include "content_view.h"
 
-#include "../base64.h"
 #include "../terminal.h"
 #include "hex_view.h"
 #include "html_text.h"
@@ -8,6 +7,8 @@
 #include <kit/diff/line_diff.h>
 #include <kit/diff/unified_diff.h>
 #include <kit/diff/word_diff.h>
+#include <kit/text/base64.h>
+#include <kit/text/sizes.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -137,7 +138,7 @@ bool IsText(const ContentPair& contents) {
 std::string Figure(const std::optional<std::string_view>& content, const char* caption) {
   if (!content) return {};
   std::string html = "<figure><figcaption>" + std::string(caption) + ", " +
-                     FormatBytes(content->size()) + "</figcaption>";
+                     TalVcs::Kit::FormatSize(content->size()) + "</figcaption>";
   if (ImageType(*content).empty()) return html + HexDump(*content, *content) + "</figure>\n";
   return html + "<img alt=\"" + caption + "\" src=\"" + ImageAddress(*content) + "\"></figure>\n";
 }
@@ -157,7 +158,8 @@ std::string_view ImageType(std::string_view content) noexcept {
 }
 
 std::string ImageAddress(std::string_view content) {
-  return "data:" + std::string(ImageType(content)) + ";base64," + Base64(content);
+  return "data:" + std::string(ImageType(content)) + ";base64," +
+         TalVcs::Kit::EncodeBase64(content);
 }
 
 std::string CompareContents(const ContentPair& contents) {
@@ -179,9 +181,10 @@ std::string CountChanges(const ContentPair& contents) {
   const std::string_view before = contents.before.value_or("");
   const std::string_view after = contents.after.value_or("");
   if (!IsText(contents)) {
-    if (!contents.before) return FormatBytes(after.size());
-    if (!contents.after) return FormatBytes(before.size());
-    return FormatBytes(before.size()) + " \xE2\x86\x92 " + FormatBytes(after.size());
+    if (!contents.before) return TalVcs::Kit::FormatSize(after.size());
+    if (!contents.after) return TalVcs::Kit::FormatSize(before.size());
+    return TalVcs::Kit::FormatSize(before.size()) + " \xE2\x86\x92 " +
+           TalVcs::Kit::FormatSize(after.size());
   }
   std::uint64_t removed = 0;
   std::uint64_t added = 0;

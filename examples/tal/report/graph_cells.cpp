@@ -36,13 +36,13 @@ std::size_t Place(int index) { return static_cast<std::size_t>(index); }
 
 }  // namespace
 
-GraphCells::GraphCells(const GraphLayout& layout, std::vector<MergeEdge> merges)
+GraphCells::GraphCells(const TalVcs::Kit::GraphLayout& layout, std::vector<MergeEdge> merges)
     : m_layout(layout),
       m_merges(std::move(merges)),
       m_linesOfRow(layout.lineOfRow.size()),
       m_mergesOfRow(layout.lineOfRow.size()) {
   for (std::size_t i = 0; i < layout.lines.size(); ++i) {
-    const GraphLayout::Line& line = layout.lines[i];
+    const TalVcs::Kit::GraphLayout::Line& line = layout.lines[i];
     for (int row = line.firstRow; row <= std::max(line.lastRow, line.joinRow); ++row) {
       m_linesOfRow[Place(row)].push_back(i);
     }
@@ -58,7 +58,8 @@ int GraphCells::X(int lane) const {
   return kLaneWidth / 2 + 2 + std::min(lane, kMostLanes - 1) * kLaneWidth;
 }
 
-void GraphCells::DrawLine(const GraphLayout::Line& line, int row, std::string& svg) const {
+void GraphCells::DrawLine(const TalVcs::Kit::GraphLayout::Line& line, int row,
+                          std::string& svg) const {
   const int x = X(line.lane);
   if (row == line.joinRow) {
     svg += Path(Curve(x, 0, X(LaneOf(row)), kMiddle), line.colour, false);

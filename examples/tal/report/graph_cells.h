@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../graph.h"
+#include <kit/history/graph_layout.h>
 
 #include <string>
 #include <vector>
@@ -19,7 +19,7 @@ class GraphCells {
   static constexpr int kRowHeight = 34;
 
   /// The layout must outlive the drawing.
-  GraphCells(const GraphLayout& layout, std::vector<MergeEdge> merges);
+  GraphCells(const TalVcs::Kit::GraphLayout& layout, std::vector<MergeEdge> merges);
 
   /// Returns the `svg` element of a row. Colours come from the page's classes "l0" to "l7".
   std::string Draw(int row, bool isHead) const;
@@ -27,10 +27,10 @@ class GraphCells {
  private:
   int X(int lane) const;
   int LaneOf(int row) const { return m_layout.LaneOfRow(row); }
-  void DrawLine(const GraphLayout::Line& line, int row, std::string& svg) const;
+  void DrawLine(const TalVcs::Kit::GraphLayout::Line& line, int row, std::string& svg) const;
   void DrawMerge(const MergeEdge& merge, int row, std::string& svg) const;
 
-  const GraphLayout& m_layout;
+  const TalVcs::Kit::GraphLayout& m_layout;
   std::vector<MergeEdge> m_merges;
   std::vector<std::vector<std::size_t>> m_linesOfRow;
   std::vector<std::vector<std::size_t>> m_mergesOfRow;

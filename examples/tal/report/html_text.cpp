@@ -1,6 +1,6 @@
 #include "html_text.h"
 
-#include "../utf8.h"
+#include <kit/text/utf8.h>
 
 #include <array>
 #include <cstddef>
@@ -19,8 +19,8 @@ std::string Hex(std::uint32_t number, int digits) {
 }
 
 /// Returns the name of what can't be shown.
-std::string NameOf(const Utf8Character& character, std::string_view bytes) {
-  if (!character.valid) {
+std::string NameOf(const TalVcs::Kit::Utf8Character& character, std::string_view bytes) {
+  if (!character.isValid) {
     std::string name;
     for (const char c : bytes) name += "\\x" + Hex(static_cast<unsigned char>(c), 2);
     return name;
@@ -50,18 +50,18 @@ std::string Escaped(std::string_view text, std::string_view begin, std::string_v
   std::string result;
   result.reserve(text.size() + text.size() / 8);
   for (std::size_t at = 0; at < text.size();) {
-    const Utf8Character character = DecodeUtf8(text, at);
-    const std::string_view bytes = text.substr(at, character.size);
+    const TalVcs::Kit::Utf8Character character = TalVcs::Kit::DecodeUtf8(text, at);
+    const std::string_view bytes = text.substr(at, character.sizeBytes);
     if (const char* entity = EntityOf(text[at])) {
       result += entity;
-    } else if (!character.valid || (IsHidden(character.code) && character.code != '\n')) {
+    } else if (!character.isValid || (IsHidden(character.code) && character.code != '\n')) {
       result += begin;
       result += NameOf(character, bytes);
       result += end;
     } else {
       result += bytes;
     }
-    at += character.size;
+    at += character.sizeBytes;
   }
   return result;
 }
@@ -111,10 +111,10 @@ std::string JsonText(std::string_view text) {
   std::string result = "\"";
   result.reserve(text.size() + text.size() / 8);
   for (std::size_t at = 0; at < text.size();) {
-    const Utf8Character character = DecodeUtf8(text, at);
-    const std::string_view bytes = text.substr(at, character.size);
-    at += character.size;
-    if (!character.valid) {
+    const TalVcs::Kit::Utf8Character character = TalVcs::Kit::DecodeUtf8(text, at);
+    const std::string_view bytes = text.substr(at, character.sizeBytes);
+    at += character.sizeBytes;
+    if (!character.isValid) {
       for (const char c : bytes) AppendUnit(result, 0xDC00U + static_cast<unsigned char>(c));
     } else if (character.code == '"' || character.code == '\\') {
       result += {'\\', bytes.front()};

@@ -5,7 +5,6 @@
 
 #include "report.h"
 
-#include "../base64.h"
 #include "../failure.h"
 #include "../graph.h"
 #include "../terminal.h"
@@ -18,6 +17,8 @@
 #include "version_view.h"
 
 #include <kit/diff/line_diff.h>
+#include <kit/text/base64.h>
+#include <kit/text/sizes.h>
 
 #include <algorithm>
 #include <limits>
@@ -42,7 +43,7 @@ std::string PolicyHash(std::string_view text) {
   for (std::size_t i = 0; i < hex.size(); i += 2) {
     digest += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
   }
-  return "'sha256-" + Base64(digest) + "'";
+  return "'sha256-" + TalVcs::Kit::EncodeBase64(digest) + "'";
 }
 
 std::string Head(const std::string& title) {
@@ -164,7 +165,7 @@ class ReportMaker {
 
   /// Makes the lines and articles of the versions that are listed. Returns their size.
   std::uint64_t MakeRows() {
-    const GraphLayout layout = LayOut();
+    const TalVcs::Kit::GraphLayout layout = LayOut();
     std::vector<MergeEdge> merges;
     const auto& rows = m_table.Rows();
     for (std::size_t i = 0; i < rows.size(); ++i) {
@@ -188,16 +189,16 @@ class ReportMaker {
     return size + m_lines.size();
   }
 
-  GraphLayout LayOut() const {
-    Tal::History history;
+  TalVcs::Kit::GraphLayout LayOut() const {
+    TalVcs::Kit::VersionGraph history;
     for (const VersionTable::Row& row : m_table.Rows()) {
-      history.commits.push_back({row.version, IdOf(row.version), row.parent, {}});
+      history.versions.push_back({row.version, row.parent, {}});
     }
     std::vector<TalVcs::Kit::Head> branches = m_workspace.GetBranches();
     std::stable_partition(branches.begin(), branches.end(), [&](const TalVcs::Kit::Head& head) {
       return head.name == m_workspace.GetBranch();
     });
-    return LayOutGraph(history, branches);
+    return TalVcs::Kit::LayOutGraph(history, branches);
   }
 
   /// Adds changes, newest version first, until half of the room that is left is taken.
@@ -246,9 +247,10 @@ class ReportMaker {
     const std::string_view text = bytes->text();
     if (text.size() > Left()) return "[\"x\"," + std::to_string(text.size()) + "]";
     if (!ImageType(text).empty()) {
-      return "[\"i\"," + JsonText(ImageType(text)) + ",\"" + Base64(text) + "\"]";
+      return "[\"i\"," + JsonText(ImageType(text)) + ",\"" + TalVcs::Kit::EncodeBase64(text) +
+             "\"]";
     }
-    if (TalVcs::Kit::IsBinary(text)) return "[\"b\",\"" + Base64(text) + "\"]";
+    if (TalVcs::Kit::IsBinary(text)) return "[\"b\",\"" + TalVcs::Kit::EncodeBase64(text) + "\"]";
     return "[\"t\"," + JsonText(text) + "]";
   }
 
@@ -256,7 +258,8 @@ class ReportMaker {
     if (m_cuts.empty()) return {};
     std::string html = "<div class=\"cut\">";
     if (m_versionCount > 0) {
-      html += "<p>This page is limited to " + FormatBytes(m_options.mostBytes) + ".</p>";
+      html +=
+          "<p>This page is limited to " + TalVcs::Kit::FormatSize(m_options.mostBytes) + ".</p>";
     }
     for (const std::string& cut : m_cuts) html += "<p>" + HtmlText(cut) + "</p>";
     return html + "</div>\n";
@@ -302,7 +305,7 @@ class ReportMaker {
 Report MakeReport(const Workspace& workspace, TalVcs::Kit::IObjectStore& store,
                   const ReportOptions& options) {
   if (options.mostBytes < ReportOptions::kLeastBytes) {
-    throw Failure("a report needs at least " + FormatBytes(ReportOptions::kLeastBytes),
+    throw Failure("a report needs at least " + TalVcs::Kit::FormatSize(ReportOptions::kLeastBytes),
                   ExitCode::Usage);
   }
   return ReportMaker(workspace, store, options).Run();

@@ -3,6 +3,8 @@
 #include "../terminal.h"
 #include "html_text.h"
 
+#include <kit/text/sizes.h>
+
 #include <algorithm>
 #include <cstddef>
 
@@ -31,8 +33,9 @@ std::string CostRow(const BranchStatistics& branch, std::uint64_t most) {
   const auto number = [](const std::string& text) { return "<td class=\"r\">" + text + "</td>"; };
   return "<tr><td><bdi>" + HtmlText(branch.name) + "</bdi></td>" +
          number(std::to_string(branch.commits)) + number(std::to_string(branch.own.count)) +
-         number(FormatBytes(branch.own.sizeBytes)) + number(FormatBytes(branch.shared.sizeBytes)) +
-         "<td>" + Bar(branch.own.sizeBytes, branch.shared.sizeBytes, most) + "</td></tr>\n";
+         number(TalVcs::Kit::FormatSize(branch.own.sizeBytes)) +
+         number(TalVcs::Kit::FormatSize(branch.shared.sizeBytes)) + "<td>" +
+         Bar(branch.own.sizeBytes, branch.shared.sizeBytes, most) + "</td></tr>\n";
 }
 
 }  // namespace
@@ -60,7 +63,7 @@ std::string CostView(const StoreStatistics& statistics, std::uint64_t mostBytes)
     html += "<p class=\"cut\">" + Plural(left_out, "branch") + " left out of this table</p>\n";
   }
   const auto totals = [](const TalVcs::Kit::ObjectTotals& some, std::string_view noun) {
-    return Plural(some.count, noun) + " (" + FormatBytes(some.sizeBytes) + ")";
+    return Plural(some.count, noun) + " (" + TalVcs::Kit::FormatSize(some.sizeBytes) + ")";
   };
   html += "<p class=\"quiet\">All branches together: " + totals(statistics.commits, "commit") +
           ", " + totals(statistics.trees, "folder") + ", " + totals(statistics.blobs, "file") +
