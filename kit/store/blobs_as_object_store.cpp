@@ -17,10 +17,20 @@ Error Unsupported(const char* what) {
   return error;
 }
 
-Error WriteFailed(ErrorCode code, const char* what) {
+Error ObjectNotWritten(const Id& id) {
   Error error;
-  error.code = code;
-  error.message = std::string("the store didn't take ") + what;
+  error.code = ErrorCode::Unavailable;
+  error.subject = ToUtf8(id.View());
+  error.message = "cannot write object " + error.subject + ": the store refused its stream";
+  error.unchanged = "no branch was moved";
+  return error;
+}
+
+Error BranchesNotWritten() {
+  Error error;
+  error.code = ErrorCode::Unknown;
+  error.message = "cannot write all branches: the store refused a stream";
+  error.unchanged = "some branches may have moved; read the heads to find out";
   return error;
 }
 
@@ -44,7 +54,8 @@ std::optional<Buffer> BlobsAsObjectStore::ReadStream(const WideString& path) {
 Result<Buffer> BlobsAsObjectStore::ReadObject(const Id& id) {
   if (!IsObjectId(id)) return NoSuchObject(id);
   std::optional<Buffer> packed = ReadStream(m_paths.GetObjectW(id));
-  if (!packed) return NoSuchObject(id);
+  // A reader may return an empty stream for a path without bytes, and no packed form is empty.
+  if (!packed || packed->IsEmpty()) return NoSuchObject(id);
   return *std::move(packed);
 }
 
@@ -97,16 +108,16 @@ Status BlobsAsObjectStore::Write(std::span<const StoredObject> objects) {
   for (const StoredObject& object : objects) {
     if (!IsObjectId(object.id)) return NotAnObjectId(object.id);
   }
-  bool done = true;
+  std::optional<Id> refused;
   bool changed = false;
   for (const StoredObject& object : objects) {
-    if (!done || ReadObject(object.id)) continue;
-    done = WriteStream(m_paths.GetObjectW(object.id), object.packed);
+    if (refused || ReadObject(object.id)) continue;
+    if (!WriteStream(m_paths.GetObjectW(object.id), object.packed)) refused = object.id;
     changed = true;
   }
   if (!changed) return {};
-  Status ended = End(done);
-  return done ? std::move(ended) : Status(WriteFailed(ErrorCode::Unavailable, "an object"));
+  Status ended = End(!refused);
+  return refused ? Status(ObjectNotWritten(*refused)) : ended;
 }
 
 Result<std::map<std::string, Id>> BlobsAsObjectStore::ReadHeads() {
@@ -147,7 +158,7 @@ Status BlobsAsObjectStore::MoveHeads(std::span<const HeadMove> moves) {
     for (const HeadMove& move : moves) done = done && WriteHead(move.name, move.desired);
   }
   Status ended = End(done);
-  return done ? std::move(ended) : Status(WriteFailed(ErrorCode::Unknown, "all branches"));
+  return done ? std::move(ended) : Status(BranchesNotWritten());
 }
 
 Status BlobsAsObjectStore::List(const IdSink& sink) {

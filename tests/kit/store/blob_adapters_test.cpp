@@ -99,6 +99,7 @@ StoreKind StreamsKind(StoreOpener (*makePlace)()) {
   kind.makePlace = makePlace;
   kind.removes = false;
   kind.keepsValues = false;
+  kind.keepsEmptyObjects = false;
   return kind;
 }
 
@@ -207,6 +208,60 @@ TEST(BlobsAsObjectStore, ReadsWhatASerializerHasWritten) {
   ASSERT_TRUE(
       store.ReadHistory(heads[1].id, 10, [&](const Id&, Result<Buffer>) { ++commits; }).ok());
   EXPECT_EQ(commits, 2);
+}
+
+/// A reader that returns an empty stream for a path without bytes, as every reader may.
+class EmptyWhereMissing final : public IBlobReader {
+ public:
+  explicit EmptyWhereMissing(MemoryStore& streams) : m_streams(streams) {}
+
+  StreamIO OpenBlob(const WideString& path) override {
+    const StreamIO stream = m_streams.OpenBlob(path);
+    return stream ? stream : StreamIO(MemStream::Create(0));
+  }
+  std::vector<WideString> ListBlobs(const WideString& path) override {
+    return m_streams.ListBlobs(path);
+  }
+
+ private:
+  MemoryStore& m_streams;
+};
+
+// A save skipped every object, because each seemed to be there.
+TEST(BlobsAsObjectStore, ObjectWithAnEmptyStreamIsMissing) {
+  MemoryStore streams;
+  EmptyWhereMissing reader(streams);
+  BlobsAsObjectStore store(reader, streams);
+  const Blob blob = BlobFromBytes("text");
+  const Id id = blob.GetId();
+  EXPECT_EQ(store.Missing({&id, 1}).value(), std::vector<Id>{id});
+  EXPECT_EQ(store.Sizes({&id, 1}).value().front(), std::nullopt);
+  const StoredObject object{id, blob.GetPackedData()};
+  ASSERT_TRUE(store.Write({&object, 1}).ok());
+  EXPECT_EQ(store.Missing({&id, 1}).value(), std::vector<Id>());
+  EXPECT_EQ(store.Sizes({&id, 1}).value().front(), 11u);
+}
+
+/// A writer that refuses every stream.
+class RefusingWriter final : public IBlobWriter {
+ public:
+  Stream CreateBlobStream(const WideString& /*path*/) override { return {}; }
+  bool CommitBlobStream(const WideString& /*path*/, Stream /*stream*/) override { return false; }
+  void RemoveStorage(const WideString& /*path*/) override {}
+};
+
+TEST(BlobsAsObjectStore, ErrorNamesTheObjectThatWasRefused) {
+  MemoryStore streams;
+  RefusingWriter writer;
+  BlobsAsObjectStore store(streams, writer);
+  const Blob blob = BlobFromBytes("text");
+  const StoredObject object{blob.GetId(), blob.GetPackedData()};
+  const Status status = store.Write({&object, 1});
+  ASSERT_FALSE(status.ok());
+  EXPECT_EQ(status.error().code, ErrorCode::Unavailable);
+  EXPECT_EQ(status.error().subject, ToUtf8(object.id.View()));
+  const HeadMove move{"master", Id(), object.id};
+  EXPECT_EQ(store.MoveHeads({&move, 1}).error().code, ErrorCode::Unknown);
 }
 
 TEST(BlobsAsObjectStore, BranchWithoutAnIdIsDamaged) {

@@ -37,6 +37,8 @@ struct StoreKind {
   bool keepsValues = true;
   /// Whether reads fail with `Damaged` for bytes that don't fit their id.
   bool checksIds = false;
+  /// Whether an object of 0 bytes is there. To a store over streams it is missing.
+  bool keepsEmptyObjects = true;
 
   friend std::ostream& operator<<(std::ostream& out, const StoreKind& kind) {
     return out << (kind.durable ? "durable" : "in memory");
