@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 
 namespace TalVcs::Kit {
 
@@ -37,5 +39,16 @@ class Reporter {
   Clock::time_point m_called;
   bool m_isCancelled = false;
 };
+
+/// Calls `work`, which returns a result, as one phase. Fails as `work` does, and with `Cancelled`.
+template <class Work>
+std::invoke_result_t<Work> InPhase(Reporter& reporter, std::string_view phase, Work work) {
+  Status status = reporter.Begin(phase);
+  if (!status) return std::move(status).error();
+  std::invoke_result_t<Work> result = work();
+  if (result) status = reporter.End();
+  if (!status) return std::move(status).error();
+  return result;
+}
 
 }  // namespace TalVcs::Kit

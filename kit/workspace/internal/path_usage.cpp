@@ -169,12 +169,8 @@ class PathMeasuring {
 Result<std::vector<PathUsage>> MeasureEntries(IObjectStore& store, std::vector<Id> roots,
                                               const std::vector<WideString>& folder,
                                               Reporter& reporter) {
-  Status status = reporter.Begin("contents");
-  if (!status) return std::move(status).error();
-  auto usage = PathMeasuring(store, reporter).Run(std::move(roots), folder);
-  if (usage) status = reporter.End();
-  if (!status) return std::move(status).error();
-  return usage;
+  return InPhase(reporter, "contents",
+                 [&] { return PathMeasuring(store, reporter).Run(std::move(roots), folder); });
 }
 
 }  // namespace TalVcs::Kit

@@ -133,12 +133,7 @@ class Rewriting {
 Result<std::vector<BranchMove>> WriteThinnedHistory(WorkspaceState& state,
                                                     const ThinnedHistory& history,
                                                     Reporter& reporter) {
-  Status status = reporter.Begin("write");
-  if (!status) return std::move(status).error();
-  Result<std::vector<BranchMove>> moves = Rewriting(state, history, reporter).Run();
-  if (moves) status = reporter.End();
-  if (!status) return std::move(status).error();
-  return moves;
+  return InPhase(reporter, "write", [&] { return Rewriting(state, history, reporter).Run(); });
 }
 
 }  // namespace TalVcs::Kit

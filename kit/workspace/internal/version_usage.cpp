@@ -121,12 +121,8 @@ class VersionMeasuring {
 
 Result<std::vector<VersionUsage>> MeasureVersions(IObjectStore& store, const HistoryGraph& graph,
                                                   Reporter& reporter) {
-  Status status = reporter.Begin("contents");
-  if (!status) return std::move(status).error();
-  Result<std::vector<VersionUsage>> usage = VersionMeasuring(store, graph, reporter).Run();
-  if (usage) status = reporter.End();
-  if (!status) return std::move(status).error();
-  return usage;
+  return InPhase(reporter, "contents",
+                 [&] { return VersionMeasuring(store, graph, reporter).Run(); });
 }
 
 }  // namespace TalVcs::Kit
