@@ -1,3 +1,4 @@
+#include <kit/store/head_table.h>
 #include <kit/store/read_history.h>
 #include <kit/text.h>
 #include <stores/encryption/encrypted_store.h>
@@ -54,14 +55,6 @@ Status CheckEmpty(IObjectStore& store) {
   return {};
 }
 
-Error NotAnId(const Id& id) {
-  Error error;
-  error.code = ErrorCode::BadName;
-  error.subject = ToUtf8(id.View());
-  error.message = "\"" + error.subject + "\" is not the id of an object";
-  return error;
-}
-
 Error DamagedBranch() {
   Error error;
   error.code = ErrorCode::Damaged;
@@ -79,9 +72,7 @@ std::vector<Id> SealIds(const Sealer& sealer, std::span<const Id> ids) {
 /// Puts the id in clear into the error of an object.
 Error OpenError(Error error, const Id& id) {
   error.subject = ToUtf8(id.View());
-  if (error.code == ErrorCode::NotFound) {
-    error.message = "the store has no object " + error.subject;
-  }
+  if (error.code == ErrorCode::NotFound) error.message = NoSuchObject(id).message;
   return error;
 }
 
@@ -172,7 +163,7 @@ Result<std::vector<std::optional<std::uint64_t>>> EncryptedStore::Sizes(std::spa
 Result<std::vector<StoredObject>> EncryptedStore::SealObjects(
     std::span<const StoredObject> objects) {
   for (const StoredObject& object : objects) {
-    if (!IsObjectId(object.id)) return NotAnId(object.id);
+    if (!IsObjectId(object.id)) return NotAnObjectId(object.id);
   }
   std::vector<StoredObject> sealed;
   sealed.reserve(objects.size());
