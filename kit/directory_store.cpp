@@ -16,11 +16,11 @@
 
 // A save in the order in which things happen on the medium:
 //
-//     lock  -  new objects  -  sync  -  state.new  -  sync  -  rename to state  -  unused objects
-//     go
+//     lock  -  new objects  -  sync  -  state.new  -  sync  -  rename to state
+//           -  unused objects go
 //
-// The first save of all puts an empty state in front, so that objects without a state are never
-// those of a save that didn't end.
+// The first save of all writes an empty state before its objects, so that objects without a state
+// are never those of a save that didn't end.
 //
 // Up to the rename the file "state" names the old objects, all of which are still there; from then
 // on it names the new ones, all of which are there already. Objects that "state" doesn't name are

@@ -90,14 +90,14 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
   /// ends with "refs/heads", whole names of branches with any "/" in them.
   std::vector<TalStringT<WideChar>> ListBlobs(const TalStringT<WideChar>& directoryPath) override;
 
-  /// Makes what the transaction holds the store. True if there was none.
+  /// Makes what the transaction holds the store. Returns true also if there is no transaction.
   ///
   /// False, with the old store in place and the transaction abandoned, if anything failed. There is
   /// one exception: if the very last step fails, telling the medium to keep the new state, then
   /// the new store is in place, which `IsNewStateInPlace` and `LastError` say.
   bool Commit();
 
-  /// Tells the two failures of `Commit` apart: true if the last transaction's state is in place,
+  /// Distinguishes the two failures of `Commit`: true if the last transaction's state is in place,
   /// also where the medium may not keep it; false while a transaction is under way and before any.
   bool IsNewStateInPlace() const noexcept;
 

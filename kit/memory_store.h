@@ -42,8 +42,8 @@ class TALVCS_KIT_API MemoryStore : public IBlobReader, public IBlobWriter {
   /// removed.
   void RemoveStorage(const WideString& storagePath) override;
 
-  /// Returns a reader on the bytes under `path`, which keeps them whatever becomes of the store;
-  /// one that tests false if there are none.
+  /// Returns a reader on the bytes under `path`, which keeps them alive when the store changes or
+  /// ends; one that tests false if there are none.
   StreamIO OpenBlob(const WideString& path) override;
 
   /// Returns the sorted names of the streams directly below `directoryPath`.

@@ -78,7 +78,7 @@ class Reach {
 bool StoreReachable(IRepository& repository) {
   const IObjectsStorage* storage = repository.GetStorage();
   if (storage == nullptr || OnDemandStorage::From(storage) != nullptr) return false;
-  // Storing changes the tables, so the commits to begin with are put down first.
+  // Storing changes the tables, so the list of commits to begin with is made first.
   std::vector<cow_ptr<Commit>> tips;
   for (const auto& [name, head] : storage->GetRefs()) tips.push_back(head);
   for (const auto& [id, commit] : storage->GetCommits()) tips.push_back(commit);

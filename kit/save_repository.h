@@ -21,8 +21,8 @@ namespace TalVcs::Kit {
 ///
 /// Returns what the `Serializer` returns, so a `DirectoryStore` has still to `Commit`; false, with
 /// the store untouched, if `repository` has no storage or one whose objects are read on demand,
-/// which `Save` saves. Only what a later commit changed in its
-/// parent's tree is looked at, besides each first tree of a history as a whole.
+/// which `Save` saves. Cost: the first tree of each history as a whole, and of each later commit
+/// what differs from its parent's tree.
 TALVCS_KIT_API bool SaveRepository(IRepository& repository, IBlobWriter& writer,
                                    const TalStringT<WideChar>& rootPath);
 

@@ -45,7 +45,7 @@ struct UnifiedDiffOptions {
   std::string afterName = {};
   /// Kept lines at both ends of each hunk.
   std::size_t contextLines = 3;
-  /// Of the comparison.
+  /// Options of the comparison.
   LineDiffOptions lines = {};
 };
 

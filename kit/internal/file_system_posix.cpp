@@ -208,7 +208,7 @@ class PosixFileSystem final : public FileSystem {
   std::error_code LockFile(const Path& path, LockKind kind, LockWait wait,
                            std::unique_ptr<FileLock>& lock) override {
     Descriptor file(path, O_RDWR | O_CREAT | kOwn);
-    // Who may only read can still lock a file that is there.
+    // A process that may only read can still lock a file that is there.
     if (!file.IsOpen() && (errno == EACCES || errno == EROFS || errno == EPERM)) {
       return Lock(Descriptor(path, O_RDONLY | kOwn), kind, wait, lock);
     }

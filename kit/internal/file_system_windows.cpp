@@ -98,8 +98,8 @@ std::error_code WriteAll(HANDLE handle, std::span<const std::byte> bytes) {
   return {};
 }
 
-/// Returns why a file wasn't opened. The system tells a folder that is missing and a file in its
-/// place alike; only the first means that nothing is there yet.
+/// Returns why a file wasn't opened. The system has one error for a missing folder and for a file
+/// in the place of a folder; only the first means that nothing is there yet.
 std::error_code OpenError(const std::filesystem::path& path) {
   const std::error_code error = SystemError();
   if (error.value() != ERROR_PATH_NOT_FOUND) return error;

@@ -43,7 +43,7 @@ std::string DigestOf(std::string_view bytes) {
   return std::string(digest.begin(), digest.end());
 }
 
-/// Returns the size of the record at the front of `bytes`, or nothing if no whole one is there.
+/// Returns the size of the record at the start of `bytes`, or nothing if no whole one is there.
 std::optional<std::size_t> MeasureRecord(std::string_view bytes) {
   if (bytes.size() < kFrameSize || !bytes.starts_with(kMark)) return std::nullopt;
   const std::uint64_t payload = NumberOf(bytes.substr(kMark.size(), 4));
@@ -73,7 +73,7 @@ std::string MakeFrame(std::string_view link, std::string_view payload) {
   return record + DigestOf(record);
 }
 
-/// Takes pieces from the front of a payload; after a mismatch it takes nothing more.
+/// Takes pieces from the start of a payload; after a mismatch it takes nothing more.
 class Payload {
  public:
   explicit Payload(std::string_view bytes) noexcept : m_rest(bytes) {}
@@ -224,7 +224,7 @@ JournalProblem Journal::ReadRecords(std::string_view bytes) {
   while (!bytes.empty()) {
     const std::optional<std::size_t> size = MeasureRecord(bytes);
     if (!size) {
-      // Nothing is ever written behind a record that isn't whole.
+      // Nothing is ever written after a record that isn't whole.
       if (HoldsRecord(bytes.substr(1))) return JournalProblem::Damaged;
       m_hasTornTail = true;
       return JournalProblem::None;

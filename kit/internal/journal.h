@@ -72,7 +72,7 @@ class Journal {
   const std::string& GetEnd() const noexcept { return m_end; }
   bool HasTornTail() const noexcept { return m_hasTornTail; }
 
-  /// Whether the records behind the checkpoint take so much room that a new checkpoint saves some.
+  /// Whether the records after the checkpoint take so much room that a new checkpoint saves some.
   bool HasOutgrownCheckpoint() const noexcept;
 
   /// Returns the record with these changes that continues this journal. Nothing if they are too

@@ -153,7 +153,8 @@ void ObjectFiles::RemoveEmptyFolders() {
   for (const std::string& prefix : prefixes) {
     std::vector<std::string> names;
     const Path folder = m_folder.ObjectsPath() / prefix;
-    if (prefix.size() != 2 || m_folder.Files().ListFolder(folder, names)) continue;
+    if (prefix.size() != PathBuilder::kFolderDigits || m_folder.Files().ListFolder(folder, names))
+      continue;
     if (names.empty()) m_folder.Files().RemoveFolder(folder);
   }
 }

@@ -17,7 +17,7 @@ namespace TalVcs::Kit {
 /// The files of the objects of an object store in a folder.
 ///
 /// A file gets its name only after the medium has its bytes. So a name is enough to know that an
-/// object is there, and what a killed process leaves behind has another name.
+/// object is there, and what a killed process leaves has another name.
 class ObjectFiles {
  public:
   using Path = StoreFolder::Path;

@@ -107,7 +107,7 @@ Status ObjectRemoval::WriteNewPacks(const std::set<ObjectKey>& kept) {
   for (const ObjectKey& key : m_filesToPack) {
     if (Status status = AddAnew(key, {}); !status) return status;
   }
-  // Without a pack of its number a later one would get the number of one that readers know.
+  // A pack is made even if it is empty: a later pack must not get a number that readers know.
   Status status = EndPack();
   return status ? m_objects.m_packs.Files().SyncNames() : status;
 }

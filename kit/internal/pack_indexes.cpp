@@ -66,9 +66,9 @@ void PackIndexes::Trim() noexcept {
   for (const Part& part : m_parts) part.index->Trim();
 }
 
-bool PackIndexes::Add(const PackPlace& to, std::uint32_t last_check,
+bool PackIndexes::Add(const PackPlace& to, std::uint32_t lastCheck,
                       std::vector<PackIndexEntry> entries) {
-  PackIndexRange range{GetEnd(), to, last_check};
+  PackIndexRange range{GetEnd(), to, lastCheck};
   std::size_t merged = 0;
   for (; merged < m_parts.size(); ++merged) {
     PackIndex& last = *m_parts[m_parts.size() - 1 - merged].index;
@@ -85,10 +85,10 @@ bool PackIndexes::Add(const PackPlace& to, std::uint32_t last_check,
   return true;
 }
 
-bool PackIndexes::Replace(const PackPlace& to, std::uint32_t last_check,
+bool PackIndexes::Replace(const PackPlace& to, std::uint32_t lastCheck,
                           std::vector<PackIndexEntry> entries) {
   if (!entries.empty()) {
-    if (!Write({PackPlace(), to, last_check}, std::move(entries))) return false;
+    if (!Write({PackPlace(), to, lastCheck}, std::move(entries))) return false;
     m_parts.erase(m_parts.begin(), m_parts.end() - 1);
   } else {
     m_parts.clear();

@@ -37,9 +37,9 @@ class PackIndexes {
   /// Adds an index of records from the end up to `to`, and merges it with others so that the number
   /// of indexes grows with the logarithm of the number of objects. One writer at a time. False if
   /// it couldn't be written; the indexes are as before then.
-  bool Add(const PackPlace& to, std::uint32_t last_check, std::vector<PackIndexEntry> entries);
+  bool Add(const PackPlace& to, std::uint32_t lastCheck, std::vector<PackIndexEntry> entries);
   /// Replaces all indexes by one that has everything up to `to`.
-  bool Replace(const PackPlace& to, std::uint32_t last_check, std::vector<PackIndexEntry> entries);
+  bool Replace(const PackPlace& to, std::uint32_t lastCheck, std::vector<PackIndexEntry> entries);
 
  private:
   using Name = PackFiles::IndexName;

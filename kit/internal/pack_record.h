@@ -33,7 +33,7 @@ struct PackHead {
 /// Appends the record of an object whose encoded form has `kMostPackedBytes` at most.
 void AppendPackRecord(std::string& bytes, const ObjectKey& key, std::string_view encoded);
 
-/// Reads the head at the front of `bytes`; nothing if they begin no record.
+/// Reads the head at the start of `bytes`; nothing if they begin no record.
 std::optional<PackHead> ReadPackHead(std::string_view bytes);
 
 /// Returns whether `record`, all of whose bytes are there, has the check that it must have.

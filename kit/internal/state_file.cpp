@@ -77,8 +77,8 @@ Status StateFile::ReadWhole() {
   return {};
 }
 
-// Branches become heads, other streams values under their paths. Two states are told apart by a
-// number of removals that no journal reaches by counting.
+// Branches become heads, other streams values under their paths. The number of removals is made of
+// the digest, so that two states differ in it and no journal reaches it by counting.
 Status StateFile::TakeFormer(StoreState state, const Buffer& bytes) {
   m_state = JournalState();
   const std::string digest = StoreState::DigestOf(bytes);

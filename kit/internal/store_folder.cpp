@@ -11,7 +11,7 @@ namespace TalVcs::Kit {
 
 namespace {
 
-// Behind the name of a file that is being written to take another's place.
+// Ends the name of a file that is being written to take another's place.
 constexpr const char* kNew = ".new";
 
 std::string TextOf(const std::filesystem::path& path) {
@@ -128,7 +128,9 @@ bool StoreFolder::HasObjectFiles() {
   if (error) return error != std::errc::no_such_file_or_directory;
   for (const std::string& prefix : folders) {
     std::vector<std::string> names;
-    if (prefix.size() != 2 || m_files->ListFolder(m_objects / prefix, names)) continue;
+    if (prefix.size() != PathBuilder::kFolderDigits ||
+        m_files->ListFolder(m_objects / prefix, names))
+      continue;
     for (const std::string& name : names) {
       bool complete = false;
       if (KeyFromFile(prefix, name, complete)) return true;
@@ -261,7 +263,8 @@ void StoreFolder::RemoveUnused(const StoreState& state) {
   std::vector<std::string> folders;
   if (m_files->ListFolder(m_objects, folders)) return;
   for (const std::string& prefix : folders) {
-    if (prefix.size() == 2) RemoveUnusedIn(m_objects / prefix, prefix, state);
+    if (prefix.size() == PathBuilder::kFolderDigits)
+      RemoveUnusedIn(m_objects / prefix, prefix, state);
   }
 }
 

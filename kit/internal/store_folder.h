@@ -13,8 +13,8 @@
 
 namespace TalVcs::Kit {
 
-/// A state with the digest that its file ends with, by which two states are told apart; empty for
-/// an empty store, whether it is there or not.
+/// A state with the digest that its file ends with, by which two states are distinguished. The
+/// digest is empty for an empty store, whether its file is there or not.
 struct StoredState {
   StoreState state;
   std::string digest;

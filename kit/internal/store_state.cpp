@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <utility>
 
-// The layout of the file, as docs/formats.md tells it:
+// The layout of the file, as docs/formats.md describes it:
 //
 //     state  := "TalVcs store 1" LF  count " objects" LF key*  count " streams" LF stream*  digest
 //     key    := the 32 bytes of an id; ascending
@@ -29,7 +29,7 @@ std::string DigestLine(const Buffer& bytes) {
   return ToUtf8(Helpers::ComputeEncodedSHA256Hash(bytes)) + '\n';
 }
 
-/// Takes pieces from the front of a text; after a mismatch it takes nothing more.
+/// Takes pieces from the start of a text; after a mismatch it takes nothing more.
 class Scanner {
  public:
   explicit Scanner(std::string_view text) noexcept : m_rest(text) {}

@@ -13,7 +13,7 @@
 
 namespace TalVcs::Kit {
 
-/// Returns the key that the digits of an id write, or nothing for any other text.
+/// Returns the key whose digits are the text of an id, or nothing for any other text.
 std::optional<ObjectKey> KeyFromHex(std::string_view digits);
 std::string HexFromKey(const ObjectKey& key);
 

@@ -31,7 +31,7 @@ struct TextMergeOptions {
   std::string rightLabel = "theirs";
   /// Number of characters of a marker.
   std::size_t markerSize = 7;
-  /// Of the comparisons of each side with the root.
+  /// Options of the comparisons of each side with the root.
   LineDiffOptions lines = {};
 };
 

@@ -33,7 +33,8 @@ Result<std::vector<Head>> ChooseHeads(IObjectStore& from, const std::vector<std:
 }
 
 Error RemovedMeanwhile() {
-  return MakeError(ErrorCode::Busy, "what was copied was removed from the target meanwhile", {},
+  return MakeError(ErrorCode::Busy,
+                   "cannot copy: a clean-up has removed copied objects from the target", {},
                    "no branch of the target was moved");
 }
 

@@ -33,7 +33,7 @@ struct OpenOptions {
   Progress progress = {};
 };
 
-/// A repository that was opened from a store, and what `Save` has to know of it.
+/// A repository that was opened from a store, with what `Save` needs to save it there.
 ///
 /// The repository is an ordinary one to work with. It can be copied; a copy shares what was read,
 /// and `Save` saves the original. Assign no other repository to it: `Save` refuses that. This

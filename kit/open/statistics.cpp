@@ -151,7 +151,7 @@ class Counting {
     return status;
   }
 
-  // Says that branches reach an object, and makes it a step to do if they didn't before.
+  // Notes that branches reach an object, and adds a step for it if one of them is new.
   void Reach(IdMap& objects, const ObjectKey& key, std::uint32_t branches,
              std::vector<Step>& steps) {
     std::uint32_t* reached = objects.Insert(key, NumberSets::kEmpty).first;

@@ -58,7 +58,7 @@ class TALVCS_KIT_API Remote {
   /// "master", else the first; "master" if there is none.
   Result<std::string> FindMainBranch();
 
-  /// Brings heads of the remote, and of what they reach what the local store lacks, into it.
+  /// Brings the heads of the remote, and all that they reach and the local store lacks, into it.
   ///
   /// A local store without a branch of its own will open on the branch that `FindMainBranch`
   /// returns. Reads nothing that the local store has: it has everything below a commit or folder
@@ -79,8 +79,8 @@ class TALVCS_KIT_API Remote {
   /// Does what `Workspace::Sync` does.
   Result<SyncReport> Sync(Workspace& workspace, const SyncOptions& options = {});
 
-  /// Waits until heads of the remote are not those that this object has seen by its last fetch or
-  /// push. Returns false after the timeout. Fails as `WaitForHeads` does.
+  /// Waits until the heads of the remote differ from those that this object saw at its last fetch
+  /// or push. Returns false after the timeout. Fails as `WaitForHeads` does.
   Result<bool> Watch(const HeadWaitOptions& options = {});
 
  private:

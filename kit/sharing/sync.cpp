@@ -29,7 +29,7 @@ constexpr Milliseconds kLongestPause(250);
 
 void SleepInThread(Milliseconds time) { std::this_thread::sleep_for(time); }
 
-/// Makes a branch of a workspace and one of a remote equal, whatever others do meanwhile.
+/// Makes a branch of a workspace and one of a remote equal, also while others move the latter.
 class Synchronisation {
  public:
   Synchronisation(Workspace& workspace, Remote& remote, const SyncOptions& options)
@@ -88,7 +88,7 @@ class Synchronisation {
     return status ? m_reporter.End() : status;
   }
 
-  /// Returns a time by chance, of a span that doubles with each lost race.
+  /// Returns a random time from a span that doubles with each lost race.
   Milliseconds Pause() {
     const std::uint64_t doublings = std::min<std::uint64_t>(m_report.lostRaces, 8);
     const Milliseconds longest =

@@ -29,7 +29,8 @@ struct CacheOptions {
   bool keepsHeads = false;
 };
 
-/// Keeps copies of the objects of a slow store in a fast one: a server's in a folder, say.
+/// Keeps copies of the objects of a slow store in a fast one, such as those of a server in a
+/// folder.
 ///
 /// *Reading* asks the fast store first and the slow one for the rest, which the fast store then
 /// keeps. Bytes from the fast store are used only if they fit their id. *Writing* goes to the

@@ -44,8 +44,8 @@ struct EncodedHeader {
 /// enough for `ReadEncodedHeader`.
 inline constexpr std::size_t kMostEncodedHeaderBytes = 64;
 
-/// Returns how many bases lie at most below a form of that position. A reader must refuse a base of
-/// which this isn't less than of the difference: then no damage makes a circle.
+/// Returns how many bases lie at most below a form of that position. A reader must refuse a base
+/// whose depth isn't less than that of its difference; then no damage makes a circle.
 TALVCS_KIT_API std::uint32_t DepthOf(std::uint32_t position) noexcept;
 
 /// Reads the header at the beginning of an encoded form. Fails with `Damaged` for bytes that are no

@@ -151,7 +151,8 @@ Status Workspace::Reload(const Decisions& decisions, const PreviewOptions& optio
     auto next =
         std::make_unique<WorkspaceState>(m_state->store, *std::move(opened), m_state->options);
     if (!(RootOf(next->GetHead())->GetId() == reloading->theirs.GetTree()->GetId())) {
-      return WorkspaceError(ErrorCode::Busy, "cannot reload: the branch is moving", GetBranch());
+      return WorkspaceError(ErrorCode::Busy,
+                            "cannot reload: somebody is moving the branch; try again", GetBranch());
     }
     Status status = MakePending(*next, reloading->theirs, Snapshot(*files));
     if (!status) return status;

@@ -143,7 +143,7 @@ Status MoveToKept(WorkspaceState& state, const Plan& plan, const Progress& progr
   }
 }
 
-/// Reports on, and takes no for yes.
+/// Passes reports on and ignores a wish to cancel.
 Progress WithoutCancelling(const Progress& progress) {
   if (!progress) return {};
   return [&progress](const ProgressStep& step) {
@@ -183,7 +183,7 @@ Result<RetentionReport> Workspace::Forget(const Retention& rule, const ForgetOpt
         CleanUp(*m_state->store, {.progress = WithoutCancelling(options.progress)});
     if (!removed) {
       Error error = removed.error();
-      error.unchanged = "the versions are forgotten; the next clean-up brings back their bytes";
+      error.unchanged = "the versions are forgotten; the next clean-up frees their space";
       return error;
     }
     report.freed = {removed->count, removed->sizeBytes};

@@ -191,7 +191,7 @@ class TALVCS_KIT_API Workspace {
   /// follows the next older one that is kept, with a new id; all else stays. The oldest version
   /// that is left of a history can't be undone. Pending edits stay. Fails with `HeadMoved` if
   /// somebody else has moved a branch. If another session still reads the store, the last step
-  /// fails with `Busy`: the versions are forgotten, and the next `CleanUp` brings back their bytes.
+  /// fails with `Busy`: the versions are forgotten, and the next `CleanUp` frees their space.
   Result<RetentionReport> PreviewForget(const Retention& rule,
                                         const ForgetOptions& options = {}) const;
   Result<RetentionReport> Forget(const Retention& rule, const ForgetOptions& options = {});
@@ -220,8 +220,8 @@ class TALVCS_KIT_API Workspace {
   Result<MergePreview> PreviewReload(const PreviewOptions& options = {}) const;
   Status Reload(const Decisions& decisions = {}, const PreviewOptions& options = {});
 
-  /// Brings what is new in the remote's branch of the current branch's name under the current
-  /// branch: moves it there, or replays the versions that the remote lacks on top, each with its
+  /// Fetches the remote's branch of the same name and puts the current branch on top of it: moves
+  /// the current branch there, or replays on top the versions that the remote lacks, each with its
   /// message, author and time. One whose changes are there already is left out. The branch moves
   /// once, at the end. Needs no pending edits. Does nothing else if the remote has no such branch.
   ///
@@ -232,9 +232,9 @@ class TALVCS_KIT_API Workspace {
   Result<PushReport> Push(Remote& remote, const PushOptions& options = {});
   /// Pulls and pushes until the remote's branch is where the current one is.
   ///
-  /// If somebody else moves the remote's branch first, it pulls again after a short time by chance,
+  /// If somebody else moves the remote's branch first, it pulls again after a short random time,
   /// and from the fifth time on takes turns with others who lost. The current branch may be on top
-  /// of a former head of the remote after a failure; nothing is lost or twice there, and the next
+  /// of a former head of the remote after a failure; nothing is lost or duplicated, and the next
   /// call goes on.
   Result<SyncReport> Sync(Remote& remote, const SyncOptions& options = {});
   /// Waits until somebody else moves a branch of the workspace's own store, as `IsBehind` sees it.

@@ -9,11 +9,14 @@
 // rows are those of the second. A step to the right removes a line, a step down adds one, and a
 // diagonal step keeps a line that both have there. Diagonal k has the places with column - row = k.
 //
-//       a b c        The search by Myers runs from both corners. After d steps that are not
-//       diagonal,
-//     +-------       reach[k] is the farthest column on diagonal k. Where the two searches meet, a
-//   b | . \ .        shortest path passes. The two boxes at that place are searched in the same
-//   way, c | . . \        so that memory is linear.
+//       a b c
+//     +-------
+//   b | . \ .
+//   c | . . \      the diagonal steps keep b and c; a is removed
+//
+// The search runs from both corners. After d steps that are not diagonal, reach[k] is the farthest
+// column on diagonal k. Where the two searches meet, a shortest path passes. The two boxes on both
+// sides of that place are searched in the same way, so that memory is linear.
 //
 // Lines that the other text lacks are dropped first: no path keeps them.
 

@@ -19,7 +19,7 @@ class DamageList {
   NumberSets& Sets() noexcept { return m_sets; }
   std::uint32_t GetMost() const noexcept { return m_most; }
 
-  /// Says that one more commit lacks what is in the set.
+  /// Counts one more commit that lacks what is in the set.
   void CountCommit(std::uint32_t set);
   /// Moves the damages, each with its number of commits, into the report.
   void MoveTo(HistoryReport& report);

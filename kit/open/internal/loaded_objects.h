@@ -19,7 +19,7 @@ class LoadedObjects final : public IObjectReader {
   ~LoadedObjects() override;
 
   void Add(const Id& id, Buffer packed);
-  /// Says why objects are absent that were to be loaded.
+  /// Notes why the load has no object of these ids.
   void SetDamages(std::span<const Damage> damages);
 
   void Read(std::span<const Id> wanted, ReadAhead ahead, std::uint64_t history, Sink sink) override;

@@ -28,7 +28,7 @@ ReadProblem MissingObject() { return {ErrorCode::NotFound, "the store has no suc
 Error UnreadableObject(const Id& id, const ReadProblem& problem) {
   // A store that lacks what one of its branches reaches is damaged.
   const ErrorCode code = problem.code == ErrorCode::Unavailable ? problem.code : ErrorCode::Damaged;
-  return MakeError(code, "cannot copy object " + ShortId(id) + ": " + problem.reason, TextOf(id),
+  return MakeError(code, "cannot read object " + ShortId(id) + ": " + problem.reason, TextOf(id),
                    "no branch was moved");
 }
 

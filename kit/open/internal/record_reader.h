@@ -30,7 +30,7 @@ std::optional<ReadProblem> CheckRecord(const Id& id, const Result<Buffer>& packe
 /// Returns the problem of an object that a store lacks.
 ReadProblem MissingObject();
 
-/// Returns the error of an object that can't be copied from a store that has to have it.
+/// Returns the error of an object that can't be read from a store that has to have it.
 Error UnreadableObject(const Id& id, const ReadProblem& problem);
 
 /// Takes the object at an index of the ids that were asked for. An error ends the reading.

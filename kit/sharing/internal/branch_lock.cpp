@@ -41,7 +41,7 @@ BranchLock::~BranchLock() {
   static_cast<void>(status);
 }
 
-/// Returns the text of the holder; none also if the store can't say.
+/// Returns the text of the holder; none also if the store can't be read.
 std::optional<std::string> BranchLock::Holder() {
   Result<std::optional<std::string>> value = m_store.Value(m_name);
   return value ? *std::move(value) : std::nullopt;

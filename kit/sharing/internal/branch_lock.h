@@ -11,7 +11,7 @@
 
 namespace TalVcs::Kit {
 
-/// A lock that those who lost many races for a branch take, so that they move it one by one.
+/// A lock that callers take after many lost races for a branch, so that they move it one by one.
 ///
 /// It is a value of the store with a random text of its holder. A holder that is gone leaves it;
 /// the others take it over once the text has stayed the same while they waited for a lease. Their

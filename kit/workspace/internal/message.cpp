@@ -1,6 +1,7 @@
 // description := message [LF LF "Workspace:" (SP word)*]
-// word        := "machine" | "checkpoint" | "gesture=" text | "undoes=" id | "redoes=" id |
-// "merges=" id text        := (letter | digit | "-" | "." | "_" | "%" two hexadecimal digits)+
+// word        := "machine" | "checkpoint" | "gesture=" text
+//              | "undoes=" id | "redoes=" id | "merges=" id
+// text        := (letter | digit | "-" | "." | "_" | "%" two hexadecimal digits)+
 //
 // The last line counts if an empty line and that key come before. A message that ends like that
 // itself gets a line without words. Unknown words are skipped.
