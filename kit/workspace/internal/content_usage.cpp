@@ -146,12 +146,8 @@ class ContentMeasuring {
 
 Result<ContentUsage> MeasureContents(IObjectStore& store, const HistoryGraph& graph,
                                      Reporter& reporter) {
-  Status status = reporter.Begin("contents");
-  if (!status) return std::move(status).error();
-  Result<ContentUsage> usage = ContentMeasuring(store, reporter).Run(graph);
-  if (usage) status = reporter.End();
-  if (!status) return std::move(status).error();
-  return usage;
+  return InPhase(reporter, "contents",
+                 [&] { return ContentMeasuring(store, reporter).Run(graph); });
 }
 
 }  // namespace TalVcs::Kit
