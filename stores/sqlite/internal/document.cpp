@@ -64,7 +64,7 @@ Status Document::RelyOnObjects() {
 }
 
 /// Fails with `Busy` if objects that the save relies on may have been removed. What was written for
-/// it may name them, so it must not get into the file: who asks next would take it for whole.
+/// it may name them, so it must not get into the file: the next save would take it for whole.
 Status Document::CheckRemovals() {
   if (!m_removalsSeen) return {};
   Result<std::uint64_t> removals = ReadMeta(*m_database, Meta::Removals);

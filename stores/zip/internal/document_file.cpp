@@ -10,8 +10,8 @@
 //
 //     lock of the archive  -  document.new  -  sync  -  rename to document  -  sync of the folder
 //
-// The lock belongs to the file and not to its name. Who gets the lock of a file that has lost its
-// name meanwhile begins again with the file that has it now.
+// The lock belongs to the file and not to its name. A program that gets the lock of a file that has
+// lost its name meanwhile begins again with the file that has it now.
 
 namespace TalVcs::Kit::Zip {
 namespace {
