@@ -154,6 +154,9 @@ TEST_F(OnDemandLifetime, TrimKeepsWhatIsNotSaved) {
   const std::uint64_t count = CountOfNew(repository);
   OnDemandStore::StorageOf(repository).Trim();
   EXPECT_EQ(CountOfNew(repository), count);
+  m_store.TakeReads();
+  EXPECT_TRUE(repository.GetHead()->GetParent());
+  EXPECT_EQ(m_store.TakeReads(), 1U);  // the parent, which is saved
   EXPECT_EQ(repository.GetHead()->GetId(), id);
   EXPECT_EQ(ListingOf(repository.GetHead()), "a/b/c=3 a/d=d e=e x/y=4");
 }
