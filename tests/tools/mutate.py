@@ -44,6 +44,7 @@ KIT_STAGES = {
     "talvcs_workspace_tests": ["talvcs_workspace_tests"],
     "talvcs_kit_text_tests": ["talvcs_kit_text_tests", f"--gtest_filter=-{SLOW}"],
     "talvcs_open_tests": ["talvcs_open_tests", f"--gtest_filter=-{SLOW}"],
+    "talvcs_sharing_tests": ["talvcs_sharing_tests", f"--gtest_filter=-{SLOW}"],
     "talvcs_kit_tests": ["talvcs_kit_tests", f"--gtest_filter=-*Kill*:{SLOW}"],
     "talvcs_kit_internal_tests": ["talvcs_kit_internal_tests", f"--gtest_filter=-{SLOW}"],
 }
