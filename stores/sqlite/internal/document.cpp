@@ -1,5 +1,5 @@
+#include <kit/store/head_table.h>
 #include <kit/store/object_key.h>
-#include <kit/text.h>
 #include <stores/sqlite/internal/checksum.h>
 #include <stores/sqlite/internal/compaction.h>
 #include <stores/sqlite/internal/document.h>
@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <set>
 
 namespace TalVcs::Kit::Sqlite {
 namespace {
@@ -17,39 +16,6 @@ namespace {
 // A batch of reads ends at either of these, so that no lock is held while the caller's sink runs.
 constexpr std::size_t kObjectsReadAtOnce = 256;
 constexpr std::uint64_t kBytesReadAtOnce = std::uint64_t{1} << 20;
-
-Error NotAnObjectId(const Id& id) {
-  Error error;
-  error.code = ErrorCode::BadName;
-  error.subject = ToUtf8(id.View());
-  error.message = "\"" + error.subject + "\" is not the id of an object";
-  return error;
-}
-
-Error NoSuchObject(const Id& id) {
-  Error error;
-  error.code = ErrorCode::NotFound;
-  error.subject = ToUtf8(id.View());
-  error.message = "the store has no object " + error.subject;
-  return error;
-}
-
-/// Refuses what no store can do, whatever its heads are.
-Status CheckNames(std::span<const HeadMove> moves) {
-  std::set<std::string_view> names;
-  for (const HeadMove& move : moves) {
-    if (!move.desired.View().IsEmpty() && !IsObjectId(move.desired)) {
-      return NotAnObjectId(move.desired);
-    }
-    if (names.insert(move.name).second) continue;
-    Error twice;
-    twice.code = ErrorCode::BadName;
-    twice.subject = move.name;
-    twice.message = "cannot move the branch \"" + move.name + "\" twice at once";
-    return twice;
-  }
-  return {};
-}
 
 }  // namespace
 
@@ -72,11 +38,7 @@ Status Document::CheckRemovals() {
   if (!m_isStale && *removals == *m_removalsSeen) return {};
   m_isStale = true;
   m_pending.Clear();
-  Error error;
-  error.code = ErrorCode::Busy;
-  error.message = "objects that the save relies on may have been removed meanwhile";
-  error.unchanged = "no branch was moved";
-  return error;
+  return ObjectsWereRemoved();
 }
 
 Result<bool> Document::Has(const Id& id) {
@@ -189,10 +151,8 @@ Status Document::WritePending() {
 }
 
 Status Document::MoveHeads(std::span<const HeadMove> moves) {
-  Status status = CheckNames(moves);
-  if (!status) return status;
   WriteTransaction transaction(*m_database);
-  status = transaction.Begin();
+  Status status = transaction.Begin();
   if (status) status = m_heads.Check(moves);
   if (status) status = CheckRemovals();
   if (status) status = m_objects.Insert(m_pending.Entries());

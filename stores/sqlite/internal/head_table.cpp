@@ -1,3 +1,4 @@
+#include <kit/store/head_table.h>
 #include <kit/store/object_key.h>
 #include <stores/sqlite/internal/checksum.h>
 #include <stores/sqlite/internal/database.h>
@@ -68,19 +69,13 @@ Result<Id> HeadTable::Find(const std::string& name) {
 }
 
 Status HeadTable::Check(std::span<const HeadMove> moves) {
-  Error conflict;
-  conflict.code = ErrorCode::Conflict;
+  Kit::HeadTable heads;
   for (const HeadMove& move : moves) {
     Result<Id> actual = Find(move.name);
     if (!actual) return std::move(actual).error();
-    if (*actual != move.expected && conflict.message.empty()) {
-      conflict.subject = move.name;
-      conflict.message = "the branch \"" + move.name + "\" has moved meanwhile";
-      conflict.unchanged = "no branch was moved";
-    }
-    conflict.heads.push_back({move.name, *std::move(actual)});
+    if (*actual != Id()) heads.emplace(move.name, *std::move(actual));
   }
-  return conflict.message.empty() ? Status() : Status(std::move(conflict));
+  return CheckMoves(heads, moves);
 }
 
 Status HeadTable::Apply(std::span<const HeadMove> moves) {

@@ -19,7 +19,7 @@ class HeadTable {
   /// `Damaged`, and the error has the heads that can be read.
   Result<std::vector<Head>> List();
 
-  /// Fails with `Conflict` if any branch isn't where it is expected.
+  /// Fails as `CheckMoves` does.
   Status Check(std::span<const HeadMove> moves);
   /// Makes moves that were checked. Needs a write transaction.
   Status Apply(std::span<const HeadMove> moves);

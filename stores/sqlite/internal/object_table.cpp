@@ -1,3 +1,4 @@
+#include <kit/store/head_table.h>
 #include <kit/text.h>
 #include <stores/sqlite/internal/database.h>
 #include <stores/sqlite/internal/object_table.h>
@@ -13,14 +14,6 @@ constexpr std::int64_t kListedAtOnce = 1024;
 
 // Larger objects stay as they are: encoding needs all of their bytes a second time.
 constexpr std::uint64_t kMostEncodedBytes = std::uint64_t{64} << 20;
-
-Error NoSuchObject(const Id& id) {
-  Error error;
-  error.code = ErrorCode::NotFound;
-  error.subject = ToUtf8(id.View());
-  error.message = "the store has no object " + error.subject;
-  return error;
-}
 
 /// The bytes of a buffer in one place.
 class Joined {
