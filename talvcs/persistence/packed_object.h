@@ -35,4 +35,23 @@ TALVCS_API std::optional<ObjectType> GetPackedType(const Buffer& packed);
 TALVCS_API bool VisitReferences(const Buffer& packed,
                                 Delegate<void(const PackedReference& reference)> visit);
 
+/// Takes an entry of a tree, and the id that a previous version of the tree has under its name for
+/// an entry of the same type, or the empty id.
+using ChangedReference = Delegate<void(const PackedReference& reference, const Id& previous)>;
+
+/// Calls `visit` for each entry of the packed tree `packed` that the packed tree `previous` doesn't
+/// have just so, in order.
+///
+/// Both must be in the form that the library writes, as after `CheckPackedObject`. Returns false at
+/// the first bytes that show that they aren't; what was visited before are entries of `packed`.
+/// Cost: one pass over the bytes; only entries that differ are decoded.
+TALVCS_API bool VisitChangedReferences(const Buffer& packed, const Buffer& previous,
+                                       ChangedReference visit);
+
+/// Calls `visit` for each subtree of the packed tree `packed`, in order. It must be in the form
+/// that the library writes; returns false where it shows that it isn't. Cost: one pass over the
+/// bytes; only subtrees are decoded.
+TALVCS_API bool VisitSubtrees(const Buffer& packed,
+                              Delegate<void(const PackedReference& reference)> visit);
+
 }  // namespace TalVcs

@@ -226,6 +226,17 @@ void OnDemandStorage::ExpectSubtrees(std::span<const Subtree> subtrees) {
   ExpectTrees(entries);
 }
 
+std::optional<ObjectType> OnDemandStorage::CopyEntry(const Tree& from,
+                                                     TalStringViewT<WideChar> name, Tree& to) {
+  for (const EntryKind kind : {EntryKind::Blob, EntryKind::Tree}) {
+    const EntryRef entry = TreeEntries::Find(TreeAccess::Entries(from), name, kind);
+    if (!entry.HasObject()) continue;
+    TreeAccess::SetLike(to, entry);
+    return kind == EntryKind::Blob ? ObjectType::Blob : ObjectType::Tree;
+  }
+  return std::nullopt;
+}
+
 // A commit of the store may have an instance of its id among the new ones as well.
 void OnDemandStorage::DeleteCommit(cow_ptr<Commit> commit) {
   if (!commit) return;

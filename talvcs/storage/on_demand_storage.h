@@ -1,11 +1,13 @@
 #pragma once
 
 #include <talvcs/export.h>
+#include <talvcs/format/object_type.h>
 #include <talvcs/storage/object_reader.h>
 #include <talvcs/storage/objects_storage.h>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <utility>
 #include <vector>
@@ -82,6 +84,13 @@ class TALVCS_API OnDemandStorage : public IObjectsStorage {
   void ExpectCommits(std::span<const Id> ids);
   static void ExpectRoots(std::span<const cow_ptr<Commit>> commits);
   static void ExpectSubtrees(std::span<const Subtree> subtrees);
+
+  /// Puts what `from` has under `name` into `to`, another tree, under the same name, as
+  /// `Tree::AddBlob` or `Tree::AddTree` would. Returns its type, or nothing, with `to` unchanged,
+  /// if there is no such entry. An object that wasn't read stays so if both trees are of one store
+  /// or `to` is of none; otherwise it is read. `to` itself isn't stored.
+  static std::optional<ObjectType> CopyEntry(const Tree& from, TalStringViewT<WideChar> name,
+                                             Tree& to);
 
   void DeleteCommit(cow_ptr<Commit> commit) override;
   /// Removes the new objects that are unused. Reads nothing and doesn't change the store.

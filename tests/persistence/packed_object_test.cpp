@@ -4,8 +4,11 @@
 #include <tests/support/contents.h>
 #include <tests/support/ordinary_repository.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace TalVcs::Testing {
 namespace {
@@ -114,6 +117,95 @@ TEST(VisitReferences, VisitsNothingOfATreeWithAMistakeAtItsEnd) {
   EXPECT_EQ(References(Packed("tree", records)), "!");
   EXPECT_EQ(References(Packed("commit", CommitText("tree " + kA + "\nparent \n"))), "!");
   EXPECT_EQ(References("tree"), "!");
+}
+
+/// The records of a tree: "name", or "name/" for a subtree, and the digit of its id.
+std::string TreeOfRecords(const std::vector<std::pair<std::string, char>>& entries) {
+  std::string data;
+  for (const auto& [name, digit] : entries) {
+    const bool is_tree = name.back() == '/';
+    data += is_tree ? "40000 tree " + name.substr(0, name.size() - 1) : "100644 blob " + name;
+    data += '\0' + std::string(64, digit);
+  }
+  return Packed("tree", data);
+}
+
+/// Returns what a tree has that another one doesn't have, as `References` does, each with the id of
+/// the other.
+std::string Changes(const std::string& packed, const std::string& previous) {
+  std::string shown;
+  const auto visit = [](void* target, const PackedReference& reference, const Id& before) {
+    *static_cast<std::string*>(target) +=
+        (reference.type == ObjectType::Tree ? "tree " : "blob ") + Ascii(reference.name) + "=" +
+        Ascii(reference.id).substr(0, 1) + "<" + Ascii(before).substr(0, 1) + ",";
+  };
+  return VisitChangedReferences(BufferOf(packed), BufferOf(previous), {&shown, visit})
+             ? shown
+             : shown + "!";
+}
+
+std::string Subtrees(const std::string& packed) {
+  std::string shown;
+  const auto visit = [](void* target, const PackedReference& reference) {
+    *static_cast<std::string*>(target) +=
+        Ascii(reference.name) + "=" + Ascii(reference.id).substr(0, 1) + ",";
+  };
+  return VisitSubtrees(BufferOf(packed), {&shown, visit}) ? shown : shown + "!";
+}
+
+TEST(VisitChangedReferences, VisitsWhatIsNewOrChangedOrOfAnotherType) {
+  const std::string before =
+      TreeOfRecords({{"a", '1'}, {"b", '2'}, {"c/", '3'}, {"d", '4'}, {"e/", '5'}, {"g", '6'}});
+  EXPECT_EQ(Changes(before, before), "");
+  EXPECT_EQ(Changes(TreeOfRecords({{"0", '7'},
+                                   {"a", '1'},
+                                   {"b", '8'},
+                                   {"c/", '9'},
+                                   {"d/", '4'},
+                                   {"f", '5'},
+                                   {"g", '6'},
+                                   {"z/", '0'}}),
+                    before),
+            "blob 0=7<,blob b=8<2,tree c=9<3,tree d=4<,blob f=5<,tree z=0<,");
+  EXPECT_EQ(Changes(TreeOfRecords({}), before), "");
+  EXPECT_EQ(Changes(TreeOfRecords({{"a", '1'}}), TreeOfRecords({})), "blob a=1<,");
+}
+
+// U+FF5E comes before U+1F600 in UTF-8, and after it in 16-bit units, which order a tree.
+TEST(VisitChangedReferences, ComparesNamesInTheOrderOfATree) {
+  const std::string face = "\xF0\x9F\x98\x80";
+  const std::string tilde = "\xEF\xBD\x9E";
+  const std::string before = TreeOfRecords({{face, '1'}, {tilde, '2'}});
+  EXPECT_EQ(References(before).back(), ',') << "the library writes this order";
+  std::size_t count = 0;
+  const auto visit = [](void* target, const PackedReference&, const Id& previous) {
+    *static_cast<std::size_t*>(target) += previous == Id() ? 1 : 100;
+  };
+  EXPECT_TRUE(VisitChangedReferences(BufferOf(TreeOfRecords({{face, '3'}, {tilde, '2'}})),
+                                     BufferOf(before), {&count, visit}));
+  EXPECT_TRUE(VisitChangedReferences(BufferOf(before), BufferOf(TreeOfRecords({{tilde, '2'}})),
+                                     {&count, visit}));
+  EXPECT_EQ(count, 101U);
+}
+
+TEST(VisitChangedReferences, EndsAtBytesThatAreNoRecord) {
+  const std::string whole = TreeOfRecords({{"a", '1'}, {"b", '2'}});
+  const std::string torn = Packed("tree", "100644 blob a\0"s + std::string(64, '1') + "100644 bl");
+  EXPECT_EQ(Changes(torn, whole), "!");
+  EXPECT_EQ(Changes(whole, torn), "!");
+  EXPECT_EQ(Changes(Packed("tree", "x\0"s + std::string(64, '1')), whole), "!");
+  EXPECT_EQ(Changes(Packed("blob", ""), whole), "!");
+  EXPECT_EQ(Changes(whole, Packed("blob", "")), "!");
+  EXPECT_EQ(Changes(whole, "tree"), "!");
+}
+
+TEST(VisitSubtrees, VisitsNoBlob) {
+  EXPECT_EQ(Subtrees(TreeOfRecords({{"a", '1'}, {"b/", '2'}, {"c", '3'}, {"d/", '4'}})),
+            "b=2,d=4,");
+  EXPECT_EQ(Subtrees(TreeOfRecords({})), "");
+  EXPECT_EQ(Subtrees(Packed("tree", "40000 tree b\0"s + std::string(64, '2') + "40000")), "b=2,!");
+  EXPECT_EQ(Subtrees(Packed("tree", "40000 tree b\0"s + std::string(64, 'X'))), "!");
+  EXPECT_EQ(Subtrees(Packed("blob", "")), "!");
 }
 
 TEST(VisitReferences, ReadsBytesInSeveralSegments) {

@@ -103,7 +103,7 @@ Result<std::vector<Transfer::Entry>> Transfer::RootsOf(std::span<const CommitRec
     }
     const auto parent = m_roots.find(commit.parent);
     roots.push_back(
-        {commit.root, ObjectType::Tree, {}, parent == m_roots.end() ? Id() : parent->second});
+        {commit.root, ObjectType::Tree, parent == m_roots.end() ? Id() : parent->second});
   }
   const Status status = KeepMissing(roots);
   if (!status) return status.error();
@@ -154,48 +154,50 @@ Status Transfer::ReadPrevious(const std::vector<Entry>& level) {
 /// Returns the entries of the trees that were not met before and that the target lacks.
 Result<std::vector<Transfer::Entry>> Transfer::EntriesBelow(const std::vector<Entry>& level) {
   std::vector<Entry> below;
-  Status status;
   for (const Entry& tree : level) {
-    const std::size_t first = below.size();
-    // The target has what a tree of a known commit names, and isn't asked for that.
-    const auto known = m_previous.find(m_trees.at(tree.id).previous);
-    if (known != m_previous.end()) {
-      ForEachReference(known->second, [this](const PackedReference& reference) {
-        m_met.Insert(*KeyOf(reference.id), static_cast<std::uint32_t>(reference.type));
-      });
-    }
-    ForEachReference(m_trees.at(tree.id).packed, [&](const PackedReference& reference) {
-      const auto type = static_cast<std::uint32_t>(reference.type);
-      const auto [met, is_new] = m_met.Insert(*KeyOf(reference.id), type);
-      if (*met != type) {
-        status = UnreadableObject(
-            reference.id, {ErrorCode::Damaged, "one tree names it as a file, another as a folder"});
-      }
-      if (is_new) below.push_back({reference.id, reference.type, reference.name});
-    });
+    const Status status = AddChanges(m_trees.at(tree.id), below);
     if (!status) return status.error();
-    FindPrevious(tree.id, std::span(below).subspan(first));
   }
-  status = KeepMissing(below);
+  const Status status = KeepMissing(below);
   if (!status) return status.error();
   return below;
 }
 
-/// Notes for each entry the id under its name in the previous version of the tree.
-void Transfer::FindPrevious(const Id& tree, std::span<Entry> entries) const {
-  const Id& previous = m_trees.at(tree).previous;
-  if (entries.empty() || previous.View().IsEmpty()) return;
-  const auto held = m_trees.find(previous);
-  const auto read = m_previous.find(previous);
-  if (held == m_trees.end() && read == m_previous.end()) return;
-  std::unordered_map<TalStringT<WideChar>, Entry*> by_name;
-  for (Entry& entry : entries) by_name.emplace(entry.name, &entry);
-  ForEachReference(held == m_trees.end() ? read->second : held->second.packed,
-                   [&](const PackedReference& reference) {
-                     const auto found = by_name.find(reference.name);
-                     if (found == by_name.end() || found->second->id == reference.id) return;
-                     found->second->previous = reference.id;
-                   });
+/// Returns the previous version of a tree, if it is here: a tree that is copied too, or one that
+/// the target has. All that it names is copied with it or is in the target.
+const Buffer* Transfer::PreviousOf(const HeldTree& tree) const {
+  const auto held = m_trees.find(tree.previous);
+  if (held != m_trees.end()) return &held->second.packed;
+  const auto read = m_previous.find(tree.previous);
+  return read == m_previous.end() ? nullptr : &read->second;
+}
+
+/// Appends the entries of a tree that its previous version doesn't have and that were not met
+/// before, each with the id that the previous version has under its name.
+Status Transfer::AddChanges(const HeldTree& tree, std::vector<Entry>& entries) {
+  Status status;
+  auto add = [&](const PackedReference& reference, const Id& previous) {
+    const auto type = static_cast<std::uint32_t>(reference.type);
+    const auto [met, is_new] = m_met.Insert(*KeyOf(reference.id), type);
+    if (*met != type) {
+      status = UnreadableObject(
+          reference.id, {ErrorCode::Damaged, "one tree names it as a file, another as a folder"});
+    }
+    if (is_new) entries.push_back({reference.id, reference.type, previous});
+  };
+  using Add = decltype(add);
+  const Buffer* const previous = PreviousOf(tree);
+  const bool is_compared =
+      previous != nullptr &&
+      VisitChangedReferences(
+          tree.packed, *previous,
+          {&add, [](void* object, const PackedReference& reference, const Id& id) {
+             (*static_cast<Add*>(object))(reference, id);
+           }});
+  if (!is_compared) {
+    ForEachReference(tree.packed, [&](const PackedReference& reference) { add(reference, Id()); });
+  }
+  return status;
 }
 
 Status Transfer::CopyFiles(const std::vector<Entry>& files) {
@@ -234,11 +236,12 @@ Status Transfer::WriteTree(const Id& root) {
 
 std::vector<Id> Transfer::HeldSubtrees(const Id& tree) const {
   std::vector<Id> subtrees;
-  ForEachReference(m_trees.at(tree).packed, [&](const PackedReference& reference) {
-    if (reference.type == ObjectType::Tree && m_trees.contains(reference.id)) {
-      subtrees.push_back(reference.id);
-    }
-  });
+  auto add = [&](const PackedReference& reference) {
+    if (m_trees.contains(reference.id)) subtrees.push_back(reference.id);
+  };
+  VisitSubtrees(m_trees.at(tree).packed, {&add, [](void* object, const PackedReference& reference) {
+                                            (*static_cast<decltype(add)*>(object))(reference);
+                                          }});
   return subtrees;
 }
 

@@ -44,7 +44,6 @@ class Transfer {
   struct Entry {
     Id id;
     ObjectType type = ObjectType::Tree;
-    TalStringT<WideChar> name = {};
     Id previous = {};  // as in StoredObject
   };
   struct HeldTree {
@@ -58,7 +57,8 @@ class Transfer {
   Status ReadTrees(const std::vector<Entry>& level);
   Status ReadPrevious(const std::vector<Entry>& level);
   Result<std::vector<Entry>> EntriesBelow(const std::vector<Entry>& level);
-  void FindPrevious(const Id& tree, std::span<Entry> entries) const;
+  Status AddChanges(const HeldTree& tree, std::vector<Entry>& entries);
+  const Buffer* PreviousOf(const HeldTree& tree) const;
   Status CopyFiles(const std::vector<Entry>& files);
   Status WriteTree(const Id& root);
   std::vector<Id> HeldSubtrees(const Id& tree) const;
@@ -69,7 +69,7 @@ class Transfer {
   Reporter& m_reporter;
   NewHistory m_history;
   ObjectWriter m_writer;
-  IdMap m_met;                                // trees and files, with their types
+  IdMap m_met;                                // what a tree added, with its type
   std::unordered_map<Id, HeldTree> m_trees;   // to be written
   std::unordered_map<Id, Buffer> m_previous;  // trees of commits that the target has
   std::unordered_map<Id, Id> m_roots;         // by the commit
