@@ -20,13 +20,18 @@ namespace TalVcs::Kit {
 
 struct Removal {};
 
+/// What stands at the path of the edit in another tree.
+struct Copied {
+  Tree from;
+};
+
 struct BatchEdit::Edit {
   template <class T>
   Edit(TalStringViewT<WideChar> editedPath, T&& change)
       : path(editedPath), what(std::forward<T>(change)) {}
 
   TalStringT<WideChar> path;
-  std::variant<Removal, Blob, Tree, Id> what;
+  std::variant<Removal, Blob, Tree, Id, Copied> what;
 };
 
 namespace {
@@ -72,6 +77,9 @@ void BatchEdit::AddBlob(TalStringViewT<WideChar> path, Blob blob) { Append(path,
 void BatchEdit::AddTree(TalStringViewT<WideChar> path, const Tree& tree) { Append(path, tree); }
 void BatchEdit::AddObject(TalStringViewT<WideChar> path, const Id& id) { Append(path, id); }
 void BatchEdit::RemoveObject(TalStringViewT<WideChar> path) { Append(path, Removal()); }
+void BatchEdit::CopyObject(TalStringViewT<WideChar> path, const Tree& from) {
+  Append(path, Copied{from});
+}
 
 std::size_t BatchEdit::GetCount() const noexcept {
   std::size_t count = 0;
@@ -92,6 +100,10 @@ std::size_t BatchEdit::ApplyOneByOne(IRepository* repository, Target& target) co
     }
     if (const Id* id = std::get_if<Id>(&edit.what)) {
       return repository != nullptr && target.AddObject(repository, edit.path, *id) != nullptr;
+    }
+    if (const Copied* copied = std::get_if<Copied>(&edit.what)) {
+      const std::optional<Id> id = copied->from.GetIdByPath(edit.path);
+      return repository != nullptr && id && target.AddObject(repository, edit.path, *id) != nullptr;
     }
     return target.RemoveObject(repository, edit.path);
   };
@@ -137,6 +149,8 @@ std::optional<bool> BatchEdit::Apply(IRepository& repository, EditDraft& draft, 
     const cow_ptr<Tree> storedTree = storedBlob ? nullptr : repository.GetTreeFromStorage(*id);
     if (!storedBlob && !storedTree) return std::nullopt;
     success = storedBlob ? draft.Add(edit.path, *storedBlob) : draft.Add(edit.path, *storedTree);
+  } else if (const Copied* copied = std::get_if<Copied>(&edit.what)) {
+    success = draft.Copy(edit.path, copied->from);
   } else {
     success = draft.Remove(edit.path);
   }

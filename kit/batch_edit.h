@@ -44,6 +44,10 @@ class TALVCS_KIT_API BatchEdit {
   void AddTree(TalStringViewT<WideChar> path, const Tree& tree);
   void AddObject(TalStringViewT<WideChar> path, const Id& id);
   void RemoveObject(TalStringViewT<WideChar> path);
+  /// Appends an edit that puts what stands at `path` in the tree `from` at the same path, as
+  /// `AddObject` with its id would. It fails if nothing stands there. An object that wasn't read
+  /// stays so, where `from` and the edited tree are of one store.
+  void CopyObject(TalStringViewT<WideChar> path, const Tree& from);
 
   /// Returns the number of edits in the list.
   std::size_t GetCount() const noexcept;

@@ -1,6 +1,7 @@
 #include <kit/internal/edit_draft.h>
 #include <talvcs/foundation/helpers.h>
 #include <talvcs/repository/irepository.h>
+#include <talvcs/storage/on_demand_storage.h>
 
 #include <optional>
 #include <utility>
@@ -45,6 +46,30 @@ bool EditDraft::Add(TalStringViewT<WideChar> path, const Tree& tree) {
   directory.changed = true;
   Close(at, name);
   directory.tree.AddTree(&m_repository, name, tree);
+  return true;
+}
+
+bool EditDraft::Copy(TalStringViewT<WideChar> path, const Tree& from) {
+  const Components components = Helpers::SplitVcsPath(path);
+  if (components.empty()) return false;
+  cow_ptr<Tree> above;
+  if (components.size() > 1) {
+    above = from.GetDeepTree(array_view<const TalStringViewT<WideChar>>(
+        components.data(), components.data() + components.size() - 1));
+    if (!above) return false;
+  }
+  const Tree& holder = above ? *above : from;
+  if (!holder.GetIdByPath(components.back())) return false;
+  const auto [at, name] = OpenFor(path);
+  if (at == kNone) return false;
+  Directory& directory = m_directories[at];
+  directory.changed = true;
+  const auto type = OnDemandStorage::CopyEntry(holder, name, directory.tree);
+  if (type == ObjectType::Tree) {
+    Close(at, name);
+  } else if (!directory.below.empty()) {
+    Hide(directory, name);
+  }
   return true;
 }
 

@@ -26,6 +26,9 @@ class EditDraft {
   /// the empty path.
   bool Add(TalStringViewT<WideChar> path, const Blob& blob);
   bool Add(TalStringViewT<WideChar> path, const Tree& tree);
+  /// Puts what stands at a path in another tree at the same path, without reading it where both
+  /// trees are of one store. Returns false, with nothing changed, if that is nothing.
+  bool Copy(TalStringViewT<WideChar> path, const Tree& from);
   /// Removes what stands at a path, and what that leaves empty. Returns false, with nothing
   /// changed, if nothing stands there.
   bool Remove(TalStringViewT<WideChar> path);

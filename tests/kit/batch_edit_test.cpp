@@ -2,6 +2,7 @@
 #include <kit/batch_edit.h>
 #include <tests/kit/saved_states.h>
 
+#include <optional>
 #include <ostream>
 #include <random>
 
@@ -12,9 +13,9 @@ using namespace TalVcs::Testing;
 
 /// One edit in a form that can be made one by one and in a batch.
 struct Step {
-  enum class Kind { Blob, Tree, Object, Remove } kind;
+  enum class Kind { Blob, Tree, Object, Copy, Remove } kind;
   std::string path;
-  std::string text;  // of the blob, or of the blobs in the tree
+  std::string text;  // of the blob, or of the blobs in the tree; an even number copies a blob
 };
 
 // GoogleTest would print the bytes, those after the members too.
@@ -32,6 +33,14 @@ Id KnownId(Repository& repository, const std::string& text) {
   return repository.SyncWithStorage(SharedBlob(text))->GetId();
 }
 
+/// Returns a tree from which a step copies a blob or a folder.
+Tree SourceOf(Repository& repository, const Step& step) {
+  const bool is_blob = step.text.back() % 2 == 0;
+  Tree source;
+  source.AddBlob(&repository, Wide(is_blob ? step.path : step.path + "/in"), BlobOf(step.text));
+  return source;
+}
+
 void Append(BatchEdit& batch, Repository& repository, const Step& step) {
   const WideString path = Wide(step.path);
   switch (step.kind) {
@@ -41,6 +50,8 @@ void Append(BatchEdit& batch, Repository& repository, const Step& step) {
       return batch.AddTree(path, SmallTree(repository, step.text));
     case Step::Kind::Object:
       return batch.AddObject(path, KnownId(repository, step.text));
+    case Step::Kind::Copy:
+      return batch.CopyObject(path, SourceOf(repository, step));
     case Step::Kind::Remove:
       return batch.RemoveObject(path);
   }
@@ -55,6 +66,10 @@ bool MakeAlone(Tree& tree, Repository& repository, const Step& step) {
       return tree.AddTree(&repository, path, SmallTree(repository, step.text)) != nullptr;
     case Step::Kind::Object:
       return tree.AddObject(&repository, path, KnownId(repository, step.text)) != nullptr;
+    case Step::Kind::Copy: {
+      const std::optional<Id> id = SourceOf(repository, step).GetIdByPath(path);
+      return id && tree.AddObject(&repository, path, *id) != nullptr;
+    }
     case Step::Kind::Remove:
       return tree.RemoveObject(&repository, path);
   }
@@ -141,6 +156,14 @@ INSTANTIATE_TEST_SUITE_P(
                           {Step::Kind::Remove, "f/x", ""}},
                     Steps{{Step::Kind::Object, "d/o", "known"},
                           {Step::Kind::Object, "d/p", "unknown"}},
+                    // A blob and a folder of another tree, and nothing.
+                    Steps{{Step::Kind::Copy, "d/f", "2"}, {Step::Kind::Copy, "d/new", "2"}},
+                    Steps{{Step::Kind::Copy, "d/e", "3"}, {Step::Kind::Blob, "d/e/g", "5"}},
+                    Steps{{Step::Kind::Blob, "d/e/k", "1"}, {Step::Kind::Copy, "d/e", "3"}},
+                    Steps{{Step::Kind::Blob, "d/e/k", "1"},
+                          {Step::Kind::Copy, "d/e", "2"},
+                          {Step::Kind::Blob, "d/e/g", "5"}},
+                    Steps{{Step::Kind::Copy, "", "3"}},
                     // Trees, empty ones among them.
                     Steps{{Step::Kind::Tree, "d", "t"}, {Step::Kind::Blob, "d/in/z", "1"}},
                     Steps{{Step::Kind::Blob, "d/e/new", "1"},
@@ -170,7 +193,7 @@ TEST(BatchEdit, RandomEditsHaveTheSameEffectAsOneByOne) {
     const int before = below(10);
     for (int number = 0; number < 40; ++number) {
       Step step;
-      step.kind = below(10) < 5 ? Step::Kind::Remove : static_cast<Step::Kind>(below(3));
+      step.kind = below(10) < 5 ? Step::Kind::Remove : static_cast<Step::Kind>(below(4));
       for (int level = below(4); level >= 0; --level)
         step.path += std::string(1, "abc"[below(3)]) + "/";
       step.text = step.kind == Step::Kind::Tree && below(4) == 0 ? "" : std::to_string(below(5));
@@ -183,6 +206,19 @@ TEST(BatchEdit, RandomEditsHaveTheSameEffectAsOneByOne) {
     ExpectSameBothWays(start, repository, steps);
     if (testing::Test::HasFailure()) return;
   }
+}
+
+TEST(BatchEdit, CopyOfWhatIsNotThereFailsAndMakesNoDirectory) {
+  Repository repository = NewRepository();
+  Tree tree;
+  BatchEdit batch;
+  batch.CopyObject(Wide("d/e"), TreeOf(&repository, {{"d/f", "1"}}));
+  batch.CopyObject(Wide("x/y"), Tree());
+  batch.CopyObject(Wide("f"), TreeOf(&repository, {{"f", "2"}}));
+  EXPECT_EQ(batch.ApplyTo(&repository, tree), 1u);
+  EXPECT_EQ(IdOf(tree), IdOf(TreeOf(&repository, {{"f", "2"}})));
+  Tree without_repository;
+  EXPECT_EQ(batch.ApplyTo(nullptr, without_repository), 0u);
 }
 
 // Only the one-by-one edits bring the directory into the storage under that id.

@@ -79,18 +79,22 @@ cow_ptr<Tree> MergePlan::WithoutConflicts() const {
   return ApplyEdits(*m_repository, m_sides.ours, m_merge.edits);
 }
 
-Slot MergePlan::Chosen(const TreeConflict& conflict, const Decision& decision) const {
+TreeEdit MergePlan::Chosen(const TreeConflict& conflict, const Decision& decision) const {
+  const auto edit = [&conflict](const Slot& slot, const cow_ptr<Tree>& from) {
+    return TreeEdit{conflict.path, slot.id, IsEmpty(slot.id) ? cow_ptr<Tree>() : from};
+  };
   switch (decision.GetSide()) {
     case Decision::Side::Ours:
-      return conflict.ours;
+      return edit(conflict.ours, m_sides.ours);
     case Decision::Side::Theirs:
-      return conflict.theirs;
+      return edit(conflict.theirs, m_sides.theirs);
     case Decision::Side::Base:
-      return m_sides.unknown.contains(conflict.base.id) ? Slot() : conflict.base;
+      return m_sides.unknown.contains(conflict.base.id) ? edit(Slot(), nullptr)
+                                                        : edit(conflict.base, m_sides.base);
     case Decision::Side::Content:
       break;
   }
-  return {Slot::Kind::File, Store(*m_repository, decision.GetContent().GetBuffer())};
+  return {conflict.path, Store(*m_repository, decision.GetContent().GetBuffer())};
 }
 
 Result<cow_ptr<Tree>> MergePlan::Decide(const Decisions& decisions) const {
@@ -109,8 +113,8 @@ Result<cow_ptr<Tree>> MergePlan::Decide(const Decisions& decisions) const {
       }
       return WorkspaceError(ErrorCode::Undecided, std::move(message), conflict.path);
     }
-    const Slot chosen = Chosen(conflict, decision->second);
-    if (!(chosen == conflict.ours)) edits.push_back({conflict.path, chosen.id});
+    TreeEdit chosen = Chosen(conflict, decision->second);
+    if (!(chosen.id == conflict.ours.id)) edits.push_back(std::move(chosen));
   }
   return ApplyEdits(*m_repository, m_sides.ours, edits);
 }

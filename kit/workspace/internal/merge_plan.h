@@ -45,7 +45,7 @@ class MergePlan {
   Status FindConflicts(const ContentMergers& mergers, Reporter& reporter);
   bool MergeContents(Conflict& conflict, const ContentMergers& mergers);
   ConflictSide SideOf(const cow_ptr<Tree>& tree, const Slot& slot, const std::string& path) const;
-  Slot Chosen(const TreeConflict& conflict, const Decision& decision) const;
+  TreeEdit Chosen(const TreeConflict& conflict, const Decision& decision) const;
 
   IRepository* m_repository;
   MergeSides m_sides;

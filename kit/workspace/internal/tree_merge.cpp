@@ -35,8 +35,9 @@ Id IdAt(const cow_ptr<Tree>& tree, const WideString& name) {
   return tree->GetIdByPath(name).value_or(Id());
 }
 
-/// Decides about what one side alone has changed, by the ids, so that no object is read.
-void TakeUndisputed(const Folder& folder, std::vector<TreeEdit>& edits,
+/// Decides about what one side alone has changed, by the ids, so that no object is read. `root` is
+/// the other side.
+void TakeUndisputed(const Folder& folder, const cow_ptr<Tree>& root, std::vector<TreeEdit>& edits,
                     std::vector<Entry>& disputed) {
   for (const WideString& name : DifferingNames(folder.ours, folder.theirs)) {
     const Id base = IdAt(folder.base, name);
@@ -44,7 +45,8 @@ void TakeUndisputed(const Folder& folder, std::vector<TreeEdit>& edits,
     const Id theirs = IdAt(folder.theirs, name);
     if (ours == theirs || theirs == base) continue;
     if (ours == base) {
-      edits.push_back({JoinedPath(folder.path, name), theirs});
+      edits.push_back({JoinedPath(folder.path, name), theirs,
+                       theirs.View().IsEmpty() ? cow_ptr<Tree>() : root});
     } else {
       disputed.push_back({folder, name});
     }
@@ -100,7 +102,7 @@ Result<TreeMerge> MergeTrees(const cow_ptr<Tree>& base, const cow_ptr<Tree>& our
     for (const Folder& folder : level) {
       const Status status = reporter.Add(1);
       if (!status) return status.error();
-      TakeUndisputed(folder, merge.edits, disputed);
+      TakeUndisputed(folder, theirs, merge.edits, disputed);
     }
     ExpectFolders(disputed);
     std::vector<Folder> below;
@@ -120,7 +122,11 @@ cow_ptr<Tree> ApplyEdits(IRepository& repository, const cow_ptr<Tree>& ours,
   for (const TreeEdit& edit : edits) {
     const WideString path = ToWide(edit.path);
     if (ours->GetIdByPath(path)) batch.RemoveObject(path);
-    if (!edit.id.View().IsEmpty()) batch.AddObject(path, edit.id);
+    if (edit.from) {
+      batch.CopyObject(path, *edit.from);
+    } else if (!edit.id.View().IsEmpty()) {
+      batch.AddObject(path, edit.id);
+    }
   }
   Tree tree(*ours);
   batch.ApplyTo(&repository, tree);

@@ -25,6 +25,7 @@ ConflictKind KindOfConflict(const Slot& base, const Slot& ours, const Slot& thei
 struct TreeEdit {
   std::string path;
   Id id;
+  cow_ptr<Tree> from = {};  // has the object at that path; null for one that is new
 };
 
 /// An entry about which the merge can't decide.
@@ -47,7 +48,8 @@ struct TreeMerge {
 Result<TreeMerge> MergeTrees(const cow_ptr<Tree>& base, const cow_ptr<Tree>& ours,
                              const cow_ptr<Tree>& theirs, Reporter& reporter);
 
-/// Returns our tree with the edits made, stored in the repository.
+/// Returns our tree with the edits made, stored in the repository. What comes from another tree
+/// isn't read.
 cow_ptr<Tree> ApplyEdits(IRepository& repository, const cow_ptr<Tree>& ours,
                          const std::vector<TreeEdit>& edits);
 

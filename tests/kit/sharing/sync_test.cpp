@@ -2,9 +2,12 @@
 
 #include <kit/open/clean_up.h>
 #include <kit/store/cache_store.h>
+#include <kit/text.h>
 #include <tests/kit/sharing/sharing_fixture.h>
+#include <tests/support/text.h>
 
 #include <algorithm>
+#include <set>
 
 namespace TalVcs::Testing {
 namespace {
@@ -86,6 +89,31 @@ TEST_F(SyncTest, VersionWhoseChangesAreThereAlreadyIsLeftOut) {
   const Kit::SyncReport report = Sync(bob);
   EXPECT_EQ(report.replayedVersions, 0U);
   EXPECT_EQ(bob.workspace.GetHead().value()->id, SharedHead());
+}
+
+TEST_F(SyncTest, SyncReadsNoFileThatTheOtherSideAloneHasChanged) {
+  Edit(ada, "dir/a", "base of a");
+  Edit(ada, "dir/b", "base of b");
+  Sync(ada);
+  Sync(bob);
+  Edit(ada, "dir/a", "of Ada");
+  Edit(ada, "new", "of Ada, new");
+  Sync(ada);
+  Edit(bob, "dir/b", "of Bob");
+  bob.workspace = OpenOn(bob.local, "Bob");
+  bob.local->Restart();
+  EXPECT_EQ(Sync(bob).replayedVersions, 1U);
+  std::set<std::string> read;
+  for (const Kit::RecordedCall& call : bob.local->GetCalls()) {
+    if (call.operation != Kit::StoreOperation::Read) continue;
+    for (const Id& id : call.ids) read.insert(Ascii(id));
+  }
+  for (const char* text : {"base of a", "base of b", "of Ada", "of Ada, new"}) {
+    EXPECT_FALSE(read.contains(Ascii(Kit::BlobFromBytes(text).GetId()))) << text;
+  }
+  EXPECT_EQ(FilesOf(bob.workspace),
+            (FileTexts{
+                {"first", "1"}, {"dir/a", "of Ada"}, {"dir/b", "of Bob"}, {"new", "of Ada, new"}}));
 }
 
 TEST_F(SyncTest, UndecidedConflictsComeBackAsAListAndMoveNothing) {

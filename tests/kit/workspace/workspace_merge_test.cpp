@@ -1,6 +1,11 @@
 #include <kit/merge/content_merger.h>
 #include <kit/open/clean_up.h>
+#include <kit/store/recording_store.h>
+#include <kit/text.h>
 #include <tests/kit/workspace/workspace_fixture.h>
+#include <tests/support/text.h>
+
+#include <set>
 
 namespace TalVcs::Testing {
 namespace {
@@ -91,6 +96,47 @@ TEST_F(WorkspaceMerge, PreviewHasEveryConflictWithThreeContentsAndChangesNothing
   EXPECT_EQ(workspace.GetHead().value(), head);
   EXPECT_THAT(workspace.GetChanges().value(), IsEmpty());
   EXPECT_EQ(store->GetCount(), objects);
+}
+
+// The contents of these files are distinct, so that their ids are.
+TEST_F(WorkspaceMerge, FilesOfOneSideAloneAreNotRead) {
+  Fork({{"both", "base"}, {"ours", "1"}, {"theirs", "2"}, {"dir/theirs", "3"}, {"gone", "4"}},
+       {{"both", "of ours"}, {"ours", "of ours alone"}},
+       {{"both", "of theirs"},
+        {"theirs", "of theirs alone"},
+        {"dir/theirs", "of theirs below"},
+        {"gone", ""},
+        {"new/file", "of theirs, new"}});
+  const auto recording = std::make_shared<Kit::RecordingStore>(store);
+  Kit::Workspace fresh = Kit::Workspace::Open(recording).value();
+  const auto id_of = [](const std::string& text) { return Kit::BlobFromBytes(text).GetId(); };
+  const auto read_ids = [&] {
+    std::set<std::string> ids;
+    for (const Kit::RecordedCall& call : recording->GetCalls()) {
+      if (call.operation != Kit::StoreOperation::Read) continue;
+      for (const Id& id : call.ids) ids.insert(Ascii(id));
+    }
+    return ids;
+  };
+  const std::set<std::string> in_conflict{Ascii(id_of("base")), Ascii(id_of("of ours")),
+                                          Ascii(id_of("of theirs"))};
+  const auto read_files = [&] {
+    std::set<std::string> files;
+    for (const char* text : {"base", "of ours", "of theirs", "1", "of ours alone", "2",
+                             "of theirs alone", "3", "of theirs below", "4", "of theirs, new"}) {
+      if (read_ids().contains(Ascii(id_of(text)))) files.insert(Ascii(id_of(text)));
+    }
+    return files;
+  };
+  const MergePreview preview = fresh.PreviewMerge("topic").value();
+  EXPECT_EQ(read_files(), in_conflict);
+  fresh.Merge(preview, {{"both", Decision::Theirs()}}).value();
+  EXPECT_EQ(read_files(), in_conflict);
+  EXPECT_EQ(FilesOf(OpenAgain()), (FileTexts{{"both", "of theirs"},
+                                             {"ours", "of ours alone"},
+                                             {"theirs", "of theirs alone"},
+                                             {"dir/theirs", "of theirs below"},
+                                             {"new/file", "of theirs, new"}}));
 }
 
 TEST_F(WorkspaceMerge, DecisionsTakeASideOrBytes) {
