@@ -222,9 +222,8 @@ Result<std::vector<Head>> CacheStore::Heads() {
   Result<std::vector<Head>> heads = Slow(m_slow->Heads());
   if (heads) KeepHeads(*heads);
   if (!m_isOffline || !KeepsHeads()) return heads;
-  const std::optional<std::string> kept = KeptValue(kHeadsKey);
-  std::optional<HeadTable> table = kept ? HeadsOfText(*kept) : std::nullopt;
-  return table ? Result(ListHeads(*table)) : heads;
+  std::optional<std::vector<Head>> kept = KeptHeads();
+  return kept ? Result(*std::move(kept)) : heads;
 }
 
 Status CacheStore::MoveHeads(std::span<const HeadMove> moves) {
@@ -240,6 +239,13 @@ Status CacheStore::MoveHeads(std::span<const HeadMove> moves) {
 
 void CacheStore::KeepHeads(const std::vector<Head>& heads) {
   if (KeepsHeads()) KeepValue(kHeadsKey, TextOfHeads(heads));
+}
+
+/// Returns the heads that the fast store keeps; nothing if it keeps none.
+std::optional<std::vector<Head>> CacheStore::KeptHeads() {
+  const std::optional<std::string> kept = KeptValue(kHeadsKey);
+  const std::optional<HeadTable> table = kept ? HeadsOfText(*kept) : std::nullopt;
+  return table ? std::optional(ListHeads(*table)) : std::nullopt;
 }
 
 /// Keeps a text of the slow store, unless it is there.
@@ -305,6 +311,27 @@ void CacheStore::Trim() noexcept {
 Result<std::vector<Head>> CacheStore::WaitForHeads(std::span<const Head> seen,
                                                    std::chrono::milliseconds timeout) {
   return Slow(WatchHeads(*m_slow, seen, timeout));
+}
+
+Result<StoreOpening> CacheStore::ReadOpening(std::string_view branch, std::string_view valueName,
+                                             std::string_view otherwise) {
+  Result<StoreOpening> opening = Slow(Kit::ReadOpening(*m_slow, branch, valueName, otherwise));
+  const std::string key = std::string(kValuePrefix).append(valueName);
+  if (opening) {
+    std::erase_if(opening->objects,
+                  [](const StoredObject& object) { return !Fits(object.id, object.packed); });
+    Keep(opening->objects);
+    KeepHeads(opening->heads);
+    if (KeepsHeads()) KeepValue(key, opening->value);
+  }
+  if (!m_isOffline || !KeepsHeads()) return opening;
+  std::optional<std::vector<Head>> heads = KeptHeads();
+  return heads ? Result(StoreOpening{*std::move(heads), KeptValue(key), {}}) : opening;
+}
+
+Result<RemovedObjects> CacheStore::RemoveGradually(const MarkObjects& mark,
+                                                   std::chrono::milliseconds grace) {
+  return Slow(Kit::RemoveGradually(*m_slow, mark, grace));
 }
 
 }  // namespace TalVcs::Kit

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <kit/export.h>
+#include <kit/store/gradual_removal.h>
 #include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
+#include <kit/store/opening_store.h>
 #include <kit/store/repairable_store.h>
 #include <kit/store/trimmable_store.h>
 
@@ -56,7 +58,9 @@ struct CacheOptions {
 class TALVCS_KIT_API CacheStore final : public IObjectStore,
                                         public IRepairableStore,
                                         public IHeadWatcher,
-                                        public ITrimmableStore {
+                                        public ITrimmableStore,
+                                        public IOpeningStore,
+                                        public IGradualRemoval {
  public:
   /// Keeps the stores alive; neither may be null, and they must be two stores.
   CacheStore(std::shared_ptr<IObjectStore> fast, std::shared_ptr<IObjectStore> slow,
@@ -93,6 +97,12 @@ class TALVCS_KIT_API CacheStore final : public IObjectStore,
   /// Waits for heads of the slow store. Fails with `Unsupported` if it can't wait.
   Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
                                          std::chrono::milliseconds timeout) override;
+  /// Reads the opening of the slow store, and keeps what `Heads`, `Value` and `Read` would keep.
+  Result<StoreOpening> ReadOpening(std::string_view branch, std::string_view valueName,
+                                   std::string_view otherwise) override;
+  /// Removes from the slow store. Fails with `Unsupported` if it can't do it.
+  Result<RemovedObjects> RemoveGradually(const MarkObjects& mark,
+                                         std::chrono::milliseconds grace) override;
 
  private:
   struct Entry {
@@ -113,6 +123,7 @@ class TALVCS_KIT_API CacheStore final : public IObjectStore,
                                       const std::optional<std::string>& value);
   TALVCS_KIT_NO_EXPORT std::optional<std::string> KeptValue(const std::string& key);
   TALVCS_KIT_NO_EXPORT void KeepHeads(const std::vector<Head>& heads);
+  TALVCS_KIT_NO_EXPORT std::optional<std::vector<Head>> KeptHeads();
 
   std::shared_ptr<IObjectStore> m_fast;
   std::shared_ptr<IObjectStore> m_slow;

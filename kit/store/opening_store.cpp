@@ -1,5 +1,5 @@
+#include <kit/store/internal/opening.h>
 #include <kit/store/internal/sound_value.h>
-#include <kit/store/opening_store.h>
 
 #include <utility>
 
@@ -7,22 +7,29 @@ namespace TalVcs::Kit {
 
 IOpeningStore::~IOpeningStore() = default;
 
-Result<StoreOpening> ReadOpening(IObjectStore& store, std::string_view branch,
-                                 std::string_view valueName, std::string_view otherwise) {
+IOpeningStore* FindOpening(IObjectStore& store) noexcept {
 #ifdef __cpp_rtti
-  if (auto* opening = dynamic_cast<IOpeningStore*>(&store)) {
-    return opening->ReadOpening(branch, valueName, otherwise);
-  }
+  return dynamic_cast<IOpeningStore*>(&store);
 #else
   // Without type information no store is known to have it.
-  static_cast<void>(branch);
-  static_cast<void>(otherwise);
+  static_cast<void>(store);
+  return nullptr;
 #endif
+}
+
+Result<StoreOpening> ReadOpeningInParts(IObjectStore& store, std::string_view valueName) {
   Result<std::vector<Head>> heads = store.Heads();
   if (!heads) return std::move(heads).error();
   Result<std::optional<std::string>> value = ReadSoundValue(store, valueName);
   if (!value) return std::move(value).error();
   return StoreOpening{*std::move(heads), *std::move(value), {}};
+}
+
+Result<StoreOpening> ReadOpening(IObjectStore& store, std::string_view branch,
+                                 std::string_view valueName, std::string_view otherwise) {
+  IOpeningStore* const opening = FindOpening(store);
+  return opening == nullptr ? ReadOpeningInParts(store, valueName)
+                            : opening->ReadOpening(branch, valueName, otherwise);
 }
 
 }  // namespace TalVcs::Kit

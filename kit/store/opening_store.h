@@ -18,8 +18,9 @@ struct StoreOpening {
   std::vector<StoredObject> objects;
 };
 
-/// A store that returns in one round trip what opening a repository asks for. Far stores implement
-/// this interface beside `IObjectStore`; callers find it by a `dynamic_cast`.
+/// A store that returns in one round trip what opening a repository asks for. Far stores, and
+/// stores over another one, implement this interface beside `IObjectStore`; callers use the
+/// function `ReadOpening`.
 class TALVCS_KIT_API IOpeningStore {
  public:
   virtual ~IOpeningStore();

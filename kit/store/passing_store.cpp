@@ -1,3 +1,4 @@
+#include <kit/store/internal/opening.h>
 #include <kit/store/passing_store.h>
 
 #include <utility>
@@ -31,9 +32,13 @@ const char* ToString(StoreOperation operation) noexcept {
     case StoreOperation::Replace:
       return "Replace";
     case StoreOperation::WaitForHeads:
+      return "WaitForHeads";
+    case StoreOperation::ReadOpening:
+      return "ReadOpening";
+    case StoreOperation::RemoveGradually:
       break;
   }
-  return "WaitForHeads";
+  return "RemoveGradually";
 }
 
 namespace {
@@ -112,6 +117,7 @@ Status PassingStore::Write(std::span<const StoredObject> objects) {
 }
 
 Result<std::vector<Head>> PassingStore::Heads() {
+  if (m_opened != nullptr) return m_opened->opening.heads;
   return Pass<Result<std::vector<Head>>>({.operation = StoreOperation::Heads},
                                          [&](StoreCall& /*call*/) { return m_store->Heads(); });
 }
@@ -134,6 +140,7 @@ Result<RemovedObjects> PassingStore::RemoveUnmarked(const MarkObjects& mark) {
 }
 
 Result<std::optional<std::string>> PassingStore::Value(std::string_view name) {
+  if (m_opened != nullptr && m_opened->valueName == name) return m_opened->opening.value;
   return Pass<Result<std::optional<std::string>>>(
       {.operation = StoreOperation::Value, .name = name},
       [&](StoreCall& /*call*/) { return m_store->Value(name); });
@@ -159,6 +166,49 @@ Result<std::vector<Head>> PassingStore::WaitForHeads(std::span<const Head> seen,
   return Pass<Result<std::vector<Head>>>(
       {.operation = StoreOperation::WaitForHeads, .count = seen.size()},
       [&](StoreCall& /*call*/) { return WatchHeads(*m_store, seen, timeout); });
+}
+
+Result<StoreOpening> PassingStore::ReadOpening(std::string_view branch, std::string_view valueName,
+                                               std::string_view otherwise) {
+  IOpeningStore* const below = FindOpening(*m_store);
+  if (below == nullptr) return ReadOpeningInParts(*this, valueName);
+  Result<StoreOpening> opening = Pass<Result<StoreOpening>>(
+      {.operation = StoreOperation::ReadOpening, .name = valueName},
+      [&](StoreCall& call) { return ReadOpeningBelow(*below, call, branch, otherwise); });
+  if (!opening) return opening;
+  // A derived class may have other heads and values than the store below.
+  const Opened opened{*opening, valueName};
+  struct Restore {
+    ~Restore() { opened = nullptr; }
+    const Opened*& opened;
+  } restore{m_opened};
+  m_opened = &opened;
+  Result<StoreOpening> seen = ReadOpeningInParts(*this, valueName);
+  if (seen) seen->objects = std::move(opening->objects);
+  return seen;
+}
+
+Result<StoreOpening> PassingStore::ReadOpeningBelow(IOpeningStore& store, StoreCall& call,
+                                                    std::string_view branch,
+                                                    std::string_view otherwise) {
+  Result<StoreOpening> opening = store.ReadOpening(branch, call.name, otherwise);
+  if (!opening) return opening;
+  std::vector<StoredObject> objects;
+  for (StoredObject& object : opening->objects) {
+    Result<Buffer> found = Found(object.id, std::move(object.packed));
+    if (!found) continue;
+    call.sizeBytes += found->GetSize();
+    objects.push_back({object.id, *std::move(found)});
+  }
+  opening->objects = std::move(objects);
+  return opening;
+}
+
+Result<RemovedObjects> PassingStore::RemoveGradually(const MarkObjects& mark,
+                                                     std::chrono::milliseconds grace) {
+  return Pass<Result<RemovedObjects>>(
+      {.operation = StoreOperation::RemoveGradually},
+      [&](StoreCall& /*call*/) { return Kit::RemoveGradually(*m_store, mark, grace); });
 }
 
 }  // namespace TalVcs::Kit

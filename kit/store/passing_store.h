@@ -1,12 +1,15 @@
 #pragma once
 
 #include <kit/export.h>
+#include <kit/store/gradual_removal.h>
 #include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
+#include <kit/store/opening_store.h>
 #include <kit/store/repairable_store.h>
 #include <kit/store/trimmable_store.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -18,7 +21,7 @@
 namespace TalVcs::Kit {
 
 /// The operations of an object store, in the order of `IObjectStore`, and those of
-/// `IRepairableStore` and `IHeadWatcher`.
+/// `IRepairableStore`, `IHeadWatcher`, `IOpeningStore` and `IGradualRemoval`.
 enum class StoreOperation {
   Missing,
   Read,
@@ -33,7 +36,13 @@ enum class StoreOperation {
   SetValue,
   Replace,
   WaitForHeads,
+  ReadOpening,
+  RemoveGradually,
 };
+
+/// The number of operations.
+inline constexpr std::size_t kStoreOperations =
+    static_cast<std::size_t>(StoreOperation::RemoveGradually) + 1;
 
 /// Returns the operation's name, such as "MoveHeads".
 TALVCS_KIT_API const char* ToString(StoreOperation operation) noexcept;
@@ -50,7 +59,7 @@ struct StoreCall {
   std::span<const StoredObject> objects = {};
   /// The moves of `MoveHeads`.
   std::span<const HeadMove> moves = {};
-  /// The name of a value.
+  /// The name of a value, also of that which `ReadOpening` asks for.
   std::string_view name = {};
   /// The number of ids, objects, moves or heads; for `ReadHistory`, the most commits to read.
   std::uint64_t count = 0;
@@ -69,7 +78,9 @@ struct StoreCall {
 class TALVCS_KIT_API PassingStore : public IObjectStore,
                                     public IRepairableStore,
                                     public IHeadWatcher,
-                                    public ITrimmableStore {
+                                    public ITrimmableStore,
+                                    public IOpeningStore,
+                                    public IGradualRemoval {
  public:
   /// Passes calls on to `store`, which must not be null, and keeps it alive.
   explicit PassingStore(std::shared_ptr<IObjectStore> store) noexcept;
@@ -96,6 +107,14 @@ class TALVCS_KIT_API PassingStore : public IObjectStore,
   /// Fails with `Unsupported` if the store below can't wait.
   Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
                                          std::chrono::milliseconds timeout) override;
+  /// Asks the store below once if that store has this interface, otherwise calls `Heads` and
+  /// `Value`. A derived class that overrides these two need not override this one: they are called
+  /// in either case, and the ones of this class then return what came with the one answer.
+  Result<StoreOpening> ReadOpening(std::string_view branch, std::string_view valueName,
+                                   std::string_view otherwise) override;
+  /// Fails with `Unsupported` if the store below can't do it.
+  Result<RemovedObjects> RemoveGradually(const MarkObjects& mark,
+                                         std::chrono::milliseconds grace) override;
 
  protected:
   /// Called at the beginning of each call. If it fails, the store below isn't called, and the call
@@ -103,7 +122,8 @@ class TALVCS_KIT_API PassingStore : public IObjectStore,
   virtual Status Before(const StoreCall& call);
 
   /// Called for each object that a read found or didn't find. Returns what is passed to the caller
-  /// instead. After an error, nothing more of a `ReadHistory` is passed on.
+  /// instead. After an error, nothing more of a `ReadHistory` is passed on, and a `ReadOpening`
+  /// leaves the object out.
   virtual Result<Buffer> Found(const Id& id, Result<Buffer> packed);
 
   /// Called at the end of each call with its outcome, also if `Before` failed, but not if a
@@ -115,8 +135,18 @@ class TALVCS_KIT_API PassingStore : public IObjectStore,
   template <class Outcome, class Operation>
   TALVCS_KIT_NO_EXPORT Outcome Pass(StoreCall call, const Operation& operation);
   TALVCS_KIT_NO_EXPORT ReadSink SinkOf(const ReadSink& sink, StoreCall& call);
+  TALVCS_KIT_NO_EXPORT Result<StoreOpening> ReadOpeningBelow(IOpeningStore& store, StoreCall& call,
+                                                             std::string_view branch,
+                                                             std::string_view otherwise);
+
+  /// What `Heads` and `Value` return while an opening is read.
+  struct Opened {
+    const StoreOpening& opening;
+    std::string_view valueName;
+  };
 
   std::shared_ptr<IObjectStore> m_store;
+  const Opened* m_opened = nullptr;
   std::uint64_t m_calls = 0;
 };
 

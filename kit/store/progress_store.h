@@ -61,7 +61,7 @@ class TALVCS_KIT_API ProgressStore final : public PassingStore {
   TALVCS_KIT_NO_EXPORT bool Show(StoreOperation operation);
 
   ProgressStoreOptions m_options;
-  std::array<Phase, static_cast<std::size_t>(StoreOperation::WaitForHeads) + 1> m_phases;
+  std::array<Phase, kStoreOperations> m_phases;
   std::chrono::steady_clock::time_point m_shown;
 };
 

@@ -11,9 +11,11 @@ std::string Describe(const RecordedCall& call) {
     case StoreOperation::Heads:
     case StoreOperation::List:
     case StoreOperation::RemoveUnmarked:
+    case StoreOperation::RemoveGradually:
       return text;
     case StoreOperation::Value:
     case StoreOperation::SetValue:
+    case StoreOperation::ReadOpening:
       return text + ' ' + call.name;
     default:
       return text + ' ' + std::to_string(call.count);

@@ -198,4 +198,14 @@ void TeeStore::Trim() noexcept {
   TrimStore(*m_second);
 }
 
+Result<std::vector<Head>> TeeStore::WaitForHeads(std::span<const Head> seen,
+                                                 std::chrono::milliseconds timeout) {
+  return WatchHeads(*m_first, seen, timeout);
+}
+
+Result<StoreOpening> TeeStore::ReadOpening(std::string_view branch, std::string_view valueName,
+                                           std::string_view otherwise) {
+  return Kit::ReadOpening(*m_first, branch, valueName, otherwise);
+}
+
 }  // namespace TalVcs::Kit

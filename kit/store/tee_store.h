@@ -1,10 +1,13 @@
 #pragma once
 
 #include <kit/export.h>
+#include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
+#include <kit/store/opening_store.h>
 #include <kit/store/repairable_store.h>
 #include <kit/store/trimmable_store.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -46,7 +49,9 @@ namespace TalVcs::Kit {
 /// Other programs may use the same stores by tees of their own. Threads: as the two stores.
 class TALVCS_KIT_API TeeStore final : public IObjectStore,
                                       public IRepairableStore,
-                                      public ITrimmableStore {
+                                      public IHeadWatcher,
+                                      public ITrimmableStore,
+                                      public IOpeningStore {
  public:
   /// Keeps the stores alive; neither may be null, and they must be two stores.
   TeeStore(std::shared_ptr<IObjectStore> first, std::shared_ptr<IObjectStore> second) noexcept;
@@ -79,6 +84,12 @@ class TALVCS_KIT_API TeeStore final : public IObjectStore,
   /// Replaces objects of the first store alone.
   Status Replace(std::span<const StoredObject> objects) override;
   void Trim() noexcept override;
+  /// Waits for heads of the first store. Fails with `Unsupported` if it can't wait.
+  Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
+                                         std::chrono::milliseconds timeout) override;
+  /// Reads the opening of the first store.
+  Result<StoreOpening> ReadOpening(std::string_view branch, std::string_view valueName,
+                                   std::string_view otherwise) override;
 
  private:
   TALVCS_KIT_NO_EXPORT bool SecondTakesPart() const noexcept { return m_secondStatus.ok(); }

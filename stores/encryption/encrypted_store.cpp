@@ -206,13 +206,41 @@ Result<std::vector<Head>> EncryptedStore::OpenHeads(std::span<const Head> sealed
   return error;
 }
 
-Result<std::vector<Head>> EncryptedStore::Heads() {
-  Result<std::vector<Head>> sealed = m_store->Heads();
-  if (sealed) return OpenHeads(*sealed);
+/// Returns the heads in clear, or the error with the heads of it in clear.
+Result<std::vector<Head>> EncryptedStore::OpenHeads(Result<std::vector<Head>> sealed) {
+  if (sealed) return OpenHeads(std::span<const Head>(*sealed));
   Error error = std::move(sealed).error();
-  Result<std::vector<Head>> heads = OpenHeads(error.heads);
+  Result<std::vector<Head>> heads = OpenHeads(std::span<const Head>(error.heads));
   error.heads = heads ? *std::move(heads) : std::move(heads).error().heads;
   return error;
+}
+
+Result<std::vector<Head>> EncryptedStore::Heads() { return OpenHeads(m_store->Heads()); }
+
+Result<std::vector<Head>> EncryptedStore::WaitForHeads(std::span<const Head> seen,
+                                                       std::chrono::milliseconds timeout) {
+  std::vector<Head> sealed;
+  for (const Head& head : seen) {
+    sealed.push_back({m_sealer->SealBranch(head.name), m_sealer->SealHead(head.name, head.id)});
+  }
+  std::sort(sealed.begin(), sealed.end(),
+            [](const Head& a, const Head& b) { return a.name < b.name; });
+  return OpenHeads(WatchHeads(*m_store, sealed, timeout));
+}
+
+Result<StoreOpening> EncryptedStore::ReadOpening(std::string_view branch,
+                                                 std::string_view valueName,
+                                                 std::string_view otherwise) {
+  const std::string sealed_branch = branch.empty() ? std::string() : m_sealer->SealBranch(branch);
+  Result<StoreOpening> sealed = Kit::ReadOpening(
+      *m_store, sealed_branch, m_sealer->SealValueName(valueName), m_sealer->SealBranch(otherwise));
+  Result<std::vector<Head>> heads =
+      OpenHeads(sealed ? Result<std::vector<Head>>(std::move(sealed->heads))
+                       : Result<std::vector<Head>>(std::move(sealed).error()));
+  if (!heads) return std::move(heads).error();
+  StoreOpening opening{*std::move(heads), std::nullopt, {}};
+  if (sealed->value) opening.value = m_sealer->OpenValue(valueName, *sealed->value);
+  return opening;
 }
 
 /// Puts names and heads in clear into the error of a move.

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
+#include <kit/store/opening_store.h>
 #include <kit/store/repairable_store.h>
 #include <kit/store/trimmable_store.h>
 #include <stores/encryption/export.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -58,7 +61,9 @@ struct PasswordCost {
 /// A moved-from store may only be assigned to or destroyed. Threads: as the store below.
 class TALVCS_ENCRYPTION_API EncryptedStore final : public IObjectStore,
                                                    public IRepairableStore,
-                                                   public ITrimmableStore {
+                                                   public IHeadWatcher,
+                                                   public ITrimmableStore,
+                                                   public IOpeningStore {
  public:
   /// The most that opening a store may cost.
   static constexpr PasswordCost kMostCost{std::uint64_t{1} << 30, 16};
@@ -108,6 +113,13 @@ class TALVCS_ENCRYPTION_API EncryptedStore final : public IObjectStore,
   /// Fails with `Unsupported` if the store below isn't repairable.
   Status Replace(std::span<const StoredObject> objects) override;
   void Trim() noexcept override;
+  /// Fails with `Unsupported` if the store below can't wait.
+  Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
+                                         std::chrono::milliseconds timeout) override;
+  /// Reads the heads and the value at once if the store below can, and no objects: which ones
+  /// belong to a head is encrypted. A value that was changed counts as none.
+  Result<StoreOpening> ReadOpening(std::string_view branch, std::string_view valueName,
+                                   std::string_view otherwise) override;
 
  private:
   TALVCS_ENCRYPTION_NO_EXPORT Result<std::vector<StoredObject>> SealObjects(
@@ -115,6 +127,7 @@ class TALVCS_ENCRYPTION_API EncryptedStore final : public IObjectStore,
   TALVCS_ENCRYPTION_NO_EXPORT EncryptedStore(std::shared_ptr<IObjectStore> store,
                                              std::unique_ptr<Encryption::Sealer> sealer) noexcept;
   TALVCS_ENCRYPTION_NO_EXPORT Result<std::vector<Head>> OpenHeads(std::span<const Head> sealed);
+  TALVCS_ENCRYPTION_NO_EXPORT Result<std::vector<Head>> OpenHeads(Result<std::vector<Head>> sealed);
   TALVCS_ENCRYPTION_NO_EXPORT Error OpenConflict(Error error, std::span<const HeadMove> moves);
   TALVCS_ENCRYPTION_NO_EXPORT Result<std::uint64_t> CountUnmarkedBytes(
       const std::vector<Id>& marked);

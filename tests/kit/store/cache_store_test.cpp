@@ -99,6 +99,36 @@ TEST_F(Cache, LargeObjectIsNotCached) {
   EXPECT_EQ(m_firstMemory->GetCount(), 0U);
 }
 
+TEST_F(Cache, OpeningIsOneCallWhoseObjectsAreKept) {
+  class OpeningStore final : public PassingStore {
+   public:
+    using PassingStore::PassingStore;
+    Result<StoreOpening> ReadOpening(std::string_view, std::string_view,
+                                     std::string_view) override {
+      return StoreOpening{{{"master", kOne.id}}, "master", {kOne, {kTwo.id, kThree.packed}}};
+    }
+  };
+  const CacheOptions options{.mostBytes = 1000, .keepsHeads = true};
+  auto slow = std::make_shared<FaultInjectionStore>(std::make_shared<OpeningStore>(m_second));
+  {
+    CacheStore cache(m_first, slow, options);
+    EXPECT_EQ(ReadOpening(cache, "", "branch", "other").value().objects.size(), 1U)
+        << "bytes that don't fit their id aren't passed on";
+    EXPECT_EQ(ReadOne(cache, kOne.id), Bytes(kOne.packed));
+    EXPECT_EQ(cache.FindUncached({{kOne.id, kTwo.id}}), std::vector<Id>{kTwo.id});
+  }
+  EXPECT_EQ(slow->GetLog(), std::vector<std::string>{"ReadOpening branch"});
+  slow->Restart();
+  slow->FailFrom(1, 1000);
+  CacheStore cache(m_first, slow, options);
+  const StoreOpening offline = ReadOpening(cache, "", "branch", "other").value();
+  EXPECT_TRUE(cache.IsOffline());
+  EXPECT_EQ(offline.heads, (std::vector<Head>{{"master", kOne.id}}));
+  EXPECT_EQ(offline.value, "master");
+  CacheStore empty(std::make_shared<MemoryObjectStore>(), slow, options);
+  EXPECT_EQ(ReadOpening(empty, "", "branch", "other").error().code, ErrorCode::Unavailable);
+}
+
 TEST_F(Cache, KeptHeadsAndValuesAreReturnedOffline) {
   const std::string name = "a branch\nof two lines";
   {

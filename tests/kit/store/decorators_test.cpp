@@ -10,6 +10,7 @@
 #include <kit/store/recording_store.h>
 #include <tests/kit/store/object_store_suite.h>
 #include <tests/support/bytes.h>
+#include <tests/support/text.h>
 
 #include <chrono>
 #include <memory>
@@ -118,6 +119,106 @@ TEST(ChecksumStore, HistoryEndsAtADamagedCommit) {
   ChecksumStore store(memory);
   EXPECT_EQ(HistoryOf(memory, kCommit.id), (std::vector<std::string>{"found", "found"}));
   EXPECT_EQ(HistoryOf(store, kCommit.id), std::vector<std::string>{"Damaged"});
+}
+
+/// A store that opens in one round trip, and counts how often.
+class OpeningStore final : public PassingStore {
+ public:
+  using PassingStore::PassingStore;
+
+  Result<StoreOpening> ReadOpening(std::string_view branch, std::string_view valueName,
+                                   std::string_view otherwise) override {
+    asked.push_back(std::string(branch) + "," + std::string(valueName) + "," +
+                    std::string(otherwise));
+    return StoreOpening{{{"master", kOne.id}}, "master", {kOne, {kTwo.id, kOne.packed}}};
+  }
+
+  std::vector<std::string> asked;
+};
+
+std::vector<std::string> IdsOf(const std::vector<StoredObject>& objects) {
+  std::vector<std::string> ids;
+  for (const StoredObject& object : objects) ids.push_back(Testing::Ascii(object.id));
+  return ids;
+}
+
+TEST(PassingStore, OpeningIsOneCallOfAStoreThatReadsItAtOnce) {
+  MemoryObjectStore memory;
+  OpeningStore below(memory);
+  RecordingStore store(below);
+  const StoreOpening opening = ReadOpening(store, "topic", "branch", "master").value();
+  EXPECT_EQ(below.asked, std::vector<std::string>{"topic,branch,master"});
+  EXPECT_EQ(opening.heads, (std::vector<Head>{{"master", kOne.id}}));
+  EXPECT_EQ(opening.value, "master");
+  EXPECT_EQ(opening.objects.size(), 2U);
+  EXPECT_EQ(store.GetLog(), std::vector<std::string>{"ReadOpening branch"});
+  EXPECT_EQ(store.GetCalls()[0].sizeBytes, 20U);
+  EXPECT_TRUE(store.Heads().value().empty()) << "what came with the opening is used once";
+}
+
+TEST(PassingStore, OpeningOfAnotherStoreIsItsHeadsAndItsValue) {
+  MemoryObjectStore memory;
+  ASSERT_TRUE(memory.SetValue("branch", "topic").ok());
+  RecordingStore store(memory);
+  EXPECT_EQ(ReadOpening(store, "", "branch", "master").value().value, "topic");
+  EXPECT_EQ(store.GetLog(), (std::vector<std::string>{"Heads", "Value branch"}));
+}
+
+TEST(PassingStore, HeadsAndValuesOfADerivedClassAreThoseOfTheOpening) {
+  class OtherHeads final : public PassingStore {
+   public:
+    using PassingStore::PassingStore;
+    Result<std::vector<Head>> Heads() override {
+      Result<std::vector<Head>> heads = PassingStore::Heads();
+      if (heads) heads->push_back({"own", kTwo.id});
+      return heads;
+    }
+    Result<std::optional<std::string>> Value(std::string_view name) override {
+      return std::optional("own " + std::string(name));
+    }
+  };
+  MemoryObjectStore memory;
+  OpeningStore below(memory);
+  OtherHeads store(below);
+  const StoreOpening opening = ReadOpening(store, "", "branch", "master").value();
+  EXPECT_EQ(opening.heads, (std::vector<Head>{{"master", kOne.id}, {"own", kTwo.id}}));
+  EXPECT_EQ(opening.value, "own branch");
+  EXPECT_EQ(opening.objects.size(), 2U);
+}
+
+TEST(PassingStore, FailedOpeningIsReturned) {
+  MemoryObjectStore memory;
+  OpeningStore below(memory);
+  FaultInjectionStore store(below);
+  store.FailFrom(1);
+  EXPECT_EQ(ReadOpening(store, "", "branch", "master").error().code, ErrorCode::Unavailable);
+  EXPECT_TRUE(below.asked.empty());
+}
+
+TEST(PassingStore, GradualRemovalIsPassedOnWhereTheStoreBelowCan) {
+  class Remover final : public PassingStore {
+   public:
+    using PassingStore::PassingStore;
+    Result<RemovedObjects> RemoveGradually(const MarkObjects&, milliseconds grace) override {
+      return RemovedObjects{static_cast<std::uint64_t>(grace.count()), 0};
+    }
+  };
+  const MarkObjects mark = [](std::span<const Head>) { return std::vector<Id>(); };
+  MemoryObjectStore memory;
+  Remover below(memory);
+  RecordingStore store(below);
+  EXPECT_EQ(RemoveGradually(store, mark, milliseconds(7)).value().count, 7U);
+  EXPECT_EQ(store.GetLog(), std::vector<std::string>{"RemoveGradually"});
+  PassingStore plain(memory);
+  EXPECT_EQ(RemoveGradually(plain, mark, milliseconds(7)).error().code, ErrorCode::Unsupported);
+}
+
+TEST(ChecksumStore, OpeningLeavesOutWhatDoesNotFitItsId) {
+  MemoryObjectStore memory;
+  OpeningStore below(memory);
+  ChecksumStore store(below);
+  EXPECT_EQ(IdsOf(ReadOpening(store, "", "branch", "master").value().objects),
+            std::vector<std::string>{Testing::Ascii(kOne.id)});
 }
 
 TEST(FaultInjectionStore, FailsTheChosenCallsAndRecordsAll) {

@@ -234,6 +234,26 @@ class TrimCounter final : public PassingStore {
   int m_count = 0;
 };
 
+TEST_F(TwoStores, OpeningAndNewHeadsOfATeeAreThoseOfTheFirstStore) {
+  class FarStore final : public PassingStore {
+   public:
+    using PassingStore::PassingStore;
+    Result<StoreOpening> ReadOpening(std::string_view, std::string_view,
+                                     std::string_view) override {
+      return StoreOpening{{{"far", kOne.id}}, "far", {kOne}};
+    }
+    Result<std::vector<Head>> WaitForHeads(std::span<const Head>,
+                                           std::chrono::milliseconds) override {
+      return std::vector<Head>{{"far", kTwo.id}};
+    }
+  };
+  TeeStore tee(std::make_shared<FarStore>(m_first), m_second);
+  EXPECT_EQ(ReadOpening(tee, "", "branch", "master").value().objects.size(), 1U);
+  EXPECT_EQ(WatchHeads(tee, {}, std::chrono::milliseconds(0)).value(),
+            (std::vector<Head>{{"far", kTwo.id}}));
+  EXPECT_EQ(m_first->CountCalls() + m_second->CountCalls(), 0U);
+}
+
 TEST_F(TwoStores, TrimOfARepositoryReachesEveryStoreBelow) {
   const auto first = std::make_shared<TrimCounter>();
   const auto second = std::make_shared<TrimCounter>();

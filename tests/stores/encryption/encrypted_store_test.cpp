@@ -15,6 +15,7 @@
 #include <tests/stores/encryption/stores.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <memory>
@@ -192,6 +193,48 @@ TEST(EncryptedStore, WholeHistoryIsOpenedCopiedAndCleanedUp) {
   EXPECT_EQ(removed.count, 1U);
   EXPECT_EQ(removed.sizeBytes, 12U);
   EXPECT_EQ(ObjectsOf(copy), ObjectsOf(*store));
+}
+
+// A store that is far opens and waits in one round trip, with names that it can't read.
+TEST(EncryptedStore, OpensAndWaitsByTheCallsOfTheStoreBelow) {
+  class FarStore final : public PassingStore {
+   public:
+    using PassingStore::PassingStore;
+    Result<StoreOpening> ReadOpening(std::string_view branch, std::string_view valueName,
+                                     std::string_view) override {
+      asked = branch;
+      return StoreOpening{Heads().value(), Value(valueName).value(), {}};
+    }
+    Result<std::vector<Head>> WaitForHeads(std::span<const Head> seen,
+                                           std::chrono::milliseconds) override {
+      isWaiting = std::ranges::equal(seen, Heads().value());
+      return Heads();
+    }
+    std::string asked;
+    bool isWaiting = false;
+  };
+  const auto memory = std::make_shared<MemoryObjectStore>();
+  const auto far = std::make_shared<FarStore>(memory);
+  const auto store = CreateOver(far);
+  const Buffer packed = BufferOf("content");
+  const Id id(packed);
+  ASSERT_TRUE(store->Write({{StoredObject{id, packed}}}).ok());
+  ASSERT_TRUE(store->MoveHeads({{{"one", Id(), id}, {"two", Id(), id}}}).ok());
+  ASSERT_TRUE(store->SetValue("branch", "two").ok());
+  const std::vector<Head> heads{{"one", id}, {"two", id}};
+  const StoreOpening opening = ReadOpening(*store, "two", "branch", "one").value();
+  EXPECT_EQ(opening.heads, heads);
+  EXPECT_EQ(opening.value, "two");
+  EXPECT_TRUE(opening.objects.empty());
+  EXPECT_FALSE(far->asked.empty());
+  EXPECT_EQ(far->asked.find("two"), std::string::npos);
+  EXPECT_EQ(WatchHeads(*store, heads, std::chrono::milliseconds(0)).value(), heads);
+  EXPECT_TRUE(far->isWaiting);
+  EXPECT_EQ(WatchHeads(*CreateOver(std::make_shared<MemoryObjectStore>()), {},
+                       std::chrono::milliseconds(0))
+                .error()
+                .code,
+            ErrorCode::Unsupported);
 }
 
 TEST(EncryptedStore, OtherPasswordIsDenied) {
