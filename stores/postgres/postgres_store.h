@@ -42,11 +42,17 @@ struct PostgresOptions {
 /// under a name. Connections are made as libpq does: the text is a list of keywords or a URI, and
 /// passwords, certificates and several hosts work as its documents say.
 ///
-/// *Round trips.* `Missing`, `Sizes` and `Write` need one for each 8,192 ids or 8 MiB, `Read` as
-/// many, and one more for each 16 MiB of a large object. `ReadHistory` needs one, whatever its
+/// *Round trips.* `Missing`, `Sizes` and `Write` need one for each 8,192 ids or 16 MiB, `Read` as
+/// many, and one more for each 16 MiB of a large object. A `Write` of 256 objects or more needs
+/// three more, and half of the server's time: it is a COPY, which is repeated as statements if one
+/// of the objects is there. `ReadHistory` needs one, whatever its
 /// length, but one for each commit that the store wrote with tables of version 1. `MoveHeads` needs
 /// two. `Open` needs one besides those of the connection, and `Kit::Open` one for the branches, the
 /// newest version and its root folder.
+///
+/// *Durability.* A `Write` returns when the server has the objects, but before they are on its
+/// disk. `MoveHeads` waits for the disk, and for a synchronous standby: for all that was written
+/// before and for the move itself. After a lost connection it looks for what the save has written.
 ///
 /// *Others.* Each operation is a transaction, or several if it is large. Nothing is held between
 /// two calls. A save waits for no other save, except one that moves the same branch. What the

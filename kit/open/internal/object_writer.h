@@ -46,7 +46,7 @@ class ObjectWriter {
   const std::vector<ObjectKey>& WrittenIds() const noexcept { return m_writtenIds; }
 
  private:
-  static constexpr std::uint64_t kMostBytes = std::uint64_t{4} << 20;
+  static constexpr std::uint64_t kMostBytes = std::uint64_t{8} << 20;
   static constexpr std::size_t kMostObjects = 4096;
 
   IObjectStore& m_store;

@@ -194,6 +194,44 @@ Status Connection::Stream(const Call& call, const std::function<void(const Rows&
   return IsLost() ? Status(Lost()) : Status();
 }
 
+// In a batch there can be no COPY.
+Status Connection::Copy(Sql statement, const std::function<bool(std::string& rows)>& next) {
+  constexpr std::string_view kBeginning("PGCOPY\n\377\r\n\0\0\0\0\0\0\0\0\0", 19);
+  constexpr std::string_view kEnd("\377\377", 2);
+  PGconn* const connection = m_connection.get();
+  m_state.clear();
+  if (PQexitPipelineMode(connection) != 1) return Lost();
+  // Until all was sent, for the case that `next` throws.
+  m_isLost = true;
+  if (PQsendQuery(connection, TextOf(statement)) != 1) return Lost();
+  const Rows begun(PQgetResult(connection));
+  if (PQresultStatus(begun.Raw()) == PGRES_COPY_IN) {
+    std::string rows(kBeginning);
+    for (bool goes_on = true; goes_on; rows.clear()) {
+      goes_on = next(rows);
+      if (!goes_on) rows += kEnd;
+      if (PQputCopyData(connection, rows.data(), static_cast<int>(rows.size())) != 1) return Lost();
+    }
+    if (PQputCopyEnd(connection, nullptr) != 1) return Lost();
+  }
+  m_isLost = false;
+  Status status = IsFailure(begun.Raw()) ? Status(FailureOf(begun)) : Status();
+  Status last = ReceiveLast();
+  if (status) status = std::move(last);
+  if (!IsLost() && PQenterPipelineMode(connection) != 1) return Lost();
+  return status;
+}
+
+Status Connection::ReceiveLast() {
+  Status status;
+  while (!m_isLost) {
+    const Rows rows(PQgetResult(m_connection.get()));
+    if (rows.Raw() == nullptr) break;
+    if (IsFailure(rows.Raw()) && status) status = FailureOf(rows);
+  }
+  return status && IsLost() ? Status(Lost()) : status;
+}
+
 Status Connection::RunTexts(std::span<const std::string> texts) {
   m_state.clear();
   m_sent.clear();

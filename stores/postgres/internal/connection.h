@@ -40,6 +40,11 @@ class Connection {
   /// connection is lost.
   Status Stream(const Call& call, const std::function<void(const Rows& row)>& take);
 
+  /// Copies rows into a table: `statement` is a COPY in the binary form, `next` appends some rows
+  /// to `rows`, and returns false if there are no more. The server works while `next` does. If it
+  /// throws, the connection is lost. Three round trips.
+  Status Copy(Sql statement, const std::function<bool(std::string& rows)>& next);
+
   /// Runs texts without parameters, which must be the store's own.
   Status RunTexts(std::span<const std::string> texts);
 
@@ -75,6 +80,8 @@ class Connection {
   // Take the results of what was sent, up to the end of the batch.
   Result<std::vector<Rows>> Receive();
   void ReceiveUntilNull();
+  // Takes the results up to the end of a statement that isn't in a batch.
+  Status ReceiveLast();
   void ReceiveSync();
   // Waits until the server has sent something, and returns false at `end`.
   bool WaitForInput(std::chrono::steady_clock::time_point end, short events) const;

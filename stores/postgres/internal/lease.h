@@ -26,12 +26,16 @@ class Lease {
   /// True if there were too many objects to remember, so that the lease can't be renewed.
   bool IsIncomplete() const noexcept { return m_isIncomplete; }
 
+  /// The number of the connection on which the save has begun.
+  std::uint64_t Connection() const noexcept { return m_connection; }
+
   /// Begins a save at its first look, with the counters of that moment or before, and a new save
   /// after one that has expired.
-  void Begin(const Counters& counters) {
+  void Begin(const Counters& counters, std::uint64_t connection) {
     if (IsHeld() && !m_isExpired) return;
     End();
     m_counters = counters;
+    m_connection = connection;
   }
   void Expire() noexcept { m_isExpired = true; }
   void End() { *this = Lease(); }
@@ -55,6 +59,7 @@ class Lease {
   }
 
   Counters m_counters;
+  std::uint64_t m_connection = 0;
   std::vector<ObjectKey> m_skipped;
   std::vector<ObjectKey> m_written;
   bool m_isExpired = false;

@@ -42,7 +42,7 @@ Status ForEachPart(std::span<const ObjectKey> keys, Act act) {
 }  // namespace
 
 void ObjectTable::Rely(const Rows& counters, std::span<const ObjectKey> written) {
-  m_lease.Begin(CountersIn(counters));
+  m_lease.Begin(CountersIn(counters), m_session.Connections());
   m_lease.AddWritten(written);
 }
 

@@ -49,14 +49,11 @@ class ObjectTable {
     std::int64_t pieces;
   };
 
-  // What one transaction writes. Parents and roots are empty but for commits.
-  struct Batch {
-    std::vector<ObjectKey> keys;
-    std::vector<std::int64_t> sizes;
-    std::vector<std::vector<std::byte>> data;
-    std::vector<std::string> parents;
-    std::vector<std::string> roots;
-    std::size_t sizeBytes = 0;
+  // An object that one row is to have. The encoded form is empty until it is needed.
+  struct NewRow {
+    ObjectKey key;
+    const StoredObject* object;
+    std::vector<std::byte> encoded;
   };
 
   // What to do with an object that is there.
@@ -78,7 +75,12 @@ class ObjectTable {
   Error Damage(const ObjectKey& key) const;
   std::vector<std::byte> Encode(const StoredObject& object);
   Status Put(std::span<const StoredObject> objects, Present present);
-  Status WriteBatch(Batch& batch, Present present);
+  Status WriteRows(std::vector<NewRow>& rows, Present present);
+  Status CopyRows(std::span<const NewRow> rows, std::span<const ObjectKey> keys, Present present);
+  Status CopyInto(std::span<const NewRow> rows, std::int64_t pass);
+  Result<std::vector<Rows>> InsertRows(std::span<const NewRow> rows, std::vector<Call> calls);
+  void AppendRow(const NewRow& row, std::int64_t pass, std::string& out);
+  Parameters ValuesOf(std::span<const NewRow> rows);
   Status WriteLarge(const ObjectKey& key, std::int64_t size_bytes,
                     std::span<const std::byte> encoded, Present present);
   std::vector<Call> BeginWrite(std::span<const ObjectKey> keys, Present present) const;

@@ -1,3 +1,4 @@
+#include <stores/postgres/internal/big_endian.h>
 #include <stores/postgres/internal/parameters.h>
 
 #include <utility>
@@ -14,14 +15,6 @@ constexpr std::uint32_t kInt8 = 20;
 constexpr std::uint32_t kText = 25;
 constexpr std::uint32_t kByteaArray = 1001;
 constexpr std::uint32_t kInt8Array = 1016;
-
-template <class Number>
-void AppendNumber(std::string& out, Number number) {
-  for (std::size_t shift = 8 * sizeof(Number); shift != 0;) {
-    shift -= 8;
-    out.push_back(static_cast<char>(static_cast<std::uint64_t>(number) >> shift & 0xFF));
-  }
-}
 
 void AppendHeader(std::string& out, std::uint32_t type, std::size_t count) {
   AppendNumber(out, std::uint32_t{count != 0 ? 1U : 0U});

@@ -182,8 +182,12 @@ Result<bool> Repository::Renew() {
   return AreThere(Sql::CountLive, std::vector<ObjectKey>(skipped.begin(), skipped.end()));
 }
 
+/// Objects are written without waiting for the disk. A server that has lost some of them has ended
+/// the connection, so on another one they are looked for again.
 Status Repository::CheckLease(const Counters& now) {
-  if (!m_lease.IsHeld() || (m_lease.Begun().epoch == now.epoch && !m_lease.IsExpired())) return {};
+  const bool is_same = m_lease.Begun().epoch == now.epoch && !m_lease.IsExpired() &&
+                       m_lease.Connection() == m_session.Connections();
+  if (!m_lease.IsHeld() || is_same) return {};
   if (!m_lease.IsExpired() && m_lease.Begun().removals == now.removals) {
     const Result<bool> renewed = Renew();
     if (!renewed) return renewed.error();

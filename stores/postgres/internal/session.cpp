@@ -61,6 +61,7 @@ Status Session::ConnectOnce() {
     if (!rows) return std::move(rows).error();
   }
   m_connection = *std::move(connection);
+  ++m_connections;
   return {};
 }
 
@@ -105,6 +106,12 @@ Status Session::Stream(Task task, const Call& call,
                        const std::function<void(const Rows& row)>& take) {
   if (IsLost()) return Fail(ErrorCode::Unavailable, task, "the server can't be reached");
   Status status = m_connection->Stream(call, take);
+  return status ? status : Status(Explain(std::move(status).error(), task));
+}
+
+Status Session::Copy(Task task, Sql statement, const std::function<bool(std::string& rows)>& next) {
+  if (IsLost()) return Fail(ErrorCode::Unavailable, task, "the server can't be reached");
+  Status status = m_connection->Copy(statement, next);
   return status ? status : Status(Explain(std::move(status).error(), task));
 }
 

@@ -49,11 +49,19 @@ class Session {
   /// Passes the rows of a call inside an attempt.
   Status Stream(Task task, const Call& call, const std::function<void(const Rows& row)>& take);
 
+  /// Copies rows inside an attempt.
+  Status Copy(Task task, Sql statement, const std::function<bool(std::string& rows)>& next);
+
   /// Lets the next failure of this attempt be followed by another attempt.
   void AllowRepeat() noexcept { m_mayRepeat = true; }
 
   /// Returns the first parameter of most statements.
   Parameters Number() const { return Parameters().Add(m_number); }
+  /// Returns the number itself.
+  std::int64_t RepositoryNumber() const noexcept { return m_number; }
+  /// Returns how often a connection was made. What a server has lost in a crash, it can have lost
+  /// only in between.
+  std::uint64_t Connections() const noexcept { return m_connections; }
 
   /// Returns what a notice of moved heads of this repository says.
   std::string Channel() const { return std::to_string(m_number); }
@@ -102,6 +110,7 @@ class Session {
   std::unique_ptr<Connection> m_connection;
   std::unique_ptr<Connection> m_listener;
   std::int64_t m_number = -1;
+  std::uint64_t m_connections = 0;
   bool m_isInAttempt = false;
   bool m_mayRepeat = false;
   std::chrono::milliseconds m_pause{0};

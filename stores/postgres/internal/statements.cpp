@@ -31,7 +31,11 @@ const char* TextOf(Sql statement) noexcept {
     case Sql::ReadState:
       return "SELECT epoch, removals FROM talvcs.repositories WHERE number = $1";
     case Sql::LockShared:
-      return "SELECT epoch, removals FROM talvcs.repositories WHERE number = $1 FOR SHARE";
+      return "SELECT epoch, removals, pass FROM talvcs.repositories WHERE number = $1 FOR SHARE";
+    // For this transaction alone. The next one that waits for the disk, or a standby, waits for
+    // this one as well: the log of the server is in one order.
+    case Sql::CommitLater:
+      return "SELECT set_config('synchronous_commit', 'off', true)";
     case Sql::LockExclusive:
       return "SELECT epoch, removals FROM talvcs.repositories WHERE number = $1 FOR UPDATE";
     case Sql::BeginPass:
@@ -95,6 +99,10 @@ const char* TextOf(Sql statement) noexcept {
              "SELECT $1, a.id, clock_timestamp() FROM added a WHERE $7 >= 0 AND $7 <> (SELECT "
              "epoch "
              "FROM talvcs.repositories WHERE number = $1) ON CONFLICT DO NOTHING";
+    // Fails if an object is there.
+    case Sql::CopyObjects:
+      return "COPY talvcs.objects (repository, id, pass, size, pieces, data, parent, root) "
+             "FROM STDIN WITH (FORMAT binary)";
     case Sql::InsertLarge:
       return "WITH added AS (INSERT INTO talvcs.objects (repository, id, pass, size, pieces) "
              "SELECT $1, $2, pass, $3, $4 FROM talvcs.repositories WHERE number = $1 "

@@ -5,8 +5,11 @@
 #include <kit/open/open.h>
 #include <kit/open/repair.h>
 #include <kit/open/save.h>
+#include <kit/store/cache_store.h>
 #include <kit/store/memory_object_store.h>
+#include <kit/store/recording_store.h>
 #include <kit/text.h>
+#include <kit/workspace/workspace.h>
 #include <stores/postgres/postgres_store.h>
 #include <tests/kit/open/histories.h>
 #include <tests/stores/postgres/server.h>
@@ -131,6 +134,27 @@ TEST_F(PostgresHistories, OpeningReturnsBranchesHeadAndRootAtOnce) {
   EXPECT_EQ(plain.value, std::nullopt);
   EXPECT_EQ(ids(plain), head_and_root("master"));
   EXPECT_TRUE(m_store->ReadOpening("absent", "branch", "master").value().objects.empty());
+}
+
+// Branches with the newest version and its root folder; the folder; the file.
+TEST_F(PostgresHistories, CacheOverTheServerOpensAndReadsWithTheCallsOfTheServerAlone) {
+  const auto log_of = [](const std::shared_ptr<Kit::RecordingStore>& far,
+                         const std::shared_ptr<Kit::IObjectStore>& store) {
+    Kit::Workspace workspace = Kit::Workspace::Open(store, {.branch = "master"}).value();
+    EXPECT_EQ(workspace.Read("dir/deep").value().text(), "far below");
+    return far->GetLog();
+  };
+  AddCommit(m_source, "master", {{"dir/deep", "far below"}});
+  Kit::Copy(*StoreOf(m_source), *m_store).value();
+  const auto alone = std::make_shared<Kit::RecordingStore>(m_store);
+  const std::vector<std::string> wanted{"ReadOpening branch", "Read 1", "Read 1"};
+  EXPECT_EQ(log_of(alone, alone), wanted);
+  const auto cache = std::make_shared<Kit::MemoryObjectStore>();
+  for (const std::vector<std::string>& log :
+       {wanted, std::vector<std::string>{"ReadOpening branch"}}) {
+    const auto far = std::make_shared<Kit::RecordingStore>(m_store);
+    EXPECT_EQ(log_of(far, std::make_shared<Kit::CacheStore>(cache, far)), log);
+  }
 }
 
 TEST_F(PostgresHistories, OpenedRepositoryIsTheOneOfTheMemory) {

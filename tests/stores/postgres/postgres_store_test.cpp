@@ -361,6 +361,104 @@ TEST_F(PostgresStoreTest, CleanUpKeepsWhatHistoriesReach) {
 
 // Several programs
 
+// So many objects are copied into the table, fewer are inserted.
+constexpr int kMany = 300;
+
+std::vector<StoredObject> ManyObjects(int first) {
+  std::vector<StoredObject> objects;
+  for (int number = first; number < first + kMany; ++number) {
+    objects.push_back(ObjectOf("blob 6 n" + std::to_string(10000 + number)));
+  }
+  return objects;
+}
+
+std::vector<Id> IdsOf(const std::vector<StoredObject>& objects) {
+  std::vector<Id> ids;
+  for (const StoredObject& object : objects) ids.push_back(object.id);
+  return ids;
+}
+
+TEST_F(PostgresStoreTest, ManyObjectsAreWrittenAlsoWhereSomeAreThere) {
+  std::vector<StoredObject> objects = ManyObjects(0);
+  objects.push_back(objects.front());
+  const StoredObject commit = ObjectOf(
+      "commit 152\ntree 437613f2000d14882113a8ceeb5e68572589edac29230c9fecd09d682612c4a3\n");
+  objects.push_back(commit);
+  ASSERT_TRUE(m_store.Write(objects).ok());
+  EXPECT_EQ(Count("objects"), std::to_string(kMany + 1));
+  ASSERT_TRUE(m_store.Write(ManyObjects(kMany / 2)).ok());
+  EXPECT_EQ(Count("objects"), std::to_string(kMany + 1 + kMany / 2));
+  for (const StoredObject& object : {objects.front(), commit, ManyObjects(kMany / 2).back()}) {
+    EXPECT_EQ(ReadOne(m_store, object.id), Testing::Bytes(object.packed));
+  }
+}
+
+TEST_F(PostgresStoreTest, ManyCommitsHaveTheirParentsAndRoots) {
+  std::vector<StoredObject> commits;
+  std::string parent;
+  for (int number = 0; number < kMany; ++number) {
+    const std::string text = "tree \n" + parent +
+                             "author A <a> 0 +0000\ncommitter A <a> 0 +0000\n\n" +
+                             std::to_string(number) + "\n";
+    std::string packed = "commit " + std::to_string(text.size());
+    packed += '\0';
+    commits.push_back(ObjectOf(packed + text));
+    parent = "parent " + Ascii(commits.back().id) + "\n";
+  }
+  ASSERT_TRUE(m_store.Write(commits).ok());
+  EXPECT_EQ(Count("objects", "parent IS NOT NULL"), std::to_string(kMany - 1));
+  EXPECT_EQ(Count("objects", "root IS NOT NULL"), "0");
+  int found = 0;
+  ASSERT_TRUE(m_store
+                  .ReadHistory(commits.back().id, 1000,
+                               [&](const Id&, Result<Buffer> packed) { found += packed.ok(); })
+                  .ok());
+  EXPECT_EQ(found, kMany);
+}
+
+TEST_F(PostgresStoreTest, ManyCondemnedObjectsAreSavedByAWrite) {
+  const std::vector<StoredObject> objects = ManyObjects(0);
+  ASSERT_TRUE(m_store.Write(objects).ok());
+  PostgresStore cleaner = Open();
+  ASSERT_TRUE(Remove(cleaner, {}, kLongGrace).ok());
+  EXPECT_EQ(Count("condemned"), std::to_string(kMany));
+  PostgresStore writer = Open();
+  ASSERT_TRUE(writer.Write(objects).ok());
+  EXPECT_EQ(Count("condemned"), "0");
+  EXPECT_TRUE(m_store.Missing(IdsOf(objects)).value().empty());
+}
+
+TEST_F(PostgresStoreTest, ManyObjectsOfAnOldSaveAreCondemnedUntilItsHeadMoves) {
+  ASSERT_TRUE(m_store.Write({{m_one}}).ok());
+  PostgresStore cleaner = Open();
+  ASSERT_TRUE(Remove(cleaner, {}, kLongGrace).ok());
+  const std::vector<StoredObject> objects = ManyObjects(0);
+  ASSERT_TRUE(m_store.Write(objects).ok());
+  EXPECT_EQ(Count("condemned"), std::to_string(kMany + 1));
+  ASSERT_TRUE(m_store.MoveHeads({{HeadMove{"master", Id(), objects.front().id}}}).ok());
+  EXPECT_EQ(Count("condemned"), "0");
+  EXPECT_EQ(Count("objects"), std::to_string(kMany + 1));
+}
+
+// A server that crashes may lose what it has not yet on its disk, and ends all connections.
+TEST_F(PostgresStoreTest, SaveThatTheServerHasLostInACrashIsBusyAndNextTimeWritten) {
+  const std::string end_connections =
+      "SELECT count(pg_terminate_backend(pid)) FROM pg_stat_activity WHERE application_name = "
+      "'talvcs'";
+  const HeadMove move{"master", Id(), m_one.id};
+  ASSERT_TRUE(m_store.Write({{m_one}}).ok());
+  Sql(end_connections);
+  Sql("DELETE FROM talvcs.objects WHERE repository = (SELECT number FROM talvcs.repositories WHERE "
+      "name = '" +
+      m_name + "')");
+  EXPECT_EQ(m_store.MoveHeads({{move}}).error().code, ErrorCode::Busy);
+  EXPECT_TRUE(m_store.Heads().value().empty());
+  EXPECT_EQ(m_store.Missing({{m_one.id}}).value().size(), 1U);
+  ASSERT_TRUE(m_store.Write({{m_one}}).ok());
+  Sql(end_connections);
+  EXPECT_TRUE(m_store.MoveHeads({{move}}).ok()) << "nothing was lost this time";
+}
+
 TEST_F(PostgresStoreTest, LargeSaveOfTwoProcessesDoesNotDeadlock) {
   std::vector<StoredObject> objects;
   for (int number = 0; number < 3000; ++number) {

@@ -176,6 +176,17 @@ class Sharing(unittest.TestCase):
 
         with_cuts(self, 1 if IS_LONG else 11, check, lambda _: ("log",))
 
+    def test_each_cut_of_a_large_write_writes_all(self):
+        objects = 300  # so many are copied into the table
+
+        def check(number, code, _, err):
+            self.assertEqual(code, 0, f"message {number}: {err}")
+            counted = run(server.connection(), self.repository, "count", f"large.{number}", objects)
+            self.assertEqual(counted[1], f"{objects}\n", f"message {number}")
+
+        with_cuts(self, 1 if IS_LONG else 3, check,
+                  lambda number: ("garbage", f"large.{number}", objects))
+
     def test_each_cut_of_a_clean_up_leaves_the_history_whole(self):
         run(server.connection(), self.repository, "edit", "old", 0, 5)
         wanted = self.log()

@@ -142,13 +142,29 @@ int CleanUp(Kit::IObjectStore& store, int grace) {
   return 0;
 }
 
-/// garbage NAME COUNT: writes objects that no branch will reach.
-int WriteGarbage(Kit::IObjectStore& store, const std::string& name, int count) {
+std::vector<Kit::StoredObject> GarbageOf(const std::string& name, int count) {
   std::vector<Kit::StoredObject> objects;
   for (int number = 0; number < count; ++number) {
     objects.push_back(Pack("blob", name + "." + std::to_string(number)));
   }
-  const Kit::Status status = store.Write(objects);
+  return objects;
+}
+
+/// garbage NAME COUNT: writes objects that no branch will reach.
+int WriteGarbage(Kit::IObjectStore& store, const std::string& name, int count) {
+  const Kit::Status status = store.Write(GarbageOf(name, count));
+  return status ? 0 : Fail(status.error());
+}
+
+/// count NAME COUNT: prints how many of these objects can be read.
+int CountGarbage(Kit::IObjectStore& store, const std::string& name, int count) {
+  std::vector<Id> ids;
+  for (const Kit::StoredObject& object : GarbageOf(name, count)) ids.push_back(object.id);
+  int found = 0;
+  const Kit::Status status = store.Read(ids, [&](const Id& id, const Kit::Result<Buffer>& packed) {
+    found += packed && Id(*packed) == id ? 1 : 0;
+  });
+  std::printf("%d\n", found);
   return status ? 0 : Fail(status.error());
 }
 
@@ -173,5 +189,6 @@ int main(int count, char** values) {
   if (command == "read") return ReadAll(*store, number(3));
   if (command == "clean") return CleanUp(*store, number(3));
   if (command == "garbage") return WriteGarbage(*store, arguments.at(3), number(4));
+  if (command == "count") return CountGarbage(*store, arguments.at(3), number(4));
   return 2;
 }
