@@ -1,6 +1,7 @@
 // Measures the store on a PostgreSQL server against bare statements of the same bytes; run by
 // postgres.py.
 
+#include <bench/processor_time.h>
 #include <kit/store/object_codec.h>
 #include <kit/text.h>
 #include <libpq-fe.h>
@@ -8,7 +9,6 @@
 #include <talvcs/format/id_text.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -21,6 +21,7 @@
 #include <vector>
 
 using namespace TalVcs;
+using Bench::WorkTime;
 
 namespace {
 
@@ -33,12 +34,6 @@ using Server = std::unique_ptr<PGconn, decltype(&PQfinish)>;
 
 void Require(const Kit::Status& status) {
   if (!status) Fail(Kit::Describe(status.error()));
-}
-
-double SecondsOf(const std::function<void()>& work) {
-  const auto start = std::chrono::steady_clock::now();
-  work();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 /// Returns files of words, 2 KB each on average, in their packed form.
@@ -112,22 +107,44 @@ void SelectBare(PGconn* server) {
   PQclear(result);
 }
 
-/// One number for each round.
-using Seconds = std::vector<double>;
+/// One for each round.
+using Times = std::vector<WorkTime>;
+using Take = double (*)(const WorkTime&);
 
-double Median(Seconds seconds) {
-  std::sort(seconds.begin(), seconds.end());
-  return seconds[seconds.size() / 2];
+double Median(std::vector<double> numbers) {
+  std::sort(numbers.begin(), numbers.end());
+  return numbers[numbers.size() / 2];
 }
 
-/// Prints the medians of two measurements that took turns, and of their ratio in each round.
-void Print(const char* name, const Seconds& seconds, const char* bare, const Seconds& against) {
-  Seconds ratios;
-  for (std::size_t round = 0; round < seconds.size(); ++round) {
-    ratios.push_back(seconds[round] / against[round]);
+double Median(const Times& times, Take take) {
+  std::vector<double> numbers;
+  for (const WorkTime& time : times) numbers.push_back(take(time));
+  return Median(numbers);
+}
+
+/// Returns the median of the ratios of two measurements that took turns.
+double Ratio(const Times& times, const Times& against, Take take) {
+  std::vector<double> ratios;
+  for (std::size_t round = 0; round < times.size(); ++round) {
+    ratios.push_back(take(times[round]) / take(against[round]));
   }
-  std::printf("%s %.2f s, %s %.2f s, ratio %.2f\n", name, Median(seconds), bare, Median(against),
-              Median(ratios));
+  return Median(ratios);
+}
+
+double TimeOf(const WorkTime& time) { return time.seconds; }
+double ClientOf(const WorkTime& time) { return time.clientSeconds; }
+double ServerOf(const WorkTime& time) { return time.serverSeconds; }
+double ProcessorsOf(const WorkTime& time) { return time.ProcessorSeconds(); }
+
+/// Prints the medians of two measurements, and of their ratio in each round.
+void Print(const char* name, const Times& times, const char* bare, const Times& against) {
+  std::printf("%s %.2f s, %s %.2f s, ratio %.2f\n", name, Median(times, TimeOf), bare,
+              Median(against, TimeOf), Ratio(times, against, TimeOf));
+  std::printf(
+      "  processors: %s client %.2f s and server %.2f s, %s client %.2f s and server %.2f s, "
+      "ratio %.2f\n",
+      name, Median(times, ClientOf), Median(times, ServerOf), bare, Median(against, ClientOf),
+      Median(against, ServerOf), Ratio(times, against, ProcessorsOf));
 }
 
 /// Saves as a host does: what is missing, in batches of a few megabytes, then the head.
@@ -165,22 +182,23 @@ int main(int count, char** arguments) {
               static_cast<unsigned long long>(bytes));
   const Server server(PQconnectdb(connection.c_str()), &PQfinish);
   Run(server.get(), "SET client_min_messages = warning");
-  Seconds copy, save, select, read, look;
+  Bench::WorkTimer timer(connection);
+  Times copy, save, select, read, look;
   for (int round = 0; round < std::atoi(arguments[3]); ++round) {
     Run(server.get(), "DROP TABLE IF EXISTS bare");
-    copy.push_back(SecondsOf([&] { CopyBare(server.get(), objects); }));
+    copy.push_back(timer.Measure([&] { CopyBare(server.get(), objects); }));
     const std::string name = "bench " + std::to_string(round);
     Kit::PostgresStore store = Kit::PostgresStore::Open(connection, name).value();
-    save.push_back(SecondsOf([&] { Save(store, objects, ids); }));
+    save.push_back(timer.Measure([&] { Save(store, objects, ids); }));
     Run(server.get(), "ANALYZE");
-    select.push_back(SecondsOf([&] { SelectBare(server.get()); }));
-    read.push_back(SecondsOf([&] { ReadAll(store, ids); }));
-    look.push_back(SecondsOf([&] {
+    select.push_back(timer.Measure([&] { SelectBare(server.get()); }));
+    read.push_back(timer.Measure([&] { ReadAll(store, ids); }));
+    look.push_back(timer.Measure([&] {
       if (!store.Missing(ids).value().empty()) Fail("objects are missing");
     }));
   }
   Print("save", save, "COPY", copy);
   Print("read", read, "SELECT", select);
-  std::printf("look for all of them %.2f s\n", Median(look));
+  std::printf("look for all of them %.2f s\n", Median(look, TimeOf));
   return 0;
 }

@@ -2,6 +2,7 @@
 """Measures the store on a PostgreSQL server of its own; prints the figures of docs/sharing.md.
 
 Usage: postgres.py BUILD [--objects COUNT] [--rounds COUNT] [--filled FILES OBJECTS]
+                   [--pushes COUNT]
 
 BUILD is a build folder. --objects is the number of those that are saved and read, in so many rounds.
 --filled is the size of the repository that is opened over a link with a delay; 0 leaves it out.
@@ -9,6 +10,7 @@ BUILD is a build folder. --objects is the number of those that are saved and rea
 
 import argparse
 import pathlib
+import resource
 import subprocess
 import sys
 import tempfile
@@ -42,19 +44,27 @@ def git(folder, *arguments, **options):
     subprocess.run(["git", "-C", str(folder), *arguments], check=True, **options)
 
 
-def push(histories, connection):
+def processor_seconds():
+    """Returns the time of the processors in programs that have ended."""
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return usage.ru_utime + usage.ru_stime
+
+
+def push(histories, connection, name):
     """Pushes one history to the server, and by git to a bare repository."""
     with tempfile.TemporaryDirectory() as folder:
         folder = pathlib.Path(folder)
-        subprocess.run([histories, "push", connection, folder / "store"], check=True)
+        subprocess.run([histories, "push", connection, name, folder / "store"], check=True)
         subprocess.run([histories, "import", folder / "stream"], check=True)
         git(folder, "init", "-q", "local")
         with open(folder / "stream", "rb") as stream:
             git(folder / "local", "fast-import", "--quiet", stdin=stream)
         git(folder, "init", "-q", "--bare", "bare")
         start = time.monotonic()
+        before = processor_seconds()
         git(folder / "local", "push", "-q", folder / "bare", "master")
-        print(f"git push {time.monotonic() - start:.3f} s")
+        print(f"git push {time.monotonic() - start:.2f} s, "
+              f"processors: {processor_seconds() - before:.2f} s")
 
 
 def round_trips(proxy):
@@ -78,6 +88,7 @@ def main():
     parser.add_argument("--objects", type=int, default=26000)
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--filled", type=int, nargs=2, default=[100000, 1000000])
+    parser.add_argument("--pushes", type=int, default=1)
     options = parser.parse_args()
     bench = options.build / "bench" / "talvcs_postgres_bench"
     histories = options.build / "bench" / "talvcs_postgres_histories"
@@ -92,7 +103,8 @@ def main():
         for branches in (1, WRITERS):
             rate = commits_a_second(worker, connection, branches)
             print(f"{WRITERS} writers on {branches} branches: {rate:.0f} commits a second")
-        push(histories, connection)
+        for number in range(options.pushes):
+            push(histories, connection, f"pushed {number}")
         if options.filled[0]:
             subprocess.run([histories, "fill", connection, *map(str, options.filled)], check=True)
             server.sql("ANALYZE")

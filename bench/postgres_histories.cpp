@@ -1,11 +1,13 @@
 // Pushes, fills and opens repositories on a PostgreSQL server; run by postgres.py.
 //
 //     talvcs_postgres_histories import FILE               writes the history for git fast-import
-//     talvcs_postgres_histories push CONNECTION FOLDER    pushes it from a store in an empty folder
+//     talvcs_postgres_histories push CONNECTION NAME FOLDER
+//                                                         pushes it from a store in an empty folder
 //     talvcs_postgres_histories fill CONNECTION FILES OBJECTS
 //     talvcs_postgres_histories open CONNECTION           opens that and reads a file
 //     talvcs_postgres_histories connect CONNECTION        connects alone
 
+#include <bench/processor_time.h>
 #include <bench/saves.h>
 #include <bench/workloads.h>
 #include <kit/batch_edit.h>
@@ -39,7 +41,7 @@ void PrintSeconds(const char* what, Work work) {
 }
 
 std::shared_ptr<Kit::PostgresStore> OpenServer(const std::string& connection,
-                                               const char* repository) {
+                                               const std::string& repository) {
   return std::make_shared<Kit::PostgresStore>(
       Kit::PostgresStore::Open(connection, repository).value());
 }
@@ -55,15 +57,18 @@ void Fill(Kit::IObjectStore& store) {
   store.MoveHeads({{Kit::HeadMove{"master", Id(), all.back().id}}}).value();
 }
 
-void Push(const std::string& connection, const std::string& folder) {
+void Push(const std::string& connection, const std::string& name, const std::string& folder) {
   Kit::DirectoryObjectStore::Create(folder).value();
   auto local = Kit::DirectoryObjectStore::Open(folder).value();
   Fill(local);
-  Kit::Remote remote(OpenServer(connection, "pushed"));
-  PrintSeconds("push", [&] {
-    const Kit::PushReport report = remote.Push(local, "master").value();
-    std::printf("%llu objects, ", static_cast<unsigned long long>(report.writtenObjects));
+  Kit::Remote remote(OpenServer(connection, name));
+  std::uint64_t objects = 0;
+  const WorkTime time = WorkTimer(connection).Measure([&] {
+    objects = remote.Push(local, "master").value().writtenObjects;
   });
+  std::printf("push of %llu objects %.2f s, processors: client %.2f s and server %.2f s\n",
+              static_cast<unsigned long long>(objects), time.seconds, time.clientSeconds,
+              time.serverSeconds);
 }
 
 /// A commit of `files` files, and further ones that change a third of them, up to so many objects.
@@ -107,8 +112,8 @@ int Run(const std::vector<std::string>& arguments) {
     WriteFastImport(MakeBenchHistory().repository, out);
     return out.flush() ? 0 : 1;
   }
-  if (command == "push" && arguments.size() == 3) {
-    Push(arguments[1], arguments[2]);
+  if (command == "push" && arguments.size() == 4) {
+    Push(arguments[1], arguments[2], arguments[3]);
   } else if (command == "fill" && arguments.size() == 4) {
     FillServer(arguments[1], static_cast<std::uint32_t>(std::stoul(arguments[2])),
                std::stoull(arguments[3]));
