@@ -20,14 +20,13 @@ Result<std::vector<Head>> ChooseHeads(IObjectStore& from, const std::vector<std:
   Result<std::vector<Head>> heads = from.Heads();
   if (!heads || names.empty()) return heads;
   std::vector<Head> chosen;
+  const HeadIndex known(*heads);
   for (const std::string& name : names) {
-    const auto found = std::find_if(heads->begin(), heads->end(),
-                                    [&name](const Head& head) { return head.name == name; });
-    if (found == heads->end()) {
+    if (!known.Contains(name)) {
       return MakeError(ErrorCode::NotFound,
                        "cannot copy branch " + Quoted(name) + ": there is no such branch", name);
     }
-    chosen.push_back(*found);
+    chosen.push_back({name, known.IdOf(name)});
   }
   return chosen;
 }
@@ -86,8 +85,9 @@ class Copying {
   // Refuses early what would drop commits from a branch of the target.
   Status CheckTargets(std::span<const Head> heads, std::span<const Head> actual) {
     if (m_options.replaceHeads) return {};
+    const HeadIndex there(actual);
     for (const Head& head : heads) {
-      const Id target = HeadOf(actual, head.name);
+      const Id target = there.IdOf(head.name);
       if (target.View().IsEmpty() || target == head.id) continue;
       const Result<bool> follows = IsAncestor(m_from, target, head.id);
       if (!follows) return follows.error();
@@ -138,10 +138,11 @@ class Copying {
 
   std::vector<HeadMove> MovesTo(std::span<const Head> actual, CopyReport& report) const {
     std::vector<HeadMove> moves;
+    const HeadIndex there(actual);
     for (const BranchReport& branch : report.source.branches) {
       if (branch.state != BranchState::Whole || branch.head.View().IsEmpty()) continue;
       report.heads.push_back({branch.name, branch.head});
-      const Id target = HeadOf(actual, branch.name);
+      const Id target = there.IdOf(branch.name);
       if (!(target == branch.head)) moves.push_back({branch.name, target, branch.head});
     }
     return moves;

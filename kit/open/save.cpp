@@ -30,11 +30,6 @@ std::vector<Head> BranchesOf(const IObjectsStorage& storage) {
   return branches;
 }
 
-bool HasBranch(std::span<const Head> heads, const std::string& name) {
-  return std::any_of(heads.begin(), heads.end(),
-                     [&name](const Head& head) { return head.name == name; });
-}
-
 /// Where a save takes the branches to be.
 struct SaveBase {
   std::vector<Head> heads;
@@ -59,9 +54,9 @@ class Saving {
     report.heads = BranchesOf(*m_repository.GetStorage());
     std::vector<HeadMove> moves = MovesOf(base, report.heads);
     // A save whose answer was lost may have moved the branch already.
-    std::erase_if(moves, [&actual](const HeadMove& move) {
-      return HeadOf(actual, move.name) == move.desired;
-    });
+    const HeadIndex there(actual);
+    std::erase_if(moves,
+                  [&there](const HeadMove& move) { return there.IdOf(move.name) == move.desired; });
     Status status = CheckMoves(moves, base, actual);
     if (status) status = WriteMissing(moves);
     if (status && m_opened != nullptr) FindUnsaved(*m_opened);
@@ -84,13 +79,15 @@ class Saving {
 
   static std::vector<HeadMove> MovesOf(const SaveBase& base, const std::vector<Head>& branches) {
     std::vector<HeadMove> moves;
+    const HeadIndex known(base.heads);
     for (const Head& branch : branches) {
-      const Id before = HeadOf(base.heads, branch.name);
+      const Id before = known.IdOf(branch.name);
       if (!(before == branch.id)) moves.push_back({branch.name, before, branch.id});
     }
     if (!base.removesBranches) return moves;
+    const HeadIndex present(branches);
     for (const Head& head : base.heads) {
-      if (head.id.View().IsEmpty() || HasBranch(branches, head.name)) continue;
+      if (head.id.View().IsEmpty() || present.Contains(head.name)) continue;
       moves.push_back({head.name, head.id, Id()});
     }
     return moves;
@@ -99,13 +96,14 @@ class Saving {
   // Refuses early what the store would refuse in the end.
   Status CheckMoves(const std::vector<HeadMove>& moves, const SaveBase& base,
                     const std::vector<Head>& actual) const {
+    const HeadIndex there(actual);
     for (const HeadMove& move : moves) {
       if (move.name.find('\0') != std::string::npos) {
         return MakeError(ErrorCode::BadName,
                          "cannot save branch " + Quoted(move.name) + ": its name has U+0000 in it",
                          move.name, "nothing was written");
       }
-      if (!(HeadOf(actual, move.name) == move.expected)) {
+      if (!(there.IdOf(move.name) == move.expected)) {
         return ConflictOf(moves, actual, move.name, "another save has moved it");
       }
       if (base.movesForwardOnly && !Follows(move)) {
@@ -176,6 +174,19 @@ Status CheckWhole(const HistoryReport& report, const std::vector<std::string>& a
   return {};
 }
 
+/// Adds the damaged branches that were left out and that a new one of their name replaces.
+void AddReplaced(OpenedState& opened, std::vector<Head>& heads) {
+  if (std::ranges::none_of(opened.report.branches, IsDamaged)) return;
+  const std::vector<Head> branches = BranchesOf(*opened.Storage());
+  const HeadIndex present(branches);
+  const HeadIndex known(opened.heads);
+  for (const BranchReport& branch : opened.report.branches) {
+    if (IsDamaged(branch) && present.Contains(branch.name) && !known.Contains(branch.name)) {
+      heads.push_back({branch.name, branch.head});
+    }
+  }
+}
+
 /// Keeps the name of the current branch. It is no part of the history, so a failure doesn't fail
 /// the save; the next one tries again.
 void SaveCurrentBranch(OpenedState& opened) {
@@ -194,15 +205,9 @@ Result<SaveReport> Save(OpenedRepository& repository, const SaveOptions& options
   }
   const Status whole = CheckWhole(opened.report, options.acceptDamaged);
   if (!whole) return whole.error();
-  // A damaged branch that was left out is replaced only by a new one of its name.
   SaveBase base;
   base.heads = opened.heads;
-  for (const Head& branch : BranchesOf(*opened.Storage())) {
-    const BranchReport* found = FindBranch(opened.report, branch.name);
-    if (found != nullptr && IsDamaged(*found) && !HasBranch(opened.heads, branch.name)) {
-      base.heads.push_back({found->name, found->head});
-    }
-  }
+  AddReplaced(opened, base.heads);
   Result<SaveReport> report =
       SaveRepeatedly(opened.repository, *opened.store, &opened, options.progress,
                      [&base](const std::vector<Head>&) -> const SaveBase& { return base; });

@@ -5,6 +5,7 @@
 #include <kit/open/statistics.h>
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 // Each object has the set of the branches that reach it. Histories fork and never join, so the set
@@ -51,9 +52,7 @@ class Counting {
     if (status) status = m_reporter.End();
     if (status) status = CountUnreferenced();
     if (!status) return status.error();
-    for (std::uint32_t branch = 0; branch < heads->size(); ++branch) {
-      m_result.branches.push_back(BranchTotals((*heads)[branch], branch));
-    }
+    m_result.branches = TotalsOf(*heads);
     return std::move(m_result);
   }
 
@@ -65,6 +64,7 @@ class Counting {
     std::uint32_t children = 0;
     std::uint32_t branches = NumberSets::kEmpty;
     std::uint64_t sizeBytes = 0;
+    std::uint64_t commits = 0;  // with those before it
   };
   /// An object that more branches reach than before.
   struct Step {
@@ -79,6 +79,17 @@ class Counting {
       if (!head.View().IsEmpty()) ++m_result.unreadable;
       return {};
     }
+    if (!m_commits.Contains(*key)) {
+      const Status status = ReadNewCommits(head);
+      if (!status) return status;
+    }
+    const std::uint32_t* index = m_commits.Find(*key);
+    if (index != nullptr && *index != kNone - 1) m_branchesAt[*index].push_back(branch);
+    return {};
+  }
+
+  // Reads from a head down to a commit that was read before.
+  Status ReadNewCommits(const Id& head) {
     CommitReader reader(m_store, head);
     std::uint32_t child = kNone;
     bool is_known = false;
@@ -96,10 +107,6 @@ class Counting {
         if (is_known) break;
       }
     }
-    const std::uint32_t* index = m_commits.Find(*key);
-    if (index == nullptr || *index == kNone - 1) return {};
-    Node& node = m_nodes[*index];
-    node.branches = m_sets.Union(node.branches, m_sets.Make({branch}));
     return {};
   }
 
@@ -126,6 +133,7 @@ class Counting {
   }
 
   Status CountContents() {
+    for (auto& [index, branches] : m_branchesAt) m_nodes[index].branches = m_sets.Make(branches);
     // Children before parents.
     std::vector<std::uint32_t> order;
     order.reserve(m_nodes.size());
@@ -141,7 +149,8 @@ class Counting {
     }
     Status status;
     for (std::size_t at = order.size(); status && at-- > 0;) {
-      const Node& node = m_nodes[order[at]];
+      Node& node = m_nodes[order[at]];
+      node.commits = 1 + (node.parent == kNone ? 0 : m_nodes[node.parent].commits);
       Move(NumberSets::kEmpty, node.branches, node.sizeBytes);
       if (!node.hasRoot) continue;
       Reach(m_trees, node.root, node.branches, m_pendingTrees);
@@ -256,19 +265,21 @@ class Counting {
     return m_reporter.End();
   }
 
-  BranchStatistics BranchTotals(const Head& head, std::uint32_t branch) {
-    BranchStatistics result;
-    result.name = head.name;
+  std::vector<BranchStatistics> TotalsOf(const std::vector<Head>& heads) const {
+    std::vector<BranchStatistics> totals(heads.size());
+    for (std::size_t branch = 0; branch < heads.size(); ++branch) {
+      totals[branch].name = heads[branch].name;
+    }
+    for (const auto& [index, branches] : m_branchesAt) {
+      for (const std::uint32_t branch : branches) totals[branch].commits = m_nodes[index].commits;
+    }
     for (std::uint32_t set = 0; set < m_totals.size(); ++set) {
       const std::span<const std::uint32_t> branches = m_sets.Numbers(set);
-      if (!std::ranges::binary_search(branches, branch)) continue;
-      Add(branches.size() == 1 ? result.own : result.shared, m_totals[set]);
+      for (const std::uint32_t branch : branches) {
+        Add(branches.size() == 1 ? totals[branch].own : totals[branch].shared, m_totals[set]);
+      }
     }
-    const std::optional<ObjectKey> key = KeyOf(head.id);
-    const std::uint32_t* index = key ? m_commits.Find(*key) : nullptr;
-    std::uint32_t at = index == nullptr || *index >= m_nodes.size() ? kNone : *index;
-    for (; at != kNone; at = m_nodes[at].parent) ++result.commits;
-    return result;
+    return totals;
   }
 
   IObjectStore& m_store;
@@ -276,8 +287,9 @@ class Counting {
   StoreStatistics m_result;
   NumberSets m_sets;  // of branches
   std::vector<Node> m_nodes;
-  IdMap m_commits;  // indexes of nodes
-  IdMap m_trees;    // sets of branches
+  std::map<std::uint32_t, std::vector<std::uint32_t>> m_branchesAt;  // by index of the head's node
+  IdMap m_commits;                                                   // indexes of nodes
+  IdMap m_trees;                                                     // sets of branches
   IdMap m_blobs;
   std::vector<Step> m_pendingTrees;
   std::vector<Step> m_pendingBlobs;

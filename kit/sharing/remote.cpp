@@ -106,18 +106,20 @@ Result<FetchReport> Remote::FetchOnce(IObjectStore& local, const FetchOptions& o
   Status status = transfer.Run(IdsOf(*heads), IdsOf(*known));
   if (!status) return status.error();
   FetchReport report;
+  const HeadIndex known_here(*known);
   for (const Head& head : *heads) {
     const std::string name = GetLocalBranch(head.name);
-    const Id before = HeadOf(*known, name);
+    const Id before = known_here.IdOf(name);
     if (!(before == head.id)) report.moves.push_back({name, before, head.id});
   }
   status = BeginBranch(local, *known);
   if (!status) return status.error();
   const std::string prefix = GetLocalBranch({});
+  const HeadIndex there(*heads);
   for (const Head& head : *known) {
     if (!options.removesGone || !head.name.starts_with(prefix)) continue;
     const std::string name = head.name.substr(prefix.size());
-    if (is_wanted(name) && HeadOf(*heads, name).View().IsEmpty()) {
+    if (is_wanted(name) && there.IdOf(name).View().IsEmpty()) {
       report.moves.push_back({head.name, head.id, Id()});
     }
   }

@@ -41,6 +41,15 @@ bool ReplacesHead(WorkspaceState& state, const Version& head, const NewVersion& 
          head.branches.size() == 1 && head.tags.empty();
 }
 
+/// Returns true if `now` isn't before `then`, and not more than `window` later. Any times will do.
+bool IsWithin(std::chrono::seconds window, std::chrono::sys_seconds then,
+              std::chrono::sys_seconds now) {
+  if (now < then || window < std::chrono::seconds(0)) return false;
+  const auto age = static_cast<std::uint64_t>(now.time_since_epoch().count()) -
+                   static_cast<std::uint64_t>(then.time_since_epoch().count());
+  return age <= static_cast<std::uint64_t>(window.count());
+}
+
 /// Takes the head off the branch, for a gesture that has come back to the files it began with.
 Result<MadeVersion> TakeOff(WorkspaceState& state, const cow_ptr<Commit>& before,
                             const Progress& progress) {
@@ -107,9 +116,8 @@ Result<MadeVersion> Workspace::Checkpoint(std::string_view label, std::string_vi
     version.message.annotations.isCheckpoint = true;
     version.message.annotations.gesture = gesture;
     if (version.parent && m_state->lastCheckpoint) {
-      const std::chrono::seconds age = now - m_state->lastCheckpoint->time;
-      const bool is_recent = age >= std::chrono::seconds(0) && age <= options.window;
-      if (is_recent && ReplacesHead(*m_state, m_state->VersionOf(version.parent), version)) {
+      if (IsWithin(options.window, m_state->lastCheckpoint->time, now) &&
+          ReplacesHead(*m_state, m_state->VersionOf(version.parent), version)) {
         const cow_ptr<TalVcs::Commit> before = version.parent->GetParent();
         const bool is_back = version.tree->GetId() == RootOf(before)->GetId();
         if (is_back && before) return TakeOff(*m_state, before, options.progress);

@@ -11,17 +11,28 @@ Id HeadOf(std::span<const Head> heads, std::string_view name) {
   return found == heads.end() ? Id() : found->id;
 }
 
+HeadIndex::HeadIndex(std::span<const Head> heads) {
+  m_heads.reserve(heads.size());
+  for (const Head& head : heads) m_heads.try_emplace(head.name, &head);
+}
+
+Id HeadIndex::IdOf(std::string_view name) const {
+  const auto found = m_heads.find(name);
+  return found == m_heads.end() ? Id() : found->second->id;
+}
+
 Status MoveHeadsSurely(IObjectStore& store, std::span<const HeadMove> moves) {
   Status status = store.MoveHeads(moves);
   if (status || status.error().code != ErrorCode::Unknown) return status;
   const Result<std::vector<Head>> actual = store.Heads();
   if (!actual) return status;
+  const HeadIndex heads(*actual);
   const bool moved = std::all_of(moves.begin(), moves.end(), [&](const HeadMove& move) {
-    return HeadOf(*actual, move.name) == move.desired;
+    return heads.IdOf(move.name) == move.desired;
   });
   if (moved) return {};
   const bool unmoved = std::all_of(moves.begin(), moves.end(), [&](const HeadMove& move) {
-    return HeadOf(*actual, move.name) == move.expected;
+    return heads.IdOf(move.name) == move.expected;
   });
   if (!unmoved) return status;
   Error error = std::move(status).error();
@@ -34,7 +45,8 @@ Error ConflictOf(std::span<const HeadMove> moves, std::span<const Head> actual,
                  const std::string& name, const std::string& why) {
   Error error = MakeError(ErrorCode::Conflict, "cannot move branch " + Quoted(name) + ": " + why,
                           name, "no branch was moved");
-  for (const HeadMove& move : moves) error.heads.push_back({move.name, HeadOf(actual, move.name)});
+  const HeadIndex heads(actual);
+  for (const HeadMove& move : moves) error.heads.push_back({move.name, heads.IdOf(move.name)});
   return error;
 }
 

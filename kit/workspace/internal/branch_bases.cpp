@@ -100,15 +100,17 @@ class BranchSets {
 }  // namespace
 
 Result<std::vector<Index>> FindBranchBases(const HistoryGraph& graph, Reporter& reporter) {
-  BranchSets sets(graph.Branches().size());
-  std::vector<SetNumber> set_of(graph.Count());
+  // Branches with one head are in the same sets and count as one.
   std::vector<bool> is_head(graph.Count());
-  for (std::size_t i = 0; i < graph.Branches().size(); ++i) {
-    const HistoryGraph::Branch& branch = graph.Branches()[i];
-    if (branch.isTag) continue;
+  std::vector<Index> heads;
+  for (const HistoryGraph::Branch& branch : graph.Branches()) {
+    if (branch.isTag || is_head[branch.head]) continue;
     is_head[branch.head] = true;
-    set_of[branch.head] = sets.WithBranch(set_of[branch.head], i);
+    heads.push_back(branch.head);
   }
+  BranchSets sets(heads.size());
+  std::vector<SetNumber> set_of(graph.Count());
+  for (std::size_t i = 0; i < heads.size(); ++i) set_of[heads[i]] = sets.WithBranch(0, i);
   const Followers followers(graph.Nodes(), graph.Merges());
   std::vector<Index> bases;
   std::vector<SetNumber> after;

@@ -161,16 +161,19 @@ Status Draft::CheckPlace(const std::string& path, bool replacesFolder) {
   return {};
 }
 
-bool Draft::LeadsThroughFile(const std::string& path) const {
-  bool is_in_tree = true;
-  for (std::size_t end = path.find('/'); end != path.npos; end = path.find('/', end + 1)) {
-    const std::string parent = path.substr(0, end);
-    const auto found = m_files.find(parent);
+bool Draft::LeadsThroughFile(std::string_view path) const {
+  cow_ptr<Tree> folder = m_tree;  // null below what the tree lacks
+  std::size_t begin = 0;
+  for (std::size_t end = path.find('/'); end != path.npos; end = path.find('/', begin)) {
+    const auto found = m_files.find(path.substr(0, end));
     if (found != m_files.end() && found->second.blob) return true;
-    if (found != m_files.end() || !is_in_tree) continue;
-    const Slot slot = SlotAt(*m_tree, ToWide(parent));
-    if (slot.kind == Slot::Kind::File) return true;
-    is_in_tree = slot.kind == Slot::Kind::Folder;
+    if (folder) {
+      const WideString name = ToWide(path.substr(begin, end - begin));
+      const Slot slot = SlotAt(*folder, name);
+      if (slot.kind == Slot::Kind::File && found == m_files.end()) return true;
+      folder = slot.kind == Slot::Kind::Folder ? folder->GetLocalTree(name) : nullptr;
+    }
+    begin = end + 1;
   }
   return false;
 }

@@ -46,7 +46,7 @@ class Draft {
 
   void Flush();
   Status CheckPlace(const std::string& path, bool replacesFolder);
-  bool LeadsThroughFile(const std::string& path) const;
+  bool LeadsThroughFile(std::string_view path) const;
   bool IsFolder(const std::string& path) const;
 
   IRepository* m_repository;

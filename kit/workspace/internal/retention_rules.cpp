@@ -113,7 +113,8 @@ class Choice {
     using std::chrono::days;
     using std::chrono::floor;
     using std::chrono::hours;
-    const bool is_recent = time > m_rule.GetTime() - days(1);
+    // A version's time has 32 bits, the rule's may be any.
+    const bool is_recent = time + days(1) > m_rule.GetTime();
     return {is_recent, is_recent ? floor<hours>(time).time_since_epoch().count()
                                  : floor<days>(time).time_since_epoch().count()};
   }
