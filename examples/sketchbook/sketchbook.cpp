@@ -110,8 +110,8 @@ void Save(Kit::Workspace& sketch, const std::string& message) {
   auto saved = sketch.Commit(message);
   while (!saved && saved.error().code == Kit::ErrorCode::HeadMoved) {
     const Kit::MergePreview preview = sketch.PreviewReload().value();
-    sketch.Reload(Decide(preview)).value();
-    saved = sketch.Commit(message);
+    // If the branch has moved again since the preview, look again.
+    if (sketch.Reload(Decide(preview)).ok()) saved = sketch.Commit(message);
   }
   (void)saved.value();
 }

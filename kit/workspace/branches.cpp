@@ -70,20 +70,20 @@ Status RemoveHead(WorkspaceState& state, std::string_view kind, std::string_view
 /// out.
 class CheckedOut {
  public:
-  CheckedOut(Repository& repository, const WideString& branch)
-      : m_repository(repository), m_before(repository.GetCurentBranch()) {
-    m_repository.Checkout(branch);
+  CheckedOut(WorkspaceState& state, const WideString& branch)
+      : m_state(state), m_before(state.GetRepository().GetCurentBranch()) {
+    m_state.GetRepository().Checkout(branch);
   }
   CheckedOut(const CheckedOut&) = delete;
   CheckedOut& operator=(const CheckedOut&) = delete;
   ~CheckedOut() {
-    if (!m_isKept) m_repository.Checkout(m_before);
+    if (!m_isKept) m_state.PutBack({}, std::move(m_before));
   }
 
   void Keep() noexcept { m_isKept = true; }
 
  private:
-  Repository& m_repository;
+  WorkspaceState& m_state;
   WideString m_before;
   bool m_isKept = false;
 };
@@ -126,7 +126,7 @@ Status Workspace::Switch(std::string_view branch) {
     const Result<cow_ptr<TalVcs::Commit>> head = m_state->FindBranch(branch);
     if (!head) return head.error();
     cow_ptr<Tree> files = RootOf(*head);
-    CheckedOut checked_out(m_state->GetRepository(), ToWide(branch));
+    CheckedOut checked_out(*m_state, ToWide(branch));
     const Result<SaveReport> saved = Save(m_state->opened);
     if (!saved) return saved.error();
     checked_out.Keep();

@@ -95,6 +95,18 @@ Status MakePending(WorkspaceState& state, const Snapshot& theirs, const Snapshot
   return {};
 }
 
+/// Refuses decisions that were made about another head: they would take back what has come since.
+Status CheckSeen(const WorkspaceState& state, const HeadMap& actual, const Decisions& decisions) {
+  const std::string branch = ToUtf8(state.opened.GetRepository().GetCurentBranch());
+  const Id head = HeadIn(actual, branch);
+  if (decisions.empty() || !state.previewed || *state.previewed == head) return {};
+  Error error = WorkspaceError(
+      ErrorCode::HeadMoved,
+      "cannot reload: branch \"" + branch + "\" has moved again since the preview", branch);
+  error.heads = {{branch, head}};
+  return error;
+}
+
 /// Reports what somebody else has moved since the observer was last called.
 void Report(WorkspaceState& state, const HeadMap& before, const HeadMap& after) {
   HeadMap all = before;
@@ -127,6 +139,7 @@ Result<MergePreview> Workspace::PreviewReload(const PreviewOptions& options) con
     preview.action = MergeAction::Reload;
     preview.branch = m_state->GetBranch();
     preview.head = HeadIn(*actual, preview.branch);
+    m_state->previewed = preview.head;
     const MergePlan& plan = reloading->plan;
     preview.changes = FilesChanged(m_state->draft.GetTree(), plan.WithoutConflicts());
     preview.conflicts = plan.GetConflicts();
@@ -141,6 +154,8 @@ Status Workspace::Reload(const Decisions& decisions, const PreviewOptions& optio
     const Result<HeadMap> actual = ActualHeads(*m_state->store);
     if (!actual) return actual.error();
     if (*actual == before && decisions.empty()) return {};
+    const Status seen = CheckSeen(*m_state, *actual, decisions);
+    if (!seen) return seen;
     const HeadMap observed = m_state->observed.value_or(before);
     const Result<Reloading> reloading = Prepare(*m_state, *actual, options.progress);
     if (!reloading) return reloading.error();

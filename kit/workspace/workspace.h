@@ -216,7 +216,8 @@ class TALVCS_KIT_API Workspace {
   Result<bool> IsBehind() const;
   /// Return what `Reload` would do with the pending edits, and take over what others saved. Pending
   /// edits are *ours*, the branch's new head is *theirs*. If the branch is gone, all files are
-  /// pending.
+  /// pending. Decisions belong to the last preview: if the branch has moved again since, `Reload`
+  /// fails with `HeadMoved`, because they would take back what they don't know of. Preview again.
   Result<MergePreview> PreviewReload(const PreviewOptions& options = {}) const;
   Status Reload(const Decisions& decisions = {}, const PreviewOptions& options = {});
 

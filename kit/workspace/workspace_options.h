@@ -81,7 +81,9 @@ struct LogOptions {
   /// Begin with this version and go on with those before it, instead of a branch. Empty: see
   /// `branch`.
   Id from = {};
-  /// Versions of all branches and tags, by their time. `branch` and `from` don't count then.
+  /// Versions of all branches and tags, by their time. `branch` and `from` don't count then. Of
+  /// versions of one second, and of those of clocks that were put back, a version may come before
+  /// one that follows it. Each page reads the versions of the pages before it.
   bool allBranches = false;
   /// A file or folder that they changed. Empty: everything.
   std::string path = {};

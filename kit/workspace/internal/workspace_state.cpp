@@ -5,6 +5,7 @@
 #include <kit/workspace/internal/workspace_state.h>
 
 #include <algorithm>
+#include <new>
 
 namespace TalVcs::Kit {
 
@@ -16,45 +17,15 @@ constexpr std::int64_t kTicksOfMinute = 600000000;
 // some ten kilobytes for each save.
 constexpr int kMostSavesInMemory = 100;
 
-/// Where a branch was before an operation, to be put back.
-class FormerBranch {
- public:
-  FormerBranch(IObjectsStorage& storage, WideString name)
-      : m_storage(storage),
-        m_name(std::move(name)),
-        m_existed(storage.BranchExist(m_name)),
-        m_head(m_existed ? storage.GetHead(m_name) : nullptr) {}
-
-  Id GetId() const { return m_head ? m_head->GetId() : Id(); }
-  const WideString& GetName() const { return m_name; }
-
-  void Set(const cow_ptr<Commit>& head) const {
-    m_storage.RemoveBranch(m_name);
-    if (head) m_storage.CreateBranch(m_name, head);
-  }
-  void PutBack() const {
-    m_storage.RemoveBranch(m_name);
-    if (m_existed) m_storage.CreateBranch(m_name, m_head);
-  }
-
- private:
-  IObjectsStorage& m_storage;
-  WideString m_name;
-  bool m_existed;
-  cow_ptr<Commit> m_head;
-};
-
 /// Puts branches back at its end unless the operation has succeeded, also when a callback of the
 /// host throws.
 class Rollback {
  public:
-  explicit Rollback(Repository& repository) : m_repository(repository) {}
+  explicit Rollback(WorkspaceState& state) : m_state(state) {}
   Rollback(const Rollback&) = delete;
   Rollback& operator=(const Rollback&) = delete;
   ~Rollback() {
-    if (m_isDone) return;
-    for (const FormerBranch& branch : m_branches) branch.PutBack();
-    m_repository.UpdateStorage();
+    if (!m_isDone) m_state.PutBack(std::move(m_branches), std::nullopt);
   }
 
   void Add(FormerBranch branch) { m_branches.push_back(std::move(branch)); }
@@ -62,7 +33,7 @@ class Rollback {
   const std::vector<FormerBranch>& GetBranches() const noexcept { return m_branches; }
 
  private:
-  Repository& m_repository;
+  WorkspaceState& m_state;
   std::vector<FormerBranch> m_branches;
   bool m_isDone = false;
 };
@@ -113,6 +84,21 @@ Error NoSuch(std::string_view kind, std::string_view name) {
 
 }  // namespace
 
+FormerBranch::FormerBranch(IObjectsStorage& storage, WideString name)
+    : m_name(std::move(name)),
+      m_existed(storage.BranchExist(m_name)),
+      m_head(m_existed ? storage.GetHead(m_name) : nullptr) {}
+
+void FormerBranch::Set(IObjectsStorage& storage, const cow_ptr<Commit>& head) const {
+  storage.RemoveBranch(m_name);
+  if (head) storage.CreateBranch(m_name, head);
+}
+
+void FormerBranch::PutBack(IObjectsStorage& storage) const {
+  storage.RemoveBranch(m_name);
+  if (m_existed) storage.CreateBranch(m_name, m_head);
+}
+
 Version DescribeCommit(const Commit& commit) {
   AnnotatedMessage text = ParseDescription(ToUtf8(commit.GetDesciption()));
   Version version;
@@ -149,6 +135,32 @@ WorkspaceState::WorkspaceState(std::shared_ptr<IObjectStore> objects, OpenedRepo
       options(wishes),
       base(RootOf(GetHead())),
       draft(GetRepository(), base) {}
+
+Repository& WorkspaceState::GetRepository() {
+  Repository& repository = opened.GetRepository();
+  if (formerBranches.empty() && !formerCurrent) return repository;
+  for (const FormerBranch& branch : formerBranches) branch.PutBack(*repository.GetStorage());
+  if (formerCurrent) repository.Checkout(*formerCurrent);
+  formerBranches.clear();
+  formerCurrent.reset();
+  repository.UpdateStorage();
+  return repository;
+}
+
+void WorkspaceState::PutBack(std::vector<FormerBranch> branches,
+                             std::optional<WideString> current) noexcept {
+  formerBranches = std::move(branches);
+  formerCurrent = std::move(current);
+#ifdef __cpp_exceptions
+  try {
+    GetRepository();
+  } catch (const std::bad_alloc&) {
+    // Is done when memory suffices.
+  }
+#else
+  GetRepository();
+#endif
+}
 
 OnDemandStorage& WorkspaceState::GetStorage() {
   return static_cast<OnDemandStorage&>(*GetRepository().GetStorage());
@@ -233,11 +245,13 @@ Result<cow_ptr<Commit>> WorkspaceState::Make(const NewVersion& version) {
 
 Status WorkspaceState::MoveBranches(const std::vector<BranchMove>& moves,
                                     const cow_ptr<Tree>& files, const Progress& progress) {
-  Rollback rollback(GetRepository());
+  Rollback rollback(*this);
   for (const BranchMove& move : moves) {
     rollback.Add(FormerBranch(GetStorage(), ToWide(move.name)));
   }
-  for (std::size_t i = 0; i < moves.size(); ++i) rollback.GetBranches()[i].Set(moves[i].to);
+  for (std::size_t i = 0; i < moves.size(); ++i) {
+    rollback.GetBranches()[i].Set(GetStorage(), moves[i].to);
+  }
   const Result<SaveReport> saved = Save(opened, {.progress = progress});
   if (!saved) return ErrorOfSave(saved.error());
   rollback.Dismiss();
@@ -265,7 +279,7 @@ Status WorkspaceState::TakeOver(const std::vector<HeadMove>& moves) {
       if (!found) return std::move(found).error();
       head = *std::move(found);
     }
-    FormerBranch(GetStorage(), ToWide(move.name)).Set(head);
+    FormerBranch(GetStorage(), ToWide(move.name)).Set(GetStorage(), head);
     std::erase_if(saved, [&move](const Head& branch) { return branch.name == move.name; });
     const auto place = std::ranges::lower_bound(saved, move.name, {}, &Head::name);
     if (head) saved.insert(place, {move.name, move.desired});

@@ -57,14 +57,34 @@ using NamesOfIds = std::unordered_multimap<Id, std::string>;
 /// Heads by the name of their branch.
 using HeadMap = std::map<std::string, Id>;
 
+/// Where a branch was before an operation, to be put back.
+class FormerBranch {
+ public:
+  FormerBranch(IObjectsStorage& storage, WideString name);
+
+  Id GetId() const { return m_head ? m_head->GetId() : Id(); }
+  /// Moves the branch, or removes it for null.
+  void Set(IObjectsStorage& storage, const cow_ptr<Commit>& head) const;
+  void PutBack(IObjectsStorage& storage) const;
+
+ private:
+  WideString m_name;
+  bool m_existed;
+  cow_ptr<Commit> m_head;
+};
+
 /// What a workspace consists of. The repository holds what is in the store and nothing else between
 /// two operations: each saves what it made, or takes it back.
 struct WorkspaceState {
   WorkspaceState(std::shared_ptr<IObjectStore> objects, OpenedRepository repository,
                  const WorkspaceOptions& wishes);
 
-  Repository& GetRepository() { return opened.GetRepository(); }
+  /// Returns the repository. Puts back first what an operation couldn't for want of memory.
+  Repository& GetRepository();
   OnDemandStorage& GetStorage();
+  /// Undoes an operation that has failed, also while memory is short: the next call of
+  /// `GetRepository` then goes on.
+  void PutBack(std::vector<FormerBranch> branches, std::optional<WideString> current) noexcept;
   std::string GetBranch();
   /// Returns the head of the current branch, or null. It may be read.
   cow_ptr<Commit> GetHead();
@@ -103,6 +123,9 @@ struct WorkspaceState {
 
   std::shared_ptr<IObjectStore> store;
   OpenedRepository opened;
+  /// What is yet to be put back.
+  std::vector<FormerBranch> formerBranches;
+  std::optional<WideString> formerCurrent;
   WorkspaceOptions options;
   cow_ptr<Tree> base;  // the files of the head, never null
   Draft draft;
@@ -112,6 +135,8 @@ struct WorkspaceState {
   std::function<void(const Workspace::Move&)> observer;
   /// The heads of the store that the observer knows of; none as long as they are the known ones.
   std::optional<HeadMap> observed;
+  /// The head of the current branch that the last preview of a reload was made for.
+  std::optional<Id> previewed;
 };
 
 /// Returns a commit as a host sees it, without the names of branches.

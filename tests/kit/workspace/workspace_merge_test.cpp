@@ -379,6 +379,26 @@ TEST_F(WorkspaceMerge, ReloadAsksAboutConflictsAndChangesNothingBefore) {
   EXPECT_EQ(FilesOf(workspace), (FileTexts{{"a", "both"}, {"b", "theirs"}}));
 }
 
+// Decisions about an older head took back what was saved after the preview.
+TEST_F(WorkspaceMerge, ReloadRefusesDecisionsAboutAnOlderHead) {
+  CommitFiles({{"a", "1"}}, "base");
+  Kit::Workspace other = OpenAgain();
+  CommitFiles(other, {{"a", "theirs"}}, "theirs");
+  workspace.Write("a", "mine").value();
+  ASSERT_EQ(workspace.PreviewReload()->conflicts.size(), 1u);
+  const Kit::Version later = CommitFiles(other, {{"a", "theirs, later"}}, "later");
+  const Kit::Decisions decisions{{"a", Decision::Content("theirs, mine")}};
+  const Kit::Status refused = workspace.Reload(decisions);
+  ASSERT_THAT(refused, FailsWith(ErrorCode::HeadMoved));
+  EXPECT_THAT(refused.error().heads, ElementsAre(Kit::Head{"master", later.id}));
+  EXPECT_EQ(FilesOf(workspace), (FileTexts{{"a", "mine"}}));
+  ASSERT_EQ(workspace.PreviewReload()->conflicts.front().theirs.content->text(), "theirs, later");
+  workspace.Reload({{"a", Decision::Content("theirs, later, mine")}}).value();
+  workspace.Commit("mine").value();
+  EXPECT_EQ(FilesOf(OpenAgain()), (FileTexts{{"a", "theirs, later, mine"}}));
+  EXPECT_THAT(Summaries(OpenAgain()), ElementsAre("mine", "later", "theirs", "base"));
+}
+
 TEST_F(WorkspaceMerge, ReloadOfABranchThatIsGoneKeepsAllFilesPending) {
   CommitFiles({{"a", "1"}}, "base");
   workspace.CreateBranch("topic").value();
