@@ -119,7 +119,9 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookAt(const ObjectKe
   return m_files.Damage(place.pack, "the record of object " + HexFromKey(key) + " is damaged");
 }
 
+// What memory doesn't suffice for is loaded by the next call.
 void PackedObjects::Load() {
+  m_loaded = false;
   m_tail.clear();
   m_tailBytes = 0;
   m_synced = PackPlace();
@@ -203,7 +205,9 @@ bool PackedObjects::CatchUp() {
     }
   }
   const PackPlace before = m_end;
+  m_loaded = false;
   ScanOn();
+  m_loaded = true;
   // Others have written many records, and an index of them.
   if (m_tail.size() > 2 * std::max(m_tailAfterLoad, kMostTailRecords)) Load();
   return m_end != before;
@@ -234,6 +238,7 @@ Status PackedObjects::Append(std::span<const Entry> entries) {
   std::string records;
   std::size_t first = 0;
   Status status;
+  m_loaded = false;
   for (std::size_t index = 0; status && index < entries.size(); ++index) {
     AppendPackRecord(records, entries[index].key, entries[index].encoded);
     if (records.size() < kPieceBytes && index + 1 < entries.size()) continue;
@@ -242,10 +247,9 @@ Status PackedObjects::Append(std::span<const Entry> entries) {
     first = index + 1;
   }
   if (status) status = Sync();
-  if (status) return status;
+  m_loaded = status.ok();
   // What the medium may not have must not be found.
-  if (m_end.pack == before.pack) m_files.CutOff(before.pack, before.offset);
-  m_loaded = false;
+  if (!status && m_end.pack == before.pack) m_files.CutOff(before.pack, before.offset);
   return status;
 }
 

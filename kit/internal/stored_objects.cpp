@@ -146,23 +146,36 @@ StoredObjects::Encoded StoredObjects::Encode(const StoredObject& object) {
   return header && encoded.size() <= most ? encoded : Encoded();
 }
 
+/// Forgets what a write had in hand. Unless it has succeeded, nothing that it encoded may become a
+/// base. Both also when memory runs out.
+struct StoredObjects::Writing {
+  explicit Writing(StoredObjects& of) : objects(of) {}
+  Writing(const Writing&) = delete;
+  Writing& operator=(const Writing&) = delete;
+  ~Writing() {
+    if (!isDone) objects.m_encoded.Clear();
+    objects.ForgetPending();
+  }
+
+  StoredObjects& objects;
+  bool isDone = false;
+};
+
 Status StoredObjects::Write(std::span<const StoredObject> objects) {
+  Writing writing(*this);
   Status status;
   for (const StoredObject& object : objects) {
     if (status) status = WriteOne(object);
   }
   if (status) status = Flush();
-  if (status) {
-    m_packs.WriteIndexIfDue();
-  } else {
-    // Nothing that wasn't written may become a base.
-    m_encoded.Clear();
-  }
-  ForgetPending();
+  if (status) m_packs.WriteIndexIfDue();
+  writing.isDone = status.ok();
   return status;
 }
 
 Status StoredObjects::Replace(std::span<const StoredObject> objects) {
+  // What was read before may come from what is replaced, so nothing of it stays.
+  const Writing writing(*this);
   Status status;
   for (const StoredObject& object : objects) {
     // Without a base: the one that the object had may be what is damaged.
@@ -171,9 +184,6 @@ Status StoredObjects::Replace(std::span<const StoredObject> objects) {
     }
   }
   if (status) status = Flush();
-  // What was read before may come from what was replaced.
-  m_encoded.Clear();
-  ForgetPending();
   return status;
 }
 

@@ -68,6 +68,7 @@ class StoredObjects {
   Encoded Encode(const StoredObject& object);
   Status Flush();
   void ForgetPending();
+  struct Writing;
   Status WriteOne(const StoredObject& object);
   Status Put(const StoredObject& object);
   Status NamePacks();

@@ -162,13 +162,15 @@ void GoOn(Day& day, const Step& step, const std::string& before) {
   if (!has_happened) step(day);
 }
 
-TEST(FailingAllocationsOfWorkspaces, InterruptedOperationHappensOrNot) {
+/// Lives through as many days, in each of which memory is short once.
+void LiveWithFailingAllocations(FailingAllocation::Kind kind, std::size_t days) {
   const std::string expected = Undisturbed();
   const std::size_t begin = AllocationsMade();
   Undisturbed();
   const std::size_t all = AllocationsMade() - begin;
   const char* wish = std::getenv("TALVCS_FAULTS_STRIDE");
-  const std::size_t stride = wish != nullptr ? std::strtoull(wish, nullptr, 10) : all / Scaled(150);
+  const std::size_t stride =
+      wish != nullptr ? std::strtoull(wish, nullptr, 10) : all / Scaled(days);
   const std::size_t offset = std::random_device()() % stride;
   std::cout << "every " << stride << "th of " << all << " allocations, from " << offset << '\n';
   int failures = 0;
@@ -185,7 +187,7 @@ TEST(FailingAllocationsOfWorkspaces, InterruptedOperationHappensOrNot) {
         bool threw = false;
         {
           const std::size_t made = AllocationsMade();
-          const FailingAllocation fault(has_fired ? SIZE_MAX : left);
+          const FailingAllocation fault(has_fired ? SIZE_MAX : left, kind);
           try {
             step(day);
           } catch (const std::bad_alloc&) {
@@ -204,7 +206,16 @@ TEST(FailingAllocationsOfWorkspaces, InterruptedOperationHappensOrNot) {
     }
     EXPECT_EQ(LiveBlocks(), live) << "something leaks";
   }
-  EXPECT_GT(failures, static_cast<int>(Scaled(100)));
+  EXPECT_GT(failures, static_cast<int>(Scaled(days) * 2 / 3));
+}
+
+TEST(FailingAllocationsOfWorkspaces, InterruptedOperationHappensOrNot) {
+  LiveWithFailingAllocations(FailingAllocation::Kind::One, 150);
+}
+
+// What takes an operation back must not need memory that isn't there.
+TEST(FailingAllocationsOfWorkspaces, LastingShortageEndsNoProgram) {
+  LiveWithFailingAllocations(FailingAllocation::Kind::Lasting, 100);
 }
 
 /// Lives through a day in which one call of the store fails. Returns whether there were so many.

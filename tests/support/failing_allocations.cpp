@@ -12,6 +12,7 @@ namespace {
 enum class Fault { None, Armed, Fired };
 
 thread_local Fault fault = Fault::None;
+thread_local bool is_lasting = false;
 thread_local std::size_t allocations_left = 0;
 thread_local std::size_t allocations_made = 0;
 std::atomic<std::ptrdiff_t> live_blocks = 0;
@@ -26,6 +27,7 @@ std::ptrdiff_t SizeOf([[maybe_unused]] void* memory) noexcept {
 }
 
 bool HasToFail() noexcept {
+  if (fault == Fault::Fired && is_lasting) return true;
   if (fault != Fault::Armed) return false;
   if (allocations_left > 0) {
     --allocations_left;
@@ -76,8 +78,9 @@ void operator delete[](void* memory, const std::nothrow_t&) noexcept { Free(memo
 
 namespace TalVcs::Testing {
 
-FailingAllocation::FailingAllocation(std::size_t passed) noexcept {
+FailingAllocation::FailingAllocation(std::size_t passed, Kind kind) noexcept {
   allocations_left = passed;
+  is_lasting = kind == Kind::Lasting;
   fault = Fault::Armed;
 }
 

@@ -6,11 +6,13 @@
 namespace TalVcs::Testing {
 
 /// While it lives, lets one allocation of this thread fail with `std::bad_alloc`, after `passed`
-/// others have succeeded. A program that uses it links failing_allocations.cpp, which
-/// replaces the global operator new.
+/// others have succeeded, or that one and all that follow. A program that uses it links
+/// failing_allocations.cpp, which replaces the global operator new.
 class FailingAllocation {
  public:
-  explicit FailingAllocation(std::size_t passed) noexcept;
+  enum class Kind { One, Lasting };
+
+  explicit FailingAllocation(std::size_t passed, Kind kind = Kind::One) noexcept;
   FailingAllocation(const FailingAllocation&) = delete;
   FailingAllocation& operator=(const FailingAllocation&) = delete;
   ~FailingAllocation();
