@@ -9,7 +9,9 @@
 #include <cerrno>
 #include <cstring>
 #include <span>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 namespace Tal {
 namespace {
@@ -61,6 +63,18 @@ mode_t ModeOf(const struct stat& replaced, FileKind kind) {
   const mode_t mode = replaced.st_mode & 07777U;
   if (kind == FileKind::Executable) return mode | ((mode & 0444U) >> 2U);
   return mode & ~static_cast<mode_t>(0111);
+}
+
+/// Removes a folder with the folders inside, of which only those go that hold no file.
+void RemoveEmptyFolders(const std::filesystem::path& top) {
+  std::vector<std::filesystem::path> folders{top};
+  std::error_code error;
+  std::filesystem::recursive_directory_iterator at(top, error);
+  for (; !error && at != std::filesystem::recursive_directory_iterator(); at.increment(error)) {
+    if (at->symlink_status(error).type() == std::filesystem::file_type::directory)
+      folders.push_back(at->path());
+  }
+  for (; !folders.empty(); folders.pop_back()) rmdir(folders.back().c_str());
 }
 
 }  // namespace
@@ -162,7 +176,15 @@ void Folder::Write(const std::string& path, const TalVcs::Buffer& bytes, FileKin
       fchmod(file.Get(), ModeOf(status, kind));
     if (!WriteAll(file.Get(), bytes) || !file.Close()) fail(errno);
   }
-  if (renameat(store.Get(), kIncoming, parent.folder.Get(), parent.name.c_str()) != 0) fail(errno);
+  const auto move = [&] {
+    return renameat(store.Get(), kIncoming, parent.folder.Get(), parent.name.c_str()) == 0;
+  };
+  if (move()) return;
+  if (errno == EISDIR) {
+    RemoveEmptyFolders(m_top / path);
+    if (move()) return;
+  }
+  fail(errno);
 }
 
 void Folder::Remove(const std::string& path) const {

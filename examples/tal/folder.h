@@ -73,8 +73,9 @@ class Folder {
 
   /// Returns true if the history holds a file at a path, or below it.
   using IsTracked = std::function<bool(const std::string& path)>;
-  /// Lists the folder. What is tracked is listed even where the ignore file names it or a folder
-  /// above it.
+  /// Lists the folder, on several threads if it has many folders. What is tracked is listed even
+  /// where the ignore file names it or a folder above it. `isTracked` is called by one thread at a
+  /// time, which may be another one each time. Throws `Failure`, and what `isTracked` throws.
   FolderContents List(const IsTracked& isTracked) const;
 
   /// Looks at a path.
@@ -85,7 +86,8 @@ class Folder {
   bool Holds(const std::string& path, const TalVcs::Id& id, FileKind kind) const;
 
   /// Puts a file in place at once, with its folders: it is written inside the store's folder and
-  /// moved. Other permissions of a file that it replaces stay. Throws `Failure`.
+  /// moved. Other permissions of a file that it replaces stay. A folder in its place that holds no
+  /// file gives way. Throws `Failure`.
   void Write(const std::string& path, const TalVcs::Buffer& bytes, FileKind kind) const;
   /// Removes a file, and the folders that this leaves empty. Throws `Failure`.
   void Remove(const std::string& path) const;

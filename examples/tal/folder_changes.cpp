@@ -64,23 +64,18 @@ namespace {
 using Verdict = FolderIndex::Verdict;
 using RawId = FolderIndex::RawId;
 
-/// A file that the comparison expects.
-struct Expected {
-  std::string path;
-  RawId id;
-  FileKind kind;
-};
+/// What the comparison reads of a file that it expects: path, id and kind.
+using Expected = FolderIndex::File;
 
-std::vector<Expected> ListExpected(const FolderIndex& index, const FileTree& tree) {
-  std::vector<Expected> expected;
-  if (index.IsOf(tree)) {
-    for (const FolderIndex::File& file : index.Files())
-      expected.push_back({file.path, file.id, file.kind});
-    return expected;
+std::vector<Expected> ListFiles(const FileTree& tree) {
+  std::vector<Expected> files;
+  for (const Change& change : CompareTrees(FileTree(), tree, Moves::Ignore)) {
+    Expected& file = files.emplace_back();
+    file.path = change.path;
+    file.id = FolderIndex::ToRaw(change.after);
+    file.kind = change.kindAfter;
   }
-  for (const Change& change : CompareTrees(FileTree(), tree, Moves::Ignore))
-    expected.push_back({change.path, FolderIndex::ToRaw(change.after), change.kindAfter});
-  return expected;
+  return files;
 }
 
 /// Compares the files of a folder with those that are expected, with the help of the index.
@@ -90,7 +85,8 @@ class Comparison {
       : m_folder(session.WorkFolder()),
         m_result(result),
         m_isHead(result.index.IsOf(tree)),
-        m_expected(ListExpected(result.index, tree)) {}
+        m_others(m_isHead ? std::vector<Expected>() : ListFiles(tree)),
+        m_expected(m_isHead ? result.index.Files() : m_others) {}
 
   /// Goes through both lists, which are sorted.
   void Run() {
@@ -170,7 +166,8 @@ class Comparison {
   const Folder& m_folder;
   FolderChanges& m_result;
   bool m_isHead;
-  std::vector<Expected> m_expected;
+  std::vector<Expected> m_others;  // the files of a version that isn't the head
+  const std::vector<Expected>& m_expected;
   std::vector<Expected> m_unknown;
   std::size_t m_nextKnown = 0;  // in the index
   bool m_hasLearned = false;

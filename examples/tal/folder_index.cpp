@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <map>
 
 namespace fs = std::filesystem;
 
@@ -25,19 +24,22 @@ constexpr const char* kIndexName = "tal-index";
 constexpr const char* kLockName = "tal-lock";
 constexpr std::string_view kMagic = "TALINDEX";
 constexpr std::uint32_t kVersion = 1;
+constexpr std::size_t kEntryBytes = 71;  // without the path
 
 using RawId = FolderIndex::RawId;
 using File = FolderIndex::File;
 
 class Writer {
  public:
+  explicit Writer(std::size_t expectedBytes) { m_bytes.reserve(expectedBytes); }
+
   void Number(std::uint64_t value, std::size_t size) {
-    for (std::size_t i = 0; i < size; ++i) m_bytes += static_cast<char>(value >> (8 * i));
+    std::array<char, 8> bytes{};
+    for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(value >> (8 * i));
+    m_bytes.append(bytes.data(), size);
   }
   void Text(std::string_view text) { m_bytes += text; }
-  void Id(const RawId& id) {
-    for (const unsigned char byte : id) m_bytes += static_cast<char>(byte);
-  }
+  void Id(const RawId& id) { m_bytes.append(id.begin(), id.end()); }
   std::string Take() { return std::move(m_bytes); }
 
  private:
@@ -80,8 +82,9 @@ class Reader {
 };
 
 RawId DigestOf(std::string_view bytes) {
-  TalVcs::Buffer buffer;
-  buffer.Append(bytes.data(), bytes.size());
+  std::byte* target = nullptr;
+  const TalVcs::Buffer buffer = TalVcs::Buffer::Allocate(bytes.size(), target);
+  std::memcpy(target, bytes.data(), bytes.size());
   return FolderIndex::ToRaw(TalVcs::Id(buffer));
 }
 
@@ -123,6 +126,7 @@ bool FolderIndex::Parse(std::string_view bytes) {
   if (DigestOf(body) != Reader(bytes.substr(body.size())).Id()) return false;
   const std::uint64_t count = reader.Number(4);
   m_tree = reader.Id();
+  m_files.reserve(std::min<std::uint64_t>(count, body.size() / kEntryBytes));
   for (std::uint64_t i = 0; i < count && !reader.HasFailed(); ++i) {
     File& file = m_files.emplace_back();
     file.kind = static_cast<FileKind>(reader.Number(1) % 3);
@@ -139,7 +143,9 @@ bool FolderIndex::Parse(std::string_view bytes) {
 }
 
 std::string FolderIndex::Serialise() const {
-  Writer writer;
+  std::size_t size = kMagic.size() + 2 * 4 + 2 * sizeof(RawId);
+  for (const File& file : m_files) size += kEntryBytes + file.path.size();
+  Writer writer(size);
   writer.Text(kMagic);
   writer.Number(kVersion, 4);
   writer.Number(m_files.size(), 4);
@@ -161,11 +167,12 @@ std::string FolderIndex::Serialise() const {
 
 void FolderIndex::Save(const fs::path& storePath) const {
   const fs::path target = storePath / kIndexName;
-  const fs::path parked = storePath / (std::string(kIndexName) + "." + std::to_string(getpid()));
+  // One name for all, so that killed commands leave no more than one file. Of two that write it at
+  // once, the digest refuses what isn't whole.
+  const fs::path parked = storePath / (std::string(kIndexName) + ".new");
   std::string bytes = Serialise();
-  Writer digest;
-  digest.Id(DigestOf(bytes));
-  bytes += digest.Take();
+  const RawId digest = DigestOf(bytes);
+  bytes.append(digest.begin(), digest.end());
   std::ofstream file(parked, std::ios::binary);
   file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   file.close();
@@ -186,30 +193,35 @@ void FolderIndex::MoveEntry(File& file, const RawId& id, FileKind kind) const {
 void FolderIndex::MoveTo(const FileTree& before, const FileTree& tree) {
   if (IsOf(tree)) return;
   const bool knows_before = IsOf(before);
-  std::map<std::string, File> known;
-  for (File& file : m_files) known.emplace_hint(known.end(), file.path, std::move(file));
-  std::map<std::string, File> files;
-  if (knows_before) files = known;
-  for (const Change& change :
-       CompareTrees(knows_before ? before : FileTree(), tree, Moves::Ignore)) {
-    if (change.kind == Change::Kind::Removed) {
-      files.erase(change.path);
-      continue;
+  const std::vector<Change> changes =
+      CompareTrees(knows_before ? before : FileTree(), tree, Moves::Ignore);
+  std::vector<File> files;
+  files.reserve(m_files.size() + changes.size());
+  auto known = m_files.begin();
+  const auto keep_up_to = [&](auto is_end) {
+    for (; known != m_files.end() && !is_end(*known); ++known) {
+      if (knows_before) files.push_back(std::move(*known));
     }
-    const auto found = known.find(change.path);
-    File& file = files[change.path];
-    if (found != known.end()) file = found->second;
-    const RawId id = ToRaw(change.after);
-    if (found == known.end()) {
-      file.path = change.path;
-      file.id = id;
-      file.kind = change.kindAfter;
-    } else {
-      MoveEntry(file, id, change.kindAfter);
+  };
+  for (const Change& change : changes) {
+    keep_up_to([&](const File& file) { return file.path >= change.path; });
+    const bool is_known = known != m_files.end() && known->path == change.path;
+    if (change.kind != Change::Kind::Removed) {
+      File& file = files.emplace_back();
+      const RawId id = ToRaw(change.after);
+      if (is_known) {
+        file = std::move(*known);
+        MoveEntry(file, id, change.kindAfter);
+      } else {
+        file.path = change.path;
+        file.id = id;
+        file.kind = change.kindAfter;
+      }
     }
+    if (is_known) ++known;
   }
-  m_files.clear();
-  for (auto& [path, file] : files) m_files.push_back(std::move(file));
+  keep_up_to([](const File&) { return false; });
+  m_files = std::move(files);
   m_tree = ToRaw(tree.GetId());
 }
 

@@ -44,7 +44,7 @@ class FolderIndex {
   /// Returns true if it is of the version with this tree.
   bool IsOf(const FileTree& tree) const { return m_tree == ToRaw(tree.GetId()); }
   /// Makes it the index of a version. It was of `before`, or else all entries are looked up anew.
-  /// What is known of files stays.
+  /// What is known of files stays. Cost: that of the comparison, and one pass over the files.
   void MoveTo(const FileTree& before, const FileTree& tree);
 
   /// Returns the files of the version, sorted by path.

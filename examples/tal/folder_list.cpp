@@ -8,11 +8,20 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
+#include <deque>
+#include <exception>
 #include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace Tal {
 namespace {
+
+constexpr std::size_t kFoldersOfThread = 16;  // from which a thread is worth starting
+constexpr std::size_t kMostThreads = 8;
 
 const char* KindName(mode_t mode) {
   if (S_ISFIFO(mode)) return "pipe";
@@ -23,52 +32,108 @@ bool IsAscii(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
 }
 
-/// Walks a folder with a work list, so that no depth of nesting matters.
+/// Walks a folder with a work list, so that no depth of nesting matters, and on several threads
+/// where there are many folders: most of the time goes into asking the system about each file.
 class Lister {
  public:
   Lister(int top, const Folder::IsTracked& isTracked, const IgnoreRules& rules)
       : m_top(top), m_isTracked(isTracked), m_rules(rules) {}
 
   FolderContents List() {
-    m_pending.push_back({"", false});
-    while (!m_pending.empty()) {
-      const Pending pending = std::move(m_pending.back());
-      m_pending.pop_back();
-      ListOne(pending);
-    }
+    Listing& top = m_listings.emplace_back();
+    m_pending.push_back(&top);
+    Work();
+    for (std::thread& thread : m_threads) thread.join();
+    if (m_failure) std::rethrow_exception(m_failure);
+    TakeFiles(top);
     const auto by_path = [](const auto& a, const auto& b) { return a.path < b.path; };
-    std::sort(m_contents.files.begin(), m_contents.files.end(), by_path);
     std::sort(m_contents.refused.begin(), m_contents.refused.end());
     std::sort(m_contents.skipped.begin(), m_contents.skipped.end(), by_path);
     return std::move(m_contents);
   }
 
  private:
-  struct Pending {
-    std::string path;
-    bool isIgnored;  // it is here for what is tracked in it
+  struct Listing;
+
+  struct Item {
+    std::string path;  // of a folder with a "/" at its end, so that paths sort as all files do
+    FileStat stat;
+    Listing* folder = nullptr;  // null for a file
   };
 
-  void ListOne(const Pending& pending) {
-    const std::string& folder = pending.path;
-    const OpenedParent parent =
-        OpenParent(m_top, folder.empty() ? "." : folder + "/.", MissingFolders::Fail);
+  struct Listing {
+    std::string prefix;      // of the paths in it
+    bool isIgnored = false;  // it is here for what is tracked in it
+    std::vector<Item> items;
+  };
+
+  /// Lists pending folders until there is none, and none can come.
+  void Work() {
+    std::unique_lock lock(m_mutex);
+    for (;;) {
+      m_changed.wait(lock, [this] { return !m_pending.empty() || m_busy == 0; });
+      if (m_pending.empty()) return;
+      Listing& listing = *m_pending.back();
+      m_pending.pop_back();
+      ++m_busy;
+      lock.unlock();
+      std::exception_ptr failure;
+      try {
+        ListOne(listing);
+      } catch (...) {
+        failure = std::current_exception();
+      }
+      lock.lock();
+      --m_busy;
+      if (failure) {
+        m_pending.clear();
+        if (!m_failure) m_failure = failure;
+      } else if (!m_failure) {
+        AddFolders(listing);
+      }
+      m_changed.notify_all();
+    }
+  }
+
+  /// Adds the folders of a listing to the pending ones. Called under the mutex.
+  void AddFolders(const Listing& listing) {
+    for (const Item& item : listing.items) {
+      if (item.folder != nullptr) m_pending.push_back(item.folder);
+    }
+    const std::size_t wanted =
+        std::min({kMostThreads, m_pending.size() / kFoldersOfThread + 1,
+                  static_cast<std::size_t>(std::max(1U, std::thread::hardware_concurrency()))});
+    try {
+      while (m_threads.size() + 1 < wanted) m_threads.emplace_back([this] { Work(); });
+    } catch (const std::system_error&) {
+      // The threads that started, and the first one, do it.
+    }
+  }
+
+  void ListOne(Listing& listing) {
+    const std::string& prefix = listing.prefix;
+    const OpenedParent parent = OpenParent(m_top, prefix + ".", MissingFolders::Fail);
     const int handle = parent.folder.IsOpen()
                            ? openat(parent.folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)
                            : -1;
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(handle < 0 ? nullptr : fdopendir(handle),
                                                       &closedir);
-    if (!entries) FailOnFile("list", folder.empty() ? "." : folder, errno);
+    const auto fail = [&] {
+      FailOnFile("list", prefix.empty() ? "." : prefix.substr(0, prefix.size() - 1), errno);
+    };
+    if (!entries) fail();
     for (errno = 0; const dirent* entry = readdir(entries.get()); errno = 0) {
       const std::string_view name = entry->d_name;
-      if (name == "." || name == "..") continue;
-      Place(folder.empty() ? std::string(name) : folder + "/" + entry->d_name, name, handle,
-            pending.isIgnored);
+      if (name != "." && name != "..") Place(listing, name, handle);
     }
-    if (errno != 0) FailOnFile("list", folder, errno);
+    if (errno != 0) fail();
+    std::sort(listing.items.begin(), listing.items.end(),
+              [](const Item& a, const Item& b) { return a.path < b.path; });
   }
 
-  void Place(std::string path, std::string_view name, int folder, bool isInIgnored) {
+  void Place(Listing& listing, std::string_view name, int folder) {
+    std::string path = listing.prefix;
+    path += name;
     if (path == Folder::kStoreName) return;
     struct stat status {};
     if (fstatat(folder, name.data(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -76,28 +141,74 @@ class Lister {
       FailOnFile("examine", path, errno);
     }
     const bool is_folder = S_ISDIR(status.st_mode);
-    const bool is_ignored = isInIgnored || m_rules.Matches(path, is_folder);
-    if (is_ignored && !m_isTracked(path)) return;
+    const bool is_ignored = listing.isIgnored || m_rules.Matches(path, is_folder);
+    if (is_ignored && !IsTracked(path)) return;
 
     if (name == Folder::kStoreName) {
-      m_contents.skipped.push_back({std::move(path), "the store of another history"});
+      Skip(std::move(path), "the store of another history");
     } else if (!is_folder && !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) {
-      m_contents.skipped.push_back({std::move(path), KindName(status.st_mode)});
+      Skip(std::move(path), KindName(status.st_mode));
     } else if (path == FileKinds::kKindsName) {
-      m_contents.skipped.push_back({std::move(path), "the name is reserved for the history"});
+      Skip(std::move(path), "the name is reserved for the history");
     } else if (!IsAscii(name) && !ToWideExactly(name)) {
+      const std::lock_guard lock(m_mutex);
       m_contents.refused.push_back(std::move(path));
     } else if (is_folder) {
-      m_pending.push_back({std::move(path), is_ignored});
+      path += '/';
+      Listing* const inner = AddListing(path, is_ignored);
+      listing.items.push_back({std::move(path), {}, inner});
     } else {
-      m_contents.files.push_back({std::move(path), StatOf(status)});
+      listing.items.push_back({std::move(path), StatOf(status), nullptr});
+    }
+  }
+
+  bool IsTracked(const std::string& path) {
+    const std::lock_guard lock(m_mutex);
+    return m_isTracked(path);
+  }
+
+  void Skip(std::string path, const char* reason) {
+    const std::lock_guard lock(m_mutex);
+    m_contents.skipped.push_back({std::move(path), reason});
+  }
+
+  Listing* AddListing(const std::string& prefix, bool isIgnored) {
+    const std::lock_guard lock(m_mutex);
+    return &m_listings.emplace_back(Listing{prefix, isIgnored, {}});
+  }
+
+  /// Takes all files out of a folder and those inside, in the order of their paths.
+  void TakeFiles(Listing& top) {
+    struct Place {
+      Listing& listing;
+      std::size_t next;
+    };
+    std::vector<Place> stack{{top, 0}};
+    while (!stack.empty()) {
+      Place& at = stack.back();
+      if (at.next == at.listing.items.size()) {
+        stack.pop_back();
+        continue;
+      }
+      Item& item = at.listing.items[at.next++];
+      if (item.folder == nullptr) {
+        m_contents.files.push_back({std::move(item.path), item.stat});
+      } else {
+        stack.push_back({*item.folder, 0});
+      }
     }
   }
 
   int m_top;
   const Folder::IsTracked& m_isTracked;
   const IgnoreRules& m_rules;
-  std::vector<Pending> m_pending;
+  std::mutex m_mutex;  // of all that follows, and of the calls of `m_isTracked`
+  std::condition_variable m_changed;
+  std::deque<Listing> m_listings;
+  std::vector<Listing*> m_pending;
+  std::size_t m_busy = 0;  // folders that are being listed
+  std::vector<std::thread> m_threads;
+  std::exception_ptr m_failure;
   FolderContents m_contents;
 };
 

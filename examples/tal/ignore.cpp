@@ -21,6 +21,7 @@ IgnoreRules::IgnoreRules(std::string_view text) {
 }
 
 bool IgnoreRules::Matches(const std::string& path, bool isFolder) const {
+  if (m_rules.empty()) return false;
   const std::size_t slash = path.rfind('/');
   const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
   for (const Rule& rule : m_rules) {

@@ -1,6 +1,7 @@
 #include "store_files.h"
 
 #include "failure.h"
+#include "file_handle.h"
 #include "folder.h"
 #include "terminal.h"
 
@@ -9,8 +10,8 @@
 #include <stores/sqlite/sqlite_store.h>
 #endif
 
+#include <cerrno>
 #include <fstream>
-#include <sstream>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -102,10 +103,20 @@ std::shared_ptr<IObjectStore> CreateStoreAt(const fs::path& path, StoreKind kind
 }
 
 std::string ReadSmallFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
+  const FileHandle file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  struct stat status {};
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  std::string text(static_cast<std::size_t>(status.st_size), '\0');
+  std::size_t size = 0;
+  while (size < text.size()) {
+    const ssize_t count = read(file.Get(), text.data() + size, text.size() - size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return {};
+    if (count == 0) break;
+    size += static_cast<std::size_t>(count);
+  }
+  text.resize(size);
+  return text;
 }
 
 void WriteSmallFile(const fs::path& path, const std::string& text) {

@@ -141,6 +141,23 @@ class Switch(TalTest):
         self.tal("switch", "master")
         self.assertEqual(self.read("a.txt/inner"), b"i")
 
+    def test_a_folder_without_files_gives_way_to_a_file(self):
+        self.tal("switch", "-c", "file")
+        self.commit("A file", deep="1")
+        self.tal("switch", "master")
+        (self.folder / "deep.txt/a/b").mkdir(parents=True)
+        (self.folder / "deep.txt/c").mkdir()
+        self.tal("switch", "file")
+        self.assertEqual(self.read("deep.txt"), b"1")
+        self.remove("deep.txt")
+        (self.folder / "deep.txt/a").mkdir(parents=True)
+        self.tal("restore", "deep.txt")
+        self.assertEqual(self.read("deep.txt"), b"1")
+        self.remove("deep.txt")
+        self.write("deep.txt/a/mine", "2")
+        self.tal("restore", "deep.txt", code=DIFFERS)
+        self.assertEqual(self.read("deep.txt/a/mine"), b"2")
+
     def test_a_folder_with_other_files_is_not_replaced(self):
         self.remove("a.txt")
         self.write("a.txt/inner", "i")

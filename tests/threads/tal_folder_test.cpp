@@ -1,7 +1,9 @@
+#include <examples/tal/failure.h>
 #include <examples/tal/hash_files.h>
 #include <gtest/gtest.h>
 #include <tests/kit/temporary_folder.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -16,6 +18,57 @@ namespace fs = std::filesystem;
 // SHA-256 of "blob 5", a zero and "hello", and of "blob 0" and a zero.
 constexpr const char* kHello = "8aec4e4876f854f688d0ebfc8f37598f38e5fd6903cccc850ca36591175aeb60";
 constexpr const char* kEmpty = "473a0f4c3be8a93681a267e3b1e9a7dcda1185436fe141f7749120a303721813";
+
+class ThreadsOfListFolder : public testing::Test {
+ protected:
+  // As many folders as several threads take, three deep, with two files each.
+  ThreadsOfListFolder() {
+    for (int number = 0; number < 90; ++number) {
+      const std::string folder = "d" + std::to_string(number / 30) + "/e" +
+                                 std::to_string(number / 3) + "/f" + std::to_string(number);
+      fs::create_directories(m_scratch.Path() / folder);
+      for (const char* name : {"/a", "/b.log"}) {
+        std::ofstream(m_scratch.Path() / (folder + name)) << "text";
+        m_paths.push_back(folder + name);
+      }
+    }
+    // Sorts between the folder "d1" and what is in it.
+    std::ofstream(m_scratch.Path() / "d1.txt") << "text";
+    m_paths.emplace_back("d1.txt");
+    std::sort(m_paths.begin(), m_paths.end());
+  }
+
+  std::vector<std::string> List(const Folder::IsTracked& isTracked) const {
+    std::vector<std::string> paths;
+    for (const FolderContents::File& file : Folder(m_scratch.Path()).List(isTracked).files)
+      paths.push_back(file.path);
+    return paths;
+  }
+
+  TalVcs::Testing::TemporaryFolder m_scratch;
+  std::vector<std::string> m_paths;
+};
+
+TEST_F(ThreadsOfListFolder, FilesComeInTheOrderOfTheirPaths) {
+  EXPECT_EQ(List([](const std::string&) { return false; }), m_paths);
+}
+
+TEST_F(ThreadsOfListFolder, OnlyOneThreadAtATimeAsksWhatIsTracked) {
+  std::ofstream(m_scratch.Path() / Folder::kIgnoreName) << "*.log\n";
+  std::size_t count = 0;  // not atomic
+  const std::vector<std::string> paths = List([&count](const std::string& path) {
+    ++count;
+    return path.ends_with("f7/b.log");
+  });
+  EXPECT_EQ(count, 90U);
+  EXPECT_EQ(paths.size(), 90U + 1U + 2U);
+  EXPECT_EQ(std::count(paths.begin(), paths.end(), "d0/e2/f7/b.log"), 1);
+}
+
+TEST_F(ThreadsOfListFolder, FailureOfOneThreadFailsTheListing) {
+  std::ofstream(m_scratch.Path() / Folder::kIgnoreName) << "*.log\n";
+  EXPECT_THROW(List([](const std::string& path) -> bool { throw Failure(path); }), Failure);
+}
 
 class ThreadsOfHashFiles : public testing::Test {
  protected:
