@@ -61,7 +61,7 @@ Result<std::vector<Version>> Workspace::Log(const LogOptions& options) const {
       const Status skipped = SkipPages(*walk, options.after);
       if (!skipped) return skipped.error();
     }
-    const LogFilter filter(options, *path);
+    LogFilter filter(options, *path);
     const NamesOfIds names = m_state->NamesOfHeads();
     Reporter reporter(options.progress);
     Status status = reporter.Begin("log");
@@ -88,7 +88,7 @@ Result<Kit::Blame> Workspace::BlameFile(std::string_view path, const BlameOption
     LogWalk walk;
     walk.Add(m_state->GetHead());
     const LogOptions everything;
-    const LogFilter filter(everything, *wide);
+    LogFilter filter(everything, *wide);
     return BlameText(
         [&]() -> Result<std::optional<TextVersion>> {
           cow_ptr<TalVcs::Commit> commit = walk.Next();

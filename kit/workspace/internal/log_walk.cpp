@@ -22,7 +22,7 @@ cow_ptr<Commit> LogWalk::Next() {
   return m_last;
 }
 
-bool LogFilter::Takes(const Commit& commit) const {
+bool LogFilter::Takes(const Commit& commit) {
   const std::chrono::sys_seconds time(std::chrono::seconds(commit.GetCommitTime().ToTimeT()));
   if (m_options.since && time < *m_options.since) return false;
   if (m_options.until && time > *m_options.until) return false;
@@ -30,19 +30,25 @@ bool LogFilter::Takes(const Commit& commit) const {
   return m_path.IsEmpty() || ChangesPath(commit);
 }
 
-// Where the two roots are equal, nothing below is read.
-bool LogFilter::ChangesPath(const Commit& commit) const {
+// Where the two roots are equal, nothing below is read. The parent is mostly the next version that
+// is asked about, so what it has at the path is kept.
+bool LogFilter::ChangesPath(const Commit& commit) {
   const auto root_of = [](const Commit& of) {
     const cow_ptr<CommitTree> tree = of.GetTree();
     return tree ? tree->GetRoot() : nullptr;
+  };
+  const auto find_in = [this](const cow_ptr<Tree>& root) {
+    return root ? root->GetIdByPath(m_path) : std::nullopt;
   };
   const cow_ptr<Tree> after = root_of(commit);
   const cow_ptr<Commit> parent = commit.GetParent();
   const cow_ptr<Tree> before = parent ? root_of(*parent) : nullptr;
   if (after && before && after->GetId() == before->GetId()) return false;
-  const std::optional<Id> now = after ? after->GetIdByPath(m_path) : std::nullopt;
-  const std::optional<Id> then = before ? before->GetIdByPath(m_path) : std::nullopt;
-  return now != then;
+  const bool is_known = after && m_lastRoot && after->GetId() == m_lastRoot->GetId();
+  const std::optional<Id> now = is_known ? m_lastFound : find_in(after);
+  m_lastFound = find_in(before);
+  m_lastRoot = before;
+  return now != m_lastFound;
 }
 
 }  // namespace TalVcs::Kit

@@ -4,6 +4,7 @@
 #include <kit/workspace/internal/workspace_state.h>
 
 #include <cstdint>
+#include <optional>
 #include <queue>
 #include <unordered_set>
 #include <vector>
@@ -43,13 +44,15 @@ class LogFilter {
   LogFilter(const LogOptions& options, WideString path)
       : m_options(options), m_path(std::move(path)) {}
 
-  bool Takes(const Commit& commit) const;
+  bool Takes(const Commit& commit);
 
  private:
-  bool ChangesPath(const Commit& commit) const;
+  bool ChangesPath(const Commit& commit);
 
   const LogOptions& m_options;
   WideString m_path;
+  cow_ptr<Tree> m_lastRoot;       // of the parent of the last version
+  std::optional<Id> m_lastFound;  // what it has at the path
 };
 
 }  // namespace TalVcs::Kit
