@@ -140,7 +140,10 @@ Result<std::unique_ptr<Database>> Database::Attach(sqlite3* connection, std::str
   std::unique_ptr<Database> database(new Database());
   const char* path = connection ? sqlite3_db_filename(connection, "main") : nullptr;
   database->m_name = path ? path : "";
-  if (!connection || !IsPrefix(prefix)) {
+  if (!connection) {
+    return database->Fail(ErrorCode::BadName, Task::Open, "there is no connection to attach to");
+  }
+  if (!IsPrefix(prefix)) {
     return database->Fail(ErrorCode::BadName, Task::Open,
                           "tables can't have the prefix \"" + std::string(prefix) + "\"");
   }

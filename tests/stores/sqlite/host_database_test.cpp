@@ -1,5 +1,6 @@
 // A history in a host's database, beside the host's own tables.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stores/sqlite/sqlite_store.h>
 #include <tests/kit/temporary_folder.h>
@@ -167,7 +168,9 @@ TEST_F(SqliteHostDatabase, PrefixThatNoTableCanHaveIsRefused) {
   }
   EXPECT_EQ(Attach(m_host, {}, std::string(65, 'a')).error().code, ErrorCode::BadName);
   EXPECT_TRUE(Attach(m_host, {}, std::string(64, 'a')).ok());
-  EXPECT_EQ(SqliteStore::Attach(nullptr, "a").error().code, ErrorCode::BadName);
+  const Result<SqliteStore> nowhere = SqliteStore::Attach(nullptr, "a");
+  EXPECT_EQ(nowhere.error().code, ErrorCode::BadName);
+  EXPECT_THAT(nowhere.error().message, testing::HasSubstr("there is no connection"));
 }
 
 TEST_F(SqliteHostDatabase, TablesAreMadeOnlyOnRequest) {
