@@ -24,11 +24,39 @@ namespace {
 
 using CommitPtr = TalVcs::cow_ptr<TalVcs::Commit>;
 
-/// Returns the name of a folder for a branch: its name without what has a meaning in a path.
+constexpr std::size_t kMostNameBytes = 200;
+
+/// Returns the name of a folder for a branch: its name without what has a meaning in a path, and no
+/// longer than a file system takes.
 std::string FolderName(const std::string& branch) {
   std::string name;
   for (const char c : branch) name += c == '/' || c == '\\' ? '_' : c;
+  if (name.size() > kMostNameBytes) {
+    std::size_t end = kMostNameBytes;
+    while (end > 0 && (name[end] & 0xC0) == 0x80) --end;
+    name.resize(end);
+  }
   return name.starts_with('.') || name.empty() ? "_" + name : name;
+}
+
+/// Returns false if a folder can't hold a file of that path. Makes the folders of the path.
+bool MakePlace(const fs::path& folder, const std::string& path) {
+  try {
+    CheckPath(path);
+  } catch (const Failure&) {
+    return false;
+  }
+  const fs::path target = folder / path;
+  std::error_code error;
+  fs::create_directories(target.parent_path(), error);
+  if (error == std::errc::filename_too_long || error == std::errc::not_a_directory ||
+      error == std::errc::file_exists)
+    return false;
+  // Any other reason is one for which no file can be written.
+  if (error)
+    throw Failure("cannot write \"" + Printable(target.string()) + "\": " + error.message());
+  const fs::file_type type = fs::symlink_status(target, error).type();
+  return error != std::errc::filename_too_long && type != fs::file_type::directory;
 }
 
 /// Takes the files of one history, from its newest commit on.
@@ -93,15 +121,17 @@ class BranchSalvage {
 
   void TakeFile(const std::string& path, const TalVcs::Tree& tree, const WideString& name,
                 bool isNewest) {
-    CheckPath(path);
     const auto bytes = Kit::Try([&] { return Kit::BytesFromBlob(*tree.GetLocalBlob(name)); });
     if (!bytes) {
       m_missing.insert(path);
       return;
     }
+    if (!MakePlace(m_folder, path)) {
+      m_missing.erase(path);
+      m_report.lost.push_back(m_branch + ": " + path + " (no folder can hold this path)");
+      return;
+    }
     const fs::path target = m_folder / path;
-    std::error_code error;
-    fs::create_directories(target.parent_path(), error);
     std::ofstream file(target, std::ios::binary);
     file.write(bytes->data(), static_cast<std::streamsize>(bytes->size()));
     file.close();
@@ -201,7 +231,7 @@ class StoreSalvage {
         continue;
       }
       ++m_report.branches;
-      BranchSalvage(head.name, m_target / FolderName(head.name), m_report).Run(commit);
+      BranchSalvage(head.name, m_target / NewName(head.name), m_report).Run(commit);
     }
   }
 
@@ -215,7 +245,7 @@ class StoreSalvage {
       return a->GetCommitTime() > b->GetCommitTime();
     });
     for (const CommitPtr& commit : commits) {
-      const std::string name = "tip-" + ShortId(ToUtf8(commit->GetId()));
+      const std::string name = NewName("tip-" + ShortId(ToUtf8(commit->GetId())));
       m_report.tips.push_back(name + " " + DescribeTip(*commit));
       BranchSalvage(name, m_target / name, m_report).Run(commit);
     }
@@ -225,6 +255,15 @@ class StoreSalvage {
   SalvageReport TakeReport() { return std::move(m_report); }
 
  private:
+  /// Returns a name for the folder of a branch that no other one has.
+  std::string NewName(const std::string& branch) {
+    const std::string name = FolderName(branch);
+    std::string unique = name;
+    for (int number = 2; !m_names.insert(unique).second; ++number)
+      unique = name + "-" + std::to_string(number);
+    return unique;
+  }
+
   CommitPtr Read(const TalVcs::Id& id) {
     const auto commit = Kit::Try([&] { return m_opened->GetCommitFromStorage(id); });
     const bool can_be_read =
@@ -236,6 +275,7 @@ class StoreSalvage {
   fs::path m_target;
   Kit::OpenedRepository m_opened;
   std::set<std::string> m_heads;
+  std::set<std::string> m_names;  // of the folders
   SalvageReport m_report;
 };
 

@@ -188,7 +188,9 @@ class Rules(TalTest):
         self.tal("keep", "--under", "3KB")
         self.assertEqual(self.kept()[0], "Commit 5")
         self.assertLess(len(self.kept()), 4)
-        for arguments in ([], ["--since", "soon"], ["--under", "much"], ["--newest", "0"],
+        for arguments in ([], ["--since", "soon"], ["--under", "much"],
+                          ["--under", "16777216T"],  # 2 to the power of 64
+                          ["--newest", "0"],
                           ["--tips", "--newest", "1"]):
             self.tal("keep", *arguments, code=USAGE)
 
@@ -254,6 +256,38 @@ class Stores(TalTest):
                         self.assertEqual(path.read_bytes(), whole[name])
             pack.write_bytes(content)
         self.assertIn(DAMAGED, outcomes)
+
+
+class SalvageOfOddNames(TalTest):
+    def setUp(self):
+        super().setUp()
+        self.tal("init")
+        self.commit("First", a="1")
+        self.rescued = self.scratch / "rescued"
+
+    def test_branches_whose_names_become_one_have_folders_of_their_own(self):
+        for name in ("x/y", "x_y"):
+            self.tal("switch", "-c", name)
+            self.commit(name, a=name)
+        self.tal("salvage", str(self.rescued))
+        found = {p.name: (p / "a.txt").read_text() for p in self.rescued.iterdir()}
+        self.assertEqual(found, {"master": "1", "x_y": "x/y", "x_y-2": "x_y"})
+
+    def test_a_branch_with_a_long_name_is_salvaged(self):
+        self.tal("branch", "ä" * 300)
+        self.tal("salvage", str(self.rescued))
+        self.assertEqual((self.rescued / ("ä" * 100) / "a.txt").read_text(), "1")
+
+    def test_what_no_folder_can_hold_is_lost_and_the_rest_is_written(self):
+        odd = ["../outside", "dir/.vcs/state", "long/" + "x" * 300]
+        subprocess.run([os.environ["TAL_MAKE_BRANCH"], self.folder, "odd", "good", "2",
+                        *[word for path in odd for word in (path, "hostile")]], check=True)
+        self.tal("salvage", str(self.rescued), code=DAMAGED)
+        self.assertEqual((self.rescued / "odd/good").read_text(), "2")
+        for path in odd:
+            self.assertIn(f"lost: odd: {path} (no folder can hold this path)", self.talk)
+        self.assertFalse((self.scratch / "outside").exists())
+        self.assertFalse((self.rescued / "outside").exists())
 
 
 class SalvageWithoutBranches(TalTest):
