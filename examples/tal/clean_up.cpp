@@ -20,8 +20,7 @@ void SaveAndCleanUp(Session& session, const std::string& what) {
   const Kit::RemovedObjects removed =
       Kit::CleanUp(session.SavedStore(), {.progress = ShowProgress(host.terminal)}).value();
   session.SavedStore().SetValue(kFreedValue, std::to_string(removed.sizeBytes)).value();
-  host.terminal.Say(what + "; freed " + Kit::FormatSize(removed.sizeBytes) + " (" +
-                    std::to_string(removed.sizeBytes) + " bytes), " +
+  host.terminal.Say(what + "; freed " + Kit::FormatSize(removed.sizeBytes) + ", " +
                     Plural(removed.count, "object"));
 }
 

@@ -9,9 +9,15 @@
 #include <kit/text/sizes.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
+
+namespace fs = std::filesystem;
 
 namespace Tal {
 namespace {
@@ -30,20 +36,28 @@ struct ImportOptions {
   std::string file;
 };
 
-/// Writes a file whole or not at all: under another name first.
-void WriteFile(const std::filesystem::path& path, const std::function<void(std::ostream&)>& write) {
-  std::filesystem::path part = path;
-  part += ".part";
+/// Writes a file whole or not at all: under another name first. A pipe or a device stays what it is
+/// and gets the bytes.
+void WriteFile(const fs::path& path, const std::function<void(std::ostream&)>& write) {
+  const std::string name = Printable(path.string());
+  std::error_code error;
+  const fs::file_type type = fs::status(path, error).type();
+  if (type == fs::file_type::directory)
+    throw Failure("cannot write \"" + name + "\": it is a folder");
+  const bool is_file = type == fs::file_type::not_found || type == fs::file_type::regular;
+  fs::path target = path;
+  if (is_file) target += "." + std::to_string(getpid()) + ".part";
   try {
-    std::ofstream out(part, std::ios::binary | std::ios::trunc);
-    if (!out) throw Failure("cannot create " + Printable(part.string()));
+    std::ofstream out(target, std::ios::binary | std::ios::trunc);
+    if (!out) throw Failure("cannot create \"" + name + "\": " + std::strerror(errno));
     write(out);
     out.close();
-    if (!out) throw Failure("cannot write " + Printable(part.string()));
-    std::filesystem::rename(part, path);
+    if (!out) throw Failure("cannot write \"" + name + "\": " + std::strerror(errno));
+    error.clear();
+    if (is_file) fs::rename(target, path, error);
+    if (error) throw Failure("cannot write \"" + name + "\": " + error.message());
   } catch (...) {
-    std::error_code ignored;
-    std::filesystem::remove(part, ignored);
+    if (is_file) fs::remove(target, error);
     throw;
   }
 }
@@ -58,10 +72,10 @@ void SayAll(const Host& host, const std::vector<std::string>& notes) {
 
 ExitCode RunReport(const Host& host, const ReportCommandOptions& options) {
   Session session(host, Access::Read);
-  const std::filesystem::path top = std::filesystem::absolute(session.WorkFolder().Top());
+  const fs::path top = fs::absolute(session.WorkFolder().Top());
   ReportOptions wanted;
   wanted.title = options.title.empty() ? top.lexically_normal().filename().string() : options.title;
-  wanted.mostBytes = options.limitKib << 10U;
+  wanted.mostBytes = std::min(options.limitKib, UINT64_MAX >> 10U) << 10U;
   wanted.progress = ShowProgress(host.terminal);
   const Report report = MakeReport(session.Document(), session.Store(), wanted);
   WriteFile(host.start / options.file, [&](std::ostream& out) { out << report.page; });
@@ -96,7 +110,9 @@ ExitCode RunImportGit(const Host& host, const ImportOptions& options) {
   std::ifstream file;
   if (!options.file.empty()) {
     file.open(host.start / options.file, std::ios::binary);
-    if (!file) throw Failure("cannot open " + Printable(options.file), ExitCode::Usage);
+    if (!file || fs::is_directory(host.start / options.file))
+      throw Failure("cannot read \"" + Printable(options.file) + "\": it is no file with a stream",
+                    ExitCode::Usage);
   }
   Kit::OpenedRepository opened = session.OpenRepository();
   const GitImportReport report = ImportGit(options.file.empty() ? std::cin : file, opened);

@@ -28,6 +28,14 @@ FileTree FilesAt(Session& session, const std::string& revision) {
   throw Failure("the commit has nothing at \"" + Printable(path) + "\"; tal ls lists its files");
 }
 
+/// Throws why there is no file at a path.
+[[noreturn]] void ThrowNoFile(const FileTree& files, const std::string& path) {
+  if (path.empty() || files.Contains(path))
+    throw Failure("\"" + (path.empty() ? "." : Printable(path)) +
+                  "\" is a folder, not a file; tal ls lists its files");
+  ThrowNothingThere(path);
+}
+
 std::vector<std::string> ListPath(const FileTree& files, const std::string& path) {
   if (files.Find(path)) return {path};
   if (!path.empty() && !files.Contains(path)) ThrowNothingThere(path);
@@ -63,8 +71,9 @@ ExitCode RunLs(const Host& host, const PathOptions& options) {
 ExitCode RunCat(const Host& host, const PathOptions& options) {
   Session session(host, Access::Read);
   const std::string path = NormalPath(options.path);
-  const BlobPtr blob = FilesAt(session, options.revision).Find(path);
-  if (!blob) ThrowNothingThere(path);
+  const FileTree files = FilesAt(session, options.revision);
+  const BlobPtr blob = files.Find(path);
+  if (!blob) ThrowNoFile(files, path);
   const std::string bytes = Kit::BytesFromBlob(*blob);
   if (!host.json) {
     std::cout.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
@@ -97,8 +106,9 @@ ExitCode RunBlame(const Host& host, const PathOptions& options) {
   Session session(host, Access::Read);
   const Kit::Version start = session.FindOrHead(options.revision);
   const std::string path = NormalPath(options.path);
-  const BlobPtr blob = session.FilesOf(start.id).Find(path);
-  if (!blob) ThrowNothingThere(path);
+  const FileTree files = session.FilesOf(start.id);
+  const BlobPtr blob = files.Find(path);
+  if (!blob) ThrowNoFile(files, path);
   if (Kit::IsBinary(Kit::BytesFromBlob(*blob)))
     throw Failure("\"" + Printable(path) + "\" is not text, so it has no lines");
   const std::vector<Kit::Version> versions =

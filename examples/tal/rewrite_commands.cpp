@@ -61,7 +61,8 @@ ExitCode RunForget(const Host& host, const ForgetOptions& options) {
     throw Failure(ShortId(IdOf(last)) + " is the first commit: it has no ancestors to remove");
   const Kit::RetentionReport report =
       ForgetVersions(session, Kit::Retention::ForgetThrough(last.id));
-  SaveAndCleanUp(session, "forgot " + Plural(report.forgottenVersions, "commit"));
+  SaveAndCleanUp(session, (options.isDryRun ? "forgotten " : "forgot ") +
+                              Plural(report.forgottenVersions, "commit"));
   return ExitCode::Done;
 }
 

@@ -66,9 +66,18 @@ ExitCode RunRemote(const Host& host, const RemoteOptions& options) {
   std::vector<RemotePlace> remotes = ReadRemotes(store_path);
   const std::string name = options.name.empty() ? kFirstRemote : options.name;
   if (options.removes) {
-    if (std::erase_if(remotes, [&](const RemotePlace& remote) { return remote.name == name; }) == 0)
-      throw Failure("there is no remote \"" + Printable(name) + "\"");
+    // The argument is a place elsewhere, and the user may mean either by it.
+    const std::size_t count = std::erase_if(remotes, [&](const RemotePlace& remote) {
+      if (options.place.empty()) return remote.name == name;
+      const bool is_meant = options.name.empty() || remote.name == options.name;
+      return is_meant && (remote.name == options.place || remote.place == options.place ||
+                          remote.place == CompletePlace(options.place, host.start));
+    });
+    if (count == 0)
+      throw Failure("there is no remote \"" +
+                    Printable(options.place.empty() ? name : options.place) + "\"");
     WriteRemotes(store_path, remotes);
+    host.terminal.Say("forgot " + Plural(count, "remote") + "; what it has stays there");
     return ExitCode::Done;
   }
   if (options.place.empty()) {
@@ -92,7 +101,7 @@ ExitCode RunRemote(const Host& host, const RemoteOptions& options) {
 /// Makes the folder of a clone, in which nothing may be.
 Host MakeFolder(const Host& host, const std::string& name) {
   Host there = host;
-  there.start = name.empty() ? host.start : host.start / name;
+  if (!name.empty()) there.start = (host.start / name).lexically_normal();
   std::error_code error;
   fs::create_directories(there.start, error);
   if (error || !fs::is_empty(there.start, error) || error)
@@ -244,7 +253,7 @@ void AddSharingCommands(Commands& commands) {
             .Option("--name", options.name, "The name, instead of \"remote\"")
             .Option("--create", options.creates, "Make the store: \"folder\" or \"sqlite\"")
             .Needs("--create", "place")
-            .Flag("-d,--delete", options.removes, "Forget the remote");
+            .Flag("-d,--delete", options.removes, "Forget the remote of that name or place");
       });
   commands.Add<FetchOptions>("fetch", "Bring the branches of the remote, as \"remote/...\"",
                              RunFetch, [](Command& command, FetchOptions& options) {

@@ -211,7 +211,9 @@ class Reading(TalTest):
     def test_cat_reads_a_file_of_a_commit(self):
         self.assertEqual(self.tal("cat", "a.txt"), "1\ntwo\n3\n")
         self.assertEqual(self.tal("cat", "a.txt", "-r", "HEAD~1"), "1\n2\n3\n")
-        self.tal("cat", "dir", code=DIFFERS)
+        for command in ("cat", "blame"):
+            self.tal(command, "dir", code=DIFFERS)
+            self.assertIn('"dir" is a folder', self.talk)
         self.tal("cat", code=USAGE)
 
     def test_diff_of_two_commits(self):

@@ -4,11 +4,13 @@ import base64
 import hashlib
 import html.parser
 import json
+import os
 import random
 import re
+import subprocess
 import unittest
 
-from support import USAGE, TalTest, blob_id
+from support import DIFFERS, USAGE, TalTest, blob_id
 
 HOSTILE = "<script>alert(1)</script><img src=x onerror=alert(2)>\"'&</script><!--"
 DIRECTION = "user\u202e\u2066// \u2069\u200b\x1b[31m\x07"
@@ -173,6 +175,29 @@ class Report(TalTest):
         self.assertIn(f"{400 - listed} older versions left out.", page.text())
         self.assertEqual(page.data()["versions"][listed - 1]["parent"], -1)
         self.assertEqual(page.data()["versions"][listed - 1]["files"][0][0], "f")
+
+    def test_replaces_a_file_and_nothing_else(self):
+        self.tal("init")
+        self.commit("first", one="1")
+        self.page()
+        self.assertEqual(self.page().tags.count("article"), 1)
+        (self.scratch / "page.html.part").write_text("mine")
+        self.page()
+        self.assertEqual((self.scratch / "page.html.part").read_text(), "mine")
+        # A pipe stays a pipe, and a folder a folder.
+        pipe = self.scratch / "pipe"
+        os.mkfifo(pipe)
+        for command in (["report", str(pipe)], ["export-git", "-o", str(pipe)]):
+            with subprocess.Popen(["cat", pipe], stdout=subprocess.PIPE) as reader:
+                self.tal(*command)
+                self.assertGreater(len(reader.stdout.read()), 100)
+            self.assertTrue(pipe.is_fifo())
+            self.tal(*command[:-1], str(self.scratch), code=DIFFERS)
+            self.assertIn("it is a folder", self.talk)
+        self.tal("report", str(self.scratch / "nowhere/page"), code=DIFFERS)
+        self.assertIn("No such file or directory", self.talk)
+        self.assertEqual({path.name for path in self.scratch.iterdir()},
+                         {"folder", "page.html", "page.html.part", "pipe"})
 
     def test_an_empty_history_has_a_page(self):
         self.tal("init")

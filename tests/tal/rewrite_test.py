@@ -86,7 +86,7 @@ class Forget(RewriteTest):
     def test_a_dry_run_says_how_many_would_go(self):
         self.chain("master", "a", "b", "c", "d")
         self.assert_nothing_changes("forget", "HEAD~2", "--dry-run", code=DONE)
-        self.assertIn("forgot 2 commits", self.talk)
+        self.assertIn("forgotten 2 commits", self.talk)
         self.assert_nothing_changes("simplify", "--dry-run", code=DONE)
         self.assertIn("dropped 3 commits of 4", self.talk)
 

@@ -40,6 +40,8 @@ class Sharing(TalTest):
         self.assertEqual(self.tal("status", folder=self.bob).splitlines()[1], "nothing changed")
         self.tal("verify", folder=self.bob)
         self.tal("clone", str(self.place), str(self.bob), code=DIFFERS)
+        self.tal("clone", str(self.place), "../" + self.bob.name, code=DIFFERS)
+        self.assertIn(f'"../{self.bob.name}" is no empty folder', self.talk)
         self.tal("clone", str(self.scratch / "nowhere"), str(self.scratch / "x"), code=DIFFERS)
 
     def test_both_edit_both_sync_both_are_equal(self):
@@ -110,7 +112,10 @@ class Sharing(TalTest):
         self.tal("remote", "-d", "--name", "second")
         self.tal("remote", "-d", "--name", "second", code=DIFFERS)
         self.tal("fetch")
-        self.tal("remote", "-d")
+        self.tal("remote", "-d", "nowhere", code=DIFFERS)
+        self.assertIn('no remote "nowhere"', self.talk)
+        self.assertEqual(self.tal("remote"), f"remote\t{self.place}\n")
+        self.tal("remote", "-d", str(self.place))
         self.tal("sync", code=DIFFERS)
         self.assertIn("tal remote PLACE", self.talk)
 

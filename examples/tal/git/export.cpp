@@ -38,7 +38,13 @@ using TalVcs::Kit::Workspace;
 
 template <class T>
 T ValueOf(TalVcs::Kit::Result<T> result) {
-  if (!result) throw Failure("cannot export: " + Describe(result.error()));
+  if (!result) {
+    const TalVcs::Kit::ErrorCode code = result.error().code;
+    const bool is_damaged =
+        code == TalVcs::Kit::ErrorCode::Damaged || code == TalVcs::Kit::ErrorCode::Unavailable;
+    throw Failure("cannot export: " + Describe(result.error()),
+                  is_damaged ? ExitCode::Damaged : ExitCode::Differs);
+  }
   return *std::move(result);
 }
 
