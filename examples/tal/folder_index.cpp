@@ -11,6 +11,8 @@
 #include "file_handle.h"
 #include "store_files.h"
 
+#include <talvcs/foundation/helpers.h>
+
 #include <algorithm>
 #include <cstring>
 #include <fstream>
@@ -82,10 +84,8 @@ class Reader {
 };
 
 RawId DigestOf(std::string_view bytes) {
-  std::byte* target = nullptr;
-  const TalVcs::Buffer buffer = TalVcs::Buffer::Allocate(bytes.size(), target);
-  std::memcpy(target, bytes.data(), bytes.size());
-  return FolderIndex::ToRaw(TalVcs::Id(buffer));
+  return FolderIndex::ToRaw(
+      TalVcs::Id(TalVcs::Helpers::ComputeEncodedSHA256Hash(bytes.data(), bytes.size())));
 }
 
 bool ByPath(const File& file, const std::string& path) { return file.path < path; }

@@ -183,6 +183,9 @@ class Lister {
       Listing& listing;
       std::size_t next;
     };
+    std::size_t count = 0;
+    for (const Listing& listing : m_listings) count += listing.items.size();
+    m_contents.files.reserve(count);
     std::vector<Place> stack{{top, 0}};
     while (!stack.empty()) {
       Place& at = stack.back();

@@ -12,7 +12,10 @@
 #include <kit/text/sizes.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <optional>
+
+namespace fs = std::filesystem;
 
 namespace Tal {
 namespace {
@@ -75,26 +78,41 @@ ExitCode RunKeep(const Host& host, const KeepOptions& options) {
   return ExitCode::Done;
 }
 
-ExitCode RunCopy(const Host& host, const CopyOptions& options) {
-  const StoreKind kind = ParseStoreKind(options.store);
-  Session session(host, Access::Read);
-  for (const std::string& name : options.branches) session.Find(name);
+/// Copies the history to a new store.
+Kit::CopyReport CopyTo(Session& session, const CopyOptions& options, StoreKind kind) {
   const std::shared_ptr<Kit::IObjectStore> target = CreateStoreAt(options.target, kind);
-  const Kit::CopyReport report =
-      Kit::Copy(session.Store(), *target,
-                {.branches = options.branches, .progress = ShowProgress(host.terminal)})
-          .value();
+  Kit::CopyReport report = Kit::Copy(session.Store(), *target,
+                                     {.branches = options.branches,
+                                      .progress = ShowProgress(session.GetHost().terminal)})
+                               .value();
   const std::string branch = session.Branch();
   if (std::any_of(report.heads.begin(), report.heads.end(),
                   [&](const Kit::Head& head) { return head.name == branch; }))
     target->SetValue("branch", branch).value();
-  host.terminal.Say("copied " + Plural(report.writtenObjects, "object") + ", " +
-                    Kit::FormatSize(report.writtenBytes) + ", to " + Printable(options.target));
+  return report;
+}
+
+ExitCode RunCopy(const Host& host, const CopyOptions& options) {
+  const StoreKind kind = ParseStoreKind(options.store);
+  Session session(host, Access::Read);
+  for (const std::string& name : options.branches) session.Find(name);
+  std::error_code error;
+  const bool is_new = !fs::exists(fs::symlink_status(options.target, error));
+  try {
+    const Kit::CopyReport report = CopyTo(session, options, kind);
+    host.terminal.Say("copied " + Plural(report.writtenObjects, "object") + ", " +
+                      Kit::FormatSize(report.writtenBytes) + ", to " + Printable(options.target));
+  } catch (...) {
+    // A part of a copy would be in the way of the next attempt.
+    if (is_new) fs::remove_all(options.target, error);
+    for (const char* ending : {"-wal", "-shm", "-journal"})
+      if (is_new && kind == StoreKind::Sqlite) fs::remove(options.target + ending, error);
+    throw;
+  }
   return ExitCode::Done;
 }
 
-SalvageReport SalvageStore(const Host& host, const SalvageOptions& options,
-                           const std::filesystem::path& top) {
+SalvageReport SalvageStore(const Host& host, const SalvageOptions& options, const fs::path& top) {
   std::shared_ptr<Kit::IObjectStore> store;
   try {
     store = OpenWholeStore(top);
@@ -107,14 +125,14 @@ SalvageReport SalvageStore(const Host& host, const SalvageOptions& options,
     return Salvage(store, options.target,
                    takes_tips ? SalvageFrom::Objects : SalvageFrom::Branches);
   }
-  const BareStore bare(top, std::filesystem::path(options.target) / ".salvage");
+  const BareStore bare(top, fs::path(options.target) / ".salvage");
   return Salvage(bare.Get(), options.target, SalvageFrom::Objects);
 }
 
 ExitCode RunSalvage(const Host& host, const SalvageOptions& options) {
-  const std::filesystem::path top = FindTop(host.start);
+  const fs::path top = FindTop(host.start);
   std::error_code error;
-  if (!std::filesystem::create_directory(options.target, error))
+  if (!fs::create_directory(options.target, error))
     throw Failure("cannot create the folder \"" + Printable(options.target) +
                   "\": " + (error ? error.message() : "there is something of that name"));
   const SalvageReport report = SalvageStore(host, options, top);

@@ -227,6 +227,17 @@ class Stores(TalTest):
                          ["master"])
         self.tal("copy", str(other), code=DIFFERS)
 
+    def test_a_copy_that_fails_leaves_nothing(self):
+        self.tal("init")
+        self.write("large", os.urandom(100000))
+        self.tal("commit", "-m", "Large")
+        for kind in ("folder", "sqlite"):
+            target = self.scratch / ("copy-" + kind)
+            result = self.run_limited("copy", str(target), "--store", kind, blocks=64)
+            self.assertNotEqual(result.returncode, DONE, result.stderr)
+            self.assertEqual([p for p in self.scratch.iterdir() if p.name.startswith("copy-" + kind)], [])
+            self.tal("copy", str(target), "--store", kind)
+
     def test_salvage_writes_what_can_be_read(self):
         self.tal("init")
         self.write("dir/old", "old\n" * 50)
