@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <system_error>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -62,6 +63,18 @@ std::string MakeJournal(const std::map<std::uint32_t, std::uint64_t>& packs) {
   return "TalVcs store 2\nrequires packs\n" + record + std::string(digest.begin(), digest.end());
 }
 
+/// Makes a folder of hard links to the files of another one, because a store follows no symbolic
+/// link. Where there can be none, as on another file system, copies take their place.
+std::error_code Link(const fs::path& from, const fs::path& to) {
+  constexpr fs::copy_options kAll = fs::copy_options::recursive | fs::copy_options::skip_symlinks;
+  std::error_code error;
+  fs::copy(from, to, kAll | fs::copy_options::create_hard_links, error);
+  if (!error) return error;
+  fs::remove_all(to, error);
+  fs::copy(from, to, kAll, error);
+  return error;
+}
+
 }  // namespace
 
 BareStore::BareStore(const fs::path& top, fs::path scratch) : m_scratch(std::move(scratch)) {
@@ -73,9 +86,7 @@ BareStore::BareStore(const fs::path& top, fs::path scratch) : m_scratch(std::mov
   const fs::path store = m_scratch / Folder::kStoreName;
   fs::create_directories(store, error);
   for (const char* name : {kPacks, kObjects}) {
-    if (!error && fs::is_directory(damaged / name)) {
-      fs::create_directory_symlink(damaged / name, store / name, error);
-    }
+    if (!error && fs::is_directory(damaged / name)) error = Link(damaged / name, store / name);
   }
   if (error)
     throw Failure("cannot write in \"" + Printable(m_scratch.string()) + "\": " + error.message());
@@ -86,7 +97,7 @@ BareStore::BareStore(const fs::path& top, fs::path scratch) : m_scratch(std::mov
 BareStore::~BareStore() {
   m_store.reset();
   std::error_code error;
-  fs::remove_all(m_scratch, error);  // links go, and what they lead to stays
+  fs::remove_all(m_scratch, error);
 }
 
 }  // namespace Tal
