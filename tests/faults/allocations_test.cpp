@@ -110,7 +110,7 @@ TEST_F(FailingAllocations, SampledFailureInALongScenarioLosesNothing) {
   const std::size_t offset =
       given != nullptr ? std::strtoull(given, nullptr, 10) : std::random_device()() % stride;
   std::cout << "every " << stride << "th allocation, from TALVCS_FAULTS_OFFSET=" << offset << '\n';
-  EXPECT_GT(Live(scenario, offset, stride), Scaled(180));
+  EXPECT_GE(Live(scenario, offset, stride), Scaled(180));
 }
 
 TEST_F(FailingAllocations, SaveToAFolderLeavesThePreviousVersionOrTheNew) {
