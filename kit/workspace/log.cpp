@@ -40,9 +40,10 @@ Result<LogWalk> Begin(WorkspaceState& state, const LogOptions& options) {
 }
 
 /// Leaves out what the pages before had.
-Status SkipPages(LogWalk& walk, const Id& after) {
+Status SkipPages(WorkspaceState& state, LogWalk& walk, const Id& after) {
   while (const cow_ptr<Commit> commit = walk.Next()) {
     if (commit->GetId() == after) return {};
+    state.PassVersion();
   }
   return WorkspaceError(ErrorCode::NotFound,
                         "there is no version \"" + ToUtf8(after.View()) + "\" to go on after",
@@ -58,7 +59,7 @@ Result<std::vector<Version>> Workspace::Log(const LogOptions& options) const {
     Result<LogWalk> walk = Begin(*m_state, options);
     if (!walk) return walk.error();
     if (options.allBranches && !IsEmpty(options.after)) {
-      const Status skipped = SkipPages(*walk, options.after);
+      const Status skipped = SkipPages(*m_state, *walk, options.after);
       if (!skipped) return skipped.error();
     }
     LogFilter filter(options, *path);
@@ -71,6 +72,7 @@ Result<std::vector<Version>> Workspace::Log(const LogOptions& options) const {
       if (!commit) break;
       if (filter.Takes(*commit)) versions.push_back(WorkspaceState::VersionOf(commit, names));
       status = reporter.Add(1);
+      m_state->PassVersion();
     }
     if (status) status = reporter.End();
     if (!status) return status.error();
@@ -92,7 +94,10 @@ Result<Kit::Blame> Workspace::BlameFile(std::string_view path, const BlameOption
     return BlameText(
         [&]() -> Result<std::optional<TextVersion>> {
           cow_ptr<TalVcs::Commit> commit = walk.Next();
-          while (commit && !filter.Takes(*commit)) commit = walk.Next();
+          while (commit && !filter.Takes(*commit)) {
+            m_state->PassVersion();
+            commit = walk.Next();
+          }
           if (!commit) return std::optional<TextVersion>();
           const cow_ptr<Blob> blob = RootOf(commit)->GetDeepBlob(*wide);
           if (!blob) return std::optional<TextVersion>();

@@ -49,8 +49,6 @@ namespace {
 
 // Objects whose sizes are asked for by one call.
 constexpr std::size_t kSizesTogether = 4096;
-// Versions that are described before what was read for it is freed.
-constexpr std::size_t kVersionsTogether = 4096;
 // How often what a clean-up has removed meanwhile is written again.
 constexpr int kMostAttempts = 3;
 
@@ -72,7 +70,7 @@ Status ListForgotten(WorkspaceState& state, std::uint64_t most, Plan& plan) {
     if (!commit) return commit.error();
     forgotten.push_back(DescribeCommit(**commit));
     if (forgotten.size() == most) break;
-    if (forgotten.size() % kVersionsTogether == 0) state.GetStorage().Trim();
+    state.PassVersion();
   }
   state.GetStorage().Trim();
   return {};

@@ -54,6 +54,7 @@ Result<std::vector<VersionUsage>> Workspace::MeasureVersions(const MeasureOption
       if (!commit) return commit.error();
       (*usage)[at].version = WorkspaceState::VersionOf(*commit, names);
       sorted.push_back(std::move((*usage)[at]));
+      m_state->PassVersion();
     }
     return sorted;
   });

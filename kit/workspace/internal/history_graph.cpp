@@ -10,9 +10,6 @@ namespace TalVcs::Kit {
 
 namespace {
 
-// Commits that are read before those that were passed are freed: some megabytes.
-constexpr std::size_t kCommitsTogether = 4096;
-
 /// Returns the id of a commit's root without following the link; empty for none.
 Id RootIdOf(const Commit& commit) {
   Id root;
@@ -72,7 +69,7 @@ class HistoryGraph::Reading {
       child = *index;
       at = at->GetParent();
       status = m_reporter.Add(1);
-      if (m_graph.Count() % kCommitsTogether == 0) m_state.GetStorage().Trim();
+      m_state.PassVersion();
     }
     return status;
   }

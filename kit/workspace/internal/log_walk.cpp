@@ -7,15 +7,23 @@
 namespace TalVcs::Kit {
 
 void LogWalk::Add(cow_ptr<Commit> head) {
-  if (!head || !m_seen.insert(head->GetId()).second) return;
-  const std::int64_t time = head->GetCommitTime().ToTimeT();
-  m_queue.push({time, m_order++, std::move(head)});
+  if (!head || !m_seen.Insert(*KeyOf(head->GetId()), 0).second) return;
+  ++m_heads;
+  Put(std::move(head));
+}
+
+void LogWalk::Put(cow_ptr<Commit> commit) {
+  const std::int64_t time = commit->GetCommitTime().ToTimeT();
+  m_queue.push({time, m_order++, std::move(commit)});
 }
 
 // The parent is read when it is needed, so that the last version of a page costs nothing more.
+// Histories that have come together are walked on once. One alone meets no version twice.
 cow_ptr<Commit> LogWalk::Next() {
-  if (m_last) Add(m_last->GetParent());
+  cow_ptr<Commit> parent = m_last ? m_last->GetParent() : nullptr;
   m_last = nullptr;
+  const bool is_new = parent && (m_heads == 1 || m_seen.Insert(*KeyOf(parent->GetId()), 0).second);
+  if (is_new) Put(std::move(parent));
   if (m_queue.empty()) return nullptr;
   m_last = m_queue.top().commit;
   m_queue.pop();

@@ -28,6 +28,7 @@ Result<cow_ptr<Commit>> Search(WorkspaceState& state, const CommitOptions& optio
   for (cow_ptr<Commit> commit = state.GetHead(); commit; commit = commit->GetParent()) {
     if (status) status = reporter.Add(1);
     if (!status) return std::move(status).error();
+    state.PassVersion();
     const Version version = DescribeCommit(*commit);
     if (taken_back.contains(version.id)) continue;
     const bool is_mine =

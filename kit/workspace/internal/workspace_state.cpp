@@ -17,6 +17,9 @@ constexpr std::int64_t kTicksOfMinute = 600000000;
 // some ten kilobytes for each save.
 constexpr int kMostSavesInMemory = 100;
 
+// Versions that are read before those that were passed are freed: some megabytes.
+constexpr int kMostPassedVersions = 4096;
+
 /// Puts branches back at its end unless the operation has succeeded, also when a callback of the
 /// host throws.
 class Rollback {
@@ -295,6 +298,12 @@ Result<Version> WorkspaceState::PutOnBranch(const NewVersion& version, const Pro
   const Status status = MoveBranches({{GetBranch(), *commit}}, version.tree, progress);
   if (!status) return status.error();
   return VersionOf(*commit);
+}
+
+void WorkspaceState::PassVersion() {
+  if (++passedVersions < kMostPassedVersions) return;
+  passedVersions = 0;
+  GetStorage().Trim();
 }
 
 NamesOfIds WorkspaceState::NamesOfHeads() {

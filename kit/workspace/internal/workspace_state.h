@@ -115,6 +115,10 @@ struct WorkspaceState {
   /// Puts a version on the current branch, saves it and begins a new draft.
   Result<Version> PutOnBranch(const NewVersion& version, const Progress& progress);
 
+  /// Frees what was read and no caller holds, once in some thousand calls. A walk along a history
+  /// calls it for each version, so that its memory doesn't grow with the history.
+  void PassVersion();
+
   /// Returns branches and tags by the id of their head.
   NamesOfIds NamesOfHeads();
   Version VersionOf(const cow_ptr<Commit>& commit);
@@ -132,6 +136,8 @@ struct WorkspaceState {
   std::optional<LastCheckpoint> lastCheckpoint;
   /// Saves since the objects that were read and saved were last freed.
   int savesInMemory = 0;
+  /// Versions that walks have passed since then.
+  int passedVersions = 0;
   std::function<void(const Workspace::Move&)> observer;
   /// The heads of the store that the observer knows of; none as long as they are the known ones.
   std::optional<HeadMap> observed;

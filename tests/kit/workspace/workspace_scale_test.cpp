@@ -3,6 +3,7 @@
 // eight times as much of something must not take forty times as long.
 
 #include <kit/open/statistics.h>
+#include <kit/store/passing_store.h>
 #include <tests/kit/workspace/workspace_fixture.h>
 
 #include <algorithm>
@@ -26,6 +27,36 @@ std::clock_t TimeOf(const std::function<void()>& run) {
   }
   return best;
 }
+
+/// Counts the objects that the store passes on.
+class CountingStore final : public Kit::PassingStore {
+ public:
+  using Kit::PassingStore::PassingStore;
+
+  Kit::Status Read(std::span<const Id> ids, const Kit::ReadSink& sink) override {
+    return Kit::PassingStore::Read(ids, Counted(sink));
+  }
+  Kit::Status ReadHistory(const Id& id, std::uint64_t most, const Kit::ReadSink& sink) override {
+    return Kit::PassingStore::ReadHistory(id, most, Counted(sink));
+  }
+
+  /// Returns how many objects a call makes it pass on.
+  std::uint64_t CountIn(const std::function<void()>& call) {
+    m_count = 0;
+    call();
+    return m_count;
+  }
+
+ private:
+  Kit::ReadSink Counted(const Kit::ReadSink& sink) {
+    return [this, &sink](const Id& id, Kit::Result<Buffer> packed) {
+      ++m_count;
+      sink(id, std::move(packed));
+    };
+  }
+
+  std::uint64_t m_count = 0;
+};
 
 std::string DeepFolder(int depth) {
   std::string path = "d";
@@ -128,6 +159,37 @@ TEST_F(WorkspaceScale, PlaceOfAFileIsFoundInTheTreeAndAmongTheEdits) {
   workspace.Commit("second").value();
   EXPECT_EQ(FilesOf(OpenAgain()),
             (FileTexts{{"a/b/x/y", "3"}, {"c/d", "3"}, {"c/new", "2"}, {"other", "2"}}));
+}
+
+// Each walk along the history held everything that it had read until the next saves. What it frees
+// meanwhile, a second one reads again.
+TEST_F(WorkspaceScale, WalksAlongALongHistoryHoldAFewThousandVersions) {
+  constexpr std::uint64_t kVersions = 9000;
+  CommitFiles({{"readme", "1"}}, "first");
+  for (std::uint64_t i = 1; i < kVersions; ++i) CommitFiles({{"a", std::to_string(i)}}, "edit");
+  workspace.CreateBranch("topic").value();
+  auto counting = std::make_shared<CountingStore>(store);
+  Workspace document = Workspace::Open(counting).value();
+  const auto expect_freed = [&](const std::string& walk, const std::function<void()>& act) {
+    document.Trim();
+    const std::uint64_t first = counting->CountIn(act);
+    const std::uint64_t second = counting->CountIn(act);
+    EXPECT_GE(first, kVersions) << walk;
+    EXPECT_LT(first, 4 * kVersions) << walk;
+    EXPECT_GE(second, kVersions - 4096) << walk;
+  };
+  expect_freed("log of an author", [&] { EXPECT_TRUE(document.Log({.author = "Bob"})->empty()); });
+  expect_freed("log of all branches",
+               [&] { EXPECT_TRUE(document.Log({.allBranches = true, .author = "Bob"})->empty()); });
+  const Id oldest = document.Log({.path = "readme"})->front().id;
+  expect_freed("log of a path", [&] { EXPECT_EQ(document.Log({.path = "readme"})->size(), 1U); });
+  expect_freed("last page of all branches",
+               [&] { EXPECT_TRUE(document.Log({.allBranches = true, .after = oldest})->empty()); });
+  expect_freed("blame", [&] { EXPECT_EQ(document.BlameFile("readme")->lines.size(), 1U); });
+  expect_freed("search for an undo",
+               [&] { EXPECT_EQ(document.FindUndo({.author = "Bob"}).value(), std::nullopt); });
+  expect_freed("sizes of versions",
+               [&] { EXPECT_EQ(document.MeasureVersions()->size(), kVersions); });
 }
 
 // Differences of such times have more than 64 bits.
