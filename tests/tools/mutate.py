@@ -53,24 +53,25 @@ KIT_STAGES = {
 class Library:
     """A library whose sources are changed: its target, its file, and the tests that meet it."""
 
-    def __init__(self, name, target, file, stages, with_objects):
+    def __init__(self, name, target, file, stages, with_objects, last):
         self.name = name
         self.target = target
         self.file = file
         self.stages = stages
+        # What is built when these let a mutant pass, and the tests that CTest runs with it.
+        self.last_targets, self.last_tests = last
         # The other stages meet a changed library without being built anew.
         self.with_library = set(stages) - with_objects
         self.programs = {file} | {f"tests/{program}" for program, *_ in stages.values()}
 
 
+TAL_TESTS = r"^tal\.(basics|branches|damage|merge|rewrite)"
 LIBRARIES = {
     "talvcs": Library("talvcs", "talvcs", "talvcs/libtalvcs.so", TALVCS_STAGES,
-                      {"talvcs_internal_tests"}),
+                      {"talvcs_internal_tests"}, (("all",), "|".join((TAL_TESTS, *DEEP)))),
     "kit": Library("kit", "talvcs_kit", "kit/libtalvcs-kit.so", KIT_STAGES,
-                   {"talvcs_kit_internal_tests"}),
+                   {"talvcs_kit_internal_tests"}, (("tal", "tal_make_branch"), TAL_TESTS)),
 }
-# What is run with the few that are left after these, by CTest.
-LAST = "|".join((r"^tal\.(basics|branches|damage|merge|rewrite)", *DEEP))
 
 MEMORY = 6 << 30
 KILLED = ("killed", "timeout")
@@ -119,14 +120,13 @@ def plan(library, count, seed, only):
         source = (ROOT / path).read_text(encoding="utf-8")
         mutants = [Mutant(path, mutation, source) for mutation in mutations_of(source)]
         random.Random(f"{seed} {path}").shuffle(mutants)
-        if mutants:
+        if mutants and re.search(only, path):
             files.append((path, source.count("\n"), mutants))
     # Every header is read by many files: one mutant each, the sources share the others.
     weights = [0 if path.endswith(".h") else lines for path, lines, _ in files]
     left = max(0, count - len(files))
     for (path, _, mutants), weight in zip(files, weights):
-        if re.search(only, path):
-            yield 1 + round(left * weight / sum(weights)), mutants
+        yield 1 + round(left * weight / max(1, sum(weights))), mutants
 
 
 def limit_memory():
@@ -242,9 +242,9 @@ class Workshop:
                 return "timeout" if failure == "timeout" else "killed", f"{stage} {failure}"
         if self.is_original(*self.library.programs):
             return "same code", ""
-        if not self.make("all"):
+        if not self.make(*self.library.last_targets):
             return "does not compile", ""
-        failure = self.execute(["ctest", "-R", LAST, "--stop-on-failure"], 900)
+        failure = self.execute(["ctest", "-R", self.library.last_tests, "--stop-on-failure"], 900)
         return ("killed", f"ctest {failure}") if failure else ("survived", "")
 
 
