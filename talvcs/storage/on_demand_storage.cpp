@@ -213,6 +213,8 @@ std::vector<OnDemandStorage::BranchHead> OnDemandStorage::GetHeadIds() const {
 
 void OnDemandStorage::ExpectCommits(std::span<const Id> ids) { m_impl->source.ExpectCommits(ids); }
 
+void OnDemandStorage::ExpectBlobs(std::span<const Id> ids) { m_impl->source.ExpectBlobs(ids); }
+
 void OnDemandStorage::ExpectRoots(std::span<const cow_ptr<Commit>> commits) {
   CommitAccess::ExpectRoots(commits);
 }

@@ -78,10 +78,13 @@ class TALVCS_API OnDemandStorage : public IObjectsStorage {
   };
 
   /// Say what the caller reads next, so that one call of the reader serves all of it: the commits
-  /// of these ids, the root trees of these commits, these subtrees. What is in memory isn't read
-  /// again, and null handles and names that aren't there are skipped. An object that can't be read
-  /// now is read again when a link to it is followed. Exceptions of the reader pass through.
+  /// or the blobs of these ids, the root trees of these commits, these subtrees. What is in memory
+  /// isn't read again, and null handles and names that aren't there are skipped. An object that
+  /// can't be read now is read again when a link to it is followed. Exceptions of the reader pass
+  /// through. Commits and blobs wait packed, up to 8 MB of them: more would be read twice, so a
+  /// caller announces large files in portions.
   void ExpectCommits(std::span<const Id> ids);
+  void ExpectBlobs(std::span<const Id> ids);
   static void ExpectRoots(std::span<const cow_ptr<Commit>> commits);
   static void ExpectSubtrees(std::span<const Subtree> subtrees);
 

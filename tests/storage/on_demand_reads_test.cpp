@@ -7,6 +7,7 @@
 #include <tests/support/on_demand_store.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace TalVcs::Testing {
@@ -179,6 +180,33 @@ TEST(ReadsOfAHistory, CommonBaseOfTwoLongBranchesFollowsTheWindows) {
                                                         repository.GetHead(TAL_WIDE("other")));
   EXPECT_EQ(ListingOf(base), "f=base");
   EXPECT_LE(store.TakeReads(), 20U);  // two heads, 8 windows each, root and blob of the base
+}
+
+TEST(ReadsOfExpectedBlobs, OneReadServesAllAndAMissingOneFailsAtItsLink) {
+  OnDemandStore store;
+  Repository repository = store.Open();
+  CommitFiles(repository, {{"a", "1"}, {"b", "2"}, {"c", "3"}});
+  store.Save(repository);
+  // sha256sum of "blob 1\0" "1", and so on
+  const Id first(Wide("36456d9b87f21fc54ed5babf1222a9ab0fbbd0c4ad239a7933522d5e4447049c"));
+  const Id second(Wide("0e804515472ad48c09c4186392e0c61324fa20a5d83496864c16515726493dee"));
+  const Id third(Wide("7b4fc2d40a9264c8dbf6f8a295455dcd038f89987f296624193f6c175d19e5f5"));
+  auto missing = store.reader->objects.extract(second);
+  repository = store.Open();
+  const cow_ptr<Tree> root = repository.GetHead()->GetTree()->GetRoot();
+  store.TakeReads();
+  const Id ids[] = {first, second, third, Id(), Id(Wide("no id"))};
+  store.StorageOf(repository).ExpectBlobs(ids);
+  EXPECT_EQ(store.TakeReads(), 1U);
+  EXPECT_EQ(TextOf(root->GetLocalBlob(Wide("a"))), "1");
+  EXPECT_EQ(TextOf(root->GetLocalBlob(Wide("c"))), "3");
+  EXPECT_EQ(store.TakeReads(), 0U);
+  EXPECT_THROW(root->GetLocalBlob(Wide("b")), ObjectUnavailable);
+  store.reader->objects.insert(std::move(missing));
+  EXPECT_EQ(TextOf(root->GetLocalBlob(Wide("b"))), "2");
+  store.TakeReads();
+  store.StorageOf(repository).ExpectBlobs(ids);
+  EXPECT_EQ(store.TakeReads(), 0U);
 }
 
 TEST(ReadsOfTwoStores, DiffAsksEachStoreForItsOwnDirectories) {

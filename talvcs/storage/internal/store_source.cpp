@@ -257,10 +257,11 @@ void StoreSource::ExpectTrees(std::span<const ExpectedTree> trees, bool deep) {
   m_reader->Read(wanted, deep ? ReadAhead::Subtrees : ReadAhead::None, 1, {&target, take});
 }
 
-void StoreSource::ExpectCommits(std::span<const Id> ids) {
+template <class T>
+void StoreSource::Expect(Table<T>& table, std::span<const Id> ids) {
   std::vector<Id> wanted;
   for (const Id& id : ids) {
-    if (!CanBeStored(id) || FindStored(m_commits, id) || m_ahead.Contains(id)) continue;
+    if (!CanBeStored(id) || FindStored(table, id) || m_ahead.Contains(id)) continue;
     wanted.push_back(id);
   }
   if (wanted.size() < 2) return;
@@ -270,6 +271,10 @@ void StoreSource::ExpectCommits(std::span<const Id> ids) {
   m_ahead.MakeRoom();
   m_reader->Read(wanted, ReadAhead::None, 1, {this, take});
 }
+
+void StoreSource::ExpectCommits(std::span<const Id> ids) { Expect(m_commits, ids); }
+
+void StoreSource::ExpectBlobs(std::span<const Id> ids) { Expect(m_blobs, ids); }
 
 cow_ptr<Commit> StoreSource::FindCommit(const Id& id, bool inHand) {
   if (cow_ptr<Commit> known = FindIn(m_commits, id)) return known;

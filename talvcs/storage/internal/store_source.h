@@ -42,8 +42,9 @@ class StoreSource final : public ObjectSource {
   cow_ptr<Commit> OpenParent(const Id& id, const Id& child) override;
   void ExpectTrees(std::span<const ExpectedTree> trees, bool deep) override;
 
-  /// Announces that the caller opens these commits next. One read serves them all.
+  /// Announce that the caller opens these objects next. One read serves them all.
   void ExpectCommits(std::span<const Id> ids);
+  void ExpectBlobs(std::span<const Id> ids);
   /// Returns the commit that a branch names.
   cow_ptr<Commit> OpenHead(const Id& id);
 
@@ -87,6 +88,8 @@ class StoreSource final : public ObjectSource {
   /// Returns the instance of an object that the store is known to have, if it is in memory.
   template <class T>
   cow_ptr<T> FindStored(Table<T>& table, const Id& id);
+  template <class T>
+  void Expect(Table<T>& table, std::span<const Id> ids);
   template <class T>
   cow_ptr<T> Remember(Table<T>& table, const Id& id, cow_ptr<T> object);
 

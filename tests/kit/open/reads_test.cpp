@@ -105,6 +105,22 @@ TEST_F(ReadsOfTenThousandFiles, ListingAllFiles) {
   EXPECT_EQ(Took(), (Reads{112, 4}));
 }
 
+TEST_F(ReadsOfTenThousandFiles, ReadingAllFilesOfAFolderThatAreExpected) {
+  const cow_ptr<Tree> root = HeadOf("master")->GetTree()->GetRoot();
+  const cow_ptr<Tree> folder = root->GetLocalTree(Wide("a9"))->GetLocalTree(Wide("b9"));
+  const std::vector<TalStringT<WideChar>> names = folder->GetLocalBlobPaths();
+  ASSERT_EQ(names.size(), 100u);
+  std::vector<Id> ids;
+  for (const auto& name : names) ids.push_back(*folder->GetIdByPath(name));
+  const Reads before = Took();
+  OnDemandStorage::From(Opened().GetStorage())->ExpectBlobs(ids);
+  for (int file = 0; file < 100; ++file) {
+    EXPECT_EQ(TextOf(folder->GetLocalBlob(Wide("f" + std::to_string(file)))),
+              std::to_string(9900 + file));
+  }
+  EXPECT_EQ(Took(), (Reads{before.objects + 100, before.calls + 1}));
+}
+
 TEST_F(ReadsOfTenThousandFiles, DiffOfTheHeadAndItsParent) {
   const cow_ptr<Commit> head = HeadOf("master");
   OnDemandStorage::ExpectRoots(std::vector{head, head->GetParent()});
