@@ -9,6 +9,7 @@
 #include <malloc.h>
 #include <stores/sqlite/sqlite_store.h>
 #include <sys/resource.h>
+#include <talvcs/storage/on_demand_storage.h>
 
 #include <algorithm>
 #include <chrono>
@@ -191,23 +192,30 @@ struct Walked {
   std::uint64_t bytes = 0;
 };
 
-void WalkTree(const Tree& tree, Walked& walked) {
+void WalkTree(const Tree& tree, OnDemandStorage* storage, Walked& walked) {
+  std::vector<Id> ids;
+  std::vector<WideText> names;
   for (const WideText& name : tree.GetLocalBlobPaths()) {
-    if (!walked.seen.insert(*tree.GetIdByPath(name)).second) continue;
-    walked.bytes += tree.GetLocalBlob(name)->GetData().GetSize();
+    Id id = *tree.GetIdByPath(name);
+    if (!walked.seen.insert(id).second) continue;
+    ids.push_back(std::move(id));
+    names.push_back(name);
   }
+  if (storage != nullptr) storage->ExpectBlobs(ids);
+  for (const WideText& name : names) walked.bytes += tree.GetLocalBlob(name)->GetData().GetSize();
   for (const WideText& name : tree.GetLocalSubtreePaths()) {
     if (!walked.seen.insert(*tree.GetIdByPath(name)).second) continue;
-    WalkTree(*tree.GetLocalTree(name), walked);
+    WalkTree(*tree.GetLocalTree(name), storage, walked);
   }
 }
 
-Walked Walk(const Repository& repository) {
+Walked Walk(Repository& repository) {
+  OnDemandStorage* const storage = OnDemandStorage::From(repository.GetStorage());
   Walked walked;
   for (cow_ptr<Commit> commit = repository.GetHead(); commit; commit = commit->GetParent()) {
     ++walked.commits;
     const cow_ptr<CommitTree> tree = commit->GetTree();
-    if (walked.seen.insert(tree->GetRootId()).second) WalkTree(*tree->GetRoot(), walked);
+    if (walked.seen.insert(tree->GetRootId()).second) WalkTree(*tree->GetRoot(), storage, walked);
   }
   return walked;
 }

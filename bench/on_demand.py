@@ -55,8 +55,13 @@ class Bench:
     def median(self, what, kind, history, cold=False):
         """The run with the median of the elapsed time; a store in memory is made anew by each run, so once."""
         rounds = 1 if kind == "memory" and history == LARGE else ROUNDS
-        runs = sorted((self.run(what, kind, history, cold) for _ in range(rounds)), key=lambda run: run["wall_ms"])
-        return runs[len(runs) // 2]
+        return middle([self.run(what, kind, history, cold) for _ in range(rounds)], "wall_ms")
+
+    def medians_in_turns(self, kind, figure, measured):
+        """For each pair of an operation and a history in `measured`, the run with the median of `figure`. They take
+        turns, so that a slow minute of the machine changes all of them alike."""
+        rounds = [[self.run(what, kind, history) for what, history in measured] for _ in range(3 * ROUNDS)]
+        return [middle(runs, figure) for runs in zip(*rounds)]
 
     def waits(self, kind, history):
         """Waits for the disk of one save, counted over the saves of one run."""
@@ -67,6 +72,10 @@ class Bench:
             subprocess.run(["strace", "-f", "-e", "trace=fsync,fdatasync,sync_file_range", "-o", log.name] + command,
                            check=True, stdout=subprocess.DEVNULL)
             return sum("sync" in line for line in log) / 21
+
+
+def middle(runs, figure):
+    return sorted(runs, key=lambda run: run[figure])[len(runs) // 2]
 
 
 def drop_pages(path):
@@ -100,10 +109,17 @@ def saving(bench, histories):
     row("---", "---", "---:", "---:", "---:", "---:")
     for history in histories:
         for kind in KINDS:
-            save = bench.median("save", kind, history)
-            waits = bench.waits(kind, history)
-            row(history[3], kind, f'{save["save_wall_ms"]:.2f}', f'{save["save_processor_ms"]:.2f}',
-                f'{save["save_written_bytes"] / 1e3:.1f}', "" if waits is None else f"{waits:.1f}")
+            saving_row(bench, history, kind, bench.median("save", kind, history))
+    saves = [("save", history) for history in AUTOSAVES]
+    for kind in KINDS:
+        for history, save in zip(AUTOSAVES, bench.medians_in_turns(kind, "save_wall_ms", saves)):
+            saving_row(bench, history, kind, save)
+
+
+def saving_row(bench, history, kind, save):
+    waits = bench.waits(kind, history)
+    row(history[3], kind, f'{save["save_wall_ms"]:.2f}', f'{save["save_processor_ms"]:.2f}',
+        f'{save["save_written_bytes"] / 1e3:.1f}', "" if waits is None else f"{waits:.1f}")
 
 
 def walking(bench, history):
@@ -111,8 +127,7 @@ def walking(bench, history):
     row("store", "open and walk, ms", "`Kit::Load` and walk, ms", "left after `Trim`, KB")
     row("---", "---:", "---:", "---:")
     for kind in KINDS:
-        walk = bench.median("walk", kind, history)
-        load = bench.median("load", kind, history)
+        walk, load = bench.medians_in_turns(kind, "processor_ms", [("walk", history), ("load", history)])
         # Without the allocator's own cache, whose free blocks count as memory in use.
         trim = bench.run("walk", kind, history, environment={"GLIBC_TUNABLES": "glibc.malloc.tcache_count=0"})
         row(kind, f'{walk["processor_ms"]:.0f}', f'{load["processor_ms"]:.0f}',
@@ -131,7 +146,7 @@ def main():
     bench = Bench(arguments.program.resolve(), arguments.folder)
     histories = [BENCH, LARGE] if arguments.large else [BENCH]
     opening(bench, histories)
-    saving(bench, histories + AUTOSAVES)
+    saving(bench, histories)
     walking(bench, BENCH)
 
 
