@@ -22,8 +22,9 @@ BlobPtr FileTree::Find(const std::string& path) const {
   return m_tree->GetDeepBlob(ToWide(path));
 }
 
-bool FileTree::Contains(const std::string& path) const {
-  return m_tree && path != FileKinds::kKindsName && m_tree->GetIdByPath(ToWide(path));
+std::optional<TalVcs::Id> FileTree::IdAt(const std::string& path) const {
+  if (!m_tree || path == FileKinds::kKindsName) return std::nullopt;
+  return m_tree->GetIdByPath(ToWide(path));
 }
 
 std::string FindFileAndFolder(const TreePtr& root) {

@@ -30,8 +30,10 @@ class FileTree {
   std::vector<std::string> List(const std::string& folder = {}) const;
   /// Returns the file at a path, or null.
   BlobPtr Find(const std::string& path) const;
+  /// Returns the id of the file or folder at a path, without reading it.
+  std::optional<TalVcs::Id> IdAt(const std::string& path) const;
   /// Returns true if there is a file or folder at a path.
-  bool Contains(const std::string& path) const;
+  bool Contains(const std::string& path) const { return IdAt(path).has_value(); }
   FileKind KindOf(const std::string& path) const { return m_kinds.Of(path); }
 
  private:

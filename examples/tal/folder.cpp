@@ -93,19 +93,6 @@ FileStat StatOf(const struct stat& status) {
           Nanoseconds(status.st_ctim), status.st_ino};
 }
 
-OpenedParent OpenParent(int top, const std::string& path, MissingFolders missing) {
-  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  OpenedParent parent{FileHandle(fcntl(top, F_DUPFD_CLOEXEC, 0)), path};
-  for (std::size_t slash = 0; (slash = parent.name.find('/')) != std::string::npos;) {
-    const std::string name = parent.name.substr(0, slash);
-    parent.name.erase(0, slash + 1);
-    if (!parent.folder.IsOpen()) continue;
-    if (missing == MissingFolders::Make) mkdirat(parent.folder.Get(), name.c_str(), 0777);
-    parent.folder = FileHandle(openat(parent.folder.Get(), name.c_str(), kFlags));
-  }
-  return parent;
-}
-
 Folder::Folder(std::filesystem::path top)
     : m_top(std::move(top)), m_handle(open(m_top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
   if (m_handle < 0) FailOnFile("open", m_top.string(), errno);
@@ -149,7 +136,7 @@ bool Folder::Holds(const std::string& path, const TalVcs::Id& id, FileKind kind)
   return TalVcs::Blob(Read(path).bytes).GetId() == id;
 }
 
-void Folder::Write(const std::string& path, const TalVcs::Buffer& bytes, FileKind kind) const {
+FileStat Folder::Write(const std::string& path, const TalVcs::Buffer& bytes, FileKind kind) const {
   const OpenedParent parent = OpenParent(m_handle, path, MissingFolders::Make);
   if (!parent.folder.IsOpen()) FailOnFile("create the folder of", path, errno);
   const FileHandle store(
@@ -179,12 +166,16 @@ void Folder::Write(const std::string& path, const TalVcs::Buffer& bytes, FileKin
   const auto move = [&] {
     return renameat(store.Get(), kIncoming, parent.folder.Get(), parent.name.c_str()) == 0;
   };
-  if (move()) return;
-  if (errno == EISDIR) {
+  bool is_moved = move();
+  if (!is_moved && errno == EISDIR) {
     RemoveEmptyFolders(m_top / path);
-    if (move()) return;
+    is_moved = move();
   }
-  fail(errno);
+  if (!is_moved) fail(errno);
+  struct stat status {};
+  if (fstatat(parent.folder.Get(), parent.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    return {};
+  return StatOf(status);
 }
 
 void Folder::Remove(const std::string& path) const {

@@ -87,8 +87,8 @@ class Folder {
 
   /// Puts a file in place at once, with its folders: it is written inside the store's folder and
   /// moved. Other permissions of a file that it replaces stay. A folder in its place that holds no
-  /// file gives way. Throws `Failure`.
-  void Write(const std::string& path, const TalVcs::Buffer& bytes, FileKind kind) const;
+  /// file gives way. Returns what the system knows about the file then. Throws `Failure`.
+  FileStat Write(const std::string& path, const TalVcs::Buffer& bytes, FileKind kind) const;
   /// Removes a file, and the folders that this leaves empty. Throws `Failure`.
   void Remove(const std::string& path) const;
 

@@ -90,6 +90,13 @@ RawId DigestOf(std::string_view bytes) {
 
 bool ByPath(const File& file, const std::string& path) { return file.path < path; }
 
+/// Returns the file at a path of sorted ones, or null.
+template <class Files>
+auto* FindIn(Files& files, const std::string& path) {
+  const auto found = std::lower_bound(files.begin(), files.end(), path, ByPath);
+  return found != files.end() && found->path == path ? &*found : nullptr;
+}
+
 }  // namespace
 
 RawId FolderIndex::ToRaw(const TalVcs::Id& id) {
@@ -225,9 +232,16 @@ void FolderIndex::MoveTo(const FileTree& before, const FileTree& tree) {
   m_tree = ToRaw(tree.GetId());
 }
 
-File* FolderIndex::Find(const std::string& path) {
-  const auto found = std::lower_bound(m_files.begin(), m_files.end(), path, ByPath);
-  return found != m_files.end() && found->path == path ? &*found : nullptr;
+const File* FolderIndex::Find(const std::string& path) const { return FindIn(m_files, path); }
+
+File* FolderIndex::Find(const std::string& path) { return FindIn(m_files, path); }
+
+std::optional<bool> FolderIndex::Holds(const std::string& path, const FileStat& stat,
+                                       const TalVcs::Id& id) const {
+  const File* known = Find(path);
+  if (known == nullptr || known->verdict != Verdict::Same || known->stat != stat)
+    return std::nullopt;
+  return known->id == ToRaw(id);
 }
 
 bool FolderIndex::IsTracked(const std::string& path) const {

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -51,6 +52,11 @@ class FolderIndex {
   std::vector<File>& Files() noexcept { return m_files; }
   const std::vector<File>& Files() const noexcept { return m_files; }
   File* Find(const std::string& path);
+  const File* Find(const std::string& path) const;
+  /// Returns true if the file that now has `stat` is known to have the bytes of that blob id, false
+  /// if it is known to have others. Returns nothing if it must be read.
+  std::optional<bool> Holds(const std::string& path, const FileStat& stat,
+                            const TalVcs::Id& id) const;
   /// Returns true if the version has a file at the path, or below it.
   bool IsTracked(const std::string& path) const;
 

@@ -5,27 +5,31 @@
 #include "interrupt.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace fs = std::filesystem;
 
 namespace Tal {
 
-FolderUpdate::FolderUpdate(const Folder& folder, const FileTree& from, const FileTree& to,
-                           MissingFiles missing)
+FolderUpdate::FolderUpdate(const Folder& folder, const FolderIndex& known, const FileTree& from,
+                           const FileTree& to, MissingFiles missing)
     : m_folder(folder), m_from(from), m_to(to), m_missing(missing) {
   const std::string twofold = FindFileAndFolder(to.GetTree());
   if (!twofold.empty())
     throw Failure("cannot write the commit to the folder: it has a file and a folder named \"" +
                   Printable(twofold) + "\"; files are unchanged");
-  for (const Change& change : CompareTrees(from, to, Moves::Ignore)) Plan(change.path);
-  if (missing == MissingFiles::Restore) PlanMissing();
+  for (const Change& change : CompareTrees(from, to, Moves::Ignore)) {
+    Plan(known, change.path, {change.before, change.kindBefore}, {change.after, change.kindAfter});
+  }
+  if (missing == MissingFiles::Restore) PlanMissing(known);
   std::stable_partition(m_steps.begin(), m_steps.end(),
-                        [](const Step& step) { return !step.after.blob; });
+                        [](const Step& step) { return !step.after.HasFile(); });
 
   std::string blocked;
-  for (const Step& step : m_steps) {
-    if (step.after.blob) CheckFolders(step.path);
-    if (IsInTheWay(step)) blocked += "\n  " + Printable(step.path);
+  for (Step& step : m_steps) {
+    // Where there is something at the path, its folders are there too.
+    if (step.after.HasFile() && step.found.type == EntryType::Nothing) CheckFolders(step.path);
+    if (IsInTheWay(known, step)) blocked += "\n  " + Printable(step.path);
   }
   if (!blocked.empty())
     throw Failure(
@@ -33,41 +37,51 @@ FolderUpdate::FolderUpdate(const Folder& folder, const FileTree& from, const Fil
         blocked);
 }
 
-void FolderUpdate::Plan(const std::string& path) {
+// What is written is read now, so that nothing has changed yet if the store can't be read.
+void FolderUpdate::Plan(const FolderIndex& known, const std::string& path, Side before,
+                        Side after) {
   CheckPath(path);
-  const Step step{
-      path, {m_from.Find(path), m_from.KindOf(path)}, {m_to.Find(path), m_to.KindOf(path)}};
-  if (step.after.blob && Holds(path, step.after)) return;
-  if (!step.after.blob) m_going.insert(path);
-  m_steps.push_back(step);
+  Step step{path, std::move(before), std::move(after), m_folder.Examine(path), {}, nullptr};
+  if (!step.after.HasFile()) {
+    m_going.insert(path);
+  } else if (Holds(known, step, step.after)) {
+    return;
+  } else {
+    step.content = m_to.Find(path);
+  }
+  m_steps.push_back(std::move(step));
 }
 
-void FolderUpdate::PlanMissing() {
+void FolderUpdate::PlanMissing(const FolderIndex& known) {
   for (const std::string& path : m_to.List()) {
-    const BlobPtr before = m_from.Find(path);
-    const bool is_unchanged = before && before->GetId() == m_to.Find(path)->GetId();
-    if (is_unchanged && m_folder.Examine(path).type == EntryType::Nothing) Plan(path);
+    const std::optional<TalVcs::Id> id = m_to.IdAt(path);
+    if (id != m_from.IdAt(path) || m_folder.Examine(path).type != EntryType::Nothing) continue;
+    Plan(known, path, {*id, m_from.KindOf(path)}, {*id, m_to.KindOf(path)});
   }
 }
 
-bool FolderUpdate::Holds(const std::string& path, const Side& side) const {
-  return m_folder.Holds(path, side.blob->GetId(), side.kind);
+bool FolderUpdate::Holds(const FolderIndex& known, Step& step, const Side& side) const {
+  if (step.found.type != EntryType::File || step.found.stat.kind != side.kind) return false;
+  if (const auto answer = known.Holds(step.path, step.found.stat, side.id)) return *answer;
+  if (step.foundId.View().IsEmpty())
+    step.foundId = TalVcs::Blob(m_folder.Read(step.path).bytes).GetId();
+  return step.foundId == side.id;
 }
 
 // A file may be replaced or removed if it is what the old tree has. Where there is nothing, only
 // a file that the user removed, and that the new tree has in another form, is in the way.
-bool FolderUpdate::IsInTheWay(const Step& step) const {
-  switch (m_folder.Examine(step.path).type) {
+bool FolderUpdate::IsInTheWay(const FolderIndex& known, Step& step) const {
+  switch (step.found.type) {
     case EntryType::Nothing:
-      return m_missing == MissingFiles::Respect && step.before.blob && step.after.blob;
+      return m_missing == MissingFiles::Respect && step.before.HasFile() && step.after.HasFile();
     case EntryType::File:
-      return !step.before.blob || !Holds(step.path, step.before);
+      return !step.before.HasFile() || !Holds(known, step, step.before);
     case EntryType::Folder:
-      return step.after.blob && !IsFreeOnceApplied(step.path);
+      return step.after.HasFile() && !IsFreeOnceApplied(step.path);
     case EntryType::Other:
       break;
   }
-  return static_cast<bool>(step.after.blob);
+  return step.after.HasFile();
 }
 
 /// Returns true for a folder of which all files go in this update, and for a path below a file that
@@ -99,12 +113,11 @@ void FolderUpdate::CheckFolders(const std::string& path) const {
   }
 }
 
-void FolderUpdate::Put(const std::string& path, const Side& side) const {
-  if (side.blob) {
-    m_folder.Write(path, side.blob->GetData(), side.kind);
-  } else {
-    m_folder.Remove(path);
-  }
+/// Writes a file, or removes it if `content` is null.
+FileStat FolderUpdate::Put(const std::string& path, const BlobPtr& content, FileKind kind) const {
+  if (content) return m_folder.Write(path, content->GetData(), kind);
+  m_folder.Remove(path);
+  return {};
 }
 
 void FolderUpdate::Apply() {
@@ -112,10 +125,8 @@ void FolderUpdate::Apply() {
     for (const Step& step : m_steps) {
       StopIfInterrupted();
       // Where the user has put something else in place of a file that goes, it stays.
-      const bool is_ours = m_folder.Examine(step.path).type == EntryType::File;
-      if (!step.after.blob && !is_ours) continue;
-      Put(step.path, step.after);
-      m_done.push_back(&step);
+      if (!step.content && m_folder.Examine(step.path).type != EntryType::File) continue;
+      m_done.push_back({&step, Put(step.path, step.content, step.after.kind)});
     }
   } catch (...) {
     Undo();
@@ -124,13 +135,16 @@ void FolderUpdate::Apply() {
 }
 
 void FolderUpdate::Undo() {
-  for (; !m_done.empty(); m_done.pop_back()) Put(m_done.back()->path, m_done.back()->before);
+  for (; !m_done.empty(); m_done.pop_back()) {
+    const Step& step = *m_done.back().step;
+    Put(step.path, m_from.Find(step.path), step.before.kind);
+  }
 }
 
 std::vector<SettledFile> FolderUpdate::Written() const {
   std::vector<SettledFile> written;
-  for (const Step* step : m_done) {
-    if (step->after.blob) written.push_back({step->path, m_folder.Examine(step->path).stat});
+  for (const Done& done : m_done) {
+    if (done.step->content) written.push_back({done.step->path, done.stat});
   }
   return written;
 }
@@ -141,7 +155,9 @@ std::size_t SaveWithFolder(Session& session, const FileTree& before, MissingFile
 
 std::size_t SaveWithFolder(Session& session, const FileTree& before, const FileTree& after,
                            MissingFiles missing) {
-  FolderUpdate update(session.WorkFolder(), before, after, missing);
+  const std::filesystem::path store_path = session.WorkFolder().StorePath();
+  FolderIndex index = FolderIndex::Load(store_path);
+  FolderUpdate update(session.WorkFolder(), index, before, after, missing);
   if (session.IsRehearsal()) return update.FileCount();
   update.Apply();
   try {
@@ -150,9 +166,8 @@ std::size_t SaveWithFolder(Session& session, const FileTree& before, const FileT
     if (!session.IsSaved()) update.Undo();
     throw;
   }
-  const std::filesystem::path store_path = session.WorkFolder().StorePath();
   const bool is_at_head = after.GetId() == session.HeadFiles().GetId();
-  UpdateIndex(session, FolderIndex::Load(store_path), before,
+  UpdateIndex(session, std::move(index), before,
               is_at_head ? update.Written() : std::vector<SettledFile>(),
               FileSystemTime(store_path));
   return update.FileCount();

@@ -20,10 +20,10 @@ enum class MissingFiles { Respect, Restore };
 /// the user changed elsewhere stays as it is.
 class FolderUpdate {
  public:
-  /// Plans the steps. Throws `Failure`, with nothing changed, if the target can't be in a folder or
-  /// uncommitted changes are in the way.
-  FolderUpdate(const Folder& folder, const FileTree& from, const FileTree& to,
-               MissingFiles missing = MissingFiles::Respect);
+  /// Plans the steps. Files of which `known` is sure are not read. Throws `Failure`, with nothing
+  /// changed, if the target can't be in a folder or uncommitted changes are in the way.
+  FolderUpdate(const Folder& folder, const FolderIndex& known, const FileTree& from,
+               const FileTree& to, MissingFiles missing = MissingFiles::Respect);
 
   /// Does them. Throws `Failure`, with the folder as it was, if a file can't be written or removed,
   /// and after an interrupt.
@@ -40,22 +40,31 @@ class FolderUpdate {
 
  private:
   struct Side {
-    BlobPtr blob;  ///< null if there is no file
+    TalVcs::Id id;  ///< empty if there is no file
     FileKind kind = FileKind::File;
+
+    bool HasFile() const { return !id.View().IsEmpty(); }
   };
   struct Step {
     std::string path;
     Side before;
     Side after;
+    Entry found;         ///< what is at the path
+    TalVcs::Id foundId;  ///< of the file at the path, once it was read
+    BlobPtr content;     ///< of the file that the step writes
+  };
+  struct Done {
+    const Step* step;
+    FileStat stat;  ///< of the file that was written
   };
 
-  void Plan(const std::string& path);
-  void PlanMissing();
-  bool Holds(const std::string& path, const Side& side) const;
-  bool IsInTheWay(const Step& step) const;
+  void Plan(const FolderIndex& known, const std::string& path, Side before, Side after);
+  void PlanMissing(const FolderIndex& known);
+  bool Holds(const FolderIndex& known, Step& step, const Side& side) const;
+  bool IsInTheWay(const FolderIndex& known, Step& step) const;
   bool IsFreeOnceApplied(const std::string& path) const;
   void CheckFolders(const std::string& path) const;
-  void Put(const std::string& path, const Side& side) const;
+  FileStat Put(const std::string& path, const BlobPtr& content, FileKind kind) const;
 
   const Folder& m_folder;
   FileTree m_from;
@@ -63,7 +72,7 @@ class FolderUpdate {
   MissingFiles m_missing;
   std::vector<Step> m_steps;                // removals first
   std::unordered_set<std::string> m_going;  // the files that are removed
-  std::vector<const Step*> m_done;
+  std::vector<Done> m_done;
 };
 
 /// Takes the folder from `before` to the files of the current branch, then saves. If the store

@@ -189,7 +189,8 @@ std::vector<std::string> FindMarkedFiles(Session& session, const PendingMerge& m
 // The merge is remembered first. If the process ends while the folder changes, an abort puts back
 // what was changed until then.
 void BeginPendingMerge(Session& session, const FileTree& before, const PendingMerge& merge) {
-  FolderUpdate update(session.WorkFolder(), before, session.HeadFiles());
+  const Folder& folder = session.WorkFolder();
+  FolderUpdate update(folder, FolderIndex::Load(folder.StorePath()), before, session.HeadFiles());
   StopIfInterrupted();
   session.SavedStore().SetValue(kMergeValue, Serialise(merge)).value();
   try {

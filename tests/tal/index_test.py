@@ -40,6 +40,28 @@ class Index(TalTest):
         self.assertEqual(self.opened("diff", "--names"), set())  # it is known to differ
 
     @unittest.skipUnless(can_trace(), "strace isn't there or may not trace")
+    def test_a_switch_reads_no_file_that_is_known(self):
+        self.environment["ASAN_OPTIONS"] = "detect_leaks=0"
+        self.tal("switch", "-c", "topic")
+        self.write("d1/f1", "other")
+        self.tal("commit", "-m", "Other")
+        self.tal("status")
+        self.assertEqual(self.opened("switch", "master"), set())
+        self.assertEqual(self.read("d1/f1"), b"content 1\n")
+        self.assertEqual(self.changes(), [])
+
+    def test_a_switch_reads_a_file_that_has_changed_since(self):
+        self.tal("switch", "-c", "topic")
+        self.write("d1/f1", "other")
+        self.tal("commit", "-m", "Other")
+        self.tal("status")
+        former = os.stat(self.folder / "d1/f1")
+        self.write("d1/f1", "OTHER")
+        os.utime(self.folder / "d1/f1", ns=(former.st_atime_ns, former.st_mtime_ns))
+        self.tal("switch", "master", code=DIFFERS)
+        self.assertEqual(self.read("d1/f1"), b"OTHER")
+
+    @unittest.skipUnless(can_trace(), "strace isn't there or may not trace")
     def test_a_file_that_cannot_be_read_does_not_count_as_unchanged(self):
         self.environment["ASAN_OPTIONS"] = "detect_leaks=0"
         self.write("d1/f1", "other")
