@@ -52,7 +52,9 @@ struct PostgresOptions {
 ///
 /// *Durability.* A `Write` returns when the server has the objects, but before they are on its
 /// disk. `MoveHeads` waits for the disk, and for a synchronous standby: for all that was written
-/// before and for the move itself. After a lost connection it looks for what the save has written.
+/// before and for the move itself, also where the server, the database or the role has set
+/// `synchronous_commit` to off. After a lost connection a `Write` and a `MoveHeads` look for what
+/// the save relies on, and fail with `Busy` if the server has lost any of it.
 ///
 /// *Others.* Each operation is a transaction, or several if it is large. Nothing is held between
 /// two calls. A save waits for no other save, except one that moves the same branch. What the

@@ -46,6 +46,7 @@ ABSENT, LIVE, CONDEMNED = "absent", "live", "condemned"
 # For each object, the objects that it names directly; an object comes after those that it names. And
 # the commits among them, which branches may name.
 GRAPHS = {
+    "pair": (((), (0,)), (1,)),  # a tree, a commit with it
     "chain": (((), (0,), (1,)), (2,)),  # a blob, a tree with it, a commit with the tree
     "fork": (((), (0,), (0,)), (1, 2)),  # a blob, and two commits with it
 }
@@ -60,18 +61,20 @@ MISTAKES = {
     "skipped_unchecked": "a move with an old lease doesn't check what was skipped",
     "condemned_counts": "a look counts condemned objects as there",
     "insert_before_saving": "a write inserts what is absent first, and saves it in a second step",
+    "heads_are_trusted": "what the heads reached before the save began is skipped without a look",
     "no_grace": "condemned objects are removed while a reader may still need them",
 }
 
 
 class Writer(NamedTuple):
-    at: str = "idle"  # idle, look, write, save (of a mistake), move
+    at: str = "idle"  # idle, trust (of a mistake), look, write, save (of a mistake), move
     commit: int = -1  # the object that the branch is to name
     stack: tuple = ()  # objects to look for, the next one last
     missing: frozenset = frozenset()  # objects to upload
     written: frozenset = frozenset()
     skipped: frozenset = frozenset()
     is_current: bool = False  # whether the lease is of the epoch of now
+    trusted: frozenset = frozenset()  # of a mistake
 
 
 class Cleaner(NamedTuple):
@@ -145,8 +148,15 @@ class Model:
                     yield f"{name} moves its branch to {commit}", after(
                         moved, heads=replaced(state.heads, index, commit))
                     continue
+                if self.mistake == "heads_are_trusted":
+                    yield f"{name} reads the heads", after(
+                        Writer("trust", commit, trusted=self.reached(state.heads)))
+                    continue
                 yield f"{name} begins a save of {commit}", after(
                     Writer("look", commit, stack=(commit,), is_current=True))
+        elif writer.at == "trust":
+            begun = writer._replace(at="look", stack=(writer.commit,), is_current=True)
+            yield f"{name} begins a save of {writer.commit}", after(begun)
         elif writer.at == "look":
             yield self.look(state, writer, name, after)
         elif writer.at == "write":
@@ -161,7 +171,9 @@ class Model:
     def look(self, state, writer, name, after):
         *rest, wanted = writer.stack
         there = {LIVE} if self.mistake != "condemned_counts" else {LIVE, CONDEMNED}
-        if state.objects[wanted] in there:
+        if wanted in writer.trusted:
+            changed = writer
+        elif state.objects[wanted] in there:
             changed = writer._replace(skipped=writer.skipped | {wanted})
         else:
             changed = writer._replace(missing=writer.missing | {wanted})
@@ -209,15 +221,25 @@ class Model:
     def move(self, state, writer, index, name, after):
         objects = state.objects
         if not writer.is_current and self.mistake != "no_epoch":
-            are_there = all(objects[wanted] != ABSENT for wanted in writer.written)
-            are_live = all(objects[wanted] == LIVE for wanted in writer.skipped)
-            if not are_there or not (are_live or self.mistake == "skipped_unchecked"):
-                return f"{name} starts over", after(
-                    Writer("look", writer.commit, stack=(writer.commit,), is_current=True))
-            objects = tuple(LIVE if wanted in writer.written else what
-                            for wanted, what in enumerate(objects))
+            objects = self.renewed(objects, writer)
+            if objects is None:
+                return self.start_over(writer, name, after)
         return f"{name} moves its branch to {writer.commit}", after(
             Writer(), objects=objects, heads=replaced(state.heads, index, writer.commit))
+
+    def renewed(self, objects, writer):
+        """Returns the objects after a check of all that the save relies on; none if some is gone."""
+        are_there = all(objects[wanted] != ABSENT for wanted in writer.written)
+        are_live = all(objects[wanted] == LIVE for wanted in writer.skipped)
+        if not are_there or not (are_live or self.mistake == "skipped_unchecked"):
+            return None
+        return tuple(LIVE if wanted in writer.written else what
+                     for wanted, what in enumerate(objects))
+
+    @staticmethod
+    def start_over(writer, name, after):
+        return f"{name} starts over", after(
+            Writer("look", writer.commit, stack=(writer.commit,), is_current=True))
 
     # The cleaner
 

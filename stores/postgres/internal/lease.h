@@ -18,16 +18,18 @@ struct Counters {
 /// What a save relies on, from its first look to the move of its heads; see docs/sharing.md.
 class Lease {
  public:
-  /// The epoch that a statement compares with that of now; -1 if there is no save.
-  std::int64_t Epoch() const noexcept { return m_counters.epoch; }
+  /// The epoch that a statement compares with that of now; -1 if there is no save, or only one that
+  /// has expired.
+  std::int64_t Epoch() const noexcept { return m_isExpired ? -1 : m_counters.epoch; }
   const Counters& Begun() const noexcept { return m_counters; }
   bool IsHeld() const noexcept { return m_counters.epoch >= 0; }
   bool IsExpired() const noexcept { return m_isExpired; }
   /// True if there were too many objects to remember, so that the lease can't be renewed.
   bool IsIncomplete() const noexcept { return m_isIncomplete; }
 
-  /// The number of the connection on which the save has begun.
+  /// The number of the connection on which the save has begun or was last checked.
   std::uint64_t Connection() const noexcept { return m_connection; }
+  void SetConnection(std::uint64_t connection) noexcept { m_connection = connection; }
 
   /// Begins a save at its first look, with the counters of that moment or before, and a new save
   /// after one that has expired.

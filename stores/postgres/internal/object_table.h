@@ -36,6 +36,10 @@ class ObjectTable {
   /// Appends the keys after the last of `keys`, or the first ones; none at the end.
   Status List(std::vector<ObjectKey>& keys);
 
+  /// Fails with `Busy` if anything is gone that the save relies on, which is what a move of heads
+  /// needs. Needs a transaction that has locked the repository and read its counters.
+  Status CheckLease(const Counters& now);
+
   /// Removes objects and returns what there was of them. Needs a transaction.
   Result<RemovedObjects> Remove(std::span<const ObjectKey> keys);
 
@@ -76,7 +80,8 @@ class ObjectTable {
   std::vector<std::byte> Encode(const StoredObject& object);
   Status Put(std::span<const StoredObject> objects, Present present);
   Status WriteRows(std::vector<NewRow>& rows, Present present);
-  Status CopyRows(std::span<const NewRow> rows, std::span<const ObjectKey> keys, Present present);
+  Status WriteInSteps(std::span<const NewRow> rows, std::span<const ObjectKey> keys,
+                      Present present, bool may_copy);
   Status CopyInto(std::span<const NewRow> rows, std::int64_t pass);
   Result<std::vector<Rows>> InsertRows(std::span<const NewRow> rows, std::vector<Call> calls);
   void AppendRow(const NewRow& row, std::int64_t pass, std::string& out);
@@ -86,6 +91,11 @@ class ObjectTable {
   std::vector<Call> BeginWrite(std::span<const ObjectKey> keys, Present present) const;
   Status WritePieces(const ObjectKey& key, std::span<const std::byte> encoded);
   void Rely(const Rows& counters, std::span<const ObjectKey> written);
+  bool HasLostConnection() const noexcept;
+  Status CheckUploads(const Counters& now);
+  Status RenewLease();
+  Result<bool> Renew();
+  Result<bool> AreThere(Sql count, std::span<const ObjectKey> keys);
 
   Session& m_session;
   Lease& m_lease;

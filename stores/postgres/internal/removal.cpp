@@ -80,13 +80,22 @@ Result<RemovedObjects> Repository::RemoveOnce(const MarkObjects& mark) {
   return removed;
 }
 
+/// A notice that was sent while there was no connection is lost, so the heads are read after each
+/// LISTEN.
 Result<std::vector<Head>> Repository::WaitForHeads(std::span<const Head> seen,
                                                    std::chrono::milliseconds timeout) {
-  if (Status status = m_session.Listen(); !status) return std::move(status).error();
-  Result<std::vector<Head>> heads = Heads();
-  if (!heads || !std::equal(heads->begin(), heads->end(), seen.begin(), seen.end())) return heads;
-  if (Status status = m_session.WaitForNotice(timeout); !status) return std::move(status).error();
-  return Heads();
+  const auto end = std::chrono::steady_clock::now() + timeout;
+  for (;;) {
+    if (Status status = m_session.Listen(); !status) return std::move(status).error();
+    Result<std::vector<Head>> heads = Heads();
+    if (!heads || !std::equal(heads->begin(), heads->end(), seen.begin(), seen.end())) return heads;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    if (m_session.WaitForNotice(std::max(left, std::chrono::milliseconds(0)))) return Heads();
+    // This waits for a server that starts again.
+    heads = Heads();
+    if (!heads || std::chrono::steady_clock::now() >= end) return heads;
+  }
 }
 
 }  // namespace TalVcs::Kit::Postgres

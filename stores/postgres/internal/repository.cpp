@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <map>
-#include <set>
 #include <utility>
 
 namespace TalVcs::Kit::Postgres {
@@ -150,53 +149,6 @@ Status Repository::CheckHeads(std::span<const HeadMove> moves, const Rows& rows)
   return CheckMoves(heads, moves);
 }
 
-Result<bool> Repository::AreThere(Sql count, std::span<const ObjectKey> keys) {
-  constexpr std::size_t kKeysAtOnce = 8192;
-  while (!keys.empty()) {
-    const std::span<const ObjectKey> part = keys.first(std::min(keys.size(), kKeysAtOnce));
-    keys = keys.subspan(part.size());
-    std::vector<Call> calls;
-    if (count == Sql::CountThere) {
-      calls.push_back({Sql::ForgetCondemned, m_session.Number().Add(part)});
-    }
-    calls.push_back({count, m_session.Number().Add(part)});
-    Result<std::vector<Rows>> rows = m_session.Run(Task::Save, calls);
-    if (!rows) return std::move(rows).error();
-    if (rows->back().Number(0, 0) != static_cast<std::int64_t>(part.size())) return false;
-  }
-  return true;
-}
-
-/// Makes what was written live again, and checks that what was skipped is live: below a condemned
-/// object there may be others, which this save doesn't know.
-Result<bool> Repository::Renew() {
-  if (m_lease.IsIncomplete()) return false;
-  const std::set<ObjectKey> written(m_lease.Written().begin(), m_lease.Written().end());
-  std::set<ObjectKey> skipped;
-  for (const ObjectKey& key : m_lease.Skipped()) {
-    if (!written.contains(key)) skipped.insert(key);
-  }
-  Result<bool> there =
-      AreThere(Sql::CountThere, std::vector<ObjectKey>(written.begin(), written.end()));
-  if (!there || !*there) return there;
-  return AreThere(Sql::CountLive, std::vector<ObjectKey>(skipped.begin(), skipped.end()));
-}
-
-/// Objects are written without waiting for the disk. A server that has lost some of them has ended
-/// the connection, so on another one they are looked for again.
-Status Repository::CheckLease(const Counters& now) {
-  const bool is_same = m_lease.Begun().epoch == now.epoch && !m_lease.IsExpired() &&
-                       m_lease.Connection() == m_session.Connections();
-  if (!m_lease.IsHeld() || is_same) return {};
-  if (!m_lease.IsExpired() && m_lease.Begun().removals == now.removals) {
-    const Result<bool> renewed = Renew();
-    if (!renewed) return renewed.error();
-    if (*renewed) return {};
-  }
-  m_lease.Expire();
-  return ObjectsWereRemoved();
-}
-
 Status Repository::MoveOnce(std::span<const HeadMove> moves, bool& is_sent) {
   std::vector<ObjectKey> keys;
   for (const HeadMove& move : moves) keys.push_back(KeyOfName(move.name));
@@ -206,7 +158,13 @@ Status Repository::MoveOnce(std::span<const HeadMove> moves, bool& is_sent) {
                                  {Sql::LockHeads, m_session.Number().Add(std::span(keys))}});
   if (!rows) return std::move(rows).error();
   Status status = CheckHeads(moves, (*rows)[2]);
-  if (status) status = CheckLease(CountersIn((*rows)[1]));
+  if (!status) return status;
+  // A branch that is locked where it was expected is out of reach of a transaction that was lost.
+  // One that must not exist can't be locked.
+  const bool are_locked = std::none_of(moves.begin(), moves.end(),
+                                       [](const HeadMove& move) { return IsEmpty(move.expected); });
+  if (are_locked) is_sent = false;
+  status = m_objects.CheckLease(CountersIn((*rows)[1]));
   if (!status) return status;
   std::vector<Call> calls = HeadRows(moves).Calls(m_session);
   if (!calls.empty()) {
@@ -230,7 +188,8 @@ Status Repository::MoveHeads(std::span<const HeadMove> moves) {
   if (!status && is_sent) {
     // An answer was lost before. A row that the lost transaction has locked is free again.
     const bool is_conflict = status.error().code == ErrorCode::Conflict;
-    if (is_conflict && HaveMoved(moves, status.error().heads)) {
+    const bool have_moved = is_conflict && HaveMoved(moves, status.error().heads);
+    if (have_moved && WaitForLog()) {
       status = {};
     } else {
       Error error = std::move(status).error();
@@ -261,6 +220,16 @@ bool Repository::HaveMoved(std::span<const HeadMove> moves, std::span<const Head
     if (IsEmpty(desired) || !IsDescendant(actual[index].id, desired)) return false;
   }
   return true;
+}
+
+/// Waits for the disk and for a synchronous standby, as a transaction that was lost may not have
+/// done: after a crash its move can be seen before a standby has it.
+Status Repository::WaitForLog() {
+  return m_session.Repeat<Status>(Task::Save, [this]() -> Status {
+    const Result<std::vector<Rows>> rows = m_session.Run(
+        Task::Save, {{Sql::Begin}, {Sql::LockShared, m_session.Number()}, {Sql::Commit}});
+    return rows ? Status() : Status(rows.error());
+  });
 }
 
 Result<std::optional<std::string>> Repository::Value(std::string_view name) {

@@ -46,9 +46,6 @@ class Repository {
   Result<std::vector<Head>> HeadsIn(const Rows& rows) const;
   Status MoveOnce(std::span<const HeadMove> moves, bool& is_sent);
   Status CheckHeads(std::span<const HeadMove> moves, const Rows& rows);
-  Status CheckLease(const Counters& now);
-  Result<bool> Renew();
-  Result<bool> AreThere(Sql count, std::span<const ObjectKey> keys);
   Result<RemovedObjects> RemoveOnce(const MarkObjects& mark);
   Result<std::vector<ObjectKey>> ListKeys();
 
@@ -69,6 +66,7 @@ class Repository {
 
   bool HaveMoved(std::span<const HeadMove> moves, std::span<const Head> actual);
   bool IsDescendant(const Id& id, const Id& ancestor);
+  Status WaitForLog();
 
   Session m_session;
   Lease m_lease;

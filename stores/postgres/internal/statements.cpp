@@ -15,10 +15,13 @@ const char* TextOf(Sql statement) noexcept {
     case Sql::Count:
       return "ROLLBACK";
     // A plan for the ids of one call would be made again by each call, and reads whole tables where
-    // looking for each id is faster.
+    // looking for each id is faster. A server, database or role that doesn't wait for the disk
+    // would lose heads that were acknowledged.
     case Sql::SetUp:
       return "SELECT set_config('lock_timeout', $1, false), "
-             "set_config('plan_cache_mode', 'force_generic_plan', false)";
+             "set_config('plan_cache_mode', 'force_generic_plan', false), "
+             "set_config('synchronous_commit', coalesce(nullif("
+             "current_setting('synchronous_commit'), 'off'), 'on'), false)";
 
     case Sql::ReadVersion:
       return "SELECT version FROM talvcs.meta";

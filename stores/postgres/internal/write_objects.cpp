@@ -127,7 +127,8 @@ Status ObjectTable::WriteRows(std::vector<NewRow>& rows, Present present) {
   for (const NewRow& row : rows) keys.push_back(row.key);
   bool may_copy = rows.size() >= kFewestCopied;
   Status status = m_session.Repeat<Status>(Task::Save, [&]() -> Status {
-    if (std::exchange(may_copy, false)) return CopyRows(rows, keys, present);
+    const bool copies = std::exchange(may_copy, false);
+    if (copies || HasLostConnection()) return WriteInSteps(rows, keys, present, copies);
     const Result<std::vector<Rows>> done = InsertRows(rows, BeginWrite(keys, present));
     if (!done) return done.error();
     Rely((*done)[1], keys);
@@ -137,14 +138,17 @@ Status ObjectTable::WriteRows(std::vector<NewRow>& rows, Present present) {
   return status;
 }
 
-Status ObjectTable::CopyRows(std::span<const NewRow> rows, std::span<const ObjectKey> keys,
-                             Present present) {
+Status ObjectTable::WriteInSteps(std::span<const NewRow> rows, std::span<const ObjectKey> keys,
+                                 Present present, bool may_copy) {
   Result<std::vector<Rows>> begun = m_session.Run(Task::Save, BeginWrite(keys, present));
   if (!begun) return std::move(begun).error();
   const Rows& counters = (*begun)[1];
-  const bool is_of_now = !m_lease.IsHeld() || m_lease.Epoch() == CountersIn(counters).epoch;
-  Status status = counters.Count() == 1 && is_of_now ? CopyInto(rows, counters.Number(0, 2))
-                                                     : StatusOf(InsertRows(rows, {}));
+  Status status = CheckUploads(CountersIn(counters));
+  if (!status) return status;
+  const std::int64_t epoch = m_lease.Epoch();
+  const bool is_of_now = epoch < 0 || epoch == CountersIn(counters).epoch;
+  const bool copies = may_copy && counters.Count() == 1 && is_of_now;
+  status = copies ? CopyInto(rows, counters.Number(0, 2)) : StatusOf(InsertRows(rows, {}));
   if (status) Rely(counters, keys);
   return status;
 }
@@ -240,9 +244,11 @@ Status ObjectTable::WriteLarge(const ObjectKey& key, std::int64_t size_bytes,
                      m_session.Number().Add(key).Add(size_bytes).Add(pieces).Add(m_lease.Epoch())});
     Result<std::vector<Rows>> rows = m_session.Run(Task::Save, calls);
     if (!rows) return std::move(rows).error();
+    Status status = CheckUploads(CountersIn((*rows)[1]));
+    if (!status) return status;
     // No row comes back for an object that is there, which may be encoded otherwise.
     const bool is_new = rows->back().Count() == 1;
-    Status status = is_new ? WritePieces(key, encoded) : Status();
+    if (is_new) status = WritePieces(key, encoded);
     if (!status) return status;
     const Result<std::vector<Rows>> end = m_session.Run(Task::Save, {{Sql::Commit}});
     if (!end) return end.error();

@@ -295,6 +295,7 @@ TEST_F(PostgresStoreTest, SaveWhoseObjectsAreGoneIsBusy) {
   EXPECT_TRUE(status.error().cause.empty());
   ASSERT_TRUE(writer.Write({&m_one, 1}).ok());
   EXPECT_TRUE(writer.MoveHeads({{HeadMove{"master", Id(), m_one.id}}}).ok());
+  EXPECT_EQ(Count("condemned"), "0") << "the write after it has begun a new save";
 }
 
 TEST_F(PostgresStoreTest, SaveThatSkippedACondemnedObjectIsBusy) {
@@ -441,22 +442,62 @@ TEST_F(PostgresStoreTest, ManyObjectsOfAnOldSaveAreCondemnedUntilItsHeadMoves) {
 }
 
 // A server that crashes may lose what it has not yet on its disk, and ends all connections.
-TEST_F(PostgresStoreTest, SaveThatTheServerHasLostInACrashIsBusyAndNextTimeWritten) {
-  const std::string end_connections =
-      "SELECT count(pg_terminate_backend(pid)) FROM pg_stat_activity WHERE application_name = "
-      "'talvcs'";
-  const HeadMove move{"master", Id(), m_one.id};
+class PostgresLossTest : public PostgresStoreTest {
+ protected:
+  static void EndConnections() {
+    Sql("SELECT count(pg_terminate_backend(pid)) FROM pg_stat_activity WHERE application_name = "
+        "'talvcs'");
+  }
+  /// Takes one object from the server, and ends its connections.
+  void LoseOne() {
+    EndConnections();
+    Sql("DELETE FROM talvcs.objects WHERE id = '\\x" + ToUtf8(m_one.id.View()) +
+        "' AND repository = (SELECT number FROM talvcs.repositories WHERE name = '" + m_name +
+        "')");
+  }
+  const HeadMove m_move{"master", Id(), m_one.id};
+};
+
+TEST_F(PostgresLossTest, SaveIsBusyAndNextTimeWritten) {
   ASSERT_TRUE(m_store.Write({{m_one}}).ok());
-  Sql(end_connections);
-  Sql("DELETE FROM talvcs.objects WHERE repository = (SELECT number FROM talvcs.repositories WHERE "
-      "name = '" +
-      m_name + "')");
-  EXPECT_EQ(m_store.MoveHeads({{move}}).error().code, ErrorCode::Busy);
+  LoseOne();
+  EXPECT_EQ(m_store.MoveHeads({{m_move}}).error().code, ErrorCode::Busy);
   EXPECT_TRUE(m_store.Heads().value().empty());
   EXPECT_EQ(m_store.Missing({{m_one.id}}).value().size(), 1U);
   ASSERT_TRUE(m_store.Write({{m_one}}).ok());
-  Sql(end_connections);
-  EXPECT_TRUE(m_store.MoveHeads({{move}}).ok()) << "nothing was lost this time";
+  EndConnections();
+  EXPECT_TRUE(m_store.MoveHeads({{m_move}}).ok()) << "nothing was lost this time";
+}
+
+// Otherwise an object would be there without what it names, and others would skip what is below.
+TEST_F(PostgresLossTest, WriteThatFollowsAnyLostObjectIsBusyAndWritesNothing) {
+  const StoredObject large = ObjectOf("blob 3000000 " + RandomBytes(3000000));
+  for (const std::vector<StoredObject>& next :
+       {std::vector{m_two}, std::vector{large}, ManyObjects(0)}) {
+    ASSERT_TRUE(m_store.Write({{m_one}}).ok());
+    LoseOne();
+    EXPECT_EQ(m_store.Write(next).error().code, ErrorCode::Busy);
+    EXPECT_EQ(m_store.Missing(IdsOf(next)).value().size(), next.size());
+    EXPECT_EQ(Count("pieces"), "0");
+  }
+}
+
+TEST_F(PostgresLossTest, WriteThatFollowsALostSkippedObjectIsBusy) {
+  ASSERT_TRUE(Open().Write({{m_one}}).ok());
+  ASSERT_TRUE(m_store.Missing({{m_one.id}}).value().empty());
+  LoseOne();
+  EXPECT_EQ(m_store.Write({{m_two}}).error().code, ErrorCode::Busy);
+  EXPECT_EQ(Count("objects"), "0");
+}
+
+TEST_F(PostgresLossTest, SaveThatHasLostItsConnectionAloneGoesOn) {
+  ASSERT_TRUE(m_store.Write({{m_one}}).ok());
+  EndConnections();
+  ASSERT_TRUE(m_store.Write({{m_two}}).ok());
+  EndConnections();
+  ASSERT_TRUE(m_store.Write(ManyObjects(0)).ok());
+  EXPECT_TRUE(m_store.MoveHeads({{m_move}}).ok());
+  EXPECT_EQ(Count("objects"), std::to_string(kMany + 2));
 }
 
 TEST_F(PostgresStoreTest, LargeSaveOfTwoProcessesDoesNotDeadlock) {
@@ -491,6 +532,20 @@ TEST_F(PostgresStoreTest, WaitEndsWhenAnotherStoreObjectMovesAHead) {
   other.join();
   EXPECT_EQ(heads.value(), (std::vector<Head>{{"master", m_one.id}}));
   EXPECT_LT(waited, std::chrono::seconds(20));
+}
+
+TEST_F(PostgresLossTest, WaitForHeadsOutlivesItsConnections) {
+  ASSERT_TRUE(m_store.Write({&m_one, 1}).ok());
+  std::thread other([this] {
+    PostgresStore store = Open();
+    std::this_thread::sleep_for(milliseconds(100));
+    EndConnections();
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_TRUE(store.MoveHeads({{m_move}}).ok());
+  });
+  const auto heads = m_store.WaitForHeads({}, std::chrono::seconds(30));
+  other.join();
+  EXPECT_EQ(heads.value(), (std::vector<Head>{{"master", m_one.id}}));
 }
 
 }  // namespace

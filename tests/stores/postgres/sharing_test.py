@@ -29,7 +29,9 @@ server = None
 def setUpModule():
     global server
     print(f"seed {SEED}", file=sys.stderr)
-    server = Server({"fsync": "on"} if IS_LONG else None).__enter__()
+    # What doesn't wait for the disk stays in memory for long, so that a crash loses it.
+    settings = {"wal_writer_delay": "10000"} | ({"fsync": "on"} if IS_LONG else {})
+    server = Server(settings).__enter__()
     server.make_database()
 
 
@@ -154,6 +156,35 @@ class Sharing(unittest.TestCase):
         self.edit_by_all(server.connection(), crash, processes=PROCESSES if IS_LONG else 3)
         self.assertGreater(kills, 0)
 
+    def test_save_that_a_crash_has_cut_in_two_is_whole(self):
+        lost = 0
+        for number in range(20):
+            name = f"{self.repository}.{number}"
+            process = subprocess.Popen([WORKER, server.connection(), self.repository, "resume", name],
+                                       text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+            self.assertEqual(process.stdout.readline(), "written\n")
+            server.crash()
+            server.start()
+            out, _ = process.communicate("\n")
+            self.assertEqual(process.returncode, 0)
+            self.assertIn(out, ("Busy 2\n", "Done 0\n"))
+            server.crash()
+            server.start()
+            counted = run(server.connection(), self.repository, "count", name, 2)
+            self.assertEqual(counted[1], "2\n")
+            lost += out == "Busy 2\n"
+            if lost >= (10 if IS_LONG else 1):
+                return
+        self.fail("no crash has lost anything")
+
+    def test_heads_wait_for_the_disk_whatever_the_role_has_set(self):
+        connection = server.connection() + " options='-c synchronous_commit=off'"
+        for number in range(10 if IS_LONG else 2):
+            self.assertEqual(run(connection, self.repository, "edit", "p", number, 1)[0], 0)
+            server.crash()
+            server.start()
+            self.assertEqual(len(self.log()), number + 1)
+
     # Cut connections
 
     def test_each_cut_of_a_save_saves_once(self):
@@ -263,6 +294,29 @@ class Standby(unittest.TestCase):
                     f"p{name}.{edit}" for name in range(4) for edit in range(EDITS)))
                 for editor in editors:
                     self.assertLessEqual(set(editor.acknowledged), set(history))
+
+    def test_edit_found_after_a_crash_is_acknowledged_when_the_standby_has_it(self):
+        with Server() as primary:
+            primary.make_database()
+            with Server(copy_of=primary) as standby:
+                primary.sql("ALTER SYSTEM SET synchronous_standby_names = 'standby'", "postgres")
+                primary.sql("SELECT pg_reload_conf()", "postgres")
+                self.assertEqual(run(primary.connection(), "found", "edit", "p", 0, 1)[0], 0)
+                standby.crash()
+                editor = start(primary.connection(), "found", "edit", "p", 1, 1)
+                time.sleep(1.0)
+                primary.crash()
+                primary.start()
+                for _ in range(100):
+                    if len(run(primary.connection(), "found", "log")[1].split()) == 2:
+                        break
+                    time.sleep(0.1)
+                else:
+                    self.fail("the server has lost the edit")
+                time.sleep(1.0)
+                self.assertIsNone(editor.poll(), "it has acknowledged what no standby has")
+                standby.start()
+                self.assertEqual(editor.communicate(timeout=60)[0], "p.1\n")
 
     def test_acknowledged_edits_outlive_the_primary(self):
         for _ in range(5):

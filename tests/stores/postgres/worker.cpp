@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -168,6 +169,26 @@ int CountGarbage(Kit::IObjectStore& store, const std::string& name, int count) {
   return status ? 0 : Fail(status.error());
 }
 
+/// resume NAME: writes an object, waits for a line, and goes on with a second one and a branch that
+/// names it. Prints how the second write went, and how many of both were missing then.
+int Resume(Kit::IObjectStore& store, const std::string& name) {
+  const std::vector<Kit::StoredObject> objects = GarbageOf(name, 2);
+  const std::span<const Kit::StoredObject> both(objects);
+  if (const Kit::Status status = store.Write(both.first(1)); !status) return Fail(status.error());
+  std::printf("written\n");
+  std::fflush(stdout);
+  std::getchar();
+  Kit::Status status = store.Write(both.last(1));
+  const std::string outcome = status ? "Done" : Kit::ToString(status.error().code);
+  const Kit::Result<std::vector<Id>> missing = store.Missing({{objects[0].id, objects[1].id}});
+  if (!missing) return Fail(missing.error());
+  std::printf("%s %zu\n", outcome.c_str(), missing->size());
+  status = store.Write(both);
+  const Kit::HeadMove move{name, Id(), objects[1].id};
+  if (status) status = store.MoveHeads({&move, 1});
+  return status ? 0 : Fail(status.error());
+}
+
 }  // namespace
 
 /// Usage: worker CONNECTION REPOSITORY COMMAND ARGUMENT...
@@ -189,6 +210,7 @@ int main(int count, char** values) {
   if (command == "read") return ReadAll(*store, number(3));
   if (command == "clean") return CleanUp(*store, number(3));
   if (command == "garbage") return WriteGarbage(*store, arguments.at(3), number(4));
+  if (command == "resume") return Resume(*store, arguments.at(3));
   if (command == "count") return CountGarbage(*store, arguments.at(3), number(4));
   return 2;
 }
