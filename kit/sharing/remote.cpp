@@ -163,7 +163,7 @@ Result<PushReport> Remote::PushOnce(IObjectStore& local, const std::string& bran
     }
     Reporter reporter(options.progress);
     Transfer transfer(local, *m_store, FarStore::Target, reporter);
-    Status status = transfer.Run({&move.desired, 1}, IdsOf(*theirs));
+    Status status = transfer.Run({&move.desired, 1}, IdsOf(*theirs), move.expected);
     if (status) status = MoveHeadsSurely(*m_store, {&move, 1});
     if (!status) return status.error();
     report.newCommits = transfer.NewCommits();

@@ -16,6 +16,10 @@ namespace {
 // A far target is asked about windows of this size and more. Most pushes are smaller.
 constexpr std::size_t kLeastWindowToAsk = 16;
 
+// How a commit is known: from the store or as one that was read, or by the word of the caller.
+constexpr std::uint32_t kSeen = 0;
+constexpr std::uint32_t kOfCaller = 1;
+
 /// Makes a record of what a store passed for a commit.
 Result<CommitRecord> RecordOf(const Id& id, Result<Buffer> packed) {
   const std::optional<ReadProblem> problem = CheckRecord(id, ObjectType::Commit, packed);
@@ -35,7 +39,7 @@ Result<CommitRecord> RecordOf(const Id& id, Result<Buffer> packed) {
 
 Status NewHistory::Read(std::span<const Id> heads, std::span<const Id> known) {
   for (const Id& id : known) {
-    if (IsObjectId(id)) m_known.Insert(*KeyOf(id), 0);
+    if (IsObjectId(id)) m_known.Insert(*KeyOf(id), kOfCaller);
   }
   Status status = m_reporter.Begin("history");
   if (status) status = ReadHeads(heads);
@@ -53,9 +57,14 @@ Status NewHistory::NoteKnown(std::span<const Id> ids) {
   IdMap lacking;
   for (const Id& id : *missing) lacking.Insert(*KeyOf(id), 0);
   for (const Id& id : ids) {
-    if (!lacking.Contains(*KeyOf(id))) m_known.Insert(*KeyOf(id), 0);
+    if (!lacking.Contains(*KeyOf(id))) m_known.Insert(*KeyOf(id), kSeen);
   }
   return {};
+}
+
+void NewHistory::NoteEnd(const Id& id) {
+  std::uint32_t* const source = m_known.Find(*KeyOf(id));
+  if (std::exchange(*source, kSeen) == kOfCaller) m_knownEnds.push_back(id);
 }
 
 Status NewHistory::ReadHeads(std::span<const Id> heads) {
@@ -98,7 +107,8 @@ Status NewHistory::AddLine(const Id& head) {
     at = found->second.parent;
     line.push_back(found->second);
   }
-  for (const CommitRecord& commit : line) m_known.Insert(*KeyOf(commit.id), 0);
+  if (!at.View().IsEmpty() && IsKnown(at)) NoteEnd(at);
+  for (const CommitRecord& commit : line) m_known.Insert(*KeyOf(commit.id), kSeen);
   m_commits.insert(m_commits.end(), std::make_move_iterator(line.rbegin()),
                    std::make_move_iterator(line.rend()));
   return {};
@@ -136,6 +146,7 @@ Result<bool> NewHistory::TakeNew(std::vector<CommitRecord> window,
     while (count < window.size() && !IsKnown(window[count].id)) ++count;
     goes_on = count == window.size();
   }
+  if (!goes_on) NoteEnd(window[count].id);
   line.insert(line.end(), std::make_move_iterator(window.begin()),
               std::make_move_iterator(window.begin() + static_cast<std::ptrdiff_t>(count)));
   return goes_on;

@@ -31,6 +31,10 @@ class NewHistory {
   /// Returns the commits, each after its parent.
   const std::vector<CommitRecord>& Commits() const noexcept { return m_commits; }
 
+  /// Returns those of the caller's known commits at which a history ends, each once. The target
+  /// hasn't been asked for them.
+  const std::vector<Id>& KnownEnds() const noexcept { return m_knownEnds; }
+
  private:
   Status ReadHeads(std::span<const Id> heads);
   Status AddLine(const Id& head);
@@ -38,14 +42,16 @@ class NewHistory {
   Result<bool> TakeNew(std::vector<CommitRecord> window, std::vector<CommitRecord>& line);
   Status NoteKnown(std::span<const Id> ids);
   bool IsKnown(const Id& id) const { return m_known.Contains(*KeyOf(id)); }
+  void NoteEnd(const Id& id);
 
   IObjectStore& m_from;
   IObjectStore& m_to;
   FarStore m_far;
   Reporter& m_reporter;
-  IdMap m_known;                                // in the target, or in m_commits
+  IdMap m_known;  // in the target, or in m_commits; and how it is known
   std::unordered_map<Id, CommitRecord> m_read;  // the heads
   std::vector<CommitRecord> m_commits;
+  std::vector<Id> m_knownEnds;
 };
 
 }  // namespace TalVcs::Kit

@@ -1,4 +1,5 @@
 #include <kit/sharing/internal/transfer.h>
+#include <kit/store/head_table.h>
 
 #include <algorithm>
 #include <optional>
@@ -36,10 +37,15 @@ Status InBatches(const Entries& entries, std::size_t most, Act act) {
 
 }  // namespace
 
-Status Transfer::Run(std::span<const Id> heads, std::span<const Id> known) {
+Status Transfer::Run(std::span<const Id> heads, std::span<const Id> known, const Id& guarded) {
   Status status = m_history.Read(heads, known);
   if (status) status = m_reporter.Begin("contents");
   const std::span<const CommitRecord> commits = m_history.Commits();
+  for (const Id& id : m_history.KnownEnds()) {
+    if (!(id == guarded)) m_unproven.push_back({id, ObjectType::Commit});
+  }
+  std::vector<Entry> none;
+  if (status && commits.empty()) status = KeepMissing(none);
   for (std::size_t first = 0; status && first < commits.size(); first += kCommitsTogether) {
     status =
         CopyCommits(commits.subspan(first, std::min(kCommitsTogether, commits.size() - first)));
@@ -110,18 +116,28 @@ Result<std::vector<Transfer::Entry>> Transfer::RootsOf(std::span<const CommitRec
   return roots;
 }
 
-/// Takes out what the target has.
+/// Takes out what the target has. The first call looks for the known commits as well.
 Status Transfer::KeepMissing(std::vector<Entry>& entries) {
   IdMap missing;
-  Status status =
-      InBatches(entries, kIdsTogether, [&](std::size_t, const std::vector<Id>& ids) -> Status {
-        const Result<std::vector<Id>> result = m_to.Missing(ids);
-        if (!result) return result.error();
-        for (const Id& id : *result) missing.Insert(*KeyOf(id), 0);
-        return m_reporter.Add(0);
-      });
+  const std::size_t count = entries.size();
+  entries.insert(entries.end(), m_unproven.begin(), m_unproven.end());
+  Status status = FindMissing(entries, missing);
+  entries.resize(count);
+  if (!status) return status;
+  for (const Entry& entry : std::exchange(m_unproven, {})) {
+    if (missing.Contains(*KeyOf(entry.id))) return ObjectsWereRemoved();
+  }
   std::erase_if(entries, [&](const Entry& entry) { return !missing.Contains(*KeyOf(entry.id)); });
   return status;
+}
+
+Status Transfer::FindMissing(std::span<const Entry> entries, IdMap& missing) {
+  return InBatches(entries, kIdsTogether, [&](std::size_t, const std::vector<Id>& ids) -> Status {
+    const Result<std::vector<Id>> result = m_to.Missing(ids);
+    if (!result) return result.error();
+    for (const Id& id : *result) missing.Insert(*KeyOf(id), 0);
+    return m_reporter.Add(0);
+  });
 }
 
 Status Transfer::ReadTrees(const std::vector<Entry>& level) {

@@ -32,8 +32,11 @@ class Transfer {
         m_history(from, to, far, reporter),
         m_writer(to, reporter) {}
 
-  /// Copies. `known` are commits that the target has. Called once. No head is moved.
-  Status Run(std::span<const Id> heads, std::span<const Id> known);
+  /// Copies. `known` are commits that the target had when the caller read its heads. Those that the
+  /// copy relies on are looked for again, because a branch may have been removed meanwhile, except
+  /// `guarded`: a head that the caller moves only from there. If any is gone, this fails with
+  /// `Busy`. Called once. No head is moved.
+  Status Run(std::span<const Id> heads, std::span<const Id> known, const Id& guarded = {});
 
   std::uint64_t NewCommits() const noexcept { return m_history.Commits().size(); }
   std::uint64_t WrittenObjects() const noexcept { return m_writer.WrittenObjects(); }
@@ -54,6 +57,7 @@ class Transfer {
   Status CopyCommits(std::span<const CommitRecord> commits);
   Result<std::vector<Entry>> RootsOf(std::span<const CommitRecord> commits);
   Status KeepMissing(std::vector<Entry>& entries);
+  Status FindMissing(std::span<const Entry> entries, IdMap& missing);
   Status ReadTrees(const std::vector<Entry>& level);
   Status ReadPrevious(const std::vector<Entry>& level);
   Result<std::vector<Entry>> EntriesBelow(const std::vector<Entry>& level);
@@ -69,6 +73,7 @@ class Transfer {
   Reporter& m_reporter;
   NewHistory m_history;
   ObjectWriter m_writer;
+  std::vector<Entry> m_unproven;              // known commits that are to be looked for
   IdMap m_met;                                // what a tree added, with its type
   std::unordered_map<Id, HeldTree> m_trees;   // to be written
   std::unordered_map<Id, Buffer> m_previous;  // trees of commits that the target has

@@ -1,8 +1,11 @@
 // Fetches and pushes between two stores: what they copy, in how many calls, and what stops them.
 
+#include <kit/open/clean_up.h>
 #include <tests/kit/sharing/sharing_fixture.h>
 
 #include <algorithm>
+#include <functional>
+#include <utility>
 
 namespace TalVcs::Testing {
 namespace {
@@ -148,6 +151,42 @@ TEST_F(RemoteTest, PushUploadsWhatTheRemoteLacksAndMovesItsBranch) {
   EXPECT_THAT(site.far->GetLog(), ElementsAre("Heads", "Missing 1", "Missing 1", "Missing 1",
                                               "Missing 1", "Write 5", "MoveHeads 1"));
   ExpectWhole(*shared);
+}
+
+/// A store that does something after its heads were read for the first time.
+class InterruptedStore final : public Kit::PassingStore {
+ public:
+  InterruptedStore(std::shared_ptr<Kit::IObjectStore> store, std::function<void()> act)
+      : Kit::PassingStore(std::move(store)), m_act(std::move(act)) {}
+
+  Kit::Result<std::vector<Head>> Heads() override {
+    Kit::Result<std::vector<Head>> heads = Kit::PassingStore::Heads();
+    if (m_act) std::exchange(m_act, nullptr)();
+    return heads;
+  }
+
+ private:
+  std::function<void()> m_act;
+};
+
+// A push took what another branch reached as there, although that branch was gone.
+TEST_F(RemoteTest, PushBringsWhatACleanUpRemovesAfterItHasReadTheHeads) {
+  for (const bool has_new_version : {false, true}) {
+    shared = std::make_shared<Kit::MemoryObjectStore>();
+    const Id topic = Add(shared, "topic", {{"a", "1"}});
+    Site site = MakeSite("A");
+    site.remote.Fetch(*site.local).value();
+    site.memory->MoveHeads({{{"master", Id(), topic}}}).value();
+    if (has_new_version) Add(site.memory, "master", {{"b", "2"}});
+    Kit::Remote remote(std::make_shared<InterruptedStore>(shared, [&] {
+      shared->MoveHeads({{{"topic", topic, Id()}}}).value();
+      Kit::CleanUp(*shared).value();
+    }));
+    const Kit::PushReport report = remote.Push(*site.local, "master").value();
+    EXPECT_EQ(HeadOf(*shared, "master"), report.head);
+    EXPECT_EQ(report.newCommits, has_new_version ? 2U : 1U);
+    ExpectWhole(*shared);
+  }
 }
 
 TEST_F(RemoteTest, PushOfWhatIsThereOnlyReadsTheHeads) {
