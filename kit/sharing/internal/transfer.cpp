@@ -14,12 +14,18 @@ constexpr std::size_t kTreesTogether = 4096;
 constexpr std::size_t kFilesTogether = 2048;
 constexpr std::size_t kIdsTogether = 16384;
 
+/// Returns a delegate with the arguments `Args` that calls `callable`, which must outlive it.
+template <class... Args, class Callable>
+Delegate<void(Args...)> DelegateTo(Callable& callable) {
+  return {&callable, [](void* object, Args... args) {
+            (*static_cast<Callable*>(object))(std::forward<Args>(args)...);
+          }};
+}
+
 /// Calls `visit` with each reference of a packed tree or commit.
 template <class Visit>
 void ForEachReference(const Buffer& packed, Visit visit) {
-  VisitReferences(packed, {&visit, [](void* object, const PackedReference& reference) {
-                             (*static_cast<Visit*>(object))(reference);
-                           }});
+  VisitReferences(packed, DelegateTo<const PackedReference&>(visit));
 }
 
 /// Calls `act` with the ids of the entries, not more than `most` at once.
@@ -201,15 +207,11 @@ Status Transfer::AddChanges(const HeldTree& tree, std::vector<Entry>& entries) {
     }
     if (is_new) entries.push_back({reference.id, reference.type, previous});
   };
-  using Add = decltype(add);
   const Buffer* const previous = PreviousOf(tree);
   const bool is_compared =
       previous != nullptr &&
-      VisitChangedReferences(
-          tree.packed, *previous,
-          {&add, [](void* object, const PackedReference& reference, const Id& id) {
-             (*static_cast<Add*>(object))(reference, id);
-           }});
+      VisitChangedReferences(tree.packed, *previous,
+                             DelegateTo<const PackedReference&, const Id&>(add));
   if (!is_compared) {
     ForEachReference(tree.packed, [&](const PackedReference& reference) { add(reference, Id()); });
   }
@@ -255,9 +257,7 @@ std::vector<Id> Transfer::HeldSubtrees(const Id& tree) const {
   auto add = [&](const PackedReference& reference) {
     if (m_trees.contains(reference.id)) subtrees.push_back(reference.id);
   };
-  VisitSubtrees(m_trees.at(tree).packed, {&add, [](void* object, const PackedReference& reference) {
-                                            (*static_cast<decltype(add)*>(object))(reference);
-                                          }});
+  VisitSubtrees(m_trees.at(tree).packed, DelegateTo<const PackedReference&>(add));
   return subtrees;
 }
 
