@@ -2,6 +2,7 @@
 //
 //     "cache/heads"         head*
 //     "cache/value/" name   the value of that name
+//     "cache/read/" name    empty: the value of that name was read, and is absent unless it is kept
 //     head := id SP length SP name LF    length: decimal count of the bytes of the name
 
 #include <kit/store/cache_store.h>
@@ -18,6 +19,7 @@ namespace {
 
 constexpr char kHeadsKey[] = "cache/heads";
 constexpr char kValuePrefix[] = "cache/value/";
+constexpr char kReadPrefix[] = "cache/read/";
 constexpr std::size_t kIdDigits = 64;
 
 bool Fits(const Id& id, const Buffer& packed) { return Id(packed) == id; }
@@ -229,7 +231,7 @@ Result<std::vector<Head>> CacheStore::Heads() {
 Status CacheStore::MoveHeads(std::span<const HeadMove> moves) {
   Status status = Slow(m_slow->MoveHeads(moves));
   if (!status || !KeepsHeads()) return status;
-  const std::optional<std::string> kept = KeptValue(kHeadsKey);
+  const std::optional<std::string> kept = KeptText(kHeadsKey);
   std::optional<HeadTable> table = kept ? HeadsOfText(*kept) : std::nullopt;
   if (!table) return status;
   ApplyMoves(*table, moves);
@@ -238,26 +240,40 @@ Status CacheStore::MoveHeads(std::span<const HeadMove> moves) {
 }
 
 void CacheStore::KeepHeads(const std::vector<Head>& heads) {
-  if (KeepsHeads()) KeepValue(kHeadsKey, TextOfHeads(heads));
+  if (KeepsHeads()) KeepText(kHeadsKey, TextOfHeads(heads));
 }
 
 /// Returns the heads that the fast store keeps; nothing if it keeps none.
 std::optional<std::vector<Head>> CacheStore::KeptHeads() {
-  const std::optional<std::string> kept = KeptValue(kHeadsKey);
+  const std::optional<std::string> kept = KeptText(kHeadsKey);
   const std::optional<HeadTable> table = kept ? HeadsOfText(*kept) : std::nullopt;
   return table ? std::optional(ListHeads(*table)) : std::nullopt;
 }
 
-/// Keeps a text of the slow store, unless it is there.
-void CacheStore::KeepValue(const std::string& key, const std::optional<std::string>& value) {
-  if (KeptValue(key) == value || !m_fastStatus) return;
-  m_fastStatus = m_fast->SetValue(key, value);
+/// Keeps a value of the slow store. That it has none is kept too, before a former value goes.
+void CacheStore::KeepValue(std::string_view name, const std::optional<std::string>& value) {
+  if (!value) KeepText(std::string(kReadPrefix).append(name), std::string());
+  KeepText(std::string(kValuePrefix).append(name), value);
 }
 
-std::optional<std::string> CacheStore::KeptValue(const std::string& key) {
-  Result<std::optional<std::string>> value = m_fast->Value(key);
-  if (value) return *std::move(value);
-  m_fastStatus = std::move(value).error();
+/// Returns the value that the slow store had when it was read last; an empty inner optional if it
+/// had none. Returns nothing if that isn't known.
+std::optional<std::optional<std::string>> CacheStore::KeptValue(std::string_view name) {
+  std::optional<std::string> value = KeptText(std::string(kValuePrefix).append(name));
+  if (!value && (!m_fastStatus || !KeptText(std::string(kReadPrefix).append(name)))) return {};
+  return std::make_optional<std::optional<std::string>>(std::move(value));
+}
+
+/// Keeps a text in the fast store, unless it is there.
+void CacheStore::KeepText(const std::string& key, const std::optional<std::string>& text) {
+  if (!m_fastStatus || KeptText(key) == text || !m_fastStatus) return;
+  m_fastStatus = m_fast->SetValue(key, text);
+}
+
+std::optional<std::string> CacheStore::KeptText(const std::string& key) {
+  Result<std::optional<std::string>> text = m_fast->Value(key);
+  if (text) return *std::move(text);
+  m_fastStatus = std::move(text).error();
   return std::nullopt;
 }
 
@@ -285,17 +301,17 @@ Result<RemovedObjects> CacheStore::RemoveUnmarked(const MarkObjects& mark) {
 
 Result<std::optional<std::string>> CacheStore::Value(std::string_view name) {
   Result<std::optional<std::string>> value = Slow(m_slow->Value(name));
-  if (!KeepsHeads()) return value;
-  const std::string key = std::string(kValuePrefix).append(name);
-  if (value) KeepValue(key, *value);
-  return m_isOffline ? Result(KeptValue(key)) : value;
+  if (value && KeepsHeads()) KeepValue(name, *value);
+  if (!m_isOffline || !KeepsHeads()) return value;
+  std::optional<std::optional<std::string>> kept = KeptValue(name);
+  return kept ? Result(*std::move(kept)) : value;
 }
 
 Status CacheStore::SetValue(std::string_view name, std::optional<std::string_view> value) {
   Status status = Slow(m_slow->SetValue(name, value));
-  if (!status || !KeepsHeads()) return status;
-  KeepValue(std::string(kValuePrefix).append(name),
-            value ? std::optional<std::string>(*value) : std::nullopt);
+  if (status && KeepsHeads()) {
+    KeepValue(name, value ? std::optional<std::string>(*value) : std::nullopt);
+  }
   return status;
 }
 
@@ -316,17 +332,18 @@ Result<std::vector<Head>> CacheStore::WaitForHeads(std::span<const Head> seen,
 Result<StoreOpening> CacheStore::ReadOpening(std::string_view branch, std::string_view valueName,
                                              std::string_view otherwise) {
   Result<StoreOpening> opening = Slow(Kit::ReadOpening(*m_slow, branch, valueName, otherwise));
-  const std::string key = std::string(kValuePrefix).append(valueName);
   if (opening) {
     std::erase_if(opening->objects,
                   [](const StoredObject& object) { return !Fits(object.id, object.packed); });
     Keep(opening->objects);
     KeepHeads(opening->heads);
-    if (KeepsHeads()) KeepValue(key, opening->value);
+    if (KeepsHeads()) KeepValue(valueName, opening->value);
   }
   if (!m_isOffline || !KeepsHeads()) return opening;
   std::optional<std::vector<Head>> heads = KeptHeads();
-  return heads ? Result(StoreOpening{*std::move(heads), KeptValue(key), {}}) : opening;
+  std::optional<std::optional<std::string>> value = KeptValue(valueName);
+  if (!heads || !value) return opening;
+  return StoreOpening{*std::move(heads), *std::move(value), {}};
 }
 
 Result<RemovedObjects> CacheStore::RemoveGradually(const MarkObjects& mark,

@@ -45,8 +45,9 @@ struct CacheOptions {
 ///
 /// *Offline.* When the slow store fails with `Unavailable`, objects in the cache are read as
 /// before. Heads and values are what they were when they were read last, if
-/// `CacheOptions::keepsHeads` asks for that. Everything else fails with the error of the slow
-/// store, and nothing is saved. `IsOffline` says so, and `FindUncached` what can't be read.
+/// `CacheOptions::keepsHeads` asks for that. Everything else, with heads and values that were never
+/// read or that the fast store can't return, fails with the error of the slow store, and nothing is
+/// saved. `IsOffline` says so, and `FindUncached` what can't be read.
 ///
 /// *The fast store* holds copies alone, belongs to one cache store at a time, and has no heads. Its
 /// failures are never returned: after the first, it isn't used any more, and `GetFastStatus` has
@@ -119,9 +120,12 @@ class TALVCS_KIT_API CacheStore final : public IObjectStore,
   TALVCS_KIT_NO_EXPORT void Keep(std::span<const StoredObject> objects);
   TALVCS_KIT_NO_EXPORT void KeepOnly(const std::vector<Id>& ids);
   TALVCS_KIT_NO_EXPORT bool KeepsHeads() { return m_options.keepsHeads && UsesFast(); }
-  TALVCS_KIT_NO_EXPORT void KeepValue(const std::string& key,
+  TALVCS_KIT_NO_EXPORT void KeepValue(std::string_view name,
                                       const std::optional<std::string>& value);
-  TALVCS_KIT_NO_EXPORT std::optional<std::string> KeptValue(const std::string& key);
+  TALVCS_KIT_NO_EXPORT std::optional<std::optional<std::string>> KeptValue(std::string_view name);
+  TALVCS_KIT_NO_EXPORT void KeepText(const std::string& key,
+                                     const std::optional<std::string>& text);
+  TALVCS_KIT_NO_EXPORT std::optional<std::string> KeptText(const std::string& key);
   TALVCS_KIT_NO_EXPORT void KeepHeads(const std::vector<Head>& heads);
   TALVCS_KIT_NO_EXPORT std::optional<std::vector<Head>> KeptHeads();
 

@@ -137,6 +137,7 @@ TEST_F(Cache, KeptHeadsAndValuesAreReturnedOffline) {
     ASSERT_TRUE(cache.Heads().ok());
     ASSERT_TRUE(cache.MoveHeads({{{name, Id(), kOne.id}, {"x", Id(), kTwo.id}}}).ok());
     ASSERT_TRUE(cache.SetValue("branch", name).ok());
+    EXPECT_EQ(cache.Value("absent").value(), std::nullopt);
   }
   Slow().Restart();
   Slow().FailFrom(1, 1000);
@@ -144,7 +145,7 @@ TEST_F(Cache, KeptHeadsAndValuesAreReturnedOffline) {
   EXPECT_EQ(cache.Heads().value(), (std::vector<Head>{{name, kOne.id}, {"x", kTwo.id}}));
   EXPECT_TRUE(cache.IsOffline());
   EXPECT_EQ(cache.Value("branch").value(), name);
-  EXPECT_EQ(cache.Value("another").value(), std::nullopt);
+  EXPECT_EQ(cache.Value("absent").value(), std::nullopt);
   EXPECT_EQ(cache.MoveHeads({{{"x", kTwo.id, Id()}}}).error().code, ErrorCode::Unavailable);
   EXPECT_EQ(cache.FindUncached({{kOne.id, kThree.id}}), std::vector<Id>{kThree.id});
   // The one that the slow store wrote last, for instance by another program.
@@ -156,6 +157,34 @@ TEST_F(Cache, KeptHeadsAndValuesAreReturnedOffline) {
   EXPECT_EQ(cache.Heads().value(), (std::vector<Head>{{name, kOne.id}}));
   ASSERT_TRUE(m_firstMemory->SetValue("cache/heads", "damaged").ok());
   EXPECT_EQ(cache.Heads().error().code, ErrorCode::Unavailable);
+}
+
+// A value that can't be known counted as absent.
+TEST_F(Cache, ValueThatCannotBeKnownOfflineFails) {
+  const CacheOptions options{.mostBytes = 1000, .keepsHeads = true};
+  const auto open = [&](std::string_view value) {
+    CacheStore cache(m_first, m_second, options);
+    return ReadOpening(cache, "", value, "other");
+  };
+  {
+    CacheStore cache(m_first, m_second, options);
+    ASSERT_TRUE(cache.Heads().ok());
+    ASSERT_TRUE(cache.SetValue("branch", "master").ok());
+    ASSERT_TRUE(cache.SetValue("removed", "text").ok());
+    ASSERT_TRUE(cache.SetValue("removed", std::nullopt).ok());
+  }
+  Slow().FailFrom(1, 1000);
+  CacheStore cache(m_first, m_second, options);
+  EXPECT_EQ(cache.Value("never read").error().code, ErrorCode::Unavailable);
+  EXPECT_EQ(cache.Value("removed").value(), std::nullopt);
+  EXPECT_EQ(open("never read").error().code, ErrorCode::Unavailable);
+  EXPECT_EQ(open("branch")->value, "master");
+  EXPECT_EQ(open("removed")->value, std::nullopt);
+  Fast().Restart();
+  Fast().FailFrom(1, 1000);
+  EXPECT_EQ(cache.Value("branch").error().code, ErrorCode::Unavailable);
+  EXPECT_FALSE(cache.GetFastStatus().ok());
+  EXPECT_EQ(open("branch").error().code, ErrorCode::Unavailable);
 }
 
 TEST_F(Cache, ReadsFromTheCacheWhileTheSlowStoreIsOffline) {
