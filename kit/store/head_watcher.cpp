@@ -29,6 +29,10 @@ Result<std::vector<Head>> WatchHeads(IObjectStore& store, std::span<const Head> 
 namespace {
 
 using Milliseconds = std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+// A store that returns at once again and again must not keep the processor busy.
+constexpr Milliseconds kShortestWait(10);
 
 /// Waits in steps, between which the host may cancel.
 class HeadWait {
@@ -40,12 +44,13 @@ class HeadWait {
     for (;;) {
       if (IsCancelled()) return Cancelled();
       // Without a callback there is nothing to do between two steps of a store that waits.
-      const Milliseconds interval = std::min(m_left, m_options.interval);
+      const Milliseconds interval = std::min(m_left, std::max(m_options.interval, Milliseconds(1)));
       const Milliseconds step = m_options.progress ? interval : m_left;
+      const Clock::time_point start = Now();
       Result<std::vector<Head>> heads = Look(step);
       if (!heads || !std::ranges::equal(*heads, m_seen) || m_left <= Milliseconds(0)) return heads;
+      m_left -= m_canWatch ? WaitOn(step, start) : interval;
       if (!m_canWatch) Sleep(interval);
-      m_left -= m_canWatch ? step : interval;
     }
   }
 
@@ -59,6 +64,16 @@ class HeadWait {
     }
     return m_store.Heads();
   }
+
+  /// Returns how much of `step` has passed since `start`, after the shortest wait at least.
+  Milliseconds WaitOn(Milliseconds step, Clock::time_point start) const {
+    const auto passed = std::chrono::duration_cast<Milliseconds>(Now() - start);
+    const Milliseconds shortest = std::min(step, kShortestWait);
+    if (passed < shortest) Sleep(shortest - passed);
+    return std::clamp(passed, shortest, step);
+  }
+
+  Clock::time_point Now() const { return m_options.clock ? m_options.clock() : Clock::now(); }
 
   void Sleep(Milliseconds step) const {
     if (m_options.sleep) {

@@ -45,10 +45,13 @@ TALVCS_KIT_API Result<std::vector<Head>> WatchHeads(IObjectStore& store, std::sp
 struct HeadWaitOptions {
   /// When to return if no head moves.
   std::chrono::milliseconds timeout = std::chrono::minutes(1);
-  /// How often to read the heads of a store that can't wait, and how often to call `progress`.
+  /// How often to read the heads of a store that can't wait, and how often to call `progress`; a
+  /// millisecond at least.
   std::chrono::milliseconds interval = std::chrono::seconds(1);
   /// Waits; empty means that the thread sleeps.
   std::function<void(std::chrono::milliseconds)> sleep = {};
+  /// Returns the time, which measures how long a store has waited; empty means the steady clock.
+  std::function<std::chrono::steady_clock::time_point()> clock = {};
   /// Phase: "wait". It is called at the beginning and after each interval.
   Progress progress = {};
 };
@@ -56,8 +59,9 @@ struct HeadWaitOptions {
 /// Waits until the heads of any store aren't equal to `seen`, which is sorted by name.
 ///
 /// Returns the heads: different ones, or equal ones after the timeout. A store that implements
-/// `IHeadWatcher` waits by itself; of others the heads are read in intervals, the first time at
-/// once. Fails with `Cancelled`, and as `IObjectStore::Heads` does.
+/// `IHeadWatcher` waits by itself; when it returns early with equal heads, it waits again for the
+/// rest of the time, up to a hundred times a second. Of other stores the heads are read in
+/// intervals, the first time at once. Fails with `Cancelled`, and as `IObjectStore::Heads` does.
 TALVCS_KIT_API Result<std::vector<Head>> WaitForHeads(IObjectStore& store,
                                                       std::span<const Head> seen,
                                                       const HeadWaitOptions& options = {});

@@ -13,7 +13,9 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace TalVcs::Kit {
@@ -27,20 +29,29 @@ using testing::IsEmpty;
 const Id kFirst(ToWide("437613f2000d14882113a8ceeb5e68572589edac29230c9fecd09d682612c4a3"));
 const Id kSecond(ToWide("9d500193ed108f2f3ad67e1870148696dce98f56644f500176a1dc1cf1634f64"));
 
-/// A store that waits by itself: it moves a head in the call number `moveAt`.
+using Time = std::chrono::steady_clock::time_point;
+
+/// A store that waits by itself, by putting a clock forward: it moves a head in the call number
+/// `moveAt`. Each call waits for the time that it is given, or for `earlyTime` if that is set.
 class WatchedStore final : public RecordingStore {
  public:
-  using RecordingStore::RecordingStore;
+  WatchedStore(std::shared_ptr<IObjectStore> store, Time& now)
+      : RecordingStore(std::move(store)), m_now(now) {}
 
   Result<std::vector<Head>> WaitForHeads(std::span<const Head> /*seen*/,
                                          milliseconds timeout) override {
     timeouts.push_back(timeout);
+    m_now += earlyTime.value_or(timeout);
     if (timeouts.size() == moveAt) MoveHeads({{{"master", kFirst, kSecond}}}).value();
     return Heads();
   }
 
   std::vector<milliseconds> timeouts;
   std::size_t moveAt = 0;
+  std::optional<milliseconds> earlyTime;
+
+ private:
+  Time& m_now;
 };
 
 class Waiting : public testing::Test {
@@ -51,7 +62,9 @@ class Waiting : public testing::Test {
   HeadWaitOptions Options(std::size_t moveAt = 0) {
     HeadWaitOptions options;
     options.timeout = milliseconds(2500);
+    options.clock = [this] { return m_now; };
     options.sleep = [this, moveAt](milliseconds time) {
+      m_now += time;
       m_sleeps.push_back(time);
       if (m_sleeps.size() == moveAt) m_store->MoveHeads({{{"master", kFirst, kSecond}}}).value();
     };
@@ -61,6 +74,7 @@ class Waiting : public testing::Test {
   std::shared_ptr<MemoryObjectStore> m_store = std::make_shared<MemoryObjectStore>();
   const std::vector<Head> m_seen = {{"master", kFirst}};
   std::vector<milliseconds> m_sleeps;
+  Time m_now;
 };
 
 TEST_F(Waiting, MoveBeforeTheCallIsReturnedAtOnce) {
@@ -80,6 +94,15 @@ TEST_F(Waiting, PollingEndsAtTheTimeoutWithEqualHeads) {
   EXPECT_THAT(m_sleeps, ElementsAre(milliseconds(1000), milliseconds(1000), milliseconds(500)));
 }
 
+// The wait for an interval of nothing had no end.
+TEST_F(Waiting, PollingWithoutAnIntervalEndsAtTheTimeout) {
+  HeadWaitOptions options = Options();
+  options.timeout = milliseconds(3);
+  options.interval = milliseconds(0);
+  EXPECT_EQ(WaitForHeads(*m_store, m_seen, options).value(), m_seen);
+  EXPECT_THAT(m_sleeps, ElementsAre(milliseconds(1), milliseconds(1), milliseconds(1)));
+}
+
 TEST_F(Waiting, CancelEndsPollingAfterAnInterval) {
   HeadWaitOptions options = Options();
   int calls = 0;
@@ -92,7 +115,7 @@ TEST_F(Waiting, CancelEndsPollingAfterAnInterval) {
 }
 
 TEST_F(Waiting, StoreThatWaitsIsAskedOnceForTheWholeTime) {
-  WatchedStore watched(m_store);
+  WatchedStore watched(m_store, m_now);
   watched.moveAt = 1;
   const auto heads = WaitForHeads(watched, m_seen, Options());
   EXPECT_EQ(heads.value(), (std::vector<Head>{{"master", kSecond}}));
@@ -101,7 +124,7 @@ TEST_F(Waiting, StoreThatWaitsIsAskedOnceForTheWholeTime) {
 }
 
 TEST_F(Waiting, StoreThatWaitsIsAskedInIntervalsIfTheHostMayCancel) {
-  WatchedStore watched(m_store);
+  WatchedStore watched(m_store, m_now);
   watched.moveAt = 3;
   HeadWaitOptions options = Options();
   options.progress = [](const ProgressStep&) { return true; };
@@ -110,8 +133,38 @@ TEST_F(Waiting, StoreThatWaitsIsAskedInIntervalsIfTheHostMayCancel) {
               ElementsAre(milliseconds(1000), milliseconds(1000), milliseconds(500)));
 }
 
+// The wait ended with the first call that returned early.
+TEST_F(Waiting, StoreThatReturnsEarlyWithEqualHeadsIsAskedForTheRest) {
+  WatchedStore watched(m_store, m_now);
+  watched.earlyTime = milliseconds(800);
+  watched.moveAt = 3;
+  EXPECT_EQ(WaitForHeads(watched, m_seen, Options()).value().front().id, kSecond);
+  EXPECT_THAT(watched.timeouts,
+              ElementsAre(milliseconds(2500), milliseconds(1700), milliseconds(900)));
+  EXPECT_THAT(m_sleeps, IsEmpty());
+}
+
+TEST_F(Waiting, StoreThatReturnsEarlyEachTimeIsAskedUntilTheTimeout) {
+  WatchedStore watched(m_store, m_now);
+  watched.earlyTime = milliseconds(800);
+  EXPECT_EQ(WaitForHeads(watched, m_seen, Options()).value(), m_seen);
+  // The last call looks at the heads once more.
+  EXPECT_THAT(watched.timeouts, ElementsAre(milliseconds(2500), milliseconds(1700),
+                                            milliseconds(900), milliseconds(100), milliseconds(0)));
+}
+
+TEST_F(Waiting, StoreThatReturnsAtOnceIsAskedAHundredTimesASecond) {
+  WatchedStore watched(m_store, m_now);
+  watched.earlyTime = milliseconds(1);
+  watched.moveAt = 4;
+  EXPECT_EQ(WaitForHeads(watched, m_seen, Options()).value().front().id, kSecond);
+  EXPECT_THAT(watched.timeouts, ElementsAre(milliseconds(2500), milliseconds(2490),
+                                            milliseconds(2480), milliseconds(2470)));
+  EXPECT_THAT(m_sleeps, ElementsAre(milliseconds(9), milliseconds(9), milliseconds(9)));
+}
+
 TEST_F(Waiting, DecoratorsLetTheStoreBelowWait) {
-  auto watched = std::make_shared<WatchedStore>(m_store);
+  auto watched = std::make_shared<WatchedStore>(m_store, m_now);
   watched->moveAt = 1;
   CacheStore cache(std::make_shared<MemoryObjectStore>(), watched);
   RecordingStore recording(cache);
