@@ -19,6 +19,9 @@
 namespace TalVcs::Kit::Sqlite {
 namespace {
 
+// Each row of an object has its id.
+constexpr std::int64_t kFewestRowBytes = 32;
+
 /// Calls the host's progress callback, not too often.
 class CopyProgress {
  public:
@@ -73,9 +76,9 @@ class Copier {
 
  private:
   Status CopyObjects(const Progress& progress) {
-    Result<std::int64_t> count = m_source.NumberOf(Query::CountObjects, Task::Read);
+    Result<std::uint64_t> count = CountObjects();
     if (!count) return std::move(count).error();
-    CopyProgress copied(progress, static_cast<std::uint64_t>(*count));
+    CopyProgress copied(progress, *count);
     if (!copied.Call()) return Cancelled(m_source);
     std::int64_t number = std::numeric_limits<std::int64_t>::min();
     for (;;) {
@@ -89,6 +92,19 @@ class Copier {
       }
     }
     return copied.Call() ? Status() : Status(Cancelled(m_source));
+  }
+
+  /// Counts as many rows as the file has bytes for: pages that a damaged table has several times
+  /// could make the count endless.
+  Result<std::uint64_t> CountObjects() {
+    Result<std::int64_t> pages = m_source.NumberOf(Query::CountPages, Task::Read);
+    if (!pages) return std::move(pages).error();
+    Result<std::int64_t> page_size = m_source.NumberOf(Query::PageSize, Task::Read);
+    if (!page_size) return std::move(page_size).error();
+    Statement count = m_source.Use(Query::CountObjects, Task::Read);
+    Result<bool> row = count.Bind(1, *pages * *page_size / kFewestRowBytes).Step();
+    if (!row) return std::move(row).error();
+    return static_cast<std::uint64_t>(*row ? count.Number(0).value_or(0) : 0);
   }
 
   Result<std::uint64_t> CopyObject(const ObjectKey& key) {

@@ -57,7 +57,7 @@ const char* TextOf(Query query) noexcept {
     case Query::UpdateObject:
       return "UPDATE main.$objects SET encoding = ?2, data = ?3 WHERE number = ?1";
     case Query::CountObjects:
-      return "SELECT count(*) FROM main.$objects";
+      return "SELECT count(*) FROM (SELECT 1 FROM main.$objects LIMIT ?1)";
     case Query::ListIds:
       return "SELECT number, id FROM main.$objects WHERE number > ?1 ORDER BY number LIMIT ?2";
     case Query::ListObjects:

@@ -407,6 +407,57 @@ TEST_F(SqliteSize, CopyIsMadeWhereThereIsNoFile) {
   EXPECT_EQ(CountFiles(m_folder.Path()), 2);
 }
 
+// An index whose pages are in it many times over: to count its rows would have taken years.
+TEST_F(SqliteSize, CompactionOfADamagedIndexEnds) {
+  SaveDocument();
+  std::size_t page_size = 0;
+  std::size_t root = 0;
+  {
+    RawFile file(m_path);
+    page_size = std::stoul(file.Query("PRAGMA page_size"));
+    root =
+        std::stoul(file.Query("SELECT rootpage FROM sqlite_schema WHERE name = 'objects_by_id'"));
+  }
+  std::string bytes = ReadWhole(m_path);
+  const auto number = [](std::size_t value, int count) {
+    std::string text;
+    while (count-- > 0) text += static_cast<char>(value >> (8 * count));
+    return text;
+  };
+  const std::string leaf = bytes.substr((root - 1) * page_size, page_size);
+  const std::size_t first = bytes.size() / page_size + 1;
+  // A page of the index all of whose children are one page. An entry has a record of 12 bytes: its
+  // header, the first eight bytes of an id, and the number of the row.
+  const auto page_above = [&](std::size_t child) {
+    const std::size_t count = (page_size - 12) / 19;
+    std::string page = '\2' + number(0, 2) + number(count, 2) + number(page_size - 17 * count, 2) +
+                       '\0' + number(child, 4);
+    for (std::size_t at = 0; at < count; ++at) page += number(page_size - 17 * (at + 1), 2);
+    page.resize(page_size - 17 * count);
+    const std::string record = "\3\34\1" + std::string(8, 'x') + '\1';
+    for (std::size_t at = 0; at < count; ++at) {
+      page += number(child, 4) + static_cast<char>(record.size()) + record;
+    }
+    return page;
+  };
+  constexpr std::size_t kLevels = 8;
+  bytes += leaf;
+  for (std::size_t level = 1; level < kLevels; ++level) bytes += page_above(first + level - 1);
+  bytes.replace((root - 1) * page_size, page_size, page_above(first + kLevels - 1));
+  bytes.replace(28, 4, number(bytes.size() / page_size, 4));
+  WriteWhole(m_path, bytes);
+  std::uint64_t total = 0;
+  const auto cancel = [&total](const ProgressStep& step) {
+    total = step.total.value_or(0);
+    return false;
+  };
+  EXPECT_EQ(SqliteStore::Compact(m_path, {}, cancel).error().code, ErrorCode::Cancelled);
+  EXPECT_EQ(total, bytes.size() / 32);
+  SqliteStore::Compact(m_path, {}).value();
+  EXPECT_EQ(DescribeFile(m_path), kOldState);
+  EXPECT_LT(ReadWhole(m_path).size(), bytes.size());
+}
+
 #ifndef _WIN32
 TEST_F(SqliteSize, LinkToADocumentStaysALinkAfterACompaction) {
   SaveDocument();
