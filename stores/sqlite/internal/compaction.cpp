@@ -218,8 +218,10 @@ Status CheckNoOtherTables(Database& source) {
 
 Status CopyDocument(Database& source, const std::filesystem::path& target,
                     const SqliteOptions& options, const Progress& progress) {
+  // A link that leads to nothing would be replaced.
   std::error_code failure;
-  if (std::filesystem::exists(target, failure) || failure) {
+  if (std::filesystem::symlink_status(target, failure).type() !=
+      std::filesystem::file_type::not_found) {
     return MakeError(ErrorCode::Denied, Task::Save, target.string(),
                      "there is a file of that name already");
   }

@@ -15,10 +15,25 @@ namespace TalVcs::Kit::Sqlite {
 namespace {
 
 constexpr std::size_t kLongestPrefix = 64;
+// As many links in a row as systems follow.
+constexpr int kMostLinks = 40;
 
 std::string Utf8Of(const std::filesystem::path& path) {
   const std::u8string text = path.u8string();
   return {text.begin(), text.end()};
+}
+
+/// Returns the path of the file that symbolic links lead to, also if it is missing. The files
+/// beside a document are those of that file.
+std::filesystem::path FileOf(std::filesystem::path path) {
+  std::error_code failure;
+  for (int links = 0; links < kMostLinks && std::filesystem::is_symlink(path, failure); ++links) {
+    const std::filesystem::path target = std::filesystem::read_symlink(path, failure);
+    if (failure) return path;
+    path = path.parent_path() / target;
+  }
+  std::filesystem::path folder = std::filesystem::canonical(path.parent_path(), failure);
+  return failure ? path : folder / path.filename();
 }
 
 int MillisecondsOf(std::chrono::milliseconds duration) {
@@ -74,14 +89,12 @@ Result<std::unique_ptr<Database>> Database::Open(const std::filesystem::path& pa
   if (path.empty() || failure) {
     return MakeError(ErrorCode::NotFound, Task::Open, Utf8Of(path), "there is no such path");
   }
-  // The files beside a document are those of the file that a link leads to.
-  std::filesystem::path actual = std::filesystem::canonical(absolute, failure);
-  if (failure) actual = absolute;
+  const std::string name = Utf8Of(absolute);
+  const std::string file = Utf8Of(FileOf(absolute));
   bool lacks_log = false;
-  Result<std::unique_ptr<Database>> database =
-      OpenOnce(Utf8Of(absolute), Utf8Of(actual), options, lacks_log);
+  Result<std::unique_ptr<Database>> database = OpenOnce(name, file, options, lacks_log);
   // Another program may have made the log since the look.
-  if (lacks_log) database = OpenOnce(Utf8Of(absolute), Utf8Of(actual), options, lacks_log);
+  if (lacks_log) database = OpenOnce(name, file, options, lacks_log);
   return database;
 }
 

@@ -26,11 +26,7 @@ std::filesystem::path FolderOf(const std::filesystem::path& path) {
 
 Result<std::unique_ptr<DocumentFile>> DocumentFile::Open(const Path& path,
                                                          const ZipOptions& options) {
-  // A rename would replace a symbolic link, not the file that it names.
-  std::error_code error;
-  Path actual = std::filesystem::canonical(path, error);
-  if (error) actual = path;
-  std::unique_ptr<DocumentFile> file(new DocumentFile(std::move(actual), options));
+  std::unique_ptr<DocumentFile> file(new DocumentFile(path, options));
   if (Status status = file->OpenFirst(); !status) return std::move(status).error();
   return file;
 }
@@ -43,6 +39,10 @@ Status DocumentFile::OpenFirst() {
   FileIdentity identity;
   if (!error) error = file.Identify(identity);
   if (error) return SystemFailure(Task::Open, m_path, error);
+  // A rename would replace a symbolic link, not the file that it names. That file is there now,
+  // also if the link has led to nothing before.
+  Path actual = std::filesystem::canonical(m_path, error);
+  if (!error) m_path = std::move(actual);
   if (identity.sizeBytes > 0 || !may_make) return Refresh();
   const Result<File> locked = Lock();
   if (!locked) return locked.error();

@@ -468,6 +468,32 @@ TEST_F(SqliteSize, LinkToADocumentStaysALinkAfterACompaction) {
   EXPECT_EQ(DescribeFile(m_path), kOldState);
 }
 
+TEST_F(SqliteSize, CopyDoesNotReplaceADanglingLink) {
+  SaveDocument();
+  const std::filesystem::path link = m_folder.Path() / "link.tal";
+  std::filesystem::create_symlink("missing.tal", link);
+  EXPECT_EQ(Open({.readOnly = true}).CompactInto(link).error().code, ErrorCode::Denied);
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+}
+
+TEST_F(SqliteSize, DocumentIsMadeWhereADanglingLinkLeads) {
+  const std::filesystem::path file = m_folder.Path() / "away" / "document.tal";
+  std::filesystem::create_directory(file.parent_path());
+  std::filesystem::create_symlink("away/document.tal", m_path);
+  // What is beside the file counts, and not what is beside the link.
+  std::filesystem::create_directory(m_path.string() + "-wal");
+  SaveDocument();
+  EXPECT_TRUE(std::filesystem::is_symlink(m_path));
+  EXPECT_EQ(DescribeFile(file), kOldState);
+  std::filesystem::remove(file);
+  std::filesystem::create_directory(file.string() + "-wal");
+  EXPECT_EQ(SqliteStore::Open(m_path).error().code, ErrorCode::Damaged);
+  std::filesystem::remove(m_path);
+  std::filesystem::create_symlink(m_path.filename(), m_path);
+  EXPECT_FALSE(SqliteStore::Open(m_path).ok()) << "a link to itself";
+  EXPECT_TRUE(std::filesystem::is_symlink(m_path));
+}
+
 /// Files can't get longer than a number of bytes while this exists.
 class ShortFiles {
  public:

@@ -167,6 +167,22 @@ TEST_F(ZipFile, SymbolicLinkAndPermissionsStay) {
   EXPECT_EQ(State(), kNewState);
 }
 
+// The first archive took the place of the link.
+TEST_F(ZipFile, DocumentIsMadeWhereADanglingLinkLeads) {
+  const fs::path file = m_folder.Path() / "away" / "document.zip";
+  fs::create_directory(file.parent_path());
+  fs::create_symlink("away/document.zip", m_path);
+  SaveDocument();
+  EXPECT_TRUE(fs::is_symlink(m_path));
+  EXPECT_EQ(State(), kOldState);
+  m_path = file;
+  EXPECT_EQ(State(), kOldState);
+  m_path = m_folder.Path() / "nowhere.zip";
+  fs::create_symlink("missing/document.zip", m_path);
+  EXPECT_EQ(ZipStore::Open(m_path).error().code, ErrorCode::NotFound);
+  EXPECT_TRUE(fs::is_symlink(m_path));
+}
+
 TEST_F(ZipFile, ReaderKeepsItsArchiveUntilItLooksAgain) {
   SaveDocument();
   ZipStore reader = Open();
