@@ -9,6 +9,7 @@
 #include <kit/text.h>
 
 #include <algorithm>
+#include <new>
 #include <set>
 #include <thread>
 #include <utility>
@@ -65,6 +66,7 @@ class DirectoryObjectStore::Impl {
   Status Create(const std::filesystem::path& path);
   Result<std::unique_ptr<FileLock>> LockWriter();
   Result<std::unique_ptr<FileLock>> KeepObjects();
+  void LockObjects() noexcept;
   Status BeginWriting(Writing& writing);
   Status PrepareToWrite();
   Status Upgrade();
@@ -102,6 +104,20 @@ Result<std::unique_ptr<FileLock>> DirectoryObjectStore::Impl::KeepObjects() {
   std::unique_ptr<FileLock> lock = folder.TryLockReaders(LockKind::Shared);
   if (lock) return lock;
   return ObjectsAreInUse(folder.LastFailure(), "objects are being removed");
+}
+
+/// Keeps removals away from now on. Where that fails, also for want of memory, the next `Heads`
+/// tries again; until then a save that a removal harms fails with `Busy`.
+void DirectoryObjectStore::Impl::LockObjects() noexcept {
+#ifdef __cpp_exceptions
+  try {
+    readerLock = folder.LockReader();
+  } catch (const std::bad_alloc&) {
+    readerLock.reset();
+  }
+#else
+  readerLock = folder.LockReader();
+#endif
 }
 
 Status DirectoryObjectStore::Impl::Create(const std::filesystem::path& path) {
@@ -322,7 +338,7 @@ Result<RemovedObjects> DirectoryObjectStore::RemoveUnmarked(const MarkObjects& m
   struct Restore {
     ~Restore() {
       impl.readerLock.reset();
-      if (keeps) impl.readerLock = impl.folder.LockReader();
+      if (keeps) impl.LockObjects();
     }
     Impl& impl;
     bool keeps;

@@ -100,6 +100,40 @@ TEST(FailingAllocationsOfFolders, RemovalLosesNothingThatIsKept) {
   EXPECT_GT(failures, 100);
 }
 
+// The lock that `Heads` takes is taken again in a destructor. Memory that stayed short until then
+// ended the program.
+TEST(FailingAllocationsOfFolders, RemovalMayEndWithoutItsLock) {
+  const auto remove = [](Folder& folder) {
+    const auto removed = folder.store->RemoveUnmarked(
+        [](std::span<const Kit::Head>) { return Kit::Result(std::vector<Id>{IdOf('1')}); });
+    ASSERT_TRUE(removed.ok()) << Kit::Describe(removed.error());
+  };
+  int failures = 0;
+  for (bool fired = true; fired; ++failures) {
+    Folder folder;
+    folder.store->Heads().value();
+    {
+      const FailingAllocation fault(static_cast<std::size_t>(failures),
+                                    FailingAllocation::Kind::Lasting);
+      try {
+        remove(folder);
+      } catch (const std::bad_alloc&) {
+      }
+      fired = fault.HasFired();
+    }
+    folder.store->Heads().value();
+    ExpectWhole(folder, "1");
+    // The objects of a store object that has called `Heads` stay.
+    DirectoryObjectStore other = DirectoryObjectStore::Open(folder.folder.Path()).value();
+    EXPECT_EQ(other.RemoveUnmarked([](std::span<const Kit::Head>) { return std::vector<Id>(); })
+                  .error()
+                  .code,
+              Kit::ErrorCode::Busy);
+    remove(folder);
+  }
+  EXPECT_GT(failures, 20);
+}
+
 // What a write had encoded before it ran out of memory is not in the store, and no base of others.
 TEST(FailingAllocationsOfFolders, ObjectThatWasNotWrittenIsNoBase) {
   const std::vector<StoredObject> objects{ObjectOf('5', '4'), ObjectOf('6', '5')};
