@@ -13,8 +13,8 @@ namespace {
 
 /// Begins where the options say, with the first version of the page or, of several histories, with
 /// their heads.
-Result<LogWalk> Begin(WorkspaceState& state, const LogOptions& options) {
-  LogWalk walk;
+Result<LogWalk> Begin(WorkspaceState& state, const LogOptions& options, Reporter& reporter) {
+  LogWalk walk(options.clockError, reporter);
   if (options.allBranches) {
     for (const auto& [name, id] : state.GetStorage().GetHeadIds()) {
       walk.Add(state.GetRepository().GetHead(name));
@@ -40,10 +40,14 @@ Result<LogWalk> Begin(WorkspaceState& state, const LogOptions& options) {
 }
 
 /// Leaves out what the pages before had.
-Status SkipPages(WorkspaceState& state, LogWalk& walk, const Id& after) {
-  while (const cow_ptr<Commit> commit = walk.Next()) {
-    if (commit->GetId() == after) return {};
+Status SkipPages(WorkspaceState& state, LogWalk& walk, const Id& after, Reporter& reporter) {
+  for (;;) {
+    const Result<cow_ptr<Commit>> commit = walk.Next();
+    if (!commit) return commit.error();
+    if (!*commit) break;
+    if ((*commit)->GetId() == after) return {};
     state.PassVersion();
+    if (Status status = reporter.Add(1); !status) return status;
   }
   return WorkspaceError(ErrorCode::NotFound,
                         "there is no version \"" + ToUtf8(after.View()) + "\" to go on after",
@@ -56,23 +60,21 @@ Result<std::vector<Version>> Workspace::Log(const LogOptions& options) const {
   return Try([&]() -> Result<std::vector<Version>> {
     const Result<WideString> path = CheckedFolder(options.path);
     if (!path) return path.error();
-    Result<LogWalk> walk = Begin(*m_state, options);
-    if (!walk) return walk.error();
-    if (options.allBranches && !IsEmpty(options.after)) {
-      const Status skipped = SkipPages(*m_state, *walk, options.after);
-      if (!skipped) return skipped.error();
-    }
-    LogFilter filter(options, *path);
-    const NamesOfIds names = m_state->NamesOfHeads();
     Reporter reporter(options.progress);
+    Result<LogWalk> walk = Begin(*m_state, options, reporter);
+    if (!walk) return std::move(walk).error();
     Status status = reporter.Begin("log");
+    if (status && options.allBranches && !IsEmpty(options.after)) {
+      status = SkipPages(*m_state, *walk, options.after, reporter);
+    }
+    FilteredLog log(*m_state, *std::move(walk), LogFilter(options, *path), reporter, 1);
+    const NamesOfIds names = m_state->NamesOfHeads();
     std::vector<Version> versions;
     while (status && versions.size() < options.limit) {
-      const cow_ptr<TalVcs::Commit> commit = walk->Next();
-      if (!commit) break;
-      if (filter.Takes(*commit)) versions.push_back(WorkspaceState::VersionOf(commit, names));
-      status = reporter.Add(1);
-      m_state->PassVersion();
+      const Result<cow_ptr<TalVcs::Commit>> commit = log.Next();
+      if (!commit) return commit.error();
+      if (!*commit) break;
+      versions.push_back(WorkspaceState::VersionOf(*commit, names));
     }
     if (status) status = reporter.End();
     if (!status) return status.error();
@@ -87,21 +89,21 @@ Result<Kit::Blame> Workspace::BlameFile(std::string_view path, const BlameOption
     const Snapshot files(RootOf(m_state->GetHead()));
     const Result<Bytes> text = files.Read(path);
     if (!text) return text.error();
-    LogWalk walk;
+    Reporter reporter(options.progress);
+    LogWalk walk({}, reporter);
     walk.Add(m_state->GetHead());
     const LogOptions everything;
-    LogFilter filter(everything, *wide);
+    FilteredLog log(*m_state, std::move(walk), LogFilter(everything, *wide), reporter, 0);
+    const Status status = reporter.Begin("versions");
+    if (!status) return status.error();
     return BlameText(
         [&]() -> Result<std::optional<TextVersion>> {
-          cow_ptr<TalVcs::Commit> commit = walk.Next();
-          while (commit && !filter.Takes(*commit)) {
-            m_state->PassVersion();
-            commit = walk.Next();
-          }
-          if (!commit) return std::optional<TextVersion>();
-          const cow_ptr<Blob> blob = RootOf(commit)->GetDeepBlob(*wide);
+          const Result<cow_ptr<TalVcs::Commit>> commit = log.Next();
+          if (!commit) return commit.error();
+          if (!*commit) return std::optional<TextVersion>();
+          const cow_ptr<Blob> blob = RootOf(*commit)->GetDeepBlob(*wide);
           if (!blob) return std::optional<TextVersion>();
-          return std::optional(TextVersion{ToUtf8(commit->GetId().View()),
+          return std::optional(TextVersion{ToUtf8((*commit)->GetId().View()),
                                            std::string(Bytes(blob->GetData()).text())});
         },
         options);

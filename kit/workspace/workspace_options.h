@@ -81,11 +81,19 @@ struct LogOptions {
   /// Begin with this version and go on with those before it, instead of a branch. Empty: see
   /// `branch`.
   Id from = {};
-  /// Versions of all branches and tags, by their time. `branch` and `from` don't count then. Of
-  /// versions of one second, and of those of clocks that were put back, a version may come before
-  /// one that follows it. Each page reads the versions of the pages before it.
+  /// Versions of all branches and tags. `branch` and `from` don't count then. Each comes before its
+  /// parent, and the latest of those that may come next is next. Each page reads the versions of
+  /// the pages before it.
   bool allBranches = false;
-  /// A file or folder that they changed. Empty: everything.
+  /// The most by which clocks may have been wrong. With `allBranches`, a version comes after all
+  /// that follow it unless it is later than one of them by more than this. Cost: of histories that
+  /// have not met yet, the versions of this time before the last one of the page are read too. The
+  /// most seconds are exact: everything is read back to where the histories meet.
+  std::chrono::seconds clockError = std::chrono::hours(1);
+  /// A file or folder that they changed. Empty: everything. What few versions fit costs a walk
+  /// through the others, in the worst case through the whole history: its commits for the author
+  /// and the times, and for a path the folders on the way to it where they have changed. Memory
+  /// doesn't grow with the versions that don't fit, but for some 200 bytes each.
   std::string path = {};
   /// The author's name. Empty: anybody.
   std::string author = {};

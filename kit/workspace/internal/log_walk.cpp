@@ -1,3 +1,4 @@
+#include <kit/open/try.h>
 #include <kit/text.h>
 #include <kit/workspace/internal/log_walk.h>
 
@@ -6,28 +7,105 @@
 
 namespace TalVcs::Kit {
 
-void LogWalk::Add(cow_ptr<Commit> head) {
-  if (!head || !m_seen.Insert(*KeyOf(head->GetId()), 0).second) return;
-  ++m_heads;
-  Put(std::move(head));
+void LogWalk::Add(const cow_ptr<Commit>& head) {
+  if (!head) return;
+  Enter(head);
+  m_heads = m_nodes.size();
 }
 
-void LogWalk::Put(cow_ptr<Commit> commit) {
-  const std::int64_t time = commit->GetCommitTime().ToTimeT();
-  m_queue.push({time, m_order++, std::move(commit)});
+/// Returns the node of a version, or null if it was passed. A new one is ready.
+LogWalk::Node* LogWalk::Enter(const cow_ptr<Commit>& commit) {
+  const Id id = commit->GetId();
+  if (m_heads > 1 && m_passed.Contains(*KeyOf(id))) return nullptr;
+  const auto [found, is_new] = m_nodes.try_emplace(id);
+  Node& node = found->second;
+  if (!is_new) return &node;
+  node.time = commit->GetCommitTime().ToTimeT();
+  node.order = m_order++;
+  node.commit = commit;
+  m_ends.insert(&node);
+  MakeReady(node);
+  return &node;
 }
+
+void LogWalk::MakeReady(Node& node) {
+  if (node.isReady) return;
+  node.isReady = true;
+  m_ready.push(&node);
+}
+
+/// Lets the parent of a version come in.
+void LogWalk::ReadParent(Node& node) {
+  const cow_ptr<Commit> commit = node.commit->GetParent();
+  node.hasReadParent = true;
+  m_ends.erase(&node);
+  Node* const parent = commit ? Enter(commit) : nullptr;
+  if (parent == nullptr) return;
+  node.parent = node.ancestor = parent;
+  if (!node.isPassed) ++parent->waitsFor;
+}
+
+/// Lets the parent of the latest end come in. One that can't be read fails when it is needed.
+void LogWalk::ReadAhead() {
+  Node& end = **m_ends.begin();
+  if (!Try([&] { ReadParent(end); })) m_ends.erase(&end);
+}
+
+/// Returns the latest version that waits for nothing, or null.
+LogWalk::Node* LogWalk::Best() {
+  while (!m_ready.empty() && m_ready.top()->waitsFor > 0) {
+    m_ready.top()->isReady = false;
+    m_ready.pop();
+  }
+  return m_ready.empty() ? nullptr : m_ready.top();
+}
+
+/// Returns the earliest ancestor that was read, or the version itself. Shortens the way there.
+LogWalk::Node* LogWalk::EarliestOf(Node& node) noexcept {
+  Node* at = &node;
+  while (at->ancestor != nullptr) {
+    if (at->ancestor->ancestor != nullptr) at->ancestor = at->ancestor->ancestor;
+    at = at->ancestor;
+  }
+  return at;
+}
+
+/// Returns whether a version that follows may come in: by an end that isn't an ancestor.
+bool LogWalk::MayBeFollowed(Node& node) {
+  auto end = m_ends.begin();
+  if (end != m_ends.end() && *end == EarliestOf(node)) ++end;
+  return end != m_ends.end() && node.time - (*end)->time <= m_clockError.count();
+}
+
+/// Forgets a version that was passed and whose parent was read. No version that is known follows
+/// it, so that no other one has it as an ancestor.
+void LogWalk::Forget(const Node& node) { m_nodes.erase(node.commit->GetId()); }
 
 // The parent is read when it is needed, so that the last version of a page costs nothing more.
-// Histories that have come together are walked on once. One alone meets no version twice.
-cow_ptr<Commit> LogWalk::Next() {
-  cow_ptr<Commit> parent = m_last ? m_last->GetParent() : nullptr;
-  m_last = nullptr;
-  const bool is_new = parent && (m_heads == 1 || m_seen.Insert(*KeyOf(parent->GetId()), 0).second);
-  if (is_new) Put(std::move(parent));
-  if (m_queue.empty()) return nullptr;
-  m_last = m_queue.top().commit;
-  m_queue.pop();
-  return m_last;
+Result<cow_ptr<Commit>> LogWalk::Next() {
+  if (m_last != nullptr) {
+    ReadParent(*m_last);
+    Forget(*std::exchange(m_last, nullptr));
+  }
+  Node* best = Best();
+  while (best != nullptr && MayBeFollowed(*best)) {
+    if (Status status = m_reporter->Add(0); !status) return std::move(status).error();
+    ReadAhead();
+    best = Best();
+  }
+  if (best == nullptr) return cow_ptr<Commit>();
+  cow_ptr<Commit> commit = best->commit;
+  if (m_heads > 1) m_passed.Insert(*KeyOf(commit->GetId()), 0);
+  m_ready.pop();
+  best->isReady = false;
+  best->isPassed = true;
+  if (best->parent != nullptr && --best->parent->waitsFor == 0) MakeReady(*best->parent);
+  if (best->hasReadParent) {
+    Forget(*best);
+  } else {
+    m_last = best;
+  }
+  return commit;
 }
 
 bool LogFilter::Takes(const Commit& commit) {
@@ -57,6 +135,18 @@ bool LogFilter::ChangesPath(const Commit& commit) {
   m_lastFound = find_in(before);
   m_lastRoot = before;
   return now != m_lastFound;
+}
+
+Result<cow_ptr<Commit>> FilteredLog::Next() {
+  for (;;) {
+    Result<cow_ptr<Commit>> commit = m_walk.Next();
+    if (!commit || !*commit) return commit;
+    const bool is_taken = m_filter.Takes(**commit);
+    m_state.PassVersion();
+    Status status = m_reporter.Add(is_taken ? 1 : m_skippedItems);
+    if (!status) return std::move(status).error();
+    if (is_taken) return commit;
+  }
 }
 
 }  // namespace TalVcs::Kit
