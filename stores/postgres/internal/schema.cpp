@@ -11,6 +11,10 @@ namespace {
 
 constexpr int kPartitions = 16;
 
+// Rows up to a page stay in one piece. Each that the server would cut, those above 2 KB, takes
+// entries in two tables more.
+constexpr std::string_view kRowSettings = " WITH (toast_tuple_target = 8160)";
+
 // The key of a head or a setting is the digest of its name, which may be longer than an index
 // takes.
 constexpr std::array kTables = {
@@ -59,7 +63,8 @@ std::vector<std::string> TextsOfSchema(bool has_schema) {
     for (int part = 0; part < kPartitions; ++part) {
       texts.push_back("CREATE TABLE talvcs." + table + "_" + std::to_string(part) +
                       " PARTITION OF talvcs." + table + " FOR VALUES WITH (MODULUS " +
-                      std::to_string(kPartitions) + ", REMAINDER " + std::to_string(part) + ")");
+                      std::to_string(kPartitions) + ", REMAINDER " + std::to_string(part) + ")" +
+                      std::string(kRowSettings));
     }
   }
   texts.push_back("INSERT INTO talvcs.meta (version) VALUES (" + std::to_string(kSchemaVersion) +

@@ -85,11 +85,12 @@ const char* TextOf(Sql statement) noexcept {
     case Sql::ListNewObjects:
       return "SELECT id FROM talvcs.objects WHERE repository = $1 AND pass >= $2";
 
-    // $3 is the epoch of the writer's lease, or -1 for a writer that has none yet.
+    // $3 is the epoch of the writer's lease, or -1 for a writer that has none yet. Mostly nothing
+    // is condemned, and the server needn't look for each id.
     case Sql::SaveCondemned:
       return "DELETE FROM talvcs.condemned c USING unnest($2) AS w (id) WHERE c.repository = $1 "
-             "AND c.id = w.id AND ($3 < 0 OR $3 = (SELECT epoch FROM talvcs.repositories "
-             "WHERE number = $1))";
+             "AND c.id = w.id AND EXISTS (SELECT FROM talvcs.condemned WHERE repository = $1) "
+             "AND ($3 < 0 OR $3 = (SELECT epoch FROM talvcs.repositories WHERE number = $1))";
     // $7 is the epoch of the lease. What an old lease adds is condemned from the beginning.
     case Sql::InsertObjects:
       return "WITH added AS (INSERT INTO talvcs.objects "
