@@ -85,14 +85,14 @@ TEST_F(ReportsTest, OnlyBranchesThatMoveAreListed) {
   EXPECT_EQ(moves[0].desired, next);
 }
 
-TEST_F(ReportsTest, FetchWithNothingNewAsksTheLocalStoreForItsHeadsAlone) {
+TEST_F(ReportsTest, FetchWithNothingNewAsksTheLocalStoreForItsHeadsAndTheirCommits) {
   Site site = MakeSite("A");
   site.remote.Fetch(*site.local).value();
   site.memory->SetValue("branch", "master").value();
   site.local->Restart();
   site.remote.Fetch(*site.local).value();
   EXPECT_EQ(site.local->CountCalls(StoreOperation::Heads), 1U);
-  EXPECT_EQ(site.local->CountCalls(StoreOperation::Missing), 0U);
+  EXPECT_EQ(site.local->CountCalls(StoreOperation::Missing), 1U);
   EXPECT_EQ(site.local->CountCalls(StoreOperation::Read), 0U);
 }
 
