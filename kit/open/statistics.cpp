@@ -1,3 +1,4 @@
+#include <kit/open/internal/branch_numbers.h>
 #include <kit/open/internal/id_map.h>
 #include <kit/open/internal/number_sets.h>
 #include <kit/open/internal/record_reader.h>
@@ -8,20 +9,16 @@
 #include <map>
 #include <utility>
 
-// Each object has the set of the branches that reach it. Histories fork and never join, so the set
-// of a commit is known from its children's; oldest commits have the largest sets and come first:
-//
-//     A---B---C     first       A, B: {first, second}   C: {first}   D: {second}
-//         `---D     second
-//
-// So a folder that a commit has from its ancestors has a larger set already and isn't entered
-// again. One that two branches came to have apart from each other is entered once for each.
+// Each object has the set of the branches that reach it, by their numbers. Oldest commits have the
+// largest sets and come first. So a folder that a commit has from its ancestors has a larger set
+// already and isn't entered again. One that two branches came to have apart from each other is
+// entered once for each.
 
 namespace TalVcs::Kit {
 
 namespace {
 
-constexpr std::uint32_t kNone = 0xFFFFFFFF;
+constexpr std::uint32_t kNone = BranchNumbers::kNone;
 constexpr std::size_t kTreesTogether = 64;
 constexpr std::size_t kSizesTogether = 1024;
 
@@ -33,6 +30,12 @@ void Count(ObjectTotals& totals, std::uint64_t size_bytes) {
 void Add(ObjectTotals& totals, const ObjectTotals& more) {
   totals.count += more.count;
   totals.sizeBytes += more.sizeBytes;
+}
+
+/// Numbers may fall below zero in between, where they wrap around.
+void Remove(ObjectTotals& totals, const ObjectTotals& less) {
+  totals.count -= less.count;
+  totals.sizeBytes -= less.sizeBytes;
 }
 
 class Counting {
@@ -60,9 +63,6 @@ class Counting {
   struct Node {
     ObjectKey root{};
     bool hasRoot = false;
-    std::uint32_t parent = kNone;
-    std::uint32_t children = 0;
-    std::uint32_t branches = NumberSets::kEmpty;
     std::uint64_t sizeBytes = 0;
     std::uint64_t commits = 0;  // with those before it
   };
@@ -100,8 +100,7 @@ class Counting {
         const Result<std::uint32_t> index = AddCommit(commit, is_known);
         if (!index) return index.error();
         if (*index != kNone && child != kNone) {
-          m_nodes[child].parent = *index;
-          ++m_nodes[*index].children;
+          m_parents[child] = *index;
         }
         child = *index;
         if (is_known) break;
@@ -122,6 +121,7 @@ class Counting {
       ++m_result.unreadable;
       return kNone;
     }
+    m_parents.push_back(kNone);
     Node& node = m_nodes.emplace_back();
     node.sizeBytes = commit.packed.GetSize();
     node.hasRoot = !commit.root.View().IsEmpty();
@@ -133,28 +133,18 @@ class Counting {
   }
 
   Status CountContents() {
-    for (auto& [index, branches] : m_branchesAt) m_nodes[index].branches = m_sets.Make(branches);
-    // Children before parents.
-    std::vector<std::uint32_t> order;
-    order.reserve(m_nodes.size());
-    for (std::uint32_t index = 0; index < m_nodes.size(); ++index) {
-      if (m_nodes[index].children == 0) order.push_back(index);
-    }
-    for (std::size_t at = 0; at < order.size(); ++at) {
-      const Node& node = m_nodes[order[at]];
-      if (node.parent == kNone) continue;
-      Node& parent = m_nodes[node.parent];
-      parent.branches = m_sets.Union(parent.branches, node.branches);
-      if (--parent.children == 0) order.push_back(node.parent);
-    }
+    const BranchNumbers numbers(m_parents, m_branchesAt);
+    m_numbered.assign(numbers.Branches().begin(), numbers.Branches().end());
     Status status;
-    for (std::size_t at = order.size(); status && at-- > 0;) {
-      Node& node = m_nodes[order[at]];
-      node.commits = 1 + (node.parent == kNone ? 0 : m_nodes[node.parent].commits);
-      Move(NumberSets::kEmpty, node.branches, node.sizeBytes);
+    for (const std::uint32_t index : numbers.Order()) {
+      if (!status) return status;
+      Node& node = m_nodes[index];
+      node.commits = 1 + (m_parents[index] == kNone ? 0 : m_nodes[m_parents[index]].commits);
+      const std::uint32_t branches = m_sets.MakeRange(numbers.Reaching(index));
+      Move(NumberSets::kEmpty, branches, node.sizeBytes);
       if (!node.hasRoot) continue;
-      Reach(m_trees, node.root, node.branches, m_pendingTrees);
-      status = WalkTrees(node.branches);
+      Reach(m_trees, node.root, branches, m_pendingTrees);
+      status = WalkTrees(branches);
     }
     if (status) status = CountBlobs();
     return status;
@@ -235,9 +225,7 @@ class Counting {
   void Move(std::uint32_t before, std::uint32_t after, std::uint64_t size_bytes) {
     m_totals.resize(std::max<std::size_t>(m_totals.size(), m_sets.GetCount()));
     Count(m_totals[after], size_bytes);
-    if (before == NumberSets::kEmpty) return;
-    --m_totals[before].count;
-    m_totals[before].sizeBytes -= size_bytes;
+    if (before != NumberSets::kEmpty) Remove(m_totals[before], {1, size_bytes});
   }
 
   Status CountUnreferenced() {
@@ -273,11 +261,23 @@ class Counting {
     for (const auto& [index, branches] : m_branchesAt) {
       for (const std::uint32_t branch : branches) totals[branch].commits = m_nodes[index].commits;
     }
+    // What is shared is added at the first number of a range and taken away after the last.
+    std::vector<ObjectTotals> shared(m_numbered.size() + 1);
     for (std::uint32_t set = 0; set < m_totals.size(); ++set) {
-      const std::span<const std::uint32_t> branches = m_sets.Numbers(set);
-      for (const std::uint32_t branch : branches) {
-        Add(branches.size() == 1 ? totals[branch].own : totals[branch].shared, m_totals[set]);
+      const std::span<const NumberRange> ranges = m_sets.Ranges(set);
+      if (ranges.size() == 1 && ranges.front().GetCount() == 1) {
+        Add(totals[m_numbered[ranges.front().first]].own, m_totals[set]);
+        continue;
       }
+      for (const NumberRange& range : ranges) {
+        Add(shared[range.first], m_totals[set]);
+        Remove(shared[range.end], m_totals[set]);
+      }
+    }
+    ObjectTotals sum;
+    for (std::size_t number = 0; number < m_numbered.size(); ++number) {
+      Add(sum, shared[number]);
+      totals[m_numbered[number]].shared = sum;
     }
     return totals;
   }
@@ -285,9 +285,11 @@ class Counting {
   IObjectStore& m_store;
   Reporter m_reporter;
   StoreStatistics m_result;
-  NumberSets m_sets;  // of branches
-  std::vector<Node> m_nodes;
+  NumberSets m_sets;                                                 // of the numbers of branches
+  std::vector<Node> m_nodes;                                         // of the commits
+  std::vector<std::uint32_t> m_parents;                              // of the nodes
   std::map<std::uint32_t, std::vector<std::uint32_t>> m_branchesAt;  // by index of the head's node
+  std::vector<std::uint32_t> m_numbered;                             // branches, by their number
   IdMap m_commits;                                                   // indexes of nodes
   IdMap m_trees;                                                     // sets of branches
   IdMap m_blobs;

@@ -18,9 +18,9 @@ void DamageList::CountCommit(std::uint32_t set) {
 
 void DamageList::MoveTo(HistoryReport& report) {
   for (std::uint32_t set = 0; set < m_commits.size(); ++set) {
-    for (const std::uint32_t number : m_sets.Numbers(set)) {
+    m_sets.ForEachNumber(set, [&](std::uint32_t number) {
       if (number < m_damages.size()) m_damages[number].commits += m_commits[set];
-    }
+    });
   }
   report.damages = std::move(m_damages);
   report.damageCount = m_count;

@@ -224,7 +224,8 @@ void TreeWalk::AddFileDamage(Frame& frame, const Entry& file, ReadProblem proble
 }
 
 void TreeWalk::AddDamage(Frame& frame, std::uint32_t set) {
-  for (const std::uint32_t number : m_damages.Sets().Numbers(set)) frame.damage.push_back(number);
+  m_damages.Sets().ForEachNumber(
+      set, [&frame](std::uint32_t number) { frame.damage.push_back(number); });
   // Many subtrees may lack the same objects.
   if (frame.damage.size() < std::size_t{4} * m_damages.GetMost()) return;
   std::sort(frame.damage.begin(), frame.damage.end());

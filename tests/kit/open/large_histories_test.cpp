@@ -42,6 +42,34 @@ TEST(LargeHistories, LongHistory) {
   ExpectPasses(repository);
 }
 
+// The branches of all versions after each one were written down: half the square of their number.
+TEST(LargeHistories, BranchOnEachVersion) {
+  const std::size_t count = Scaled(30'000);
+  Repository repository = NewRepository();
+  std::vector<HeadMove> moves;
+  cow_ptr<Commit> head;
+  for (std::size_t number = 0; number < count; ++number) {
+    Commit next;
+    next.SetParent(head);
+    next.SetCommitTime(Time::FromTimeT(static_cast<std::int64_t>(number)));
+    head = repository.SyncWithStorage(Make<Commit>(next));
+    // Names in the order of the versions.
+    moves.push_back({std::to_string(100'000 + number), Id(), head->GetId()});
+  }
+  repository.MoveBranchTo(Wide("master"), head);
+  moves.push_back({"master", head->GetId(), Id()});
+  const auto store = StoreOf(repository);
+  store->MoveHeads(moves).value();
+  const std::vector<BranchStatistics> branches = Statistics(*store).value().branches;
+  ASSERT_EQ(branches.size(), count);
+  for (const std::size_t number : {std::size_t{0}, count / 2, count - 1}) {
+    const std::uint64_t own = number == count - 1 ? 1 : 0;
+    EXPECT_EQ(branches[number].commits, number + 1);
+    EXPECT_EQ(branches[number].own.count, own) << number;
+    EXPECT_EQ(branches[number].shared.count, number + 1 - own) << number;
+  }
+}
+
 TEST(LargeHistories, DeepFolders) {
   Repository repository = NewRepository();
   std::string path = "file";
