@@ -133,6 +133,34 @@ TEST_F(WorkspaceBoundaries, CleanUpThatFailsLeavesTheVersionsForgotten) {
   EXPECT_THAT(Summaries(OpenAgain()), ElementsAre("3"));
 }
 
+TEST_F(WorkspaceBoundaries, TextWithZeroIsRefusedWithItsPlace) {
+  workspace.Write("b", "1").value();
+  const auto made = workspace.Commit("message", {.author = std::string("Ada\0", 4)});
+  ASSERT_THAT(made, FailsWith(ErrorCode::BadText));
+  EXPECT_EQ(made.error().message, "the author has U+0000 at byte 3");
+}
+
+// Branches of which the first 67 contain all three of the others: only the last ones separate them.
+TEST_F(WorkspaceBoundaries, BaseOfTheLastOfManyBranchesIsKept) {
+  const Version base = CommitFiles({{"a", "base"}}, "base");
+  for (const char* name : {"x", "y", "z"}) {
+    workspace.CreateBranch(name, base.id).value();
+    workspace.Switch(name).value();
+    CommitFiles({{name, "1"}}, name);
+    workspace.Switch("master").value();
+    workspace.Merge(name, {.allowsFastForward = false}).value();
+  }
+  const Id merged = workspace.GetHead().value()->id;
+  for (int i = 100; i < 166; ++i) {
+    const std::string name = "b" + std::to_string(i);
+    workspace.CreateBranch(name, merged).value();
+    workspace.Switch(name).value();
+    CommitFiles({{name, "1"}}, name);
+  }
+  workspace.Forget(Retention::KeepNewest(1)).value();
+  EXPECT_THAT(Summaries(workspace, {.branch = "z"}), ElementsAre("z", "base"));
+}
+
 // What a preview of a rule says that goes back is what the rule removes: the old commits of the
 // versions that get new ids count too.
 TEST_F(WorkspaceBoundaries, PreviewOfARuleCountsTheCommitsThatAreMadeAgain) {
