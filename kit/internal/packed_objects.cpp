@@ -22,6 +22,9 @@ constexpr std::uint64_t kMostTailBytes = std::uint64_t{1} << 20;
 constexpr std::size_t kFirstRead = 4096;
 constexpr std::size_t kBeginning = 64;
 
+// Room for reads that is larger isn't kept.
+constexpr std::size_t kKeptBytes = std::size_t{1} << 16;
+
 // Records are appended in pieces of about this size.
 constexpr std::size_t kPieceBytes = std::size_t{8} << 20;
 
@@ -81,16 +84,15 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookUp(const ObjectKe
   return std::optional<Found>();
 }
 
-/// Reads `size` bytes of a pack, fewer at its end.
-Result<std::string> PackedObjects::ReadBytes(const PackPlace& place, std::size_t size) {
+/// Reads `size` bytes of a pack, fewer at its end. They are valid until the next read.
+Result<std::string_view> PackedObjects::ReadBytes(const PackPlace& place, std::size_t size) {
   const Result<OpenedFile*> file = m_files.Open(place.pack);
   if (!file) return file.error();
-  std::string bytes(size, '\0');
+  if (size > m_bytes.size()) m_bytes = std::string(std::max(size, kFirstRead), '\0');
   std::size_t count = 0;
-  const std::error_code error = (*file)->ReadAt(place.offset, bytes.data(), size, count);
+  const std::error_code error = (*file)->ReadAt(place.offset, m_bytes.data(), size, count);
   if (error) return m_files.Failure("cannot read", m_files.PathOf(place.pack), error);
-  bytes.resize(count);
-  return bytes;
+  return std::string_view(m_bytes).substr(0, count);
 }
 
 /// Reads the record at `place`; nothing if it is of another object.
@@ -98,23 +100,22 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookAt(const ObjectKe
                                                                   const PackPlace& place,
                                                                   std::size_t most) {
   const bool wants_all = most >= kMostPackedBytes;
-  Result<std::string> bytes = ReadBytes(place, std::min(kFirstRead, kPackHeadSize + most));
+  Result<std::string_view> bytes = ReadBytes(place, std::min(kFirstRead, kPackHeadSize + most));
   if (!bytes) return std::move(bytes).error();
   const std::optional<PackHead> head = ReadPackHead(*bytes);
   const bool is_it = head && head->key == key;
-  if (is_it && !wants_all) {
-    const std::size_t size = std::min(head->encodedBytes, most);
-    return std::optional(Found{place, head->encodedBytes, bytes->substr(kPackHeadSize, size)});
-  }
+  const auto found = [&](std::size_t size) {
+    Found whole{place, head->encodedBytes, std::string(bytes->substr(kPackHeadSize, size))};
+    if (m_bytes.size() > kKeptBytes) std::string().swap(m_bytes);
+    return std::optional(std::move(whole));
+  };
+  if (is_it && !wants_all) return found(std::min(head->encodedBytes, most));
   const std::size_t record = head ? head->RecordBytes() : 0;
   if (head && bytes->size() < record) bytes = ReadBytes(place, record);
   if (!bytes) return std::move(bytes).error();
-  if (head && bytes->size() >= record &&
-      IsWholePackRecord(std::string_view(*bytes).substr(0, record))) {
+  if (head && bytes->size() >= record && IsWholePackRecord(bytes->substr(0, record))) {
     if (!is_it) return std::optional<Found>();
-    bytes->resize(kPackHeadSize + head->encodedBytes);
-    bytes->erase(0, kPackHeadSize);
-    return std::optional(Found{place, head->encodedBytes, *std::move(bytes)});
+    return found(head->encodedBytes);
   }
   return m_files.Damage(place.pack, "the record of object " + HexFromKey(key) + " is damaged");
 }

@@ -61,7 +61,10 @@ class PackedObjects {
   Status VisitPack(std::uint32_t number, const Visitor& visit);
 
   /// Frees what can be read again.
-  void Trim() noexcept { m_indexes.Trim(); }
+  void Trim() noexcept {
+    m_indexes.Trim();
+    std::string().swap(m_bytes);
+  }
 
   // For the one writer, which holds the lock.
 
@@ -90,7 +93,7 @@ class PackedObjects {
   Result<std::optional<Found>> LookUp(const ObjectKey& key, std::size_t most);
   Result<std::optional<Found>> LookAt(const ObjectKey& key, const PackPlace& place,
                                       std::size_t most);
-  Result<std::string> ReadBytes(const PackPlace& place, std::size_t size);
+  Result<std::string_view> ReadBytes(const PackPlace& place, std::size_t size);
   Result<std::uint64_t> VisitFrom(std::uint32_t number, std::uint64_t from, const Visitor& visit);
   void Load();
   void ScanOn();
@@ -113,6 +116,7 @@ class PackedObjects {
   bool m_cutShort = false;  // the newest pack is shorter than the journal says
   std::optional<Error> m_unreadable;
   PackPlace m_synced;
+  std::string m_bytes;  // room that all reads of records use
 };
 
 }  // namespace TalVcs::Kit

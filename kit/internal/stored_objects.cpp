@@ -65,8 +65,12 @@ Result<std::optional<std::uint64_t>> StoredObjects::PackedSizeOf(const ObjectKey
   return std::optional(header->sizeBytes);
 }
 
+// The newest versions come first in a walk along a history, and each is mostly the base of one that
+// was read before.
 Result<Buffer> StoredObjects::Read(const ObjectKey& key) {
   UsePacks();
+  const Id id = IdOf(key);
+  if (std::optional<Buffer> base = m_encoded.TakeBase(id)) return *std::move(base);
   const Result<std::optional<PackedObjects::Found>> found = m_packs.Read(key);
   if (!found) {
     // A large object is repaired by a file of its own.
@@ -74,7 +78,7 @@ Result<Buffer> StoredObjects::Read(const ObjectKey& key) {
     return file ? std::move(file) : found.error();
   }
   if (*found) {
-    return m_encoded.Decode(IdOf(key), BytesOf((*found)->bytes), EncodedReader());
+    return m_encoded.Decode(id, BytesOf((*found)->bytes), EncodedReader());
   }
   return ReadFile(key);
 }

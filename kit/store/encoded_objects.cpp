@@ -23,6 +23,8 @@ struct Candidate {
   std::optional<Buffer> packed;
   /// Whether it is known that `packed` fits the id.
   bool fitsId = false;
+  /// True for a base that was read and that no caller has got.
+  bool isUntaken = false;
 };
 
 /// An encoded form on the way to a base.
@@ -42,7 +44,7 @@ struct EncodedObjects::State {
   RecentObjects<Candidate> cache;
 
   void Keep(const Id& id, const EncodedHeader& header, const Buffer& packed, bool fits_id) {
-    Candidate candidate{header.base, header.position, std::nullopt, fits_id};
+    Candidate candidate{header.base, header.position, std::nullopt, fits_id, false};
     if (MayBeBase(header.position)) candidate.packed = packed;
     const std::uint64_t size_bytes = candidate.packed ? packed.GetSize() : 0;
     cache.Put(id, std::move(candidate), size_bytes);
@@ -87,6 +89,7 @@ struct EncodedObjects::State {
       }
       packed = *std::move(decoded);
       Keep(step.id, step.header, *packed, false);
+      if (Candidate* kept = cache.Find(step.id)) kept->isUntaken = true;
     }
     return *std::move(packed);
   }
@@ -167,6 +170,12 @@ Result<Buffer> EncodedObjects::Decode(const Id& id, std::span<const std::byte> e
   Result<Buffer> packed = m_state->decoder.Decode(encoded, base ? &*base : nullptr);
   if (packed && MayBeBase(header->position)) m_state->Keep(id, *header, *packed, false);
   return packed;
+}
+
+std::optional<Buffer> EncodedObjects::TakeBase(const Id& id) {
+  Candidate* cached = m_state->cache.Find(id);
+  if (cached == nullptr || !std::exchange(cached->isUntaken, false)) return std::nullopt;
+  return cached->packed;
 }
 
 void EncodedObjects::Clear() noexcept { m_state->cache.Clear(); }

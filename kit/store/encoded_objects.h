@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -52,6 +53,11 @@ class TALVCS_KIT_API EncodedObjects {
   /// Reads its bases by `read`, six at most, unless they are cached. Fails with the error of that
   /// read, but with `Damaged` for a base that the store lacks, and as `ObjectDecoder::Decode` does.
   Result<Buffer> Decode(const Id& id, std::span<const std::byte> encoded, const ReadEncoded& read);
+
+  /// Returns the packed form of an object that was read as the base of another one, if it is still
+  /// cached. The store may then do without a read of its own. Returns nothing the next time, so
+  /// that a second read goes to the store.
+  std::optional<Buffer> TakeBase(const Id& id);
 
   /// Forgets all objects.
   void Clear() noexcept;

@@ -3,6 +3,7 @@
 #include <tests/support/bytes.h>
 
 #include <algorithm>
+#include <optional>
 #include <random>
 #include <string>
 #include <unordered_map>
@@ -175,6 +176,32 @@ TEST(EncodedObjects, ClearForgetsWhatMayBeGone) {
   EXPECT_EQ(objects.GetCachedBytes(), 0U);
   table.Put(objects, versions[1]);
   EXPECT_EQ(table.HeaderOf(versions[1].id).encoding, ObjectEncoding::Plain);
+}
+
+TEST(EncodedObjects, BaseThatWasReadIsTakenOnce) {
+  Table table;
+  const std::vector<StoredObject> versions = VersionsOf(4);
+  PutAll(table, versions);
+  EncodedObjects objects;
+  EXPECT_EQ(table.Read(objects, versions[3].id), Bytes(versions[3].packed));
+  for (const int index : {2, 0}) {
+    const std::optional<Buffer> base = objects.TakeBase(versions[index].id);
+    const Buffer expected = ObjectEncoder::CanCompress() ? versions[index].packed : Buffer();
+    EXPECT_EQ(Bytes(base.value_or(Buffer())), Bytes(expected)) << index;
+    EXPECT_FALSE(objects.TakeBase(versions[index].id)) << index;
+  }
+  EXPECT_FALSE(objects.TakeBase(versions[3].id));
+  EXPECT_FALSE(objects.TakeBase(versions[1].id));
+}
+
+TEST(EncodedObjects, BaseThatWasForgottenIsNotTaken) {
+  Table table;
+  const std::vector<StoredObject> versions = VersionsOf(2);
+  PutAll(table, versions);
+  EncodedObjects objects;
+  EXPECT_EQ(table.Read(objects, versions[1].id), Bytes(versions[1].packed));
+  objects.Clear();
+  EXPECT_FALSE(objects.TakeBase(versions[0].id));
 }
 
 TEST(EncodedObjects, CacheStaysBelowItsBound) {
