@@ -1,6 +1,7 @@
 #include <kit/store/read_history.h>
 #include <stores/sqlite/internal/compaction.h>
 #include <stores/sqlite/internal/document.h>
+#include <stores/sqlite/internal/quietly.h>
 #include <stores/sqlite/sqlite_store.h>
 
 #include <utility>
@@ -40,7 +41,9 @@ SqliteStore& SqliteStore::operator=(SqliteStore&& other) noexcept {
   m_document = std::move(other.m_document);
   return *this;
 }
-SqliteStore::~SqliteStore() { [[maybe_unused]] const Status ignored = Close(); }
+SqliteStore::~SqliteStore() {
+  Sqlite::Quietly([this] { [[maybe_unused]] const Status ignored = Close(); });
+}
 
 Status SqliteStore::Compact(const std::filesystem::path& path, SqliteOptions options,
                             const Progress& progress) {

@@ -2,6 +2,7 @@
 #include <stores/zip/internal/document.h>
 #include <stores/zip/zip_store.h>
 
+#include <new>
 #include <utility>
 
 namespace TalVcs::Kit {
@@ -31,7 +32,17 @@ ZipStore& ZipStore::operator=(ZipStore&& other) noexcept {
   m_document = std::move(other.m_document);
   return *this;
 }
-ZipStore::~ZipStore() { [[maybe_unused]] const Status ignored = Close(); }
+ZipStore::~ZipStore() {
+#ifdef __cpp_exceptions
+  try {
+#endif
+    [[maybe_unused]] const Status ignored = Close();
+#ifdef __cpp_exceptions
+  } catch (const std::bad_alloc&) {
+    // What wasn't written is lost, as by the end of the process.
+  }
+#endif
+}
 
 Status ZipStore::Close() {
   if (!m_document) return {};

@@ -6,6 +6,7 @@
 #include <stores/sqlite/internal/meta.h>
 #include <stores/sqlite/internal/object_rows.h>
 #include <stores/sqlite/internal/object_table.h>
+#include <stores/sqlite/internal/quietly.h>
 #include <stores/sqlite/internal/transaction.h>
 
 #include <chrono>
@@ -187,7 +188,9 @@ class CopyFile {
   }
   CopyFile(const CopyFile&) = delete;
   CopyFile& operator=(const CopyFile&) = delete;
-  ~CopyFile() { RemoveCopy(m_path); }
+  ~CopyFile() {
+    Quietly([this] { RemoveCopy(m_path); });
+  }
 
   const std::filesystem::path& Path() const noexcept { return m_path; }
 

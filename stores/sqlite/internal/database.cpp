@@ -2,6 +2,7 @@
 #include <stores/sqlite/internal/database.h>
 #include <stores/sqlite/internal/hot_journal.h>
 #include <stores/sqlite/internal/log.h>
+#include <stores/sqlite/internal/quietly.h>
 #include <stores/sqlite/internal/schema.h>
 #include <stores/sqlite/internal/side_file.h>
 #include <stores/sqlite/internal/stale_log.h>
@@ -170,7 +171,7 @@ Result<std::unique_ptr<Database>> Database::Attach(sqlite3* connection, std::str
 }
 
 Database::~Database() {
-  if (m_isOpen) LeaveLog(*this);
+  if (m_isOpen) Quietly([this] { LeaveLog(*this); });
   Disconnect();
 }
 
@@ -243,6 +244,17 @@ Statement Database::Use(Query query, Task task) {
                               SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
   }
   return Statement(*this, task, statement, code);
+}
+
+bool Database::RunQuietly(Query query) noexcept {
+  sqlite3_stmt*& statement = m_statements[static_cast<std::size_t>(query)];
+  if (!statement && sqlite3_prepare_v3(m_connection, TextOf(query), -1, SQLITE_PREPARE_PERSISTENT,
+                                       &statement, nullptr) != SQLITE_OK) {
+    return false;
+  }
+  const int code = sqlite3_step(statement);
+  sqlite3_reset(statement);
+  return code == SQLITE_DONE;
 }
 
 Result<std::int64_t> Database::NumberOf(Query query, Task task) {

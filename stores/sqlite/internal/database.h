@@ -32,6 +32,9 @@ class Database {
 
   /// Begins a run of a statement. Two runs of one statement don't overlap.
   Statement Use(Query query, Task task);
+  /// Runs a statement without a prefix or rows, which takes no memory of C++. Returns whether it
+  /// succeeded.
+  bool RunQuietly(Query query) noexcept;
   /// Runs a statement that has no parameters and returns the number in its row, 0 if there is none.
   Result<std::int64_t> NumberOf(Query query, Task task);
   /// Runs statements that have no parameters, one after the other, with the prefix in place of "$".

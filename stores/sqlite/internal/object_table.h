@@ -21,7 +21,7 @@ class Database;
 /// but `List` runs inside the transaction that is open.
 class ObjectTable {
  public:
-  ObjectTable(Database& database, bool compress) noexcept
+  ObjectTable(Database& database, bool compress)
       : m_database(database),
         m_rows(database),
         m_compress(compress && ObjectEncoder::CanCompress()) {}

@@ -7,7 +7,7 @@ namespace TalVcs::Kit::Sqlite {
 
 ReadTransaction::~ReadTransaction() {
   if (!m_isOpen || !m_database.IsInTransaction()) return;
-  [[maybe_unused]] const Status ignored = m_database.Use(Query::Rollback, Task::Read).Run();
+  m_database.RunQuietly(Query::Rollback);
 }
 
 Status ReadTransaction::Begin() {
@@ -24,17 +24,15 @@ WriteTransaction::~WriteTransaction() {
 }
 
 /// A failure leaves a journal, by which the next transaction undoes the changes.
-void WriteTransaction::Undo() {
+void WriteTransaction::Undo() noexcept {
   m_isOpen = false;
   m_database.SetWriting(false);
   // After some failures SQLite has undone the whole transaction.
   if (!m_database.IsInTransaction()) return;
-  Status status;
-  if (m_isNested) {
-    status = m_database.Use(Query::RollbackToSavepoint, Task::Read).Run();
-    if (status) status = m_database.Use(Query::ReleaseSavepoint, Task::Read).Run();
-  } else {
-    status = m_database.Use(Query::Rollback, Task::Read).Run();
+  if (!m_isNested) {
+    m_database.RunQuietly(Query::Rollback);
+  } else if (m_database.RunQuietly(Query::RollbackToSavepoint)) {
+    m_database.RunQuietly(Query::ReleaseSavepoint);
   }
 }
 

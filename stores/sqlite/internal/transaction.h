@@ -45,7 +45,7 @@ class WriteTransaction {
   Status CommitUncounted();
 
  private:
-  void Undo();
+  void Undo() noexcept;
 
   Database& m_database;
   bool m_isOpen = false;

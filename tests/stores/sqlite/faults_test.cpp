@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <stores/sqlite/sqlite_store.h>
+#include <tests/kit/store/failing_memory.h>
 #include <tests/stores/sqlite/documents.h>
 #include <tests/stores/sqlite/raw_file.h>
 #include <tests/stores/sqlite/simulated_disk.h>
@@ -211,6 +212,15 @@ TEST_P(SqliteFaults, LossOfPowerWhileADocumentIsUpdatedLeavesOldOrNewState) {
 INSTANTIATE_TEST_SUITE_P(Rollback, SqliteFaults, testing::Values(SqliteJournalMode::Rollback));
 INSTANTIATE_TEST_SUITE_P(WriteAheadLog, SqliteFaults,
                          testing::Values(SqliteJournalMode::WriteAheadLog));
+
+// Opening ended the program, and so did destructors that roll back or write what is left.
+TEST(SqliteMemory, SaveThatRunsOutOfItLeavesTheDocument) {
+  for (const auto mode : {SqliteJournalMode::Rollback, SqliteJournalMode::WriteAheadLog}) {
+    SaveWhileMemoryRunsOut(13, [mode](const std::filesystem::path& path) {
+      return SqliteStore::Open(path, {.durable = false, .journalMode = mode});
+    });
+  }
+}
 
 }  // namespace
 }  // namespace TalVcs::Kit

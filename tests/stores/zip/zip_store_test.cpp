@@ -7,6 +7,7 @@
 #include <tests/kit/open/clean_up_beside.h>
 #include <tests/kit/open/histories.h>
 #include <tests/kit/store/document_states.h>
+#include <tests/kit/store/failing_memory.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/support/bytes.h>
 #include <unistd.h>
@@ -181,6 +182,12 @@ TEST_F(ZipFile, DocumentIsMadeWhereADanglingLinkLeads) {
   fs::create_symlink("missing/document.zip", m_path);
   EXPECT_EQ(ZipStore::Open(m_path).error().code, ErrorCode::NotFound);
   EXPECT_TRUE(fs::is_symlink(m_path));
+}
+
+// The destructor writes what is left, and ended the program.
+TEST(ZipMemory, SaveThatRunsOutOfItLeavesTheDocument) {
+  SaveWhileMemoryRunsOut(
+      5, [](const fs::path& path) { return ZipStore::Open(path, {.durable = false}); });
 }
 
 TEST_F(ZipFile, ReaderKeepsItsArchiveUntilItLooksAgain) {
