@@ -106,7 +106,7 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookAt(const ObjectKe
   const bool is_it = head && head->key == key;
   const auto found = [&](std::size_t size) {
     Found whole{place, head->encodedBytes, std::string(bytes->substr(kPackHeadSize, size))};
-    if (m_bytes.size() > kKeptBytes) std::string().swap(m_bytes);
+    if (m_bytes.size() > kKeptBytes) m_bytes = std::string();
     return std::optional(std::move(whole));
   };
   if (is_it && !wants_all) return found(std::min(head->encodedBytes, most));
