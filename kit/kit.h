@@ -48,6 +48,7 @@
 #include <kit/store/opening_store.h>
 #include <kit/store/passing_store.h>
 #include <kit/store/progress_store.h>
+#include <kit/store/quietly.h>
 #include <kit/store/rate_limit_store.h>
 #include <kit/store/read_history.h>
 #include <kit/store/recording_store.h>

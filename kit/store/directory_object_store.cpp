@@ -5,11 +5,11 @@
 #include <kit/store/directory_object_store.h>
 #include <kit/store/head_table.h>
 #include <kit/store/internal/removal_watch.h>
+#include <kit/store/quietly.h>
 #include <kit/store/read_history.h>
 #include <kit/text.h>
 
 #include <algorithm>
-#include <new>
 #include <set>
 #include <thread>
 #include <utility>
@@ -109,15 +109,9 @@ Result<std::unique_ptr<FileLock>> DirectoryObjectStore::Impl::KeepObjects() {
 /// Keeps removals away from now on. Where that fails, also for want of memory, the next `Heads`
 /// tries again; until then a save that a removal harms fails with `Busy`.
 void DirectoryObjectStore::Impl::LockObjects() noexcept {
-#ifdef __cpp_exceptions
-  try {
-    readerLock = folder.LockReader();
-  } catch (const std::bad_alloc&) {
-    readerLock.reset();
-  }
-#else
-  readerLock = folder.LockReader();
-#endif
+  std::unique_ptr<FileLock> lock;
+  Quietly([&] { lock = folder.LockReader(); });
+  readerLock = std::move(lock);
 }
 
 Status DirectoryObjectStore::Impl::Create(const std::filesystem::path& path) {

@@ -1,7 +1,7 @@
+#include <kit/store/quietly.h>
 #include <kit/store/read_history.h>
 #include <stores/sqlite/internal/compaction.h>
 #include <stores/sqlite/internal/document.h>
-#include <stores/sqlite/internal/quietly.h>
 #include <stores/sqlite/sqlite_store.h>
 
 #include <utility>
@@ -42,7 +42,7 @@ SqliteStore& SqliteStore::operator=(SqliteStore&& other) noexcept {
   return *this;
 }
 SqliteStore::~SqliteStore() {
-  Sqlite::Quietly([this] { [[maybe_unused]] const Status ignored = Close(); });
+  Quietly([this] { [[maybe_unused]] const Status ignored = Close(); });
 }
 
 Status SqliteStore::Compact(const std::filesystem::path& path, SqliteOptions options,

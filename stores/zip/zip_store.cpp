@@ -1,8 +1,8 @@
+#include <kit/store/quietly.h>
 #include <kit/store/read_history.h>
 #include <stores/zip/internal/document.h>
 #include <stores/zip/zip_store.h>
 
-#include <new>
 #include <utility>
 
 namespace TalVcs::Kit {
@@ -32,16 +32,9 @@ ZipStore& ZipStore::operator=(ZipStore&& other) noexcept {
   m_document = std::move(other.m_document);
   return *this;
 }
+// What couldn't be written is lost, as by the end of the process.
 ZipStore::~ZipStore() {
-#ifdef __cpp_exceptions
-  try {
-#endif
-    [[maybe_unused]] const Status ignored = Close();
-#ifdef __cpp_exceptions
-  } catch (const std::bad_alloc&) {
-    // What wasn't written is lost, as by the end of the process.
-  }
-#endif
+  Quietly([this] { [[maybe_unused]] const Status ignored = Close(); });
 }
 
 Status ZipStore::Close() {

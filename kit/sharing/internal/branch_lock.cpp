@@ -1,6 +1,7 @@
 // value := 32 hexadecimal digits    of the holder; under the name "sync/" branch
 
 #include <kit/sharing/internal/branch_lock.h>
+#include <kit/store/quietly.h>
 
 #include <random>
 #include <utility>
@@ -34,11 +35,13 @@ BranchLock::BranchLock(IObjectStore& store, std::string_view branch, const Sleep
       m_sleep(sleep),
       m_reporter(reporter) {}
 
+// If the lock can't be removed, the others wait for a lease.
 BranchLock::~BranchLock() {
-  if (!m_isTaken || Holder() != m_text) return;
-  // If it can't be removed, the others wait for a lease.
-  const Status status = m_store.SetValue(m_name, std::nullopt);
-  static_cast<void>(status);
+  if (!m_isTaken) return;
+  Quietly([this] {
+    if (Holder() == m_text) [[maybe_unused]]
+      const Status ignored = m_store.SetValue(m_name, std::nullopt);
+  });
 }
 
 /// Returns the text of the holder; none also if the store can't be read.

@@ -1,11 +1,11 @@
 #include <kit/open/internal/opened_access.h>
 #include <kit/open/save.h>
+#include <kit/store/quietly.h>
 #include <kit/text.h>
 #include <kit/workspace/internal/checked_text.h>
 #include <kit/workspace/internal/workspace_state.h>
 
 #include <algorithm>
-#include <new>
 
 namespace TalVcs::Kit {
 
@@ -154,15 +154,8 @@ void WorkspaceState::PutBack(std::vector<FormerBranch> branches,
                              std::optional<WideString> current) noexcept {
   formerBranches = std::move(branches);
   formerCurrent = std::move(current);
-#ifdef __cpp_exceptions
-  try {
-    GetRepository();
-  } catch (const std::bad_alloc&) {
-    // Is done when memory suffices.
-  }
-#else
-  GetRepository();
-#endif
+  // What fails is done when memory suffices.
+  Quietly([this] { GetRepository(); });
 }
 
 OnDemandStorage& WorkspaceState::GetStorage() {

@@ -1,3 +1,4 @@
+#include <kit/store/quietly.h>
 #include <stores/sqlite/internal/compaction.h>
 #include <stores/sqlite/internal/database.h>
 #include <stores/sqlite/internal/files.h>
@@ -6,7 +7,6 @@
 #include <stores/sqlite/internal/meta.h>
 #include <stores/sqlite/internal/object_rows.h>
 #include <stores/sqlite/internal/object_table.h>
-#include <stores/sqlite/internal/quietly.h>
 #include <stores/sqlite/internal/transaction.h>
 
 #include <chrono>

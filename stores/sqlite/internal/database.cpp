@@ -1,8 +1,8 @@
+#include <kit/store/quietly.h>
 #include <stores/sqlite/internal/connection.h>
 #include <stores/sqlite/internal/database.h>
 #include <stores/sqlite/internal/hot_journal.h>
 #include <stores/sqlite/internal/log.h>
-#include <stores/sqlite/internal/quietly.h>
 #include <stores/sqlite/internal/schema.h>
 #include <stores/sqlite/internal/side_file.h>
 #include <stores/sqlite/internal/stale_log.h>

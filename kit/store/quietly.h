@@ -1,0 +1,24 @@
+#pragma once
+
+#include <new>
+#include <utility>
+
+namespace TalVcs::Kit {
+
+/// Calls a function where nothing can report that memory has run out, as in a destructor: such a
+/// failure ends the function and nothing else. What it leaves undone must be as after the end of
+/// the process.
+template <class Function>
+void Quietly(Function&& function) noexcept {
+#ifdef __cpp_exceptions
+  try {
+    std::forward<Function>(function)();
+  } catch (const std::bad_alloc&) {
+    // The caller goes on.
+  }
+#else
+  std::forward<Function>(function)();
+#endif
+}
+
+}  // namespace TalVcs::Kit
