@@ -1,4 +1,5 @@
 #include <stores/zip/internal/deflate_source.h>
+#include <stores/zip/internal/state_source.h>
 
 // Lets zlib take its input as constant.
 #define ZLIB_CONST
@@ -72,20 +73,6 @@ struct Bytes {
   }
 };
 
-zip_int64_t Call(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
-  auto* bytes = static_cast<Bytes*>(state);
-  if (command != ZIP_SOURCE_FREE) return bytes->Do(data, length, command);
-  delete bytes;
-  return 0;
-}
-
-zip_source_t* MakeSource(std::unique_ptr<Bytes> bytes) {
-  zip_source_t* source = zip_source_function_create(Call, bytes.get(), nullptr);
-  if (source == nullptr) throw std::bad_alloc();
-  bytes.release();
-  return source;
-}
-
 /// Passes bytes to zlib, not more at once than it can count. Returns false once the output is full.
 bool Deflate(z_stream& stream, std::span<const std::byte> input, std::uint32_t& checksum) {
   constexpr std::size_t kMost = std::size_t{1} << 30;
@@ -124,14 +111,14 @@ zip_source_t* MakeDeflateSource(const Buffer& bytes) {
   deflated->bytes.Append(output.get(), static_cast<std::size_t>(stream.total_out));
   deflated->plainSize = size;
   deflated->method = ZIP_CM_DEFLATE;
-  return MakeSource(std::move(deflated));
+  return MakeStateSource(std::move(deflated));
 }
 
 zip_source_t* MakeStoredSource(const Buffer& bytes) {
   auto stored = std::make_unique<Bytes>();
   stored->bytes = bytes;
   stored->plainSize = bytes.GetSize();
-  return MakeSource(std::move(stored));
+  return MakeStateSource(std::move(stored));
 }
 
 }  // namespace TalVcs::Kit::Zip

@@ -1,9 +1,9 @@
 #include <stores/zip/internal/file_source.h>
+#include <stores/zip/internal/state_source.h>
 #include <stores/zip/internal/zip_error.h>
 
 #include <algorithm>
 #include <cstddef>
-#include <new>
 #include <string>
 #include <utility>
 
@@ -133,30 +133,14 @@ struct Writing {
   }
 };
 
-template <class State>
-zip_int64_t Call(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
-  auto* source = static_cast<State*>(state);
-  if (command != ZIP_SOURCE_FREE) return source->Do(data, length, command);
-  delete source;
-  return 0;
-}
-
-template <class State>
-zip_source_t* MakeSource(std::unique_ptr<State> state) {
-  zip_source_t* source = zip_source_function_create(Call<State>, state.get(), nullptr);
-  if (source == nullptr) throw std::bad_alloc();
-  state.release();
-  return source;
-}
-
 }  // namespace
 
 zip_source_t* MakeReadSource(std::shared_ptr<const File> file, std::uint64_t sizeBytes) {
-  return MakeSource(std::make_unique<Reading>(Reading{std::move(file), sizeBytes}));
+  return MakeStateSource(std::make_unique<Reading>(Reading{std::move(file), sizeBytes}));
 }
 
 zip_source_t* MakeWriteTarget(File& file) {
-  return MakeSource(std::make_unique<Writing>(Writing{file}));
+  return MakeStateSource(std::make_unique<Writing>(Writing{file}));
 }
 
 }  // namespace TalVcs::Kit::Zip
