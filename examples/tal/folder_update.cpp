@@ -113,20 +113,28 @@ void FolderUpdate::CheckFolders(const std::string& path) const {
   }
 }
 
-/// Writes a file, or removes it if `content` is null.
-FileStat FolderUpdate::Put(const std::string& path, const BlobPtr& content, FileKind kind) const {
-  if (content) return m_folder.Write(path, content->GetData(), kind);
-  m_folder.Remove(path);
-  return {};
+// The bytes of a file are kept before it changes: a store that can't be saved may not be readable
+// either.
+void FolderUpdate::Do(const Step& step) {
+  Done done{&step, std::nullopt, {}};
+  const bool is_file = m_folder.Examine(step.path).type == EntryType::File;
+  if (is_file) done.former = m_folder.Read(step.path);
+  if (step.content) {
+    done.stat = m_folder.Write(step.path, step.content->GetData(), step.after.kind);
+  } else if (is_file) {
+    m_folder.Remove(step.path);
+  } else {
+    // Where the user has put something else in place of a file that goes, it stays.
+    return;
+  }
+  m_done.push_back(std::move(done));
 }
 
 void FolderUpdate::Apply() {
   try {
     for (const Step& step : m_steps) {
       StopIfInterrupted();
-      // Where the user has put something else in place of a file that goes, it stays.
-      if (!step.content && m_folder.Examine(step.path).type != EntryType::File) continue;
-      m_done.push_back({&step, Put(step.path, step.content, step.after.kind)});
+      Do(step);
     }
   } catch (...) {
     Undo();
@@ -136,8 +144,12 @@ void FolderUpdate::Apply() {
 
 void FolderUpdate::Undo() {
   for (; !m_done.empty(); m_done.pop_back()) {
-    const Step& step = *m_done.back().step;
-    Put(step.path, m_from.Find(step.path), step.before.kind);
+    const Done& done = m_done.back();
+    if (done.former) {
+      m_folder.Write(done.step->path, done.former->bytes, done.former->stat.kind);
+    } else {
+      m_folder.Remove(done.step->path);
+    }
   }
 }
 

@@ -3,6 +3,7 @@
 #include "folder_changes.h"
 #include "session.h"
 
+#include <optional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -55,7 +56,8 @@ class FolderUpdate {
   };
   struct Done {
     const Step* step;
-    FileStat stat;  ///< of the file that was written
+    std::optional<FileContent> former;  ///< the file that was there
+    FileStat stat;                      ///< of the file that was written
   };
 
   void Plan(const FolderIndex& known, const std::string& path, Side before, Side after);
@@ -64,7 +66,7 @@ class FolderUpdate {
   bool IsInTheWay(const FolderIndex& known, Step& step) const;
   bool IsFreeOnceApplied(const std::string& path) const;
   void CheckFolders(const std::string& path) const;
-  FileStat Put(const std::string& path, const BlobPtr& content, FileKind kind) const;
+  void Do(const Step& step);
 
   const Folder& m_folder;
   FileTree m_from;
