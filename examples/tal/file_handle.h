@@ -43,8 +43,8 @@ struct OpenedParent {
 
 enum class MissingFolders { Fail, Make };
 
-/// Opens the folder of a path below `top`, component by component and never through a symbolic
-/// link. The handle isn't open if that fails.
+/// Opens the folder of a path below `top`, never through a symbolic link; by one call where the
+/// system has it. The handle isn't open if that fails.
 OpenedParent OpenParent(int top, const std::string& path, MissingFolders missing);
 
 FileStat StatOf(const struct stat& status);

@@ -22,7 +22,7 @@ constexpr std::uint64_t kMostTailBytes = std::uint64_t{1} << 20;
 constexpr std::size_t kFirstRead = 4096;
 constexpr std::size_t kBeginning = 64;
 
-// Room for reads that is larger isn't kept.
+// Room for reads that is larger is given back by the next read.
 constexpr std::size_t kKeptBytes = std::size_t{1} << 16;
 
 // Records are appended in pieces of about this size.
@@ -88,7 +88,9 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookUp(const ObjectKe
 Result<std::string_view> PackedObjects::ReadBytes(const PackPlace& place, std::size_t size) {
   const Result<OpenedFile*> file = m_files.Open(place.pack);
   if (!file) return file.error();
-  if (size > m_bytes.size()) m_bytes = std::string(std::max(size, kFirstRead), '\0');
+  if (size > m_bytes.size() || m_bytes.size() > kKeptBytes) {
+    m_bytes = std::string(std::max(size, kFirstRead), '\0');
+  }
   std::size_t count = 0;
   const std::error_code error = (*file)->ReadAt(place.offset, m_bytes.data(), size, count);
   if (error) return m_files.Failure("cannot read", m_files.PathOf(place.pack), error);
@@ -105,9 +107,8 @@ Result<std::optional<PackedObjects::Found>> PackedObjects::LookAt(const ObjectKe
   const std::optional<PackHead> head = ReadPackHead(*bytes);
   const bool is_it = head && head->key == key;
   const auto found = [&](std::size_t size) {
-    Found whole{place, head->encodedBytes, std::string(bytes->substr(kPackHeadSize, size))};
-    if (m_bytes.size() > kKeptBytes) m_bytes = std::string();
-    return std::optional(std::move(whole));
+    return std::optional(
+        Found{place, head->encodedBytes, std::string(bytes->substr(kPackHeadSize, size))});
   };
   if (is_it && !wants_all) return found(std::min(head->encodedBytes, most));
   const std::size_t record = head ? head->RecordBytes() : 0;

@@ -32,7 +32,6 @@ void Add(ObjectTotals& totals, const ObjectTotals& more) {
   totals.sizeBytes += more.sizeBytes;
 }
 
-/// Numbers may fall below zero in between, where they wrap around.
 void Remove(ObjectTotals& totals, const ObjectTotals& less) {
   totals.count -= less.count;
   totals.sizeBytes -= less.sizeBytes;
@@ -262,7 +261,8 @@ class Counting {
       for (const std::uint32_t branch : branches) totals[branch].commits = m_nodes[index].commits;
     }
     // What is shared is added at the first number of a range and taken away after the last.
-    std::vector<ObjectTotals> shared(m_numbered.size() + 1);
+    std::vector<ObjectTotals> begun(m_numbered.size() + 1);
+    std::vector<ObjectTotals> ended(m_numbered.size() + 1);
     for (std::uint32_t set = 0; set < m_totals.size(); ++set) {
       const std::span<const NumberRange> ranges = m_sets.Ranges(set);
       if (ranges.size() == 1 && ranges.front().GetCount() == 1) {
@@ -270,13 +270,14 @@ class Counting {
         continue;
       }
       for (const NumberRange& range : ranges) {
-        Add(shared[range.first], m_totals[set]);
-        Remove(shared[range.end], m_totals[set]);
+        Add(begun[range.first], m_totals[set]);
+        Add(ended[range.end], m_totals[set]);
       }
     }
     ObjectTotals sum;
     for (std::size_t number = 0; number < m_numbered.size(); ++number) {
-      Add(sum, shared[number]);
+      Add(sum, begun[number]);
+      Remove(sum, ended[number]);
       totals[m_numbered[number]].shared = sum;
     }
     return totals;

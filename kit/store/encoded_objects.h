@@ -55,8 +55,8 @@ class TALVCS_KIT_API EncodedObjects {
   Result<Buffer> Decode(const Id& id, std::span<const std::byte> encoded, const ReadEncoded& read);
 
   /// Returns the packed form of an object that was read as the base of another one, if it is still
-  /// cached. The store may then do without a read of its own. Returns nothing the next time, so
-  /// that a second read goes to the store.
+  /// cached. The store may then do without a read of its own. Returns it once for each time
+  /// that it was read as a base, so that a second read goes to the store.
   std::optional<Buffer> TakeBase(const Id& id);
 
   /// Forgets all objects.

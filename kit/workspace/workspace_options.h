@@ -81,19 +81,20 @@ struct LogOptions {
   /// Begin with this version and go on with those before it, instead of a branch. Empty: see
   /// `branch`.
   Id from = {};
-  /// Versions of all branches and tags. `branch` and `from` don't count then. Each comes before its
-  /// parent, and the latest of those that may come next is next. Each page reads the versions of
-  /// the pages before it.
+  /// Versions of all branches and tags. `branch` and `from` don't count then. Each version comes
+  /// before its parent unless clocks were wrong by more than `clockError`; of those that may come
+  /// next, the latest comes first. Each page reads the versions of the pages before it.
   bool allBranches = false;
   /// The most by which clocks may have been wrong. With `allBranches`, a version comes after all
   /// that follow it unless it is later than one of them by more than this. Cost: of histories that
   /// have not met yet, the versions of this time before the last one of the page are read too. The
   /// most seconds are exact: everything is read back to where the histories meet.
   std::chrono::seconds clockError = std::chrono::hours(1);
-  /// A file or folder that they changed. Empty: everything. What few versions fit costs a walk
-  /// through the others, in the worst case through the whole history: its commits for the author
-  /// and the times, and for a path the folders on the way to it where they have changed. Memory
-  /// doesn't grow with the versions that don't fit, but for some 200 bytes each.
+  /// A file or folder that they changed. Empty: everything. If few versions fit, the log walks
+  /// through the others too, in the worst case through the whole history. It reads their commits
+  /// for the author and the times, and for a path the folders on the way to it where they have
+  /// changed. It holds a few thousand versions in memory at a time; with `allBranches`, some 70
+  /// bytes more for each version.
   std::string path = {};
   /// The author's name. Empty: anybody.
   std::string author = {};

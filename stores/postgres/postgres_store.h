@@ -53,7 +53,8 @@ struct PostgresOptions {
 /// *Durability.* A `Write` returns when the server has the objects, but before they are on its
 /// disk. `MoveHeads` waits for the disk, and for a synchronous standby: for all that was written
 /// before and for the move itself, also where the server, the database or the role has set
-/// `synchronous_commit` to off. After a lost connection a `Write` and a `MoveHeads` look for what
+/// `synchronous_commit` to off. Other values, such as `local`, stay as they are and wait for less.
+/// After a lost connection a `Write` and a `MoveHeads` look for what
 /// the save relies on, and fail with `Busy` if the server has lost any of it.
 ///
 /// *Others.* Each operation is a transaction, or several if it is large. Nothing is held between

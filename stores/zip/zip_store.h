@@ -85,8 +85,8 @@ struct ZipOptions {
 /// thread at a time, and not to the child after a fork. POSIX only.
 class TALVCS_ZIP_API ZipStore final : public IObjectStore, public IRepairableStore {
  public:
-  /// Opens the file at `path`, or the file that a symbolic link there names. One that is made is
-  /// made there too.
+  /// Opens the file at `path`, or the file that a symbolic link there names. If the link leads
+  /// to a missing file, the file is made there.
   ///
   /// Fails with `NotFound` if the file is missing and isn't to be made, or if its folder is.
   static Result<ZipStore> Open(const std::filesystem::path& path, ZipOptions options = {});

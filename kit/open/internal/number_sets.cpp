@@ -7,7 +7,7 @@ namespace TalVcs::Kit {
 
 namespace {
 
-/// Adds a range that begins nowhere before the last one. Ranges that meet become one.
+/// Appends a range that doesn't begin before the last one. Ranges that meet become one.
 void Append(std::vector<NumberRange>& ranges, const NumberRange& range) {
   if (ranges.empty() || range.first > ranges.back().end) {
     ranges.push_back(range);

@@ -39,8 +39,8 @@ BranchLock::BranchLock(IObjectStore& store, std::string_view branch, const Sleep
 BranchLock::~BranchLock() {
   if (!m_isTaken) return;
   Quietly([this] {
-    if (Holder() == m_text) [[maybe_unused]]
-      const Status ignored = m_store.SetValue(m_name, std::nullopt);
+    if (Holder() != m_text) return;
+    [[maybe_unused]] const Status ignored = m_store.SetValue(m_name, std::nullopt);
   });
 }
 

@@ -16,7 +16,8 @@ namespace {
 // A far target is asked about windows of this size and more. Most pushes are smaller.
 constexpr std::size_t kLeastWindowToAsk = 16;
 
-// How a commit is known: from the store or as one that was read, or by the word of the caller.
+// How a commit is known to be in the target: the target was asked or the commit was read here, or
+// the caller says so.
 constexpr std::uint32_t kSeen = 0;
 constexpr std::uint32_t kOfCaller = 1;
 

@@ -16,11 +16,11 @@
 
 namespace TalVcs::Kit {
 
-/// Walks one history, or several together: each version once, before its parent, and the latest
-/// first of those that may come next.
+/// Walks one history, or several together: each version once, and before its parent unless clocks
+/// were wrong by more than is allowed for; of those that may come next, the latest comes first.
 ///
 /// A version must wait for one that follows it, even if that one is earlier, because a clock was
-/// put back or has ticks too long. So of several histories the walk reads ahead: until what it has
+/// put back or is coarse. So of several histories the walk reads ahead: until what it has
 /// not read is earlier than the next version by more than the error of clocks, or belongs to the
 /// history of the next version itself. One history is read version by version. Of a single one,
 /// nothing is remembered; of several, some 70 bytes a version, and two kilobytes for each that was
@@ -34,6 +34,12 @@ class LogWalk {
   /// `reporter` must outlive the walk.
   LogWalk(std::chrono::seconds clockError, Reporter& reporter)
       : m_clockError(clockError), m_reporter(&reporter) {}
+  // Pointers of one walk lead to its own versions, which stay where they are when it is moved.
+  LogWalk(const LogWalk&) = delete;
+  LogWalk(LogWalk&&) = default;
+  LogWalk& operator=(const LogWalk&) = delete;
+  LogWalk& operator=(LogWalk&&) = default;
+  ~LogWalk() = default;
 
   /// Adds a history; null adds none. All are added before the first step.
   void Add(const cow_ptr<Commit>& head);
@@ -79,7 +85,7 @@ class LogWalk {
   std::uint64_t m_order = 0;
   /// Those that wait for nothing and were not passed, and some that wait again.
   std::priority_queue<Node*, std::vector<Node*>, IsEarlier> m_ready;
-  /// Those whose parent was not read, without those of which it can't be.
+  /// Versions whose parent was not read yet, except those whose parent can't be read.
   std::set<Node*, IsLater> m_ends;
   Node* m_last = nullptr;
 };

@@ -136,7 +136,7 @@ struct WorkspaceState {
   std::optional<LastCheckpoint> lastCheckpoint;
   /// Saves since the objects that were read and saved were last freed.
   int savesInMemory = 0;
-  /// Versions that walks have passed since then.
+  /// Versions that walks have passed since `PassVersion` last freed objects.
   int passedVersions = 0;
   std::function<void(const Workspace::Move&)> observer;
   /// The heads of the store that the observer knows of; none as long as they are the known ones.

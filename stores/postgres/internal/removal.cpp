@@ -1,7 +1,9 @@
 #include <stores/postgres/internal/repository.h>
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
+#include <thread>
 #include <utility>
 
 namespace TalVcs::Kit::Postgres {
@@ -84,7 +86,9 @@ Result<RemovedObjects> Repository::RemoveOnce(const MarkObjects& mark) {
 /// LISTEN.
 Result<std::vector<Head>> Repository::WaitForHeads(std::span<const Head> seen,
                                                    std::chrono::milliseconds timeout) {
-  const auto end = std::chrono::steady_clock::now() + timeout;
+  constexpr std::chrono::milliseconds kBetweenConnections(100);
+  const auto end = std::chrono::steady_clock::now() +
+                   std::min<std::chrono::milliseconds>(timeout, std::chrono::hours(24));
   for (;;) {
     if (Status status = m_session.Listen(); !status) return std::move(status).error();
     Result<std::vector<Head>> heads = Heads();
@@ -95,6 +99,7 @@ Result<std::vector<Head>> Repository::WaitForHeads(std::span<const Head> seen,
     // This waits for a server that starts again.
     heads = Heads();
     if (!heads || std::chrono::steady_clock::now() >= end) return heads;
+    std::this_thread::sleep_for(kBetweenConnections);
   }
 }
 

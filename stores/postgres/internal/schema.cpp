@@ -11,8 +11,8 @@ namespace {
 
 constexpr int kPartitions = 16;
 
-// Rows up to a page stay in one piece. Each that the server would cut, those above 2 KB, takes
-// entries in two tables more.
+// Rows up to a page stay in one piece. The server would cut rows above 2 KB, and each of those
+// takes entries in two more tables.
 constexpr std::string_view kRowSettings = " WITH (toast_tuple_target = 8160)";
 
 // The key of a head or a setting is the digest of its name, which may be longer than an index

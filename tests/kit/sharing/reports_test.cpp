@@ -14,7 +14,7 @@ using Kit::StoreOperation;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Calls `act` before each move of heads.
+/// Calls `act` before each move of heads. May refuse to set values.
 class BeforeMoves final : public Kit::PassingStore {
  public:
   using Kit::PassingStore::PassingStore;
@@ -182,7 +182,10 @@ TEST_F(ReportsTest, SyncCountsTheObjectsAndRacesOfAllAttempts) {
   int races = 0;
   auto far = std::make_shared<BeforeMoves>(shared);
   far->act = [&] {
-    if (races++ < 3) Edit(ada, "a", std::to_string(races)), Sync(ada);
+    if (races++ < 3) {
+      Edit(ada, "a", std::to_string(races));
+      Sync(ada);
+    }
     return Kit::Status();
   };
   Kit::Remote remote(far);

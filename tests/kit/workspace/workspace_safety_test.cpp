@@ -77,7 +77,7 @@ TEST_F(WorkspaceSafety, DamagedFileLeavesTheOthersReadable) {
 }
 
 /// A store that counts what is asked of it.
-class CountingStore final : public Kit::PassingStore {
+class CallCountingStore final : public Kit::PassingStore {
  public:
   using Kit::PassingStore::PassingStore;
 
@@ -109,7 +109,7 @@ TEST_F(WorkspaceSafety, CheckpointUndoAndLogCostTheSameInALongHistory) {
       workspace.Write("file " + std::to_string(content % 10), std::to_string(content)).value();
       workspace.Commit(std::to_string(content++)).value();
     }
-    auto counting = std::make_shared<CountingStore>(store);
+    auto counting = std::make_shared<CallCountingStore>(store);
     Kit::Workspace counted = Kit::Workspace::Open(counting).value();
     counted.Write("file 0", "autosave " + std::to_string(versions)).value();
     counted.Checkpoint("Autosave", "", now).value();

@@ -3,7 +3,7 @@
 // eight times as much of something must not take forty times as long.
 
 #include <kit/open/statistics.h>
-#include <kit/store/passing_store.h>
+#include <tests/kit/workspace/counting_store.h>
 #include <tests/kit/workspace/workspace_fixture.h>
 
 #include <algorithm>
@@ -27,36 +27,6 @@ std::clock_t TimeOf(const std::function<void()>& run) {
   }
   return best;
 }
-
-/// Counts the objects that the store passes on.
-class CountingStore final : public Kit::PassingStore {
- public:
-  using Kit::PassingStore::PassingStore;
-
-  Kit::Status Read(std::span<const Id> ids, const Kit::ReadSink& sink) override {
-    return Kit::PassingStore::Read(ids, Counted(sink));
-  }
-  Kit::Status ReadHistory(const Id& id, std::uint64_t most, const Kit::ReadSink& sink) override {
-    return Kit::PassingStore::ReadHistory(id, most, Counted(sink));
-  }
-
-  /// Returns how many objects a call makes it pass on.
-  std::uint64_t CountIn(const std::function<void()>& call) {
-    m_count = 0;
-    call();
-    return m_count;
-  }
-
- private:
-  Kit::ReadSink Counted(const Kit::ReadSink& sink) {
-    return [this, &sink](const Id& id, Kit::Result<Buffer> packed) {
-      ++m_count;
-      sink(id, std::move(packed));
-    };
-  }
-
-  std::uint64_t m_count = 0;
-};
 
 std::string DeepFolder(int depth) {
   std::string path = "d";
