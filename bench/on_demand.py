@@ -60,6 +60,9 @@ class Bench:
     def medians_in_turns(self, kind, figure, measured):
         """For each pair of an operation and a history in `measured`, the run with the median of `figure`. They take
         turns, so that a slow minute of the machine changes all of them alike."""
+        if kind != "memory":
+            for _, history in measured:
+                read_pages(self.make(kind, history))
         rounds = [[self.run(what, kind, history) for what, history in measured] for _ in range(3 * ROUNDS)]
         return [middle(runs, figure) for runs in zip(*rounds)]
 
@@ -78,10 +81,22 @@ def middle(runs, figure):
     return sorted(runs, key=lambda run: run[figure])[len(runs) // 2]
 
 
+def files_of(path):
+    return [path] if path.is_file() else [entry for entry in path.rglob("*") if entry.is_file()]
+
+
+def read_pages(path):
+    """Lets the system have the pages of the files in its cache. A large store would otherwise be partly cold."""
+    for file in files_of(path):
+        with file.open("rb") as stream:
+            while stream.read(1 << 20):
+                pass
+
+
 def drop_pages(path):
     """Writes back what is dirty, and asks the system to forget the pages of the files."""
     subprocess.run(["sync"], check=True)
-    for file in [path] if path.is_file() else (entry for entry in path.rglob("*") if entry.is_file()):
+    for file in files_of(path):
         descriptor = os.open(file, os.O_RDONLY)
         os.posix_fadvise(descriptor, 0, 0, os.POSIX_FADV_DONTNEED)
         os.close(descriptor)
