@@ -5,9 +5,9 @@
 
 namespace TalVcs::Kit {
 
-/// Calls a function where nothing can report that memory has run out, as in a destructor: such a
-/// failure ends the function and nothing else. What it leaves undone must be as after the end of
-/// the process.
+/// Calls a function where nothing can report that memory has run out, as in a destructor: a
+/// `std::bad_alloc` ends the function and nothing else. What the function leaves undone then must
+/// be harmless, as if the process had ended. Any other exception ends the program.
 template <class Function>
 void Quietly(Function&& function) noexcept {
 #ifdef __cpp_exceptions

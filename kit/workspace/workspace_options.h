@@ -87,8 +87,9 @@ struct LogOptions {
   bool allBranches = false;
   /// The most by which clocks may have been wrong. With `allBranches`, a version comes after all
   /// that follow it unless it is later than one of them by more than this. Cost: of histories that
-  /// have not met yet, the versions of this time before the last one of the page are read too. The
-  /// most seconds are exact: everything is read back to where the histories meet.
+  /// have not met yet, the versions of this time before the last one of the page are read too.
+  /// `std::chrono::seconds::max()` makes the order exact: everything is read back to where the
+  /// histories meet.
   std::chrono::seconds clockError = std::chrono::hours(1);
   /// A file or folder that they changed. Empty: everything. If few versions fit, the log walks
   /// through the others too, in the worst case through the whole history. It reads their commits

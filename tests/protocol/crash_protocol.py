@@ -30,7 +30,7 @@ import argparse
 import sys
 from typing import NamedTuple
 
-from store_protocol import GRAPHS, LIVE, Cleaner, Model, Reader, Writer, replaced, search
+from store_protocol import GRAPHS, LIVE, Cleaner, Model, Reader, Writer, print_outcome, replaced, search
 
 MISTAKES = {
     "heads_move_later": "a move doesn't wait for the disk",
@@ -227,13 +227,7 @@ def main():
     arguments = parser.parse_args()
     model = CrashModel(arguments.graph, arguments.mistake, not arguments.no_reader,
                        arguments.crashes)
-    outcome = search(model)
-    print(f"{arguments.graph}: {outcome.states} states, {outcome.steps} steps")
-    for number, text in enumerate(outcome.way, 1):
-        print(f"  {number}. {text}")
-    if outcome.harm:
-        print(f"  harm: {outcome.harm}")
-    return 1 if outcome.harm else 0
+    return 1 if print_outcome(arguments.graph, search(model)) else 0
 
 
 if __name__ == "__main__":

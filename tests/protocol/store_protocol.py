@@ -347,6 +347,16 @@ def search(model):
     return Outcome(len(come_from), steps)
 
 
+def print_outcome(name, outcome):
+    """Prints what a search has found. Returns whether that is a harm."""
+    print(f"{name}: {outcome.states} states, {outcome.steps} steps")
+    for number, text in enumerate(outcome.way, 1):
+        print(f"  {number}. {text}")
+    if outcome.harm:
+        print(f"  harm: {outcome.harm}")
+    return bool(outcome.harm)
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--mistake", choices=sorted(MISTAKES))
@@ -354,13 +364,7 @@ def main():
     arguments = parser.parse_args()
     is_harmed = False
     for graph in arguments.graphs or GRAPHS:
-        outcome = search(Model(graph, arguments.mistake))
-        print(f"{graph}: {outcome.states} states, {outcome.steps} steps")
-        for number, text in enumerate(outcome.way, 1):
-            print(f"  {number}. {text}")
-        if outcome.harm:
-            print(f"  harm: {outcome.harm}")
-            is_harmed = True
+        is_harmed |= print_outcome(graph, search(Model(graph, arguments.mistake)))
     return 1 if is_harmed else 0
 
 

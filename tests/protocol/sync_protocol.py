@@ -28,7 +28,7 @@ import collections
 import sys
 from typing import NamedTuple
 
-from store_protocol import Outcome, replaced
+from store_protocol import Outcome, print_outcome, replaced
 
 EDITS = (("a1", "a2"), ("b1", "b2"))
 
@@ -185,12 +185,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--mistake", choices=sorted(MISTAKES))
     outcome = search(SyncModel(parser.parse_args().mistake))
-    print(f"{outcome.states} states, {outcome.steps} steps")
-    for number, text in enumerate(outcome.way, 1):
-        print(f"  {number}. {text}")
-    if outcome.harm:
-        print(f"  harm: {outcome.harm}")
-    return 1 if outcome.harm else 0
+    return 1 if print_outcome("sync", outcome) else 0
 
 
 if __name__ == "__main__":

@@ -20,15 +20,6 @@ class RemoteTest : public SharingTest {
  protected:
   RemoteTest() { shared = SmallStore(); }
 
-  /// Puts a commit on a branch of a store.
-  static Id Add(const std::shared_ptr<Kit::MemoryObjectStore>& store, const std::string& branch,
-                const Files& files) {
-    Kit::OpenedRepository opened = Kit::Open(store).value();
-    const Id id = AddCommit(opened.GetRepository(), branch, files)->GetId();
-    Kit::Save(opened).value();
-    return id;
-  }
-
   /// Makes many files, each in a folder with 9 others below a folder with 9 others.
   static Files ManyFiles(int count) {
     Files files;
@@ -37,13 +28,6 @@ class RemoteTest : public SharingTest {
       files.emplace_back(folder + "/" + std::to_string(i), "file " + std::to_string(i));
     }
     return files;
-  }
-
-  static Id HeadOf(Kit::IObjectStore& store, const std::string& branch) {
-    for (const Head& head : store.Heads().value()) {
-      if (head.name == branch) return head.id;
-    }
-    return Id();
   }
 };
 

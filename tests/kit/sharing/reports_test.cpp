@@ -9,7 +9,6 @@ namespace TalVcs::Testing {
 namespace {
 
 using Kit::ErrorCode;
-using Kit::Head;
 using Kit::StoreOperation;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -33,21 +32,6 @@ class BeforeMoves final : public Kit::PassingStore {
 class ReportsTest : public SharingTest {
  protected:
   ReportsTest() { shared = SmallStore(); }
-
-  static Id Add(const std::shared_ptr<Kit::MemoryObjectStore>& store, const std::string& branch,
-                const Files& files) {
-    Kit::OpenedRepository opened = Kit::Open(store).value();
-    const Id id = AddCommit(opened.GetRepository(), branch, files)->GetId();
-    Kit::Save(opened).value();
-    return id;
-  }
-
-  static Id HeadOf(Kit::IObjectStore& store, const std::string& branch) {
-    for (const Head& head : store.Heads().value()) {
-      if (head.name == branch) return head.id;
-    }
-    return Id();
-  }
 
   /// Returns the bytes of all objects of a store.
   static std::uint64_t BytesOf(Kit::IObjectStore& store) {

@@ -81,6 +81,23 @@ class SharingTest : public testing::Test {
     return site.workspace.Commit(path + " = " + text).value().value();
   }
 
+  /// Puts a commit on a branch of a store.
+  static Id Add(const std::shared_ptr<Kit::MemoryObjectStore>& store, const std::string& branch,
+                const Files& files) {
+    Kit::OpenedRepository opened = Kit::Open(store).value();
+    const Id id = AddCommit(opened.GetRepository(), branch, files)->GetId();
+    Kit::Save(opened).value();
+    return id;
+  }
+
+  /// Returns the head of a branch; the empty id if there is no such branch.
+  static Id HeadOf(Kit::IObjectStore& store, const std::string& branch) {
+    for (const Kit::Head& head : store.Heads().value()) {
+      if (head.name == branch) return head.id;
+    }
+    return Id();
+  }
+
   /// Options that wait in no time, and keep how long.
   Kit::SyncOptions Options() {
     Kit::SyncOptions options;
