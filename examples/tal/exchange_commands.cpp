@@ -139,7 +139,8 @@ void AddExchangeCommands(Commands& commands) {
             .Required("file")
             .Option("--title", options.title, "The title, instead of the name of the folder")
             .Count("--limit", options.limitKib,
-                   "The most KiB of the page, 16384 by default; what doesn't fit is left out");
+                   "The most KiB that the page may have, 16384 by default; what doesn't fit is "
+                   "left out");
       });
   commands.Add<ExportOptions>("export-git",
                               "Write all branches and tags as a stream for git fast-import",

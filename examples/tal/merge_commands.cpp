@@ -116,7 +116,8 @@ void DeclareMerge(Command& command, MergeOptions& options) {
       .Flag("--continue", options.continues,
             "End the merge, cherry-pick, revert, undo or redo that is in progress, with the files "
             "that the folder has")
-      .Flag("--abort", options.aborts, "Take it back, with all changes of its files")
+      .Flag("--abort", options.aborts,
+            "Take back what is in progress, with all changes of its files")
       .Exclusive({"commit", "--continue", "--abort"});
   options.run.Declare(command);
 }

@@ -206,7 +206,7 @@ void AddRestoreCommands(Commands& commands) {
       [](Command& command, StashOptions& options) {
         command
             .Argument("action", options.action,
-                      "save (if none is given), pop: bring back the latest, drop: forget it, list")
+                      "save (the default), pop: bring back the latest, drop: forget it, list")
             .Option("-m,--message", options.message, "What the changes are")
             .Flag("--dry-run", options.isDryRun, "Check it and change nothing");
       });

@@ -117,7 +117,7 @@ void AddRewriteCommands(Commands& commands) {
                                      command.Flag("--dry-run", options.isDryRun,
                                                   "Say how many commits would go");
                                    });
-  commands.Add<RehearsableOptions>("gc", "Remove objects that no branch reaches from the store",
+  commands.Add<RehearsableOptions>("gc", "Remove from the store the objects that no branch reaches",
                                    RunCollect, [](Command& command, RehearsableOptions& options) {
                                      command.Flag("--dry-run", options.isDryRun,
                                                   "Say what would go, and change nothing");

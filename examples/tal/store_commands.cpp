@@ -153,7 +153,7 @@ void AddStoreCommands(Commands& commands) {
   commands.Add<KeepOptions>(
       "keep", "Forget all commits but those that a rule keeps, and the heads and tags", RunKeep,
       [](Command& command, KeepOptions& options) {
-        command.Count("--newest", options.newest, "Keep so many commits of each branch")
+        command.Count("--newest", options.newest, "Keep this many commits of each branch")
             .Option("--since", options.since,
                     "Keep the commits since a time, such as 2024-05-31 or \"2 weeks ago\"")
             .Option("--under", options.under,
@@ -169,7 +169,8 @@ void AddStoreCommands(Commands& commands) {
             .Required("target")
             .Option("--store", options.store,
                     "The kind: \"folder\", a folder with a store inside, or \"sqlite\", one file")
-            .Option("--branch", options.branches, "Copy this branch, and others only if named too");
+            .Option("--branch", options.branches,
+                    "Copy only this branch; may be given several times");
       });
   commands.Add<SalvageOptions>(
       "salvage", "Write what a damaged store still has into a new folder", RunSalvage,
@@ -177,7 +178,8 @@ void AddStoreCommands(Commands& commands) {
         command.Argument("folder", options.target, "The folder to create, with one for each branch")
             .Required("folder")
             .Flag("--tips", options.takesTips,
-                  "Also the newest commits that no branch reaches, each in a folder of its own");
+                  "Also write the newest commits that no branch reaches, each into a folder of its "
+                  "own");
       });
 }
 
