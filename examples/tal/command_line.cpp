@@ -31,7 +31,7 @@ commits before NAME. A merge commit has one parent, the head of the current bran
 head that it merged.
 
 Environment: TAL_AUTHOR and TAL_EMAIL set the author, NO_COLOR turns colours off.
-Exit codes: 0 done; 1 differences, or the operation failed; 2 wrong usage; 3 damaged store;
+Exit codes: 0 done; 1 differences, or the operation failed; 2 wrong usage; 3 damaged or unreadable store;
 130 interrupted, nothing has changed.
 )";
 

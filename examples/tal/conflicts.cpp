@@ -56,9 +56,10 @@ void DeclareConflicts(Command& command, ConflictOptions& options) {
       .Flag("--markers", options.markers,
             "Leave conflicts in the folder, marked in the files (this is the default)")
       .Flag("--interactive", options.interactive, "Ask for each conflict")
-      .Option("--tool", options.tool,
-              "Run this command for each conflict, with four files: base, ours, theirs, and the "
-              "merged one, in which conflicts are marked; it writes that and ends with 0")
+      .Option(
+          "--tool", options.tool,
+          "Run this command for each conflict, with four files: base, ours, theirs, and the "
+          "merged one with the conflicts marked; the command writes the merged one and ends with 0")
       .Exclusive({"--ours", "--theirs", "--base", "--markers", "--interactive", "--tool"})
       .Option("--newest", options.newest,
               "Take the side with the later time in the file at this path; if the times are equal, "
