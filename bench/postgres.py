@@ -50,21 +50,24 @@ def processor_seconds():
     return usage.ru_utime + usage.ru_stime
 
 
-def push(histories, connection, name):
-    """Pushes one history to the server, and by git to a bare repository."""
+def push(histories, connection, rounds):
+    """Pushes one history to the server, and by git to a bare repository, in turns."""
     with tempfile.TemporaryDirectory() as folder:
         folder = pathlib.Path(folder)
-        subprocess.run([histories, "push", connection, name, folder / "store"], check=True)
+        subprocess.run([histories, "local", folder / "store"], check=True)
         subprocess.run([histories, "import", folder / "stream"], check=True)
         git(folder, "init", "-q", "local")
         with open(folder / "stream", "rb") as stream:
             git(folder / "local", "fast-import", "--quiet", stdin=stream)
-        git(folder, "init", "-q", "--bare", "bare")
-        start = time.monotonic()
-        before = processor_seconds()
-        git(folder / "local", "push", "-q", folder / "bare", "master")
-        print(f"git push {time.monotonic() - start:.2f} s, "
-              f"processors: {processor_seconds() - before:.2f} s")
+        for number in range(rounds):
+            subprocess.run([histories, "push", connection, f"pushed {number}", folder / "store"],
+                           check=True)
+            git(folder, "init", "-q", "--bare", f"bare {number}")
+            start = time.monotonic()
+            before = processor_seconds()
+            git(folder / "local", "push", "-q", folder / f"bare {number}", "master")
+            print(f"git push {time.monotonic() - start:.2f} s, "
+                  f"processors: {processor_seconds() - before:.2f} s", flush=True)
 
 
 def round_trips(proxy):
@@ -103,8 +106,7 @@ def main():
         for branches in (1, WRITERS):
             rate = commits_a_second(worker, connection, branches)
             print(f"{WRITERS} writers on {branches} branches: {rate:.0f} commits a second")
-        for number in range(options.pushes):
-            push(histories, connection, f"pushed {number}")
+        push(histories, connection, options.pushes)
         if options.filled[0]:
             subprocess.run([histories, "fill", connection, *map(str, options.filled)], check=True)
             server.sql("ANALYZE")

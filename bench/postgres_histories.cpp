@@ -1,8 +1,9 @@
 // Pushes, fills and opens repositories on a PostgreSQL server; run by postgres.py.
 //
 //     talvcs_postgres_histories import FILE               writes the history for git fast-import
+//     talvcs_postgres_histories local FOLDER              puts it into a store in an empty folder
 //     talvcs_postgres_histories push CONNECTION NAME FOLDER
-//                                                         pushes it from a store in an empty folder
+//                                                         pushes what such a store has
 //     talvcs_postgres_histories fill CONNECTION FILES OBJECTS
 //     talvcs_postgres_histories open CONNECTION           opens that and reads a file
 //     talvcs_postgres_histories connect CONNECTION        connects alone
@@ -46,8 +47,9 @@ std::shared_ptr<Kit::PostgresStore> OpenServer(const std::string& connection,
       Kit::PostgresStore::Open(connection, repository).value());
 }
 
-/// Writes what the saves of a history add, and its branch.
-void Fill(Kit::IObjectStore& store) {
+/// Makes a store with what the saves of a history add, and its branch.
+void MakeLocal(const std::string& folder) {
+  auto store = Kit::DirectoryObjectStore::Create(folder).value();
   History history = MakeBenchHistory();
   Saved all;
   for (Saved& saved : SavesOf(history.repository)) {
@@ -58,9 +60,7 @@ void Fill(Kit::IObjectStore& store) {
 }
 
 void Push(const std::string& connection, const std::string& name, const std::string& folder) {
-  Kit::DirectoryObjectStore::Create(folder).value();
   auto local = Kit::DirectoryObjectStore::Open(folder).value();
-  Fill(local);
   Kit::Remote remote(OpenServer(connection, name));
   std::uint64_t objects = 0;
   const WorkTime time = WorkTimer(connection).Measure([&] {
@@ -112,7 +112,9 @@ int Run(const std::vector<std::string>& arguments) {
     WriteFastImport(MakeBenchHistory().repository, out);
     return out.flush() ? 0 : 1;
   }
-  if (command == "push" && arguments.size() == 4) {
+  if (command == "local" && arguments.size() == 2) {
+    MakeLocal(arguments[1]);
+  } else if (command == "push" && arguments.size() == 4) {
     Push(arguments[1], arguments[2], arguments[3]);
   } else if (command == "fill" && arguments.size() == 4) {
     FillServer(arguments[1], static_cast<std::uint32_t>(std::stoul(arguments[2])),

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 // An encoded form, as docs/formats.md describes it:
@@ -76,6 +77,13 @@ class Piece {
   std::vector<std::byte> m_copy;
   std::span<const std::byte> m_bytes;
 };
+
+/// True if the packed form is a tree's, most of which is ids.
+bool IsTree(std::span<const std::byte> packed) noexcept {
+  constexpr std::string_view kStart = "tree ";
+  return packed.size() >= kStart.size() &&
+         std::memcmp(packed.data(), kStart.data(), kStart.size()) == 0;
+}
 
 std::vector<std::byte> StartOf(ObjectEncoding encoding, std::uint64_t size) {
   std::vector<std::byte> encoded;
@@ -160,7 +168,8 @@ struct ObjectEncoder::State {
   /// Returns nothing if there is no compression.
   std::vector<std::byte> Compressed(std::span<const std::byte> bytes) {
     std::vector<std::byte> encoded = StartOf(ObjectEncoding::Compressed, bytes.size());
-    if (!compressor.Append(bytes, {}, encoded)) return {};
+    const auto effort = IsTree(bytes) ? CompressionEffort::Less : CompressionEffort::Normal;
+    if (!compressor.Append(bytes, {}, encoded, effort)) return {};
     const std::uint64_t least = bytes.size() / kMostExpansion + 1;
     if (encoded.size() < least) encoded.resize(static_cast<std::size_t>(least));
     return encoded;

@@ -10,6 +10,13 @@ namespace TalVcs::Kit {
 /// True if this build has the compression library.
 bool HasCompression() noexcept;
 
+/// How long a `Compressor` looks for what it can leave out.
+enum class CompressionEffort {
+  Normal,
+  /// Half as long. Digits of digests get no shorter by a longer look.
+  Less,
+};
+
 /// Compresses bytes, with a prefix that both sides know. Keeps its working memory.
 class Compressor {
  public:
@@ -21,7 +28,7 @@ class Compressor {
   /// Appends `bytes`, compressed, to `target`. Returns false, with `target` unchanged, if this
   /// build has no compression or the library fails.
   bool Append(std::span<const std::byte> bytes, std::span<const std::byte> prefix,
-              std::vector<std::byte>& target);
+              std::vector<std::byte>& target, CompressionEffort effort = CompressionEffort::Normal);
 
  private:
   struct Context;

@@ -11,7 +11,7 @@ Compressor::Compressor() = default;
 Compressor::~Compressor() = default;
 
 bool Compressor::Append(std::span<const std::byte> /*bytes*/, std::span<const std::byte> /*prefix*/,
-                        std::vector<std::byte>& /*target*/) {
+                        std::vector<std::byte>& /*target*/, CompressionEffort /*effort*/) {
   return false;
 }
 

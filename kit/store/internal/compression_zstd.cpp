@@ -20,6 +20,10 @@ constexpr std::array<std::byte, 4> kMagic = {std::byte{0x28}, std::byte{0xB5}, s
 /// three times the time.
 constexpr int kLevel = 3;
 
+/// Makes trees 4 % shorter than level 3 in 60 % of the time: a longer search finds short matches in
+/// ids, which take more room than the digits themselves.
+constexpr int kLevelOfLessEffort = 1;
+
 /// The window that the level has by itself. More is needed only where a prefix lies further back.
 constexpr int kLevelWindowLog = 21;
 constexpr int kMostWindowLog = 27;
@@ -39,7 +43,6 @@ bool HasCompression() noexcept { return true; }
 
 struct Compressor::Context {
   Context() : zstd(RequireContext(ZSTD_createCCtx())) {
-    ZSTD_CCtx_setParameter(zstd, ZSTD_c_compressionLevel, kLevel);
     ZSTD_CCtx_setParameter(zstd, ZSTD_c_contentSizeFlag, 0);
     ZSTD_CCtx_setParameter(zstd, ZSTD_c_checksumFlag, 0);
     ZSTD_CCtx_setParameter(zstd, ZSTD_c_dictIDFlag, 0);
@@ -55,9 +58,11 @@ Compressor::Compressor() = default;
 Compressor::~Compressor() = default;
 
 bool Compressor::Append(std::span<const std::byte> bytes, std::span<const std::byte> prefix,
-                        std::vector<std::byte>& target) {
+                        std::vector<std::byte>& target, CompressionEffort effort) {
   if (!m_context) m_context = std::make_unique<Context>();
   ZSTD_CCtx* zstd = m_context->zstd;
+  const int level = effort == CompressionEffort::Less ? kLevelOfLessEffort : kLevel;
+  ZSTD_CCtx_setParameter(zstd, ZSTD_c_compressionLevel, level);
   // The start of the prefix has to be in reach from the end of the bytes.
   const int reach = static_cast<int>(std::bit_width(bytes.size() + prefix.size()));
   const bool is_far = !prefix.empty() && reach > kLevelWindowLog;

@@ -295,6 +295,15 @@ class Standby(unittest.TestCase):
                 for editor in editors:
                     self.assertLessEqual(set(editor.acknowledged), set(history))
 
+    def wait_for_standby(self, primary):
+        """Waits until a transaction on the primary waits for the standby."""
+        waiting = "SELECT count(*) FROM pg_stat_activity WHERE wait_event = 'SyncRep'"
+        for _ in range(600):
+            if primary.sql(waiting, "postgres") != "0":
+                return
+            time.sleep(0.05)
+        self.fail("no transaction waits for the standby")
+
     def test_edit_found_after_a_crash_is_acknowledged_when_the_standby_has_it(self):
         with Server() as primary:
             primary.make_database()
@@ -304,7 +313,7 @@ class Standby(unittest.TestCase):
                 self.assertEqual(run(primary.connection(), "found", "edit", "p", 0, 1)[0], 0)
                 standby.crash()
                 editor = start(primary.connection(), "found", "edit", "p", 1, 1)
-                time.sleep(1.0)
+                self.wait_for_standby(primary)
                 primary.crash()
                 primary.start()
                 for _ in range(100):
@@ -313,7 +322,7 @@ class Standby(unittest.TestCase):
                     time.sleep(0.1)
                 else:
                     self.fail("the server has lost the edit")
-                time.sleep(1.0)
+                self.wait_for_standby(primary)
                 self.assertIsNone(editor.poll(), "it has acknowledged what no standby has")
                 standby.start()
                 self.assertEqual(editor.communicate(timeout=60)[0], "p.1\n")
