@@ -28,10 +28,11 @@ class Workspace;
 /// "master", with the name of the remote before the "/". Fetches and pushes move it to where the
 /// remote's branch is. Nobody should work on it: the next fetch drops what is made there.
 ///
-/// *Cost.* A far store is called once for all heads, then once for each level of the folders that
-/// changed, and once for their files. The number of calls follows the depth and not the number of
-/// objects, except that long lists are split at some thousands. A history of new commits is read in
-/// windows that double up to 1,024.
+/// *Cost.* A fetch calls the far store once for all heads, then once for each level of the folders
+/// that changed, and once for their files. A push calls it once for all heads, once to look for all
+/// that changed in 256 versions, once to write that, and once to move the head. The number of calls
+/// doesn't follow the number of objects, except that long lists are split at some thousands. A
+/// history of new commits is read in windows that double up to 1,024.
 ///
 /// *Safety.* Every object that is copied is compared with its id, and written before what names it.
 /// Heads move last, from where they were to where they are wanted, or not at all. What a failed or

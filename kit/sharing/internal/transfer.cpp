@@ -9,7 +9,9 @@ namespace TalVcs::Kit {
 
 namespace {
 
-constexpr std::size_t kCommitsTogether = 1024;
+constexpr std::size_t kCommitsFetchedTogether = 1024;
+// While the objects of some commits are uploaded, the trees of the next ones are read.
+constexpr std::size_t kCommitsPushedTogether = 256;
 constexpr std::size_t kTreesTogether = 4096;
 constexpr std::size_t kFilesTogether = 2048;
 constexpr std::size_t kIdsTogether = 16384;
@@ -52,44 +54,54 @@ Status Transfer::Run(std::span<const Id> heads, std::span<const Id> known, const
   }
   std::vector<Entry> none;
   if (status && commits.empty()) status = KeepMissing(none);
-  for (std::size_t first = 0; status && first < commits.size(); first += kCommitsTogether) {
-    status =
-        CopyCommits(commits.subspan(first, std::min(kCommitsTogether, commits.size() - first)));
+  const std::size_t most =
+      m_far == FarStore::Source ? kCommitsFetchedTogether : kCommitsPushedTogether;
+  for (std::size_t first = 0; status && first < commits.size(); first += most) {
+    status = CopyCommits(commits.subspan(first, std::min(most, commits.size() - first)));
   }
   return status ? m_reporter.End() : status;
 }
 
 Status Transfer::CopyCommits(std::span<const CommitRecord> commits) {
-  Result<std::vector<Entry>> level = RootsOf(commits);
-  if (!level) return level.error();
-  const std::vector<Entry> roots = *level;
-  std::vector<Entry> files;
-  while (!level->empty()) {
-    Status status = ReadTrees(*level);
-    if (status) status = ReadPrevious(*level);
-    if (!status) return status;
-    level = EntriesBelow(*level);
-    if (!level) return level.error();
-    const auto first_file =
-        std::stable_partition(level->begin(), level->end(),
-                              [](const Entry& entry) { return entry.type == ObjectType::Tree; });
-    files.insert(files.end(), std::make_move_iterator(first_file),
-                 std::make_move_iterator(level->end()));
-    level->erase(first_file, level->end());
-  }
-  Status status = CopyFiles(files);
+  const std::vector<Entry> roots = RootsOf(commits);
+  const Result<std::vector<Entry>> files = FilesOf(roots);
+  if (!files) return files.error();
+  Status status = CopyFiles(*files);
   for (const Entry& root : roots) {
     if (status) status = WriteTree(root.id);
   }
   for (const CommitRecord& commit : commits) {
     if (status) status = m_writer.Add({commit.id, commit.packed, commit.parent});
   }
+  m_trees.clear();
+  m_unreadable.clear();
   m_previous.clear();
   return status ? m_writer.Flush() : status;
 }
 
-/// Returns the root trees that the target lacks, each with the root of the parent.
-Result<std::vector<Transfer::Entry>> Transfer::RootsOf(std::span<const CommitRecord> commits) {
+/// Reads the trees below `level` that the target lacks, and returns the files that it lacks.
+Result<std::vector<Transfer::Entry>> Transfer::FilesOf(std::vector<Entry> level) {
+  std::vector<Entry> found;
+  Status status = KeepMissingOfLevel(level);
+  while (status && !level.empty()) {
+    found.insert(found.end(), level.begin(), level.end());
+    std::erase_if(level, [](const Entry& entry) { return entry.type != ObjectType::Tree; });
+    status = ReadTrees(level);
+    if (status) status = ReadPrevious(level);
+    if (!status) break;
+    Result<std::vector<Entry>> below = EntriesBelow(level);
+    if (!below) return below;
+    level = *std::move(below);
+    status = KeepMissingOfLevel(level);
+  }
+  if (status) status = KeepMissingOfAll(found);
+  if (!status) return status.error();
+  std::erase_if(found, [](const Entry& entry) { return entry.type == ObjectType::Tree; });
+  return found;
+}
+
+/// Returns the root trees that were not met before, each with the root of the parent.
+std::vector<Transfer::Entry> Transfer::RootsOf(std::span<const CommitRecord> commits) {
   std::vector<Id> outside;
   IdMap asked;
   for (const CommitRecord& commit : commits) m_roots.emplace(commit.id, commit.root);
@@ -117,9 +129,28 @@ Result<std::vector<Transfer::Entry>> Transfer::RootsOf(std::span<const CommitRec
     roots.push_back(
         {commit.root, ObjectType::Tree, parent == m_roots.end() ? Id() : parent->second});
   }
-  const Status status = KeepMissing(roots);
-  if (!status) return status.error();
   return roots;
+}
+
+/// A near target is asked at each level, so that nothing is read that it has.
+Status Transfer::KeepMissingOfLevel(std::vector<Entry>& level) {
+  return m_far == FarStore::Source ? KeepMissing(level) : Status();
+}
+
+/// A far target is asked once. A tree that it has doesn't matter, even if it can't be read here.
+Status Transfer::KeepMissingOfAll(std::vector<Entry>& found) {
+  if (m_far == FarStore::Source) return {};
+  Status status = KeepMissing(found);
+  if (!status) return status;
+  std::unordered_map<Id, HeldTree> missing;
+  for (const Entry& entry : found) {
+    if (entry.type != ObjectType::Tree) continue;
+    auto tree = m_trees.extract(entry.id);
+    if (tree.empty()) return UnreadableObject(entry.id, m_unreadable.at(entry.id));
+    missing.insert(std::move(tree));
+  }
+  m_trees.swap(missing);
+  return status;
 }
 
 /// Takes out what the target has. The first call looks for the known commits as well.
@@ -150,7 +181,11 @@ Status Transfer::ReadTrees(const std::vector<Entry>& level) {
   return InBatches(level, kTreesTogether, [&](std::size_t first, const std::vector<Id>& ids) {
     return ReadEach(m_from, ids, [&](std::size_t index, Result<Buffer> packed) -> Status {
       const auto problem = CheckRecord(ids[index], ObjectType::Tree, packed);
-      if (problem) return UnreadableObject(ids[index], *problem);
+      if (problem && m_far == FarStore::Source) return UnreadableObject(ids[index], *problem);
+      if (problem) {
+        m_unreadable.emplace(ids[index], *problem);
+        return m_reporter.Add(0);
+      }
       m_trees.emplace(ids[index], HeldTree{*std::move(packed), level[first + index].previous});
       return m_reporter.Add(0);
     });
@@ -173,15 +208,15 @@ Status Transfer::ReadPrevious(const std::vector<Entry>& level) {
   });
 }
 
-/// Returns the entries of the trees that were not met before and that the target lacks.
+/// Returns the entries of the trees that were not met before.
 Result<std::vector<Transfer::Entry>> Transfer::EntriesBelow(const std::vector<Entry>& level) {
   std::vector<Entry> below;
   for (const Entry& tree : level) {
-    const Status status = AddChanges(m_trees.at(tree.id), below);
+    const auto held = m_trees.find(tree.id);
+    if (held == m_trees.end()) continue;  // it can't be read
+    const Status status = AddChanges(held->second, below);
     if (!status) return status.error();
   }
-  const Status status = KeepMissing(below);
-  if (!status) return status.error();
   return below;
 }
 

@@ -29,6 +29,11 @@ class RemoteTest : public SharingTest {
     }
     return files;
   }
+
+  /// Returns the root tree of the newest version.
+  static Id RootOf(const std::shared_ptr<Kit::MemoryObjectStore>& store) {
+    return Kit::Open(store).value()->GetHead()->GetTree()->GetRoot()->GetId();
+  }
 };
 
 TEST_F(RemoteTest, FetchBringsAllBranchesUnderTheNameOfTheRemote) {
@@ -131,10 +136,38 @@ TEST_F(RemoteTest, PushUploadsWhatTheRemoteLacksAndMovesItsBranch) {
   EXPECT_EQ(report.writtenObjects, 5U);
   EXPECT_EQ(HeadOf(*shared, "master"), head);
   EXPECT_EQ(HeadOf(*site.memory, "remote/master"), head);
-  // The root, what is in it, in "a" and in "a/b" is asked for; one write; one move.
-  EXPECT_THAT(site.far->GetLog(), ElementsAre("Heads", "Missing 1", "Missing 1", "Missing 1",
-                                              "Missing 1", "Write 5", "MoveHeads 1"));
+  // The root, "a", "a/b" and the file are asked for together; one write; one move.
+  EXPECT_THAT(site.far->GetLog(), ElementsAre("Heads", "Missing 4", "Write 5", "MoveHeads 1"));
   ExpectWhole(*shared);
+}
+
+TEST_F(RemoteTest, PushNeedsNoTreeThatTheRemoteHas) {
+  shared = std::make_shared<Kit::MemoryObjectStore>();
+  Site site = MakeSite("A");
+  for (const char* text : {"1", "2"}) {
+    Add(site.memory, "master", {{"a", text}});
+    site.remote.Push(*site.local, "master").value();
+  }
+  Add(site.memory, "master", {{"a", "1"}});
+  site.local->FailObject(RootOf(site.memory), ErrorCode::NotFound);
+  EXPECT_EQ(site.remote.Push(*site.local, "master").value().writtenObjects, 1U);
+  ExpectWhole(*shared);
+}
+
+TEST_F(RemoteTest, TreeThatNeitherStoreHasStopsThePush) {
+  Site site = MakeSite("A");
+  site.remote.Fetch(*site.local).value();
+  const Id before = HeadOf(*shared, "master");
+  site.memory->MoveHeads({{{"master", Id(), before}}}).value();
+  Add(site.memory, "master", {{"a", "new"}});
+  const Id root = RootOf(site.memory);
+  for (const ErrorCode code : {ErrorCode::NotFound, ErrorCode::Unavailable}) {
+    site.local->FailObject(root, code);
+    const bool is_away = code == ErrorCode::Unavailable;
+    EXPECT_THAT(site.remote.Push(*site.local, "master"),
+                FailsWith(is_away ? ErrorCode::Unavailable : ErrorCode::Damaged));
+    EXPECT_EQ(HeadOf(*shared, "master"), before);
+  }
 }
 
 /// A store that does something after its heads were read for the first time.
