@@ -28,6 +28,8 @@ class FileHandle {
   int Get() const noexcept { return m_handle; }
   bool IsOpen() const noexcept { return m_handle >= 0; }
 
+  /// Returns the descriptor, which the caller closes from now on.
+  int Release() noexcept { return std::exchange(m_handle, -1); }
   /// Closes the file. Returns false if not all that was written is there.
   bool Close() noexcept { return close(std::exchange(m_handle, -1)) == 0; }
 

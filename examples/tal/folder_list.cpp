@@ -101,8 +101,7 @@ class Lister {
       if (item.folder != nullptr) m_pending.push_back(item.folder);
     }
     const std::size_t wanted =
-        std::min({kMostThreads, m_pending.size() / kFoldersOfThread + 1,
-                  static_cast<std::size_t>(std::max(1U, std::thread::hardware_concurrency()))});
+        std::min({kMostThreads, m_pending.size() / kFoldersOfThread + 1, m_processors});
     try {
       while (m_threads.size() + 1 < wanted) m_threads.emplace_back([this] { Work(); });
     } catch (const std::system_error&) {
@@ -110,14 +109,19 @@ class Lister {
     }
   }
 
+  // A listing moves the position of its handle, so the top needs one that isn't shared.
+  FileHandle OpenFolder(const std::string& prefix) const {
+    if (prefix.empty()) return FileHandle(openat(m_top, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return OpenParent(m_top, prefix + ".", MissingFolders::Fail).folder;
+  }
+
   void ListOne(Listing& listing) {
     const std::string& prefix = listing.prefix;
-    const OpenedParent parent = OpenParent(m_top, prefix + ".", MissingFolders::Fail);
-    const int handle = parent.folder.IsOpen()
-                           ? openat(parent.folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)
-                           : -1;
+    FileHandle folder = OpenFolder(prefix);
+    const int handle = folder.Get();
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(handle < 0 ? nullptr : fdopendir(handle),
                                                       &closedir);
+    if (entries) folder.Release();  // the entries close it
     const auto fail = [&] {
       FailOnFile("list", prefix.empty() ? "." : prefix.substr(0, prefix.size() - 1), errno);
     };
@@ -203,6 +207,8 @@ class Lister {
   }
 
   int m_top;
+  // Asked once: the system opens a file for each answer.
+  const std::size_t m_processors = std::max(1U, std::thread::hardware_concurrency());
   const Folder::IsTracked& m_isTracked;
   const IgnoreRules& m_rules;
   std::mutex m_mutex;  // of all that follows, and of the calls of `m_isTracked`
