@@ -13,6 +13,11 @@ void LogWalk::Add(const cow_ptr<Commit>& head) {
   m_heads = m_nodes.size();
 }
 
+cow_ptr<Commit> LogWalk::GetOnlyHead() const {
+  const bool is_one = m_heads == 1 && m_last == nullptr && !m_ready.empty();
+  return is_one ? m_ready.top()->commit : nullptr;
+}
+
 /// Returns the node of a version, or null if it was passed. A new one is ready.
 LogWalk::Node* LogWalk::Enter(const cow_ptr<Commit>& commit) {
   const Id id = commit->GetId();
@@ -116,6 +121,11 @@ bool LogFilter::Takes(const Commit& commit) {
   return m_path.IsEmpty() || ChangesPath(commit);
 }
 
+std::string LogFilter::GetOnlyPath() const {
+  const bool has_others = m_options.since || m_options.until || !m_options.author.empty();
+  return has_others ? std::string() : ToUtf8(m_path);
+}
+
 // Where the two roots are equal, nothing below is read. The parent is mostly the next version that
 // is asked about, so what it has at the path is kept.
 bool LogFilter::ChangesPath(const Commit& commit) {
@@ -137,7 +147,48 @@ bool LogFilter::ChangesPath(const Commit& commit) {
   return now != m_lastFound;
 }
 
+FilteredLog::FilteredLog(WorkspaceState& state, LogWalk walk, LogFilter filter, Reporter& reporter,
+                         std::uint64_t skippedItems)
+    : m_state(state),
+      m_walk(std::move(walk)),
+      m_filter(std::move(filter)),
+      m_reporter(reporter),
+      m_skippedItems(skippedItems) {
+  const cow_ptr<Commit> head = m_walk.GetOnlyHead();
+  const std::string path = m_filter.GetOnlyPath();
+  if (head && !path.empty()) m_path.emplace(*m_state.store, head->GetId(), path);
+}
+
+/// Returns the next version that changed the path; null where the walk of stored forms ends.
+Result<cow_ptr<Commit>> FilteredLog::NextOfPath() {
+  while (const std::optional<PathHistory::Step> step = m_path->Next()) {
+    const Status status = m_reporter.Add(step->changesPath ? 1 : m_skippedItems);
+    if (!status) return status.error();
+    if (!step->changesPath) continue;
+    m_state.PassVersion();
+    return m_state.FindCommit(step->version);
+  }
+  return cow_ptr<Commit>();
+}
+
+/// Goes on with objects from the version on that stored forms don't suffice for.
+Status FilteredLog::LeavePath() {
+  const Id obstacle = m_path->GetObstacle();
+  m_path.reset();
+  if (obstacle == m_walk.GetOnlyHead()->GetId()) return {};
+  const Result<cow_ptr<Commit>> commit = m_state.FindCommit(obstacle);
+  if (!commit) return commit.error();
+  m_walk = LogWalk({}, m_reporter);
+  m_walk.Add(*commit);
+  return {};
+}
+
 Result<cow_ptr<Commit>> FilteredLog::Next() {
+  if (m_path) {
+    Result<cow_ptr<Commit>> commit = NextOfPath();
+    if (!commit || *commit || IsEmpty(m_path->GetObstacle())) return commit;
+    if (Status status = LeavePath(); !status) return std::move(status).error();
+  }
   for (;;) {
     Result<cow_ptr<Commit>> commit = m_walk.Next();
     if (!commit || !*commit) return commit;

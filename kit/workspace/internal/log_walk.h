@@ -3,6 +3,7 @@
 #include <kit/open/internal/id_map.h>
 #include <kit/open/internal/reporter.h>
 #include <kit/text/result.h>
+#include <kit/workspace/internal/path_history.h>
 #include <kit/workspace/internal/workspace_state.h>
 
 #include <chrono>
@@ -10,6 +11,7 @@
 #include <optional>
 #include <queue>
 #include <set>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -43,6 +45,8 @@ class LogWalk {
 
   /// Adds a history; null adds none. All are added before the first step.
   void Add(const cow_ptr<Commit>& head);
+  /// Returns the head of a walk along one history that is before its first step; null for others.
+  cow_ptr<Commit> GetOnlyHead() const;
   /// Returns the next version, or null. Fails with `Cancelled`.
   Result<cow_ptr<Commit>> Next();
 
@@ -98,6 +102,8 @@ class LogFilter {
       : m_options(options), m_path(std::move(path)) {}
 
   bool Takes(const Commit& commit);
+  /// Returns the path if nothing else matters; else an empty text.
+  std::string GetOnlyPath() const;
 
  private:
   bool ChangesPath(const Commit& commit);
@@ -108,28 +114,28 @@ class LogFilter {
   std::optional<Id> m_lastFound;  // what it has at the path
 };
 
-/// Walks the versions that fit a filter, and frees what was read of those that were passed.
+/// Walks the versions that fit a filter, and frees what was read of those that were passed. Of one
+/// history and by a path alone, it walks the stored forms as far as they are sound.
 class FilteredLog {
  public:
   /// `state` and `reporter` must outlive the log. The reporter counts an item for each version that
   /// fits, and `skippedItems` for each other one.
   FilteredLog(WorkspaceState& state, LogWalk walk, LogFilter filter, Reporter& reporter,
-              std::uint64_t skippedItems)
-      : m_state(state),
-        m_walk(std::move(walk)),
-        m_filter(std::move(filter)),
-        m_reporter(reporter),
-        m_skippedItems(skippedItems) {}
+              std::uint64_t skippedItems);
 
   /// Returns the next version, or null. Fails with `Cancelled`.
   Result<cow_ptr<Commit>> Next();
 
  private:
+  Result<cow_ptr<Commit>> NextOfPath();
+  Status LeavePath();
+
   WorkspaceState& m_state;
   LogWalk m_walk;
   LogFilter m_filter;
   Reporter& m_reporter;
   std::uint64_t m_skippedItems;
+  std::optional<PathHistory> m_path;  // none where objects are walked
 };
 
 }  // namespace TalVcs::Kit

@@ -224,5 +224,179 @@ TEST_F(WorkspaceLog, EachLongWalkCanBeCancelled) {
   EXPECT_LT(CountReadsOfCancelled(log({.allBranches = true, .clockError = kExactly})), 50U);
 }
 
+/// The log of a path reads stored forms where the path is the only wish, and objects otherwise.
+class WorkspaceLogOfPath : public WorkspaceLog {
+ protected:
+  using Damage = std::function<Kit::Result<Buffer>(const Buffer& packed)>;
+
+  /// Passes one object on as `damage` leaves it.
+  class DamagedStore final : public Kit::PassingStore {
+   public:
+    DamagedStore(std::shared_ptr<IObjectStore> below, Id id, Damage damage)
+        : PassingStore(std::move(below)), m_id(std::move(id)), m_damage(std::move(damage)) {}
+
+    Kit::Result<Buffer> Found(const Id& id, Kit::Result<Buffer> packed) override {
+      return id == m_id && packed ? m_damage(*packed) : packed;
+    }
+
+   private:
+    Id m_id;
+    Damage m_damage;
+  };
+
+  static Kit::Error ErrorWith(ErrorCode code) {
+    Kit::Error error;
+    error.code = code;
+    return error;
+  }
+
+  /// Returns the wish for a path by which objects are walked: each version is before that time.
+  static LogOptions ByObjects(const std::string& path) {
+    return {.path = path, .until = std::chrono::sys_seconds(Seconds(4000000000))};
+  }
+
+  /// Returns the summaries of a log, or the description of its error.
+  static std::string Describe(const Kit::Workspace& of, const LogOptions& options) {
+    const auto versions = of.Log(options);
+    if (!versions) return Kit::Describe(versions.error());
+    std::string text;
+    for (const Version& version : *versions) text += version.summary + "\n";
+    return text;
+  }
+
+  /// Makes a history with files and folders at paths of each depth, which become one another.
+  void CommitPaths() {
+    CommitFiles({{"a", "1"}, {"b/c", "1"}, {"d/e/f", "1"}}, "first");
+    CommitFiles({{"a", "2"}}, "file");
+    CommitFiles({{"d/e/f", "2"}}, "deep file");
+    CommitFiles({{"d/e/f", "1"}}, "deep file back");
+    CommitFiles({{"b/c", ""}}, "folder removed");
+    CommitFiles({{"b", "1"}, {"a", "1"}}, "folder is a file");
+    CommitFiles({{"b", ""}}, "file removed");
+    CommitFiles({{"b/c", "1"}}, "file is a folder");
+    CommitFiles({{"a-b", "1"}, {"ab", "1"}, {"d/e.f", "1"}}, "like names");
+  }
+};
+
+TEST_F(WorkspaceLogOfPath, ListsTheVersionsThatChangedWhatIsThere) {
+  CommitPaths();
+  const auto log = [this](const std::string& path) { return Summaries(workspace, {.path = path}); };
+  EXPECT_THAT(log("a"), ElementsAre("folder is a file", "file", "first"));
+  EXPECT_THAT(log("b"), ElementsAre("file is a folder", "file removed", "folder is a file",
+                                    "folder removed", "first"));
+  EXPECT_THAT(log("b/c"), ElementsAre("file is a folder", "folder removed", "first"));
+  EXPECT_THAT(log("d"), ElementsAre("like names", "deep file back", "deep file", "first"));
+  EXPECT_THAT(log("d/e/f"), ElementsAre("deep file back", "deep file", "first"));
+  EXPECT_THAT(log("a/b"), ElementsAre());
+  EXPECT_THAT(log("e"), ElementsAre());
+}
+
+TEST_F(WorkspaceLogOfPath, IsThatOfObjectsForRandomHistories) {
+  const std::vector<std::string> paths{"a", "b/c", "b/d", "b/e/f", "g/h/i", "g/h", "g"};
+  std::mt19937 random(20);
+  for (int i = 0; i < 200; ++i) {
+    const std::string& path = paths[random() % paths.size()];
+    const std::string text = std::to_string(random() % 3);
+    // A file where there is a folder is refused.
+    static_cast<void>(random() % 4 == 0 ? workspace.Remove(path) : workspace.Write(path, text));
+    workspace.Commit(std::to_string(i)).value();
+  }
+  for (const std::string path : {"a", "b", "b/c", "b/e", "b/e/f", "g", "g/h", "g/h/i", "g/h/i/j"}) {
+    EXPECT_EQ(Describe(workspace, {.path = path}), Describe(workspace, ByObjects(path))) << path;
+    LogOptions some = ByObjects(path);
+    some.limit = 3;
+    EXPECT_EQ(Describe(workspace, {.path = path, .limit = 3}), Describe(workspace, some)) << path;
+  }
+}
+
+// An object that isn't needed may have any damage; one that is needed fails as it does by objects.
+TEST_F(WorkspaceLogOfPath, FailsOnDamageAsObjectsDo) {
+  CommitPaths();
+  const std::vector<Damage> damages{
+      [](const Buffer&) { return ErrorWith(ErrorCode::NotFound); },
+      [](const Buffer&) { return ErrorWith(ErrorCode::Unavailable); },
+      [](Buffer packed) {
+        packed.Append(" ", 1);
+        return packed;
+      },
+  };
+  std::vector<Id> ids;
+  store
+      ->List([&ids](std::span<const Id> listed) {
+        ids.insert(ids.end(), listed.begin(), listed.end());
+        return true;
+      })
+      .value();
+  int failures = 0;
+  for (const Id& id : ids) {
+    for (const Damage& damage : damages) {
+      const auto damaged = std::make_shared<DamagedStore>(store, id, damage);
+      const auto other = Kit::Workspace::Open(damaged);
+      for (const std::string path : {"a", "b/c", "d/e/f"}) {
+        if (!other) continue;
+        const auto again = Kit::Workspace::Open(damaged);
+        const std::string expected = Describe(*again, ByObjects(path));
+        EXPECT_EQ(Describe(*other, {.path = path}), expected) << path;
+        failures += expected.find("object") != expected.npos ? 1 : 0;
+      }
+    }
+  }
+  EXPECT_GT(failures, 50);
+}
+
+// A folder whose names aren't in order has the digest of its id, and is refused all the same.
+TEST_F(WorkspaceLogOfPath, RefusesFolderOfAnotherForm) {
+  const std::string zeros(64, '0');
+  const std::string records = "100644 blob b" + ('\0' + zeros) + "100644 blob a" + ('\0' + zeros);
+  const auto write = [this](const std::string& type, const std::string& data) {
+    const std::string bytes = type + " " + std::to_string(data.size()) + '\0' + data;
+    Buffer packed;
+    packed.Append(bytes.data(), bytes.size());
+    store->Write({{{Id(packed), packed, Id()}}}).value();
+    return Id(packed);
+  };
+  const Version head = CommitAt(0, "head");
+  const cow_ptr<Tree> files = workspace.At(head.id).value().GetTree();
+  std::string commit;
+  store
+      ->Read({&head.id, 1},
+             [&commit](const Id&, const Kit::Result<Buffer>& packed) {
+               commit = Kit::BytesFromBuffer(*packed);
+             })
+      .value();
+  commit.erase(0, commit.find('\0') + 1);
+  const std::string tree = Kit::ToUtf8(write("tree", records).View());
+  commit.replace(commit.find("tree ") + 5, tree.size(), tree);
+  const Id bad = write("commit", commit);
+  commit.insert(commit.find('\n') + 1, "parent " + Kit::ToUtf8(bad.View()) + "\n");
+  commit.replace(commit.find("tree ") + 5, tree.size(), Kit::ToUtf8(files->GetId().View()));
+  const Id top = write("commit", commit);
+  store->MoveHeads({{{"master", head.id, top}}}).value();
+  const Kit::Workspace other = OpenAgain();
+  EXPECT_THAT(other.Log({.path = "a"}), FailsWith(ErrorCode::Damaged));
+  EXPECT_EQ(Describe(other, {.path = "a"}), Describe(other, ByObjects("a")));
+}
+
+// Folders of many versions were read one at a time, each by a call of its own.
+TEST_F(WorkspaceLogOfPath, ReadsFoldersTogether) {
+  CommitMany(300);
+  class Calls final : public Kit::PassingStore {
+   public:
+    using PassingStore::PassingStore;
+    int count = 0;
+
+   protected:
+    Kit::Status Before(const Kit::StoreCall&) override {
+      ++count;
+      return {};
+    }
+  };
+  const auto calls = std::make_shared<Calls>(store);
+  const Kit::Workspace other = Kit::Workspace::Open(calls).value();
+  calls->count = 0;
+  EXPECT_THAT(Summaries(other, {.path = "once"}), ElementsAre("0"));
+  EXPECT_LT(calls->count, 30);
+}
+
 }  // namespace
 }  // namespace TalVcs::Testing
