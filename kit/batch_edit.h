@@ -22,7 +22,7 @@ class EditDraft;
 
 /// A list of edits by path, which are made together.
 ///
-/// The result has the same id as that of the same edits made one by one in their order on a `Tree`
+/// The result has the same id as after the same edits, made one by one in their order, on a `Tree`
 /// or a `Commit`. But each directory is made once, and no directory that a later edit of the list
 /// changes enters the storage. The blobs and trees that are added are stored in both cases.
 ///
@@ -44,9 +44,9 @@ class TALVCS_KIT_API BatchEdit {
   void AddTree(TalStringViewT<WideChar> path, const Tree& tree);
   void AddObject(TalStringViewT<WideChar> path, const Id& id);
   void RemoveObject(TalStringViewT<WideChar> path);
-  /// Appends an edit that puts what stands at `path` in the tree `from` at the same path, as
-  /// `AddObject` with its id would. It fails if nothing stands there. An object that wasn't read
-  /// stays so, where `from` and the edited tree are of one store.
+  /// Appends an edit that puts the entry of the tree `from` at `path` to the same path, as
+  /// `AddObject` with its id would. The edit fails if `from` has no such entry. An object that
+  /// wasn't read stays unread if `from` and the edited tree are of one store.
   void CopyObject(TalStringViewT<WideChar> path, const Tree& from);
 
   /// Returns the number of edits in the list.

@@ -51,7 +51,7 @@ struct DirectoryStoreOptions {
 ///
 /// *Paths.* With the root path of the options, the objects of `PathBuilder` are files and
 /// everything else, such as branches, is in the file "state". So any path and any branch name can
-/// be used and comes back unchanged, also if no file could have that name. The path of an object
+/// be used and comes back unchanged, even if no file could have that name. The path of an object
 /// must be that of its content's id.
 ///
 /// *Failures.* No operation throws for an error of the file system. It returns what its interface
@@ -65,7 +65,7 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
   /// Works below `folder`, which a transaction makes if its last component is missing. Nothing is
   /// opened yet.
   explicit DirectoryStore(const std::filesystem::path& folder, DirectoryStoreOptions options = {});
-  /// Leaves an `other` that can be assigned to or destroyed, and nothing else.
+  /// Afterwards `other` can only be assigned to or destroyed.
   DirectoryStore(DirectoryStore&& other) noexcept;
   DirectoryStore& operator=(DirectoryStore&& other) noexcept;
   /// Abandons a transaction that wasn't committed.
@@ -74,8 +74,9 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
   /// Returns a stream in memory for one object, which `CommitBlobStream` writes.
   Stream CreateBlobStream(const TalStringT<WideChar>& path) override;
 
-  /// Puts what the stream holds from its position on under `path` in the transaction. An object's
-  /// file is written at once, but isn't part of the store before `Commit`.
+  /// Stores the bytes of the stream, from its position on, under `path` in the transaction. An
+  /// object's file is written at once, but isn't part of the store before `Commit`. Returns false
+  /// if that fails; the transaction can't be committed then.
   bool CommitBlobStream(const TalStringT<WideChar>& path, Stream stream) override;
 
   /// Takes every stream below `storagePath` out of the transaction. No file is removed yet: what is
@@ -93,8 +94,8 @@ class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
   /// Makes what the transaction holds the store. Returns true also if there is no transaction.
   ///
   /// False, with the old store in place and the transaction abandoned, if anything failed. There is
-  /// one exception: if the very last step fails, telling the medium to keep the new state, then
-  /// the new store is in place, which `IsNewStateInPlace` and `LastError` say.
+  /// one exception: if only the very last step fails, which makes the medium keep the new state,
+  /// then the new store is in place; `IsNewStateInPlace` and `LastError` say so.
   bool Commit();
 
   /// Distinguishes the two failures of `Commit`: true if the last transaction's state is in place,

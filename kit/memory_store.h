@@ -21,7 +21,7 @@ namespace TalVcs::Kit {
 /// There is no transaction: the store has each stream as soon as it is committed. Every text is a
 /// path, and two paths are equal if their texts are.
 ///
-/// Threads: a store belongs to one thread at a time, also for reading.
+/// Threads: a store belongs to one thread at a time, even for reading.
 class TALVCS_KIT_API MemoryStore : public IBlobReader, public IBlobWriter {
  public:
   MemoryStore();
@@ -34,8 +34,8 @@ class TALVCS_KIT_API MemoryStore : public IBlobReader, public IBlobWriter {
   /// Returns a stream in memory, which has nothing to do with the store yet.
   Stream CreateBlobStream(const WideString& path) override;
 
-  /// Puts what the stream holds from its position on under `path`, in place of what was there.
-  /// Returns false, with nothing changed, if the stream can't be read.
+  /// Stores the bytes of the stream, from its position on, under `path`, in place of what was
+  /// there. Returns false, with nothing changed, if the stream can't be read.
   bool CommitBlobStream(const WideString& path, Stream stream) override;
 
   /// Removes every stream whose path is `storagePath`, a "/" and anything. Cost: linear in what is

@@ -16,13 +16,13 @@ namespace TalVcs::Kit {
 /// reach. After a failed edit, a commit may hold another instance of its tree than the table does,
 /// and a purge then removes the table's one. After `DeleteCommits`, the commits above still hold
 /// their parents, which no table has. In both cases the store could not be loaded. Here every
-/// ancestor, tree and blob that can be reached, and every deleted commit that is still somebody's
-/// ancestor, enters the storage first.
+/// ancestor, tree and blob that can be reached, and every deleted commit that is still another
+/// commit's ancestor, enters the storage first.
 ///
-/// Returns what the `Serializer` returns, so a `DirectoryStore` has still to `Commit`; false, with
-/// the store untouched, if `repository` has no storage or one whose objects are read on demand,
-/// which `Save` saves. Cost: the first tree of each history as a whole, and of each later commit
-/// what differs from its parent's tree.
+/// Returns what the `Serializer` returns; a caller with a `DirectoryStore` must then call its
+/// `Commit`. Returns false, with the store untouched, if `repository` has no storage or one whose
+/// objects are read on demand, which `Save` saves. Cost: the first tree of each history as a whole,
+/// and of each later commit what differs from its parent's tree.
 TALVCS_KIT_API bool SaveRepository(IRepository& repository, IBlobWriter& writer,
                                    const TalStringT<WideChar>& rootPath);
 

@@ -18,7 +18,7 @@ using WideString = TalStringT<WideChar>;
 /// A view of such a text, valid as long as the text.
 using WideView = TalStringViewT<WideChar>;
 
-/// Decodes UTF-8. Bytes that are no UTF-8 become U+FFFD; the three-byte form of a lone surrogate
+/// Decodes UTF-8. Bytes that aren't UTF-8 become U+FFFD; the three-byte form of a lone surrogate
 /// becomes that surrogate. Zeros are characters like others. Never fails, but a text of more than
 /// 0x7FFFFFFF bytes throws `std::length_error`.
 TALVCS_KIT_API WideString ToWide(std::string_view utf8);

@@ -61,8 +61,9 @@ struct LineDiffOptions {
 
 /// Compares two lists of lines, or of any other pieces of text.
 ///
-/// Where equal pieces allow several places for a change, it is put to a change on the other side,
-/// or else, as a rule, as late as possible. Memory is linear; the cost is bounded by the options.
+/// If equal pieces allow several places for a change, the change is placed beside a change on the
+/// other side, or otherwise, as a rule, as late as possible. Memory is linear; the cost is bounded
+/// by the options.
 [[nodiscard]] TALVCS_KIT_API LineChanges FindLineChanges(std::span<const std::string_view> before,
                                                          std::span<const std::string_view> after,
                                                          const LineDiffOptions& options = {});

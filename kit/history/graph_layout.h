@@ -18,13 +18,13 @@ namespace TalVcs::Kit {
 ///      1     b |
 ///      2     a-'
 struct GraphLayout {
-  /// The versions that a branch has before those that an earlier branch has.
+  /// A line of versions: those of one branch that no earlier branch has.
   struct Line {
     int lane;      ///< Its lane, from 0.
     int firstRow;  ///< The row of its newest version.
     int lastRow;   ///< The row of its oldest version.
     int joinRow;   ///< The row of that version's parent; -1 without a parent.
-    int colour;    ///< The number of its colour: each line has another one, from 0.
+    int colour;    ///< The number of its colour, from 0: each line has its own.
   };
 
   std::vector<Line> lines;     ///< The lines, those of the branches first.
@@ -48,7 +48,7 @@ struct GraphLayout {
 /// The characters of a drawing in text.
 enum class GraphCharacters {
   Ascii,  ///< "*", "|" and the like.
-  Lines,  ///< Box-drawing characters in UTF-8; a version at which a branch is has a filled circle.
+  Lines,  ///< Box-drawing characters in UTF-8; the head of a branch has a filled circle.
 };
 
 /// A graph as text, to be printed beside a line of text for each version.

@@ -41,9 +41,9 @@ struct RevisionSteps {
 /// to go back. A name that exists comes before the beginning of an id, and before one that is
 /// split.
 ///
-/// Fails with `NotFound` if there is no such version, also after too many steps; with `BadName` if
-/// several ids begin so, which `FindByPrefix` returns; with `BadText` for what isn't UTF-8. Reads
-/// the whole history if it must look for the beginning of an id.
+/// Fails with `NotFound` if there is no such version, even after too many steps; with `BadName` if
+/// several ids begin with the text (`FindByPrefix` returns them); with `BadText` for a text that
+/// isn't UTF-8. Reads the whole history if it must look for the beginning of an id.
 [[nodiscard]] TALVCS_KIT_API Result<Version> FindRevision(const Workspace& workspace,
                                                           std::string_view revision);
 

@@ -8,15 +8,15 @@
 
 namespace TalVcs::Kit {
 
-/// Ids of versions as short as they differ from each other, for people.
+/// Shortens the ids of versions for people, as far as the short ids still differ from each other.
 ///
 ///     ShortIds ids(workspace);
 ///     for (const Version& version : log) ids.Add(version.id);
 ///     std::cout << ids.Of(log.front().id);
 ///
-/// The ids of all heads of branches and tags count, and those that were added. Other versions are
-/// not read, so that the cost doesn't grow with the history: `FindByPrefix` returns all versions
-/// that a short id may be of.
+/// A short id differs from the ids of all heads of branches and tags, and from all ids that were
+/// added. Other versions are not read, so the cost doesn't grow with the history. One of them may
+/// have the same short id: `FindByPrefix` returns all versions that begin with it.
 class TALVCS_KIT_API ShortIds {
  public:
   /// The fewest characters of a short id.

@@ -18,8 +18,7 @@ struct GraphVersion {
   bool IsFork() const noexcept { return children.size() > 1; }
 };
 
-/// Versions with the links between them: a row each, in the order in which a list of them reads
-/// best. A value.
+/// Versions with the links between them, a row for each, in an order that suits a list. A value.
 struct VersionGraph {
   /// Each version after all that follow it, and otherwise the latest first. Of versions of one
   /// time, the one with the longer history goes first.
@@ -30,8 +29,8 @@ struct VersionGraph {
 /// there twice. A graph holds fewer than 2^31 versions. Cost: n log n.
 [[nodiscard]] TALVCS_KIT_API VersionGraph BuildVersionGraph(std::vector<Version> versions);
 
-/// Keeps the first `count` rows of a graph. A version whose parent goes has none then; children
-/// that a version has all stay, because they are in earlier rows.
+/// Keeps the first `count` rows of a graph. A version whose parent is removed has no parent
+/// afterwards. The children of a kept version all stay, because they are in earlier rows.
 TALVCS_KIT_API void KeepFirstRows(VersionGraph& graph, std::uint64_t count);
 
 }  // namespace TalVcs::Kit

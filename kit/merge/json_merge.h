@@ -11,7 +11,7 @@
 
 namespace TalVcs::Kit {
 
-/// The side that a merge takes where it does not know better.
+/// The side that a merge takes in a conflict.
 enum class MergeSide {
   Left,   ///< The left side, such as the current branch.
   Right,  ///< The right side, such as the branch that is merged.
@@ -53,7 +53,7 @@ struct JsonMerge {
 ///
 /// A value that one side changed is taken, and one that both changed in the same way. Where both
 /// changed it differently, objects are merged by member and arrays by element (see
-/// `JsonArrayOptions`), also if the root has no value there; any other values are a conflict. A
+/// `JsonArrayOptions`), even if the root has no value there; any other values are a conflict. A
 /// member or element that one side removed and the other changed is a conflict.
 ///
 /// Members keep the order of the left side. A member that only the right side has follows its
@@ -71,7 +71,7 @@ struct JsonMerge {
                                                          std::string_view right,
                                                          const JsonMergeOptions& options = {});
 
-/// Merges likewise two documents that were added on both sides and have no common base.
+/// Does the same for two documents that were added on both sides and have no common base.
 [[nodiscard]] TALVCS_KIT_API Result<JsonMerge> MergeAddedJson(std::string_view left,
                                                               std::string_view right,
                                                               const JsonMergeOptions& options = {});

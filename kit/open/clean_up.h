@@ -11,16 +11,18 @@ namespace TalVcs::Kit {
 
 /// Options of `CleanUp`.
 struct CleanUpOptions {
-  /// Phases: "history" and "contents" for each branch. Nothing was removed when the last one ends.
+  /// Phases: "history" and "contents" for each branch. Nothing has been removed yet when the last
+  /// one ends.
   Progress progress = {};
 };
 
 /// Removes the objects of a store that no branch reaches.
 ///
-/// Saving never removes an object: what branches let go of, and what cancelled or failed saves
-/// wrote, stays until a clean-up. The marks come from the store's own records, from the heads down,
-/// so no repository takes part, and it doesn't matter who has which branch open. A save that runs
-/// meanwhile, here or in another process, notices it and looks again before it moves a head.
+/// Saving never removes an object: objects that branches no longer reach, and those that cancelled
+/// or failed saves wrote, stay until a clean-up. The marks come from the store's own records, from
+/// the heads down, so no repository takes part, and it doesn't matter who has which branch open. A
+/// save that runs meanwhile, here or in another process, notices it and looks again before it moves
+/// a head.
 ///
 ///     const RemovedObjects removed = CleanUp(store).value();
 ///
@@ -47,7 +49,7 @@ struct GradualCleanUpOptions {
 };
 
 /// Removes the objects that no branch reaches from a store that many use at once, such as
-/// `PostgresStore`, without keeping saves from going on.
+/// `PostgresStore`, while others save.
 ///
 ///     CleanUpGradually(store);  // once a day
 ///

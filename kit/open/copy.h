@@ -33,7 +33,7 @@ struct CopyOptions {
 
 /// What `Copy` did.
 struct CopyReport {
-  /// What was found in the source, in so far as the target lacked it.
+  /// What was found in the parts of the source that the target lacked.
   HistoryReport source;
   /// The branches that the target has at the source's heads now.
   std::vector<Head> heads;
@@ -54,8 +54,8 @@ struct CopyReport {
 ///
 /// A second copy after a cancelled or failed one goes on where that stopped: files and folders that
 /// were written aren't read again. After a cancellation everything that was read is in the target.
-/// If the process ends, what counts is what the target keeps of writes that no head names: all but
-/// the last megabytes in a folder or a SQLite file, nothing in a zip archive.
+/// If the process ends, the next copy finds what the target keeps of writes that no head names: all
+/// but the last megabytes in a folder or a SQLite file, nothing in a zip archive.
 ///
 ///     Copy(memory, directory).value();
 ///
@@ -63,9 +63,9 @@ struct CopyReport {
 /// be of any two kinds of stores.
 ///
 /// Fails with `Conflict` and the target's actual heads if a branch of the target was moved
-/// meanwhile or would lose commits; with `Damaged` or `Unavailable` if the source can't be read,
-/// if what was written doesn't come back, and as either store fails. No head has moved then;
-/// objects that were written stay until a `CleanUp` and spare the next copy their reading.
+/// meanwhile or would lose commits; with `Damaged` or `Unavailable` if the source can't be read, if
+/// what was written doesn't come back, and as either store fails. No head has moved then; objects
+/// that were written stay until a `CleanUp`, and the next copy doesn't read them again.
 ///
 /// Cost: what is missing, and a look-up in the target for each entry of a missing folder.
 TALVCS_KIT_API Result<CopyReport> Copy(IObjectStore& from, IObjectStore& to,

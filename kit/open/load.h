@@ -30,14 +30,15 @@ struct LoadOptions {
 ///       for (const Damage& damage : loaded->GetReport().damages) Show(Describe(damage));
 ///     }
 ///
-/// By policy, damage anywhere fails the load with the first one as the error; or the whole branches
-/// come in; or also what is left of partial ones: their heads, and each commit, folder and file
-/// that can be read. Reading what is damaged there throws `ObjectUnavailable`. `Save` refuses a
-/// repository that did not come in whole unless the caller names its damaged branches.
+/// `LoadOptions::policy` decides about damage: it fails the load, with the first damage as the
+/// error; or only the branches that are whole are loaded; or also what is left of partial ones:
+/// their heads, and each commit, folder and file that can be read. Reading what is damaged there
+/// throws `ObjectUnavailable`. `Save` refuses a repository that did not come in whole unless the
+/// caller names its damaged branches.
 ///
 /// Fails as `Open` and `Verify` do. Cost: one pass over all reachable bytes. Memory: these bytes,
-/// and some 60 for each object; what is used later takes its own memory but for files, which share
-/// their bytes.
+/// and some 60 for each object. Objects that are used later take memory of their own, except files,
+/// which share these bytes.
 TALVCS_KIT_API Result<OpenedRepository> Load(std::shared_ptr<IObjectStore> store,
                                              const LoadOptions& options = {});
 

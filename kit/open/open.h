@@ -36,7 +36,7 @@ struct OpenOptions {
 /// A repository that was opened from a store, with what `Save` needs to save it there.
 ///
 /// The repository is an ordinary one to work with. It can be copied; a copy shares what was read,
-/// and `Save` saves the original. Assign no other repository to it: `Save` refuses that. This
+/// and `Save` saves the original. Don't assign another repository to it: `Save` refuses that. This
 /// object is moved, not copied; a moved-from one can only be assigned to and destroyed. References
 /// to the repository stay valid when this object is moved.
 ///
@@ -65,9 +65,8 @@ class TALVCS_KIT_API OpenedRepository {
   /// Returns what was found when it was opened, of all branches of the store.
   const HistoryReport& GetReport() const noexcept;
 
-  /// Lets go of all objects that the store has and that nothing else holds, and of what the store
-  /// itself caches. Raw pointers into objects that were read are invalid afterwards; handles stay
-  /// good.
+  /// Frees all objects that the store has and that nothing else holds, and what the store itself
+  /// caches. Raw pointers into objects that were read are invalid afterwards; handles stay valid.
   void Trim();
 
  private:
@@ -86,10 +85,10 @@ class TALVCS_KIT_API OpenedRepository {
 ///     opened->DoCommit(commit);
 ///     Save(opened).value();
 ///
-/// Cost and memory follow what is touched, whatever the size of the store. Reading is ahead of the
-/// links that are followed: along a history in windows that double, and a folder's subfolders
-/// together. A store without branches gives the branch `options.branch`, or "master", without a
-/// head.
+/// Cost and memory follow what is touched, whatever the size of the store. Objects are read ahead
+/// of the links that are followed: a history in windows that double, and the subfolders of a folder
+/// together. If the store has no branches, the repository has the branch `options.branch`, or
+/// "master", without a head.
 ///
 /// With a check, `options.policy` decides about branches that aren't whole. One that is left out
 /// stays in the store as it is. If the current branch is left out, the first one that isn't is the

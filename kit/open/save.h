@@ -65,7 +65,7 @@ struct SaveReport {
 /// Cost: what changed since the last save. Without a change it reads the heads and writes nothing.
 TALVCS_KIT_API Result<SaveReport> Save(OpenedRepository& opened, const SaveOptions& options = {});
 
-/// Saves any repository to any store likewise.
+/// Does the same for any repository and any store.
 ///
 /// Without `expected` and `replaceHeads`, a branch moves only forward: one whose head in the store
 /// is not in the repository's history of that branch is a conflict, so that a repository that knows

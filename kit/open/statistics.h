@@ -46,8 +46,8 @@ struct StoreStatistics {
   std::vector<BranchStatistics> branches;
   /// What no branch was found to reach.
   ObjectTotals unreferenced;
-  /// Objects that branches reach and that can't be read. They and what only they name count in no
-  /// other figure but the last one.
+  /// Objects that branches reach and that can't be read. They count in no other figure. Objects
+  /// that only they name count as unreferenced.
   std::uint64_t unreadable = 0;
 };
 
@@ -58,9 +58,9 @@ struct StoreStatistics {
 ///       std::cout << branch.name << ' ' << branch.own.sizeBytes << '\n';
 ///     }
 ///
-/// Sizes are those of packed forms; a store that compresses takes less. No file is read, and each
-/// commit and folder once, except folders that several branches came to have one by one, which are
-/// read again.
+/// Sizes are those of packed forms; a store that compresses takes less. No file is read. Each
+/// commit and folder is read once, except that a folder which several branches reach through
+/// different commits may be read once for each.
 ///
 /// Fails as the store does, and with `Cancelled`. Memory: as for `Verify`.
 TALVCS_KIT_API Result<StoreStatistics> Statistics(IObjectStore& store,

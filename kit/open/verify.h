@@ -39,8 +39,8 @@ struct VerifyReport : HistoryReport {
 ///     const VerifyReport report = Verify(store).value();
 ///     for (const Damage& damage : report.damages) std::cout << Describe(damage) << '\n';
 ///
-/// Fails if the store can't list its branches, or its objects although no branch has damage, if it
-/// stops to be readable as a whole, and with `Cancelled`. Nothing is written in any case.
+/// Fails if the store can't list its branches, or its objects although no branch has damage, if the
+/// store as a whole becomes unreadable, and with `Cancelled`. Nothing is written in any case.
 ///
 /// Cost: one pass over all reachable bytes; one read for up to 64 folders or 256 files of one
 /// folder. Memory: some 100 bytes a commit, 40 to 80 for each other object, and the folders of one

@@ -59,7 +59,7 @@ class TALVCS_KIT_API Remote {
   /// "master", else the first; "master" if there is none.
   Result<std::string> FindMainBranch();
 
-  /// Brings the heads of the remote, and all that they reach and the local store lacks, into it.
+  /// Copies the heads of the remote, and all objects that they reach, to the local store.
   ///
   /// A local store without a branch of its own will open on the branch that `FindMainBranch`
   /// returns. Reads nothing that the local store has: it has everything below a commit or folder

@@ -24,7 +24,8 @@ namespace TalVcs::Kit {
 /// then writes, so nobody else may write meanwhile. Where a write of branches fails in the middle,
 /// `MoveHeads` fails with `Unknown`. To remove a branch, all others are written anew.
 ///
-/// Each `Missing` and `Sizes` reads what it asks about. An object whose stream is empty is missing.
+/// `Missing` and `Sizes` read each object that they are called for. An object whose stream is empty
+/// is missing.
 class TALVCS_KIT_API BlobsAsObjectStore : public IObjectStore {
  public:
   /// Ends a change of a store with transactions, and returns whether it is in the store. Called

@@ -35,9 +35,10 @@ struct CacheOptions {
 /// folder.
 ///
 /// *Reading* asks the fast store first and the slow one for the rest, which the fast store then
-/// keeps. Bytes from the fast store are used only if they fit their id. *Writing* goes to the
-/// slow store and, after its success, to the fast one. When the fast store has more than its bytes,
-/// the objects that weren't used for the longest time are removed, down to three quarters.
+/// keeps. Bytes from the fast store are used only if they fit their id. *Writing* goes to the slow
+/// store and, after its success, to the fast one. When the fast store has more than
+/// `CacheOptions::mostBytes`, the least recently used objects are removed, down to three quarters
+/// of that.
 ///
 /// *Heads, values, `Missing` and `List`* always come from the slow store, so that they are never
 /// stale and a save never relies on a copy. An object that another program has removed may still be
@@ -51,7 +52,7 @@ struct CacheOptions {
 ///
 /// *The fast store* holds copies alone, belongs to one cache store at a time, and has no heads. Its
 /// failures are never returned: after the first, it isn't used any more, and `GetFastStatus` has
-/// the failure. To be used again, it is given to a new cache store, which takes up what it holds. A
+/// the failure. To use it again, give it to a new cache store, which lists what it holds. A
 /// `MemoryObjectStore` or a `DirectoryObjectStore` with `durable` off fits.
 ///
 /// Cost: the first call that reads lists the fast store; memory some 200 bytes an object in it.

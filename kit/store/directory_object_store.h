@@ -53,10 +53,9 @@ struct DirectoryObjectStoreOptions {
 ///
 /// *Several store objects*, in one process or several, may work on one folder. Writers wait for
 /// each other as long as the options say. A store object that has called `Heads` keeps all objects
-/// in place until it ends: `RemoveUnmarked` of the others fails with `Busy` as long, so it also
-/// reads on in the packs that it knows. While
-/// `RemoveUnmarked` runs, `Write`, `MoveHeads`, `SetValue` and the first `Missing` of a save fail
-/// with `Busy`, and `Heads` waits.
+/// in place until it ends: until then, `RemoveUnmarked` of the others fails with `Busy`, so the
+/// packs that it knows stay readable. While `RemoveUnmarked` runs, `Write`, `MoveHeads`, `SetValue`
+/// and the first `Missing` of a save fail with `Busy`, and `Heads` waits.
 ///
 /// *Failures.* A process that ends or a loss of power at any point leaves the state before or after
 /// a change, never another one. An incomplete last record of the journal is what such an end leaves
@@ -66,7 +65,7 @@ struct DirectoryObjectStoreOptions {
 /// everything or nothing. Objects of a save that didn't end stay until then. A full medium is
 /// `Full`, a missing right `Denied`.
 ///
-/// *Former formats.* A folder of the version before, in which each object is a file, is read and
+/// *Former formats.* A folder in the previous format, in which each object is a file, is read and
 /// written; new objects go into packs, and `RemoveUnmarked` puts small files there. A folder that
 /// `DirectoryStore` has written is read as it is; streams that are neither objects nor branches are
 /// values under their paths. The first operation that writes upgrades it in place, which looks once
@@ -86,7 +85,7 @@ class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore,
   static Result<DirectoryObjectStore> Create(const std::filesystem::path& folder,
                                              DirectoryObjectStoreOptions options = {});
 
-  /// Leaves an `other` that can be assigned to or destroyed, and nothing else.
+  /// Afterwards `other` can only be assigned to or destroyed.
   DirectoryObjectStore(DirectoryObjectStore&& other) noexcept;
   DirectoryObjectStore& operator=(DirectoryObjectStore&& other) noexcept;
   ~DirectoryObjectStore() override;

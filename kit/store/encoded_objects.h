@@ -25,7 +25,7 @@ using ReadEncoded = std::function<Result<std::vector<std::byte>>(const Id& id)>;
 /// everything that it keeps: a removal encodes what loses its base anew, or keeps the base as well.
 /// An object that is kept as a base alone is used as it is when it is written again, and not
 /// encoded. The store calls `Clear` when an object that was encoded or decoded before may not be in
-/// the store any more: after a write that failed or was rolled back, and after any removal, also by
+/// the store any more: after a write that failed or was rolled back, and after any removal, even by
 /// another store object.
 ///
 /// A resource; moved, not copied. A moved-from object may only be assigned to or destroyed.

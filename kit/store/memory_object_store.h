@@ -23,7 +23,7 @@ namespace TalVcs::Kit {
 /// bytes of the buffers that were written and that are read, so that nothing is copied. A
 /// moved-from store is empty. No operation fails for want of anything but memory.
 ///
-/// Threads: a store belongs to one thread at a time, also for reading.
+/// Threads: a store belongs to one thread at a time, even for reading.
 class TALVCS_KIT_API MemoryObjectStore final : public IObjectStore, public IRepairableStore {
  public:
   MemoryObjectStore();

@@ -20,15 +20,15 @@ enum class ObjectEncoding : std::uint8_t {
   Difference = 2,  ///< Compressed against another packed form, its base.
 };
 
-/// Versions of one path form groups of at most so many. Only the first of a group has no base.
+/// The most versions of one path that form a group. Only the first of a group has no base.
 ///
 /// Each version has a position in its group. Its base has that position without the lowest bit that
 /// is set: the base of 6 is 4, that of 7 is 6, that of 8 is 0. So a difference is at most 32
 /// versions away from its base, and never has more bases below it than its position has bits.
 inline constexpr std::uint32_t kVersionsInGroup = 64;
 
-/// The most bases that lie one below the other. Reading any version decodes at most so many
-/// differences, after one form without a base.
+/// The longest chain of bases. Reading any version decodes at most this many differences, after one
+/// form without a base.
 inline constexpr std::uint32_t kMostDifferences = 6;
 
 /// What the first bytes of an encoded form say.
@@ -40,8 +40,8 @@ struct EncodedHeader {
   std::size_t headerBytes = 0;  ///< The number of bytes of the header itself.
 };
 
-/// The most bytes of a header: the first so many of an encoded form, or all if it is shorter, are
-/// enough for `ReadEncodedHeader`.
+/// The most bytes of a header. This many bytes from the beginning of an encoded form, or all of
+/// them if it is shorter, are enough for `ReadEncodedHeader`.
 inline constexpr std::size_t kMostEncodedHeaderBytes = 64;
 
 /// Returns how many bases lie at most below a form of that position. A reader must refuse a base

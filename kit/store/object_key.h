@@ -11,7 +11,8 @@
 
 namespace TalVcs::Kit {
 
-/// The id of an object as the 32 bytes of its digest, which are in the same order as the texts.
+/// The id of an object as the 32 bytes of its digest. Keys have the same order as the texts of the
+/// ids.
 using ObjectKey = IdBytes;
 
 /// Hashes a key by its first bytes. A hostile store can choose ids that have these in common, so it

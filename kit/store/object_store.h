@@ -19,9 +19,9 @@ namespace TalVcs::Kit {
 struct StoredObject {
   Id id;          ///< The SHA-256 of `packed`.
   Buffer packed;  ///< The packed form.
-  /// A hint: the version before of the same path, for a commit its parent, from which a store may
-  /// keep only the difference. Empty if there is none or it isn't known; the store need not have
-  /// it.
+  /// A hint: the previous version of the object at the same path; for a commit, its parent. A store
+  /// may keep only the difference from it. Empty if there is none or it isn't known; the store need
+  /// not have it.
   Id previous = {};
 };
 

@@ -59,7 +59,7 @@ struct StoreCall {
   std::span<const StoredObject> objects = {};
   /// The moves of `MoveHeads`.
   std::span<const HeadMove> moves = {};
-  /// The name of a value, also of that which `ReadOpening` asks for.
+  /// The name of a value, or of the one that `ReadOpening` asks for.
   std::string_view name = {};
   /// The number of ids, objects, moves or heads; for `ReadHistory`, the most commits to read.
   std::uint64_t count = 0;
@@ -126,7 +126,7 @@ class TALVCS_KIT_API PassingStore : public IObjectStore,
   /// leaves the object out.
   virtual Result<Buffer> Found(const Id& id, Result<Buffer> packed);
 
-  /// Called at the end of each call with its outcome, also if `Before` failed, but not if a
+  /// Called at the end of each call with its outcome, even if `Before` failed, but not if a
   /// callback threw. If it returns an error, the call fails with that error, although the store
   /// below may have done its work. A call that failed fails in any case.
   virtual Status After(const StoreCall& call, Status outcome);

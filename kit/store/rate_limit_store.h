@@ -25,10 +25,10 @@ struct RateLimits {
 /// Slows the calls of a store down to a number of bytes and of calls a second, for a store that is
 /// shared or paid for.
 ///
-/// Each call takes the time that its bytes and it itself have at the limits. A call that begins
-/// earlier than that after the one before waits on the caller's thread; so the first one never
-/// waits, and one large call may exceed the limit until the next has waited. Time in which the
-/// store wasn't used isn't saved up. No call fails because of a limit.
+/// At the limits, each call and its bytes take a certain time. A call that begins before the time
+/// of the previous calls is over waits on the caller's thread. So the first call never waits, and
+/// one large call may exceed the limit until the next one has waited. Time in which the store
+/// wasn't used isn't saved up. No call fails because of a limit.
 class TALVCS_KIT_API RateLimitStore final : public PassingStore {
  public:
   /// Passes calls on to `store`, which must not be null, and keeps it alive.

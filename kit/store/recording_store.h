@@ -80,7 +80,8 @@ class TALVCS_KIT_API RecordingStore : public PassingStore {
 
   RecordingOptions m_options;
   std::deque<RecordedCall> m_calls;
-  /// When the calls began that haven't ended, and their numbers; one runs within a mark of another.
+  /// The numbers of the calls that haven't ended, and when they began. A mark may make a call
+  /// within another one.
   std::vector<std::pair<std::uint64_t, std::chrono::steady_clock::time_point>> m_begun;
 };
 

@@ -33,10 +33,10 @@ namespace TalVcs::Kit {
 /// second behind. If the first doesn't know whether its heads moved (`Unknown`), the second is left
 /// alone as well. Cost of a move: the heads of both are read once.
 ///
-/// *Reading.* What the first can't return, the second is asked for, also if it has fallen behind;
-/// the error of the first is returned if the second can't return it either. The caller compares
-/// ids, as with any store. `Missing` returns what either store lacks. `Sizes` and `List` are the
-/// first's.
+/// *Reading.* If the first can't return an object, the second is asked for it, even if it has
+/// fallen behind; the error of the first is returned if the second can't return it either. The
+/// caller compares ids, as with any store. `Missing` returns what either store lacks. `Sizes` and
+/// `List` are the first's.
 ///
 /// *The second comes back* in two steps; a history of any size costs what the second lacks:
 ///

@@ -5,7 +5,7 @@
 
 namespace TalVcs::Kit {
 
-/// A store that holds memory only to be faster. Stores that do implement this interface beside
+/// A store that holds memory only to be faster. Such a store implements this interface beside
 /// `IObjectStore`; callers use the function `TrimStore`.
 class TALVCS_KIT_API ITrimmableStore {
  public:

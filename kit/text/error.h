@@ -22,7 +22,7 @@ enum class ErrorCode {
   Full,         ///< No space left.
   Denied,       ///< No right to do that.
   Unsupported,  ///< A format, version or option that this build doesn't know.
-  BadName,      ///< A name that nothing can have.
+  BadName,      ///< A name that isn't allowed.
   BadText,      ///< A text that isn't UTF-8.
   Unknown,      ///< It may have happened; read again to find out.
 };

@@ -18,7 +18,7 @@ namespace TalVcs::Kit {
 ///
 /// The caller opens and closes objects and arrays in pairs, and calls `Key` before each value of an
 /// object; nothing checks that. Texts are UTF-8. The three-byte form of a lone surrogate is written
-/// as an escape, so that it differs from other texts; any other byte that is no UTF-8 becomes
+/// as an escape, so that it differs from other texts; any other byte that isn't UTF-8 becomes
 /// U+FFFD. Errors of the stream are the caller's to check.
 class TALVCS_KIT_API JsonWriter {
  public:

@@ -19,8 +19,8 @@ struct ProgressStep {
   std::uint64_t sizeBytes = 0;
 };
 
-/// Called at the beginning and end of each phase and not more than some fifty times a second
-/// between, on the caller's thread. Returning false cancels the operation, which then fails with
+/// Called on the caller's thread, at the beginning and end of each phase, and in between at most
+/// about fifty times a second. Returning false cancels the operation, which then fails with
 /// `ErrorCode::Cancelled` and leaves everything as it was. Empty: no progress, never cancelled.
 using Progress = std::function<bool(const ProgressStep&)>;
 

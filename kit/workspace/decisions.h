@@ -20,8 +20,8 @@ namespace TalVcs::Kit {
 
 /// Takes the side with the later time.
 ///
-/// A document may keep times in files: all with the path `timePath` in the folder of what they are
-/// about, as texts that `ParseTime` reads. The search goes from the folder of the conflict up to
+/// A document may keep times in files: each at the path `timePath` in the folder that the time is
+/// about, as a text that `ParseTime` reads. The search goes from the folder of the conflict up to
 /// the topmost one; the first folder in which the times of both sides differ decides. A time on one
 /// side alone is the later one. Returns none if no folder decides. `ours` and `theirs` are the
 /// files of both sides. Fails with `Damaged` or `Unavailable` if an object can't be read.

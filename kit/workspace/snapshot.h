@@ -15,8 +15,8 @@ namespace TalVcs::Kit {
 
 /// The files of one version, to be read. Edits and moves of the workspace don't change it.
 ///
-/// Paths are as `Workspace` describes them. Each function fails with `BadName` or `BadText` for
-/// what is no path, and with `Damaged` or `Unavailable` if an object can't be read.
+/// Paths are as `Workspace` describes them. Each function fails with `BadName` or `BadText` for a
+/// text that isn't a path, and with `Damaged` or `Unavailable` if an object can't be read.
 ///
 /// Threads: it belongs to the thread of its workspace.
 class TALVCS_KIT_API Snapshot {

@@ -31,7 +31,7 @@ struct ContentTotals {
   friend bool operator==(const ContentTotals&, const ContentTotals&) = default;
 };
 
-/// What the files of all versions come to, without folders, versions, and what a store adds.
+/// The files of all versions and their bytes, without folders, commits and what a store adds.
 struct ContentUsage {
   ContentTotals apart;   ///< If each version had a copy of each of its files.
   ContentTotals stored;  ///< Each content once.

@@ -103,9 +103,10 @@ class TALVCS_KIT_API Workspace {
   /// pending.
   Result<std::optional<Version>> Commit(std::string_view message,
                                         const CommitOptions& options = {});
-  /// Does the same as an automatic save. Checkpoints of this workspace with the same author and
-  /// gesture (not empty, such as the id of a drag), each within a window of time after the one
-  /// before, are one version. If the files are again as before the gesture, it is removed.
+  /// Makes a version like `Commit`, as an automatic save. Checkpoints of this workspace with the
+  /// same author and gesture (not empty, such as the id of a drag), each within a window of time
+  /// after the one before, are one version. If the files are again as they were before the gesture,
+  /// that version is removed, and none is returned.
   Result<std::optional<Version>> Checkpoint(std::string_view label, std::string_view gesture,
                                             std::chrono::sys_seconds now,
                                             const CheckpointOptions& options = {});
@@ -134,16 +135,18 @@ class TALVCS_KIT_API Workspace {
   /// whose name begins with "tags/". A tag keeps its version through clean-ups and retention.
   Status CreateBranch(std::string_view name, const Id& version = {});
   Status CreateTag(std::string_view name, const Id& version = {});
-  /// Makes a branch the current one, also for the next session. Needs no pending edits.
+  /// Makes a branch the current one, and that of the next session. Needs no pending edits. Fails
+  /// with `NotFound` if there is no such branch.
   Status Switch(std::string_view branch);
-  /// Remove a branch other than the current one, or a tag. A clean-up then removes versions that
-  /// nothing else reaches.
+  /// Remove a branch, or a tag. Fail with `NotFound` if there is none, and with `Denied` for the
+  /// current branch. A clean-up then removes versions that nothing else reaches.
   Status RemoveBranch(std::string_view name);
   Status RemoveTag(std::string_view name);
 
-  /// Finds a version by branch, tag or id.
+  /// Finds a version by branch, tag or id. Fails with `NotFound` if there is none.
   Result<Version> Find(std::string_view name) const;
-  /// Returns the files of a version, to be read without moving there.
+  /// Returns the files of a version, to be read without moving there. Fails with `NotFound` if
+  /// there is no such version.
   Result<Snapshot> At(const Id& version) const;
   /// Makes a version on top whose files are those of an older one. Needs no pending edits. Returns
   /// none if they are the same already.
@@ -158,9 +161,9 @@ class TALVCS_KIT_API Workspace {
 
   /// Return what a merge would do, with all conflicts. Nothing changes. A branch is merged since
   /// the newest common version, or the newest head that was merged before: conflicts that were
-  /// decided aren't asked again, and what was taken back since stays so. Undo and redo return none
-  /// if there is nothing to do. A pick of what is there already, and a revert of what isn't there,
-  /// is up to date.
+  /// decided don't come up again, and what was taken back since then stays taken back. Undo and
+  /// redo return none if there is nothing to do. A pick of what is there already, and a revert of
+  /// what isn't there, is up to date.
   Result<MergePreview> PreviewMerge(std::string_view branch,
                                     const PreviewOptions& options = {}) const;
   Result<MergePreview> PreviewCherryPick(const Id& version,

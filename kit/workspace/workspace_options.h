@@ -74,7 +74,7 @@ struct MergeOptions {
   Progress progress = {};
 };
 
-/// Options of `Workspace::Log`: what the versions have to be like.
+/// Options of `Workspace::Log`: which versions to return.
 struct LogOptions {
   /// The branch or tag. Empty: the current branch. See `allBranches`.
   std::string branch = {};

@@ -34,9 +34,9 @@ struct PasswordCost {
 ///
 /// The store below, its owner and everyone who reads it see neither contents nor names, and can't
 /// change or exchange them without the next read failing with `Damaged`. They do see how many
-/// objects, branches and values there are, sizes after compression, and when what is used; and they
-/// can put back an earlier state of the whole store or of single branches. docs/encryption.md has
-/// the whole list, docs/formats.md the bytes.
+/// objects, branches and values there are, their sizes after compression, and when each is used;
+/// and they can put back an earlier state of the whole store or of single branches.
+/// docs/encryption.md has the whole list, docs/formats.md the bytes.
 ///
 /// Objects, branches and values are encrypted by XChaCha20-Poly1305 (libsodium) under keys that
 /// come from one random key, which the store has encrypted under the password (Argon2id). So a
@@ -72,8 +72,8 @@ class TALVCS_ENCRYPTION_API EncryptedStore final : public IObjectStore,
   ///
   /// `password` is any bytes; a text should be in one normal form of UTF-8. Fails with `Conflict`
   /// if the store is encrypted already or has branches or objects, with `Unsupported` for a cost
-  /// that is too small, or greater than `kMostCost`, and with `Unavailable` if there is not so much
-  /// memory. No two programs may call this at once for one store.
+  /// that is too small, or greater than `kMostCost`, and with `Unavailable` if that much memory
+  /// isn't available. No two programs may call this at once for one store.
   static Result<EncryptedStore> Create(std::shared_ptr<IObjectStore> store,
                                        std::string_view password, PasswordCost cost = {});
 

@@ -25,8 +25,8 @@ struct PostgresOptions {
   /// Whether the tables and the repository are made if they are missing. Otherwise opening fails
   /// with `NotFound`.
   bool create = true;
-  /// How long an operation waits for others, or repeats what they have made the server undo, before
-  /// it fails with `Busy`.
+  /// How long an operation waits for others, or repeats a transaction that the server undid because
+  /// of them, before it fails with `Busy`.
   std::chrono::milliseconds busyTimeout{5000};
   /// How long an operation tries to reach the server, at the beginning and after a connection was
   /// lost, before it fails with `Unavailable`.
@@ -52,7 +52,7 @@ struct PostgresOptions {
 ///
 /// *Durability.* A `Write` returns when the server has the objects, but before they are on its
 /// disk. `MoveHeads` waits for the disk, and for a synchronous standby: for all that was written
-/// before and for the move itself, also where the server, the database or the role has set
+/// before and for the move itself, even where the server, the database or the role has set
 /// `synchronous_commit` to off. Other values, such as `local`, stay as they are and wait for less.
 /// After a lost connection a `Write` and a `MoveHeads` look for what
 /// the save relies on, and fail with `Busy` if the server has lost any of it.
@@ -62,7 +62,7 @@ struct PostgresOptions {
 /// server undoes because of others is repeated after a pause of random length.
 ///
 /// *Clean-up.* `RemoveUnmarked` locks the repository until it ends: saves of others wait, and fail
-/// with `Busy` after the timeout. It removes objects at once, also those that another program has
+/// with `Busy` after the timeout. It removes objects at once, even those that another program has
 /// begun to read. `CleanUpGradually` has neither effect.
 ///
 /// *Lost connections.* An operation connects again and repeats what it did. If the answer to a

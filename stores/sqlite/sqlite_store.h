@@ -85,9 +85,9 @@ struct SqliteOptions {
 /// time keeps it from shrinking. Doesn't work on network folders: opening fails with `Unsupported`.
 ///
 /// *A host's database.* `Attach` puts the tables into a database of the host. If the host has begun
-/// a transaction, each change is a savepoint in it and gets durable when the host commits; if the
-/// host rolls back, heads, objects and values are as before its transaction, and the host must look
-/// for missing objects before it saves again (`Kit::Save` does). Otherwise each change is a
+/// a transaction, each change is a savepoint in it and becomes durable when the host commits; if
+/// the host rolls back, heads, objects and values are as before its transaction, and the host must
+/// look for missing objects before it saves again (`Kit::Save` does). Otherwise each change is a
 /// transaction of its own. No setting of the connection changes, so that durability, waiting and
 /// journal are those of the host. `Busy` comes as soon as the host's busy handler ends the wait; in
 /// a transaction that has only read so far, it may mean that the host must roll back and repeat it.

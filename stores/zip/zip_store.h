@@ -44,11 +44,11 @@ struct ZipOptions {
 ///     objects/ab/cdef....blob   the packed form of an object, deflated where that pays
 ///     values/current.txt        a value
 ///
-/// It is for handing on, sending and keeping whole documents: each save writes the archive anew.
-/// `Copy` from another store into an empty one is "save as", `Open` or `Load` reads it. Equal
-/// content makes equal bytes, whatever the order in which it came. docs/formats.md describes every
-/// entry. An archive that was unpacked and packed by another program is a document all the same;
-/// its entries that aren't of a document are ignored, and the next save drops them.
+/// Use it to pass on, send and archive whole documents: each save writes the archive anew. `Copy`
+/// from another store into an empty one is "save as", `Open` or `Load` reads it. Equal content
+/// makes equal bytes, whatever the order in which it came. docs/formats.md describes every entry.
+/// An archive that was unpacked and packed by another program is a document all the same; its
+/// entries that aren't of a document are ignored, and the next save drops them.
 ///
 /// *Saving.* `Write` keeps the objects until `MoveHeads`, `SetValue`, `RemoveUnmarked`, `Replace`
 /// or `Close` writes an archive beside the old one under the name of the file and ".new", waits for

@@ -41,7 +41,7 @@ bool IsIdText(TalPlatform::TalStringViewT<C> text) noexcept {
   return IsIdText(std::basic_string_view<C>(text.text, static_cast<std::size_t>(text.length)));
 }
 
-/// Returns the digest whose digits `text` is, or nothing for a text that is no id.
+/// Returns the digest whose digits `text` is, or nothing for a text that isn't an id.
 /// `TalUtils::DataEncoding::HexEncode` returns the text of a digest.
 template <class C>
 std::optional<IdBytes> BytesOfIdText(std::basic_string_view<C> text) noexcept {

@@ -19,7 +19,7 @@ struct cow_factory {
 
 /// A shared pointer with copy on write.
 ///
-/// Reading returns the shared object and never copies it, also through a handle that isn't const.
+/// Reading returns the shared object and never copies it, even through a handle that isn't const.
 /// `write` alone gives a mutable object, which no other handle sees. A copy of the handle costs one
 /// count. A moved-from handle is null.
 ///

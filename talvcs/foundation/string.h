@@ -20,7 +20,7 @@ namespace TalPlatform {
 /// copies shared text first. A moved-from string is empty. The text may contain zeros, and a
 /// terminator follows it. A text whose length exceeds an `int` throws `std::length_error`.
 ///
-/// Threads: different threads may use different strings at once, also if these share their text.
+/// Threads: different threads may use different strings at once, even if these share their text.
 template <class C>
 class TALVCS_API TalStringT {
  public:
@@ -38,7 +38,7 @@ class TALVCS_API TalStringT {
     other.SetInlineLength(0);
   }
 
-  /// Decodes UTF-8. Each maximal subpart that is no UTF-8 becomes one U+FFFD. The three-byte form
+  /// Decodes UTF-8. Each maximal subpart that isn't UTF-8 becomes one U+FFFD. The three-byte form
   /// of a lone surrogate becomes that surrogate. Never fails.
   template <std::same_as<char> Narrow>
   requires(!std::same_as<C, char>) TalStringT(const TalStringT<Narrow>& utf8)

@@ -22,7 +22,7 @@ enum class ConflictChoice : std::uint32_t {
   Left = 0,
   Right = 1,
   Root = 2,
-  Undecided = 3,  ///< a chain asks on; a merge that gets this answer fails
+  Undecided = 3,  ///< a chain calls its next resolver; a merge fails
 };
 
 /// The answer about a whole directory that differs between the sides.
@@ -31,7 +31,7 @@ enum class TreeConflictChoice : std::uint32_t {
   Left = 1,
   Right = 2,
   Root = 3,
-  Undecided = 4,  ///< a chain asks on; a merge that gets this answer fails
+  Undecided = 4,  ///< a chain calls its next resolver; a merge fails
 };
 
 /// Decides a conflict. The path leads from the top of the merge to the blob entry or the directory

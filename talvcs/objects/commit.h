@@ -62,8 +62,8 @@ class TALVCS_API Commit : public Object {
   /// Returns the packed form like `GetPackedData`, but does not cache it.
   Buffer BuildPackedData() const;
 
-  /// Return a field. Of a commit that a store gives on demand, the parent and the tree may be read
-  /// now, and throw `ObjectUnavailable` if they can't be.
+  /// Return a field. If the commit was read on demand, the parent and the tree may be read from the
+  /// store now; these functions throw `ObjectUnavailable` if that fails.
   cow_ptr<Commit> GetParent() const {
     if (IsParentAbsent()) OpenParent();
     return m_parent;

@@ -15,7 +15,7 @@ class Object;
 class Tree;
 
 /// Turns a sole owner into a shared one whose control block is made, and whose object is deleted,
-/// in the library, also if the host holds it last. An empty pointer gives an empty result. If the
+/// in the library, even if the host holds it last. An empty pointer gives an empty result. If the
 /// control block can't be allocated, `object` still owns what it did and deletes it.
 TALVCS_API std::shared_ptr<Blob> dll_wrapped_shared(std::unique_ptr<Blob> object);
 TALVCS_API std::shared_ptr<Commit> dll_wrapped_shared(std::unique_ptr<Commit> object);

@@ -14,7 +14,7 @@ namespace TalVcs {
 /// even for reading. Handles on it may be copied and dropped on any thread.
 class TALVCS_API IObject {
  public:
-  /// Objects are equal if their ids are, also if their classes differ.
+  /// Objects are equal if their ids are, even if their classes differ.
   virtual bool operator==(const IObject& other) const = 0;
   virtual bool operator!=(const IObject& other) const = 0;
 
@@ -31,7 +31,7 @@ class TALVCS_API IObject {
   /// zero byte, the data. The reference is valid until the object changes or ends.
   virtual const Buffer& GetPackedData() const = 0;
 
-  /// Returns the data alone, valid likewise.
+  /// Returns the data alone. The reference is valid as long as that of `GetPackedData`.
   virtual const Buffer& GetData() const = 0;
 
   /// Returns the packed form as a text for debugging: one character for each byte, "\0" for a zero

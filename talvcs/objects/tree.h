@@ -77,7 +77,7 @@ class TALVCS_API Tree : public Object {
   /// the hash of one directory for each component.
   cow_ptr<Blob> AddBlob(IRepository* repository, TalStringViewT<WideChar> path, const Blob& blob);
 
-  /// Puts a copy of `tree` at `path`, likewise.
+  /// Puts a copy of `tree` at `path`, like `AddBlob`.
   cow_ptr<Tree> AddTree(IRepository* repository, TalStringViewT<WideChar> path, const Tree& tree);
 
   /// Puts the stored blob or tree of that id at `path`. Returns null if none is stored or the path

@@ -40,7 +40,7 @@ TALVCS_API bool VisitReferences(const Buffer& packed,
 using ChangedReference = Delegate<void(const PackedReference& reference, const Id& previous)>;
 
 /// Calls `visit` for each entry of the packed tree `packed` that the packed tree `previous` doesn't
-/// have just so, in order.
+/// have in the same form, in order.
 ///
 /// Both must be in the form that the library writes, as after `CheckPackedObject`. Returns false at
 /// the first bytes that show that they aren't; what was visited before are entries of `packed`.
@@ -49,8 +49,8 @@ TALVCS_API bool VisitChangedReferences(const Buffer& packed, const Buffer& previ
                                        ChangedReference visit);
 
 /// Calls `visit` for each subtree of the packed tree `packed`, in order. It must be in the form
-/// that the library writes; returns false where it shows that it isn't. Cost: one pass over the
-/// bytes; only subtrees are decoded.
+/// that the library writes; returns false at the first bytes that show that it isn't. Cost: one
+/// pass over the bytes; only subtrees are decoded.
 TALVCS_API bool VisitSubtrees(const Buffer& packed,
                               Delegate<void(const PackedReference& reference)> visit);
 

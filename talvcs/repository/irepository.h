@@ -61,7 +61,7 @@ class TALVCS_API IRepository {
   virtual bool BranchExist(TalStringViewT<WideChar> name) = 0;
   /// Moves an existing branch to any commit but null.
   virtual bool MoveBranchTo(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) = 0;
-  /// Removes a branch. Its commits stay until a purge.
+  /// Removes a branch. Returns false if it does not exist. Its commits stay until a purge.
   virtual bool RemoveBranch(TalStringViewT<WideChar> name) = 0;
   /// Makes sure that two branches have a common ancestor; `rootBranch` becomes one if they don't.
   virtual bool EnsureCommonRootFor(TalStringViewT<WideChar> first, TalStringViewT<WideChar> second,

@@ -110,7 +110,7 @@ class TALVCS_API Repository : public IRepository {
   bool BranchExist(TalStringViewT<WideChar> name) override;
   /// Moves an existing branch to `commit`. Returns false if it does not exist or `commit` is null.
   bool MoveBranchTo(TalStringViewT<WideChar> name, cow_ptr<Commit> commit) override;
-  /// Removes a branch, which may be the current one. Its commits stay until a purge.
+  /// Removes a branch, even the current one; false if there is none. Commits stay until a purge.
   bool RemoveBranch(TalStringViewT<WideChar> name) override;
 
   /// Makes sure that two branches share an ancestor.

@@ -90,8 +90,8 @@ class TALVCS_API OnDemandStorage : public IObjectsStorage {
 
   /// Puts what `from` has under `name` into `to`, another tree, under the same name, as
   /// `Tree::AddBlob` or `Tree::AddTree` would. Returns its type, or nothing, with `to` unchanged,
-  /// if there is no such entry. An object that wasn't read stays so if both trees are of one store
-  /// or `to` is of none; otherwise it is read. `to` itself isn't stored.
+  /// if there is no such entry. An object that wasn't read stays unread if both trees are of one
+  /// store or `to` is of none; otherwise it is read. `to` itself isn't stored.
   static std::optional<ObjectType> CopyEntry(const Tree& from, TalStringViewT<WideChar> name,
                                              Tree& to);
 
