@@ -15,7 +15,9 @@ namespace TalVcs {
 ///
 /// A root that ends with "/" gives no doubled separator; an empty root gives paths that begin with
 /// one. Names aren't looked into: one that holds "/" gives a deeper path.
-class TALVCS_API PathBuilder {
+// Functions are exported one by one: a program that imports the class from a DLL would look for its
+// constants there, which have no place in it.
+class PathBuilder {
  public:
   /// The name of the folder of a store.
   static constexpr TalStringViewT<WideChar> kStoreFolder{TAL_WIDE(".vcs"), 4};
@@ -28,19 +30,19 @@ class TALVCS_API PathBuilder {
   static constexpr int kFolderDigits = 2;
 
   /// Computes paths below `rootPath`.
-  explicit PathBuilder(const TalStringT<WideChar>& rootPath);
+  TALVCS_API explicit PathBuilder(const TalStringT<WideChar>& rootPath);
 
   /// Return the folder of the store, of its objects and of its branches.
-  TalStringT<WideChar> GetStoragePath() const;
-  static TalStringT<WideChar> GetObjectsPath(const TalStringT<WideChar>& storagePath);
-  static TalStringT<WideChar> GetBranchesPath(const TalStringT<WideChar>& storagePath);
+  TALVCS_API TalStringT<WideChar> GetStoragePath() const;
+  TALVCS_API static TalStringT<WideChar> GetObjectsPath(const TalStringT<WideChar>& storagePath);
+  TALVCS_API static TalStringT<WideChar> GetBranchesPath(const TalStringT<WideChar>& storagePath);
   TalStringT<WideChar> GetObjectsPath() const { return objectsPath; }
   TalStringT<WideChar> GetBranchesPath() const { return branchesPath; }
 
   /// Return the path of an object; the text isn't checked to be an id.
-  TalStringT<WideChar> GetObjectW(const TalStringT<WideChar>& id) const;
-  TalStringT<WideChar> GetObjectW(const Id& id) const;
-  TalStringT<WideChar> GetBranch(const TalStringT<WideChar>& name) const;
+  TALVCS_API TalStringT<WideChar> GetObjectW(const TalStringT<WideChar>& id) const;
+  TALVCS_API TalStringT<WideChar> GetObjectW(const Id& id) const;
+  TALVCS_API TalStringT<WideChar> GetBranch(const TalStringT<WideChar>& name) const;
 
  private:
   TalStringT<WideChar> rootPath;
