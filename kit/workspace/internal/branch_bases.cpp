@@ -22,6 +22,15 @@ using Index = HistoryGraph::Index;
 /// The number of a set. 0 is the empty one.
 using SetNumber = std::uint32_t;
 
+/// An order of lists of numbers. `operator<` compares too few bytes of them on big-endian
+/// processors in the standard library of GCC before 12.4.
+struct ListLess {
+  template <class Number>
+  bool operator()(const std::vector<Number>& a, const std::vector<Number>& b) const {
+    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end());
+  }
+};
+
 /// Sets of branches.
 class BranchSets {
  public:
@@ -91,10 +100,10 @@ class BranchSets {
   }
 
   const std::size_t m_words;
-  std::map<Words, SetNumber> m_numbers;
+  std::map<Words, SetNumber, ListLess> m_numbers;
   std::vector<const Words*> m_sets;
   std::map<std::pair<SetNumber, SetNumber>, SetNumber> m_unions;
-  std::map<std::vector<SetNumber>, bool> m_separations;
+  std::map<std::vector<SetNumber>, bool, ListLess> m_separations;
 };
 
 }  // namespace
