@@ -17,7 +17,9 @@ import time
 import xml.etree.ElementTree
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
-PROGRAMS = ("talvcs_tests", "talvcs_internal_tests", "talvcs_kit_tests", "talvcs_model_tests")
+PROGRAMS = ("talvcs_tests", "talvcs_internal_tests", "talvcs_model_tests", "talvcs_kit_tests",
+            "talvcs_kit_internal_tests", "talvcs_kit_text_tests", "talvcs_open_tests",
+            "talvcs_workspace_tests", "talvcs_sharing_tests")
 
 
 def run(*command):

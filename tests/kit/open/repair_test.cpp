@@ -243,7 +243,9 @@ TEST(Repair, AnyWrongByteOfAPackIsRepaired) {
     EXPECT_TRUE(Verify(again).value().IsWhole()) << position;
     EXPECT_EQ(HeadsOf(again), HeadsOf(*good));
   }
-  EXPECT_GT(repaired, bytes.size() / 17);
+  // Without compression each object is damaged alone, with it all differences on its top are as
+  // well.
+  EXPECT_GE(repaired, bytes.size() / 17);
 }
 
 TEST(Repair, LargeFileOfAFolderIsReplaced) {
