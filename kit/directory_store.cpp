@@ -178,7 +178,8 @@ void DirectoryStore::Impl::End() {
 }
 
 DirectoryStore::DirectoryStore(const std::filesystem::path& folder, DirectoryStoreOptions options)
-    : m_impl(std::make_unique<Impl>(folder, std::move(options), MakeNativeFileSystem())) {}
+    : m_impl(std::make_unique<Impl>(StoreFolder::AbsolutePath(folder), std::move(options),
+                                    MakeNativeFileSystem())) {}
 
 DirectoryStore::DirectoryStore(std::unique_ptr<Impl> impl) noexcept : m_impl(std::move(impl)) {}
 

@@ -14,10 +14,9 @@ bool IsMissing(const std::error_code& error) {
 }
 
 Error NoSuchFile(const StoreFolder::Path& path) {
-  const auto text = path.u8string();
   Error error;
   error.code = ErrorCode::NotFound;
-  error.subject.assign(text.begin(), text.end());
+  error.subject = StoreFolder::TextOf(path);
   error.message = "there is no file \"" + error.subject + '"';
   return error;
 }

@@ -14,11 +14,6 @@ namespace {
 // Ends the name of a file that is being written to take another's place.
 constexpr const char* kNew = ".new";
 
-std::string TextOf(const std::filesystem::path& path) {
-  const auto text = path.u8string();
-  return std::string(text.begin(), text.end());
-}
-
 std::filesystem::path ComponentOf(TalStringViewT<WideChar> name) {
   return {name.text, name.text + name.length};
 }
@@ -28,7 +23,9 @@ ErrorCode CodeOf(const std::error_code& error) {
 #ifdef EDQUOT
   if (error == std::error_code(EDQUOT, std::generic_category())) return ErrorCode::Full;
 #endif
-  if (error == std::errc::no_space_on_device) return ErrorCode::Full;
+  if (error == std::errc::no_space_on_device || error == std::errc::file_too_large) {
+    return ErrorCode::Full;
+  }
   if (error == std::errc::permission_denied || error == std::errc::operation_not_permitted ||
       error == std::errc::read_only_file_system) {
     return ErrorCode::Denied;
@@ -48,6 +45,18 @@ std::optional<ObjectKey> StoreFolder::KeyFromFile(const std::string& prefix, std
   return KeyFromHex(prefix + std::string(name));
 }
 
+std::string StoreFolder::TextOf(const Path& path) {
+  const auto text = path.u8string();
+  return ToUtf8(ToWide(std::string(text.begin(), text.end())));
+}
+
+StoreFolder::Path StoreFolder::AbsolutePath(const Path& folder) {
+  std::error_code error;
+  Path path = std::filesystem::absolute(folder, error);
+  if (error || folder.empty()) return folder;
+  return path.has_filename() ? path : path.parent_path();
+}
+
 StoreFolder::Path StoreFolder::ParkedPath(const Path& path) {
   Path parked = path;
   parked += kNew;
@@ -57,7 +66,7 @@ StoreFolder::Path StoreFolder::ParkedPath(const Path& path) {
 StoreFolder::StoreFolder(const Path& folder, bool durable, std::shared_ptr<FileSystem> files)
     : m_files(std::move(files)),
       m_folder(folder),
-      m_store(folder / ComponentOf(PathBuilder::kStoreFolder)),
+      m_store(m_folder / ComponentOf(PathBuilder::kStoreFolder)),
       m_objects(m_store / ComponentOf(PathBuilder::kObjectsFolder)),
       m_durable(durable) {}
 

@@ -52,6 +52,12 @@ class StoreFolder {
   /// True if the folder of the objects holds a file of one, or if there is a pack.
   bool HasObjectFiles();
 
+  /// Returns the absolute path, which stays right when the process changes its working folder, and
+  /// without the "/" at its end, with which a folder would be its own parent.
+  static Path AbsolutePath(const Path& folder);
+  /// Returns the path for a message, in UTF-8: other bytes of its names are U+FFFD.
+  static std::string TextOf(const Path& path);
+
   Path FolderOf(const ObjectKey& key) const;
   Path FileOf(const ObjectKey& key) const;
   const Path& StorePath() const noexcept { return m_store; }

@@ -32,10 +32,9 @@ namespace {
 constexpr std::size_t kListedTogether = 4096;
 
 Error StoreExists(const std::filesystem::path& folder) {
-  const auto text = folder.u8string();
   Error error;
   error.code = ErrorCode::Conflict;
-  error.subject.assign(text.begin(), text.end());
+  error.subject = StoreFolder::TextOf(folder);
   error.message = "cannot create a store in \"" + error.subject + "\", there is one";
   return error;
 }
@@ -233,12 +232,14 @@ Result<DirectoryObjectStore> StoreAccess::Create(const std::filesystem::path& fo
 
 Result<DirectoryObjectStore> DirectoryObjectStore::Open(const std::filesystem::path& folder,
                                                         DirectoryObjectStoreOptions options) {
-  return StoreAccess::Open(folder, std::move(options), MakeNativeFileSystem());
+  return StoreAccess::Open(StoreFolder::AbsolutePath(folder), std::move(options),
+                           MakeNativeFileSystem());
 }
 
 Result<DirectoryObjectStore> DirectoryObjectStore::Create(const std::filesystem::path& folder,
                                                           DirectoryObjectStoreOptions options) {
-  return StoreAccess::Create(folder, std::move(options), MakeNativeFileSystem());
+  return StoreAccess::Create(StoreFolder::AbsolutePath(folder), std::move(options),
+                             MakeNativeFileSystem());
 }
 
 Result<std::vector<Id>> DirectoryObjectStore::Missing(std::span<const Id> ids) {

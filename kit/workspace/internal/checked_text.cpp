@@ -41,7 +41,8 @@ Result<WideString> CheckedText(std::string_view text, std::string_view kind) {
   } else {
     return *std::move(wide);
   }
-  return WorkspaceError(ErrorCode::BadText, "the " + std::string(kind) + " " + reason, text);
+  return WorkspaceError(ErrorCode::BadText, "the " + std::string(kind) + " " + reason,
+                        ToUtf8(ToWide(text)));
 }
 
 Result<WideString> CheckedPath(std::string_view path) {

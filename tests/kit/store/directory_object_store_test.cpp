@@ -111,6 +111,30 @@ TEST_F(DirectoryObjectStoreTest, CreateMakesTheLastFolderAlone) {
   EXPECT_EQ(deep.error().code, ErrorCode::NotFound);
 }
 
+// The store looked below the new working folder, and could have saved into another store there.
+TEST_F(DirectoryObjectStoreTest, RelativePathStaysThatOfTheFirstWorkingFolder) {
+  const fs::path former = fs::current_path();
+  fs::current_path(m_folder.Path());
+  fs::create_directory("other");
+  DirectoryObjectStore store = DirectoryObjectStore::Create("document/", kQuick).value();
+  fs::current_path("other");
+  EXPECT_TRUE(store.Write({&m_one, 1}).ok());
+  EXPECT_TRUE(Move(store, {"master", Id(), m_one.id}).ok());
+  fs::current_path(former);
+  EXPECT_TRUE(fs::is_empty(m_folder.Path() / "other"));
+  DirectoryObjectStore again = DirectoryObjectStore::Open(m_folder.Path() / "document").value();
+  EXPECT_EQ(again.Heads().value().size(), 1u);
+}
+
+#ifndef _WIN32
+TEST_F(DirectoryObjectStoreTest, TextsOfAnErrorAreUtf8) {
+  const Result<DirectoryObjectStore> store =
+      DirectoryObjectStore::Open(m_folder.Path() / "\xff", kQuick);
+  ASSERT_FALSE(store.ok());
+  EXPECT_TRUE(ToWideExactly(Describe(store.error()))) << Describe(store.error());
+}
+#endif
+
 TEST_F(DirectoryObjectStoreTest, ObjectsWithoutAStateAreDamage) {
   {
     DirectoryObjectStore store = Create();

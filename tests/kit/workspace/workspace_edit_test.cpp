@@ -197,6 +197,7 @@ TEST_F(WorkspaceEdit, PathsThatNothingCanHaveAreRefused) {
   const Kit::Status status = workspace.Write("ab\xff", "x");
   EXPECT_THAT(status, FailsWith(ErrorCode::BadText));
   EXPECT_EQ(status.error().message, "the path is no UTF-8 at byte 2");
+  EXPECT_EQ(status.error().subject, "ab\xEF\xBF\xBD");
 }
 
 // Every other name comes back as it was: dots, blanks, backslashes, line breaks, a lone surrogate.
