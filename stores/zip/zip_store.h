@@ -72,6 +72,9 @@ struct ZipOptions {
 /// fails with `Damaged` and `Error::heads` has what can be read. Objects have the checksum of the
 /// archive, and their ids, which the caller compares.
 ///
+/// *Read-only files.* A file that the process may not write opens all the same, and every change
+/// fails with `Denied`, also where the folder would let the file be replaced.
+///
 /// *Errors.* `Busy`: another program is saving. `Full`: no space. `Denied`: no right to do it.
 /// `Damaged`: not a sound archive, or not a document. `Unsupported`: of a newer format, encrypted,
 /// compressed by another method than deflate, larger than the options allow. `Unavailable`: the

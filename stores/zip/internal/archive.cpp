@@ -35,22 +35,34 @@ Result<std::unique_ptr<Archive>> Archive::Open(File file, const std::filesystem:
   if (const std::error_code error = file.Identify(identity)) {
     return SystemFailure(Task::Open, path, error);
   }
-  zip_source_t* source =
-      MakeReadSource(std::make_shared<const File>(std::move(file)), identity.sizeBytes);
+  auto reading = std::make_shared<ReadFile>(ReadFile{std::move(file)});
+  zip_source_t* source = MakeReadSource(reading, identity.sizeBytes);
   zip_error_t error;
   zip_error_init(&error);
   ZipPointer zip(zip_open_from_source(source, ZIP_RDONLY, &error));
   if (!zip) {
     zip_source_free(source);
-    Error failure = LibraryFailure(Task::Open, path, &error);
+    Error failure = reading->failure ? SystemFailure(Task::Open, path, reading->failure)
+                                     : LibraryFailure(Task::Open, path, &error);
     zip_error_fini(&error);
     return failure;
   }
-  std::unique_ptr<Archive> archive(new Archive(std::move(zip), path, mostObjectBytes));
+  std::unique_ptr<Archive> archive(
+      new Archive(std::move(zip), std::move(reading), path, mostObjectBytes));
   Status status = archive->ReadDirectory(identity.sizeBytes);
   if (status) status = archive->CheckReadme();
   if (!status) return std::move(status).error();
   return archive;
+}
+
+std::error_code Archive::TakeReadFailure() const noexcept {
+  return std::exchange(m_file->failure, std::error_code());
+}
+
+Error Archive::Failure(zip_error_t* error) const {
+  const std::error_code failure = TakeReadFailure();
+  return failure ? SystemFailure(Task::Read, m_path, failure)
+                 : LibraryFailure(Task::Read, m_path, error);
 }
 
 Status Archive::ReadDirectory(std::uint64_t sizeBytes) {
@@ -149,7 +161,7 @@ Status Archive::CheckEntry(const zip_stat_t& entry) const {
 Result<Buffer> Archive::ReadEntry(std::uint64_t index) const {
   zip_stat_t entry;
   if (zip_stat_index(m_zip.get(), index, ZIP_FL_ENC_RAW, &entry) < 0) {
-    return LibraryFailure(Task::Read, m_path, zip_get_error(m_zip.get()));
+    return Failure(zip_get_error(m_zip.get()));
   }
   Buffer bytes;
   Status status = CheckEntry(entry);
@@ -160,14 +172,14 @@ Result<Buffer> Archive::ReadEntry(std::uint64_t index) const {
 
 Status Archive::ReadInto(std::uint64_t index, std::uint64_t size, Buffer& bytes) const {
   const std::unique_ptr<zip_file_t, CloseEntry> file(zip_fopen_index(m_zip.get(), index, 0));
-  if (!file) return LibraryFailure(Task::Read, m_path, zip_get_error(m_zip.get()));
+  if (!file) return Failure(zip_get_error(m_zip.get()));
   while (bytes.GetSize() < size) {
     const std::uint64_t wanted = std::min(size - bytes.GetSize(), kPieceBytes);
     std::byte* target = nullptr;
     const Buffer piece = Buffer::Allocate(wanted, target);
     for (std::uint64_t have = 0; have < wanted;) {
       const zip_int64_t count = zip_fread(file.get(), target + have, wanted - have);
-      if (count < 0) return LibraryFailure(Task::Read, m_path, zip_file_get_error(file.get()));
+      if (count < 0) return Failure(zip_file_get_error(file.get()));
       if (count == 0) return Damage("an entry is shorter than its size");
       have += static_cast<std::uint64_t>(count);
     }
@@ -176,7 +188,7 @@ Status Archive::ReadInto(std::uint64_t index, std::uint64_t size, Buffer& bytes)
   // The checksum is compared at the end of the entry.
   char more = 0;
   const zip_int64_t count = zip_fread(file.get(), &more, 1);
-  if (count < 0) return LibraryFailure(Task::Read, m_path, zip_file_get_error(file.get()));
+  if (count < 0) return Failure(zip_file_get_error(file.get()));
   return count == 0 ? Status() : Status(Damage("an entry is longer than its size"));
 }
 

@@ -2,6 +2,7 @@
 
 #include <stores/zip/internal/document_state.h>
 #include <stores/zip/internal/file.h>
+#include <stores/zip/internal/file_source.h>
 #include <zip.h>
 
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace TalVcs::Kit::Zip {
@@ -50,6 +52,8 @@ class Archive {
   /// The handle of libzip, from which entries can be copied.
   zip_t* Handle() const noexcept { return m_zip.get(); }
   const std::filesystem::path& Path() const noexcept { return m_path; }
+  /// Returns the error of the last read of the file that failed, once.
+  std::error_code TakeReadFailure() const noexcept;
 
  private:
   struct Discard {
@@ -57,8 +61,12 @@ class Archive {
   };
   using ZipPointer = std::unique_ptr<zip_t, Discard>;
 
-  Archive(ZipPointer zip, std::filesystem::path path, std::uint64_t mostObjectBytes)
-      : m_zip(std::move(zip)), m_path(std::move(path)), m_mostObjectBytes(mostObjectBytes) {}
+  Archive(ZipPointer zip, std::shared_ptr<ReadFile> file, std::filesystem::path path,
+          std::uint64_t mostObjectBytes)
+      : m_file(std::move(file)),
+        m_zip(std::move(zip)),
+        m_path(std::move(path)),
+        m_mostObjectBytes(mostObjectBytes) {}
 
   Status ReadDirectory(std::uint64_t sizeBytes);
   Status SortObjects();
@@ -68,7 +76,10 @@ class Archive {
   Status ReadInto(std::uint64_t entry, std::uint64_t size, Buffer& bytes) const;
   Status ReadHeads(DocumentState& state) const;
   Error Damage(const std::string& reason) const;
+  /// Returns the error of a read, which is that of the system if the system failed.
+  Error Failure(zip_error_t* error) const;
 
+  std::shared_ptr<ReadFile> m_file;
   ZipPointer m_zip;
   std::filesystem::path m_path;
   std::uint64_t m_mostObjectBytes;

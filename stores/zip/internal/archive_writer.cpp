@@ -28,6 +28,11 @@ ArchiveWriter::ArchiveWriter(File& file, std::filesystem::path path) : m_path(st
 }
 
 Error ArchiveWriter::Failure() const {
+  for (const Archive* source : m_sources) {
+    if (const std::error_code failure = source->TakeReadFailure()) {
+      return SystemFailure(Task::Save, m_path, failure);
+    }
+  }
   return LibraryFailure(Task::Save, m_path, zip_get_error(m_zip.get()));
 }
 
@@ -69,6 +74,7 @@ Status ArchiveWriter::AddCopy(const Archive& from, std::uint64_t entry) {
   }
   zip_source_t* source = zip_source_zip(m_zip.get(), from.Handle(), entry, 0, 0, -1);
   if (source == nullptr) return Failure();
+  if (m_sources.empty() || m_sources.back() != &from) m_sources.push_back(&from);
   return AddSource(status.name, source, status.comp_method == ZIP_CM_STORE);
 }
 

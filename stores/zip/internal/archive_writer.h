@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace TalVcs::Kit::Zip {
 
@@ -41,6 +42,8 @@ class ArchiveWriter {
 
   std::filesystem::path m_path;
   std::unique_ptr<zip_t, Discard> m_zip;
+  // The archives that entries are copied from.
+  std::vector<const Archive*> m_sources;
 };
 
 }  // namespace TalVcs::Kit::Zip

@@ -62,8 +62,7 @@ File::~File() {
 }
 
 std::error_code File::Open(const Path& path, File& file) {
-  const std::error_code error = OpenWith(path, O_RDWR, file.m_number);
-  return IsDenied(error) ? OpenForReading(path, file) : error;
+  return OpenWith(path, O_RDWR, file.m_number);
 }
 
 std::error_code File::OpenForReading(const Path& path, File& file) {

@@ -36,7 +36,7 @@ class File {
   }
   ~File();
 
-  /// Opens a file, for writing too if the caller may, else for reading alone.
+  /// Opens a file for reading and writing.
   static std::error_code Open(const Path& path, File& file);
   static std::error_code OpenForReading(const Path& path, File& file);
   /// Opens a file, which is made empty if it is missing.

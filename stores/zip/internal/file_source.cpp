@@ -29,15 +29,16 @@ zip_int64_t PassSize(std::uint64_t size, void* data, zip_uint64_t length, zip_er
 }
 
 struct Reading {
-  std::shared_ptr<const File> file;
+  std::shared_ptr<ReadFile> file;
   std::uint64_t size = 0;
   std::uint64_t position = 0;
   zip_error_t error{};
 
   zip_int64_t Read(void* data, zip_uint64_t length) {
     std::size_t count = 0;
-    const std::error_code failure = file->ReadAt(position, data, length, count);
+    const std::error_code failure = file->file.ReadAt(position, data, length, count);
     if (failure) {
+      file->failure = failure;
       SetSystemError(error, ZIP_ER_READ, failure);
       return -1;
     }
@@ -135,7 +136,7 @@ struct Writing {
 
 }  // namespace
 
-zip_source_t* MakeReadSource(std::shared_ptr<const File> file, std::uint64_t sizeBytes) {
+zip_source_t* MakeReadSource(std::shared_ptr<ReadFile> file, std::uint64_t sizeBytes) {
   return MakeStateSource(std::make_unique<Reading>(Reading{std::move(file), sizeBytes}));
 }
 

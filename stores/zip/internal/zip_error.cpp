@@ -1,3 +1,4 @@
+#include <kit/text.h>
 #include <stores/zip/internal/zip_error.h>
 
 #include <cerrno>
@@ -20,7 +21,8 @@ const char* NameOf(Task task) {
 
 std::string TextOf(const std::filesystem::path& path) {
   const auto text = path.u8string();
-  return std::string(text.begin(), text.end());
+  // The bytes of a name need not be UTF-8; the texts of an error are.
+  return ToUtf8(ToWide(std::string(text.begin(), text.end())));
 }
 
 struct Reason {

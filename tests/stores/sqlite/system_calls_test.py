@@ -64,6 +64,14 @@ class Saves(Documents):
     def test_a_save_on_a_failing_medium(self):
         self.inject("error=EIO")
 
+    def test_a_read_that_fails_is_no_damage(self):
+        reads = [call for call in self.program.calls(self.start) if call[0] in ("read", "pread64")]
+        self.assertGreater(len(reads), 5)
+        for name, number in reads:
+            self.start()
+            result = self.program.save("-e", f"inject={name}:error=EIO:when={number}")
+            self.assertNotIn("damage", result.stderr, f"{name} number {number}")
+
 
 class LogsAndCompactions(Documents):
     def test_a_save_with_a_log_that_is_killed(self):

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <kit/open/copy.h>
 #include <kit/open/repair.h>
+#include <kit/text.h>
 #include <stores/zip/zip_store.h>
 #include <tests/kit/open/clean_up_beside.h>
 #include <tests/kit/open/histories.h>
@@ -10,6 +11,7 @@
 #include <tests/kit/store/failing_memory.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/support/bytes.h>
+#include <tests/support/child_process.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -166,6 +168,31 @@ TEST_F(ZipFile, SymbolicLinkAndPermissionsStay) {
   EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
   m_path = file;
   EXPECT_EQ(State(), kNewState);
+}
+
+// A save replaced a file that nobody may write, because the folder allowed it.
+TEST_F(ZipFile, FileThatMayOnlyBeReadIsNotReplaced) {
+  SaveDocument();
+  const std::string before = ReadWhole(m_path);
+  fs::permissions(m_path, fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
+  fs::permissions(m_folder.Path(), fs::perms::all);
+  const int code = InChild([&] {
+    if (!BecomeOrdinaryUser()) return 0;
+    ZipStore store = Open();
+    EXPECT_EQ(DescribeStore(store), kOldState);
+    EXPECT_EQ(SaveNewState(store).error().code, ErrorCode::Denied);
+    EXPECT_EQ(store.SetValue("current", "x").error().code, ErrorCode::Denied);
+    return HasFailure() ? 1 : 0;
+  });
+  EXPECT_EQ(code, 0);
+  EXPECT_TRUE(ReadWhole(m_path) == before);
+}
+
+TEST_F(ZipFile, TextsOfAnErrorAreUtf8) {
+  m_path = m_folder.Path() / "\xff" / "document.zip";
+  const Result<ZipStore> store = TryOpen();
+  ASSERT_FALSE(store.ok());
+  EXPECT_TRUE(ToWideExactly(store.error().message)) << store.error().message;
 }
 
 // The first archive took the place of the link.
