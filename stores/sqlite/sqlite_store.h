@@ -92,7 +92,9 @@ struct SqliteOptions {
 /// journal are those of the host. `Busy` comes as soon as the host's busy handler ends the wait; in
 /// a transaction that has only read so far, it may mean that the host must roll back and repeat it.
 /// Statements of the host may be active; one that writes makes a transaction of the store fail with
-/// `Busy`. After `Full` or `Unavailable` SQLite may have undone the host's whole transaction:
+/// `Busy`. A trigger or commit hook of the host that refuses a change makes it fail with `Denied`,
+/// `sqlite3_interrupt` with `Cancelled`. A database whose texts are UTF-16 is `Unsupported`. After
+/// `Full` or `Unavailable` SQLite may have undone the host's whole transaction:
 /// `sqlite3_get_autocommit` shows that. `RemoveUnmarked` doesn't give pages back to the system.
 ///
 /// *Size.* A removal that leaves a quarter of the file or more free gives that back to the system.
@@ -133,8 +135,8 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore,
   /// The host keeps the connection, which must outlive the store, and uses it on the store's thread
   /// only. Both must use the same copy of SQLite. A prefix has up to 64 letters, digits and
   /// underscores of ASCII, doesn't begin with a digit or "sqlite_", and may be empty; otherwise
-  /// this fails with `BadName`. Of the options, only `create`, `readOnly`, `bufferSizeBytes` and
-  /// `compress` count.
+  /// this fails with `BadName`. Two prefixes must differ in more than case. Of the options, only
+  /// `create`, `readOnly`, `bufferSizeBytes` and `compress` count.
   static Result<SqliteStore> Attach(sqlite3* connection, std::string_view prefix,
                                     SqliteOptions options = {});
 

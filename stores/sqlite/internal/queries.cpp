@@ -7,6 +7,8 @@ const char* TextOf(Query query) noexcept {
       return "PRAGMA main.application_id";
     case Query::UserVersion:
       return "PRAGMA main.user_version";
+    case Query::TextEncoding:
+      return "PRAGMA main.encoding";
     case Query::CountTables:
       return "SELECT count(*) FROM main.sqlite_schema";
     case Query::CountOwnTables:

@@ -10,6 +10,7 @@ namespace TalVcs::Kit::Sqlite {
 enum class Query {
   ApplicationId,
   UserVersion,
+  TextEncoding,
   CountTables,
   CountOwnTables,
   CountOtherIndexes,

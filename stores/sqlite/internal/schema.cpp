@@ -149,6 +149,17 @@ Status MakeTables(Database& database, std::int64_t after) {
   return status ? database.Execute(kMarkVersion, Task::Save) : status;
 }
 
+/// SQLite converts the texts of a database of UTF-16, and some names of branches and values don't
+/// survive that.
+Status CheckEncoding(Database& database) {
+  Statement row = database.Use(Query::TextEncoding, Task::Open);
+  Result<bool> found = row.Step();
+  if (!found) return std::move(found).error();
+  if (!*found || row.Text(0) == "UTF-8") return {};
+  return database.Fail(ErrorCode::Unsupported, Task::Open,
+                       "its texts are UTF-16, but names of branches need UTF-8");
+}
+
 /// Another store object may make the tables at the same time.
 Status MakeDocument(Database& database) {
   if (!database.IsAttached()) {
@@ -170,6 +181,7 @@ Status PrepareSchema(Database& database, bool create) {
   {
     ReadTransaction transaction(database);
     if (Status status = transaction.Begin(); !status) return status;
+    if (Status status = CheckEncoding(database); !status) return status;
     Result<Mark> found = ReadMark(database);
     if (!found) return std::move(found).error();
     mark = *found;

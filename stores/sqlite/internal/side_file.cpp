@@ -70,7 +70,7 @@ Status CheckKinds(const Database& database, const std::string& path) {
   const std::filesystem::path document(std::u8string(path.begin(), path.end()));
   const file_type kind = kind_of(document);
   if (kind == file_type::fifo || kind == file_type::socket || kind == file_type::character ||
-      kind == file_type::block) {
+      kind == file_type::block || kind == file_type::directory) {
     return database.Fail(ErrorCode::Unsupported, Task::Open, "it is not a file");
   }
   for (const char* ending : {"-journal", "-wal", "-shm"}) {

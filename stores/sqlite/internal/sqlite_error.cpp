@@ -1,6 +1,8 @@
+#include <kit/text.h>
 #include <sqlite3.h>
 #include <stores/sqlite/internal/sqlite_error.h>
 
+#include <cerrno>
 #include <new>
 #include <system_error>
 
@@ -12,10 +14,20 @@ struct Reason {
   const char* text;
 };
 
-/// SQLite doesn't say why it can't open a file, but keeps the system's error number.
+/// SQLite doesn't say why the system failed, but keeps the system's error number.
+std::error_condition SystemErrorOf(sqlite3* database) {
+  return std::system_category().default_error_condition(sqlite3_system_errno(database));
+}
+
+bool IsNoSpace([[maybe_unused]] sqlite3* database, const std::error_condition& condition) {
+#ifdef EDQUOT
+  if (sqlite3_system_errno(database) == EDQUOT) return true;
+#endif
+  return condition == std::errc::no_space_on_device || condition == std::errc::file_too_large;
+}
+
 Reason ReasonOfCannotOpen(sqlite3* database) {
-  const std::error_condition condition =
-      std::system_category().default_error_condition(sqlite3_system_errno(database));
+  const std::error_condition condition = SystemErrorOf(database);
   if (condition == std::errc::no_such_file_or_directory ||
       condition == std::errc::not_a_directory) {
     return {ErrorCode::NotFound, "there is no such file"};
@@ -26,6 +38,41 @@ Reason ReasonOfCannotOpen(sqlite3* database) {
     return {ErrorCode::Denied, "no permission"};
   }
   return {ErrorCode::Unavailable, "the system can't open it or its journal"};
+}
+
+Reason ReasonOfFailedSystem(sqlite3* database, int code) {
+  if (code == SQLITE_IOERR_LOCK || code == SQLITE_IOERR_RDLOCK ||
+      code == SQLITE_IOERR_CHECKRESERVEDLOCK) {
+    return {ErrorCode::Unavailable, "its folder doesn't support locks"};
+  }
+  if (IsNoSpace(database, SystemErrorOf(database))) return {ErrorCode::Full, "no space left"};
+  return {ErrorCode::Unavailable, "the system failed to read or write it"};
+}
+
+/// SQLite returns the code of damage for some reads that the system failed to do.
+bool HasFailedToRead([[maybe_unused]] sqlite3* database) {
+  int number = 0;
+#ifndef _WIN32
+  if (sqlite3_file_control(database, "main", SQLITE_FCNTL_LAST_ERRNO, &number) != SQLITE_OK) {
+    return false;
+  }
+#endif
+  return number == EIO || number == ENXIO;
+}
+
+Reason ReasonOfDamage(sqlite3* database) {
+  if (HasFailedToRead(database)) {
+    return {ErrorCode::Unavailable, "the system failed to read or write it"};
+  }
+  return {ErrorCode::Damaged, "its content is damaged"};
+}
+
+/// In a host's database, a trigger or a hook of the host may refuse a change.
+Reason ReasonOfConstraint(int code) {
+  if (code == SQLITE_CONSTRAINT_TRIGGER || code == SQLITE_CONSTRAINT_COMMITHOOK) {
+    return {ErrorCode::Denied, "a trigger or hook of the host refuses it"};
+  }
+  return {ErrorCode::Damaged, "its content is damaged"};
 }
 
 Reason ReasonOf(sqlite3* database, int code) {
@@ -48,8 +95,10 @@ Reason ReasonOf(sqlite3* database, int code) {
       return ReasonOfCannotOpen(database);
     case SQLITE_NOTADB:
       return {ErrorCode::Damaged, "it isn't a document, or its beginning is damaged"};
-    case SQLITE_CORRUPT:
     case SQLITE_CONSTRAINT:
+      return ReasonOfConstraint(code);
+    case SQLITE_CORRUPT:
+      return ReasonOfDamage(database);
     case SQLITE_MISMATCH:
       return {ErrorCode::Damaged, "its content is damaged"};
     case SQLITE_ERROR:
@@ -58,12 +107,10 @@ Reason ReasonOf(sqlite3* database, int code) {
       return {ErrorCode::Unavailable, "SQLite ran out of memory, or its content is damaged"};
     case SQLITE_TOOBIG:
       return {ErrorCode::Unsupported, "it can't hold so large an object"};
+    case SQLITE_INTERRUPT:
+      return {ErrorCode::Cancelled, "the host has interrupted it"};
     case SQLITE_IOERR:
-      if (code == SQLITE_IOERR_LOCK || code == SQLITE_IOERR_RDLOCK ||
-          code == SQLITE_IOERR_CHECKRESERVEDLOCK) {
-        return {ErrorCode::Unavailable, "its folder doesn't support locks"};
-      }
-      [[fallthrough]];
+      return ReasonOfFailedSystem(database, code);
     default:
       return {ErrorCode::Unavailable, "the system failed to read or write it"};
   }
@@ -94,8 +141,10 @@ const char* VerbOf(Task task) {
 Error MakeError(ErrorCode code, Task task, const std::string& file, const std::string& reason) {
   Error error;
   error.code = code;
-  error.subject = file;
-  error.message = std::string("cannot ") + VerbOf(task) + " \"" + file + "\": " + reason;
+  // The bytes of a path need not be UTF-8; the texts of an error are.
+  error.subject = ToUtf8(ToWide(file));
+  error.message =
+      ToUtf8(ToWide(std::string("cannot ") + VerbOf(task) + " \"" + file + "\": " + reason));
   if (task == Task::Save) error.unchanged = "the file is unchanged";
   return error;
 }
@@ -111,6 +160,9 @@ Error ErrorFromSqlite(sqlite3* database, int code, Task task, const std::string&
   Error error = MakeError(reason.code, task, file, reason.text);
   error.cause = "SQLite " + std::to_string(code) + ": " +
                 (database ? sqlite3_errmsg(database) : sqlite3_errstr(code));
+  const bool is_system = (code & 0xFF) == SQLITE_IOERR || (code & 0xFF) == SQLITE_CANTOPEN;
+  const int number = is_system ? sqlite3_system_errno(database) : 0;
+  if (number != 0) error.cause += ": " + std::system_category().message(number);
   return error;
 }
 

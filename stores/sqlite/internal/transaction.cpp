@@ -79,7 +79,8 @@ Status WriteTransaction::CommitUncounted() {
     m_database.SetWriting(false);
     return status;
   }
-  if (status.error().code != ErrorCode::Unavailable) return status;
+  const bool has_system_failed = (sqlite3_errcode(m_database.Connection()) & 0xFF) == SQLITE_IOERR;
+  if (status.error().code != ErrorCode::Unavailable && !has_system_failed) return status;
   // The journal may be gone although its removal failed.
   Error unknown = std::move(status).error();
   unknown.code = ErrorCode::Unknown;

@@ -521,7 +521,7 @@ TEST_F(SqliteSize, WriteThatDoesNotFitLeavesTheDocumentAndNothingBesideIt) {
   const std::string before = ReadWhole(m_path);
   {
     const ShortFiles limit(1000000);
-    EXPECT_EQ(SqliteStore::Compact(m_path, kWithoutLog).error().code, ErrorCode::Unavailable);
+    EXPECT_EQ(SqliteStore::Compact(m_path, kWithoutLog).error().code, ErrorCode::Full);
   }
   {
     const ShortFiles limit(before.size() + 5000);

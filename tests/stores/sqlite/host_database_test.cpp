@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <stores/sqlite/sqlite_store.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/stores/sqlite/documents.h>
@@ -171,6 +172,40 @@ TEST_F(SqliteHostDatabase, PrefixThatNoTableCanHaveIsRefused) {
   const Result<SqliteStore> nowhere = SqliteStore::Attach(nullptr, "a");
   EXPECT_EQ(nowhere.error().code, ErrorCode::BadName);
   EXPECT_THAT(nowhere.error().message, testing::HasSubstr("there is no connection"));
+}
+
+// The first save into such a database made its list of branches damaged.
+TEST_F(SqliteHostDatabase, DatabaseOfUtf16IsRefusedAndUnchanged) {
+  RawFile host(m_folder.Path() / "utf16.db");
+  host.Execute("PRAGMA encoding = 'UTF-16'; CREATE TABLE notes(text)");
+  const Result<SqliteStore> store = Attach(host);
+  ASSERT_FALSE(store.ok());
+  EXPECT_EQ(store.error().code, ErrorCode::Unsupported);
+  EXPECT_THAT(store.error().message, testing::HasSubstr("UTF-16"));
+  EXPECT_EQ(host.Query("SELECT name FROM sqlite_schema"), "notes");
+}
+
+TEST_F(SqliteHostDatabase, TriggerOrHookThatRefusesAChangeIsNoDamage) {
+  m_host.Execute(
+      "CREATE TRIGGER no BEFORE INSERT ON history_objects BEGIN SELECT RAISE(ABORT, 'no'); END");
+  EXPECT_EQ(SaveNewState(*m_store).error().code, ErrorCode::Denied);
+  m_host.Execute("DROP TRIGGER no");
+  sqlite3_commit_hook(
+      m_host.Connection(), [](void*) { return 1; }, nullptr);
+  EXPECT_EQ(SaveNewState(*m_store).error().code, ErrorCode::Denied);
+  sqlite3_commit_hook(m_host.Connection(), nullptr, nullptr);
+  EXPECT_EQ(DescribeStore(*m_store), kOldState);
+  EXPECT_TRUE(SaveNewState(*m_store).ok());
+  EXPECT_EQ(DescribeStore(*m_store), kNewState);
+}
+
+TEST_F(SqliteHostDatabase, InterruptByTheHostIsACancellation) {
+  sqlite3_progress_handler(
+      m_host.Connection(), 1, [](void*) { return 1; }, nullptr);
+  EXPECT_EQ(m_store->Heads().error().code, ErrorCode::Cancelled);
+  EXPECT_EQ(SaveNewState(*m_store).error().code, ErrorCode::Cancelled);
+  sqlite3_progress_handler(m_host.Connection(), 0, nullptr, nullptr);
+  EXPECT_EQ(DescribeStore(*m_store), kOldState);
 }
 
 TEST_F(SqliteHostDatabase, TablesAreMadeOnlyOnRequest) {

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <kit/text.h>
 #include <stores/sqlite/sqlite_store.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/stores/sqlite/documents.h>
@@ -82,9 +83,16 @@ TEST_F(SqliteOpen, NamesWithAMeaningForSqliteAreNamesOfFiles) {
 
 TEST_F(SqliteOpen, FolderIsNotADocument) {
   std::filesystem::create_directory(m_path);
+  ExpectFails(ErrorCode::Unsupported, "it is not a file");
+}
+
+// The texts had the bytes of the name.
+TEST_F(SqliteOpen, TextsOfAnErrorAreUtf8) {
+  m_path = m_folder.Path() / "\xff" / "document.tal";
   const Result<SqliteStore> store = Open();
   ASSERT_FALSE(store.ok());
-  EXPECT_EQ(store.error().code, ErrorCode::Unavailable);
+  EXPECT_TRUE(ToWideExactly(store.error().message)) << store.error().message;
+  EXPECT_TRUE(store.error().subject.ends_with("/\xEF\xBF\xBD/document.tal"));
 }
 
 TEST_F(SqliteOpen, FileOfAnotherKindIsRefusedAndUnchanged) {
