@@ -31,6 +31,7 @@
 #include <kit/save_repository.h>
 #include <kit/sharing/remote.h>
 #include <kit/sharing/sharing_options.h>
+#include <kit/store/background_writer.h>
 #include <kit/store/blobs_as_object_store.h>
 #include <kit/store/cache_store.h>
 #include <kit/store/checksum_store.h>

@@ -35,75 +35,92 @@ PostgresStore::PostgresStore(PostgresStore&& other) noexcept = default;
 PostgresStore& PostgresStore::operator=(PostgresStore&& other) noexcept = default;
 PostgresStore::~PostgresStore() = default;
 
+Status PostgresStore::Settle() {
+  return m_repository ? m_repository->Writes().Finish() : Status(Closed());
+}
+
+Status PostgresStore::BeginWrite(std::vector<StoredObject> objects) {
+  return m_repository ? m_repository->Writes().Begin(std::move(objects)) : Closed();
+}
+
+Status PostgresStore::FinishWrites() { return Settle(); }
+
 Result<std::vector<Id>> PostgresStore::Missing(std::span<const Id> ids) {
-  if (!m_repository) return Closed();
+  if (Status status = Settle(); !status) return std::move(status).error();
   return m_repository->Objects().Missing(ids);
 }
 
 Status PostgresStore::Read(std::span<const Id> ids, const ReadSink& sink) {
-  return m_repository ? m_repository->Objects().Read(ids, sink) : Closed();
+  Status status = Settle();
+  return status ? m_repository->Objects().Read(ids, sink) : status;
 }
 
 Status PostgresStore::ReadHistory(const Id& id, std::uint64_t most, const ReadSink& sink) {
-  return m_repository ? m_repository->Objects().ReadHistory(id, most, sink) : Closed();
+  Status status = Settle();
+  return status ? m_repository->Objects().ReadHistory(id, most, sink) : status;
 }
 
 Result<std::vector<std::optional<std::uint64_t>>> PostgresStore::Sizes(std::span<const Id> ids) {
-  if (!m_repository) return Closed();
+  if (Status status = Settle(); !status) return std::move(status).error();
   return m_repository->Objects().Sizes(ids);
 }
 
 Status PostgresStore::Write(std::span<const StoredObject> objects) {
-  return m_repository ? m_repository->Objects().Write(objects) : Closed();
+  Status status = Settle();
+  return status ? m_repository->Objects().Write(objects) : status;
 }
 
 Result<std::vector<Head>> PostgresStore::Heads() {
-  if (!m_repository) return Closed();
+  if (Status status = Settle(); !status) return std::move(status).error();
   return m_repository->Heads();
 }
 
 Status PostgresStore::MoveHeads(std::span<const HeadMove> moves) {
-  return m_repository ? m_repository->MoveHeads(moves) : Closed();
+  Status status = Settle();
+  return status ? m_repository->MoveHeads(moves) : status;
 }
 
 Status PostgresStore::List(const IdSink& sink) {
-  return m_repository ? m_repository->List(sink) : Closed();
+  Status status = Settle();
+  return status ? m_repository->List(sink) : status;
 }
 
 Result<RemovedObjects> PostgresStore::RemoveUnmarked(const MarkObjects& mark) {
-  if (!m_repository) return Closed();
+  if (Status status = Settle(); !status) return std::move(status).error();
   return m_repository->RemoveUnmarked(mark);
 }
 
 Result<std::optional<std::string>> PostgresStore::Value(std::string_view name) {
-  if (!m_repository) return Closed();
+  if (Status status = Settle(); !status) return std::move(status).error();
   return m_repository->Value(name);
 }
 
 Status PostgresStore::SetValue(std::string_view name, std::optional<std::string_view> value) {
-  return m_repository ? m_repository->SetValue(name, value) : Closed();
+  Status status = Settle();
+  return status ? m_repository->SetValue(name, value) : status;
 }
 
 Result<std::vector<Head>> PostgresStore::WaitForHeads(std::span<const Head> seen,
                                                       std::chrono::milliseconds timeout) {
-  if (!m_repository) return Closed();
+  if (Status status = Settle(); !status) return std::move(status).error();
   return m_repository->WaitForHeads(seen, timeout);
 }
 
 Result<RemovedObjects> PostgresStore::RemoveGradually(const MarkObjects& mark,
                                                       std::chrono::milliseconds grace) {
-  if (!m_repository) return Closed();
+  if (Status status = Settle(); !status) return std::move(status).error();
   return m_repository->RemoveGradually(mark, grace);
 }
 
 Result<StoreOpening> PostgresStore::ReadOpening(std::string_view branch, std::string_view valueName,
                                                 std::string_view otherwise) {
-  if (!m_repository) return Closed();
+  if (Status status = Settle(); !status) return std::move(status).error();
   return m_repository->ReadOpening(branch, valueName, otherwise);
 }
 
 Status PostgresStore::Replace(std::span<const StoredObject> objects) {
-  return m_repository ? m_repository->Objects().Replace(objects) : Closed();
+  Status status = Settle();
+  return status ? m_repository->Objects().Replace(objects) : status;
 }
 
 }  // namespace TalVcs::Kit

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kit/store/background_writer.h>
 #include <kit/store/gradual_removal.h>
 #include <kit/store/head_watcher.h>
 #include <kit/store/object_store.h>
@@ -80,16 +81,21 @@ struct PostgresOptions {
 /// *Trust.* Bytes that don't fit their id are passed on, as the contract allows; a host that
 /// doesn't trust the server puts a `ChecksumStore` over it. `Kit::Open` checks what it reads.
 ///
+/// *Background.* Between `BeginWrite` and the end of the writes, the server inserts and a thread
+/// compresses while the caller reads what comes next, as in `Remote::Push` and `Kit::Copy`.
+///
 /// *Memory.* From the first `Missing` or `Write` to the next `MoveHeads` a store object remembers
 /// the ids that it looked for or wrote, with 32 bytes each.
 ///
 /// A moved-from store fails with `Unavailable`. Threads: a store object belongs to one thread at a
-/// time, and not to the child after a fork.
+/// time, and not to the child after a fork. A thread of its own works between `BeginWrite` and the
+/// next call alone; it calls nothing of the host.
 class TALVCS_POSTGRES_API PostgresStore final : public IObjectStore,
                                                 public IHeadWatcher,
                                                 public IGradualRemoval,
                                                 public IOpeningStore,
-                                                public IRepairableStore {
+                                                public IRepairableStore,
+                                                public IBackgroundWriter {
  public:
   /// Connects by `connection`, and opens the repository of that name, which is UTF-8 with 1 to 200
   /// bytes; others fail with `BadName`. Two programs may make the same repository at once. Cost: a
@@ -126,8 +132,14 @@ class TALVCS_POSTGRES_API PostgresStore final : public IObjectStore,
                                    std::string_view otherwise) override;
   /// Needs the rights of a writer and of a cleaner.
   Status Replace(std::span<const StoredObject> objects) override;
+  /// Writes on a thread that ends with what was begun, or on the caller's if the system refuses
+  /// one. Up to three lists are held: one that is written, and two that wait.
+  Status BeginWrite(std::vector<StoredObject> objects) override;
+  Status FinishWrites() override;
 
  private:
+  // Before each operation.
+  TALVCS_POSTGRES_NO_EXPORT Status Settle();
   explicit PostgresStore(std::unique_ptr<Postgres::Repository> repository) noexcept;
 
   std::unique_ptr<Postgres::Repository> m_repository;

@@ -59,6 +59,7 @@ Status Transfer::Run(std::span<const Id> heads, std::span<const Id> known, const
   for (std::size_t first = 0; status && first < commits.size(); first += most) {
     status = CopyCommits(commits.subspan(first, std::min(most, commits.size() - first)));
   }
+  if (status) status = m_writer.Flush();
   return status ? m_reporter.End() : status;
 }
 
@@ -76,7 +77,7 @@ Status Transfer::CopyCommits(std::span<const CommitRecord> commits) {
   m_trees.clear();
   m_unreadable.clear();
   m_previous.clear();
-  return status ? m_writer.Flush() : status;
+  return status;
 }
 
 /// Reads the trees below `level` that the target lacks, and returns the files that it lacks.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kit/store/opening_store.h>
+#include <stores/postgres/internal/background_writes.h>
 #include <stores/postgres/internal/lease.h>
 #include <stores/postgres/internal/object_table.h>
 #include <stores/postgres/internal/session.h>
@@ -27,6 +28,8 @@ class Repository {
 
   Status Open() { return m_session.Open(); }
   ObjectTable& Objects() noexcept { return m_objects; }
+  /// While these go on, nothing else here may be called.
+  BackgroundWrites& Writes() noexcept { return m_writes; }
 
   Result<std::vector<Head>> Heads();
   Result<StoreOpening> ReadOpening(std::string_view branch, std::string_view valueName,
@@ -71,6 +74,8 @@ class Repository {
   Session m_session;
   Lease m_lease;
   ObjectTable m_objects;
+  BackgroundWrites m_writes{
+      [this](std::span<const StoredObject> objects) { return m_objects.Write(objects); }};
 };
 
 }  // namespace TalVcs::Kit::Postgres

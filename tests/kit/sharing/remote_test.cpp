@@ -1,6 +1,8 @@
 // Fetches and pushes between two stores: what they copy, in how many calls, and what stops them.
 
 #include <kit/open/clean_up.h>
+#include <kit/store/background_writer.h>
+#include <kit/store/head_table.h>
 #include <tests/kit/sharing/sharing_fixture.h>
 
 #include <algorithm>
@@ -204,6 +206,74 @@ TEST_F(RemoteTest, PushBringsWhatACleanUpRemovesAfterItHasReadTheHeads) {
     EXPECT_EQ(report.newCommits, has_new_version ? 2U : 1U);
     ExpectWhole(*shared);
   }
+}
+
+/// A store that writes when the next call comes.
+class LaterStore final : public Kit::PassingStore, public Kit::IBackgroundWriter {
+ public:
+  using Kit::PassingStore::PassingStore;
+
+  Kit::Status BeginWrite(std::vector<Kit::StoredObject> objects) override {
+    m_begun.push_back(std::move(objects));
+    ++begins;
+    return {};
+  }
+  Kit::Status FinishWrites() override {
+    for (const auto& objects : std::exchange(m_begun, {})) {
+      if (fails) return Kit::NoSuchObject(objects.front().id);
+      Kit::PassingStore::Write(objects).value();
+    }
+    return {};
+  }
+  Kit::Status Write(std::span<const Kit::StoredObject> objects) override {
+    Kit::Status status = FinishWrites();
+    return status ? Kit::PassingStore::Write(objects) : status;
+  }
+  Kit::Result<std::vector<Id>> Missing(std::span<const Id> ids) override {
+    if (Kit::Status status = FinishWrites(); !status) return status.error();
+    return Kit::PassingStore::Missing(ids);
+  }
+  bool IsSettled() const { return m_begun.empty(); }
+
+  int begins = 0;
+  bool fails = false;
+
+ private:
+  std::vector<std::vector<Kit::StoredObject>> m_begun;
+};
+
+TEST_F(RemoteTest, PushGoesOnWhileTheStoreWritesAndEndsWhenAllIsWritten) {
+  shared = std::make_shared<Kit::MemoryObjectStore>();
+  Site site = MakeSite("A");
+  for (const char letter : {'a', 'b', 'c'}) {
+    Add(site.memory, "master", {{std::string(1, letter), std::string(5 << 20, letter)}});
+  }
+  auto later = std::make_shared<LaterStore>(InOrder(shared, true));
+  Kit::Remote remote(later);
+  later->fails = true;
+  EXPECT_THAT(remote.Push(*site.local, "master"), FailsWith(ErrorCode::NotFound));
+  EXPECT_THAT(shared->Heads().value(), IsEmpty());
+  EXPECT_TRUE(later->IsSettled());
+  later->fails = false;
+  EXPECT_EQ(remote.Push(*site.local, "master").value().writtenObjects, 9U);
+  EXPECT_EQ(later->begins, 2) << "10 MB of 15, at each push";
+  EXPECT_TRUE(later->IsSettled());
+  EXPECT_EQ(ObjectsOf(*shared), ObjectsOf(*site.memory));
+  ExpectWhole(*shared);
+}
+
+TEST_F(RemoteTest, CancelledPushLeavesNothingBegun) {
+  shared = std::make_shared<Kit::MemoryObjectStore>();
+  Site site = MakeSite("A");
+  Add(site.memory, "master", {{"a", std::string(9 << 20, 'a')}, {"b", "b"}});
+  auto later = std::make_shared<LaterStore>(shared);
+  Kit::Remote remote(later);
+  const auto pushed = remote.Push(*site.local, "master",
+                                  {.progress = [&](const auto&) { return later->begins == 0; }});
+  EXPECT_THAT(pushed, FailsWith(ErrorCode::Cancelled));
+  EXPECT_EQ(later->begins, 1);
+  EXPECT_TRUE(later->IsSettled());
+  EXPECT_THAT(shared->Heads().value(), IsEmpty());
 }
 
 TEST_F(RemoteTest, PushOfWhatIsThereOnlyReadsTheHeads) {

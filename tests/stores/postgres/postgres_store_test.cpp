@@ -1,5 +1,6 @@
 // What a store on a PostgreSQL server does beyond the suite of all stores.
 
+#include <gmock/gmock.h>
 #include <kit/open/clean_up.h>
 #include <kit/open/load.h>
 #include <kit/open/open.h>
@@ -441,6 +442,50 @@ TEST_F(PostgresStoreTest, ManyObjectsOfAnOldSaveAreCondemnedUntilItsHeadMoves) {
   EXPECT_EQ(Count("objects"), std::to_string(kMany + 1));
 }
 
+// Writes that go on while the caller does
+
+TEST_F(PostgresStoreTest, BegunWritesAreThereForTheNextCall) {
+  std::vector<Id> ids;
+  for (int first = 0; first < 5 * kMany; first += kMany) {
+    const std::vector<StoredObject> objects = ManyObjects(first);
+    ASSERT_TRUE(m_store.BeginWrite(objects).ok());
+    for (const StoredObject& object : objects) ids.push_back(object.id);
+  }
+  EXPECT_TRUE(m_store.Missing(ids).value().empty());
+  EXPECT_TRUE(m_store.FinishWrites().ok());
+  EXPECT_TRUE(m_store.MoveHeads({{HeadMove{"master", Id(), ids.back()}}}).ok());
+}
+
+TEST_F(PostgresStoreTest, FailedBegunWriteFailsOneLaterCallAndNoMoreIsWritten) {
+  const HeadMove move{"master", Id(), m_two.id};
+  const StoredObject bad{Id(), m_one.packed};
+  for (int round = 0; round < 20; ++round) {
+    ASSERT_TRUE(m_store.BeginWrite({bad}).ok());
+    Status status = m_store.BeginWrite({m_two});
+    if (status) status = m_store.MoveHeads({{move}});
+    EXPECT_EQ(status.error().code, ErrorCode::BadName);
+    EXPECT_TRUE(m_store.Heads().value().empty());
+    EXPECT_EQ(Count("objects"), "0");
+  }
+  ASSERT_TRUE(m_store.BeginWrite({m_two}).ok());
+  EXPECT_TRUE(m_store.MoveHeads({{move}}).ok());
+}
+
+TEST_F(PostgresStoreTest, StoreThatEndsWaitsForTheWriteThatGoesOn) {
+  {
+    PostgresStore store = Open();
+    ASSERT_TRUE(store.BeginWrite(ManyObjects(0)).ok());
+    PostgresStore moved = std::move(store);
+    EXPECT_EQ(store.BeginWrite({m_one}).error().code, ErrorCode::Unavailable);
+    EXPECT_EQ(store.FinishWrites().error().code, ErrorCode::Unavailable);
+    ASSERT_TRUE(moved.BeginWrite({m_one}).ok());
+  }
+  const std::string count = Count("objects");
+  EXPECT_THAT(count, testing::AnyOf("0", std::to_string(kMany), std::to_string(kMany + 1)));
+  EXPECT_EQ(Sql("SELECT count(*) FROM pg_locks WHERE relation = 'talvcs.repositories'::regclass"),
+            "0");
+}
+
 // A server that crashes may lose what it has not yet on its disk, and ends all connections.
 class PostgresLossTest : public PostgresStoreTest {
  protected:
@@ -498,6 +543,14 @@ TEST_F(PostgresLossTest, SaveThatHasLostItsConnectionAloneGoesOn) {
   ASSERT_TRUE(m_store.Write(ManyObjects(0)).ok());
   EXPECT_TRUE(m_store.MoveHeads({{m_move}}).ok());
   EXPECT_EQ(Count("objects"), std::to_string(kMany + 2));
+}
+
+TEST_F(PostgresLossTest, BegunWriteThatFollowsALostObjectIsBusyAndWritesNothing) {
+  ASSERT_TRUE(m_store.Write({{m_one}}).ok());
+  LoseOne();
+  ASSERT_TRUE(m_store.BeginWrite(ManyObjects(0)).ok());
+  EXPECT_EQ(m_store.MoveHeads({{m_move}}).error().code, ErrorCode::Busy);
+  EXPECT_EQ(Count("objects"), "0");
 }
 
 TEST_F(PostgresStoreTest, LargeSaveOfTwoProcessesDoesNotDeadlock) {

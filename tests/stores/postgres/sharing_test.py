@@ -218,6 +218,17 @@ class Sharing(unittest.TestCase):
         with_cuts(self, 1 if IS_LONG else 3, check,
                   lambda number: ("garbage", f"large.{number}", objects))
 
+    def test_each_cut_of_an_upload_in_the_background_uploads_all(self):
+        objects = 900  # three lists, each of which is copied into the table
+
+        def check(number, code, _, err):
+            self.assertTrue(code == 0 or err.startswith("Unknown"), f"message {number}: {err}")
+            counted = run(server.connection(), self.repository, "count", f"upload.{number}", objects)
+            self.assertEqual(counted[1], f"{objects}\n", f"message {number}")
+
+        with_cuts(self, 1 if IS_LONG else 13, check,
+                  lambda number: ("upload", f"upload.{number}", objects))
+
     def test_each_cut_of_a_clean_up_leaves_the_history_whole(self):
         run(server.connection(), self.repository, "edit", "old", 0, 5)
         wanted = self.log()

@@ -157,6 +157,24 @@ int WriteGarbage(Kit::IObjectStore& store, const std::string& name, int count) {
   return status ? 0 : Fail(status.error());
 }
 
+/// upload NAME COUNT: writes such objects in three lists, and a branch of that name, while the next
+/// list is made. Begins again if the save is refused.
+int Upload(Kit::PostgresStore& store, const std::string& name, int count) {
+  for (;;) {
+    const std::vector<Kit::StoredObject> objects = GarbageOf(name, count);
+    Kit::Status status;
+    for (std::size_t part = 0; status && part < 3; ++part) {
+      const std::size_t begin = objects.size() * part / 3;
+      const std::size_t end = objects.size() * (part + 1) / 3;
+      status = store.BeginWrite({&objects[begin], &objects[begin] + (end - begin)});
+    }
+    const Kit::HeadMove move{name, Id(), objects.back().id};
+    if (status) status = store.MoveHeads({&move, 1});
+    if (status) return 0;
+    if (status.error().code != Kit::ErrorCode::Busy) return Fail(status.error());
+  }
+}
+
 /// count NAME COUNT: prints how many of these objects can be read.
 int CountGarbage(Kit::IObjectStore& store, const std::string& name, int count) {
   std::vector<Id> ids;
@@ -210,6 +228,7 @@ int main(int count, char** values) {
   if (command == "read") return ReadAll(*store, number(3));
   if (command == "clean") return CleanUp(*store, number(3));
   if (command == "garbage") return WriteGarbage(*store, arguments.at(3), number(4));
+  if (command == "upload") return Upload(*store, arguments.at(3), number(4));
   if (command == "resume") return Resume(*store, arguments.at(3));
   if (command == "count") return CountGarbage(*store, arguments.at(3), number(4));
   return 2;
