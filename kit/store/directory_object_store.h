@@ -72,7 +72,7 @@ struct DirectoryObjectStoreOptions {
 /// at every name in the folder of the objects. From then on `DirectoryStore` refuses the folder and
 /// says why in its `LastError`.
 ///
-/// Threads: a store object belongs to one thread at a time.
+/// Threads: it belongs to one thread at a time, and not to a child after a fork, which keeps locks.
 class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore,
                                                   public IRepairableStore,
                                                   public ITrimmableStore {

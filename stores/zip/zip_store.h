@@ -33,7 +33,8 @@ struct ZipOptions {
   /// How many bytes of written objects stay in memory until heads move. Beyond it they go into a
   /// file without a name in the folder of the document.
   std::uint64_t bufferSizeBytes = std::uint64_t{16} << 20;
-  /// The most bytes of one object that are read. An archive of a stranger may claim any size.
+  /// The most bytes of one object or value. An archive of a stranger may claim any size. A larger
+  /// one is `Unsupported` when it is read, and when it is written.
   std::uint64_t mostObjectBytes = std::uint64_t{2} << 30;
 };
 

@@ -15,6 +15,20 @@ Status CheckIds(std::span<const StoredObject> objects) {
   return bad == objects.end() ? Status() : Status(NotAnObjectId(bad->id));
 }
 
+/// Refuses what couldn't be read again.
+Status CheckSize(const DocumentFile& file, std::uint64_t sizeBytes) {
+  if (sizeBytes <= file.Options().mostObjectBytes) return {};
+  return MakeError(ErrorCode::Unsupported, Task::Save, file.Name(),
+                   "an object or value is larger than the options allow");
+}
+
+Status CheckSizes(const DocumentFile& file, std::span<const StoredObject> objects) {
+  for (const StoredObject& object : objects) {
+    if (Status status = CheckSize(file, object.packed.GetSize()); !status) return status;
+  }
+  return {};
+}
+
 }  // namespace
 
 bool Document::Has(std::string_view digits) const noexcept {
@@ -93,6 +107,7 @@ Status Document::Write(std::span<const StoredObject> objects) {
     return MakeError(ErrorCode::Denied, Task::Save, m_file->Name(), "it can only be read");
   }
   if (Status status = CheckIds(objects); !status) return status;
+  if (Status status = CheckSizes(*m_file, objects); !status) return status;
   RelyOnObjects();
   for (const StoredObject& object : objects) {
     const Digits digits = *DigitsOf(object.id);
@@ -136,6 +151,7 @@ Status Document::MoveHeads(std::span<const HeadMove> moves) {
 }
 
 Status Document::SetValue(std::string_view name, std::optional<std::string_view> value) {
+  if (Status status = CheckSize(*m_file, value ? value->size() : 0); !status) return status;
   return Change([&](DocumentState& state) -> Result<bool> {
     const auto found = state.values.find(name);
     if (found == state.values.end() ? !value : value == found->second) return false;
@@ -259,6 +275,7 @@ Result<RemovedObjects> Document::RemoveUnmarked(const MarkObjects& mark) {
 
 Status Document::Replace(std::span<const StoredObject> objects) {
   if (Status status = CheckIds(objects); !status) return status;
+  if (Status status = CheckSizes(*m_file, objects); !status) return status;
   ObjectMap replacements;
   for (const StoredObject& object : objects) {
     replacements.insert_or_assign(std::string(TextOf(*DigitsOf(object.id))), object.packed);

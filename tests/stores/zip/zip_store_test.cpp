@@ -262,6 +262,20 @@ TEST_F(ZipFile, ObjectLargerThanTheOptionsAllowIsNotRead) {
   EXPECT_EQ(DescribeObject(store, kNew.id), "of the new state");
 }
 
+// It was saved, and the next program with the same options could not read it.
+TEST_F(ZipFile, ObjectLargerThanTheOptionsAllowIsNotWritten) {
+  SaveDocument();
+  {
+    ZipStore store = Open({.mostObjectBytes = 19999});
+    EXPECT_EQ(CodeOf(store.Write({&kLarge, 1})), "Unsupported");
+    EXPECT_EQ(CodeOf(store.Replace({&kLarge, 1})), "Unsupported");
+    EXPECT_EQ(CodeOf(store.SetValue("n", std::string(20000, 'x'))), "Unsupported");
+    EXPECT_EQ(CodeOf(store.SetValue("n", std::string(19999, 'x'))), "ok");
+  }
+  EXPECT_EQ(Open({.mostObjectBytes = 19999}).Value("n").value()->size(), 19999u);
+  EXPECT_EQ(State(), kOldState);
+}
+
 TEST_F(ZipFile, NameThatIsTooLongForTheFormatIsRefused) {
   ZipStore store = Open();
   EXPECT_EQ(CodeOf(store.SetValue(std::string(65536, 'n'), "x")), "Unsupported");
