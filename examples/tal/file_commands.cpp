@@ -96,7 +96,8 @@ Kit::NextOlderVersion OlderTexts(Session& session, std::vector<Kit::Version> ver
           at = std::size_t{0}]() mutable -> Kit::Result<std::optional<Kit::TextVersion>> {
     if (at == versions.size()) return std::optional<Kit::TextVersion>();
     const Kit::Version& version = versions[at++];
-    const BlobPtr blob = session.FilesOf(version.id).Find(path);
+    const Kit::Snapshot files = session.Document().At(version.id).value();
+    const BlobPtr blob = files.GetTree()->GetDeepBlob(ToWide(path));
     if (!blob) return std::optional<Kit::TextVersion>();
     return std::optional(Kit::TextVersion{IdOf(version), Kit::BytesFromBlob(*blob)});
   };
