@@ -53,7 +53,8 @@ Reason ReasonOfFailedSystem(sqlite3* database, int code) {
 bool HasFailedToRead([[maybe_unused]] sqlite3* database) {
   int number = 0;
 #ifndef _WIN32
-  if (sqlite3_file_control(database, "main", SQLITE_FCNTL_LAST_ERRNO, &number) != SQLITE_OK) {
+  if (!database ||
+      sqlite3_file_control(database, "main", SQLITE_FCNTL_LAST_ERRNO, &number) != SQLITE_OK) {
     return false;
   }
 #endif
