@@ -37,8 +37,8 @@ class TALVCS_KIT_API IBackgroundWriter {
 /// Calls `IBackgroundWriter::BeginWrite` of a store; without that interface, `Write`.
 TALVCS_KIT_API Status BeginWrite(IObjectStore& store, std::vector<StoredObject> objects);
 
-/// Calls `IBackgroundWriter::FinishWrites` of a store; without that interface nothing is to be
-/// done.
+/// Calls `IBackgroundWriter::FinishWrites` of a store; without that interface, does nothing and
+/// succeeds.
 TALVCS_KIT_API Status FinishWrites(IObjectStore& store);
 
 }  // namespace TalVcs::Kit
