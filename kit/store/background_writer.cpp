@@ -30,4 +30,8 @@ Status FinishWrites(IObjectStore& store) {
   return writer == nullptr ? Status() : writer->FinishWrites();
 }
 
+void DropWrites(IObjectStore& store) noexcept {
+  if (IBackgroundWriter* const writer = FindBackgroundWriter(store)) writer->DropWrites();
+}
+
 }  // namespace TalVcs::Kit

@@ -36,14 +36,20 @@ PostgresStore& PostgresStore::operator=(PostgresStore&& other) noexcept = defaul
 PostgresStore::~PostgresStore() = default;
 
 Status PostgresStore::Settle() {
-  return m_repository ? m_repository->Writes().Finish() : Status(Closed());
+  return m_repository ? m_repository->Writes().Wait() : Status(Closed());
 }
 
 Status PostgresStore::BeginWrite(std::vector<StoredObject> objects) {
   return m_repository ? m_repository->Writes().Begin(std::move(objects)) : Closed();
 }
 
-Status PostgresStore::FinishWrites() { return Settle(); }
+Status PostgresStore::FinishWrites() {
+  return m_repository ? m_repository->Writes().Finish() : Status(Closed());
+}
+
+void PostgresStore::DropWrites() noexcept {
+  if (m_repository) m_repository->Writes().Drop();
+}
 
 Result<std::vector<Id>> PostgresStore::Missing(std::span<const Id> ids) {
   if (Status status = Settle(); !status) return std::move(status).error();

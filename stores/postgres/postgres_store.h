@@ -136,9 +136,10 @@ class TALVCS_POSTGRES_API PostgresStore final : public IObjectStore,
   /// one. Up to three lists are held: one that is written, and two that wait.
   Status BeginWrite(std::vector<StoredObject> objects) override;
   Status FinishWrites() override;
+  void DropWrites() noexcept override;
 
  private:
-  // Before each operation.
+  // Waits for what was begun, before each other operation; fails as it did.
   TALVCS_POSTGRES_NO_EXPORT Status Settle();
   explicit PostgresStore(std::unique_ptr<Postgres::Repository> repository) noexcept;
 

@@ -4,7 +4,6 @@
 #include <kit/open/internal/reporter.h>
 #include <kit/store/background_writer.h>
 #include <kit/store/object_store.h>
-#include <kit/store/quietly.h>
 
 #include <cstdint>
 #include <utility>
@@ -12,18 +11,19 @@
 
 namespace TalVcs::Kit {
 
-/// Writes objects to a store in their order, in batches of a few megabytes. A store that can writes
-/// a batch while the caller goes on to add to the next one.
+/// Writes objects to a store in their order, in batches of a few megabytes. If the store implements
+/// `IBackgroundWriter`, it writes a batch while the caller adds to the next one. The reporter
+/// counts such a batch when the store has taken it.
 class ObjectWriter {
  public:
   /// Both must outlive the writer.
   ObjectWriter(IObjectStore& store, Reporter& reporter) : m_store(store), m_reporter(reporter) {}
   ObjectWriter(const ObjectWriter&) = delete;
   ObjectWriter& operator=(const ObjectWriter&) = delete;
-  /// Waits for what was begun, so that its failure isn't that of a later operation.
+  /// Gives up what was begun and not finished, so that a cancelled operation ends soon and its
+  /// failure isn't that of a later one.
   ~ObjectWriter() {
-    if (!m_isBegun) return;
-    Quietly([this] { [[maybe_unused]] const Status ignored = FinishWrites(m_store); });
+    if (m_isBegun) DropWrites(m_store);
   }
 
   /// Lets `WrittenIds` return the ids of what is written from here on.

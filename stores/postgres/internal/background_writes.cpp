@@ -11,10 +11,7 @@ constexpr std::size_t kMostWaiting = 2;
 }  // namespace
 
 BackgroundWrites::~BackgroundWrites() {
-  {
-    const std::lock_guard lock(m_mutex);
-    m_waiting.clear();
-  }
+  Drop();
   if (m_thread.joinable()) m_thread.join();
 }
 
@@ -23,7 +20,7 @@ Status BackgroundWrites::Begin(std::vector<StoredObject> objects) {
   m_changed.wait(lock, [this] { return m_waiting.size() < kMostWaiting || HasFailed(); });
   if (HasFailed()) {
     lock.unlock();
-    return Finish();
+    return Wait();
   }
   m_waiting.push_back(std::move(objects));
   if (m_isRunning) return {};
@@ -35,9 +32,16 @@ Status BackgroundWrites::Begin(std::vector<StoredObject> objects) {
   } catch (const std::exception&) {
     // The system refuses a thread, or has no memory for one.
     Run();
-    return Finish();
+    return Wait();
   }
   return {};
+}
+
+Status BackgroundWrites::Wait() {
+  std::unique_lock lock(m_mutex);
+  m_changed.wait(lock, [this] { return !m_isRunning; });
+  if (m_exception) std::rethrow_exception(m_exception);
+  return m_status;
 }
 
 Status BackgroundWrites::Finish() {
@@ -47,6 +51,14 @@ Status BackgroundWrites::Finish() {
     std::rethrow_exception(std::move(exception));
   }
   return std::exchange(m_status, Status());
+}
+
+void BackgroundWrites::Drop() noexcept {
+  std::unique_lock lock(m_mutex);
+  m_waiting.clear();
+  m_changed.wait(lock, [this] { return !m_isRunning; });
+  m_exception = nullptr;
+  m_status = Status();
 }
 
 void BackgroundWrites::Run() noexcept {

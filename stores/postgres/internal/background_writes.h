@@ -16,27 +16,33 @@ namespace TalVcs::Kit::Postgres {
 
 /// Writes lists of objects one after the other, on another thread while its owner goes on.
 ///
-/// The thread ends when nothing more waits. Where the system refuses a thread, the owner's writes.
-/// All functions belong to the owner's thread.
+/// The thread ends when nothing more waits. If the system refuses a thread, the owner's thread
+/// writes. Only the owner's thread calls functions of this class. A failure or an exception of a
+/// write stays until `Finish` or `Drop`; nothing more is written meanwhile.
 class BackgroundWrites {
  public:
   using Write = std::function<Status(std::span<const StoredObject> objects)>;
 
-  /// `write` is called for each list, from one thread at a time: from `Begin` to the end of the
-  /// next `Finish`, or of this object.
+  /// `write` is called for each list, from one thread at a time: between `Begin` and the end of the
+  /// next `Wait`, `Finish` or `Drop`, or of this object.
   explicit BackgroundWrites(Write write) : m_write(std::move(write)) {}
   BackgroundWrites(const BackgroundWrites&) = delete;
   BackgroundWrites& operator=(const BackgroundWrites&) = delete;
-  /// Waits for the list that is being written, and drops those that wait.
+  /// Does what `Drop` does.
   ~BackgroundWrites();
 
-  /// Takes a list, after waiting for room. Fails as `Finish` does if a list before has failed, and
-  /// drops this one then.
+  /// Takes a list, after waiting for room. Fails as `Wait` does, without the list, if one before
+  /// has failed.
   Status Begin(std::vector<StoredObject> objects);
 
-  /// Waits until all is written. Fails with the first failure, after which no more was written, or
-  /// throws what the write has thrown. The next list begins anew.
+  /// Waits until all is written. Returns the first failure, or throws what the write has thrown.
+  Status Wait();
+
+  /// Does what `Wait` does, and forgets the failure or the exception.
   Status Finish();
+
+  /// Drops the lists that wait, waits for the one that is being written, and forgets a failure.
+  void Drop() noexcept;
 
  private:
   void Run() noexcept;

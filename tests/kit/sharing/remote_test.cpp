@@ -208,7 +208,7 @@ TEST_F(RemoteTest, PushBringsWhatACleanUpRemovesAfterItHasReadTheHeads) {
   }
 }
 
-/// A store that writes when the next call comes.
+/// A store that writes what was begun when another call comes.
 class LaterStore final : public Kit::PassingStore, public Kit::IBackgroundWriter {
  public:
   using Kit::PassingStore::PassingStore;
@@ -219,27 +219,31 @@ class LaterStore final : public Kit::PassingStore, public Kit::IBackgroundWriter
     return {};
   }
   Kit::Status FinishWrites() override {
-    for (const auto& objects : std::exchange(m_begun, {})) {
-      if (fails) return Kit::NoSuchObject(objects.front().id);
-      Kit::PassingStore::Write(objects).value();
-    }
-    return {};
+    Kit::Status status = Settle();
+    m_failure = {};
+    return status;
   }
-  Kit::Status Write(std::span<const Kit::StoredObject> objects) override {
-    Kit::Status status = FinishWrites();
-    return status ? Kit::PassingStore::Write(objects) : status;
+  void DropWrites() noexcept override {
+    m_begun.clear();
+    m_failure = {};
   }
-  Kit::Result<std::vector<Id>> Missing(std::span<const Id> ids) override {
-    if (Kit::Status status = FinishWrites(); !status) return status.error();
-    return Kit::PassingStore::Missing(ids);
-  }
-  bool IsSettled() const { return m_begun.empty(); }
+  bool IsSettled() const { return m_begun.empty() && m_failure; }
 
   int begins = 0;
   bool fails = false;
 
  private:
+  Kit::Status Before(const Kit::StoreCall& /*call*/) override { return Settle(); }
+  Kit::Status Settle() {
+    for (const auto& objects : std::exchange(m_begun, {})) {
+      if (fails && m_failure) m_failure = Kit::NoSuchObject(objects.front().id);
+      if (m_failure) Kit::PassingStore::Write(objects).value();
+    }
+    return m_failure;
+  }
+
   std::vector<std::vector<Kit::StoredObject>> m_begun;
+  Kit::Status m_failure;
 };
 
 TEST_F(RemoteTest, PushGoesOnWhileTheStoreWritesAndEndsWhenAllIsWritten) {
@@ -260,6 +264,28 @@ TEST_F(RemoteTest, PushGoesOnWhileTheStoreWritesAndEndsWhenAllIsWritten) {
   EXPECT_TRUE(later->IsSettled());
   EXPECT_EQ(ObjectsOf(*shared), ObjectsOf(*site.memory));
   ExpectWhole(*shared);
+}
+
+// The walk of a fetch asks the store that it fills for hints, and does without those that it can't
+// read.
+TEST_F(RemoteTest, FetchWhoseBegunWriteFailsMovesNoBranch) {
+  Site site = MakeSite("A");
+  site.remote.Fetch(*site.local).value();
+  const std::vector<Head> before = site.memory->Heads().value();
+  // A write is begun with the first versions. The next ones begin with one whose parent only the
+  // local store has, where the walk looks for its folder.
+  Add(shared, "master", {{"large", std::string(9 << 20, 'a')}});
+  for (int i = 1; i < 1024; ++i) Add(shared, "master", {{"i", std::to_string(i)}});
+  Add(shared, "topic", {{"after", "1"}});
+  auto later = std::make_shared<LaterStore>(site.memory);
+  later->fails = true;
+  EXPECT_THAT(site.remote.Fetch(*later), FailsWith(ErrorCode::NotFound));
+  EXPECT_EQ(site.memory->Heads().value(), before);
+  EXPECT_TRUE(later->IsSettled());
+  later->fails = false;
+  site.remote.Fetch(*later).value();
+  EXPECT_GE(later->begins, 2);
+  ExpectWhole(*site.memory);
 }
 
 TEST_F(RemoteTest, CancelledPushLeavesNothingBegun) {

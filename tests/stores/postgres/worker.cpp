@@ -171,6 +171,7 @@ int Upload(Kit::PostgresStore& store, const std::string& name, int count) {
     const Kit::HeadMove move{name, Id(), objects.back().id};
     if (status) status = store.MoveHeads({&move, 1});
     if (status) return 0;
+    store.DropWrites();
     if (status.error().code != Kit::ErrorCode::Busy) return Fail(status.error());
   }
 }
