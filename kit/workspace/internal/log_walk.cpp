@@ -156,19 +156,22 @@ FilteredLog::FilteredLog(WorkspaceState& state, LogWalk walk, LogFilter filter, 
       m_skippedItems(skippedItems) {
   const cow_ptr<Commit> head = m_walk.GetOnlyHead();
   const std::string path = m_filter.GetOnlyPath();
-  if (head && !path.empty()) m_path.emplace(*m_state.store, head->GetId(), path);
+  if (head && !path.empty()) m_path.emplace(*m_state.store, head->GetId(), path, m_reporter);
 }
 
 /// Returns the next version that changed the path; null where the walk of stored forms ends.
 Result<cow_ptr<Commit>> FilteredLog::NextOfPath() {
-  while (const std::optional<PathHistory::Step> step = m_path->Next()) {
+  for (;;) {
+    const Result<std::optional<PathHistory::Step>> next = m_path->Next();
+    if (!next) return next.error();
+    const std::optional<PathHistory::Step>& step = *next;
+    if (!step) return cow_ptr<Commit>();
     const Status status = m_reporter.Add(step->changesPath ? 1 : m_skippedItems);
     if (!status) return status.error();
     if (!step->changesPath) continue;
     m_state.PassVersion();
     return m_state.FindCommit(step->version);
   }
-  return cow_ptr<Commit>();
 }
 
 /// Goes on with objects from the version on that stored forms don't suffice for.

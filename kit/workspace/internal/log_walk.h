@@ -114,8 +114,8 @@ class LogFilter {
   std::optional<Id> m_lastFound;  // what it has at the path
 };
 
-/// Walks the versions that fit a filter, and frees what was read of those that were passed. Of one
-/// history and by a path alone, it walks the stored forms as far as they are sound.
+/// Walks the versions that fit a filter, and frees what was read of those that were passed. For one
+/// history and only a path, it reads stored forms until one can't be read.
 class FilteredLog {
  public:
   /// `state` and `reporter` must outlive the log. The reporter counts an item for each version that

@@ -26,10 +26,15 @@ constexpr std::size_t kIdDigits = 64;
 // Folders of a level that are remembered from window to window, half a kilobyte each.
 constexpr std::size_t kMostRemembered = 4096;
 
+/// Returns true if a whole call was cancelled. Any other failure is left to the walk by objects.
+bool IsCancelled(const Status& status) {
+  return !status && status.error().code == ErrorCode::Cancelled;
+}
+
 }  // namespace
 
-PathHistory::PathHistory(IObjectStore& store, Id head, std::string_view path)
-    : m_store(store), m_commits(store, head), m_head(std::move(head)) {
+PathHistory::PathHistory(IObjectStore& store, Id head, std::string_view path, Reporter& reporter)
+    : m_store(store), m_reporter(reporter), m_commits(store, head), m_head(std::move(head)) {
   while (!path.empty()) {
     const std::string_view name = path.substr(0, path.find('/'));
     m_levels.push_back({std::string(name), {}});
@@ -37,12 +42,14 @@ PathHistory::PathHistory(IObjectStore& store, Id head, std::string_view path)
   }
 }
 
-std::optional<PathHistory::Step> PathHistory::Next() {
-  if (!m_obstacle.View().IsEmpty()) return std::nullopt;
-  while (m_versions.size() < 2 && !m_isCut && !m_commits.AtEnd()) ReadWindow();
+Result<std::optional<PathHistory::Step>> PathHistory::Next() {
+  if (!m_obstacle.View().IsEmpty()) return std::optional<Step>();
+  while (m_versions.size() < 2 && !m_isCut && !m_commits.AtEnd()) {
+    if (Status status = ReadWindow(); !status) return std::move(status).error();
+  }
   if (m_versions.empty()) {
     if (m_isCut) m_obstacle = m_head;
-    return std::nullopt;
+    return std::optional<Step>();
   }
   const Version& version = m_versions.front();
   const bool has_parent = m_versions.size() > 1;
@@ -51,19 +58,22 @@ std::optional<PathHistory::Step> PathHistory::Next() {
       version.found.kind != Entry::Kind::Unknown && before.kind != Entry::Kind::Unknown;
   if (!is_known || (!has_parent && m_isCut)) {
     m_obstacle = version.id;
-    return std::nullopt;
+    return std::optional<Step>();
   }
   Step step{version.id, !(version.found.id == before.id)};
   m_versions.pop_front();
-  return step;
+  return std::optional(std::move(step));
 }
 
-/// Reads commits, and what each has at the path.
-void PathHistory::ReadWindow() {
+/// Reads commits, and what each has at the path. Fails with `Cancelled` alone.
+Status PathHistory::ReadWindow() {
   const std::size_t first = m_versions.size();
   Result<std::vector<CommitRecord>> commits = m_commits.Next();
   m_isCut = !commits || commits->back().problem;
-  if (!commits) return;
+  if (!commits) {
+    const Status status = commits.error();
+    return IsCancelled(status) ? status : Status();
+  }
   for (CommitRecord& commit : *commits) {
     if (commit.problem) break;
     const bool has_root = !commit.root.View().IsEmpty();
@@ -71,7 +81,7 @@ void PathHistory::ReadWindow() {
     m_versions.push_back({std::move(commit.id), {kind, std::move(commit.root)}});
   }
   for (Level& level : m_levels) {
-    ReadFolders(level, first);
+    if (Status status = ReadFolders(level, first); !status) return status;
     for (std::size_t i = first; i < m_versions.size(); ++i) {
       Entry& found = m_versions[i].found;
       if (found.kind == Entry::Kind::Folder) {
@@ -81,11 +91,12 @@ void PathHistory::ReadWindow() {
       }
     }
   }
+  return {};
 }
 
 /// Reads the folders that versions from the `first` on have reached. What can't be read stays
-/// unknown.
-void PathHistory::ReadFolders(Level& level, std::size_t first) {
+/// unknown. Fails with `Cancelled` alone.
+Status PathHistory::ReadFolders(Level& level, std::size_t first) {
   if (level.entries.size() > kMostRemembered) level.entries.clear();
   std::vector<Id> ids;
   for (std::size_t i = first; i < m_versions.size(); ++i) {
@@ -101,8 +112,12 @@ void PathHistory::ReadFolders(Level& level, std::size_t first) {
   };
   for (std::size_t at = 0; at < ids.size(); at += kFoldersTogether) {
     const std::size_t count = std::min(kFoldersTogether, ids.size() - at);
-    if (!m_store.Read(std::span(ids).subspan(at, count), take)) return;
+    Status status = m_store.Read(std::span(ids).subspan(at, count), take);
+    if (!status && !IsCancelled(status)) return {};
+    if (status) status = m_reporter.Add(0);
+    if (!status) return status;
   }
+  return {};
 }
 
 /// Returns what a folder that is sound has under a name. No other record is decoded.

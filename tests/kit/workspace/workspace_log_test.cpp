@@ -377,6 +377,47 @@ TEST_F(WorkspaceLogOfPath, RefusesFolderOfAnotherForm) {
   EXPECT_EQ(Describe(other, {.path = "a"}), Describe(other, ByObjects("a")));
 }
 
+// A cancelled call of the store counted as objects that can't be read, and the log went on.
+TEST_F(WorkspaceLogOfPath, EndsWhenTheStoreIsCancelled) {
+  CommitMany(40);
+  class Cancelling final : public Kit::PassingStore {
+   public:
+    using PassingStore::PassingStore;
+    std::optional<Kit::StoreOperation> failing;
+    ErrorCode code = ErrorCode::Cancelled;
+
+   protected:
+    Kit::Status Before(const Kit::StoreCall& call) override {
+      if (call.operation != failing || call.count < 16) return {};
+      failing.reset();
+      return ErrorWith(code);
+    }
+  };
+  for (const auto operation : {Kit::StoreOperation::Read, Kit::StoreOperation::ReadHistory}) {
+    const auto cancelling = std::make_shared<Cancelling>(store);
+    const Kit::Workspace other = Kit::Workspace::Open(cancelling).value();
+    cancelling->failing = operation;
+    EXPECT_THAT(other.Log({.path = "once"}), FailsWith(ErrorCode::Cancelled));
+    EXPECT_EQ(cancelling->failing, std::nullopt);
+    cancelling->failing = operation;
+    cancelling->code = ErrorCode::Busy;
+    EXPECT_THAT(Summaries(other, {.path = "once"}), ElementsAre("0"));
+    EXPECT_EQ(cancelling->failing, std::nullopt);
+  }
+}
+
+// The folders of a window were read without a report in between.
+TEST_F(WorkspaceLogOfPath, ReportsBetweenReadsOfOneWindow) {
+  CommitMany(400);
+  EXPECT_LT(CountReadsOfCancelled(
+                [](Kit::Workspace& other, const Kit::Progress& progress) {
+                  const auto versions = other.Log({.path = "once", .progress = progress});
+                  return versions ? Kit::Status() : Kit::Status(versions.error());
+                },
+                11),
+            750U);
+}
+
 // Folders of many versions were read one at a time, each by a call of its own.
 TEST_F(WorkspaceLogOfPath, ReadsFoldersTogether) {
   CommitMany(300);
