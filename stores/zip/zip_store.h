@@ -73,8 +73,10 @@ struct ZipOptions {
 /// fails with `Damaged` and `Error::heads` has what can be read. Objects have the checksum of the
 /// archive, and their ids, which the caller compares.
 ///
-/// *Read-only files.* A file that the process may not write opens all the same, and every change
-/// fails with `Denied`, also where the folder would let the file be replaced.
+/// *Read-only files.* A file that the process may not write opens all the same. What would write
+/// the archive fails with `Denied` then, also where the folder would let the file be replaced:
+/// `Write` keeps objects in memory as always, and `MoveHeads` or `Close` after it fails. With
+/// `ZipOptions::readOnly`, `Write` fails with `Denied` too.
 ///
 /// *Errors.* `Busy`: another program is saving. `Full`: no space. `Denied`: no right to do it.
 /// `Damaged`: not a sound archive, or not a document. `Unsupported`: of a newer format, encrypted,

@@ -49,20 +49,32 @@ Reason ReasonOfFailedSystem(sqlite3* database, int code) {
   return {ErrorCode::Unavailable, "the system failed to read or write it"};
 }
 
-/// SQLite returns the code of damage for some reads that the system failed to do.
-bool HasFailedToRead([[maybe_unused]] sqlite3* database) {
+/// Returns the error number of the last failed read or write of the database's file, or 0 if none
+/// has failed since the last call.
+///
+/// SQLite keeps the number while later reads succeed, and clears it at a read beyond the end.
+int TakeFileError([[maybe_unused]] sqlite3* database) {
   int number = 0;
 #ifndef _WIN32
+  sqlite3_file* file = nullptr;
   if (!database ||
-      sqlite3_file_control(database, "main", SQLITE_FCNTL_LAST_ERRNO, &number) != SQLITE_OK) {
-    return false;
+      sqlite3_file_control(database, "main", SQLITE_FCNTL_LAST_ERRNO, &number) != SQLITE_OK ||
+      number == 0 ||
+      sqlite3_file_control(database, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK) {
+    return number;
+  }
+  sqlite3_int64 size_bytes = 0;
+  char byte = 0;
+  if (file->pMethods->xFileSize(file, &size_bytes) == SQLITE_OK) {
+    static_cast<void>(file->pMethods->xRead(file, &byte, 1, size_bytes));
   }
 #endif
-  return number == EIO || number == ENXIO;
+  return number;
 }
 
-Reason ReasonOfDamage(sqlite3* database) {
-  if (HasFailedToRead(database)) {
+/// SQLite returns the code of damage for some reads that the system failed to do.
+Reason ReasonOfDamage(int fileError) {
+  if (fileError == EIO || fileError == ENXIO) {
     return {ErrorCode::Unavailable, "the system failed to read or write it"};
   }
   return {ErrorCode::Damaged, "its content is damaged"};
@@ -76,7 +88,7 @@ Reason ReasonOfConstraint(int code) {
   return {ErrorCode::Damaged, "its content is damaged"};
 }
 
-Reason ReasonOf(sqlite3* database, int code) {
+Reason ReasonOf(sqlite3* database, int code, int fileError) {
   switch (code & 0xFF) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
@@ -99,7 +111,7 @@ Reason ReasonOf(sqlite3* database, int code) {
     case SQLITE_CONSTRAINT:
       return ReasonOfConstraint(code);
     case SQLITE_CORRUPT:
-      return ReasonOfDamage(database);
+      return ReasonOfDamage(fileError);
     case SQLITE_MISMATCH:
       return {ErrorCode::Damaged, "its content is damaged"};
     case SQLITE_ERROR:
@@ -157,7 +169,7 @@ Error ErrorFromSqlite(sqlite3* database, int code, Task task, const std::string&
   }
   const bool lacks_memory = (code & 0xFF) == SQLITE_NOMEM || code == SQLITE_IOERR_NOMEM;
   if (lacks_memory && IsOutOfMemory()) throw std::bad_alloc();
-  const Reason reason = ReasonOf(database, code);
+  const Reason reason = ReasonOf(database, code, TakeFileError(database));
   Error error = MakeError(reason.code, task, file, reason.text);
   error.cause = "SQLite " + std::to_string(code) + ": " +
                 (database ? sqlite3_errmsg(database) : sqlite3_errstr(code));

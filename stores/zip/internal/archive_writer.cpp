@@ -5,6 +5,7 @@
 #include <stores/zip/internal/file_source.h>
 #include <stores/zip/internal/zip_error.h>
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -72,9 +73,11 @@ Status ArchiveWriter::AddCopy(const Archive& from, std::uint64_t entry) {
   if (zip_stat_index(from.Handle(), entry, ZIP_FL_ENC_RAW, &status) < 0) {
     return LibraryFailure(Task::Save, m_path, zip_get_error(from.Handle()));
   }
+  if (std::find(m_sources.begin(), m_sources.end(), &from) == m_sources.end()) {
+    m_sources.push_back(&from);
+  }
   zip_source_t* source = zip_source_zip(m_zip.get(), from.Handle(), entry, 0, 0, -1);
   if (source == nullptr) return Failure();
-  if (m_sources.empty() || m_sources.back() != &from) m_sources.push_back(&from);
   return AddSource(status.name, source, status.comp_method == ZIP_CM_STORE);
 }
 

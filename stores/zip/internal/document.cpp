@@ -103,9 +103,7 @@ Result<std::vector<std::optional<std::uint64_t>>> Document::Sizes(std::span<cons
 }
 
 Status Document::Write(std::span<const StoredObject> objects) {
-  if (m_file->Options().readOnly) {
-    return MakeError(ErrorCode::Denied, Task::Save, m_file->Name(), "it can only be read");
-  }
+  if (Status status = m_file->CheckOptions(); !status) return status;
   if (Status status = CheckIds(objects); !status) return status;
   if (Status status = CheckSizes(*m_file, objects); !status) return status;
   RelyOnObjects();
@@ -151,6 +149,7 @@ Status Document::MoveHeads(std::span<const HeadMove> moves) {
 }
 
 Status Document::SetValue(std::string_view name, std::optional<std::string_view> value) {
+  if (Status status = m_file->CheckOptions(); !status) return status;
   if (Status status = CheckSize(*m_file, value ? value->size() : 0); !status) return status;
   return Change([&](DocumentState& state) -> Result<bool> {
     const auto found = state.values.find(name);
@@ -274,6 +273,7 @@ Result<RemovedObjects> Document::RemoveUnmarked(const MarkObjects& mark) {
 }
 
 Status Document::Replace(std::span<const StoredObject> objects) {
+  if (Status status = m_file->CheckOptions(); !status) return status;
   if (Status status = CheckIds(objects); !status) return status;
   if (Status status = CheckSizes(*m_file, objects); !status) return status;
   ObjectMap replacements;

@@ -96,10 +96,13 @@ Result<File> DocumentFile::LockOnce() {
   return file;
 }
 
+Status DocumentFile::CheckOptions() const {
+  if (!m_options.readOnly) return {};
+  return MakeError(ErrorCode::Denied, Task::Save, m_path, "it can only be read");
+}
+
 Result<File> DocumentFile::Lock() {
-  if (m_options.readOnly) {
-    return MakeError(ErrorCode::Denied, Task::Save, m_path, "it can only be read");
-  }
+  if (Status status = CheckOptions(); !status) return std::move(status).error();
   const auto until = std::chrono::steady_clock::now() + m_options.busyTimeout;
   for (;;) {
     Result<File> file = LockOnce();

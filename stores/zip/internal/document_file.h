@@ -34,6 +34,8 @@ class DocumentFile {
   /// Keeps other programs from replacing the archive as long as the result lives, and opens the
   /// archive that is there now.
   Result<File> Lock();
+  /// Fails with `Denied` if the options allow no change.
+  Status CheckOptions() const;
 
   /// Writes an archive by `fill` and puts it in the place of the one that is locked. A failure
   /// leaves that one, except that `Unknown` means that it is replaced.

@@ -1,10 +1,17 @@
 // Documents of which any one byte is wrong or whose end is missing.
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <stores/sqlite/sqlite_store.h>
+#include <tests/kit/temporary_folder.h>
 #include <tests/stores/sqlite/documents.h>
 #include <tests/stores/sqlite/simulated_disk.h>
 
+#ifndef _WIN32
+#include <sys/types.h>
+#endif
+
+#include <cerrno>
 #include <map>
 #include <string>
 #include <vector>
@@ -125,6 +132,57 @@ TEST_F(SqliteDamage, AnyMissingEndGivesWhatWasSavedOrAnError) {
   }
   EXPECT_GT(m_counts["Damaged"] + m_counts["heads Damaged"] + m_counts["object Damaged"], 5000U);
 }
+
+#ifndef _WIN32
+/// Each read of a file by SQLite fails with EIO while this exists.
+class FailingReads {
+ public:
+  FailingReads() {
+    const auto fail = [](auto...) -> ssize_t {
+      errno = EIO;
+      return -1;
+    };
+    const auto read = static_cast<ssize_t (*)(int, void*, std::size_t)>(fail);
+    const auto read_at = static_cast<ssize_t (*)(int, void*, std::size_t, off_t)>(fail);
+    Set("read", reinterpret_cast<sqlite3_syscall_ptr>(read));
+    Set("pread", reinterpret_cast<sqlite3_syscall_ptr>(read_at));
+    Set("pread64", reinterpret_cast<sqlite3_syscall_ptr>(read_at));
+  }
+  FailingReads(const FailingReads&) = delete;
+  FailingReads& operator=(const FailingReads&) = delete;
+  ~FailingReads() {
+    for (const char* name : {"read", "pread", "pread64"}) Set(name, nullptr);
+  }
+
+ private:
+  static void Set(const char* name, sqlite3_syscall_ptr call) {
+    sqlite3_vfs* const system = sqlite3_vfs_find("unix");
+    EXPECT_EQ(system->xSetSystemCall(system, name, call), SQLITE_OK);
+  }
+};
+
+// SQLite keeps the number of a failed read; later damage counted as one more failed read.
+TEST(SqliteFailedReads, AreNoDamageAndDoNotHideLaterDamage) {
+  const TemporaryFolder folder;
+  const std::filesystem::path path = folder.Path() / "document.tal";
+  const StoredObject object = ObjectOf(RandomBytes(3000));
+  {
+    SqliteStore store = SqliteStore::Open(path).value();
+    ASSERT_TRUE(Save(store, {object}, {{"master", Id(), object.id}}).ok());
+    ASSERT_TRUE(store.Close().ok());
+  }
+  SqliteStore store = SqliteStore::Open(path, {.create = false}).value();
+  {
+    const FailingReads reads;
+    EXPECT_EQ(DescribeObject(store, object.id), "Unavailable");
+  }
+  constexpr std::size_t kFirstPage = 512;
+  std::string bytes = ReadWhole(path);
+  bytes.replace(kFirstPage, bytes.npos, bytes.size() - kFirstPage, '\xff');
+  WriteWhole(path, bytes);
+  EXPECT_EQ(DescribeObject(store, object.id), "Damaged");
+}
+#endif
 
 }  // namespace
 }  // namespace TalVcs::Kit

@@ -92,6 +92,11 @@ TEST_F(ZipFile, FileThatIsOnlyReadIsNotChanged) {
   EXPECT_EQ(CodeOf(store.MoveHeads(std::vector<HeadMove>{{"master", kOld.id, Id()}})), "Denied");
   EXPECT_EQ(CodeOf(store.SetValue("a", "b")), "Denied");
   EXPECT_EQ(CodeOf(store.Replace(std::vector<StoredObject>{kNew})), "Denied");
+  ZipStore small = Open({.readOnly = true, .mostObjectBytes = 2000});
+  const std::string large(2001, 'x');
+  EXPECT_EQ(CodeOf(small.Write(std::vector<StoredObject>{ObjectOf(large)})), "Denied");
+  EXPECT_EQ(CodeOf(small.SetValue("a", large)), "Denied");
+  EXPECT_EQ(CodeOf(small.Replace(std::vector<StoredObject>{ObjectOf(large)})), "Denied");
   EXPECT_EQ(State(), kOldState);
 }
 
@@ -180,6 +185,8 @@ TEST_F(ZipFile, FileThatMayOnlyBeReadIsNotReplaced) {
     if (!BecomeOrdinaryUser()) return 0;
     ZipStore store = Open();
     EXPECT_EQ(DescribeStore(store), kOldState);
+    EXPECT_TRUE(store.Write(std::vector<StoredObject>{kNew}).ok());
+    EXPECT_EQ(CodeOf(store.Close()), "Denied");
     EXPECT_EQ(SaveNewState(store).error().code, ErrorCode::Denied);
     EXPECT_EQ(store.SetValue("current", "x").error().code, ErrorCode::Denied);
     return HasFailure() ? 1 : 0;
