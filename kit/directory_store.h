@@ -63,7 +63,7 @@ struct DirectoryStoreOptions {
 class TALVCS_KIT_API DirectoryStore : public IBlobReader, public IBlobWriter {
  public:
   /// Works below `folder`, which a transaction makes if its last component is missing. Nothing is
-  /// opened yet.
+  /// opened yet, but a relative path is resolved at this call.
   explicit DirectoryStore(const std::filesystem::path& folder, DirectoryStoreOptions options = {});
   /// Afterwards `other` can only be assigned to or destroyed.
   DirectoryStore(DirectoryStore&& other) noexcept;

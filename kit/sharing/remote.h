@@ -30,9 +30,14 @@ class Workspace;
 ///
 /// *Cost.* A fetch calls the far store once for all heads, then once for each level of the folders
 /// that changed, and once for their files. A push calls it once for all heads, once to look for all
-/// that changed in 256 versions, once to write that, and once to move the head. The number of calls
-/// doesn't follow the number of objects, except that long lists are split at some thousands. A
-/// history of new commits is read in windows that double up to 1,024.
+/// that changed in 256 versions, once for each list of up to 4,096 objects or 8 MB to write, and
+/// once to move the head. The number of calls doesn't follow the number of objects, except that
+/// long lists are split at some thousands. A history of new commits is read in windows that double
+/// up to 1,024.
+///
+/// *Progress.* It counts a list of objects when the store has taken it. The end of a push waits
+/// until the store has them all: up to three lists of 8 MB where it writes in the background
+/// (`IBackgroundWriter`).
 ///
 /// *Safety.* Every object that is copied is compared with its id, and written before what names it.
 /// Heads move last, from where they were to where they are wanted, or not at all. What a failed or

@@ -72,16 +72,19 @@ struct DirectoryObjectStoreOptions {
 /// at every name in the folder of the objects. From then on `DirectoryStore` refuses the folder and
 /// says why in its `LastError`.
 ///
-/// Threads: it belongs to one thread at a time, and not to a child after a fork, which keeps locks.
+/// Threads: it belongs to one thread at a time. A child process inherits its locks and must not use
+/// it.
 class TALVCS_KIT_API DirectoryObjectStore final : public IObjectStore,
                                                   public IRepairableStore,
                                                   public ITrimmableStore {
  public:
   /// Opens the store below `folder`. Fails with `NotFound` if there is none, and as reading fails.
+  /// A relative path is resolved at this call.
   static Result<DirectoryObjectStore> Open(const std::filesystem::path& folder,
                                            DirectoryObjectStoreOptions options = {});
   /// Makes an empty store below `folder`, whose last component may be missing, and opens it. Fails
-  /// with `Conflict` if there is a store, also one of the former format.
+  /// with `Conflict` if there is a store, also one of the former format. A relative path is
+  /// resolved at this call.
   static Result<DirectoryObjectStore> Create(const std::filesystem::path& folder,
                                              DirectoryObjectStoreOptions options = {});
 

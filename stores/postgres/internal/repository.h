@@ -28,7 +28,7 @@ class Repository {
 
   Status Open() { return m_session.Open(); }
   ObjectTable& Objects() noexcept { return m_objects; }
-  /// While these go on, nothing else here may be called.
+  /// While writes in the background go on, no other function of this class may be called.
   BackgroundWrites& Writes() noexcept { return m_writes; }
 
   Result<std::vector<Head>> Heads();

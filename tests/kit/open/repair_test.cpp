@@ -243,8 +243,8 @@ TEST(Repair, AnyWrongByteOfAPackIsRepaired) {
     EXPECT_TRUE(Verify(again).value().IsWhole()) << position;
     EXPECT_EQ(HeadsOf(again), HeadsOf(*good));
   }
-  // Without compression each object is damaged alone, with it all differences on its top are as
-  // well.
+  // Without compression, only the changed object is damaged. With compression, so is each object
+  // that is stored as a difference from it.
   EXPECT_GE(repaired, bytes.size() / 17);
 }
 
