@@ -8,12 +8,16 @@
 #include <tests/stores/sqlite/simulated_disk.h>
 
 #ifndef _WIN32
-#include <sys/types.h>
+#include <unistd.h>
 #endif
 
 #include <cerrno>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace TalVcs::Kit {
@@ -134,31 +138,38 @@ TEST_F(SqliteDamage, AnyMissingEndGivesWhatWasSavedOrAnError) {
 }
 
 #ifndef _WIN32
-/// Each read of a file by SQLite fails with EIO while this exists.
-class FailingReads {
+/// While this exists, the first read of a file by SQLite fails with EIO.
+class FailingRead {
  public:
-  FailingReads() {
-    const auto fail = [](auto...) -> ssize_t {
-      errno = EIO;
-      return -1;
-    };
-    const auto read = static_cast<ssize_t (*)(int, void*, std::size_t)>(fail);
-    const auto read_at = static_cast<ssize_t (*)(int, void*, std::size_t, off_t)>(fail);
-    Set("read", reinterpret_cast<sqlite3_syscall_ptr>(read));
-    Set("pread", reinterpret_cast<sqlite3_syscall_ptr>(read_at));
-    Set("pread64", reinterpret_cast<sqlite3_syscall_ptr>(read_at));
+  FailingRead() {
+    s_isFailing = true;
+    Set("read", reinterpret_cast<sqlite3_syscall_ptr>(Read));
+    Set("pread", reinterpret_cast<sqlite3_syscall_ptr>(ReadAt));
+    Set("pread64", reinterpret_cast<sqlite3_syscall_ptr>(ReadAt));
   }
-  FailingReads(const FailingReads&) = delete;
-  FailingReads& operator=(const FailingReads&) = delete;
-  ~FailingReads() {
+  FailingRead(const FailingRead&) = delete;
+  FailingRead& operator=(const FailingRead&) = delete;
+  ~FailingRead() {
     for (const char* name : {"read", "pread", "pread64"}) Set(name, nullptr);
   }
 
  private:
+  static bool Fails() {
+    errno = EIO;
+    return std::exchange(s_isFailing, false);
+  }
+  static ssize_t Read(int file, void* bytes, std::size_t size) {
+    return Fails() ? -1 : ::read(file, bytes, size);
+  }
+  static ssize_t ReadAt(int file, void* bytes, std::size_t size, sqlite3_int64 position) {
+    return Fails() ? -1 : ::pread(file, bytes, size, static_cast<off_t>(position));
+  }
   static void Set(const char* name, sqlite3_syscall_ptr call) {
     sqlite3_vfs* const system = sqlite3_vfs_find("unix");
     EXPECT_EQ(system->xSetSystemCall(system, name, call), SQLITE_OK);
   }
+
+  inline static bool s_isFailing = false;
 };
 
 // SQLite keeps the number of a failed read; later damage counted as one more failed read.
@@ -173,13 +184,14 @@ TEST(SqliteFailedReads, AreNoDamageAndDoNotHideLaterDamage) {
   }
   SqliteStore store = SqliteStore::Open(path, {.create = false}).value();
   {
-    const FailingReads reads;
+    const FailingRead read;
     EXPECT_EQ(DescribeObject(store, object.id), "Unavailable");
   }
   constexpr std::size_t kFirstPage = 512;
-  std::string bytes = ReadWhole(path);
-  bytes.replace(kFirstPage, bytes.npos, bytes.size() - kFirstPage, '\xff');
-  WriteWhole(path, bytes);
+  const std::string damage(std::filesystem::file_size(path) - kFirstPage, '\xff');
+  // A new file in its place would be opened anew.
+  std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+  file.seekp(kFirstPage) << damage << std::flush;
   EXPECT_EQ(DescribeObject(store, object.id), "Damaged");
 }
 #endif
