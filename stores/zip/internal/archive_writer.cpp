@@ -76,9 +76,11 @@ Status ArchiveWriter::AddCopy(const Archive& from, std::uint64_t entry) {
   if (std::find(m_sources.begin(), m_sources.end(), &from) == m_sources.end()) {
     m_sources.push_back(&from);
   }
+  // No exception may come between the making of the source and its use.
+  const std::string name = status.name;
   zip_source_t* source = zip_source_zip(m_zip.get(), from.Handle(), entry, 0, 0, -1);
   if (source == nullptr) return Failure();
-  return AddSource(status.name, source, status.comp_method == ZIP_CM_STORE);
+  return AddSource(name, source, status.comp_method == ZIP_CM_STORE);
 }
 
 Status ArchiveWriter::Finish() {
