@@ -1,4 +1,5 @@
 #include <kit/store/head_watcher.h>
+#include <kit/store/internal/find_interface.h>
 
 #include <algorithm>
 #include <thread>
@@ -10,16 +11,9 @@ IHeadWatcher::~IHeadWatcher() = default;
 
 Result<std::vector<Head>> WatchHeads(IObjectStore& store, std::span<const Head> seen,
                                      std::chrono::milliseconds timeout) {
-#ifdef __cpp_rtti
-  if (auto* watcher = dynamic_cast<IHeadWatcher*>(&store)) {
+  if (auto* const watcher = FindInterface<IHeadWatcher>(store)) {
     return watcher->WaitForHeads(seen, timeout);
   }
-#else
-  // Without type information no store is known to be a watcher.
-  static_cast<void>(store);
-  static_cast<void>(seen);
-  static_cast<void>(timeout);
-#endif
   Error error;
   error.code = ErrorCode::Unsupported;
   error.message = "the store can't wait for heads";

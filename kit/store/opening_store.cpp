@@ -1,3 +1,4 @@
+#include <kit/store/internal/find_interface.h>
 #include <kit/store/internal/opening.h>
 #include <kit/store/internal/sound_value.h>
 
@@ -8,13 +9,7 @@ namespace TalVcs::Kit {
 IOpeningStore::~IOpeningStore() = default;
 
 IOpeningStore* FindOpening(IObjectStore& store) noexcept {
-#ifdef __cpp_rtti
-  return dynamic_cast<IOpeningStore*>(&store);
-#else
-  // Without type information no store is known to have it.
-  static_cast<void>(store);
-  return nullptr;
-#endif
+  return FindInterface<IOpeningStore>(store);
 }
 
 Result<StoreOpening> ReadOpeningInParts(IObjectStore& store, std::string_view valueName) {

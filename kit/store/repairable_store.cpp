@@ -1,3 +1,4 @@
+#include <kit/store/internal/find_interface.h>
 #include <kit/store/repairable_store.h>
 
 namespace TalVcs::Kit {
@@ -5,15 +6,9 @@ namespace TalVcs::Kit {
 IRepairableStore::~IRepairableStore() = default;
 
 Status ReplaceObjects(IObjectStore& store, std::span<const StoredObject> objects) {
-#ifdef __cpp_rtti
-  if (auto* repairable = dynamic_cast<IRepairableStore*>(&store)) {
+  if (auto* const repairable = FindInterface<IRepairableStore>(store)) {
     return repairable->Replace(objects);
   }
-#else
-  // Without type information no store is known to be repairable.
-  static_cast<void>(store);
-  static_cast<void>(objects);
-#endif
   Error error;
   error.code = ErrorCode::Unsupported;
   error.message = "the store can't replace objects";

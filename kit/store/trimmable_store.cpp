@@ -1,3 +1,4 @@
+#include <kit/store/internal/find_interface.h>
 #include <kit/store/trimmable_store.h>
 
 namespace TalVcs::Kit {
@@ -5,12 +6,7 @@ namespace TalVcs::Kit {
 ITrimmableStore::~ITrimmableStore() = default;
 
 void TrimStore(IObjectStore& store) noexcept {
-#ifdef __cpp_rtti
-  if (auto* trimmable = dynamic_cast<ITrimmableStore*>(&store)) trimmable->Trim();
-#else
-  // Without type information no store is known to be trimmable.
-  static_cast<void>(store);
-#endif
+  if (auto* const trimmable = FindInterface<ITrimmableStore>(store)) trimmable->Trim();
 }
 
 }  // namespace TalVcs::Kit

@@ -10,6 +10,7 @@
 #include <kit/text/bytes.h>
 #include <kit/workspace/internal/path_history.h>
 #include <kit/workspace/internal/read_folders.h>
+#include <talvcs/format/id_text.h>
 
 #include <algorithm>
 #include <span>
@@ -21,7 +22,6 @@ namespace {
 
 // How the record of a folder begins in the stored form of the folder that has it.
 constexpr std::string_view kFolderStart = "40000 tree ";
-constexpr std::size_t kIdDigits = 64;
 
 // Folders of a level that are remembered from window to window, half a kilobyte each.
 constexpr std::size_t kMostRemembered = 4096;
@@ -131,9 +131,9 @@ PathHistory::Entry PathHistory::FindEntry(const Buffer& packed, std::string_view
     if (rest.substr(start, end - start) == name) {
       const bool is_folder = rest.starts_with(kFolderStart);
       return {is_folder ? Entry::Kind::Folder : Entry::Kind::File,
-              Id(ToWide(rest.substr(end + 1, kIdDigits)))};
+              Id(ToWide(rest.substr(end + 1, kIdLength)))};
     }
-    rest.remove_prefix(end + 1 + kIdDigits);
+    rest.remove_prefix(end + 1 + kIdLength);
   }
   return {Entry::Kind::Nothing, Id()};
 }
