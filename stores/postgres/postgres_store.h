@@ -88,8 +88,8 @@ struct PostgresOptions {
 /// the ids that it looked for or wrote, with 32 bytes each.
 ///
 /// A moved-from store fails with `Unavailable`. Threads: a store object belongs to one thread at a
-/// time, and not to the child after a fork. A thread of its own works between `BeginWrite` and the
-/// next call alone; it calls nothing of the host.
+/// time, and not to the child after a fork. Its own thread runs only from `BeginWrite` to the end
+/// of what was begun, and calls nothing of the host.
 class TALVCS_POSTGRES_API PostgresStore final : public IObjectStore,
                                                 public IHeadWatcher,
                                                 public IGradualRemoval,

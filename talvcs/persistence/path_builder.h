@@ -15,8 +15,8 @@ namespace TalVcs {
 ///
 /// A root that ends with "/" gives no doubled separator; an empty root gives paths that begin with
 /// one. Names aren't looked into: one that holds "/" gives a deeper path.
-// Functions are exported one by one: a program that imports the class from a DLL would look for its
-// constants there, which have no place in it.
+// Functions are exported one by one. If the whole class were, a program would look for its
+// constants in the DLL, which doesn't contain them.
 class PathBuilder {
  public:
   /// The name of the folder of a store.
