@@ -2,10 +2,11 @@
 """Searches the protocol of stores on a server, and checks that planted mistakes are found.
 
 With TALVCS_LONG_TESTS=1 in the environment, the larger graph is searched as well, and a reader beside
-a server that crashes.
+a server that crashes. CRASH_SEARCH in the environment is the program of crash_search.cpp.
 """
 
 import os
+import subprocess
 import unittest
 
 import crash_protocol
@@ -54,6 +55,19 @@ CRASH_SIZES = {False: (123202, 729841)}
 if os.environ.get("TALVCS_LONG_TESTS"):
     CRASH_SIZES[True] = (241592, 1411531)
 
+# What the faster program finds: the same, and graphs of three objects.
+FAST_CRASH_SIZES = {
+    ("pair", "--no-reader"): (123202, 729841),
+    ("pair",): (241592, 1411531),
+    ("chain", "--no-reader"): (1277302, 9193459),
+}
+if os.environ.get("TALVCS_LONG_TESTS"):
+    FAST_CRASH_SIZES |= {
+        ("chain",): (2108110, 14249081),
+        ("fork", "--no-reader"): (2200399, 12847281),
+        ("fork",): (10492505, 62990325),
+    }
+
 
 class StoreProtocol(unittest.TestCase):
     def test_no_order_of_steps_does_harm(self):
@@ -80,6 +94,14 @@ class StoreProtocol(unittest.TestCase):
                 outcome = search(crash_protocol.CrashModel("pair", reads=reads))
                 self.assertEqual(outcome.harm, "", outcome.way)
                 self.assertEqual((outcome.states, outcome.steps), size)
+
+    def test_no_crash_of_the_server_does_harm_to_three_objects(self):
+        for arguments, (states, steps) in FAST_CRASH_SIZES.items():
+            with self.subTest(arguments):
+                found = subprocess.run([os.environ["CRASH_SEARCH"], *arguments], text=True,
+                                       stdout=subprocess.PIPE, check=False)
+                self.assertEqual(found.stdout, f"{arguments[0]}: {states} states, {steps} steps\n")
+                self.assertEqual(found.returncode, 0)
 
     def test_every_mistake_about_a_crash_is_found(self):
         self.check_ways(CRASH_WAYS, crash_protocol.MISTAKES, lambda mistake: search(
