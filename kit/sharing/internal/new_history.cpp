@@ -16,10 +16,11 @@ namespace {
 // A far target is asked about windows of this size and more. Most pushes are smaller.
 constexpr std::size_t kLeastWindowToAsk = 16;
 
-// How a commit is known to be in the target: the target was asked or the commit was read here, or
-// the caller says so.
+// How a commit is known to be in the target: it was read here, the caller says so, or the target
+// was asked, which has some object of that id.
 constexpr std::uint32_t kSeen = 0;
 constexpr std::uint32_t kOfCaller = 1;
+constexpr std::uint32_t kAsked = 2;
 
 /// Makes a record of what a store passed for a commit.
 Result<CommitRecord> RecordOf(const Id& id, Result<Buffer> packed) {
@@ -47,6 +48,7 @@ Status NewHistory::Read(std::span<const Id> heads, std::span<const Id> known) {
   for (const Id& head : heads) {
     if (status) status = AddLine(head);
   }
+  if (status) status = CheckAskedEnds();
   return status ? m_reporter.End() : status;
 }
 
@@ -58,14 +60,27 @@ Status NewHistory::NoteKnown(std::span<const Id> ids) {
   IdMap lacking;
   for (const Id& id : *missing) lacking.Insert(*KeyOf(id), 0);
   for (const Id& id : ids) {
-    if (!lacking.Contains(*KeyOf(id))) m_known.Insert(*KeyOf(id), kSeen);
+    if (!lacking.Contains(*KeyOf(id))) m_known.Insert(*KeyOf(id), kAsked);
   }
   return {};
 }
 
 void NewHistory::NoteEnd(const Id& id) {
   std::uint32_t* const source = m_known.Find(*KeyOf(id));
-  if (std::exchange(*source, kSeen) == kOfCaller) m_knownEnds.push_back(id);
+  const std::uint32_t known = std::exchange(*source, kSeen);
+  if (known == kOfCaller) m_knownEnds.push_back(id);
+  if (known == kAsked && m_far == FarStore::Source) m_askedEnds.push_back(id);
+}
+
+/// Fails if a history that is fetched ends at a tree or a file that the near store has.
+Status NewHistory::CheckAskedEnds() {
+  if (m_askedEnds.empty()) return {};
+  return ReadEach(m_to, m_askedEnds, [this](std::size_t index, const Result<Buffer>& packed) {
+    const Id& id = m_askedEnds[index];
+    const bool is_other = packed && GetPackedType(*packed) != ObjectType::Commit;
+    if (!is_other) return Status();
+    return Status(UnreadableObject(id, *CheckRecord(id, ObjectType::Commit, packed)));
+  });
 }
 
 Status NewHistory::ReadHeads(std::span<const Id> heads) {

@@ -43,6 +43,7 @@ class NewHistory {
   Status NoteKnown(std::span<const Id> ids);
   bool IsKnown(const Id& id) const { return m_known.Contains(*KeyOf(id)); }
   void NoteEnd(const Id& id);
+  Status CheckAskedEnds();
 
   IObjectStore& m_from;
   IObjectStore& m_to;
@@ -52,6 +53,7 @@ class NewHistory {
   std::unordered_map<Id, CommitRecord> m_read;  // the heads
   std::vector<CommitRecord> m_commits;
   std::vector<Id> m_knownEnds;
+  std::vector<Id> m_askedEnds;  // of a fetch
 };
 
 }  // namespace TalVcs::Kit

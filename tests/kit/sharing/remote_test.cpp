@@ -4,6 +4,7 @@
 #include <kit/store/background_writer.h>
 #include <kit/store/head_table.h>
 #include <tests/kit/sharing/sharing_fixture.h>
+#include <tests/support/bytes.h>
 
 #include <algorithm>
 #include <functional>
@@ -413,6 +414,40 @@ TEST_F(RemoteTest, HeadThatNamesNothingOrAFileStopsTheFetch) {
     EXPECT_THAT(site.memory->Heads().value(), IsEmpty());
     EXPECT_TRUE(site.remote.Fetch(*site.local, {.branches = {"master"}}).ok());
   }
+}
+
+TEST_F(RemoteTest, HeadThatNamesAFolderOrAFileWhichIsHereStopsTheFetch) {
+  Site site = MakeSite("A");
+  site.remote.Fetch(*site.local).value();
+  const std::vector<Head> before = site.memory->Heads().value();
+  for (const Id& id : {RootOf(shared), BlobOf("1").GetId()}) {
+    shared->MoveHeads({{{"bad", HeadOf(*shared, "bad"), id}}}).value();
+    EXPECT_THAT(site.remote.Fetch(*site.local), FailsWith(ErrorCode::Damaged));
+    EXPECT_EQ(site.memory->Heads().value(), before);
+    EXPECT_TRUE(site.remote.Fetch(*site.local, {.branches = {"master"}}).ok());
+  }
+}
+
+TEST_F(RemoteTest, CommitWhoseParentIsAFolderWhichIsHereStopsTheFetch) {
+  Site site = MakeSite("A");
+  site.remote.Fetch(*site.local).value();
+  const std::vector<Head> before = site.memory->Heads().value();
+  const Id parent = HeadOf(*shared, "master");
+  const Id folder = RootOf(shared);
+  std::string packed;
+  shared
+      ->Read({{Add(shared, "master", {{"a", "next"}})}},
+             [&](const Id&, const Kit::Result<Buffer>& read) { packed = Bytes(read.value()); })
+      .value();
+  const std::size_t place = packed.find(Kit::ToUtf8(parent.View()));
+  ASSERT_NE(place, std::string::npos);
+  packed.replace(place, 64, Kit::ToUtf8(folder.View()));
+  const Buffer bytes = BufferOf(packed);
+  const Id id(bytes);
+  shared->Write({{Kit::StoredObject{id, bytes}}}).value();
+  shared->MoveHeads({{{"master", HeadOf(*shared, "master"), parent}, {"bad", Id(), id}}}).value();
+  EXPECT_THAT(site.remote.Fetch(*site.local), FailsWith(ErrorCode::Damaged));
+  EXPECT_EQ(site.memory->Heads().value(), before);
 }
 
 // Somebody removes a branch of the remote and cleans up while it is fetched.
