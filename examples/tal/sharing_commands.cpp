@@ -161,8 +161,9 @@ ExitCode RunPush(const Host& host, const PushOptions& options) {
   if (!pushed && pushed.error().code == Kit::ErrorCode::Conflict)
     throw Failure("the remote has commits that " + Printable(branch) +
                   " lacks; nothing is pushed. tal sync brings both together");
-  host.terminal.Say("pushed " + Plural(pushed.value().newCommits, "commit") + ": " +
-                    Printable(branch) + " of the remote is at " + ShortIdOf(session, pushed->head));
+  const Kit::PushReport& report = pushed.value();
+  host.terminal.Say("pushed " + Plural(report.newCommits, "commit") + ": " + Printable(branch) +
+                    " of the remote is at " + ShortIdOf(session, report.head));
   return ExitCode::Done;
 }
 

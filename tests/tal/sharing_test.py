@@ -44,6 +44,14 @@ class Sharing(TalTest):
         self.assertIn(f'"../{self.bob.name}" is no empty folder', self.talk)
         self.tal("clone", str(self.scratch / "nowhere"), str(self.scratch / "x"), code=DIFFERS)
 
+    def test_a_folder_without_a_commit_has_nothing_to_push(self):
+        empty = self.scratch / "empty"
+        empty.mkdir()
+        self.tal("init", folder=empty)
+        self.tal("remote", str(self.place), folder=empty)
+        self.tal("push", code=DIFFERS, folder=empty)
+        self.assertIn('cannot push branch "master": there is no such branch', self.talk)
+
     def test_both_edit_both_sync_both_are_equal(self):
         self.commit("Ann's", b="ann")
         self.commit_of_bob("Bob's", "c.txt", "bob")
