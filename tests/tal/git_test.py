@@ -6,7 +6,7 @@ import pathlib
 import subprocess
 import unittest
 
-from support import DIFFERS, USAGE, TalTest, blob_id
+from support import DIFFERS, PROGRAM, USAGE, TalTest, blob_id
 
 GIT_ENVIRONMENT = {
     "PATH": os.environ["PATH"], "HOME": "/nonexistent", "GIT_CONFIG_NOSYSTEM": "1", "TZ": "UTC",
@@ -62,11 +62,11 @@ class GitTest(TalTest):
     def import_stream(self, stream, code=0):
         return self.tal("import-git", code=code, answers=stream)
 
-    def back_to_git(self, name="back"):
+    def back_to_git(self, name="back", folder=None):
         """Exports the folder's history to a new repository, which git checks, and returns it."""
         target = self.make(name)
         self.git("init", "--quiet", "--bare", "--initial-branch=main", folder=target)
-        stream = self.run_tal("export-git").stdout
+        stream = self.run_tal("export-git", folder=folder).stdout
         self.git("fast-import", "--quiet", folder=target, data=stream)
         self.git("fsck", "--full", "--strict", folder=target)
         return target
@@ -111,6 +111,29 @@ class Import(GitTest):
         # The head that was merged counts: there is nothing left to merge.
         self.assertIn("nothing", self.tal("merge", "topic") + self.talk)
 
+    def test_keeps_the_files_of_a_folder_that_takes_the_place_of_a_file(self):
+        """git writes them before it removes or renames the file, and loses them when it reads that."""
+        text = b"".join(b"line %d\n" % number for number in range(50))
+        self.git_commit("files", {"a": b"1", "b": text, "c": b"3", "link": b"4"})
+        (self.repository / "b").chmod(0o755)
+        self.git_commit("executable", {})
+        for name in ("a", "b", "link"):
+            (self.repository / name).unlink()
+        (self.repository / "moved").write_bytes(text)
+        (self.repository / "moved").chmod(0o755)
+        self.git_commit("folders", {"a/deep/er": b"5", "b/in": b"6", "link/in": b"7"})
+        for name in ("a/deep/er", "b/in"):
+            (self.repository / name).unlink()
+        for name in ("a/deep", "a", "b"):
+            (self.repository / name).rmdir()
+        self.git_commit("files again", {"a": b"8", "b": b"9"})
+        for number, options in enumerate(([], ["-M"], ["-C", "-C"], ["--full-tree"])):
+            folder = self.make(f"folder{number}")
+            self.tal("init", folder=folder)
+            self.tal("import-git", folder=folder, answers=self.exported(*options))
+            back = self.back_to_git(f"back{number}", folder)
+            self.assertEqual(self.trees(back, "main"), self.trees(self.repository, "main"), options)
+
     def test_keeps_what_only_a_merge_reaches_under_a_tag(self):
         self.git_commit("base", {"a": b"1"})
         self.git("switch", "--quiet", "-c", "topic")
@@ -135,6 +158,14 @@ class Import(GitTest):
         self.import_stream(self.exported())
         self.assertEqual(self.head("HEAD~1"), first)
         self.assertEqual(self.read("a"), b"2")
+
+    def test_an_input_that_cannot_be_read_is_no_empty_stream(self):
+        self.tal("init")
+        with open("/proc/self/mem", "rb") as unreadable:
+            result = subprocess.run([PROGRAM, "import-git"], cwd=self.folder, stdin=unreadable,
+                                    env=self.environment, capture_output=True, check=False)
+        self.assertEqual(result.returncode, DIFFERS, result.stderr)
+        self.assertIn(b"can't be read further", result.stderr)
 
     def test_refuses_to_drop_versions_of_a_branch(self):
         self.git_commit("one", {"a": b"1"})

@@ -28,7 +28,10 @@ std::optional<std::uint64_t> ParseNumber(std::string_view digits) {
 const std::string* GitStreamReader::Peek() {
   if (m_line) return &*m_line;
   std::string line;
-  if (!std::getline(m_in, line)) return nullptr;
+  if (!std::getline(m_in, line)) {
+    if (m_in.bad()) Fail("it can't be read further");
+    return nullptr;
+  }
   ++m_lineNumber;
   m_line = std::move(line);
   return &*m_line;
@@ -57,7 +60,7 @@ std::string GitStreamReader::TakeData() {
 std::string GitStreamReader::TakeCounted(std::string_view digits) {
   constexpr std::uint64_t kPiece = 1 << 20;
   const std::optional<std::uint64_t> count = ParseNumber(digits);
-  if (!count) Fail("\"" + std::string(digits) + "\" is no size of data");
+  if (!count) Fail("\"" + Shown(digits) + "\" is no size of data");
   std::string data;
   while (data.size() < *count) {
     const std::size_t before = data.size();
@@ -75,7 +78,7 @@ std::string GitStreamReader::TakeUntil(std::string_view delimiter) {
   std::string data;
   for (;;) {
     const std::string* line = Peek();
-    if (line == nullptr) Fail("the stream ends before \"" + std::string(delimiter) + "\"");
+    if (line == nullptr) Fail("the stream ends before \"" + Shown(delimiter) + "\"");
     const bool is_end = *line == delimiter;
     if (!is_end) data += *line + '\n';
     Next();

@@ -23,12 +23,17 @@ TreeBuilder::TreeBuilder(TalVcs::Repository& repository, TalVcs::cow_ptr<TalVcs:
 
 void TreeBuilder::Put(const std::string& path, const TalVcs::Blob& blob, FileKind kind) {
   MakeRoom(path);
+  m_replaced.erase(path);
   m_edits.AddBlob(ToWide(path), blob);
   m_added.insert(path);
   m_kinds.Set(path, kind);
 }
 
 void TreeBuilder::Remove(const std::string& path) {
+  if (m_replaced.erase(path) == 0) RemoveAll(path);
+}
+
+void TreeBuilder::RemoveAll(const std::string& path) {
   m_edits.RemoveObject(ToWide(path));
   m_added.erase(path);
   const std::string folder = path + '/';
@@ -39,6 +44,11 @@ void TreeBuilder::Remove(const std::string& path) {
 }
 
 bool TreeBuilder::Copy(const std::string& from, const std::string& to) {
+  if (const auto replaced = m_replaced.find(from); replaced != m_replaced.end()) {
+    const ReplacedFile file = replaced->second;
+    Put(to, file.blob, file.kind);
+    return true;
+  }
   Flush();
   const TalVcs::cow_ptr<TalVcs::Object> object = m_tree.GetDeepObject(ToWide(from));
   if (!object) return false;
@@ -61,6 +71,7 @@ void TreeBuilder::Clear() {
   m_tree = TalVcs::Tree();
   m_edits.Clear();
   m_added.clear();
+  m_replaced.clear();
   m_kinds = FileKinds();
   m_kindsText.clear();
 }
@@ -92,10 +103,14 @@ void TreeBuilder::PutKinds() {
 
 /// Removes the folder at the path, and the file through which it leads.
 void TreeBuilder::MakeRoom(const std::string& path) {
-  if (IsFolder(path)) Remove(path);
+  if (IsFolder(path)) RemoveAll(path);
   for (std::size_t end = path.find('/'); end != path.npos; end = path.find('/', end + 1)) {
     const std::string folder = path.substr(0, end);
-    if (IsFile(folder)) Remove(folder);
+    if (!IsFile(folder)) continue;
+    const auto blob = m_tree.GetDeepBlob(ToWide(folder));
+    if (blob && !m_added.contains(folder))
+      m_replaced.insert_or_assign(folder, ReplacedFile{*blob, m_kinds.Of(folder)});
+    RemoveAll(folder);
   }
 }
 
