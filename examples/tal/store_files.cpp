@@ -25,6 +25,9 @@ using TalVcs::Kit::IObjectStore;
 
 constexpr const char* kSqliteName = "history.sqlite";
 
+// The index of ten million files takes less.
+constexpr off_t kMostSmallBytes = off_t{1} << 30;
+
 /// Returns the store of a result, or throws its error in the words of a command.
 template <class Store>
 std::shared_ptr<IObjectStore> Opened(TalVcs::Kit::Result<Store> store, const std::string& what,
@@ -106,6 +109,7 @@ std::string ReadSmallFile(const fs::path& path) {
   const FileHandle file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat status {};
   if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  if (status.st_size > kMostSmallBytes) return {};
   std::string text(static_cast<std::size_t>(status.st_size), '\0');
   std::size_t size = 0;
   while (size < text.size()) {

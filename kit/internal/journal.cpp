@@ -3,7 +3,6 @@
 #include <kit/internal/store_state.h>
 #include <talvcs/foundation/helpers.h>
 
-#include <limits>
 #include <optional>
 #include <utility>
 
@@ -36,6 +35,9 @@ constexpr std::size_t kFrameSize = kHeadSize + Journal::kDigestSize;
 // this many bytes, so that few moves of a few branches cost a single append each.
 constexpr std::uint64_t kGrowth = 3;
 constexpr std::uint64_t kLeastGrowth = 16384;
+
+// Two million branches. A journal ends at about five times as much.
+constexpr std::uint64_t kMostPayloadBytes = std::uint64_t{256} << 20;
 
 std::string DigestOf(std::string_view bytes) {
   const ObjectKey digest =
@@ -249,7 +251,7 @@ bool Journal::HasOutgrownCheckpoint() const noexcept {
 
 std::string Journal::MakeRecord(const JournalChanges& changes) const {
   if (changes.m_needsPacks && !m_allowsPacks) return {};
-  if (changes.m_payload.size() > std::numeric_limits<std::uint32_t>::max()) return {};
+  if (changes.m_payload.size() > kMostPayloadBytes) return {};
   return MakeFrame(std::string_view(m_end).substr(0, kLinkSize), changes.m_payload);
 }
 
@@ -260,7 +262,7 @@ std::string Journal::Write(const JournalState& state) {
   for (const auto& [name, value] : state.values) changes.SetValue(name, value);
   for (const auto& [number, size] : state.packs) changes.SetPack(number, size);
   for (const ObjectKey& key : state.removedFiles) changes.RemoveFile(key);
-  if (changes.m_payload.size() > std::numeric_limits<std::uint32_t>::max()) return {};
+  if (changes.m_payload.size() > kMostPayloadBytes) return {};
   std::string bytes(kVersion);
   bytes += kRequiresPacks;
   bytes += '\n';

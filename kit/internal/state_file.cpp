@@ -10,6 +10,10 @@ namespace TalVcs::Kit {
 
 namespace {
 
+// No store writes a larger file: a journal ends before, and a state that a `DirectoryStore` wrote
+// has room for 60 million objects. A damaged file system may name any size.
+constexpr std::uint64_t kMostStateBytes = std::uint64_t{2} << 30;
+
 Buffer BufferFrom(std::string_view bytes) {
   Buffer buffer;
   buffer.Append(bytes.data(), bytes.size());
@@ -52,6 +56,11 @@ Status StateFile::ReadWhole() {
   m_hasJournal = false;
   m_former.reset();
   const StoreFolder::Path path = m_folder.StatePath();
+  std::uint64_t size = 0;
+  if (!m_folder.Files().GetFileSize(path, size) && size > kMostStateBytes) {
+    m_folder.Fail("cannot read", path, "it is larger than the state of any store");
+    return m_folder.LastFailure();
+  }
   Buffer bytes;
   const std::error_code error = m_folder.Files().ReadFile(path, bytes);
   if (error == std::errc::no_such_file_or_directory) {
@@ -130,7 +139,7 @@ Status StateFile::Append(const std::string& record) {
 Status StateFile::Replace(const JournalState& state) {
   const std::string bytes = Journal::Write(state);
   if (bytes.empty()) {
-    m_folder.Fail("cannot write", m_folder.StatePath(), "the store has too many branches",
+    m_folder.Fail("cannot write", m_folder.StatePath(), "the store has too many branches or values",
                   ErrorCode::Unsupported);
     return m_folder.LastFailure();
   }

@@ -4,7 +4,7 @@ import os
 import subprocess
 import unittest
 
-from support import DAMAGED, DIFFERS, PROGRAM, TalTest, contents_of
+from support import DAMAGED, DIFFERS, DONE, PROGRAM, TalTest, contents_of
 
 MAKE_BRANCH = os.environ["TAL_MAKE_BRANCH"]
 
@@ -65,6 +65,15 @@ class Damage(TalTest):
         self.assertGreater(found, 5)
         path.unlink()
         self.tal("log", code=DAMAGED)
+
+    def test_files_of_any_size_are_refused(self):
+        """Sparse ones take no room on the disk, but would take all memory."""
+        state = self.folder / ".vcs/state"
+        index = self.folder / ".vcs/tal-index"
+        for path, code in ((index, DONE), (state, DAMAGED)):
+            os.truncate(path, 1 << 38)
+            self.tal("status", code=code)
+        self.assertIn("larger than the state of any store", self.talk)
 
     def test_an_unreadable_folder_is_named(self):
         (self.folder / ".vcs/state").unlink()

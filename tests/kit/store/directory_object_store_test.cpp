@@ -195,6 +195,13 @@ TEST_F(DirectoryObjectStoreTest, TornTailIsSkippedAndReplacedByTheNextWrite) {
   EXPECT_EQ(store.Heads().value(), (std::vector<Head>{{"master", m_two.id}}));
 }
 
+// A sparse file takes no room on the medium, and would take all memory.
+TEST_F(DirectoryObjectStoreTest, StateOfAnySizeIsRefused) {
+  { DirectoryObjectStore store = Create(); }
+  fs::resize_file(File("state"), std::uintmax_t{1} << 32);
+  EXPECT_EQ(ErrorOfOpen(), ErrorCode::Damaged);
+}
+
 TEST_F(DirectoryObjectStoreTest, JournalOfALaterVersionIsLeftAlone) {
   { DirectoryObjectStore store = Create(); }
   const std::string later = "TalVcs store 2\nrequires packs later\n" + State().substr(30);
