@@ -264,6 +264,17 @@ class WorkspaceLogOfPath : public WorkspaceLog {
     return text;
   }
 
+  /// Returns how many versions a log reports to have passed.
+  static std::uint64_t CountPassed(const Kit::Workspace& of, LogOptions options) {
+    std::uint64_t count = 0;
+    options.progress = [&count](const Kit::ProgressStep& step) {
+      count = step.done;
+      return true;
+    };
+    of.Log(options).value();
+    return count;
+  }
+
   /// Makes a history with files and folders at paths of each depth, which become one another.
   void CommitPaths() {
     CommitFiles({{"a", "1"}, {"b/c", "1"}, {"d/e/f", "1"}}, "first");
@@ -306,6 +317,8 @@ TEST_F(WorkspaceLogOfPath, IsThatOfObjectsForRandomHistories) {
     LogOptions some = ByObjects(path);
     some.limit = 3;
     EXPECT_EQ(Describe(workspace, {.path = path, .limit = 3}), Describe(workspace, some)) << path;
+    EXPECT_EQ(CountPassed(workspace, {.path = path}), CountPassed(workspace, ByObjects(path)));
+    EXPECT_EQ(CountPassed(workspace, {.path = path, .limit = 3}), CountPassed(workspace, some));
   }
 }
 
