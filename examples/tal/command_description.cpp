@@ -31,7 +31,7 @@ CommandDescription Describe(const CLI::App& app) {
 }  // namespace
 
 bool CommandDescription::TakesName() const {
-  constexpr std::array<std::string_view, 7> kNames = {"branch", "commit", "commits", "onto",
+  constexpr std::array<std::string_view, 6> kNames = {"branch", "commit", "onto",
                                                       "other",  "name",   "version"};
   return std::ranges::any_of(arguments, [&](const OptionDescription& argument) {
     return std::ranges::find(kNames, argument.names.front()) != kNames.end();

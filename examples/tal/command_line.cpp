@@ -8,6 +8,8 @@
 #include <talvcs/objects/object_unavailable.h>
 #include <talvcs/version.h>
 
+#include <fcntl.h>
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 
 #include <charconv>
@@ -31,6 +33,7 @@ commits before NAME. A merge commit has one parent, the head of the current bran
 head that it merged.
 
 Environment: TAL_AUTHOR and TAL_EMAIL set the author, NO_COLOR turns colours off.
+
 Exit codes: 0 done; 1 differences, or the operation failed; 2 wrong usage; 3 damaged or unreadable store;
 130 interrupted, nothing has changed.
 )";
@@ -50,6 +53,23 @@ ExitCode CodeOf(Kit::ErrorCode code) {
   }
 }
 
+/// Gives a file to each standard stream that is closed. Else a file of the store would get its
+/// number, and with it what the command prints. Reading or writing such a stream fails.
+void HoldClosedStreams() {
+  constexpr std::pair<int, int> kStreams[] = {
+      {STDIN_FILENO, O_WRONLY}, {STDOUT_FILENO, O_RDONLY}, {STDERR_FILENO, O_RDONLY}};
+  for (const auto& [number, flags] : kStreams) {
+    // It gets the lowest number that is free.
+    if (fcntl(number, F_GETFD) < 0) static_cast<void>(open("/dev/null", flags));
+  }
+}
+
+/// Throws `Failure` if something that was printed didn't arrive.
+void FlushOutput() {
+  std::cout.flush();
+  if (!std::cout) throw Failure("cannot write the output of the command");
+}
+
 /// Returns an empty text for a whole number from 1 on, else what is wrong.
 std::string CheckCount(const std::string& text) {
   std::uint64_t count = 0;
@@ -57,6 +77,11 @@ std::string CheckCount(const std::string& text) {
   const auto [rest, error] = std::from_chars(text.data(), end, count);
   if (error == std::errc() && rest == end && count > 0) return {};
   return "write a whole number from 1 on, not \"" + Printable(text) + "\"";
+}
+
+/// Returns an empty text for any text but an empty one, which names nothing, else what is wrong.
+std::string CheckText(const std::string& text) {
+  return text.empty() ? "it must not be empty" : std::string();
 }
 
 /// Returns the name of the command among the arguments, or an empty text.
@@ -77,6 +102,11 @@ Command& Command::Flag(const char* names, bool& value, const char* help) {
 }
 
 Command& Command::Option(const char* names, std::string& value, const char* help) {
+  m_app.add_option(names, value, help)->check(CheckText);
+  return *this;
+}
+
+Command& Command::Text(const char* names, std::string& value, const char* help) {
   m_app.add_option(names, value, help);
   return *this;
 }
@@ -84,6 +114,8 @@ Command& Command::Option(const char* names, std::string& value, const char* help
 Command& Command::Option(const char* names, std::vector<std::string>& values, const char* help) {
   m_app.add_option(names, values, help)
       ->expected(1)
+      ->allow_extra_args(false)  // else "[a,b]" would be two values
+      ->check(CheckText)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   return *this;
 }
@@ -94,13 +126,7 @@ Command& Command::Count(const char* names, std::uint64_t& value, const char* hel
 }
 
 Command& Command::Argument(const char* name, std::string& value, const char* help) {
-  m_app.add_option(name, value, help);
-  return *this;
-}
-
-Command& Command::Arguments(const char* name, std::vector<std::string>& values, int most,
-                            const char* help) {
-  m_app.add_option(name, values, help)->expected(0, most);
+  m_app.add_option(name, value, help)->check(CheckText);
   return *this;
 }
 
@@ -183,16 +209,18 @@ ExitCode Commands::Run(int argc, const char* const* argv) {
   try {
     m_app->parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return m_app->exit(error) == 0 ? ExitCode::Done : ExitCode::Usage;
+    const ExitCode code = m_app->exit(error) == 0 ? ExitCode::Done : ExitCode::Usage;
+    FlushOutput();
+    return code;
   }
   m_host.start = m_start;
   const ExitCode code = m_action(m_host);
-  std::cout.flush();
-  if (!std::cout) throw Failure("cannot write the output of the command");
+  FlushOutput();
   return code;
 }
 
 ExitCode RunCommandLine(int argc, const char* const* argv) {
+  HoldClosedStreams();
   std::ios::sync_with_stdio(false);
   CatchInterrupts();
   Commands commands(FindCommand({argv, static_cast<std::size_t>(argc)}));

@@ -22,15 +22,16 @@ class Command {
  public:
   Command(CLI::App& app, Host& host) : m_app(app), m_host(host) {}
 
-  /// Add an option, by names such as "-n,--limit". An option of a count takes numbers from 1 on.
+  /// Add an option, by names such as "-n,--limit". An option of a count takes numbers from 1 on. No
+  /// value of another one or of an argument is empty, so that a variable of a script that isn't set
+  /// never stands for everything. Only a text may be empty.
   Command& Flag(const char* names, bool& value, const char* help);
   Command& Option(const char* names, std::string& value, const char* help);
+  Command& Text(const char* names, std::string& value, const char* help);
   Command& Option(const char* names, std::vector<std::string>& values, const char* help);
   Command& Count(const char* names, std::uint64_t& value, const char* help);
-  /// Add an argument without a name of its own, and up to `most` of them.
+  /// Adds an argument, which has a place and no name of its own.
   Command& Argument(const char* name, std::string& value, const char* help);
-  Command& Arguments(const char* name, std::vector<std::string>& values, int most,
-                     const char* help);
   /// Adds "--json": the command can answer in JSON.
   Command& Json();
 

@@ -9,7 +9,8 @@ namespace Tal {
 namespace {
 
 struct DiffOptions {
-  std::vector<std::string> sides;
+  std::string before;
+  std::string after;
   bool namesOnly = false;
   bool ignoresMoves = false;
 
@@ -67,11 +68,11 @@ ExitCode RunDiff(const Host& host, const DiffOptions& options) {
   const auto files_of = [&](const std::string& name) {
     return session.FilesOf(session.Find(name).id);
   };
-  const Side before{options.sides.empty() ? session.HeadFiles() : files_of(options.sides[0])};
+  const Side before{options.before.empty() ? session.HeadFiles() : files_of(options.before)};
   Side after;
   std::vector<Change> changes;
-  if (options.sides.size() == 2) {
-    after.files = files_of(options.sides[1]);
+  if (!options.after.empty()) {
+    after.files = files_of(options.after);
     changes = CompareTrees(before.files, after.files, options.GetMoves());
   } else {
     after.isFolder = true;
@@ -128,9 +129,8 @@ void AddDiffCommands(Commands& commands) {
       "diff", "Show the differences between two commits, or between a commit and the folder",
       RunDiff, [](Command& command, DiffOptions& options) {
         command.Json()
-            .Arguments("commits", options.sides, 2,
-                       "Two commits; one commit and the folder; or none: the last commit and the "
-                       "folder")
+            .Argument("commit", options.before, "The commit to begin with, instead of the last one")
+            .Argument("other", options.after, "The commit to compare with, instead of the folder")
             .Flag("--names", options.namesOnly, "List only the files")
             .Flag("--no-renames", options.ignoresMoves, kNoRenames);
       });

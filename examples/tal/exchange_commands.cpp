@@ -5,16 +5,14 @@
 #include "git/import.h"
 #include "report/report.h"
 #include "session.h"
+#include "write_file.h"
 
 #include <kit/text/sizes.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iostream>
 
 namespace fs = std::filesystem;
@@ -35,32 +33,6 @@ struct ExportOptions {
 struct ImportOptions {
   std::string file;
 };
-
-/// Writes a file whole or not at all: under another name first. A pipe or a device stays what it is
-/// and gets the bytes.
-void WriteFile(const fs::path& path, const std::function<void(std::ostream&)>& write) {
-  const std::string name = Printable(path.string());
-  std::error_code error;
-  const fs::file_type type = fs::status(path, error).type();
-  if (type == fs::file_type::directory)
-    throw Failure("cannot write \"" + name + "\": it is a folder");
-  const bool is_file = type == fs::file_type::not_found || type == fs::file_type::regular;
-  fs::path target = path;
-  if (is_file) target += "." + std::to_string(getpid()) + ".part";
-  try {
-    std::ofstream out(target, std::ios::binary | std::ios::trunc);
-    if (!out) throw Failure("cannot create \"" + name + "\": " + std::strerror(errno));
-    write(out);
-    out.close();
-    if (!out) throw Failure("cannot write \"" + name + "\": " + std::strerror(errno));
-    error.clear();
-    if (is_file) fs::rename(target, path, error);
-    if (error) throw Failure("cannot write \"" + name + "\": " + error.message());
-  } catch (...) {
-    if (is_file) fs::remove(target, error);
-    throw;
-  }
-}
 
 void SayAll(const Host& host, const std::vector<std::string>& notes) {
   constexpr std::size_t kMost = 20;

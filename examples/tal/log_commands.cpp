@@ -6,9 +6,9 @@
 #include "parse_time.h"
 #include "paths.h"
 #include "printing.h"
+#include "write_file.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iostream>
 
 namespace Tal {
@@ -163,10 +163,7 @@ ExitCode RunGraph(const Host& host, const GraphOptions& options) {
     std::cout << picture;
     return ExitCode::Done;
   }
-  std::ofstream file(options.output, std::ios::binary);
-  file << picture;
-  file.close();
-  if (!file) throw Failure("cannot write the picture to \"" + Printable(options.output) + "\"");
+  WriteFile(host.start / options.output, [&](std::ostream& out) { out << picture; });
   return ExitCode::Done;
 }
 

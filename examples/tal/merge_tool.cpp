@@ -26,7 +26,7 @@ using TalVcs::Kit::Conflict;
 class MergeFiles {
  public:
   MergeFiles(const Folder& folder, const Conflict& conflict)
-      : m_folder(folder.StorePath() / "tal-merge") {
+      : m_top(folder), m_folder(folder.StorePath() / "tal-merge") {
     std::error_code error;
     fs::remove_all(m_folder, error);
     fs::create_directory(m_folder, error);
@@ -51,7 +51,14 @@ class MergeFiles {
 
   fs::path PathOf(const char* name) const { return m_folder / (name + m_ending); }
 
+  /// Returns what the command made of the merged file. Throws `Failure` if it removed the file.
+  TalVcs::Buffer ReadMerged() const {
+    const fs::path path = PathOf("merged");
+    return m_top.Read(path.lexically_relative(m_top.Top()).string()).bytes;
+  }
+
  private:
+  const Folder& m_top;
   fs::path m_folder;
   std::string m_ending;
 };
@@ -87,7 +94,7 @@ std::optional<Bytes> RunMergeTool(const Folder& folder, const std::string& comma
   for (const char* name : {"base", "ours", "theirs", "merged"})
     line += " " + Quoted(files.PathOf(name));
   if (!Run(line)) return std::nullopt;
-  return Bytes(ReadSmallFile(files.PathOf("merged")));
+  return Bytes(files.ReadMerged());
 }
 
 std::optional<Bytes> EditConflict(const Folder& folder, const Conflict& conflict) {
@@ -97,8 +104,8 @@ std::optional<Bytes> EditConflict(const Folder& folder, const Conflict& conflict
   const MergeFiles files(folder, conflict);
   if (!Run(std::string(editor == nullptr ? "vi" : editor) + " " + Quoted(files.PathOf("merged"))))
     return std::nullopt;
-  const std::string text = ReadSmallFile(files.PathOf("merged"));
-  return TalVcs::Kit::HasConflictMarkers(text) ? std::nullopt : std::optional(Bytes(text));
+  const Bytes text(files.ReadMerged());
+  return TalVcs::Kit::HasConflictMarkers(text.text()) ? std::nullopt : std::optional(text);
 }
 
 }  // namespace Tal

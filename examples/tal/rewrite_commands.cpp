@@ -58,7 +58,8 @@ ExitCode RunForget(const Host& host, const ForgetOptions& options) {
   RefuseDuringMerge(session);
   const Kit::Version last = session.Find(options.revision);
   if (last.parent.View().IsEmpty())
-    throw Failure(ShortId(IdOf(last)) + " is the first commit: it has no ancestors to remove");
+    throw Failure(ShortIdOf(session, last.id) +
+                  " is the first commit: it has no ancestors to remove");
   const Kit::RetentionReport report =
       ForgetVersions(session, Kit::Retention::ForgetThrough(last.id));
   SaveAndCleanUp(session, (options.isDryRun ? "forgotten " : "forgot ") +

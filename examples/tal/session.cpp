@@ -70,8 +70,11 @@ void CheckStart(const fs::path& start) {
 fs::path FindTop(const fs::path& start) {
   CheckStart(start);
   std::error_code error;
-  fs::path absolute = fs::absolute(start).lexically_normal();
-  if (!absolute.has_filename()) absolute = absolute.parent_path();
+  // As the system resolves it: ".." after a symbolic link leads above the link's target.
+  const fs::path absolute = fs::canonical(start, error);
+  if (error)
+    throw Failure("cannot open the folder \"" + Printable(start.string()) +
+                  "\": " + error.message());
   for (fs::path top = absolute;; top = top.parent_path()) {
     if (fs::is_directory(top / Folder::kStoreName, error)) return top;
     if (top == top.parent_path()) break;
@@ -132,9 +135,11 @@ void Session::Save() {
   const auto wanted = m_staged->Heads();
   const auto actual = m_store->Heads();
   m_isSaved = wanted && actual && *wanted == *actual;
-  throw Failure((m_isSaved ? "saved, but a loss of power may undo it: " : "cannot save: ") +
-                Printable(Kit::Describe(status.error())) +
-                (m_isSaved ? "" : "; the store has its previous version"));
+  const Kit::Error& error = status.error();
+  const std::string reason = Printable(Kit::Describe(error));
+  if (m_isSaved) throw Failure("saved, but a loss of power may undo it: " + reason);
+  throw Failure((reason.starts_with("cannot save") ? "" : "cannot save: ") + reason +
+                (error.unchanged.empty() ? "; the store has its previous version" : ""));
 }
 
 }  // namespace Tal

@@ -101,7 +101,7 @@ ExitCode RunRemote(const Host& host, const RemoteOptions& options) {
 /// Makes the folder of a clone, in which nothing may be.
 Host MakeFolder(const Host& host, const std::string& name) {
   Host there = host;
-  if (!name.empty()) there.start = (host.start / name).lexically_normal();
+  if (!name.empty()) there.start = host.start / name;
   std::error_code error;
   fs::create_directories(there.start, error);
   if (error || !fs::is_empty(there.start, error) || error)

@@ -79,8 +79,9 @@ ExitCode RunKeep(const Host& host, const KeepOptions& options) {
 }
 
 /// Copies the history to a new store.
-Kit::CopyReport CopyTo(Session& session, const CopyOptions& options, StoreKind kind) {
-  const std::shared_ptr<Kit::IObjectStore> target = CreateStoreAt(options.target, kind);
+Kit::CopyReport CopyTo(Session& session, const CopyOptions& options, const fs::path& path,
+                       StoreKind kind) {
+  const std::shared_ptr<Kit::IObjectStore> target = CreateStoreAt(path, kind);
   Kit::CopyReport report = Kit::Copy(session.Store(), *target,
                                      {.branches = options.branches,
                                       .progress = ShowProgress(session.GetHost().terminal)})
@@ -96,23 +97,25 @@ ExitCode RunCopy(const Host& host, const CopyOptions& options) {
   const StoreKind kind = ParseStoreKind(options.store);
   Session session(host, Access::Read);
   for (const std::string& name : options.branches) session.Find(name);
+  const fs::path target = host.start / options.target;
   std::error_code error;
-  const bool is_new = !fs::exists(fs::symlink_status(options.target, error));
+  const bool is_new = !fs::exists(fs::symlink_status(target, error));
   try {
-    const Kit::CopyReport report = CopyTo(session, options, kind);
+    const Kit::CopyReport report = CopyTo(session, options, target, kind);
     host.terminal.Say("copied " + Plural(report.writtenObjects, "object") + ", " +
                       Kit::FormatSize(report.writtenBytes) + ", to " + Printable(options.target));
   } catch (...) {
     // A part of a copy would be in the way of the next attempt.
-    if (is_new) fs::remove_all(options.target, error);
+    if (is_new) fs::remove_all(target, error);
     for (const char* ending : {"-wal", "-shm", "-journal"})
-      if (is_new && kind == StoreKind::Sqlite) fs::remove(options.target + ending, error);
+      if (is_new && kind == StoreKind::Sqlite) fs::remove(target.string() + ending, error);
     throw;
   }
   return ExitCode::Done;
 }
 
-SalvageReport SalvageStore(const Host& host, const SalvageOptions& options, const fs::path& top) {
+SalvageReport SalvageStore(const Host& host, const SalvageOptions& options, const fs::path& top,
+                           const fs::path& target) {
   std::shared_ptr<Kit::IObjectStore> store;
   try {
     store = OpenWholeStore(top);
@@ -122,20 +125,20 @@ SalvageReport SalvageStore(const Host& host, const SalvageOptions& options, cons
   }
   if (store) {
     const bool takes_tips = options.takesTips;
-    return Salvage(store, options.target,
-                   takes_tips ? SalvageFrom::Objects : SalvageFrom::Branches);
+    return Salvage(store, target, takes_tips ? SalvageFrom::Objects : SalvageFrom::Branches);
   }
-  const BareStore bare(top, fs::path(options.target) / ".salvage");
-  return Salvage(bare.Get(), options.target, SalvageFrom::Objects);
+  const BareStore bare(top, target / ".salvage");
+  return Salvage(bare.Get(), target, SalvageFrom::Objects);
 }
 
 ExitCode RunSalvage(const Host& host, const SalvageOptions& options) {
   const fs::path top = FindTop(host.start);
+  const fs::path target = host.start / options.target;
   std::error_code error;
-  if (!fs::create_directory(options.target, error))
+  if (!fs::create_directory(target, error))
     throw Failure("cannot create the folder \"" + Printable(options.target) +
                   "\": " + (error ? error.message() : "there is something of that name"));
-  const SalvageReport report = SalvageStore(host, options, top);
+  const SalvageReport report = SalvageStore(host, options, top, target);
   host.terminal.Say(
       "salvaged " + Plural(report.files, "file") + " of " + Plural(report.branches, "branch") +
       (report.tips.empty() ? "" : " and " + Plural(report.tips.size(), "tip") + " without one") +

@@ -2,6 +2,7 @@
 #include "command_line.h"
 #include "command_table.h"
 #include "folder_changes.h"
+#include "git/commit_text.h"
 #include "interrupt.h"
 #include "merging.h"
 #include "pending_changes.h"
@@ -107,7 +108,7 @@ void CommitNothing(Session& session, const CommitOptions& options, const Author&
   Kit::OpenedRepository opened = session.OpenRepository();
   TalVcs::Repository& repository = opened.GetRepository();
   TalVcs::Commit commit(&repository, false);
-  commit.SetDescription(ToWide(options.message));
+  commit.SetDescription(ToWide(DescriptionOf(options.message, {})));
   commit.SetAuthorName(ToWide(author.name));
   commit.SetAuthorEmail(ToWide(author.email));
   repository.DoCommit(commit);
@@ -193,7 +194,7 @@ void AddWorkCommands(Commands& commands) {
   commands.Add<CommitOptions>(
       "commit", "Commit the whole state of the folder: added, changed and removed files", RunCommit,
       [](Command& command, CommitOptions& options) {
-        command.Option("-m,--message", options.message, "The description")
+        command.Text("-m,--message", options.message, "The description")
             .Required("--message")
             .Flag("--allow-empty", options.allowEmpty, "Commit even if nothing changed")
             .Flag("--dry-run", options.isDryRun, "Show what would be committed")

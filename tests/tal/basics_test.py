@@ -1,9 +1,10 @@
 """Commits, and the commands that read them."""
 
 import base64
+import subprocess
 import unittest
 
-from support import DAMAGED, DIFFERS, DONE, USAGE, TalTest, blob_id
+from support import DAMAGED, DIFFERS, DONE, PROGRAM, USAGE, TalTest, blob_id
 
 
 class Usage(TalTest):
@@ -30,6 +31,69 @@ class Usage(TalTest):
     def test_a_second_init_fails(self):
         self.tal("init")
         self.tal("init", code=DIFFERS)
+
+    def test_an_empty_name_is_wrong_usage(self):
+        """A variable of a script that isn't set must not stand for everything."""
+        self.tal("init")
+        self.commit("First", a="1")
+        self.write("a.txt", "mine")
+        before = self.store()
+        for arguments in (["branch", ""], ["tag", ""], ["show", ""], ["log", ""], ["restore", ""],
+                          ["restore", "--from", "", "a.txt"], ["stash", ""], ["merge", ""], ["ls", ""],
+                          ["log", "--author", ""], ["copy", ""], ["export-git", "-o", ""],
+                          ["commit", "-m", "Mine", "--author", ""], ["import-git", ""]):
+            self.tal(*arguments, code=USAGE)
+            self.assertIn("must not be empty", self.talk)
+        self.assertEqual(self.read("a.txt"), b"mine")
+        self.assertEqual(self.store(), before)
+
+    def test_closed_streams_never_become_files_of_the_store(self):
+        self.tal("init")
+        self.commit("First", a="1")
+        for number, closed in enumerate(("<&-", ">&-", "2>&-", "<&- >&-", "<&- 2>&-", "<&- >&- 2>&-")):
+            self.write("a.txt", str(number))
+            for command in ('commit -m "Next"', "status", f"branch b{number}", "nonsense"):
+                subprocess.run(["sh", "-c", f'"$0" {command} {closed}', PROGRAM], cwd=self.folder,
+                               env=self.environment, capture_output=True, check=False)
+        for name in ("lock", "readers", "tal-lock"):
+            self.assertEqual(self.read(f".vcs/{name}"), b"", name)
+        self.assertEqual(len(self.read_json("log")), 7)
+        self.tal("verify")
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        for arguments in (["--help"], ["--version"], ["manual"], ["status", "--help"]):
+            with open("/dev/full", "wb") as full:
+                result = subprocess.run([PROGRAM, *arguments], stdout=full, stderr=subprocess.PIPE,
+                                        env=self.environment, check=False)
+            self.assertEqual(result.returncode, DIFFERS, result.stderr)
+
+    def test_a_path_from_the_root_is_wrong_usage(self):
+        self.tal("init")
+        self.commit("First", a="1")
+        for command in ("restore", "ls", "cat", "blame", "log"):
+            for path in ("/", "/a.txt"):
+                self.tal(command, path, code=USAGE)
+                self.assertIn('must not begin with "/"', self.talk)
+
+    def test_files_are_made_below_the_folder_that_is_named(self):
+        self.tal("init")
+        self.commit("First", a="1")
+        for number, arguments in enumerate((["copy"], ["salvage"], ["graph", "--svg", "-o"], ["report"],
+                                            ["export-git", "-o"])):
+            self.tal("-C", "folder", *arguments, f"made{number}", folder=self.scratch)
+            self.assertTrue((self.folder / f"made{number}").exists(), arguments)
+
+    def test_a_folder_behind_a_link_is_the_one_that_the_system_finds(self):
+        self.tal("init")
+        self.commit("Outer", outer="1")
+        other = self.scratch / "other"
+        (other / "deep").mkdir(parents=True)
+        (other / "inner.txt").write_text("1")
+        self.tal("init", folder=other)
+        self.tal("commit", "-m", "Inner", folder=other)
+        (self.folder / "link").symlink_to(other / "deep")
+        self.assertEqual(self.tal("-C", "link/..", "ls"), "inner.txt\n")
+        self.assertEqual(self.tal("-C", "link", "ls"), "inner.txt\n")
 
     def test_a_folder_that_is_not_there_is_wrong_usage(self):
         self.tal("init")
@@ -81,6 +145,15 @@ class Commits(TalTest):
         self.tal("commit", "-m", "Again", code=DIFFERS)
         self.tal("commit", "-m", "Again", "--allow-empty")
         self.assertEqual(len(self.read_json("log")), 2)
+
+    def test_a_commit_of_nothing_has_the_time_zone_and_only_its_message(self):
+        self.environment["TZ"] = "UTC-9"
+        self.commit("First", a="1")
+        message = "Second\n\nWorkspace: merges=" + self.head()
+        self.tal("commit", "-m", message, "--allow-empty")
+        commit = self.read_json("show")
+        self.assertEqual((commit["description"], commit["merges"]), (message, []))
+        self.assertIn("+0900", commit["time"])
 
     def test_a_folder_without_files_can_be_committed(self):
         self.commit("First", a="1")

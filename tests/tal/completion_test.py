@@ -84,6 +84,9 @@ class Completion(TalTest):
                                    check=True, text=True, env=dict(self.environment, MANPAGER="cat"))
             self.assertEqual(shown.stderr, "")
             self.assertIn("export-git", shown.stdout)
+            lines = [line.strip() for line in shown.stdout.splitlines()]
+            for begin in ("Environment:", "Exit codes:"):
+                self.assertTrue(any(line.startswith(begin) for line in lines), begin)
 
 
 if __name__ == "__main__":

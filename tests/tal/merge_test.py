@@ -258,6 +258,11 @@ class InProgress(MergeTest):
         self.tal("merge", "--abort")
         self.assert_back()
 
+    def test_a_tool_that_removes_the_merged_file_changes_nothing(self):
+        self.tal("merge", "topic", "--tool", "sh -c 'rm $3'", code=DIFFERS)
+        self.assertIn("cannot read", self.talk)
+        self.assert_back()
+
     def test_times_may_leave_conflicts_too(self):
         self.begin("merge", "topic", "--newest", "when.txt", "--markers")
         self.assertIn(b"<<<<<<< ours", self.read("a.txt"))

@@ -55,6 +55,14 @@ class Names(TalTest):
         self.tal("commit", "-m", "Without it")
         self.assertEqual(self.tal("ls"), ".talignore\n")
 
+    def test_a_branch_in_brackets_is_one_name(self):
+        self.write("a", "1")
+        self.tal("commit", "-m", "One")
+        self.tal("branch", "[a,b]")
+        self.assertEqual(self.tal("diff", "[a,b]", "HEAD"), "")
+        self.tal("copy", "../copy", "--branch", "[a,b]", "--branch", "master")
+        self.assertEqual(len(self.read_json("branch", folder=self.scratch / "copy")), 2)
+
     def test_names_of_branches_come_back_unchanged(self):
         self.commit("First", a="1")
         names = ["a/b", "..", ".", "grün 😀", "UPPER", "upper", "new\nline", "x" * 300, " ", "-d"]
