@@ -105,7 +105,8 @@ Host MakeFolder(const Host& host, const std::string& name) {
   std::error_code error;
   fs::create_directories(there.start, error);
   if (error || !fs::is_empty(there.start, error) || error)
-    throw Failure("cannot clone: \"" + Printable(there.start.string()) + "\" is no empty folder");
+    throw Failure("cannot clone: \"" + Printable(name.empty() ? host.start.string() : name) +
+                  "\" is no empty folder");
   return there;
 }
 

@@ -33,6 +33,13 @@ bool LocaleIsUtf8() {
   return false;
 }
 
+/// True for characters that turn the direction of the text around them, or begin a line: what they
+/// are in would look like something else.
+bool MovesText(std::uint32_t code) {
+  return code == 0x061C || code == 0x200E || code == 0x200F || (code >= 0x2028 && code <= 0x202E) ||
+         (code >= 0x2066 && code <= 0x2069);
+}
+
 std::string Painted(Colour colour, std::string_view text) {
   if (colour == Colour::Plain) return std::string(text);
   return "\x1b[" + std::string(kCodes[static_cast<std::size_t>(colour)]) + "m" + std::string(text) +
@@ -116,7 +123,7 @@ std::string Printable(std::string_view text) {
     const std::string_view bytes = text.substr(at, character.sizeBytes);
     at += character.sizeBytes;
     const bool control = character.code < 0x20 || (character.code >= 0x7F && character.code < 0xA0);
-    if (character.isValid && !control) {
+    if (character.isValid && !control && !MovesText(character.code)) {
       result += bytes;
       continue;
     }

@@ -55,6 +55,15 @@ class Names(TalTest):
         self.tal("commit", "-m", "Without it")
         self.assertEqual(self.tal("ls"), ".talignore\n")
 
+    def test_names_cannot_turn_the_text_around(self):
+        names = {"a\u202etxt.exe": "a\\xe2\\x80\\xaetxt.exe", "b\u2066c": "b\\xe2\\x81\\xa6c",
+                 "d\u2028e": "d\\xe2\\x80\\xa8e", "\u05d0": "\u05d0"}
+        for name in names:
+            self.write(name, "1")
+        shown = self.tal("status").splitlines()[1:]
+        self.assertEqual(shown, [f"added\t{text}" for text in sorted(names.values())])
+        self.assertEqual({change["path"] for change in self.read_json("status")["changes"]}, set(names))
+
     def test_a_branch_in_brackets_is_one_name(self):
         self.write("a", "1")
         self.tal("commit", "-m", "One")
