@@ -19,18 +19,31 @@ Resolver Chain(Resolver first, Resolver second, Choice undecided) {
   };
 }
 
+/// Returns the directories on a path, the top first, as far as there are any. Each level is opened
+/// once, so that the cost of a search on all levels follows the depth and not its square.
+std::vector<cow_ptr<Tree>> DirectoriesOn(cow_ptr<Tree> top, Components path) {
+  std::vector<cow_ptr<Tree>> directories;
+  for (const auto& name : path) {
+    if (!top) return directories;
+    cow_ptr<Tree> below = top->GetLocalTree(name);
+    directories.push_back(std::exchange(top, std::move(below)));
+  }
+  if (top) directories.push_back(std::move(top));
+  return directories;
+}
+
 /// Asks for the time of a directory.
 class DirectoryTime {
  public:
   DirectoryTime(std::vector<TalStringT<WideChar>> time_file_paths, BlobTimeGetter read_time)
       : m_paths(std::move(time_file_paths)), m_readTime(std::move(read_time)) {}
 
-  /// Returns the first time found in the directory at `path` of `top`.
-  std::optional<Time> ReadTimeAt(const cow_ptr<Tree>& top, Components path) const {
-    const cow_ptr<Tree> directory = top && !path.empty() ? top->GetDeepTree(path) : top;
-    if (!directory) return std::nullopt;
+  /// Returns the first time found in the directory of that level, if there is one.
+  std::optional<Time> ReadTimeAt(const std::vector<cow_ptr<Tree>>& directories,
+                                 std::size_t level) const {
+    if (level >= directories.size()) return std::nullopt;
     for (const auto& file : m_paths) {
-      cow_ptr<Blob> blob = directory->GetDeepBlob(Components(Helpers::SplitVcsPath(file)));
+      cow_ptr<Blob> blob = directories[level]->GetDeepBlob(Components(Helpers::SplitVcsPath(file)));
       if (!blob || !m_readTime) continue;
       if (const std::optional<Time> time = m_readTime(std::move(blob))) return time;
     }
@@ -75,11 +88,13 @@ ConflictResolver TimeBasedConflictResolver(std::vector<TalStringT<WideChar>> tim
                                            BlobTimeGetter readTime) {
   return [times = DirectoryTime(std::move(timeFilePaths), std::move(readTime))](Components path,
                                                                                 MergeTrees trees) {
-    for (;; path = path.without_last(1)) {
-      const std::optional<Time> left = times.ReadTimeAt(trees.left, path);
-      const std::optional<Time> right = times.ReadTimeAt(trees.right, path);
+    const std::vector<cow_ptr<Tree>> of_left = DirectoriesOn(std::move(trees.left), path);
+    const std::vector<cow_ptr<Tree>> of_right = DirectoriesOn(std::move(trees.right), path);
+    for (std::size_t level = path.size();; --level) {
+      const std::optional<Time> left = times.ReadTimeAt(of_left, level);
+      const std::optional<Time> right = times.ReadTimeAt(of_right, level);
       const ConflictChoice choice = ChooseLater(left, right);
-      if (choice != ConflictChoice::Undecided || path.empty()) return choice;
+      if (choice != ConflictChoice::Undecided || level == 0) return choice;
     }
   };
 }

@@ -68,5 +68,25 @@ TEST(DeepTree, IsMerged) {
   EXPECT_EQ(merged->GetDeepBlobCount(), 3u);
 }
 
+// The resolver looks for a time on every level above a conflict.
+TEST(DeepTree, IsMergedByTheTimesAtItsTop) {
+  Repository repository = NewRepository();
+  const std::string path = DeepPath();
+  const auto side = [&](const char* time) {
+    return Make<Tree>(TreeOf(&repository, {{"time", time}, {path + "file", time}}));
+  };
+  Resolvers resolvers = Descending(ConflictChoice::Undecided);
+  resolvers.blobResolver =
+      ChainResolvers(TimeBasedConflictResolver({TAL_WIDE("time")},
+                                               [](const cow_ptr<Blob>& blob) {
+                                                 const auto digit = TextOf(blob).front();
+                                                 return std::optional(Time::FromTimeT(digit));
+                                               }),
+                     AlwaysChooseLeft());
+  const auto merged = ThreeWayMerge(&repository, {side("1"), side("0"), side("2")}, resolvers);
+  ASSERT_TRUE(merged);
+  EXPECT_EQ(TextOf(merged->GetDeepBlob(Wide(path + "file"))), "2");
+}
+
 }  // namespace
 }  // namespace TalVcs::Testing
