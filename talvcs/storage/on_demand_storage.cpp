@@ -9,7 +9,9 @@
 #include <talvcs/storage/internal/unsaved_walk.h>
 #include <talvcs/storage/on_demand_storage.h>
 
+#include <functional>
 #include <map>
+#include <string_view>
 #include <unordered_set>
 #include <utility>
 #include <variant>
@@ -33,6 +35,16 @@ struct MoveToSource {
     const auto found = table.find(object->GetId());
     source.AddSaved(found == table.end() ? object : found->second);
     if (found != table.end()) table.erase(found);
+  }
+};
+
+/// Hashes all units of a name. The hash of the tables looks at ten of them: of some hundred
+/// thousand branches with long names and numbers at the end, thousands would share one.
+struct WholeNameHash {
+  std::size_t operator()(const TalStringT<WideChar>& name) const noexcept {
+    const TalStringViewT<WideChar> view(name);
+    const std::basic_string_view<WideChar> units(view.text, static_cast<std::size_t>(view.length));
+    return std::hash<std::basic_string_view<WideChar>>()(units);
   }
 };
 
@@ -103,7 +115,7 @@ class OnDemandStorage::Impl {
   StoreSource::NewObjects news;
   // A head that wasn't read yet is null here, and its id stands among the unread ones.
   RefTable refs;
-  std::unordered_map<TalStringT<WideChar>, Id> unread;
+  std::unordered_map<TalStringT<WideChar>, Id, WholeNameHash> unread;
   // Stored commits that were deleted here.
   std::unordered_set<Id> deleted;
   // What the last visit of what is unsaved has passed on.
