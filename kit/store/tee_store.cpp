@@ -62,8 +62,7 @@ Status TeeStore::Rejoin() {
   if (!others) return m_secondStatus = others.error();
   std::vector<HeadMove> removals;
   for (const Head& other : *others) {
-    const auto has_name = [&](const Head& head) { return head.name == other.name; };
-    if (std::none_of(heads->begin(), heads->end(), has_name)) {
+    if (!std::ranges::binary_search(*heads, other.name, {}, &Head::name)) {
       removals.push_back({other.name, other.id, Id()});
     }
   }

@@ -276,9 +276,15 @@ Status WorkspaceState::TakeOver(const std::vector<HeadMove>& moves) {
       head = *std::move(found);
     }
     FormerBranch(GetStorage(), ToWide(move.name)).Set(GetStorage(), head);
-    std::erase_if(saved, [&move](const Head& branch) { return branch.name == move.name; });
     const auto place = std::ranges::lower_bound(saved, move.name, {}, &Head::name);
-    if (head) saved.insert(place, {move.name, move.desired});
+    const bool is_known = place != saved.end() && place->name == move.name;
+    if (head && is_known) {
+      place->id = move.desired;
+    } else if (head) {
+      saved.insert(place, {move.name, move.desired});
+    } else if (is_known) {
+      saved.erase(place);
+    }
     if (observed) observed->insert_or_assign(move.name, move.desired);
     if (observer) observer({move.name, move.expected, move.desired, true});
   }
