@@ -191,9 +191,10 @@ std::size_t BatchEdit::ApplyTo(IRepository* repository, Commit& commit) const {
   if (done.value_or(0) == 0) return ApplyOneByOne(repository, commit);
   cow_ptr<Tree> changed;
   *changed.write() = draft.Finish();
-  commit.ReplaceRoot(repository, std::move(changed));
-  // A new root alone keeps what the commit has cached of the old one.
+  // A new root alone keeps what the commit has cached of the old one. The caches go first, so that
+  // they don't show an old state if storing the root runs out of memory.
   commit.SetDescription(commit.GetDesciption());
+  commit.ReplaceRoot(repository, std::move(changed));
   return *done;
 }
 

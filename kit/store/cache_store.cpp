@@ -70,7 +70,7 @@ Outcome CacheStore::Slow(Outcome outcome) {
 
 /// Returns whether the fast store works. The first time, takes up what it holds.
 bool CacheStore::UsesFast() {
-  if (std::exchange(m_isIndexed, true) || !m_fastStatus) return m_fastStatus.ok();
+  if (m_isIndexed || !m_fastStatus) return m_fastStatus.ok();
   std::vector<Id> ids;
   m_fastStatus = m_fast->List([&](std::span<const Id> batch) {
     ids.insert(ids.end(), batch.begin(), batch.end());
@@ -85,6 +85,7 @@ bool CacheStore::UsesFast() {
   for (std::size_t index = 0; index < ids.size(); ++index) {
     if ((*sizes)[index]) Enter(ids[index], *(*sizes)[index]);
   }
+  m_isIndexed = true;
   return true;
 }
 
@@ -95,8 +96,9 @@ void CacheStore::Enter(const Id& id, std::uint64_t sizeBytes) {
     m_uses.splice(m_uses.begin(), m_uses, found->second.use);
     return;
   }
-  m_uses.push_front(id);
-  m_entries.emplace(id, Entry{sizeBytes, m_uses.begin()});
+  std::list<Id> use{id};
+  m_entries.emplace(id, Entry{sizeBytes, use.begin()});
+  m_uses.splice(m_uses.begin(), use);
   m_cachedBytes += sizeBytes;
 }
 

@@ -25,6 +25,31 @@ struct Transaction {
   std::uint64_t batchBytes = 0;
 };
 
+HeadTable TableOf(std::vector<Head> heads) {
+  HeadTable table;
+  for (Head& head : heads) table.emplace(std::move(head.name), std::move(head.id));
+  return table;
+}
+
+/// Returns the moves that make the heads of a store those of a save.
+std::vector<HeadMove> MovesOf(const Transaction& transaction) {
+  const HeadTable& base = transaction.base;
+  const HeadTable& next = transaction.next;
+  std::vector<HeadMove> moves;
+  for (const auto& [name, id] : base) {
+    if (!next.contains(name)) moves.push_back({name, id, Id()});
+  }
+  for (const auto& [name, id] : next) {
+    const auto before = base.find(name);
+    if (before == base.end()) {
+      moves.push_back({name, Id(), id});
+    } else if (before->second != id) {
+      moves.push_back({name, before->second, id});
+    }
+  }
+  return moves;
+}
+
 Error CannotWrite(const WideString& path, ErrorCode code, const char* why) {
   Error error;
   error.code = code;
@@ -65,18 +90,15 @@ bool ObjectStoreAsBlobs::Impl::Fail(Error error) {
 
 Transaction& ObjectStoreAsBlobs::Impl::Writing() {
   if (transaction) return *transaction;
-  transaction.emplace();
-  failure = Status();
-  lastStatus = Status();
   Result<std::vector<Head>> found = store.Heads();
+  Transaction begun;
   if (found) {
-    for (Head& head : *found) transaction->base.emplace(std::move(head.name), std::move(head.id));
-    transaction->next = transaction->base;
-  } else {
-    Fail(std::move(found).error());
-    failure = lastStatus;
+    begun.base = TableOf(*std::move(found));
+    begun.next = begun.base;
   }
-  return *transaction;
+  failure = found ? Status() : Status(found.error());
+  lastStatus = failure;
+  return transaction.emplace(std::move(begun));
 }
 
 bool ObjectStoreAsBlobs::Impl::WriteBatch() {
@@ -108,8 +130,7 @@ bool ObjectStoreAsBlobs::Impl::ReadHeads() {
   heads.reset();
   Result<std::vector<Head>> found = store.Heads();
   if (!found) return Fail(std::move(found).error());
-  heads.emplace();
-  for (Head& head : *found) heads->emplace(std::move(head.name), std::move(head.id));
+  heads = TableOf(*std::move(found));
   return true;
 }
 
@@ -197,25 +218,13 @@ std::vector<WideString> ObjectStoreAsBlobs::ListBlobs(const WideString& director
   return names;
 }
 
+// A commit that runs out of memory can be repeated: the save ends once its outcome is known.
 Status ObjectStoreAsBlobs::Commit() {
   if (!m_impl->transaction) return {};
   const bool written = m_impl->failure && m_impl->WriteBatch();
-  const Transaction done = *std::exchange(m_impl->transaction, std::nullopt);
-  if (!written) return m_impl->failure ? m_impl->lastStatus : m_impl->failure;
-  std::vector<HeadMove> moves;
-  for (const auto& [name, id] : done.base) {
-    if (!done.next.contains(name)) moves.push_back({name, id, Id()});
-  }
-  for (const auto& [name, id] : done.next) {
-    const auto before = done.base.find(name);
-    if (before == done.base.end()) {
-      moves.push_back({name, Id(), id});
-    } else if (before->second != id) {
-      moves.push_back({name, before->second, id});
-    }
-  }
-  m_impl->lastStatus = m_impl->store.MoveHeads(moves);
-  return m_impl->lastStatus;
+  if (written) m_impl->lastStatus = m_impl->store.MoveHeads(MovesOf(*m_impl->transaction));
+  m_impl->transaction.reset();
+  return m_impl->failure ? m_impl->lastStatus : m_impl->failure;
 }
 
 void ObjectStoreAsBlobs::Abandon() { m_impl->transaction.reset(); }
