@@ -98,9 +98,9 @@ class TALVCS_POSTGRES_API PostgresStore final : public IObjectStore,
                                                 public IBackgroundWriter {
  public:
   /// Connects by `connection`, and opens the repository of that name, which is UTF-8 with 1 to 200
-  /// bytes; others fail with `BadName`. Two programs may make the same repository at once. Cost: a
-  /// connection and one round trip. Tables of an older version are upgraded, which needs the rights
-  /// of their owner.
+  /// bytes; others fail with `BadName`, and so does a connection that libpq can't read. Two
+  /// programs may make the same repository at once. Cost: a connection and one round trip. Tables
+  /// of an older version are upgraded, which needs the rights of their owner.
   static Result<PostgresStore> Open(const std::string& connection, std::string_view repository,
                                     PostgresOptions options = {});
 

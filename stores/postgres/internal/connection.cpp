@@ -33,6 +33,24 @@ std::string StateIn(std::string_view text) {
   return state;
 }
 
+/// Returns why libpq can't read a connection string; empty if it can.
+std::string ProblemOf(const std::string& text) {
+  const bool is_uri = text.starts_with("postgresql://") || text.starts_with("postgres://");
+  // Any other text is the name of a database.
+  if (!is_uri && text.find('=') == text.npos) return {};
+  char* message = nullptr;
+  PQconninfoOption* const options = PQconninfoParse(text.c_str(), &message);
+  if (options == nullptr && message == nullptr) throw std::bad_alloc();
+  const std::string problem = message == nullptr ? "" : message;
+  PQconninfoFree(options);
+  PQfreemem(message);
+  // The message repeats a part of the text, which may be the password.
+  const std::size_t at = is_uri ? text.find('@') : text.npos;
+  const bool has_password = text.find("password") != text.npos ||
+                            (at != text.npos && text.rfind(':', at) > text.find("://"));
+  return problem.empty() || !has_password ? problem : "not shown, as the text has a password";
+}
+
 /// A result of a batch after its first failure is one too.
 bool IsFailure(const PGresult* result) noexcept {
   const ExecStatusType status = PQresultStatus(result);
@@ -44,6 +62,12 @@ bool IsFailure(const PGresult* result) noexcept {
 
 Result<std::unique_ptr<Connection>> Connection::Open(const std::string& text,
                                                      std::chrono::milliseconds timeout) {
+  if (const std::string problem = ProblemOf(text); !problem.empty()) {
+    Error error = ErrorOf({}, problem);
+    error.code = ErrorCode::BadName;
+    error.message = "its connection string can't be read";
+    return error;
+  }
   const char* const names[] = {"dbname", "client_encoding", "fallback_application_name", nullptr};
   const char* const values[] = {text.c_str(), "UTF8", "talvcs", nullptr};
   PGconn* const raw = PQconnectStartParams(names, values, 1);

@@ -97,6 +97,22 @@ TEST_F(PostgresStoreTest, MissingServerDatabaseAndUserAreDifferentErrors) {
   EXPECT_EQ(stranger.error().code, ErrorCode::Denied);
 }
 
+TEST_F(PostgresStoreTest, ConnectionThatCanNotBeReadFailsAtOnce) {
+  const PostgresOptions options{.connectTimeout = std::chrono::hours(1)};
+  for (const char* text :
+       {"postgresql:///histories?colour=red", "host=/tmp colour=red", "host='"}) {
+    const auto store = PostgresStore::Open(text, m_name, options);
+    EXPECT_EQ(store.error().code, ErrorCode::BadName);
+    EXPECT_THAT(store.error().cause, testing::StartsWith("PostgreSQL: "));
+  }
+  for (const char* text :
+       {"password='secret", "postgresql://ada:secret@[::1", "password=a secret"}) {
+    const auto store = PostgresStore::Open(text, m_name, options);
+    EXPECT_EQ(store.error().code, ErrorCode::BadName);
+    EXPECT_THAT(Describe(store.error()), testing::Not(testing::HasSubstr("secret")));
+  }
+}
+
 TEST_F(PostgresStoreTest, TablesOfANewerVersionAreRefused) {
   Sql("CREATE DATABASE newer");
   const std::string connection = Connection() + " dbname=newer";
