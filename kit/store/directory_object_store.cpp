@@ -70,7 +70,6 @@ class DirectoryObjectStore::Impl {
   Status PrepareToWrite();
   Status Upgrade();
   Status Rely(std::unique_ptr<FileLock>& readers);
-  Status RefreshUnlessLocked();
   Result<Buffer> ReadOne(const Id& id);
   Result<std::vector<std::optional<std::uint64_t>>> SizesOf(std::span<const Id> ids);
   Result<RemovedObjects> RemoveUnmarked(const MarkObjects& mark);
@@ -161,18 +160,16 @@ Status DirectoryObjectStore::Impl::Rely(std::unique_ptr<FileLock>& readers) {
   return {};
 }
 
-/// Refreshes the state, unless a lock keeps objects from going.
-Status DirectoryObjectStore::Impl::RefreshUnlessLocked() {
-  return readerLock ? Status() : state.Refresh();
-}
-
 Result<Buffer> DirectoryObjectStore::Impl::ReadOne(const Id& id) {
   const std::optional<ObjectKey> key = KeyOf(id);
   if (!key) return NoSuchObject(id);
   Result<Buffer> packed = objects.Read(*key);
   if (packed) return packed;
   // It may be in a pack that is new, or that has taken the place of others.
-  if (!state.Refresh()) return packed;
+  if (Status status = state.Refresh(); !status) {
+    // What a reader of heads knows is all there is for it.
+    return readerLock ? std::move(packed) : std::move(status).error();
+  }
   return objects.Read(*key);
 }
 
@@ -256,7 +253,8 @@ Result<std::vector<Id>> DirectoryObjectStore::Missing(std::span<const Id> ids) {
 }
 
 Status DirectoryObjectStore::Read(std::span<const Id> ids, const ReadSink& sink) {
-  if (Status status = m_impl->RefreshUnlessLocked(); !status) return status;
+  // Bytes that are found are those of the id, also in a pack that has lost its name since. So only
+  // what isn't found needs a look at the journal.
   for (const Id& id : ids) sink(id, m_impl->ReadOne(id));
   return {};
 }

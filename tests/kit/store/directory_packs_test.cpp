@@ -97,6 +97,30 @@ TEST_F(DirectoryPacks, OpeningAStoreOfManyObjectsReadsLittle) {
   EXPECT_LT(files->Calls(), 15);
 }
 
+// A third of the time of a read went into the journal.
+TEST_F(DirectoryPacks, ReadLooksAtTheJournalForWhatItDoesNotFindAlone) {
+  DirectoryObjectStore other = Create();
+  Save(other, {Packed("one"), Packed("two")});
+  const auto files = std::make_shared<FaultyFileSystem>();
+  DirectoryObjectStore reader = StoreAccess::Open(m_folder.Path(), kQuick, files).value();
+  EXPECT_EQ(Read(reader, Packed("one").id), "blob one");
+  files->Restart();
+  EXPECT_EQ(Read(reader, Packed("two").id), "blob two");
+  EXPECT_EQ(files->CallsOf("ReadFile"), 0);
+  // The pack that the reader knows is replaced by another one, which grows.
+  EXPECT_EQ(RemoveAllBut(other, {Packed("one").id}).value().count, 1U);
+  EXPECT_EQ(Names(".pack"), std::vector<std::string>{"00000002.pack"});
+  EXPECT_EQ(Read(reader, Packed("one").id), "blob one");
+  Save(other, {Packed("three")});
+  EXPECT_EQ(Read(reader, Packed("three").id), "blob three");
+  EXPECT_EQ(files->CallsOf("ReadFileFrom state"), 1);
+  EXPECT_EQ(Read(reader, Packed("two").id), "NotFound");
+  // Without a journal nobody knows what is missing.
+  WriteWhole(File("state"), "anything");
+  EXPECT_EQ(Read(reader, Packed("one").id), "blob one");
+  EXPECT_EQ(Read(reader, Packed("two").id), "Damaged");
+}
+
 TEST_F(DirectoryPacks, OpeningAStoreOfLargeObjectsReadsLittle) {
   Id first;
   {
