@@ -106,7 +106,8 @@ class TALVCS_KIT_API Workspace {
   /// Makes a version like `Commit`, as an automatic save. Checkpoints of this workspace with the
   /// same author and gesture (not empty, such as the id of a drag), each within a window of time
   /// after the one before, are one version. If the files are again as they were before the gesture,
-  /// that version is removed, and none is returned.
+  /// that version is removed, and none is returned; unless it is the branch's first version, which
+  /// stays, so that the empty document is a version after it.
   Result<std::optional<Version>> Checkpoint(std::string_view label, std::string_view gesture,
                                             std::chrono::sys_seconds now,
                                             const CheckpointOptions& options = {});
