@@ -2,6 +2,7 @@
 #include <kit/store/read_history.h>
 #include <stores/sqlite/internal/compaction.h>
 #include <stores/sqlite/internal/document.h>
+#include <stores/sqlite/internal/salvage.h>
 #include <stores/sqlite/sqlite_store.h>
 
 #include <utility>
@@ -52,6 +53,12 @@ Status SqliteStore::Compact(const std::filesystem::path& path, SqliteOptions opt
 
 Status SqliteStore::CompactInto(const std::filesystem::path& target, const Progress& progress) {
   return m_document ? m_document->CompactInto(target, progress) : Closed();
+}
+
+Result<SqliteSalvage> SqliteStore::Salvage(const std::filesystem::path& path,
+                                           const std::filesystem::path& target,
+                                           SqliteOptions options, const Progress& progress) {
+  return Sqlite::SalvageDocument(path, target, options, progress);
 }
 
 Status SqliteStore::Close() {

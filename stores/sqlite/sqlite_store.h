@@ -57,6 +57,16 @@ struct SqliteOptions {
   bool compress = true;
 };
 
+/// What `SqliteStore::Salvage` has found.
+struct SqliteSalvage {
+  std::uint64_t objects = 0;      ///< The objects of the new document, each compared with its id.
+  std::uint64_t lostObjects = 0;  ///< Objects of which there are records, but none that is whole.
+  std::vector<Head> heads;        ///< The branches of the new document, sorted by name.
+  /// Whether these are the branches that the damaged document had, by its checksum of them.
+  bool hasAllHeads = false;
+  std::uint64_t values = 0;  ///< The values of the new document.
+};
+
 /// A document with its history in one SQLite file: objects, branches, small values.
 ///
 /// *Saving.* `Write` keeps the objects in memory. `MoveHeads` then puts the objects and the heads
@@ -165,6 +175,35 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore,
   /// there is a file of that name. Works on documents that can only be read, and in a host's
   /// database, of which only the store's tables are copied.
   Status CompactInto(const std::filesystem::path& target, const Progress& progress = {});
+
+  /// Writes everything that is readable in the damaged document at `path` into a new one at
+  /// `target`, also if `Open` refuses the document.
+  ///
+  /// All pages of the file, and of the "-wal" beside it, are searched for records of objects,
+  /// branches and values; what leads to them isn't needed. An object is taken if its bytes are
+  /// those of its id, a value if its checksum fits. Branches are taken as they are if their
+  /// checksum fits. Otherwise those with a commit are taken, and each other commit that none names
+  /// as its parent gets a branch `salvaged/1`, `salvaged/2` and so on, the newest first. Branches
+  /// may have holes: `Verify` lists them, `Repair` fills them from another store.
+  ///
+  ///     const SqliteSalvage salvage = SqliteStore::Salvage("a.tal", "rescued.tal").value();
+  ///     SqliteStore rescued = SqliteStore::Open("rescued.tal").value();
+  ///     Repair(rescued, copy).value();
+  ///
+  /// Objects that were removed come back if their bytes are still in the file; `CleanUp` removes
+  /// them from the new document. A journal of a save that did not end isn't used: open the document
+  /// first. In a file with the tables of several stores, their branches are mixed.
+  ///
+  /// The document is only read, and nothing is locked: no program may write to it meanwhile. The
+  /// new one is written under the name `target` with "-compact" added and then gets its name in one
+  /// step; `options` are those of the new one. Fails with `NotFound` if there is no file at `path`,
+  /// with `Denied` if there is one at `target`, and with `Cancelled`; then there is no new
+  /// document. Phases of the progress: "search", whose items are pages, and "copy", whose items are
+  /// objects. Cost: the file read two to four times, and a compaction. Memory: some 150 bytes an
+  /// object.
+  static Result<SqliteSalvage> Salvage(const std::filesystem::path& path,
+                                       const std::filesystem::path& target,
+                                       SqliteOptions options = {}, const Progress& progress = {});
 
   /// Puts objects that are still in memory into the file, and closes it. After a failure the store
   /// is open and has the objects. Closing twice succeeds.

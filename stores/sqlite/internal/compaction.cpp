@@ -1,5 +1,5 @@
-#include <kit/store/quietly.h>
 #include <stores/sqlite/internal/compaction.h>
+#include <stores/sqlite/internal/copy_file.h>
 #include <stores/sqlite/internal/database.h>
 #include <stores/sqlite/internal/files.h>
 #include <stores/sqlite/internal/head_table.h>
@@ -9,7 +9,6 @@
 #include <stores/sqlite/internal/object_table.h>
 #include <stores/sqlite/internal/transaction.h>
 
-#include <chrono>
 #include <limits>
 #include <memory>
 #include <string>
@@ -22,33 +21,6 @@ namespace {
 
 // Each row of an object has its id.
 constexpr std::int64_t kFewestRowBytes = 32;
-
-/// Calls the host's progress callback, not too often.
-class CopyProgress {
- public:
-  CopyProgress(const Progress& progress, std::uint64_t total) : m_progress(progress) {
-    m_step.phase = "copy";
-    m_step.total = total;
-  }
-
-  /// Returns false if the host has cancelled.
-  bool Call() {
-    m_called = Clock::now();
-    return !m_progress || m_progress(m_step);
-  }
-  bool Add(std::uint64_t sizeBytes) {
-    ++m_step.done;
-    m_step.sizeBytes += sizeBytes;
-    return Clock::now() - m_called < std::chrono::milliseconds(20) || Call();
-  }
-
- private:
-  using Clock = std::chrono::steady_clock;
-
-  const Progress& m_progress;
-  ProgressStep m_step;
-  Clock::time_point m_called;
-};
 
 Error Cancelled(const Database& source) {
   Error error = source.Fail(ErrorCode::Cancelled, Task::Save, "cancelled");
@@ -79,7 +51,7 @@ class Copier {
   Status CopyObjects(const Progress& progress) {
     Result<std::uint64_t> count = CountObjects();
     if (!count) return std::move(count).error();
-    CopyProgress copied(progress, *count);
+    CopyProgress copied(progress, "copy", *count);
     if (!copied.Call()) return Cancelled(m_source);
     std::int64_t number = std::numeric_limits<std::int64_t>::min();
     for (;;) {
@@ -169,35 +141,6 @@ Status MakeCopy(Database& source, const std::filesystem::path& copy, SqliteOptio
   return status ? transaction.Commit() : status;
 }
 
-std::filesystem::path CopyNameOf(std::filesystem::path path) { return path += "-compact"; }
-
-/// Removes a copy, also one that a program left when it was killed.
-void RemoveCopy(const std::filesystem::path& copy) {
-  std::filesystem::path journal = copy;
-  journal += "-journal";
-  std::error_code ignored;
-  std::filesystem::remove(copy, ignored);
-  std::filesystem::remove(journal, ignored);
-}
-
-/// Removes a copy at the end unless it got its final name.
-class CopyFile {
- public:
-  explicit CopyFile(const std::filesystem::path& target) : m_path(CopyNameOf(target)) {
-    RemoveCopy(m_path);
-  }
-  CopyFile(const CopyFile&) = delete;
-  CopyFile& operator=(const CopyFile&) = delete;
-  ~CopyFile() {
-    Quietly([this] { RemoveCopy(m_path); });
-  }
-
-  const std::filesystem::path& Path() const noexcept { return m_path; }
-
- private:
-  std::filesystem::path m_path;
-};
-
 Status MoveCopy(const Database& source, const CopyFile& copy, const std::filesystem::path& target,
                 const SqliteOptions& options) {
   const std::error_code failure = MoveFile(copy.Path(), target, options.durable);
@@ -221,10 +164,7 @@ Status CheckNoOtherTables(Database& source) {
 
 Status CopyDocument(Database& source, const std::filesystem::path& target,
                     const SqliteOptions& options, const Progress& progress) {
-  // A link that leads to nothing would be replaced.
-  std::error_code failure;
-  if (std::filesystem::symlink_status(target, failure).type() !=
-      std::filesystem::file_type::not_found) {
+  if (IsTaken(target)) {
     return MakeError(ErrorCode::Denied, Task::Save, target.string(),
                      "there is a file of that name already");
   }

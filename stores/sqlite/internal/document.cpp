@@ -6,6 +6,7 @@
 #include <stores/sqlite/internal/meta.h>
 #include <stores/sqlite/internal/space.h>
 #include <stores/sqlite/internal/transaction.h>
+#include <stores/sqlite/internal/values.h>
 
 #include <algorithm>
 #include <limits>
@@ -265,12 +266,7 @@ Status Document::SetValue(std::string_view name, std::optional<std::string_view>
   Status status = transaction.Begin();
   if (!status) return status;
   if (value) {
-    const std::span<const std::byte> bytes = std::as_bytes(std::span(*value));
-    status = m_database->Use(Query::SetValue, Task::Save)
-                 .BindText(1, name)
-                 .BindBlob(2, bytes)
-                 .Bind(3, static_cast<std::int64_t>(Checksum(name, bytes)))
-                 .Run();
+    status = PutValue(*m_database, name, std::as_bytes(std::span(*value)));
   } else {
     status = m_database->Use(Query::DeleteValue, Task::Save).BindText(1, name).Run();
   }

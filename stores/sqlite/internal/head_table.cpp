@@ -19,12 +19,6 @@ Id IdFrom(const std::optional<std::span<const std::byte>>& bytes) {
   return key ? IdOf(*key) : Id();
 }
 
-/// The share of one head in the sum; nothing for a branch that doesn't exist.
-std::uint64_t ChecksumOfHead(std::string_view name, const Id& id) {
-  const std::optional<ObjectKey> key = KeyOf(id);
-  return key ? Checksum(name, std::as_bytes(std::span(*key))) : 0;
-}
-
 }  // namespace
 
 Result<std::vector<Head>> HeadTable::List() {

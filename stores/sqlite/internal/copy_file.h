@@ -1,0 +1,61 @@
+#pragma once
+
+#include <kit/text/progress.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <string_view>
+
+namespace TalVcs::Kit::Sqlite {
+
+/// Calls the host's progress callback, not too often.
+class CopyProgress {
+ public:
+  CopyProgress(const Progress& progress, std::string_view phase, std::uint64_t total)
+      : m_progress(progress) {
+    m_step.phase = phase;
+    m_step.total = total;
+  }
+
+  /// Returns false if the host has cancelled.
+  bool Call() {
+    m_called = Clock::now();
+    return !m_progress || m_progress(m_step);
+  }
+  bool Add(std::uint64_t sizeBytes) {
+    ++m_step.done;
+    m_step.sizeBytes += sizeBytes;
+    return Wait();
+  }
+  /// For work without a result.
+  bool Wait() { return Clock::now() - m_called < std::chrono::milliseconds(20) || Call(); }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  const Progress& m_progress;
+  ProgressStep m_step;
+  Clock::time_point m_called;
+};
+
+/// The file beside a document in which its copy is made. Removed at the end unless it got its final
+/// name.
+class CopyFile {
+ public:
+  /// Removes a copy that a program left when it was killed.
+  explicit CopyFile(const std::filesystem::path& target);
+  CopyFile(const CopyFile&) = delete;
+  CopyFile& operator=(const CopyFile&) = delete;
+  ~CopyFile();
+
+  const std::filesystem::path& Path() const noexcept { return m_path; }
+
+ private:
+  std::filesystem::path m_path;
+};
+
+/// Whether there is a file of that name, or a link of it, also one that leads to nothing.
+bool IsTaken(const std::filesystem::path& target);
+
+}  // namespace TalVcs::Kit::Sqlite
