@@ -172,8 +172,9 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore,
                         const Progress& progress = {});
 
   /// Copies the document, as `Compact` does, into a new one at `target`. Fails with `Denied` if
-  /// there is a file of that name. Works on documents that can only be read, and in a host's
-  /// database, of which only the store's tables are copied.
+  /// there is a file of that name, or if the document has that name with "-compact" added. Works on
+  /// documents that can only be read, and in a host's database, of which only the store's tables
+  /// are copied.
   Status CompactInto(const std::filesystem::path& target, const Progress& progress = {});
 
   /// Writes everything that is readable in the damaged document at `path` into a new one at
@@ -197,10 +198,10 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore,
   /// The document is only read, and nothing is locked: no program may write to it meanwhile. The
   /// new one is written under the name `target` with "-compact" added and then gets its name in one
   /// step; `options` are those of the new one. Fails with `NotFound` if there is no file at `path`,
-  /// with `Denied` if there is one at `target`, and with `Cancelled`; then there is no new
-  /// document. Phases of the progress: "search", whose items are pages, and "copy", whose items are
-  /// objects. Cost: the file read two to four times, and a compaction. Memory: some 150 bytes an
-  /// object.
+  /// with `Denied` if there is one at `target` or if `path` is the name under which the new one
+  /// would be written, and with `Cancelled`; then there is no new document. Phases of the progress:
+  /// "search", whose items are pages, and "copy", whose items are objects. Cost: the file read two
+  /// to four times, and a compaction. Memory: some 150 bytes an object.
   static Result<SqliteSalvage> Salvage(const std::filesystem::path& path,
                                        const std::filesystem::path& target,
                                        SqliteOptions options = {}, const Progress& progress = {});

@@ -11,6 +11,7 @@
 
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_set>
 #include <utility>
@@ -164,10 +165,8 @@ Status CheckNoOtherTables(Database& source) {
 
 Status CopyDocument(Database& source, const std::filesystem::path& target,
                     const SqliteOptions& options, const Progress& progress) {
-  if (IsTaken(target)) {
-    return MakeError(ErrorCode::Denied, Task::Save, target.string(),
-                     "there is a file of that name already");
-  }
+  if (std::optional<Error> obstacle = FindObstacle(source.Name(), target))
+    return *std::move(obstacle);
   ReadTransaction transaction(source);
   Status status = transaction.Begin();
   if (!status) return status;

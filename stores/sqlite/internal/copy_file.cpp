@@ -1,5 +1,6 @@
 #include <kit/store/quietly.h>
 #include <stores/sqlite/internal/copy_file.h>
+#include <stores/sqlite/internal/sqlite_error.h>
 
 #include <system_error>
 
@@ -8,12 +9,12 @@ namespace {
 
 std::filesystem::path CopyNameOf(std::filesystem::path path) { return path += "-compact"; }
 
+std::filesystem::path JournalOf(std::filesystem::path copy) { return copy += "-journal"; }
+
 void RemoveCopy(const std::filesystem::path& copy) {
-  std::filesystem::path journal = copy;
-  journal += "-journal";
   std::error_code ignored;
   std::filesystem::remove(copy, ignored);
-  std::filesystem::remove(journal, ignored);
+  std::filesystem::remove(JournalOf(copy), ignored);
 }
 
 }  // namespace
@@ -26,10 +27,21 @@ CopyFile::~CopyFile() {
   Quietly([this] { RemoveCopy(m_path); });
 }
 
-bool IsTaken(const std::filesystem::path& target) {
+std::optional<Error> FindObstacle(const std::filesystem::path& source,
+                                  const std::filesystem::path& target) {
   std::error_code failure;
-  return std::filesystem::symlink_status(target, failure).type() !=
-         std::filesystem::file_type::not_found;
+  if (std::filesystem::symlink_status(target, failure).type() !=
+      std::filesystem::file_type::not_found) {
+    return MakeError(ErrorCode::Denied, Task::Save, target.string(),
+                     "there is a file of that name already");
+  }
+  const std::filesystem::path copy = CopyNameOf(target);
+  for (const std::filesystem::path& removed : {copy, JournalOf(copy)}) {
+    if (!std::filesystem::equivalent(removed, source, failure)) continue;
+    return MakeError(ErrorCode::Denied, Task::Save, target.string(),
+                     "the document has the name that its copy would have");
+  }
+  return std::nullopt;
 }
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <kit/text/progress.h>
+#include <kit/text/result.h>
 
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 namespace TalVcs::Kit::Sqlite {
@@ -55,7 +57,9 @@ class CopyFile {
   std::filesystem::path m_path;
 };
 
-/// Whether there is a file of that name, or a link of it, also one that leads to nothing.
-bool IsTaken(const std::filesystem::path& target);
+/// Returns why no copy of `source` can be made at `target`; nothing if one can. A link at `target`
+/// is in the way, also one that leads to nothing, and so is a source with the name of the copy.
+std::optional<Error> FindObstacle(const std::filesystem::path& source,
+                                  const std::filesystem::path& target);
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -70,7 +70,7 @@ void RawDocument::TakeRow(const RawFile::Cell& cell) {
   const std::optional<std::string> record = m_file.Read(cell, kBeginning);
   if (!record) return;
   const std::optional<std::vector<RawColumn>> columns = ColumnsOfObject(*record);
-  if (!columns) return;
+  if (!columns || !HasRoom(cell.localBytes)) return;
   Objects& objects = m_objects[*KeyAt(*record, (*columns)[1])];
   if (objects.places.empty()) objects.number = cell.number;
   if (objects.places.size() < kMostPlaces) objects.places.push_back(cell.place);
@@ -90,7 +90,8 @@ bool RawDocument::TakePiece(const RawFile::Cell& cell, const std::string& record
       (*columns)[2].kind != Kind::Blob) {
     return false;
   }
-  m_pieces.try_emplace({(*columns)[0].number, (*columns)[1].number}, cell.place);
+  if (HasRoom(cell.localBytes))
+    m_pieces.try_emplace({(*columns)[0].number, (*columns)[1].number}, cell.place);
   return true;
 }
 
@@ -101,7 +102,7 @@ bool RawDocument::TakeHead(const std::string& record) {
   if (!key) return false;
   const std::string name(TextAt(record, (*columns)[0]));
   // A damaged name isn't UTF-8 as a rule.
-  if (ToUtf8(ToWide(name)) != name) return true;
+  if (ToUtf8(ToWide(name)) != name || !HasRoom(record.size())) return true;
   m_heads[name].push_back(IdOf(*key));
   return true;
 }
@@ -114,10 +115,18 @@ bool RawDocument::TakeValue(const std::string& record) {
   }
   const std::string_view name = TextAt(record, (*columns)[0]);
   const std::string_view value = TextAt(record, (*columns)[1]);
-  if (static_cast<std::uint64_t>((*columns)[2].number) == Checksum(name, BytesOf(value))) {
+  const auto sum = static_cast<std::uint64_t>((*columns)[2].number);
+  if (sum == Checksum(name, BytesOf(value)) && HasRoom(record.size())) {
     m_values.try_emplace(std::string(name), value);
   }
   return true;
+}
+
+/// Returns whether all that was taken so far has room in the file. Records of a crafted one can
+/// have the same bytes, and there can be any number of them.
+bool RawDocument::HasRoom(std::uint64_t sizeBytes) {
+  m_takenBytes += sizeBytes;
+  return m_takenBytes <= m_file.SizeBytes();
 }
 
 bool RawDocument::TakeMeta(const std::string& record) {
@@ -213,6 +222,8 @@ std::optional<std::string> RawDocument::PiecesOf(std::int64_t number, std::int64
     const std::optional<std::vector<RawColumn>> columns = ReadRawColumns(*record, 3);
     if (!columns || !IsWhole(*record, columns->back())) return std::nullopt;
     bytes += TextAt(*record, columns->back());
+    // Crafted pieces can share their pages.
+    if (bytes.size() > m_file.SizeBytes()) return std::nullopt;
   }
   return bytes;
 }

@@ -69,6 +69,7 @@ class RawDocument {
   bool TakeHead(const std::string& record);
   bool TakeValue(const std::string& record);
   bool TakeMeta(const std::string& record);
+  bool HasRoom(std::uint64_t sizeBytes);
   std::optional<std::vector<std::byte>> EncodedAt(const Place& place);
   std::optional<std::string> PiecesOf(std::int64_t number, std::int64_t count);
   Result<std::vector<std::byte>> ReadBase(const Id& id);
@@ -77,6 +78,7 @@ class RawDocument {
   std::int64_t NumberOf(const Id& id) const;
 
   RawFile m_file;
+  std::uint64_t m_takenBytes = 0;
   std::map<ObjectKey, Objects> m_objects;
   Pieces m_pieces;
   std::map<std::string, std::vector<Id>> m_heads;

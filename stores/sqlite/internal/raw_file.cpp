@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <system_error>
 #include <utility>
 
 // What SQLite documents of its files; numbers have the highest byte first:
@@ -30,7 +32,8 @@ constexpr unsigned char kLeafOfTable = 13;
 
 // Pages that are looked at to find out their size.
 constexpr std::uint64_t kSample = 2000;
-// How often a page may be read as a part of a record, on average.
+// How often a page may be read as a part of a record, on average. Records of a page together take
+// no more than so many pages.
 constexpr std::uint64_t kMostReads = 64;
 
 std::uint64_t NumberIn(std::string_view bytes, std::size_t at, std::size_t size) {
@@ -123,7 +126,9 @@ RawFile::RawFile(const std::filesystem::path& path) : m_file(path, std::ios::bin
   m_fileBytes = SizeOf(m_file);
   std::filesystem::path log = path;
   log += "-wal";
-  m_log.open(log, std::ios::binary);
+  std::error_code ignored;
+  // Opening a pipe would wait for its other end.
+  if (std::filesystem::is_regular_file(log, ignored)) m_log.open(log, std::ios::binary);
   if (m_log.is_open()) m_logBytes = SizeOf(m_log);
   FindPageBytes();
   FindFrames();
@@ -171,8 +176,9 @@ void RawFile::FindFrames() {
   for (; m_framePages < count; ++m_framePages) {
     if (!ReadAt(m_log, kLogHeaderBytes + m_framePages * frame_bytes, frame)) return;
     // Frames of before the log was begun anew.
-    if (frame.substr(8, 8) != header.substr(16, 8)) return;
-    m_frames[static_cast<std::uint32_t>(NumberIn(frame, 0, 4))] = m_filePages + m_framePages;
+    const auto number = static_cast<std::uint32_t>(NumberIn(frame, 0, 4));
+    if (number == 0 || frame.substr(8, 8) != header.substr(16, 8)) return;
+    m_frames[number] = m_filePages + m_framePages;
   }
 }
 
@@ -213,7 +219,7 @@ std::optional<RawFile::Cell> RawFile::CellAt(const Place& place) const {
   if (at >= usable) return std::nullopt;
   const std::string_view bytes(m_bytes.data(), usable);
   const std::optional<std::uint64_t> size = TakeNumber(bytes, at);
-  if (!size || *size == 0 || *size > m_fileBytes + m_logBytes) return std::nullopt;
+  if (!size || *size == 0 || *size > SizeBytes()) return std::nullopt;
   if (cell.isRow) {
     const std::optional<std::uint64_t> number = TakeNumber(bytes, at);
     if (!number) return std::nullopt;
@@ -243,12 +249,17 @@ void RawFile::Visit(std::uint64_t page, const std::function<void(const Cell& cel
   if (!HasCells(kind)) return;
   const std::size_t places = header + (kind == kBranchOfIndex ? 12 : 8);
   const auto count = static_cast<std::size_t>(NumberIn(m_bytes, header + 3, 2));
-  for (std::size_t index = 0; index < count; ++index) {
+  // A crafted page can have a long record at each of its bytes.
+  std::uint64_t taken = 0;
+  for (std::size_t index = 0; index < count && taken <= kMostReads * m_pageBytes; ++index) {
     const std::size_t at = places + 2 * index;
     // A visit may have read another page.
     if (at + 2 > m_pageBytes || !ReadPage(page)) return;
     const auto offset = static_cast<std::uint32_t>(NumberIn(m_bytes, at, 2));
-    if (const std::optional<Cell> cell = CellAt({page, offset})) visit(*cell);
+    const std::optional<Cell> cell = CellAt({page, offset});
+    if (!cell) continue;
+    taken += cell->localBytes;
+    visit(*cell);
   }
 }
 
@@ -258,11 +269,16 @@ std::optional<RawFile::Cell> RawFile::Find(const Place& place) {
 
 std::optional<std::string> RawFile::Read(const Cell& cell, std::uint64_t most) {
   if (!ReadPage(cell.place.page)) return std::nullopt;
-  std::string record = m_bytes.substr(cell.at, cell.localBytes);
+  const std::uint64_t wanted = std::min(most, cell.sizeBytes);
+  std::string record = m_bytes.substr(
+      cell.at, static_cast<std::size_t>(std::min<std::uint64_t>(wanted, cell.localBytes)));
   const std::size_t room = m_pageBytes - m_reservedBytes - 4;
   std::uint32_t next = cell.next;
-  while (record.size() < std::min(most, cell.sizeBytes)) {
-    if (!ReadLinkedPage(next)) return std::nullopt;
+  // Pages in a circle would fill the memory. Each circle leads to the page that is kept here.
+  std::uint32_t kept = 0;
+  for (std::uint64_t read = 1; record.size() < wanted; ++read) {
+    if (next == kept || !ReadLinkedPage(next)) return std::nullopt;
+    if (std::has_single_bit(read)) kept = next;
     next = static_cast<std::uint32_t>(NumberIn(m_bytes, 0, 4));
     record.append(
         m_bytes, 4,

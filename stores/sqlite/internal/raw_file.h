@@ -57,13 +57,15 @@ class RawFile {
   bool IsOpen() const { return m_file.is_open(); }
   std::uint64_t CountPages() const noexcept { return m_filePages + m_framePages; }
   std::uint64_t PageBytes() const noexcept { return m_pageBytes; }
+  /// Returns the bytes of the file and of the log.
+  std::uint64_t SizeBytes() const noexcept { return m_fileBytes + m_logBytes; }
 
   /// Calls `visit` for each record of a page.
   void Visit(std::uint64_t page, const std::function<void(const Cell& cell)>& visit);
   /// Returns a record that a visit has found.
   std::optional<Cell> Find(const Place& place);
   /// Returns the bytes of a record, the first `most` at least if it has as many; nothing if any of
-  /// them is missing.
+  /// them is missing, or if its pages form a circle.
   std::optional<std::string> Read(const Cell& cell, std::uint64_t most);
 
  private:

@@ -169,10 +169,7 @@ Result<SqliteSalvage> SalvageDocument(const std::filesystem::path& path,
   if (!std::filesystem::is_regular_file(path, failure)) {
     return MakeError(ErrorCode::NotFound, Task::Open, name, "there is no such file");
   }
-  if (IsTaken(target)) {
-    return MakeError(ErrorCode::Denied, Task::Save, target.string(),
-                     "there is a file of that name already");
-  }
+  if (std::optional<Error> obstacle = FindObstacle(path, target)) return *std::move(obstacle);
   RawDocument source(path);
   if (!source.IsOpen()) {
     return MakeError(ErrorCode::Denied, Task::Open, name, "it can't be read");

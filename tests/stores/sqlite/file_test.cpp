@@ -522,6 +522,8 @@ TEST_F(SqliteSize, WriteThatDoesNotFitLeavesTheDocumentAndNothingBesideIt) {
   {
     const ShortFiles limit(1000000);
     EXPECT_EQ(SqliteStore::Compact(m_path, kWithoutLog).error().code, ErrorCode::Full);
+    EXPECT_EQ(SqliteStore::Salvage(m_path, m_folder.Path() / "rescued.tal").error().code,
+              ErrorCode::Full);
   }
   {
     const ShortFiles limit(before.size() + 5000);
