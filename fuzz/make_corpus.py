@@ -562,6 +562,26 @@ def sqlite_seeds():
         2, rows, "CREATE TRIGGER t AFTER INSERT ON objects BEGIN DELETE FROM heads; END;")[0]
 
 
+def sqlite_salvage_seeds():
+    def plain(kind, data):
+        packed = b"%s %d\0" % (kind, len(data)) + data
+        return hashlib.sha256(packed).digest(), len(packed), 0, packed
+    file = plain(b"blob", b"of the only file")
+    tree = plain(b"tree", b"100644 blob file\0" + file[0].hex().encode())
+    rows = [file, tree]
+    for parent in (b"", b"parent %s\n"):
+        parent = parent and parent % rows[-1][0].hex().encode()
+        rows.append(plain(b"commit", b"tree " + tree[0].hex().encode() + b"\n" + parent + AUTHOR + b"\nwhat was done\n"))
+    document = sqlite_document(2, rows)[0]
+    yield "commits", b"d" + document
+    yield "no-header", b"d" + bytes(512) + document[512:]
+    yield "no-sum", b"d" + sqlite_document(2, rows, "UPDATE meta SET value = 1 WHERE name = 'heads';")[0]
+    yield "no-heads", b"d" + sqlite_document(2, rows, "DELETE FROM heads WHERE name > 'branch 2';")[0]
+    for name, data in sqlite_seeds():
+        if not data.startswith(b"j"):
+            yield name, data
+
+
 SEEDS = {
     "json": json_seeds,
     "text_merge": text_merge_seeds,
@@ -578,6 +598,7 @@ SEEDS = {
     "encryption_store": encryption_seeds,
     "pack": pack_seeds,
     "zip_store": zip_seeds,
+    "sqlite_salvage": sqlite_salvage_seeds,
     "sqlite_store": sqlite_seeds,
     "workspace": workspace_seeds,
 }

@@ -35,6 +35,7 @@ TARGETS = {
     "pack": (512, 4),
     "packed_object": (1024, 4),
     "path": (256, 20),
+    "sqlite_salvage": (16384, 1),
     "sqlite_store": (16384, 1),
     "text_merge": (256, 10),
     "tree": (1024, 4),
