@@ -3,17 +3,24 @@
 #include "command_line.h"
 #include "command_table.h"
 #include "history.h"
+#include "interrupt.h"
 #include "parse_time.h"
 #include "pending_merge.h"
+#include "remotes.h"
 #include "salvage.h"
 #include "store_files.h"
 
 #include <kit/open/copy.h>
+#include <kit/open/verify.h>
 #include <kit/text/sizes.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -114,20 +121,55 @@ ExitCode RunCopy(const Host& host, const CopyOptions& options) {
   return ExitCode::Done;
 }
 
-SalvageReport SalvageStore(const Host& host, const SalvageOptions& options, const fs::path& top,
-                           const fs::path& target) {
-  std::shared_ptr<Kit::IObjectStore> store;
+/// A folder that is removed at the end with all it holds.
+class ScratchFolder {
+ public:
+  explicit ScratchFolder(fs::path path) : m_path(std::move(path)) { fs::create_directory(m_path); }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  ~ScratchFolder() {
+    std::error_code ignored;
+    fs::remove_all(m_path, ignored);
+  }
+
+  const fs::path& Path() const noexcept { return m_path; }
+
+ private:
+  fs::path m_path;
+};
+
+/// Opens the store. Returns null, and says why, if it is damaged so that its objects have to be
+/// looked for: one in files if it can't be opened, one in a SQLite file if anything is damaged.
+std::shared_ptr<Kit::IObjectStore> OpenReadableStore(const Host& host, const fs::path& top) {
   try {
-    store = OpenWholeStore(top);
+    std::shared_ptr<Kit::IObjectStore> store = OpenWholeStore(top);
+    // A check would fetch everything that is in the remote alone.
+    if (!HasSqlite(top) || !LazyPlace(top).empty()) return store;
+    const auto report = Kit::Verify(*store, {.progress = ShowProgress(host.terminal)});
+    StopIfInterrupted();
+    if (report && report->IsWhole()) return store;
+    host.terminal.Say("the store is damaged; looking at the pages of its file");
   } catch (const Failure& failure) {
     if (failure.Code() != ExitCode::Damaged) throw;
     host.terminal.Say(std::string(failure.what()) + "; looking at its objects alone");
   }
-  if (store) {
-    const bool takes_tips = options.takesTips;
-    return Salvage(store, target, takes_tips ? SalvageFrom::Objects : SalvageFrom::Branches);
+  return nullptr;
+}
+
+SalvageReport SalvageStore(const Host& host, const SalvageOptions& options, const fs::path& top,
+                           const fs::path& target) {
+  const SalvageFrom from = options.takesTips ? SalvageFrom::Objects : SalvageFrom::Branches;
+  const fs::path scratch = target / ".salvage";
+  if (const auto store = OpenReadableStore(host, top)) return Salvage(store, target, from);
+  if (HasSqlite(top)) {
+    const ScratchFolder folder(scratch);
+    const SalvagedFile file =
+        SalvageSqlite(top, folder.Path() / "history.sqlite", ShowProgress(host.terminal));
+    SalvageReport report = Salvage(file.store, target, from);
+    if (!file.hasAllBranches) report.lost.emplace_back("the list of branches");
+    return report;
   }
-  const BareStore bare(top, target / ".salvage");
+  const BareStore bare(top, scratch);
   return Salvage(bare.Get(), target, SalvageFrom::Objects);
 }
 

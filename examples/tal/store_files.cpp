@@ -51,17 +51,17 @@ std::shared_ptr<IObjectStore> OpenSqlite(const fs::path&, bool, const std::strin
 }
 #endif
 
-bool HasSqlite(const fs::path& top) {
-  std::error_code error;
-  return fs::exists(fs::symlink_status(top / Folder::kStoreName / kSqliteName, error));
-}
-
 bool HasFolderStore(const fs::path& top) {
   std::error_code error;
   return fs::exists(fs::symlink_status(top / Folder::kStoreName / "state", error));
 }
 
 }  // namespace
+
+bool HasSqlite(const fs::path& top) {
+  std::error_code error;
+  return fs::exists(fs::symlink_status(top / Folder::kStoreName / kSqliteName, error));
+}
 
 StoreKind ParseStoreKind(const std::string& name) {
   if (name.empty() || name == "folder") return StoreKind::Folder;
@@ -103,6 +103,20 @@ std::shared_ptr<IObjectStore> CreateStoreAt(const fs::path& path, StoreKind kind
     throw Failure(what + "there is something of that name");
   if (kind == StoreKind::Sqlite) return OpenSqlite(path, true, what);
   return Opened(DirectoryObjectStore::Create(path), what, true);
+}
+
+SalvagedFile SalvageSqlite([[maybe_unused]] const fs::path& top, const fs::path& target,
+                           [[maybe_unused]] const TalVcs::Kit::Progress& progress) {
+  SalvagedFile salvaged;
+#ifdef TAL_WITH_SQLITE
+  const fs::path damaged = top / Folder::kStoreName / kSqliteName;
+  salvaged.hasAllBranches =
+      TalVcs::Kit::SqliteStore::Salvage(damaged, target, {.durable = false}, progress)
+          .value()
+          .hasAllHeads;
+#endif
+  salvaged.store = OpenStoreFile(target);
+  return salvaged;
 }
 
 std::string ReadSmallFile(const fs::path& path) {

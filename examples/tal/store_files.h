@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kit/store/object_store.h>
+#include <kit/text/progress.h>
 
 #include <filesystem>
 #include <memory>
@@ -28,6 +29,20 @@ std::shared_ptr<TalVcs::Kit::IObjectStore> OpenStoreFile(const std::filesystem::
 /// inside, or a SQLite file. Throws `Failure` if there is something.
 std::shared_ptr<TalVcs::Kit::IObjectStore> CreateStoreAt(const std::filesystem::path& path,
                                                          StoreKind kind);
+
+/// Returns whether the store in the folder `top` is a SQLite file.
+bool HasSqlite(const std::filesystem::path& top);
+
+/// What the pages of a damaged SQLite file have, in a new one.
+struct SalvagedFile {
+  std::shared_ptr<TalVcs::Kit::IObjectStore> store;
+  bool hasAllBranches = false;
+};
+
+/// Salvages the SQLite file in the folder `top` into a new one at `target`. Throws `Failure`, or
+/// the error of the store.
+SalvagedFile SalvageSqlite(const std::filesystem::path& top, const std::filesystem::path& target,
+                           const TalVcs::Kit::Progress& progress);
 
 /// Returns the text of a small file; empty if it can't be read.
 std::string ReadSmallFile(const std::filesystem::path& path);

@@ -1,6 +1,7 @@
 """Stores that are damaged, hostile, or in use by another process."""
 
 import os
+import shutil
 import subprocess
 import unittest
 
@@ -137,6 +138,63 @@ class HostileStore(TalTest):
 
     def test_a_dot(self):
         self.assert_refused("dir/./file")
+
+
+class DamagedFile(TalTest):
+    """A history in a SQLite file, of which pages are damaged."""
+
+    PAGE = 512
+
+    def setUp(self):
+        super().setUp()
+        self.tal("init", "--store", "sqlite")
+        self.write("dir/old", os.urandom(3000))
+        self.commit("First", a="1\n" * 60)
+        self.tal("switch", "-c", "topic")
+        self.commit("On the topic", b="topic\n" * 70)
+        self.whole = {"topic": self.contents()}
+        self.tal("switch", "master")
+        self.commit("On master", b="master\n" * 70)
+        self.whole["master"] = self.contents()
+        self.file = self.folder / ".vcs/history.sqlite"
+        self.bytes = self.file.read_bytes()
+        self.rescued = self.scratch / "rescued"
+
+    def salvage(self, content):
+        """Returns the exit code, and the files that were salvaged by the names of their folders."""
+        self.file.write_bytes(content)
+        shutil.rmtree(self.rescued, ignore_errors=True)
+        result = self.run_tal("salvage", str(self.rescued))
+        self.assertEqual(self.file.read_bytes(), content)
+        self.assertEqual([p.name for p in self.file.parent.iterdir() if p.name.startswith("history")],
+                         ["history.sqlite"])
+        return result.returncode, {folder.name: contents_of(folder) for folder in self.rescued.iterdir()}
+
+    def test_everything_is_found_without_the_first_page(self):
+        content = bytes(self.PAGE) + self.bytes[self.PAGE:]
+        self.assertEqual(self.salvage(content), (DONE, self.whole))
+
+    def test_any_page_may_be_lost(self):
+        codes = []
+        for start in range(0, len(self.bytes), self.PAGE):
+            content = self.bytes[:start] + bytes(self.PAGE) + self.bytes[start + self.PAGE:]
+            code, found = self.salvage(content)
+            self.assertIn(code, (DONE, DAMAGED))
+            if code == DONE:
+                self.assertEqual(found, self.whole)
+            codes.append(code)
+            files = [files.get(b"b.txt") for files in self.whole.values()]
+            for name in found:
+                self.assertIn(name, ("master", "topic", "salvaged_1", "salvaged_2"))
+                self.assertIn(found[name].get(b"b.txt", files[0]), files)
+        self.assertGreater(codes.count(DONE), len(codes) // 4)
+        self.assertIn(DAMAGED, codes)
+
+    def test_nothing_is_left_where_no_copy_can_be_written(self):
+        self.file.write_bytes(bytes(self.PAGE) + self.bytes[self.PAGE:])
+        result = self.run_limited("salvage", str(self.rescued), blocks=8)
+        self.assertNotEqual(result.returncode, DONE)
+        self.assertEqual(list(self.rescued.iterdir()), [])
 
 
 class HostileLinks(TalTest):
