@@ -134,6 +134,33 @@ class Import(GitTest):
             back = self.back_to_git(f"back{number}", folder)
             self.assertEqual(self.trees(back, "main"), self.trees(self.repository, "main"), options)
 
+    def test_a_file_moves_into_the_folder_that_takes_its_place_and_back(self):
+        text = b"".join(b"line %d\n" % number for number in range(50))
+        self.git_commit("file", {"a": text})
+        (self.repository / "a").unlink()
+        self.git_commit("into the folder", {"a/in": text, "a/other": b"1"})
+        (self.repository / "a/in").unlink()
+        (self.repository / "a/other").unlink()
+        (self.repository / "a").rmdir()
+        self.git_commit("back", {"a": text})
+        stream = self.exported("-M")
+        self.assertIn(b"R a a/in\n", stream)
+        self.assertIn(b"R a/in a\n", stream)
+        self.tal("init")
+        self.import_stream(stream)
+        self.assertEqual(self.trees(self.back_to_git(), "main"), self.trees(self.repository, "main"))
+
+    def test_a_file_that_was_removed_does_not_give_way_again(self):
+        """Other programs than git write such changes."""
+        self.tal("init")
+        self.import_stream(
+            b"blob\nmark :1\ndata 1\nx\n"
+            b"commit refs/heads/main\nmark :2\ncommitter A <a@b> 1 +0000\ndata 1\na\n"
+            b"M 100644 :1 a\nM 100644 :1 keep\n\n"
+            b"commit refs/heads/main\nmark :3\ncommitter A <a@b> 2 +0000\ndata 1\nb\n"
+            b"D a\nM 100644 :1 a/b\nD a\n\n")
+        self.assertEqual(self.contents(), {b"keep": b"x"})
+
     def test_keeps_what_only_a_merge_reaches_under_a_tag(self):
         self.git_commit("base", {"a": b"1"})
         self.git("switch", "--quiet", "-c", "topic")

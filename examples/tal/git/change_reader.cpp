@@ -46,7 +46,9 @@ std::string GitChangeReader::Copy(std::string_view text, TreeBuilder& files) con
   if (!TakeGitPath(text, true, from) || !text.starts_with(' ')) FailOnPath(text);
   const std::string to = PathFrom(text.substr(1));
   RequirePath(from);
-  if (to.starts_with(from + '/') || from.starts_with(to + '/') || from == to) {
+  // A file may move into the folder that takes its place, or take the place of its folder.
+  const bool is_nested = to.starts_with(from + '/') || from.starts_with(to + '/');
+  if (from == to || (is_nested && !files.HasFile(from))) {
     m_reader.Fail("\"" + Shown(from) + "\" cannot become \"" + Shown(to) + '"');
   }
   if (!files.Copy(from, to)) m_reader.Fail("there is no file \"" + Shown(from) + '"');

@@ -50,15 +50,15 @@ bool TreeBuilder::Copy(const std::string& from, const std::string& to) {
     return true;
   }
   Flush();
-  const TalVcs::cow_ptr<TalVcs::Object> object = m_tree.GetDeepObject(ToWide(from));
-  if (!object) return false;
+  if (const auto blob = m_tree.GetDeepBlob(ToWide(from))) {
+    Put(to, *blob, m_kinds.Of(from));
+    return true;
+  }
+  const auto folder = m_tree.GetDeepTree(ToWide(from));
+  if (!folder) return false;
   MakeRoom(to);
   Flush();
-  if (const auto blob = m_tree.GetDeepBlob(ToWide(from))) {
-    m_tree.AddBlob(&m_repository, ToWide(to), *blob);
-  } else {
-    m_tree.AddTree(&m_repository, ToWide(to), *m_tree.GetDeepTree(ToWide(from)));
-  }
+  m_tree.AddTree(&m_repository, ToWide(to), *folder);
   RemoveKinds(to);
   const FileKinds before = m_kinds;
   for (const auto& [path, kind] : before.GetAll()) {
@@ -107,11 +107,17 @@ void TreeBuilder::MakeRoom(const std::string& path) {
   for (std::size_t end = path.find('/'); end != path.npos; end = path.find('/', end + 1)) {
     const std::string folder = path.substr(0, end);
     if (!IsFile(folder)) continue;
+    const bool is_added = m_added.contains(folder);
+    Flush();  // an edit before may have removed it
     const auto blob = m_tree.GetDeepBlob(ToWide(folder));
-    if (blob && !m_added.contains(folder))
-      m_replaced.insert_or_assign(folder, ReplacedFile{*blob, m_kinds.Of(folder)});
+    if (!blob) continue;
+    if (!is_added) m_replaced.insert_or_assign(folder, ReplacedFile{*blob, m_kinds.Of(folder)});
     RemoveAll(folder);
   }
+}
+
+bool TreeBuilder::HasFile(const std::string& path) const {
+  return m_replaced.contains(path) || IsFile(path);
 }
 
 bool TreeBuilder::IsFile(const std::string& path) const {

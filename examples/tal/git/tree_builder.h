@@ -29,8 +29,10 @@ class TreeBuilder {
   void Put(const std::string& path, const TalVcs::Blob& blob, FileKind kind);
   /// Removes the file or folder at the path, if there is one.
   void Remove(const std::string& path);
-  /// Puts a copy of the file or folder at one path at another one. Returns false, with nothing
-  /// changed, if there is none.
+  /// Returns whether an edit that copies the path means a file.
+  bool HasFile(const std::string& path) const;
+  /// Puts a copy of the file or folder at one path at another one. Neither path of a folder may be
+  /// below the other. Returns false, with nothing changed, if there is none.
   bool Copy(const std::string& from, const std::string& to);
   /// Removes everything.
   void Clear();
