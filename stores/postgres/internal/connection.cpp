@@ -45,10 +45,9 @@ std::string ProblemOf(const std::string& text) {
   PQconninfoFree(options);
   PQfreemem(message);
   // The message repeats a part of the text, which may be the password.
-  const std::size_t at = is_uri ? text.find('@') : text.npos;
-  const bool has_password = text.find("password") != text.npos ||
-                            (at != text.npos && text.rfind(':', at) > text.find("://"));
-  return problem.empty() || !has_password ? problem : "not shown, as the text has a password";
+  const bool may_have_password = text.find("://") != text.npos || text.find('@') != text.npos ||
+                                 text.find("password") != text.npos;
+  return problem.empty() || !may_have_password ? problem : "not shown, as it may show a password";
 }
 
 /// A result of a batch after its first failure is one too.
