@@ -167,8 +167,9 @@ Result<Buffer> DirectoryObjectStore::Impl::ReadOne(const Id& id) {
   if (packed) return packed;
   // It may be in a pack that is new, or that has taken the place of others.
   if (Status status = state.Refresh(); !status) {
-    // What a reader of heads knows is all there is for it.
-    return readerLock ? std::move(packed) : std::move(status).error();
+    // A reader of heads knows where the objects are that it doesn't miss.
+    const bool is_known = readerLock && packed.error().code != ErrorCode::NotFound;
+    return is_known ? std::move(packed) : std::move(status).error();
   }
   return objects.Read(*key);
 }
