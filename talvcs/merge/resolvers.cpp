@@ -2,7 +2,9 @@
 
 #include <talvcs/foundation/helpers.h>
 
+#include <optional>
 #include <utility>
+#include <vector>
 
 namespace TalVcs {
 
@@ -89,9 +91,10 @@ ConflictResolver TimeBasedConflictResolver(std::vector<TalStringT<WideChar>> tim
   return [times = DirectoryTime(std::move(timeFilePaths), std::move(readTime))](Components path,
                                                                                 MergeTrees trees) {
     const std::vector<cow_ptr<Tree>> of_left = DirectoriesOn(std::move(trees.left), path);
-    const std::vector<cow_ptr<Tree>> of_right = DirectoriesOn(std::move(trees.right), path);
+    std::vector<cow_ptr<Tree>> of_right;
     for (std::size_t level = path.size();; --level) {
       const std::optional<Time> left = times.ReadTimeAt(of_left, level);
+      if (level == path.size()) of_right = DirectoriesOn(std::move(trees.right), path);
       const std::optional<Time> right = times.ReadTimeAt(of_right, level);
       const ConflictChoice choice = ChooseLater(left, right);
       if (choice != ConflictChoice::Undecided || level == 0) return choice;
