@@ -170,7 +170,8 @@ Commands::Commands(std::string_view only)
     return std::string("tal: ") + error.what() + "\ntal" + name + " --help shows " +
            (used.empty() ? "the commands" : "its options") + ".\n";
   });
-  m_app->add_option("-C,--folder", m_start, "Work in this folder instead of the current one");
+  m_app->add_option("-C,--folder", m_start, "Work in this folder instead of the current one")
+      ->check(CheckText);
   for (const AddCommands add : GetCommandTable()) add(*this);
   if (HasCommands() && !m_only.empty()) return;
   if (!std::exchange(m_only, {}).empty()) {

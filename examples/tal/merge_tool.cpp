@@ -51,10 +51,14 @@ class MergeFiles {
 
   fs::path PathOf(const char* name) const { return m_folder / (name + m_ending); }
 
-  /// Returns what the command made of the merged file. Throws `Failure` if it removed the file.
+  /// Returns what the command made of the merged file. Throws `Failure` if it removed the file or
+  /// put a link there.
   TalVcs::Buffer ReadMerged() const {
     const fs::path path = PathOf("merged");
-    return m_top.Read(path.lexically_relative(m_top.Top()).string()).bytes;
+    const FileContent merged = m_top.Read(path.lexically_relative(m_top.Top()).string());
+    if (merged.stat.kind == FileKind::Link)
+      throw Failure("the merge tool has put a link in the place of the merged file");
+    return merged.bytes;
   }
 
  private:

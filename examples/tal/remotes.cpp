@@ -16,7 +16,9 @@
 #include <kit/store/passing_store.h>
 #include <kit/text/result.h>
 
+#include <algorithm>
 #include <sstream>
+#include <system_error>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -103,7 +105,15 @@ std::string CompletePlace(const std::string& place, const fs::path& start) {
   if (place.find_first_of("\n\t") != place.npos) {
     throw Failure("a place can't have a line break or a tab in it", ExitCode::Usage);
   }
-  return IsServer(place) ? place : fs::absolute(start / place).lexically_normal().string();
+  if (IsServer(place)) return place;
+  const fs::path path = fs::absolute(start / place);
+  if (std::find(path.begin(), path.end(), "..") == path.end())
+    return path.lexically_normal().string();
+  // As the system resolves it: ".." after a symbolic link leads above the link's target.
+  std::error_code error;
+  const fs::path resolved = fs::weakly_canonical(path, error);
+  if (error) throw Failure("cannot find \"" + Printable(place) + "\": " + error.message());
+  return resolved.string();
 }
 
 std::shared_ptr<TalVcs::Kit::IObjectStore> OpenPlace(const std::string& place) {

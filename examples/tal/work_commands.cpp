@@ -119,8 +119,9 @@ void CommitNothing(Session& session, const CommitOptions& options, const Author&
 ExitCode RunInit(const Host& host, const InitOptions& options) {
   CheckStart(host.start);
   CreateStore(host.start, ParseStoreKind(options.store));
-  host.terminal.Say("created an empty store in " +
-                    Printable((host.start / Folder::kStoreName).lexically_normal().string()));
+  const std::filesystem::path store =
+      host.start == "." ? Folder::kStoreName : host.start / Folder::kStoreName;
+  host.terminal.Say("created an empty store in " + Printable(store.string()));
   return ExitCode::Done;
 }
 

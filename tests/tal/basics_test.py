@@ -94,6 +94,10 @@ class Usage(TalTest):
         (self.folder / "link").symlink_to(other / "deep")
         self.assertEqual(self.tal("-C", "link/..", "ls"), "inner.txt\n")
         self.assertEqual(self.tal("-C", "link", "ls"), "inner.txt\n")
+        copy = self.scratch / "copy"
+        self.tal("-C", "link/..", "clone", ".", str(copy))
+        self.assertEqual(self.tal("ls", folder=copy), "inner.txt\n")
+        self.tal("-C", "", "ls", code=USAGE)
 
     def test_a_folder_that_is_not_there_is_wrong_usage(self):
         self.tal("init")

@@ -258,7 +258,10 @@ class InProgress(MergeTest):
         self.tal("merge", "--abort")
         self.assert_back()
 
-    def test_a_tool_that_removes_the_merged_file_changes_nothing(self):
+    def test_a_tool_that_removes_or_replaces_the_merged_file_changes_nothing(self):
+        self.tal("merge", "topic", "--tool", "sh -c 'ln -sf $2 $3'", code=DIFFERS)
+        self.assertIn("has put a link in the place of the merged file", self.talk)
+        self.assert_back()
         self.tal("merge", "topic", "--tool", "sh -c 'rm $3'", code=DIFFERS)
         self.assertIn("cannot read", self.talk)
         self.assert_back()
