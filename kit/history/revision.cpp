@@ -2,6 +2,7 @@
 #include <kit/text.h>
 
 #include <charconv>
+#include <limits>
 #include <utility>
 
 namespace TalVcs::Kit {
@@ -51,7 +52,9 @@ std::optional<RevisionSteps> SplitSteps(std::string_view revision) {
   const char* const last = revision.data() + revision.size();
   if (first == last) return split;
   const auto [end, error] = std::from_chars(first, last, split.steps);
-  if (error != std::errc() || end != last) return std::nullopt;
+  if (error == std::errc::invalid_argument || end != last) return std::nullopt;
+  // More steps than any history has.
+  if (error != std::errc()) split.steps = std::numeric_limits<std::uint32_t>::max();
   return split;
 }
 

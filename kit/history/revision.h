@@ -27,7 +27,7 @@ struct RevisionSteps {
 };
 
 /// Splits a revision at its last "~". Returns nothing if it has none, or something else than a
-/// number of 32 bits after it.
+/// number after it. A number of more than 32 bits becomes the largest one.
 [[nodiscard]] TALVCS_KIT_API std::optional<RevisionSteps> SplitSteps(std::string_view revision);
 
 /// Returns the versions of all branches and tags whose ids begin with these lower-case hexadecimal

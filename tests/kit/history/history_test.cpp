@@ -260,7 +260,9 @@ TEST(SplitSteps, TakesTheNumberAfterTheLastTilde) {
   EXPECT_EQ(Kit::SplitSteps("a~"), (RevisionSteps{"a", 1}));
   EXPECT_EQ(Kit::SplitSteps("a~1~2"), (RevisionSteps{"a~1", 2}));
   EXPECT_EQ(Kit::SplitSteps("~4294967295"), (RevisionSteps{"", 4294967295U}));
-  for (const char* text : {"a", "", "a~x", "a~1x", "a~-1", "a~4294967296"}) {
+  EXPECT_EQ(Kit::SplitSteps("a~4294967296"), (RevisionSteps{"a", 4294967295U}));
+  EXPECT_EQ(Kit::SplitSteps("a~99999999999999999999"), (RevisionSteps{"a", 4294967295U}));
+  for (const char* text : {"a", "", "a~x", "a~1x", "a~-1", "a~99999999999999999999x"}) {
     EXPECT_EQ(Kit::SplitSteps(text), std::nullopt) << text;
   }
 }
