@@ -5,6 +5,28 @@
 
 namespace Tal {
 
+namespace {
+
+/// What a clean-up did.
+struct CleanedUp {
+  Kit::RemovedObjects removed;
+  bool isGradual = false;  ///< What became unused of late waits for those who may still read it.
+};
+
+/// Cleans up a store on a server gradually, because others read it meanwhile, and any other at
+/// once.
+CleanedUp CleanUpFor(Session& session) {
+  Kit::IObjectStore& store = session.SavedStore();
+  const Kit::Progress progress = ShowProgress(session.GetHost().terminal);
+  const Kit::Result<Kit::RemovedObjects> gradual =
+      Kit::CleanUpGradually(store, {.progress = progress});
+  if (!gradual && gradual.error().code == Kit::ErrorCode::Unsupported)
+    return {Kit::CleanUp(store, {.progress = progress}).value()};
+  return {gradual.value(), true};
+}
+
+}  // namespace
+
 Kit::RetentionReport ForgetVersions(Session& session, const Kit::Retention& rule) {
   const Kit::Progress progress = ShowProgress(session.GetHost().terminal);
   return session.Document().Forget(rule, {.progress = progress, .mostListed = 0}).value();
@@ -17,11 +39,14 @@ void SaveAndCleanUp(Session& session, const std::string& what) {
     return;
   }
   session.Save();
-  const Kit::RemovedObjects removed =
-      Kit::CleanUp(session.SavedStore(), {.progress = ShowProgress(host.terminal)}).value();
+  const auto [removed, is_gradual] = CleanUpFor(session);
   session.SavedStore().SetValue(kFreedValue, std::to_string(removed.sizeBytes)).value();
   host.terminal.Say(what + "; freed " + Kit::FormatSize(removed.sizeBytes) + ", " +
-                    Plural(removed.count, "object"));
+                    Plural(removed.count, "object") +
+                    (is_gradual
+                         ? "; a clean-up frees the rest of it after a day, when nobody reads "
+                           "it any more"
+                         : ""));
 }
 
 }  // namespace Tal
