@@ -62,7 +62,9 @@ struct SqliteSalvage {
   std::uint64_t objects = 0;      ///< The objects of the new document, each compared with its id.
   std::uint64_t lostObjects = 0;  ///< Objects of which there are records, but none that is whole.
   std::vector<Head> heads;        ///< The branches of the new document, sorted by name.
-  /// Whether these are the branches that the damaged document had, by its checksum of them.
+  /// Whether these are the branches that the damaged document had, and others named `salvaged/` and
+  /// a number, by its checksum of them. An older state of the document has another one, which fits
+  /// if what came later is lost.
   bool hasAllHeads = false;
   std::uint64_t values = 0;  ///< The values of the new document.
 };
@@ -172,7 +174,7 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore,
                         const Progress& progress = {});
 
   /// Copies the document, as `Compact` does, into a new one at `target`. Fails with `Denied` if
-  /// there is a file of that name, or if the document has that name with "-compact" added. Works on
+  /// there is a file of that name, or if `target` with "-compact" added is the document. Works on
   /// documents that can only be read, and in a host's database, of which only the store's tables
   /// are copied.
   Status CompactInto(const std::filesystem::path& target, const Progress& progress = {});
@@ -183,25 +185,29 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore,
   /// All pages of the file, and of the "-wal" beside it, are searched for records of objects,
   /// branches and values; what leads to them isn't needed. An object is taken if its bytes are
   /// those of its id, a value if its checksum fits. Branches are taken as they are if their
-  /// checksum fits. Otherwise those with a commit are taken, and each other commit that none names
-  /// as its parent gets a branch `salvaged/1`, `salvaged/2` and so on, the newest first. Branches
-  /// may have holes: `Verify` lists them, `Repair` fills them from another store.
+  /// checksum fits, otherwise those with a commit. Each other commit that none names as its parent
+  /// gets a branch `salvaged/1`, `salvaged/2` and so on, the newest first: also what was undone, or
+  /// what comes before a commit that is lost. Branches may have holes: `Verify` lists them,
+  /// `Repair` fills them from another store.
   ///
   ///     const SqliteSalvage salvage = SqliteStore::Salvage("a.tal", "rescued.tal").value();
   ///     SqliteStore rescued = SqliteStore::Open("rescued.tal").value();
   ///     Repair(rescued, copy).value();
   ///
-  /// Objects that were removed come back if their bytes are still in the file; `CleanUp` removes
-  /// them from the new document. A journal of a save that did not end isn't used: open the document
-  /// first. In a file with the tables of several stores, their branches are mixed.
+  /// Branches and values aren't taken from pages that a newer one in the log replaces or that are
+  /// free, as long as the first page says which these are. Objects that were removed come back if
+  /// their bytes are still there; `CleanUp` removes them from the new document. A journal of a save
+  /// that did not end isn't used: open the document first. In a file with the tables of several
+  /// stores, their branches are mixed.
   ///
   /// The document is only read, and nothing is locked: no program may write to it meanwhile. The
   /// new one is written under the name `target` with "-compact" added and then gets its name in one
   /// step; `options` are those of the new one. Fails with `NotFound` if there is no file at `path`,
-  /// with `Denied` if there is one at `target` or if `path` is the name under which the new one
-  /// would be written, and with `Cancelled`; then there is no new document. Phases of the progress:
-  /// "search", whose items are pages, and "copy", whose items are objects. Cost: the file read two
-  /// to four times, and a compaction. Memory: some 150 bytes an object.
+  /// with `Denied` if it can't be read, or if there is a file at `target` or at that other name, or
+  /// one beside them with "-journal", "-wal" or "-shm" added, such as a crash leaves; and with
+  /// `Cancelled`. After a failure there is no new document. Phases of the progress: "search", whose
+  /// items are pages, and "copy", whose items are objects. Cost: the file read two to four times,
+  /// and a compaction. Memory: some 150 bytes an object.
   static Result<SqliteSalvage> Salvage(const std::filesystem::path& path,
                                        const std::filesystem::path& target,
                                        SqliteOptions options = {}, const Progress& progress = {});

@@ -142,9 +142,7 @@ Status MakeCopy(Database& source, const std::filesystem::path& copy, SqliteOptio
   return status ? transaction.Commit() : status;
 }
 
-Status MoveCopy(const Database& source, const CopyFile& copy, const std::filesystem::path& target,
-                const SqliteOptions& options) {
-  const std::error_code failure = MoveFile(copy.Path(), target, options.durable);
+Status CheckMoved(const Database& source, const std::error_code& failure) {
   if (!failure) return {};
   Error error = source.Fail(ErrorCode::Unavailable, Task::Save, "its copy can't be renamed");
   error.cause = failure.message();
@@ -170,9 +168,9 @@ Status CopyDocument(Database& source, const std::filesystem::path& target,
   ReadTransaction transaction(source);
   Status status = transaction.Begin();
   if (!status) return status;
-  const CopyFile copy(target);
+  CopyFile copy(target);
   status = MakeCopy(source, copy.Path(), options, progress);
-  return status ? MoveCopy(source, copy, target, options) : status;
+  return status ? CheckMoved(source, copy.MoveToNew(target, options.durable)) : status;
 }
 
 Status CompactDocument(const std::filesystem::path& path, const SqliteOptions& options,
@@ -201,7 +199,7 @@ Status CompactDocument(const std::filesystem::path& path, const SqliteOptions& o
   status = MakeCopy(**source, copy.Path(), options, progress);
   if (!status) return status;
   CopyPermissions(target, copy.Path());
-  return MoveCopy(**source, copy, target, options);
+  return CheckMoved(**source, MoveFile(copy.Path(), target, options.durable));
 }
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <optional>
 #include <string_view>
+#include <system_error>
 
 namespace TalVcs::Kit::Sqlite {
 
@@ -28,10 +29,10 @@ class CopyProgress {
   bool Add(std::uint64_t sizeBytes) {
     ++m_step.done;
     m_step.sizeBytes += sizeBytes;
-    return Wait();
+    return CallIfDue();
   }
   /// For work without a result.
-  bool Wait() { return Clock::now() - m_called < std::chrono::milliseconds(20) || Call(); }
+  bool CallIfDue() { return Clock::now() - m_called < std::chrono::milliseconds(20) || Call(); }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -53,9 +54,17 @@ class CopyFile {
 
   const std::filesystem::path& Path() const noexcept { return m_path; }
 
+  /// Gives the copy the name of a file that isn't there. With `durable` the name is on the medium
+  /// then. After a failure there is no such file.
+  std::error_code MoveToNew(const std::filesystem::path& target, bool durable);
+
  private:
   std::filesystem::path m_path;
 };
+
+/// Fails with `Denied` if there is a file at `target`, or one of a name that its copy takes or that
+/// SQLite would take for a journal or a log of either.
+Status CheckFree(const std::filesystem::path& target);
 
 /// Returns why no copy of `source` can be made at `target`; nothing if one can. A link at `target`
 /// is in the way, also one that leads to nothing, and so is a source with the name of the copy.

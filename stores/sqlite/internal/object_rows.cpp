@@ -1,3 +1,4 @@
+#include <kit/store/object_codec.h>
 #include <kit/text.h>
 #include <stores/sqlite/internal/database.h>
 #include <stores/sqlite/internal/object_rows.h>
@@ -160,6 +161,15 @@ Status ObjectRows::Remove(std::int64_t number) {
   Status status = m_database.Use(Query::DeletePieces, Task::Save).Bind(1, number).Run();
   if (!status) return status;
   return m_database.Use(Query::DeleteObject, Task::Save).Bind(1, number).Run();
+}
+
+std::vector<std::byte> EncodedFormOf(std::span<const std::byte> packed) {
+  std::vector<std::byte> encoded{static_cast<std::byte>(ObjectEncoding::Plain)};
+  std::uint64_t size = packed.size();
+  for (; size >= 0x80; size >>= 7) encoded.push_back(static_cast<std::byte>(size | 0x80));
+  encoded.push_back(static_cast<std::byte>(size));
+  encoded.insert(encoded.end(), packed.begin(), packed.end());
+  return encoded;
 }
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace TalVcs::Kit::Sqlite {
 
@@ -56,5 +57,8 @@ class ObjectRows {
 
   Database& m_database;
 };
+
+/// Returns the encoded form of an object that a plain row has; see docs/formats.md.
+std::vector<std::byte> EncodedFormOf(std::span<const std::byte> packed);
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -36,16 +36,6 @@ class Joined {
   std::span<const std::byte> m_bytes;
 };
 
-/// Returns the encoded form of a plain row; see docs/formats.md.
-std::vector<std::byte> EncodedFormOf(std::span<const std::byte> packed) {
-  std::vector<std::byte> encoded{static_cast<std::byte>(ObjectEncoding::Plain)};
-  std::uint64_t size = packed.size();
-  for (; size >= 0x80; size >>= 7) encoded.push_back(static_cast<std::byte>(size | 0x80));
-  encoded.push_back(static_cast<std::byte>(size));
-  encoded.insert(encoded.end(), packed.begin(), packed.end());
-  return encoded;
-}
-
 }  // namespace
 
 Result<bool> ObjectTable::Has(const ObjectKey& key) {

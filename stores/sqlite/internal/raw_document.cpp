@@ -18,8 +18,9 @@ using Kind = RawColumn::Kind;
 constexpr std::uint64_t kBeginning = 64;
 // Long names of branches and values of a host.
 constexpr std::uint64_t kMostEntryBytes = std::uint64_t{16} << 20;
-// Rows of one object that are tried. Free pages have old ones; a crafted file can have any number.
-constexpr std::size_t kMostPlaces = 16;
+// Records of one object, piece or branch that are tried, and choices of pieces. Free pages have old
+// ones; a crafted file can have any number.
+constexpr std::size_t kMostTried = 16;
 
 std::span<const std::byte> BytesOf(std::string_view text) { return std::as_bytes(std::span(text)); }
 
@@ -34,12 +35,6 @@ bool IsWhole(std::string_view record, const RawColumn& column) {
 std::optional<ObjectKey> KeyAt(std::string_view record, const RawColumn& column) {
   if (column.kind != Kind::Blob || !IsWhole(record, column)) return std::nullopt;
   return KeyOf(BytesOf(TextAt(record, column)));
-}
-
-Buffer BufferOf(std::string_view bytes) {
-  Buffer buffer;
-  buffer.Append(bytes.data(), bytes.size());
-  return buffer;
 }
 
 /// Returns the columns of a row of the table of objects; nothing for another record.
@@ -57,6 +52,7 @@ std::optional<std::vector<RawColumn>> ColumnsOfObject(std::string_view record) {
 }  // namespace
 
 void RawDocument::TakePage(std::uint64_t page) {
+  m_state = m_file.StateOf(page);
   m_file.Visit(page, [this](const RawFile::Cell& cell) {
     if (cell.isRow) {
       TakeRow(cell);
@@ -72,14 +68,26 @@ void RawDocument::TakeRow(const RawFile::Cell& cell) {
   const std::optional<std::vector<RawColumn>> columns = ColumnsOfObject(*record);
   if (!columns || !HasRoom(cell.localBytes)) return;
   Objects& objects = m_objects[*KeyAt(*record, (*columns)[1])];
-  if (objects.places.empty()) objects.number = cell.number;
-  if (objects.places.size() < kMostPlaces) objects.places.push_back(cell.place);
+  if (!Insert(objects.rows, {cell.place, m_state})) return;
+  objects.number = cell.number;
+  objects.state = m_state;
+}
+
+/// Returns whether it is the first row now.
+bool RawDocument::Insert(Rows& rows, const Row& row) {
+  const auto place = std::find_if(rows.begin(), rows.end(),
+                                  [&row](const Row& other) { return other.state > row.state; });
+  const bool is_first = place == rows.begin();
+  rows.insert(place, row);
+  if (rows.size() > kMostTried) rows.pop_back();
+  return is_first;
 }
 
 void RawDocument::TakeEntry(const RawFile::Cell& cell) {
   const std::optional<std::string> start = m_file.Read(cell, kBeginning);
   if (!start || TakePiece(cell, *start)) return;
-  if (cell.sizeBytes > kMostEntryBytes) return;
+  // The others of an old page were removed or changed.
+  if (m_state != PageState::Live || cell.sizeBytes > kMostEntryBytes) return;
   const std::optional<std::string> record = m_file.Read(cell, cell.sizeBytes);
   if (record && !TakeHead(*record) && !TakeValue(*record)) TakeMeta(*record);
 }
@@ -91,7 +99,7 @@ bool RawDocument::TakePiece(const RawFile::Cell& cell, const std::string& record
     return false;
   }
   if (HasRoom(cell.localBytes))
-    m_pieces.try_emplace({(*columns)[0].number, (*columns)[1].number}, cell.place);
+    Insert(m_pieces[{(*columns)[0].number, (*columns)[1].number}], {cell.place, m_state});
   return true;
 }
 
@@ -103,7 +111,10 @@ bool RawDocument::TakeHead(const std::string& record) {
   const std::string name(TextAt(record, (*columns)[0]));
   // A damaged name isn't UTF-8 as a rule.
   if (ToUtf8(ToWide(name)) != name || !HasRoom(record.size())) return true;
-  m_heads[name].push_back(IdOf(*key));
+  std::vector<Id>& ids = m_heads[name];
+  const Id id = IdOf(*key);
+  const bool is_new = std::find(ids.begin(), ids.end(), id) == ids.end();
+  if (is_new && ids.size() < kMostTried) ids.push_back(id);
   return true;
 }
 
@@ -134,8 +145,8 @@ bool RawDocument::TakeMeta(const std::string& record) {
   if (!columns || (*columns)[0].kind != Kind::Text || (*columns)[1].kind != Kind::Number) {
     return false;
   }
-  if (TextAt(record, (*columns)[0]) == "heads") {
-    m_headSums.push_back(static_cast<std::uint64_t>((*columns)[1].number));
+  if (TextAt(record, (*columns)[0]) == "heads" && m_headSums.size() < kMostTried) {
+    m_headSums.insert(static_cast<std::uint64_t>((*columns)[1].number));
   }
   return true;
 }
@@ -154,20 +165,29 @@ std::vector<ObjectKey> RawDocument::Keys() const {
 std::optional<RawDocument::Found> RawDocument::Read(const ObjectKey& key) {
   Objects& objects = m_objects[key];
   const Id id = IdOf(key);
-  for (const Place& place : objects.places) {
-    std::optional<Found> found = ReadAt(place, id);
-    if (!found) continue;
-    objects.isWhole = true;
-    // Its bases are read from here from now on.
-    objects.places = {place};
-    NoteCommit(key, found->packed);
-    return found;
+  const std::uint64_t links = m_file.LinksLeft();
+  for (const Row& row : objects.rows) {
+    for (std::size_t choice = 0; choice < kMostTried; ++choice) {
+      std::size_t rest = choice;
+      std::optional<Found> found = ReadAt(row.place, id, rest);
+      // All choices were tried.
+      if (rest != 0) break;
+      if (!found) continue;
+      m_file.SetLinksLeft(links);
+      objects.isWhole = true;
+      // Its differences are read with it as their base from now on.
+      objects.choice = choice;
+      objects.rows = Rows{row};
+      NoteCommit(key, found->packed);
+      return found;
+    }
   }
   return std::nullopt;
 }
 
-std::optional<RawDocument::Found> RawDocument::ReadAt(const Place& place, const Id& id) {
-  const std::optional<std::vector<std::byte>> encoded = EncodedAt(place);
+std::optional<RawDocument::Found> RawDocument::ReadAt(const Place& place, const Id& id,
+                                                      std::size_t& choice) {
+  const std::optional<std::vector<std::byte>> encoded = EncodedAt(place, choice);
   if (!encoded) return std::nullopt;
   const Result<EncodedHeader> header = ReadEncodedHeader(*encoded);
   if (!header) return std::nullopt;
@@ -182,15 +202,20 @@ std::optional<RawDocument::Found> RawDocument::ReadAt(const Place& place, const 
 Result<std::vector<std::byte>> RawDocument::ReadBase(const Id& id) {
   const auto found = m_objects.find(KeyOf(id).value_or(ObjectKey()));
   if (found != m_objects.end() && found->second.isWhole) {
-    if (auto encoded = EncodedAt(found->second.places.front())) return *std::move(encoded);
+    std::size_t choice = found->second.choice;
+    if (auto encoded = EncodedAt(found->second.rows.front().place, choice)) {
+      return *std::move(encoded);
+    }
   }
   Error missing;
   missing.code = ErrorCode::NotFound;
   return missing;
 }
 
-/// Returns the encoded form of the object in a row.
-std::optional<std::vector<std::byte>> RawDocument::EncodedAt(const Place& place) {
+/// Returns the encoded form of the object in a row. `choice` says which pieces to take where there
+/// are several, and becomes 0 unless it is beyond all choices.
+std::optional<std::vector<std::byte>> RawDocument::EncodedAt(const Place& place,
+                                                             std::size_t& choice) {
   const std::optional<RawFile::Cell> cell = m_file.Find(place);
   if (!cell) return std::nullopt;
   const std::optional<std::string> record = m_file.Read(*cell, cell->sizeBytes);
@@ -200,42 +225,55 @@ std::optional<std::vector<std::byte>> RawDocument::EncodedAt(const Place& place)
   const RawColumn& data = columns->back();
   std::optional<std::string> bytes;
   if (data.kind == Kind::Number) {
-    bytes = PiecesOf(cell->number, data.number);
-  } else if (IsWhole(*record, data)) {
+    bytes = PiecesOf(cell->number, data.number, choice);
+  } else if (choice == 0 && IsWhole(*record, data)) {
     bytes = std::string(TextAt(*record, data));
   }
   if (!bytes) return std::nullopt;
-  if ((*columns)[3].number == kPlainRow) return ObjectEncoder::Plain(BufferOf(*bytes));
   const std::span<const std::byte> all = BytesOf(*bytes);
+  if ((*columns)[3].number == kPlainRow) return EncodedFormOf(all);
   return std::vector<std::byte>(all.begin(), all.end());
 }
 
-std::optional<std::string> RawDocument::PiecesOf(std::int64_t number, std::int64_t count) {
-  std::string bytes;
+std::optional<std::string> RawDocument::PiecesOf(std::int64_t number, std::int64_t count,
+                                                 std::size_t& choice) {
+  std::vector<Place> places;
   for (std::int64_t piece = 0; piece < count; ++piece) {
     const auto found = m_pieces.find({number, piece});
     if (found == m_pieces.end()) return std::nullopt;
-    const std::optional<RawFile::Cell> cell = m_file.Find(found->second);
-    if (!cell) return std::nullopt;
-    const std::optional<std::string> record = m_file.Read(*cell, cell->sizeBytes);
-    if (!record) return std::nullopt;
-    const std::optional<std::vector<RawColumn>> columns = ReadRawColumns(*record, 3);
-    if (!columns || !IsWhole(*record, columns->back())) return std::nullopt;
-    bytes += TextAt(*record, columns->back());
-    // Crafted pieces can share their pages.
-    if (bytes.size() > m_file.SizeBytes()) return std::nullopt;
+    const Rows& rows = found->second;
+    places.push_back(rows[choice % rows.size()].place);
+    choice /= rows.size();
+  }
+  if (choice != 0) return std::nullopt;
+  std::string bytes;
+  for (const Place& place : places) {
+    const std::optional<std::string> piece = PieceAt(place);
+    // Only in a crafted file do pieces have bytes in common.
+    if (!piece || bytes.size() + piece->size() > m_file.SizeBytes()) return std::nullopt;
+    bytes += *piece;
   }
   return bytes;
 }
 
+std::optional<std::string> RawDocument::PieceAt(const Place& place) {
+  const std::optional<RawFile::Cell> cell = m_file.Find(place);
+  if (!cell) return std::nullopt;
+  const std::optional<std::string> record = m_file.Read(*cell, cell->sizeBytes);
+  if (!record) return std::nullopt;
+  const std::optional<std::vector<RawColumn>> columns = ReadRawColumns(*record, 3);
+  if (!columns || !IsWhole(*record, columns->back())) return std::nullopt;
+  return std::string(TextAt(*record, columns->back()));
+}
+
 void RawDocument::NoteCommit(const ObjectKey& key, const Buffer& packed) {
   if (GetPackedType(packed) != ObjectType::Commit) return;
-  Id parent;
-  VisitReferences(packed, {&parent, [](void* target, const PackedReference& reference) {
+  m_commits.insert(key);
+  VisitReferences(packed, {&m_parents, [](void* target, const PackedReference& reference) {
                              if (reference.type != ObjectType::Commit) return;
-                             *static_cast<Id*>(target) = reference.id;
+                             const std::optional<ObjectKey> parent = KeyOf(reference.id);
+                             if (parent) static_cast<std::set<ObjectKey>*>(target)->insert(*parent);
                            }});
-  m_commits.emplace(key, parent);
 }
 
 std::int64_t RawDocument::NumberOf(const Id& id) const {
@@ -253,7 +291,7 @@ std::vector<Head> RawDocument::ChooseHeads() {
     m_chosen.push_back({name, id});
     sum ^= ChecksumOfHead(name, id);
   }
-  m_hasAllHeads = std::find(m_headSums.begin(), m_headSums.end(), sum) != m_headSums.end();
+  m_hasAllHeads = m_headSums.contains(sum);
   if (!m_hasAllHeads) {
     std::erase_if(m_chosen, [this](const Head& head) {
       return !m_commits.contains(KeyOf(head.id).value_or(ObjectKey()));
@@ -263,14 +301,13 @@ std::vector<Head> RawDocument::ChooseHeads() {
 }
 
 std::vector<Id> RawDocument::Tips() const {
-  std::set<ObjectKey> named;
-  for (const auto& [commit, parent] : m_commits) {
-    if (const std::optional<ObjectKey> key = KeyOf(parent)) named.insert(*key);
-  }
-  for (const Head& head : m_chosen) named.insert(*KeyOf(head.id));
+  std::set<ObjectKey> heads;
+  for (const Head& head : m_chosen) heads.insert(*KeyOf(head.id));
   std::vector<Id> tips;
-  for (const auto& [commit, parent] : m_commits) {
-    if (!named.contains(commit)) tips.push_back(IdOf(commit));
+  for (const ObjectKey& commit : m_commits) {
+    if (heads.contains(commit) || m_parents.contains(commit)) continue;
+    if (m_hasAllHeads && m_objects.at(commit).state == PageState::Old) continue;
+    tips.push_back(IdOf(commit));
   }
   std::stable_sort(tips.begin(), tips.end(),
                    [this](const Id& a, const Id& b) { return NumberOf(a) > NumberOf(b); });

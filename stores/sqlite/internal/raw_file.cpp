@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <system_error>
 #include <utility>
 
 // What SQLite documents of its files; numbers have the highest byte first:
@@ -20,29 +19,21 @@ namespace TalVcs::Kit::Sqlite {
 namespace {
 
 constexpr std::size_t kFileHeaderBytes = 100;
-constexpr std::size_t kLogHeaderBytes = 32;
-constexpr std::size_t kFrameHeaderBytes = 24;
 constexpr std::size_t kFewestPageBytes = 512;
 constexpr std::size_t kMostPageBytes = 65536;
-constexpr std::string_view kTitle("SQLite format 3\0", 16);
 
 constexpr unsigned char kBranchOfIndex = 2;
 constexpr unsigned char kLeafOfIndex = 10;
 constexpr unsigned char kLeafOfTable = 13;
 
-// Pages that are looked at to find out their size.
-constexpr std::uint64_t kSample = 2000;
-// How often a page may be read as a part of a record, on average. Records of a page together take
-// no more than so many pages.
+// How many parts of the file are looked at to find out the size of its pages. Each is as large as
+// the largest page.
+constexpr std::uint64_t kSamples = 32;
+// How often a page may be read in vain as a part of a record, on average.
 constexpr std::uint64_t kMostReads = 64;
-
-std::uint64_t NumberIn(std::string_view bytes, std::size_t at, std::size_t size) {
-  std::uint64_t number = 0;
-  for (std::size_t index = 0; index < size; ++index) {
-    number = number << 8 | static_cast<unsigned char>(bytes[at + index]);
-  }
-  return number;
-}
+// How often a byte may be one of several records, on average. In a page that isn't damaged it is
+// one of a single record.
+constexpr std::size_t kMostOverlaps = 4;
 
 /// Reads a number of 7 bits in each byte and moves `at` behind it.
 std::optional<std::uint64_t> TakeNumber(std::string_view bytes, std::size_t& at) {
@@ -63,19 +54,6 @@ bool IsPageSize(std::size_t bytes) {
 
 bool HasCells(unsigned char kind) {
   return kind == kBranchOfIndex || kind == kLeafOfIndex || kind == kLeafOfTable;
-}
-
-std::uint64_t SizeOf(std::ifstream& file) {
-  file.seekg(0, std::ios::end);
-  const std::streamoff size = file.tellg();
-  return size > 0 ? static_cast<std::uint64_t>(size) : 0;
-}
-
-bool ReadAt(std::ifstream& file, std::uint64_t position, std::string& bytes) {
-  file.clear();
-  file.seekg(static_cast<std::streamoff>(position));
-  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  return file.gcount() == static_cast<std::streamsize>(bytes.size());
 }
 
 /// Returns the bytes that a value of that type takes, and its kind.
@@ -121,103 +99,91 @@ std::optional<std::vector<RawColumn>> ReadRawColumns(std::string_view record, st
   return columns;
 }
 
-RawFile::RawFile(const std::filesystem::path& path) : m_file(path, std::ios::binary) {
+RawFile::RawFile(const std::filesystem::path& path) : m_pages(path) {
   if (!IsOpen()) return;
-  m_fileBytes = SizeOf(m_file);
-  std::filesystem::path log = path;
-  log += "-wal";
-  std::error_code ignored;
-  // Opening a pipe would wait for its other end.
-  if (std::filesystem::is_regular_file(log, ignored)) m_log.open(log, std::ios::binary);
-  if (m_log.is_open()) m_logBytes = SizeOf(m_log);
   FindPageBytes();
-  FindFrames();
-  m_mostLinks = kMostReads * CountPages();
+  m_pages.FindStates();
+  m_linksLeft = kMostReads * CountPages();
 }
 
-void RawFile::SetPageBytes(std::size_t bytes) {
-  m_pageBytes = bytes;
-  m_bytes.clear();
-  // A file whose end is missing has a part of a page.
-  m_filePages = m_fileBytes / bytes;
-}
-
+/// Of forms that fit as many pages, the header's counts, and then the smallest, as documents have.
 void RawFile::FindPageBytes() {
+  struct Form {
+    std::size_t pageBytes;
+    std::size_t reservedBytes;
+  };
+  std::vector<Form> forms;
   std::string header(kFileHeaderBytes, '\0');
-  if (ReadAt(m_file, 0, header) && header.starts_with(kTitle)) {
+  if (m_pages.ReadFileHeader(header) && header.starts_with(kFileTitle)) {
     const auto stored = static_cast<std::size_t>(NumberIn(header, 16, 2));
     const std::size_t bytes = stored == 1 ? kMostPageBytes : stored;
-    m_reservedBytes = static_cast<unsigned char>(header[20]);
-    if (IsPageSize(bytes) && m_reservedBytes < bytes / 2) return SetPageBytes(bytes);
+    const std::size_t reserved = static_cast<unsigned char>(header[20]);
+    if (IsPageSize(bytes) && reserved < bytes / 2) forms.push_back({bytes, reserved});
   }
-  m_reservedBytes = 0;
-  std::size_t best = kFewestPageBytes;
-  std::uint64_t most = 0;
   for (std::size_t bytes = kFewestPageBytes; bytes <= kMostPageBytes; bytes *= 2) {
-    SetPageBytes(bytes);
-    std::uint64_t found = 0;
-    for (std::uint64_t page = 0; page < std::min(m_filePages, kSample); ++page) {
-      Visit(page, [&found](const Cell& cell) { found += cell.isRow ? 1 : 0; });
-    }
-    if (found > most) best = bytes;
+    forms.push_back({bytes, 0});
+  }
+  Form best = forms.front();
+  std::uint64_t most = 0;
+  for (const Form& form : forms) {
+    m_pages.SetPageBytes(form.pageBytes);
+    m_reservedBytes = form.reservedBytes;
+    const std::uint64_t found = CountFittingPages();
+    if (found > most) best = form;
     most = std::max(most, found);
   }
-  SetPageBytes(best);
+  m_pages.SetPageBytes(best.pageBytes);
+  m_reservedBytes = best.reservedBytes;
 }
 
-/// Finds the pages in the log. Its sums aren't compared: what a record has is checked anyway.
-void RawFile::FindFrames() {
-  std::string header(kLogHeaderBytes, '\0');
-  if (!m_log.is_open() || !ReadAt(m_log, 0, header)) return;
-  if (NumberIn(header, 8, 4) != m_pageBytes) return;
-  const std::size_t frame_bytes = kFrameHeaderBytes + m_pageBytes;
-  const std::uint64_t count = (m_logBytes - kLogHeaderBytes) / frame_bytes;
-  std::string frame(kFrameHeaderBytes, '\0');
-  for (; m_framePages < count; ++m_framePages) {
-    if (!ReadAt(m_log, kLogHeaderBytes + m_framePages * frame_bytes, frame)) return;
-    // Frames of before the log was begun anew.
-    const auto number = static_cast<std::uint32_t>(NumberIn(frame, 0, 4));
-    if (number == 0 || frame.substr(8, 8) != header.substr(16, 8)) return;
-    m_frames[number] = m_filePages + m_framePages;
+/// Counts them in parts of the file that are the same for all sizes of pages.
+std::uint64_t RawFile::CountFittingPages() {
+  const std::uint64_t in_part = kMostPageBytes / PageBytes();
+  const std::uint64_t parts = CountPages() / in_part + 1;
+  const std::uint64_t samples = std::min(parts, kSamples);
+  std::uint64_t count = 0;
+  for (std::uint64_t sample = 0; sample < samples; ++sample) {
+    const std::uint64_t first = sample * parts / samples * in_part;
+    for (std::uint64_t page = first; page < first + in_part; ++page) count += Fits(page) ? 1 : 0;
   }
+  return count;
 }
 
-bool RawFile::ReadPage(std::uint64_t page) {
-  if (page == m_page && !m_bytes.empty()) return true;
-  std::string bytes = std::move(m_bytes);
-  m_bytes.clear();
-  bytes.resize(m_pageBytes);
-  const std::uint64_t frame = page - std::min(page, m_filePages);
-  const bool is_read =
-      page < m_filePages ? ReadAt(m_file, page * m_pageBytes, bytes)
-                         : frame < m_framePages &&
-                               ReadAt(m_log,
-                                      kLogHeaderBytes + frame * (kFrameHeaderBytes + m_pageBytes) +
-                                          kFrameHeaderBytes,
-                                      bytes);
-  if (!is_read) return false;
-  m_bytes = std::move(bytes);
-  m_page = page;
+/// Returns whether a page has records alone at the places that it names. Of bytes that aren't the
+/// beginning of a page this is hardly ever true.
+bool RawFile::Fits(std::uint64_t page) {
+  if (!m_pages.Read(page)) return false;
+  const std::string& bytes = m_pages.Bytes();
+  const std::size_t header = page == 0 ? kFileHeaderBytes : 0;
+  const auto kind = static_cast<unsigned char>(bytes[header]);
+  const auto count = static_cast<std::size_t>(NumberIn(bytes, header + 3, 2));
+  const std::size_t places = header + (kind == kBranchOfIndex ? 12 : 8);
+  const std::size_t end = places + 2 * count;
+  if (!HasCells(kind) || count == 0 || end > bytes.size()) return false;
+  for (std::size_t at = places; at < end; at += 2) {
+    const auto offset = static_cast<std::uint32_t>(NumberIn(bytes, at, 2));
+    if (offset < end || !CellAt({page, offset})) return false;
+  }
   return true;
 }
 
-bool RawFile::ReadLinkedPage(std::uint32_t number) {
-  if (number == 0 || m_mostLinks == 0) return false;
-  --m_mostLinks;
-  const auto frame = m_frames.find(number);
-  return ReadPage(frame == m_frames.end() ? number - 1 : frame->second);
+bool RawFile::ReadLinkedPage(std::uint32_t number, std::uint64_t from) {
+  if (number == 0 || m_linksLeft == 0) return false;
+  --m_linksLeft;
+  return m_pages.Read(m_pages.Linked(number, from));
 }
 
 /// Returns the record that begins there in the page that was read.
 std::optional<RawFile::Cell> RawFile::CellAt(const Place& place) const {
-  const auto kind = static_cast<unsigned char>(m_bytes[place.page == 0 ? kFileHeaderBytes : 0]);
-  const std::size_t usable = m_pageBytes - m_reservedBytes;
+  const std::string& page = m_pages.Bytes();
+  const auto kind = static_cast<unsigned char>(page[place.page == 0 ? kFileHeaderBytes : 0]);
+  const std::size_t usable = page.size() - m_reservedBytes;
   Cell cell;
   cell.place = place;
   cell.isRow = kind == kLeafOfTable;
   std::size_t at = place.offset + (kind == kBranchOfIndex ? 4 : 0);
   if (at >= usable) return std::nullopt;
-  const std::string_view bytes(m_bytes.data(), usable);
+  const std::string_view bytes(page.data(), usable);
   const std::optional<std::uint64_t> size = TakeNumber(bytes, at);
   if (!size || *size == 0 || *size > SizeBytes()) return std::nullopt;
   if (cell.isRow) {
@@ -243,46 +209,46 @@ std::optional<RawFile::Cell> RawFile::CellAt(const Place& place) const {
 }
 
 void RawFile::Visit(std::uint64_t page, const std::function<void(const Cell& cell)>& visit) {
-  if (!ReadPage(page)) return;
+  if (!m_pages.Read(page)) return;
+  const std::string bytes = m_pages.Bytes();
   const std::size_t header = page == 0 ? kFileHeaderBytes : 0;
-  const auto kind = static_cast<unsigned char>(m_bytes[header]);
+  const auto kind = static_cast<unsigned char>(bytes[header]);
   if (!HasCells(kind)) return;
   const std::size_t places = header + (kind == kBranchOfIndex ? 12 : 8);
-  const auto count = static_cast<std::size_t>(NumberIn(m_bytes, header + 3, 2));
-  // A crafted page can have a long record at each of its bytes.
-  std::uint64_t taken = 0;
-  for (std::size_t index = 0; index < count && taken <= kMostReads * m_pageBytes; ++index) {
+  const auto count = static_cast<std::size_t>(NumberIn(bytes, header + 3, 2));
+  std::size_t room = kMostOverlaps * bytes.size();
+  for (std::size_t index = 0; index < count; ++index) {
     const std::size_t at = places + 2 * index;
-    // A visit may have read another page.
-    if (at + 2 > m_pageBytes || !ReadPage(page)) return;
-    const auto offset = static_cast<std::uint32_t>(NumberIn(m_bytes, at, 2));
-    const std::optional<Cell> cell = CellAt({page, offset});
+    if (at + 2 > bytes.size()) return;
+    const std::optional<Cell> cell =
+        Find({page, static_cast<std::uint32_t>(NumberIn(bytes, at, 2))});
     if (!cell) continue;
-    taken += cell->localBytes;
+    if (cell->localBytes > room) return;
+    room -= cell->localBytes;
     visit(*cell);
   }
 }
 
 std::optional<RawFile::Cell> RawFile::Find(const Place& place) {
-  return ReadPage(place.page) ? CellAt(place) : std::nullopt;
+  // A visit may have read another page.
+  return m_pages.Read(place.page) ? CellAt(place) : std::nullopt;
 }
 
 std::optional<std::string> RawFile::Read(const Cell& cell, std::uint64_t most) {
-  if (!ReadPage(cell.place.page)) return std::nullopt;
+  if (!m_pages.Read(cell.place.page)) return std::nullopt;
   const std::uint64_t wanted = std::min(most, cell.sizeBytes);
-  std::string record = m_bytes.substr(
-      cell.at, static_cast<std::size_t>(std::min<std::uint64_t>(wanted, cell.localBytes)));
-  const std::size_t room = m_pageBytes - m_reservedBytes - 4;
+  std::string record = m_pages.Bytes().substr(
+      cell.at, static_cast<std::size_t>(std::min<std::uint64_t>(cell.localBytes, wanted)));
+  const std::size_t room = m_pages.PageBytes() - m_reservedBytes - 4;
   std::uint32_t next = cell.next;
   // Pages in a circle would fill the memory. Each circle leads to the page that is kept here.
   std::uint32_t kept = 0;
   for (std::uint64_t read = 1; record.size() < wanted; ++read) {
-    if (next == kept || !ReadLinkedPage(next)) return std::nullopt;
+    if (next == kept || !ReadLinkedPage(next, cell.place.page)) return std::nullopt;
     if (std::has_single_bit(read)) kept = next;
-    next = static_cast<std::uint32_t>(NumberIn(m_bytes, 0, 4));
-    record.append(
-        m_bytes, 4,
-        static_cast<std::size_t>(std::min<std::uint64_t>(room, cell.sizeBytes - record.size())));
+    next = static_cast<std::uint32_t>(NumberIn(m_pages.Bytes(), 0, 4));
+    record.append(m_pages.Bytes(), 4,
+                  static_cast<std::size_t>(std::min<std::uint64_t>(room, wanted - record.size())));
   }
   return record;
 }

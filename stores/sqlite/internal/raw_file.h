@@ -1,14 +1,14 @@
 #pragma once
 
+#include <stores/sqlite/internal/raw_pages.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace TalVcs::Kit::Sqlite {
@@ -28,11 +28,10 @@ struct RawColumn {
 std::optional<std::vector<RawColumn>> ReadRawColumns(std::string_view record, std::size_t count);
 
 /// The records in the pages of a SQLite file and of the log beside it, whether or not other pages
-/// lead to them. Reads the file alone: nothing is locked or changed, and what can't be read is left
-/// out.
+/// lead to them.
 class RawFile {
  public:
-  /// Where a record begins: the number of a page, from 0 on, those of the log last.
+  /// Where a record begins.
   struct Place {
     std::uint64_t page = 0;
     std::uint32_t offset = 0;
@@ -50,15 +49,15 @@ class RawFile {
     std::uint32_t next = 0;       // the page with the others
   };
 
-  /// Opens the file; with the page size of its header, or with the one in which most records are
-  /// found if the header is damaged.
+  /// Opens the file; with the page size of its header, unless its pages look more like those of
+  /// another size.
   explicit RawFile(const std::filesystem::path& path);
 
-  bool IsOpen() const { return m_file.is_open(); }
-  std::uint64_t CountPages() const noexcept { return m_filePages + m_framePages; }
-  std::uint64_t PageBytes() const noexcept { return m_pageBytes; }
-  /// Returns the bytes of the file and of the log.
-  std::uint64_t SizeBytes() const noexcept { return m_fileBytes + m_logBytes; }
+  bool IsOpen() const { return m_pages.IsOpen(); }
+  std::uint64_t SizeBytes() const noexcept { return m_pages.SizeBytes(); }
+  std::uint64_t CountPages() const noexcept { return m_pages.Count(); }
+  std::uint64_t PageBytes() const noexcept { return m_pages.PageBytes(); }
+  PageState StateOf(std::uint64_t page) const { return m_pages.StateOf(page); }
 
   /// Calls `visit` for each record of a page.
   void Visit(std::uint64_t page, const std::function<void(const Cell& cell)>& visit);
@@ -68,27 +67,21 @@ class RawFile {
   /// them is missing, or if its pages form a circle.
   std::optional<std::string> Read(const Cell& cell, std::uint64_t most);
 
+  /// How many pages may still be read as parts of records. A crafted file can have a page in many
+  /// records, so the owner sets it back only after what it has read turned out to be true.
+  std::uint64_t LinksLeft() const noexcept { return m_linksLeft; }
+  void SetLinksLeft(std::uint64_t links) noexcept { m_linksLeft = links; }
+
  private:
-  bool ReadPage(std::uint64_t page);
-  bool ReadLinkedPage(std::uint32_t number);
-  void SetPageBytes(std::size_t bytes);
   void FindPageBytes();
-  void FindFrames();
+  std::uint64_t CountFittingPages();
+  bool Fits(std::uint64_t page);
+  bool ReadLinkedPage(std::uint32_t number, std::uint64_t from);
   std::optional<Cell> CellAt(const Place& place) const;
 
-  std::ifstream m_file;
-  std::ifstream m_log;
-  std::uint64_t m_fileBytes = 0;
-  std::uint64_t m_logBytes = 0;
-  std::size_t m_pageBytes = 512;
+  RawPages m_pages;
   std::size_t m_reservedBytes = 0;  // at the end of each page
-  std::uint64_t m_filePages = 0;
-  std::uint64_t m_framePages = 0;
-  std::unordered_map<std::uint32_t, std::uint64_t> m_frames;  // pages that the log has, by number
-  // A crafted file can have a page in many records.
-  std::uint64_t m_mostLinks = 0;
-  std::uint64_t m_page = 0;  // the one in `m_bytes`
-  std::string m_bytes;
+  std::uint64_t m_linksLeft = 0;
 };
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -71,7 +71,7 @@ class Salvager {
         std::optional<RawDocument::Found> found = m_source.Read(key);
         if (!found) {
           lost.push_back(key);
-          if (!copied.Wait()) return Cancelled(m_name);
+          if (!copied.CallIfDue()) return Cancelled(m_name);
           continue;
         }
         const std::uint64_t size = found->packed.GetSize();
@@ -100,13 +100,14 @@ class Salvager {
   Status PutHeads() {
     m_salvage.heads = m_source.ChooseHeads();
     m_salvage.hasAllHeads = m_source.HasAllHeads();
-    if (!m_salvage.hasAllHeads) AddTips();
+    AddTips();
     std::vector<HeadMove> moves;
     for (const Head& head : m_salvage.heads) moves.push_back({head.name, Id(), head.id});
     return HeadTable(m_target).Apply(moves);
   }
 
-  /// Gives what may have been the heads of lost branches new names.
+  /// Gives what no branch may lead to new names. Even if the sum of the branches fits, they may be
+  /// those of an older state, or lead to commits that are lost.
   void AddTips() {
     std::unordered_set<std::string> names;
     for (const Head& head : m_salvage.heads) names.insert(head.name);
@@ -169,15 +170,15 @@ Result<SqliteSalvage> SalvageDocument(const std::filesystem::path& path,
   if (!std::filesystem::is_regular_file(path, failure)) {
     return MakeError(ErrorCode::NotFound, Task::Open, name, "there is no such file");
   }
-  if (std::optional<Error> obstacle = FindObstacle(path, target)) return *std::move(obstacle);
+  if (Status status = CheckFree(target); !status) return std::move(status).error();
   RawDocument source(path);
   if (!source.IsOpen()) {
     return MakeError(ErrorCode::Denied, Task::Open, name, "it can't be read");
   }
-  const CopyFile copy(target);
+  CopyFile copy(target);
   Result<SqliteSalvage> salvage = MakeDocument(source, name, copy.Path(), options, progress);
   if (!salvage) return salvage;
-  failure = MoveFile(copy.Path(), target, options.durable);
+  failure = copy.MoveToNew(target, options.durable);
   if (!failure) return salvage;
   Error error =
       MakeError(ErrorCode::Unavailable, Task::Save, target.string(), "its copy can't be renamed");

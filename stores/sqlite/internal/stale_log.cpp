@@ -1,6 +1,7 @@
 #include <sqlite3.h>
 #include <stores/sqlite/internal/connection.h>
 #include <stores/sqlite/internal/database.h>
+#include <stores/sqlite/internal/log_pages.h>
 #include <stores/sqlite/internal/meta.h>
 #include <stores/sqlite/internal/side_file.h>
 #include <stores/sqlite/internal/stale_log.h>
@@ -9,87 +10,22 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
-
-// A write-ahead log, as SQLite documents it; numbers have the highest byte first:
-//
-//     log    := header frame*
-//     header := magic version page-size sequence salt salt sum sum     4 bytes each
-//     frame  := page-number size-at-end salt salt sum sum page
-//
-// The last frame of a transaction has the number of pages of the file, the others 0. A frame counts
-// if its salts are those of the header and its sums continue those of the frame before.
 
 namespace TalVcs::Kit::Sqlite {
 namespace {
 
-constexpr std::size_t kLogHeaderBytes = 32;
-constexpr std::size_t kFrameHeaderBytes = 24;
-constexpr std::uint32_t kMagic = 0x377F0682;  // the lowest bit: sums are of words of that order
 constexpr std::size_t kFileHeaderBytes = 100;
 constexpr std::size_t kWriteVersion = 18;
 constexpr std::size_t kPageSize = 16;
 
 using Bytes = SideFile::Bytes;
 
-/// The sums of a log up to some frame.
-class Sums {
- public:
-  explicit Sums(bool highestFirst) : m_highestFirst(highestFirst) {}
-
-  void Add(const Bytes& bytes, std::size_t from, std::size_t size) {
-    for (std::size_t at = from; at + 8 <= from + size; at += 8) {
-      m_first += NumberAt(bytes, at, m_highestFirst) + m_second;
-      m_second += NumberAt(bytes, at + 4, m_highestFirst) + m_first;
-    }
-  }
-  bool StandAt(const Bytes& bytes, std::size_t position) const {
-    return NumberAt(bytes, position) == m_first && NumberAt(bytes, position + 4) == m_second;
-  }
-
- private:
-  bool m_highestFirst;
-  std::uint32_t m_first = 0;
-  std::uint32_t m_second = 0;
-};
-
-/// The pages that whole transactions of a log have: page numbers with the places of their bytes.
-struct LogPages {
-  std::size_t pageBytes = 0;
-  std::uint32_t count = 0;  // of the pages of the file
-  std::uint64_t transactions = 0;
-  Bytes header;  // has other salts after the log was begun anew
-  std::map<std::uint32_t, std::uint64_t> places;
-};
-
-LogPages ReadLogPages(SideFile& files) {
-  LogPages pages;
-  Bytes header(kLogHeaderBytes);
-  if (!files.Read(0, header) || (NumberAt(header, 0) & ~1U) != kMagic) return pages;
-  Sums sums((NumberAt(header, 0) & 1U) != 0);
-  sums.Add(header, 0, 24);
-  const std::uint32_t page_bytes = NumberAt(header, 8);
-  if (!sums.StandAt(header, 24) || page_bytes < 512 || page_bytes > 65536) return pages;
-  pages.pageBytes = page_bytes;
-  pages.header = header;
-  std::map<std::uint32_t, std::uint64_t> open;  // of a transaction that has no end yet
-  Bytes frame(kFrameHeaderBytes + page_bytes);
-  for (std::uint64_t at = kLogHeaderBytes; files.Read(at, frame); at += frame.size()) {
-    sums.Add(frame, 0, 8);
-    sums.Add(frame, kFrameHeaderBytes, page_bytes);
-    if (!std::equal(frame.begin() + 8, frame.begin() + 16, header.begin() + 16)) break;
-    if (!sums.StandAt(frame, 16)) break;
-    open[NumberAt(frame, 0)] = at + kFrameHeaderBytes;
-    if (NumberAt(frame, 4) == 0) continue;
-    pages.count = NumberAt(frame, 4);
-    ++pages.transactions;
-    for (const auto& [number, place] : std::exchange(open, {})) pages.places[number] = place;
-  }
-  return pages;
+LogPages PagesOf(SideFile& files) {
+  return ReadLogPages(
+      [&files](std::uint64_t position, Bytes& bytes) { return files.Read(position, bytes); });
 }
 
 /// Returns whether the file has all pages of the log. The header of the file counts commits and
@@ -158,14 +94,14 @@ std::optional<std::uint64_t> MarkInLog(Database& database) {
 bool ContinuesAnotherState(Database& database, SideFile& files) {
   constexpr int kAttempts = 3;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    const LogPages log = ReadLogPages(files);
+    const LogPages log = PagesOf(files);
     if (log.transactions == 0) return false;
     const std::uint64_t in_file = MarkInFile(database).value_or(0);
     const std::uint64_t in_log = MarkInLog(database).value_or(0);
     // The lowest bit is 0 in the file before its first checkpoint, and in the log at its end.
     if ((in_file & in_log & 1) == 0) return false;
     if (in_file <= in_log && (in_log - in_file) / 2 <= log.transactions) return false;
-    const LogPages after = ReadLogPages(files);
+    const LogPages after = PagesOf(files);
     // Otherwise another connection has changed it meanwhile.
     if (after.header == log.header && after.transactions == log.transactions) return true;
   }
@@ -178,9 +114,8 @@ Result<bool> HasStaleLog(Database& database) {
   SideFile files(database.Connection(), SideFile::Kind::Log);
   Bytes header(kFileHeaderBytes);
   if (!files.IsOpen() || !files.ReadDocument(0, header)) return false;
-  const bool is_stale = header[kWriteVersion] == 1
-                            ? !HasAllPages(files, header, ReadLogPages(files))
-                            : ContinuesAnotherState(database, files);
+  const bool is_stale = header[kWriteVersion] == 1 ? !HasAllPages(files, header, PagesOf(files))
+                                                   : ContinuesAnotherState(database, files);
   if (files.Code() != SQLITE_OK) return database.Fail(files.Code(), Task::Open);
   // A program that has begun or ended a log meanwhile has changed the header before or after.
   const unsigned char mode = header[kWriteVersion];

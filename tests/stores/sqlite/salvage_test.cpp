@@ -1,21 +1,26 @@
 // What a salvage of a damaged document brings into a new one.
 
 #include <gtest/gtest.h>
+#include <kit/open/clean_up.h>
 #include <kit/open/copy.h>
 #include <kit/open/repair.h>
 #include <kit/open/verify.h>
+#include <kit/store/object_key.h>
 #include <stores/sqlite/sqlite_store.h>
 #include <tests/kit/open/histories.h>
 #include <tests/kit/temporary_folder.h>
 #include <tests/stores/sqlite/documents.h>
+#include <tests/stores/sqlite/raw_file.h>
 #include <tests/support/bytes.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <iterator>
 #include <memory>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace TalVcs::Kit {
@@ -79,14 +84,34 @@ class SqliteSalvages : public testing::Test {
     SqliteStore rescued = Rescued();
     EXPECT_TRUE(Repair(rescued, *m_good).value().IsWhole());
     if (salvage.hasAllHeads) {
-      EXPECT_EQ(rescued.Heads().value(), m_good->Heads().value());
+      EXPECT_EQ(WithoutNew(rescued.Heads().value()), m_good->Heads().value());
       EXPECT_EQ(ObjectsOf(rescued), ObjectsOf(*m_good));
     }
   }
 
+  /// Returns the branches that the document had.
+  static std::vector<Head> WithoutNew(std::vector<Head> heads) {
+    std::erase_if(heads, [](const Head& head) { return head.name.starts_with("salvaged/"); });
+    return heads;
+  }
+
+  /// Makes `copy` of the document while it is open with a log, as after a crash, after `change`.
+  template <typename Change>
+  void CopyWithLog(const fs::path& copy, const Change& change) const {
+    SqliteStore store =
+        SqliteStore::Open(m_document,
+                          {.durable = false, .journalMode = SqliteJournalMode::WriteAheadLog})
+            .value();
+    change(store);
+    fs::copy_file(m_document, copy);
+    fs::copy_file(LogOf(m_document), LogOf(copy));
+  }
+  static fs::path LogOf(fs::path path) { return path += "-wal"; }
+
   const TemporaryFolder m_folder;
   const fs::path m_document = m_folder.Path() / "document.tal";
   const fs::path m_target = m_folder.Path() / "rescued.tal";
+  const fs::path m_copy = m_folder.Path() / "copy.tal";
   const std::shared_ptr<MemoryObjectStore> m_good = LongerStore();
   std::string m_bytes;
 };
@@ -194,21 +219,125 @@ TEST_F(SqliteSalvages, ObjectInPiecesIsFound) {
 
 // As after a crash: the file alone has an older state.
 TEST_F(SqliteSalvages, ChangesInALogAreFound) {
-  const fs::path copy = m_folder.Path() / "copy.tal";
-  {
-    SqliteStore store =
-        SqliteStore::Open(m_document,
-                          {.durable = false, .journalMode = SqliteJournalMode::WriteAheadLog})
-            .value();
+  CopyWithLog(m_copy, [](SqliteStore& store) {
     ASSERT_TRUE(Testing::Save(store, {kNew}, {{"new", Id(), kNew.id}}).ok());
-    fs::copy_file(m_document, copy);
-    fs::copy_file(m_document.string() + "-wal", copy.string() + "-wal");
-  }
-  const SqliteSalvage salvage = SqliteStore::Salvage(copy, m_target, {.durable = false}).value();
+  });
+  const SqliteSalvage salvage = SqliteStore::Salvage(m_copy, m_target, {.durable = false}).value();
   EXPECT_TRUE(salvage.hasAllHeads);
   SqliteStore rescued = Rescued();
   EXPECT_EQ(DescribeObject(rescued, kNew.id), "of the new state");
   EXPECT_EQ(rescued.Heads().value().size(), m_good->Heads().value().size() + 1);
+}
+
+// The pages of the file that they replace have other ones.
+TEST_F(SqliteSalvages, BranchesAndValuesOfALogCount) {
+  const OpenedRepository repository = Open(m_good).value();
+  const cow_ptr<Commit> master = repository->GetHead(Wide("master"));
+  const Id other = repository->GetHead(Wide("other"))->GetId();
+  std::vector<Head> after;
+  CopyWithLog(m_copy, [&](SqliteStore& store) {
+    store.SetValue("current", "master").value();
+    // One moves back to an older commit, one is removed.
+    const std::vector<HeadMove> moves = {{"master", master->GetId(), master->GetParent()->GetId()},
+                                         {"other", other, Id()}};
+    ASSERT_TRUE(store.MoveHeads(moves).ok());
+    after = store.Heads().value();
+  });
+  const SqliteSalvage salvage = SqliteStore::Salvage(m_copy, m_target, {.durable = false}).value();
+  EXPECT_TRUE(salvage.hasAllHeads);
+  EXPECT_EQ(WithoutNew(salvage.heads), after);
+  EXPECT_EQ(Rescued().Value("current").value(), "master");
+}
+
+// The older state that is left has a checksum that fits.
+TEST_F(SqliteSalvages, CommitsInADamagedLogGetNames) {
+  Repository repository = NewRepository();
+  const Id newest = AddCommit(repository, "newest", {{"file", "of the newest"}})->GetId();
+  const std::shared_ptr<MemoryObjectStore> newer = StoreOf(repository);
+  std::vector<StoredObject> objects;
+  newer
+      ->Read(ObjectsOf(*newer),
+             [&](const Id& id, Result<Buffer> packed) {
+               objects.push_back({id, *std::move(packed), Id()});
+             })
+      .value();
+  CopyWithLog(m_copy, [&](SqliteStore& store) {
+    store.SetValue("current", "before").value();
+    ASSERT_TRUE(Testing::Save(store, objects, {{"newest", Id(), newest}}).ok());
+  });
+  std::string log = ReadWhole(LogOf(m_copy));
+  // Bytes of the last page, so that the transaction has no end.
+  log[log.size() - 1] = static_cast<char>(log[log.size() - 1] ^ 1);
+  WriteWhole(LogOf(m_copy), log);
+  const SqliteSalvage salvage = SqliteStore::Salvage(m_copy, m_target, {.durable = false}).value();
+  EXPECT_EQ(WithoutNew(salvage.heads), m_good->Heads().value());
+  EXPECT_TRUE(std::any_of(salvage.heads.begin(), salvage.heads.end(),
+                          [&](const Head& head) { return head.id == newest; }));
+}
+
+TEST_F(SqliteSalvages, CommitsBeforeALostHeadGetANewName) {
+  const OpenedRepository repository = Open(m_good).value();
+  const cow_ptr<Commit> head = repository->GetHead(Wide("master"));
+  const ObjectKey key = *KeyOf(head->GetId());
+  const std::string id(reinterpret_cast<const char*>(key.data()), key.size());
+  // The row of the object has the number of its size after the id, the row of the branch nothing.
+  const std::string before = std::string("master") + id;
+  std::size_t changed = 0;
+  std::string bytes = m_bytes;
+  for (std::size_t at = bytes.find(id); at != std::string::npos; at = bytes.find(id, at + 1)) {
+    if (bytes.compare(at - 6, before.size(), before) == 0) continue;
+    bytes[at] = static_cast<char>(bytes[at] ^ 1);
+    ++changed;
+  }
+  ASSERT_EQ(changed, 1U);
+  const SqliteSalvage salvage = SalvageOf(bytes);
+  EXPECT_TRUE(salvage.hasAllHeads);
+  EXPECT_EQ(salvage.lostObjects, 1U);
+  EXPECT_EQ(WithoutNew(salvage.heads), m_good->Heads().value());
+  ASSERT_EQ(salvage.heads.size(), m_good->Heads().value().size() + 1);
+  EXPECT_TRUE(std::any_of(salvage.heads.begin(), salvage.heads.end(), [&](const Head& found) {
+    return found.name == "salvaged/1" && found.id == head->GetParent()->GetId();
+  }));
+}
+
+TEST_F(SqliteSalvages, ValuesOfFreePagesStayRemoved) {
+  {
+    SqliteStore store = SqliteStore::Open(m_document, {.durable = false}).value();
+    for (int number = 0; number < 100; ++number) {
+      store.SetValue("value " + std::to_string(number), "short").value();
+    }
+    ASSERT_TRUE(store.Close().ok());
+    RawFile(m_document)
+        .Execute("PRAGMA secure_delete = OFF; DELETE FROM host_values WHERE name LIKE 'value%'");
+  }
+  const std::string bytes = ReadWhole(m_document);
+  ASSERT_NE(bytes.find("value 50short"), std::string::npos);
+  const SqliteSalvage salvage = SalvageOf(bytes);
+  EXPECT_EQ(salvage.values, 1U);
+  EXPECT_EQ(salvage.heads, m_good->Heads().value());
+}
+
+// SQLite gives the number of a row that was removed to the next one.
+TEST_F(SqliteSalvages, PiecesOfARemovedObjectHideNone) {
+  const StoredObject old = ObjectOf("blob 9000000" + std::string(1, '\0') + RandomBytes(9000000));
+  const StoredObject large =
+      ObjectOf("blob 9000000" + std::string(1, '\0') + RandomBytes(9000000, 2));
+  fs::remove(m_document);
+  {
+    SqliteStore store = SqliteStore::Open(m_document, {.durable = false}).value();
+    ASSERT_TRUE(Testing::Save(store, {old}, {{"old", Id(), old.id}}).ok());
+    ASSERT_TRUE(store.Close().ok());
+  }
+  const std::string pieces = ReadWhole(m_document);
+  CopyWithLog(m_copy, [&](SqliteStore& store) {
+    ASSERT_TRUE(store.MoveHeads(std::vector<HeadMove>{{"old", old.id, Id()}}).ok());
+    ASSERT_TRUE(CleanUp(store).ok());
+    ASSERT_TRUE(Testing::Save(store, {large}, {{"large", Id(), large.id}}).ok());
+  });
+  const SqliteSalvage salvage = SqliteStore::Salvage(m_copy, m_target, {.durable = false}).value();
+  EXPECT_TRUE(salvage.hasAllHeads);
+  SqliteStore rescued = Rescued();
+  EXPECT_EQ(DescribeObject(rescued, large.id), "9000013 bytes");
 }
 
 TEST_F(SqliteSalvages, CancelledOneLeavesNothing) {
@@ -226,6 +355,65 @@ TEST_F(SqliteSalvages, CancelledOneLeavesNothing) {
     EXPECT_EQ(cancelled.error().code, ErrorCode::Cancelled);
     EXPECT_EQ(std::distance(fs::directory_iterator(m_folder.Path()), fs::directory_iterator()), 1);
   }
+}
+
+// A file without the first page doesn't say how large its pages are.
+TEST_F(SqliteSalvages, SizeOfPagesIsFoundInALargeFile) {
+  const StoredObject first = ObjectOf(RandomBytes(1500000));
+  std::vector<StoredObject> objects;
+  for (unsigned number = 0; number < 1500; ++number) {
+    objects.push_back(ObjectOf(RandomBytes(400, number)));
+  }
+  SqliteStore store = SqliteStore::Open(m_document, {.durable = false}).value();
+  ASSERT_TRUE(Testing::Save(store, {first}, {}).ok());
+  ASSERT_TRUE(Testing::Save(store, objects, {{"last", Id(), objects.back().id}}).ok());
+  ASSERT_TRUE(store.Close().ok());
+  const std::string bytes = ReadWhole(m_document).replace(0, kPageBytes, kPageBytes, '\xFF');
+  ASSERT_GT(bytes.size(), std::size_t{2} << 20);
+  const SqliteSalvage salvage = SalvageOf(bytes);
+  EXPECT_EQ(salvage.objects, ObjectsOf(*m_good).size() + objects.size() + 1);
+  EXPECT_EQ(salvage.lostObjects, 0U);
+}
+
+// The size of the pages, the bytes that each leaves free at its end, and where free pages begin.
+TEST_F(SqliteSalvages, DamagedHeaderOfTheFileIsNotBelieved) {
+  for (const auto& [place, bytes] : {std::pair<std::size_t, std::string>{20, "\x08"},
+                                     {20, "\x40"},
+                                     {16, "\x04"},
+                                     {16, std::string("\0\1", 2)},
+                                     {32, std::string("\0\0\0\5", 4)},
+                                     {36, std::string("\0\0\0\5", 4)}}) {
+    SCOPED_TRACE(place);
+    std::string damaged = m_bytes;
+    damaged.replace(place, bytes.size(), bytes);
+    const SqliteSalvage salvage = SalvageOf(damaged);
+    EXPECT_EQ(salvage.objects, ObjectsOf(*m_good).size());
+    EXPECT_EQ(salvage.heads, m_good->Heads().value());
+    EXPECT_TRUE(salvage.hasAllHeads);
+  }
+}
+
+// The copy has another name at first, under which a crash leaves it.
+TEST_F(SqliteSalvages, NamesThatTheCopyTakesAreFree) {
+  const fs::path target = m_folder.Path() / "new.tal";
+  for (const std::string ending :
+       {"-compact", "-compact-journal", "-compact-wal", "-journal", "-wal", "-shm"}) {
+    SCOPED_TRACE(ending);
+    const fs::path source = target.string() + ending;
+    fs::rename(m_document, source);
+    EXPECT_EQ(CodeOf(SqliteStore::Salvage(source, target)), "Denied");
+    EXPECT_EQ(CodeOf(SqliteStore::Salvage(source, target)), "Denied");
+    EXPECT_EQ(ReadWhole(source), m_bytes);
+    EXPECT_FALSE(fs::exists(target));
+    fs::rename(source, m_document);
+  }
+  // A copy of the document itself.
+  const fs::path source = target.string() + "-compact";
+  fs::rename(m_document, source);
+  SqliteStore store = SqliteStore::Open(source, {.durable = false}).value();
+  EXPECT_EQ(CodeOf(store.CompactInto(target)), "Denied");
+  EXPECT_TRUE(store.Close().ok());
+  EXPECT_EQ(ReadWhole(source), m_bytes);
 }
 
 TEST_F(SqliteSalvages, FilesThatAreThereStay) {
