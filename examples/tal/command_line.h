@@ -24,7 +24,7 @@ class Command {
 
   /// Add an option, by names such as "-n,--limit". An option of a count takes numbers from 1 on. No
   /// value of another one or of an argument is empty, so that a variable of a script that isn't set
-  /// never stands for everything. Only a text may be empty.
+  /// never means everything. Only a text may be empty.
   Command& Flag(const char* names, bool& value, const char* help);
   Command& Option(const char* names, std::string& value, const char* help);
   Command& Text(const char* names, std::string& value, const char* help);

@@ -33,7 +33,7 @@ class Usage(TalTest):
         self.tal("init", code=DIFFERS)
 
     def test_an_empty_name_is_wrong_usage(self):
-        """A variable of a script that isn't set must not stand for everything."""
+        """A variable of a script that isn't set must not mean everything."""
         self.tal("init")
         self.commit("First", a="1")
         self.write("a.txt", "mine")

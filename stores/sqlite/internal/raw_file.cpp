@@ -35,7 +35,7 @@ constexpr std::uint64_t kMostReads = 64;
 // one of a single record.
 constexpr std::size_t kMostOverlaps = 4;
 
-/// Reads a number of 7 bits in each byte and moves `at` behind it.
+/// Reads a number of 7 bits in each byte and moves `at` past it.
 std::optional<std::uint64_t> TakeNumber(std::string_view bytes, std::size_t& at) {
   constexpr int kMostBytes = 9;
   std::uint64_t number = 0;
