@@ -10,7 +10,7 @@ namespace {
 /// What a clean-up did.
 struct CleanedUp {
   Kit::RemovedObjects removed;
-  bool isGradual = false;  ///< What became unused of late waits for those who may still read it.
+  bool isGradual = false;  ///< What has just become unused stays for a day.
 };
 
 /// Cleans up a store on a server gradually, because others read it meanwhile, and any other at

@@ -62,9 +62,9 @@ struct SqliteSalvage {
   std::uint64_t objects = 0;      ///< The objects of the new document, each compared with its id.
   std::uint64_t lostObjects = 0;  ///< Objects of which there are records, but none that is whole.
   std::vector<Head> heads;        ///< The branches of the new document, sorted by name.
-  /// Whether these are the branches that the damaged document had, and others named `salvaged/` and
-  /// a number, by its checksum of them. An older state of the document has another one, which fits
-  /// if what came later is lost.
+  /// True if the branches that aren't named `salvaged/` and a number are all that the damaged
+  /// document had: they fit a checksum that was found in it. If the newest pages are lost, that can
+  /// be the checksum of an older state.
   bool hasAllHeads = false;
   std::uint64_t values = 0;  ///< The values of the new document.
 };
