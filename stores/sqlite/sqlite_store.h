@@ -174,7 +174,8 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore,
                         const Progress& progress = {});
 
   /// Copies the document, as `Compact` does, into a new one at `target`. Fails with `Denied` if
-  /// there is a file of that name, or if `target` with "-compact" added is the document. Works on
+  /// there is a file of that name, or one that SQLite would take for its journal or log, or if
+  /// `target` with "-compact" added is the document. Works on
   /// documents that can only be read, and in a host's database, of which only the store's tables
   /// are copied.
   Status CompactInto(const std::filesystem::path& target, const Progress& progress = {});

@@ -128,18 +128,10 @@ class Copier {
   ObjectTable m_targetObjects;
 };
 
-/// Makes the copy under a name that no document has.
-Status MakeCopy(Database& source, const std::filesystem::path& copy, SqliteOptions options,
+Status FillCopy(const CopyFile& copy, Database& source, const SqliteOptions& options,
                 const Progress& progress) {
-  options.create = true;
-  options.readOnly = false;
-  options.journalMode = SqliteJournalMode::Rollback;
-  Result<std::unique_ptr<Database>> target = Database::Open(copy, options);
-  if (!target) return std::move(target).error();
-  WriteTransaction transaction(**target);
-  Status status = transaction.Begin();
-  if (status) status = Copier(source, **target, options).Copy(progress);
-  return status ? transaction.Commit() : status;
+  return copy.Make(
+      options, [&](Database& target) { return Copier(source, target, options).Copy(progress); });
 }
 
 Status CheckMoved(const Database& source, const std::error_code& failure) {
@@ -163,13 +155,14 @@ Status CheckNoOtherTables(Database& source) {
 
 Status CopyDocument(Database& source, const std::filesystem::path& target,
                     const SqliteOptions& options, const Progress& progress) {
-  if (std::optional<Error> obstacle = FindObstacle(source.Name(), target))
-    return *std::move(obstacle);
+  Status status = CheckFree(target);
+  if (status) status = CheckNotItsCopy(source.Name(), target);
+  if (!status) return status;
   ReadTransaction transaction(source);
-  Status status = transaction.Begin();
+  status = transaction.Begin();
   if (!status) return status;
   CopyFile copy(target);
-  status = MakeCopy(source, copy.Path(), options, progress);
+  status = FillCopy(copy, source, options, progress);
   return status ? CheckMoved(source, copy.MoveToNew(target, options.durable)) : status;
 }
 
@@ -196,7 +189,7 @@ Status CompactDocument(const std::filesystem::path& path, const SqliteOptions& o
   if (status) status = CheckNoOtherTables(**source);
   if (!status) return status;
   const CopyFile copy(target);
-  status = MakeCopy(**source, copy.Path(), options, progress);
+  status = FillCopy(copy, **source, options, progress);
   if (!status) return status;
   CopyPermissions(target, copy.Path());
   return CheckMoved(**source, MoveFile(copy.Path(), target, options.durable));

@@ -2,15 +2,18 @@
 
 #include <kit/text/progress.h>
 #include <kit/text/result.h>
+#include <stores/sqlite/sqlite_store.h>
 
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <optional>
+#include <functional>
 #include <string_view>
 #include <system_error>
 
 namespace TalVcs::Kit::Sqlite {
+
+class Database;
 
 /// Calls the host's progress callback, not too often.
 class CopyProgress {
@@ -42,7 +45,7 @@ class CopyProgress {
   Clock::time_point m_called;
 };
 
-/// The file beside a document in which its copy is made. Removed at the end unless it got its final
+/// The file beside a new document in which it is made. Removed at the end unless it got its final
 /// name.
 class CopyFile {
  public:
@@ -54,6 +57,9 @@ class CopyFile {
 
   const std::filesystem::path& Path() const noexcept { return m_path; }
 
+  /// Makes a document in the file, which `fill` fills within one transaction.
+  Status Make(SqliteOptions options, const std::function<Status(Database&)>& fill) const;
+
   /// Gives the copy the name of a file that isn't there. With `durable` the name is on the medium
   /// then. After a failure there is no such file.
   std::error_code MoveToNew(const std::filesystem::path& target, bool durable);
@@ -62,13 +68,14 @@ class CopyFile {
   std::filesystem::path m_path;
 };
 
-/// Fails with `Denied` if there is a file at `target`, or one of a name that its copy takes or that
-/// SQLite would take for a journal or a log of either.
-Status CheckFree(const std::filesystem::path& target);
+/// Returns the name of the file in which the document `target` is made.
+std::filesystem::path CopyNameOf(std::filesystem::path target);
 
-/// Returns why no copy of `source` can be made at `target`; nothing if one can. A link at `target`
-/// is in the way, also one that leads to nothing, and so is a source with the name of the copy.
-std::optional<Error> FindObstacle(const std::filesystem::path& source,
-                                  const std::filesystem::path& target);
+/// Fails with `Denied` if there is a file of that name, or one that SQLite would take for its
+/// journal or log. A link is one too, also if it leads to nothing.
+Status CheckFree(const std::filesystem::path& file);
+
+/// Fails with `Denied` if the copy of `source` that is made for `target` would take its name.
+Status CheckNotItsCopy(const std::filesystem::path& source, const std::filesystem::path& target);
 
 }  // namespace TalVcs::Kit::Sqlite

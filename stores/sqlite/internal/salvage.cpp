@@ -1,15 +1,12 @@
 #include <stores/sqlite/internal/copy_file.h>
 #include <stores/sqlite/internal/database.h>
-#include <stores/sqlite/internal/files.h>
 #include <stores/sqlite/internal/head_table.h>
 #include <stores/sqlite/internal/object_table.h>
 #include <stores/sqlite/internal/raw_document.h>
 #include <stores/sqlite/internal/salvage.h>
-#include <stores/sqlite/internal/transaction.h>
 #include <stores/sqlite/internal/values.h>
 
 #include <algorithm>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -39,14 +36,15 @@ class Salvager {
         m_progress(progress),
         m_name(name) {}
 
-  Result<SqliteSalvage> Run() {
+  Status Run() {
     Status status = TakePages();
     if (status) status = CopyObjects();
     if (status) status = PutHeads();
     if (status) status = PutValues();
-    if (!status) return std::move(status).error();
-    return m_salvage;
+    return status;
   }
+
+  const SqliteSalvage& Found() const noexcept { return m_salvage; }
 
  private:
   Status TakePages() {
@@ -141,25 +139,6 @@ class Salvager {
   SqliteSalvage m_salvage;
 };
 
-/// Makes the new document under a name that no document has.
-Result<SqliteSalvage> MakeDocument(RawDocument& source, const std::string& name,
-                                   const std::filesystem::path& copy, SqliteOptions options,
-                                   const Progress& progress) {
-  options.create = true;
-  options.readOnly = false;
-  options.journalMode = SqliteJournalMode::Rollback;
-  Result<std::unique_ptr<Database>> target = Database::Open(copy, options);
-  if (!target) return std::move(target).error();
-  WriteTransaction transaction(**target);
-  Status status = transaction.Begin();
-  if (!status) return std::move(status).error();
-  Result<SqliteSalvage> salvage = Salvager(source, **target, options, progress, name).Run();
-  if (!salvage) return salvage;
-  status = transaction.Commit();
-  if (!status) return std::move(status).error();
-  return salvage;
-}
-
 }  // namespace
 
 Result<SqliteSalvage> SalvageDocument(const std::filesystem::path& path,
@@ -170,14 +149,22 @@ Result<SqliteSalvage> SalvageDocument(const std::filesystem::path& path,
   if (!std::filesystem::is_regular_file(path, failure)) {
     return MakeError(ErrorCode::NotFound, Task::Open, name, "there is no such file");
   }
-  if (Status status = CheckFree(target); !status) return std::move(status).error();
+  Status status = CheckFree(target);
+  if (status) status = CheckFree(CopyNameOf(target));
+  if (!status) return std::move(status).error();
   RawDocument source(path);
   if (!source.IsOpen()) {
     return MakeError(ErrorCode::Denied, Task::Open, name, "it can't be read");
   }
   CopyFile copy(target);
-  Result<SqliteSalvage> salvage = MakeDocument(source, name, copy.Path(), options, progress);
-  if (!salvage) return salvage;
+  SqliteSalvage salvage;
+  status = copy.Make(options, [&](Database& document) {
+    Salvager salvager(source, document, options, progress, name);
+    Status filled = salvager.Run();
+    salvage = salvager.Found();
+    return filled;
+  });
+  if (!status) return std::move(status).error();
   failure = copy.MoveToNew(target, options.durable);
   if (!failure) return salvage;
   Error error =

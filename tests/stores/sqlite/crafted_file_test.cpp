@@ -165,22 +165,5 @@ TEST_F(CraftedFiles, PipeBesideTheDocumentIsNoLog) {
 }
 #endif
 
-// The copy is made under the name of the target with this ending, and what is there goes.
-TEST_F(CraftedFiles, DocumentWithTheNameOfTheCopyStays) {
-  const fs::path target = m_folder.Path() / "document.tal";
-  for (const char* ending : {"-compact", "-compact-journal"}) {
-    const fs::path document = target.string() + ending;
-    {
-      SqliteStore store = SqliteStore::Open(document, {.durable = false}).value();
-      EXPECT_EQ(store.CompactInto(target).error().code, ErrorCode::Denied);
-    }
-    const std::string bytes = ReadWhole(document);
-    EXPECT_EQ(SqliteStore::Salvage(document, target).error().code, ErrorCode::Denied);
-    EXPECT_FALSE(fs::exists(target));
-    EXPECT_FALSE(bytes.empty());
-    EXPECT_EQ(ReadWhole(document), bytes);
-  }
-}
-
 }  // namespace
 }  // namespace TalVcs::Kit

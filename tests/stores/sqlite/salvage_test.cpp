@@ -393,38 +393,5 @@ TEST_F(SqliteSalvages, DamagedHeaderOfTheFileIsNotBelieved) {
   }
 }
 
-// The copy has another name at first, under which a crash leaves it.
-TEST_F(SqliteSalvages, NamesThatTheCopyTakesAreFree) {
-  const fs::path target = m_folder.Path() / "new.tal";
-  for (const std::string ending :
-       {"-compact", "-compact-journal", "-compact-wal", "-journal", "-wal", "-shm"}) {
-    SCOPED_TRACE(ending);
-    const fs::path source = target.string() + ending;
-    fs::rename(m_document, source);
-    EXPECT_EQ(CodeOf(SqliteStore::Salvage(source, target)), "Denied");
-    EXPECT_EQ(CodeOf(SqliteStore::Salvage(source, target)), "Denied");
-    EXPECT_EQ(ReadWhole(source), m_bytes);
-    EXPECT_FALSE(fs::exists(target));
-    fs::rename(source, m_document);
-  }
-  // A copy of the document itself.
-  const fs::path source = target.string() + "-compact";
-  fs::rename(m_document, source);
-  SqliteStore store = SqliteStore::Open(source, {.durable = false}).value();
-  EXPECT_EQ(CodeOf(store.CompactInto(target)), "Denied");
-  EXPECT_TRUE(store.Close().ok());
-  EXPECT_EQ(ReadWhole(source), m_bytes);
-}
-
-TEST_F(SqliteSalvages, FilesThatAreThereStay) {
-  WriteWhole(m_target, "of somebody");
-  EXPECT_EQ(CodeOf(SqliteStore::Salvage(m_document, m_target)), "Denied");
-  EXPECT_EQ(ReadWhole(m_target), "of somebody");
-  EXPECT_EQ(CodeOf(SqliteStore::Salvage(m_folder.Path() / "none", m_folder.Path() / "new")),
-            "NotFound");
-  EXPECT_EQ(CodeOf(SqliteStore::Salvage(m_folder.Path(), m_folder.Path() / "new")), "NotFound");
-  EXPECT_EQ(ReadWhole(m_document), m_bytes);
-}
-
 }  // namespace
 }  // namespace TalVcs::Kit
