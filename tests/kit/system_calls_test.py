@@ -9,7 +9,7 @@ import re
 import shutil
 import unittest
 
-from system_calls import SavingProgram, can_trace, folder_in_memory
+from system_calls import STEP, SavingProgram, can_trace, folder_in_memory
 
 NOTHING = "0 commits, 0 trees, 0 blobs, 0 damaged"
 
@@ -55,9 +55,9 @@ class SystemCalls(unittest.TestCase):
         self.assertTrue(objects == sum(counts[:3]) or found != self.texts["new"], what)
         return found == self.texts["new"]
 
-    def inject(self, start, injection):
+    def inject(self, start, injection, step=1):
         results = [self.check(start, what, ended)
-                   for what, ended in self.program.inject(lambda: self.start_with(start), injection)]
+                   for what, ended in self.program.inject(lambda: self.start_with(start), injection, step=step)]
         done = sum(results)
         kept = len(results) - done
         print(f"{injection} from {start}: {kept + done} calls, {kept} times the state before,",
@@ -74,7 +74,7 @@ class SystemCalls(unittest.TestCase):
     def test_a_save_with_an_upgrade_that_is_killed(self):
         if "former" not in self.texts:
             self.skipTest("the program has one format")
-        self.inject("former", "signal=KILL")
+        self.inject("former", "signal=KILL", STEP)
 
     def test_a_save_on_a_full_medium(self):
         self.inject("old", "error=ENOSPC")

@@ -9,7 +9,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 
-"$CMAKE_COMMAND" -S "$here/subproject" -B host -DSOURCE="$SOURCE" >configure.txt
+"$CMAKE_COMMAND" -S "$here/subproject" -B host -DSOURCE="$SOURCE" -DTALVCS_PRECOMPILE_HEADERS=ON >configure.txt
 build host
 expect_files host/in_memory
 

@@ -1,7 +1,8 @@
 """Saves in which one system call is the last, or fails: each that has to do with files, in turn.
 
 strace injects the faults. A test that uses this needs the program that SAVE_STATES names: it takes a
-path and what to do there, a state to save or "describe".
+path and what to do there, a state to save or "describe". With CALL_STEP=1 in the environment, actions
+that have `STEP` get a fault at each call too, otherwise at each fifth.
 """
 
 import collections
@@ -12,9 +13,10 @@ import tempfile
 
 from tracing import can_trace
 
-__all__ = ["SavingProgram", "can_trace", "folder_in_memory", "run"]
+__all__ = ["STEP", "SavingProgram", "can_trace", "folder_in_memory", "run"]
 
 CALLS = "%file,%desc"
+STEP = int(os.environ.get("CALL_STEP", "5"))
 MEMORY = "/dev/shm"  # folders there need no medium
 
 
@@ -46,8 +48,8 @@ class SavingProgram:
     def describe(self):
         return self.act("describe").stdout.strip()
 
-    def save(self, *injection, action="new"):
-        return run("strace", "-qq", "-o", self.trace, "-e", f"trace={CALLS}", *injection,
+    def save(self, *injection, action="new", calls=CALLS):
+        return run("strace", "-qq", "-o", self.trace, "-e", f"trace={calls}", *injection,
                    self.program, self.path, action)
 
     def calls(self, start, action="new"):
@@ -76,7 +78,7 @@ class SavingProgram:
                 continue  # strace would leave the file open, and what is locked with it
             what = f"{injection} at {name} number {number}"
             start()
-            result = self.save("-e", f"inject={name}:{injection}:when={number}", action=action)
+            result = self.save("-e", f"inject={name}:{injection}:when={number}", action=action, calls=name)
             if injection == "signal=KILL":
                 self.case.assertEqual(result.returncode, -9, what)
             else:

@@ -1,6 +1,6 @@
 """Saves of a document in one file in which one system call is the last, or fails: each in turn.
 
-A store without logs and compactions is tested by the argument Saves. With CALL_STEP=1, logs and compactions end at each call too, otherwise at each fifth.
+A store without logs and compactions is tested by the argument Saves.
 """
 
 import collections
@@ -8,9 +8,7 @@ import os
 import shutil
 import unittest
 
-from system_calls import SavingProgram, can_trace, folder_in_memory
-
-STEP = int(os.environ.get("CALL_STEP", "5"))
+from system_calls import STEP, SavingProgram, can_trace, folder_in_memory
 
 
 @unittest.skipUnless(can_trace(), "strace isn't there or may not trace")
@@ -69,7 +67,7 @@ class Saves(Documents):
         self.assertGreater(len(reads), 5)
         for name, number in reads:
             self.start()
-            result = self.program.save("-e", f"inject={name}:error=EIO:when={number}")
+            result = self.program.save("-e", f"inject={name}:error=EIO:when={number}", calls=name)
             self.assertNotIn("damage", result.stderr, f"{name} number {number}")
 
 
