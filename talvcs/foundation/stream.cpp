@@ -12,6 +12,10 @@ namespace {
 
 constexpr std::size_t kStep = std::size_t{1} << 16;
 
+/// Returns how many bytes a stream has read or written that was asked for `size`. One that says
+/// more, as a host's -1 does, has none.
+std::size_t Transferred(std::size_t count, std::size_t size) { return count <= size ? count : 0; }
+
 /// Appends the next `size` bytes of `stream` to `target`. Returns false if there were fewer. Memory
 /// grows with the bytes that come, not with the size that the stream reports.
 bool ReadPieces(IStream& stream, std::uint64_t size, Buffer& target) {
@@ -23,13 +27,13 @@ bool ReadPieces(IStream& stream, std::uint64_t size, Buffer& target) {
       target = std::move(whole);
       return true;
     }
-    target.Append(bytes, count, 1);
+    target.Append(bytes, Transferred(count, static_cast<std::size_t>(size)), 1);
     return false;
   }
   std::array<std::byte, kStep> piece;
   for (std::uint64_t left = size; left > 0;) {
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, kStep));
-    const std::size_t count = stream.Read(piece.data(), wanted);
+    const std::size_t count = Transferred(stream.Read(piece.data(), wanted), wanted);
     target.Append(piece.data(), count, 1);
     if (count != wanted) return false;
     left -= count;
@@ -102,7 +106,7 @@ std::uint64_t IStream::WriteBuffer(const Buffer& data) {
   std::uint64_t total = 0;
   for (std::size_t index = 0; index < kept.GetSegmentCount(); ++index) {
     const auto bytes = kept.GetSegment(index);
-    const std::size_t written = Write(bytes.data(), bytes.size());
+    const std::size_t written = Transferred(Write(bytes.data(), bytes.size()), bytes.size());
     total += written;
     if (written != bytes.size()) break;
   }

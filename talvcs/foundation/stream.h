@@ -23,11 +23,11 @@ class TALVCS_API IStream {
   virtual ~IStream();
 
   /// Reads up to `size` bytes at the position and moves after them. Returns how many were read;
-  /// fewer than `size` only at the end or after an error.
+  /// fewer than `size` only at the end or after an error. A number above `size` counts as 0.
   virtual std::size_t Read(void* data, std::size_t size) = 0;
 
   /// Writes `size` bytes at the position, over the bytes there, and moves after them. Returns how
-  /// many were written.
+  /// many were written. A number above `size` counts as 0.
   virtual std::size_t Write(const void* data, std::size_t size) = 0;
 
   /// Moves to `position`, which may be after the end. Returns false if that can't be done.

@@ -57,6 +57,21 @@ class GenerousStream final : public IStream {
   }
 };
 
+/// A host's stream that passes on what a failed system call returns.
+class FailingStream final : public IStream {
+ public:
+  explicit FailingStream(std::uint64_t size) : m_size(size) {}
+
+  std::size_t Read(void*, std::size_t) override { return static_cast<std::size_t>(-1); }
+  std::size_t Write(const void*, std::size_t) override { return static_cast<std::size_t>(-1); }
+  bool Seek(std::uint64_t) override { return false; }
+  std::uint64_t GetPosition() const override { return 0; }
+  std::uint64_t GetSize() const override { return m_size; }
+
+ private:
+  std::uint64_t m_size;
+};
+
 std::string ReadBytes(StreamIO& stream, std::size_t count) {
   std::string bytes(count, '#');
   return stream.Read(bytes.data(), count) ? bytes : "failed";
@@ -160,6 +175,20 @@ TEST(StreamIO, ReadToEndReturnsFalseIfAHostStreamIsShort) {
   EXPECT_FALSE(torn.ReadToEnd(of_torn));
   EXPECT_EQ(Bytes(of_whole), ":abcdef");
   EXPECT_EQ(Bytes(of_torn), "abcd");
+}
+
+TEST(StreamIO, HostStreamThatReturnsMoreThanItWasAskedForReadsAndWritesNothing) {
+  for (const std::uint64_t size : {10, 100'000}) {
+    StreamIO reader(Stream(std::make_shared<FailingStream>(size)));
+    Buffer target;
+    EXPECT_FALSE(reader.ReadToEnd(target));
+    EXPECT_TRUE(target.IsEmpty());
+    std::byte byte{};
+    EXPECT_FALSE(reader.Read(&byte, 1));
+  }
+  Buffer bytes;
+  bytes.Append("abc", 3, 1);
+  EXPECT_EQ(FailingStream(0).WriteBuffer(bytes), 0U);
 }
 
 TEST(StreamIO, ReadToEndOfALargeHostStreamGivesEveryByte) {
