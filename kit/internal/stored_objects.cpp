@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <utility>
 
 // A write keeps the order of its objects, because one that is there is taken for whole with all
@@ -263,8 +264,12 @@ Status StoredObjects::FinishRemoval() {
   return m_state.Get().removedFiles.empty() ? Status() : ObjectRemoval(*this).Finish();
 }
 
+/// What a removal encodes anew may be a base only once the removal has succeeded, and is then read
+/// from the packs.
 Result<RemovedObjects> StoredObjects::RemoveAllBut(const std::set<ObjectKey>& kept) {
   m_encoded.Clear();
+  const std::unique_ptr<EncodedObjects, void (*)(EncodedObjects*)> cleared(
+      &m_encoded, [](EncodedObjects* encoded) { encoded->Clear(); });
   return ObjectRemoval(*this).Run(kept);
 }
 

@@ -146,6 +146,11 @@ void CacheStore::Keep(std::span<const StoredObject> objects) {
   }
   if (kept.empty()) return;
   m_fastStatus = m_fast->Write(kept);
+  // A removal, such as that of the oldest uses, breaks the save that the fast store is in. The next
+  // write begins another.
+  if (!m_fastStatus && m_fastStatus.error().code == ErrorCode::Busy) {
+    m_fastStatus = m_fast->Write(kept);
+  }
   if (!m_fastStatus) return;
   for (const StoredObject& object : kept) Enter(object.id, object.packed.GetSize());
   if (m_cachedBytes <= m_options.mostBytes) return;

@@ -53,7 +53,9 @@ struct CacheOptions {
 /// *The fast store* holds copies alone, belongs to one cache store at a time, and has no heads. Its
 /// failures are never returned: after the first, it isn't used any more, and `GetFastStatus` has
 /// the failure. To use it again, give it to a new cache store, which lists what it holds. A
-/// `MemoryObjectStore` or a `DirectoryObjectStore` with `durable` off fits.
+/// `MemoryObjectStore` or a `DirectoryObjectStore` with `durable` off fits. A store that keeps what
+/// is written in memory until a head moves, as a `SqliteStore` does, forgets it with the process.
+/// The fast store isn't a place for secrets: over an `EncryptedStore`, it holds plain copies.
 ///
 /// Cost: the first call that reads lists the fast store; memory some 200 bytes an object in it.
 /// Threads: as the two stores.

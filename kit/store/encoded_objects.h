@@ -25,8 +25,10 @@ using ReadEncoded = std::function<Result<std::vector<std::byte>>(const Id& id)>;
 /// everything that it keeps: a removal encodes what loses its base anew, or keeps the base as well.
 /// An object that is kept as a base alone is used as it is when it is written again, and not
 /// encoded. The store calls `Clear` when an object that was encoded or decoded before may not be in
-/// the store any more: after a write that failed or was rolled back, and after any removal, even by
-/// another store object.
+/// the store any more: after a write or a removal that failed or was rolled back, and after any
+/// removal, even by another store object. A store that can't notice all of these checks, before it
+/// keeps a difference, that the base is there and that `DepthOf` its position is less than that of
+/// the difference.
 ///
 /// A resource; moved, not copied. A moved-from object may only be assigned to or destroyed.
 /// Threads: one thread at a time.

@@ -28,12 +28,15 @@ struct ProgressStoreOptions {
 /// Each operation is a phase with the operation's name, which goes on at its next call: `done`
 /// counts ids, objects, listed ids or moves of all its calls since the store object was made, and
 /// `sizeBytes` the bytes of packed forms. The total is unknown. The callback is called at the first
-/// call of each operation, and then at most fifty times a second.
+/// call of each operation, and then before further calls, at most fifty times a second. A store
+/// doesn't know which call is the last, so the work of the last calls may not be shown.
 ///
 /// When the callback returns false, the call that is about to begin fails with `Cancelled`, and the
-/// store below isn't called. Long reads and writes are passed on in batches of at most 256 objects
-/// or 1 MiB, and can be cancelled after each; objects that were written stay. A listing ends at its
-/// next batch. Nothing else is cancelled once it has begun, so a move of heads takes place or not.
+/// store below isn't called. Code that reads objects on demand, as a repository does, reports them
+/// as `Unavailable` then: a host that cancels remembers that it did. Long reads and writes are
+/// passed on in batches of at most 256 objects or 1 MiB, and can be cancelled after each; objects
+/// that were written stay. A listing ends at its next batch. Nothing else is cancelled once it has
+/// begun, so a move of heads takes place or not.
 class TALVCS_KIT_API ProgressStore final : public PassingStore {
  public:
   /// Passes calls on to `store`, which must not be null, and keeps it alive.

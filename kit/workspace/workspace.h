@@ -137,7 +137,8 @@ class TALVCS_KIT_API Workspace {
   Status CreateBranch(std::string_view name, const Id& version = {});
   Status CreateTag(std::string_view name, const Id& version = {});
   /// Makes a branch the current one, and that of the next session. Needs no pending edits. Fails
-  /// with `NotFound` if there is no such branch.
+  /// with `NotFound` if there is no such branch. Where the store doesn't take the name of the
+  /// branch, as one that is only read, this session alone has it, until a later save keeps it.
   Status Switch(std::string_view branch);
   /// Remove a branch, or a tag. Fail with `NotFound` if there is none, and with `Denied` for the
   /// current branch. A clean-up then removes versions that nothing else reaches.

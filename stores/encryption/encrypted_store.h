@@ -46,7 +46,8 @@ struct PasswordCost {
 /// *The store below* holds nothing else, and is used by encrypted stores alone, by any number with
 /// the password. Its rules for several store objects, failures and durability hold for this one,
 /// too. Tools that look into objects, such as `Copy` and `Verify`, work on this store and not on
-/// the one below. One that compares bytes with ids, such as `ChecksumStore`, can't be below.
+/// the one below. One that compares bytes with ids, such as `ChecksumStore` or `CacheStore`,
+/// can't be below.
 ///
 /// *Errors* are those of the store below, and: `Damaged` for what was changed or belongs elsewhere,
 /// per object in reads; `Denied` for another password. Texts of errors never have a key or

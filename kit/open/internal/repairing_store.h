@@ -20,7 +20,7 @@ class RepairingStore final : public IObjectStore {
  public:
   /// Both outlive this object.
   RepairingStore(IObjectStore& store, IObjectStore& source)
-      : m_store(store), m_source(source), m_isRepairable(ReplaceObjects(store, {}).ok()) {}
+      : m_store(store), m_source(source), m_isRepairable(CanReplace(store)) {}
   ~RepairingStore() override;
 
   /// Writes what was found in the second store and isn't in the first one yet, and waits until it
@@ -45,6 +45,12 @@ class RepairingStore final : public IObjectStore {
   Status SetValue(std::string_view name, std::optional<std::string_view> value) override;
 
  private:
+  /// A store that fails in another way may do so later, and then the repair does too.
+  static bool CanReplace(IObjectStore& store) {
+    const Status status = ReplaceObjects(store, {});
+    return status || status.error().code != ErrorCode::Unsupported;
+  }
+
   static constexpr std::uint64_t kMostBytes = std::uint64_t{4} << 20;
 
   /// What the first store passed for an object that it can't read.

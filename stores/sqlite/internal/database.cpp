@@ -108,6 +108,7 @@ Result<std::unique_ptr<Database>> Database::OpenOnce(const std::string& name,
   database->m_options = options;
   lacksLog = false;
   const bool had_log = Exists(path + "-wal");
+  database->m_mayMakeLog = !had_log;
   Status status = CheckKinds(*database, path);
   if (!status) return std::move(status).error();
   if (const int code = database->Connect(options); code != SQLITE_OK) {
@@ -133,8 +134,6 @@ Result<std::unique_ptr<Database>> Database::OpenOnce(const std::string& name,
   if (!lacks_log) return std::move(lacks_log).error();
   lacksLog = *lacks_log;
   if (lacksLog) {
-    // Removes the empty log that opening has made.
-    sqlite3_db_config(database->m_connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
     return database->Fail(ErrorCode::Damaged, Task::Open,
                           "the file with its last changes, \"" + path + "-wal\", is missing");
   }
@@ -146,6 +145,7 @@ Result<std::unique_ptr<Database>> Database::OpenOnce(const std::string& name,
     return std::move(status).error();
   }
   database->m_isOpen = true;
+  database->m_mayMakeLog = false;
   return database;
 }
 
@@ -172,7 +172,25 @@ Result<std::unique_ptr<Database>> Database::Attach(sqlite3* connection, std::str
 
 Database::~Database() {
   if (m_isOpen) Quietly([this] { LeaveLog(*this); });
+  if (m_mayMakeLog) Quietly([this] { RemoveMadeLog(); });
   Disconnect();
+}
+
+/// Removes the empty log that SQLite has made for an opening that failed. The next one would take
+/// it for the log that is missing.
+void Database::RemoveMadeLog() {
+  if (m_connection == nullptr || !Exists(m_path + "-wal")) return;
+  if (IsReadOnly()) {
+    // Only a connection that may write removes a log.
+    Disconnect();
+    if (sqlite3_open_v2(m_path.c_str(), &m_connection, SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_READWRITE,
+                        nullptr) != SQLITE_OK ||
+        RefuseForeignSql(m_connection) != SQLITE_OK) {
+      return;
+    }
+    sqlite3_exec(m_connection, TextOf(Query::CountTables), nullptr, nullptr, nullptr);
+  }
+  sqlite3_db_config(m_connection, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
 }
 
 void Database::Disconnect() noexcept {

@@ -80,6 +80,7 @@ class Database {
   int Connect(const SqliteOptions& options);
   Status Configure(const SqliteOptions& options);
   void Disconnect() noexcept;
+  void RemoveMadeLog();
 
   // For messages.
   std::string m_name;
@@ -89,6 +90,7 @@ class Database {
   sqlite3* m_connection = nullptr;
   // Whether it was opened without a failure.
   bool m_isOpen = false;
+  bool m_mayMakeLog = false;  // the opening began without a log and hasn't succeeded
   bool m_isAttached = false;
   bool m_isReadOnly = false;
   bool m_isWriting = false;

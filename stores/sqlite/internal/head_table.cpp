@@ -88,9 +88,12 @@ Status HeadTable::Apply(std::span<const HeadMove> moves) {
 Status HeadTable::Set(const HeadMove& move) {
   const std::optional<ObjectKey> key = KeyOf(move.desired);
   if (!key) {
-    return m_database.Use(Query::DeleteHead, Task::Save).BindText(1, move.name).Run();
+    return m_database.Use(Query::DeleteHead, Task::Save).BindText(1, move.name).RunChange();
   }
-  return m_database.Use(Query::SetHead, Task::Save).BindText(1, move.name).Bind(2, *key).Run();
+  return m_database.Use(Query::SetHead, Task::Save)
+      .BindText(1, move.name)
+      .Bind(2, *key)
+      .RunChange();
 }
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -40,7 +40,7 @@ Status WriteMeta(Database& database, Meta meta, std::uint64_t value) {
   return database.Use(Query::SetMeta, Task::Save)
       .BindText(1, NameOf(meta))
       .Bind(2, static_cast<std::int64_t>(value))
-      .Run();
+      .RunChange();
 }
 
 }  // namespace TalVcs::Kit::Sqlite

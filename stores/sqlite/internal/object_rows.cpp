@@ -121,8 +121,8 @@ Status ObjectRows::Insert(const ObjectRow& row) {
     statement.Bind(2, row.key)
         .Bind(3, static_cast<std::int64_t>(row.sizeBytes))
         .Bind(4, row.encoding);
-    status = IsSplit(row.data) ? statement.Bind(5, PiecesOf(row.data)).Run()
-                               : statement.BindBlob(5, data.Bytes()).Run();
+    status = IsSplit(row.data) ? statement.Bind(5, PiecesOf(row.data)).RunChange()
+                               : statement.BindBlob(5, data.Bytes()).RunChange();
   }
   if (!status || !IsSplit(row.data)) return status;
   if (number == 0) number = sqlite3_last_insert_rowid(m_database.Connection());
@@ -136,8 +136,8 @@ Status ObjectRows::Update(const ObjectRow& row) {
     const Part data(row.data, 0, IsSplit(row.data) ? 0 : row.data.GetSize());
     Statement statement = m_database.Use(Query::UpdateObject, Task::Save);
     statement.Bind(1, row.number).Bind(2, row.encoding);
-    status = IsSplit(row.data) ? statement.Bind(3, PiecesOf(row.data)).Run()
-                               : statement.BindBlob(3, data.Bytes()).Run();
+    status = IsSplit(row.data) ? statement.Bind(3, PiecesOf(row.data)).RunChange()
+                               : statement.BindBlob(3, data.Bytes()).RunChange();
   }
   return status && IsSplit(row.data) ? WritePieces(row.number, row.data) : status;
 }
@@ -152,7 +152,7 @@ Status ObjectRows::WritePieces(std::int64_t number, const Buffer& data) {
                  .Bind(1, number)
                  .Bind(2, piece)
                  .BindBlob(3, part.Bytes())
-                 .Run();
+                 .RunChange();
   }
   return status;
 }
@@ -160,7 +160,7 @@ Status ObjectRows::WritePieces(std::int64_t number, const Buffer& data) {
 Status ObjectRows::Remove(std::int64_t number) {
   Status status = m_database.Use(Query::DeletePieces, Task::Save).Bind(1, number).Run();
   if (!status) return status;
-  return m_database.Use(Query::DeleteObject, Task::Save).Bind(1, number).Run();
+  return m_database.Use(Query::DeleteObject, Task::Save).Bind(1, number).RunChange();
 }
 
 std::vector<std::byte> EncodedFormOf(std::span<const std::byte> packed) {

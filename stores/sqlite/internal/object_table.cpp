@@ -152,10 +152,10 @@ Status ObjectTable::Encode(const PendingObjects::Entry& object, ObjectRow& row) 
   if (!header || header->encoding == ObjectEncoding::Plain) return {};
   row.encoding = kCompressedRow;
   if (header->encoding == ObjectEncoding::Difference) {
-    Result<std::int64_t> base = NumberOf(KeyOf(header->base).value_or(ObjectKey()));
+    Result<std::int64_t> base = FindBaseRow(*header);
     if (!base) return std::move(base).error();
     if (*base <= 0) {
-      // The base is in the cache, but has been removed or rolled back since.
+      // What the cache says of it has been removed, undone or encoded anew since.
       m_encoded.Clear();
       return Encode({object.key, object.packed, Id()}, row);
     }
@@ -164,6 +164,23 @@ Status ObjectTable::Encode(const PendingObjects::Entry& object, ObjectRow& row) 
   row.data = Buffer();
   row.data.Append(encoded.data(), encoded.size());
   return {};
+}
+
+/// Returns the number of the row of a difference's base, or 0 if it is no base for the difference:
+/// if it isn't there, or its own place is not below that of the difference. The cache may know
+/// neither, because other store objects, hosts and failures change rows too.
+Result<std::int64_t> ObjectTable::FindBaseRow(const EncodedHeader& difference) {
+  Result<std::optional<ObjectRow>> row = m_rows.Find(KeyOf(difference.base).value_or(ObjectKey()));
+  if (!row) return std::move(row).error();
+  if (!*row) return 0;
+  std::uint32_t position = 0;
+  if ((*row)->encoding > 0) {
+    const Joined data((*row)->data);
+    const Result<EncodedHeader> header = ReadEncodedHeader(data.Bytes());
+    if (!header) return 0;
+    position = header->position;
+  }
+  return DepthOf(position) < DepthOf(difference.position) ? (*row)->number : 0;
 }
 
 Status ObjectTable::List(std::int64_t& number, std::vector<ObjectKey>& keys) {

@@ -67,6 +67,7 @@ class ObjectTable {
   Result<std::vector<std::byte>> ReadEncoded(const Id& id);
   Result<std::optional<ObjectRow>> FindBase(const ObjectKey& key);
   Result<std::int64_t> NumberOf(const ObjectKey& key);
+  Result<std::int64_t> FindBaseRow(const EncodedHeader& difference);
   Result<Removal> FindRemovals(std::span<const ObjectKey> kept);
   Status EncodeWithoutBase(std::int64_t number);
 

@@ -53,6 +53,12 @@ Status Statement::Run() {
   return row ? Status() : Status(std::move(row).error());
 }
 
+Status Statement::RunChange() {
+  Status status = Run();
+  if (!status || sqlite3_changes(m_database.Connection()) != 0) return status;
+  return m_database.Fail(ErrorCode::Denied, m_task, "a trigger of the database ignores the change");
+}
+
 std::optional<std::int64_t> Statement::Number(int column) const {
   if (sqlite3_column_type(m_statement, column) != SQLITE_INTEGER) return std::nullopt;
   return sqlite3_column_int64(m_statement, column);

@@ -35,6 +35,9 @@ class Statement {
   Result<bool> Step();
   /// Runs a statement that has no rows.
   Status Run();
+  /// Runs a statement that changes a row. Fails with `Denied` if it changes none, because a trigger
+  /// of the host ignores the change.
+  Status RunChange();
 
   /// Return a column of the current row; nothing if it is of another type.
   std::optional<std::int64_t> Number(int column) const;

@@ -9,7 +9,7 @@ Status PutValue(Database& database, std::string_view name, std::span<const std::
       .BindText(1, name)
       .BindBlob(2, value)
       .Bind(3, static_cast<std::int64_t>(Checksum(name, value)))
-      .Run();
+      .RunChange();
 }
 
 }  // namespace TalVcs::Kit::Sqlite

@@ -194,6 +194,22 @@ TEST(Repair, FailureOfAnyCallLeavesAStoreThatCanBeRepaired) {
   }
 }
 
+// A failure of the question whether a store can replace objects is no answer.
+TEST(Repair, NoFailureOfACallIsTakenForAStoreThatCanNotReplace) {
+  const auto good = SmallStore();
+  int reports = 0;
+  for (bool has_failed = true; has_failed; ++reports) {
+    MemoryObjectStore memory = *good;
+    DamageObject(memory, SharedBlob("2")->GetId());
+    FaultInjectionStore store(memory);
+    store.FailFrom(reports + 1);
+    const Result<RepairReport> report = Repair(store, *good);
+    EXPECT_TRUE(!report || report->IsWhole()) << reports + 1;
+    has_failed = store.HasFailed();
+  }
+  EXPECT_GT(reports, 4);
+}
+
 TEST(Repair, RemovalMeanwhileMakesItLookAgain) {
   const auto good = SmallStore();
   for (int call = 1;; ++call) {

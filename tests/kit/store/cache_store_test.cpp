@@ -90,6 +90,27 @@ TEST_F(Cache, OldestUsesMakeRoom) {
   EXPECT_EQ(ReadOne(cache, objects[1].id), "bbbbbbbbbb");
 }
 
+// A removal lets the next write of a folder fail with Busy.
+TEST_F(Cache, FolderAsTheFastStoreMakesRoomAgainAndAgain) {
+  const TemporaryFolder folder;
+  const std::shared_ptr<IObjectStore> fast = OpenFolder(folder.Path() / "fast");
+  CacheStore cache(fast, m_second, {.mostBytes = 40});
+  std::vector<Id> ids;
+  for (char letter = 'a'; letter <= 'z'; ++letter) {
+    const Buffer packed = BufferOf(std::string(10, letter));
+    ids.push_back(Id(packed));
+    ASSERT_TRUE(cache.Write({{{ids.back(), packed}}}).ok());
+    ASSERT_TRUE(cache.GetFastStatus().ok()) << letter;
+  }
+  Slow().FailWith(ErrorCode::Unavailable);
+  Slow().FailFrom(1);
+  EXPECT_EQ(ReadOne(cache, ids.back()), std::string(10, 'z'));
+  const auto uncached = static_cast<std::ptrdiff_t>(fast->Missing(ids).value().size());
+  EXPECT_EQ(cache.FindUncached(ids), std::vector<Id>(ids.begin(), ids.begin() + uncached));
+  EXPECT_GE(uncached, 22);
+  EXPECT_LE(uncached, 23);
+}
+
 TEST_F(Cache, LargeObjectIsNotCached) {
   CacheStore cache = Make(40);
   const Buffer packed = BufferOf("eleven byte");

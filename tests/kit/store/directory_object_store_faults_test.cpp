@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 #include <kit/internal/store_access.h>
+#include <kit/text.h>
 #include <talvcs/persistence/packed_object.h>
 #include <tests/kit/faulty_file_system.h>
+#include <tests/kit/store/document_states.h>
 #include <tests/kit/store/object_store_suite.h>
 #include <tests/kit/store/volatile_file_system.h>
 #include <tests/kit/temporary_folder.h>
@@ -225,6 +227,51 @@ TEST_P(DirectoryObjectStoreFaults, RemovalNeverTakesWhatIsMarked) {
     if (!fired) break;
   }
   EXPECT_GT(failed, 10);
+}
+
+// A removal encodes what loses its base anew. A version after that was a difference from what is
+// nowhere.
+TEST_P(DirectoryObjectStoreFaults, VersionsAfterARemovalThatFailedAreWhole) {
+  const Fault fault = GetParam();
+  const auto next = [](std::vector<StoredObject>& versions) {
+    const StoredObject& last = versions.back();
+    versions.push_back(Packed(BytesFromBuffer(last.packed).substr(5) + "more"));
+    versions.back().previous = versions[versions.size() - 2].id;
+  };
+  int failed = 0;
+  for (int number = 1;; ++number) {
+    const TemporaryFolder folder;
+    const auto files = std::make_shared<FaultyFileSystem>();
+    DirectoryObjectStore store = StoreAccess::Create(folder.Path(), Options(true), files).value();
+    std::vector<StoredObject> versions{Packed(Testing::RandomBytes(3000))};
+    while (versions.size() < 10) next(versions);
+    ASSERT_TRUE(store.Write(versions).ok());
+    ASSERT_TRUE(store.MoveHeads({{HeadMove{"master", Id(), versions.back().id}}}).ok());
+    files->Restart();
+    files->FailWith(fault.error);
+    files->FailFrom(number, fault.count);
+    const Result<RemovedObjects> removed =
+        store.RemoveUnmarked([&](std::span<const Head> /*heads*/) {
+          return std::vector<Id>{versions[5].id, versions[9].id};
+        });
+    const bool fired = files->HasFailed();
+    files->FailFrom(0);
+    failed += removed ? 0 : 1;
+    const std::size_t first = versions.size();
+    while (versions.size() < 16) next(versions);
+    ASSERT_TRUE(store.Write(std::span(versions).subspan(first)).ok()) << number;
+    ASSERT_TRUE(store.MoveHeads({{HeadMove{"master", versions[9].id, versions.back().id}}}).ok());
+    DirectoryObjectStore again = DirectoryObjectStore::Open(folder.Path(), Options(false)).value();
+    for (std::size_t index = 9; index < versions.size(); ++index) {
+      const Status status =
+          again.Read({{versions[index].id}}, [&](const Id& id, Result<Buffer> packed) {
+            EXPECT_TRUE(packed && Id(*packed) == id) << number << ": " << index;
+          });
+      ASSERT_TRUE(status.ok());
+    }
+    if (!fired) break;
+  }
+  EXPECT_GT(failed, 5);
 }
 
 INSTANTIATE_TEST_SUITE_P(

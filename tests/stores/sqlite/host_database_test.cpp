@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace TalVcs::Kit {
 namespace {
@@ -75,6 +76,81 @@ TEST_F(SqliteHostDatabase, VersionAfterARolledBackOneIsWhole) {
   ASSERT_TRUE(Save(*m_store, {second}, {}).ok());
   SqliteStore again = Attach(m_host).value();
   EXPECT_EQ(DescribeObject(again, second.id), "3004 bytes");
+}
+
+TEST_F(SqliteHostDatabase, VersionAfterOneThatWasRolledBackAndWrittenByAnotherIsWhole) {
+  const StoredObject first = ObjectOf(RandomBytes(3000));
+  const StoredObject second = NextVersion(first, "more");
+  const StoredObject third = NextVersion(second, "more");
+  StoredObject alone = second;
+  alone.previous = Id();
+  m_host.Execute("BEGIN");
+  ASSERT_TRUE(Save(*m_store, {alone}, {}).ok());
+  m_host.Execute("ROLLBACK");
+  SqliteStore other = Attach(m_host).value();
+  ASSERT_TRUE(Save(other, {first, second}, {}).ok());
+  ASSERT_TRUE(Save(*m_store, {third}, {}).ok());
+  SqliteStore again = Attach(m_host).value();
+  EXPECT_EQ(DescribeObject(again, third.id), "3008 bytes");
+}
+
+// A removal encodes what loses its base anew. That is undone with it.
+TEST_F(SqliteHostDatabase, VersionsAfterAnUndoneRemovalAreWhole) {
+  const char* const refuse =
+      "CREATE TRIGGER no BEFORE DELETE ON history_objects WHEN old.number = (SELECT max(number) - 2"
+      " FROM history_objects) BEGIN SELECT RAISE(ABORT, 'no'); END";
+  for (const bool by_host : {false, true}) {
+    std::vector<StoredObject> versions{ObjectOf(RandomBytes(3000, by_host ? 2 : 3))};
+    while (versions.size() < 10) versions.push_back(NextVersion(versions.back(), "more"));
+    ASSERT_TRUE(Save(*m_store, versions, {}).ok());
+    m_host.Execute(by_host ? "BEGIN" : refuse);
+    const Result<RemovedObjects> removed = m_store->RemoveUnmarked([&](auto) {
+      return std::vector<Id>{kOld.id, kShared.id, versions[5].id, versions[9].id};
+    });
+    EXPECT_EQ(removed.ok(), by_host);
+    m_host.Execute(by_host ? "ROLLBACK" : "DROP TRIGGER no");
+    for (int count = 0; count < 6; ++count) {
+      versions.push_back(NextVersion(versions[versions.size() - (count == 3 ? 5 : 1)], "more"));
+      ASSERT_TRUE(Save(*m_store, {versions.back()}, {}).ok());
+    }
+    SqliteStore again = Attach(m_host).value();
+    for (const StoredObject& version : versions) {
+      EXPECT_EQ(DescribeObject(again, version.id),
+                std::to_string(version.packed.GetSize()) + " bytes");
+    }
+  }
+}
+
+TEST_F(SqliteHostDatabase, TriggerThatIgnoresAChangeLetsItFail) {
+  ASSERT_TRUE(m_store->SetValue("current", "master").ok());
+  for (const std::string table : {"objects", "heads", "host_values", "meta"}) {
+    for (const std::string change : {"INSERT", "UPDATE", "DELETE"}) {
+      SCOPED_TRACE(change + " " + table);
+      const std::string trigger = "CREATE TRIGGER no BEFORE " + change + " ON history_" + table +
+                                  " BEGIN SELECT RAISE(IGNORE); END";
+      m_host.Execute(trigger.c_str());
+      const Status status = SaveNewState(*m_store);
+      const bool is_head = table == "heads" || table == "meta";
+      if (is_head || (table == "objects" && change == "INSERT")) {
+        EXPECT_EQ(status.ok(), table == "meta" && change == "DELETE");
+      }
+      EXPECT_EQ(status ? ErrorCode::Denied : status.error().code, ErrorCode::Denied);
+      if (table == "host_values" && change != "DELETE") {
+        EXPECT_EQ(m_store->SetValue("current", "topic").error().code, ErrorCode::Denied);
+      }
+      m_host.Execute("DROP TRIGGER no");
+      SqliteStore again = Attach(m_host).value();
+      EXPECT_EQ(DescribeStore(again), status ? kNewState : kOldState);
+      EXPECT_EQ(again.Value("current").value(), "master");
+      if (status) {
+        ASSERT_TRUE(Save(*m_store, {kOld, kShared},
+                         {{"master", kNew.id, kOld.id},
+                          {"large", kLarge.id, Id()},
+                          {"topic", Id(), kShared.id}})
+                        .ok());
+      }
+    }
+  }
 }
 
 TEST_F(SqliteHostDatabase, FailedMoveKeepsTheTransactionOfTheHost) {

@@ -122,6 +122,23 @@ TEST_F(SqliteObjects, BaseThatAnotherStoreObjectRemovedIsNotUsed) {
   ExpectReads(other, versions[1]);
 }
 
+// The first store object remembers a base that begins a group; in the document it is a difference
+// itself by then.
+TEST_F(SqliteObjects, BaseThatAnotherStoreObjectWroteAgainElsewhereIsNotUsedThere) {
+  const std::vector<StoredObject> versions = Versions(4);
+  StoredObject alone = versions[1];
+  alone.previous = Id();
+  SqliteStore store = Open();
+  SqliteStore other = Open();
+  ASSERT_TRUE(Save(store, {alone}, {}).ok());
+  ASSERT_EQ(other.RemoveUnmarked([](auto) { return std::vector<Id>(); }).value().count, 1U);
+  ASSERT_TRUE(Save(other, {versions[0], versions[1]}, {}).ok());
+  ASSERT_TRUE(Save(store, {versions[2], versions[3]}, {}).ok());
+  SqliteStore again = Open();
+  for (const StoredObject& version : versions) ExpectReads(again, version);
+  EXPECT_EQ(Query("SELECT count(*) FROM objects WHERE encoding > 0"), "2");
+}
+
 TEST_F(SqliteObjects, DifferenceWithoutItsBaseIsDamaged) {
   const std::vector<StoredObject> versions = Versions(2);
   Write(versions);
