@@ -70,6 +70,12 @@ bool Exists(const std::string& path) {
   return std::filesystem::exists(std::u8string(path.begin(), path.end()), failure);
 }
 
+bool HasFolder(const std::string& path) {
+  std::error_code failure;
+  return std::filesystem::is_directory(
+      std::filesystem::path(std::u8string(path.begin(), path.end())).parent_path(), failure);
+}
+
 const char* SynchronousOf(const SqliteOptions& options) {
   // A commit outlives a loss of power once the folder is on the medium after the journal was
   // removed from it. FULL leaves that out; EXTRA does it.
@@ -112,7 +118,13 @@ Result<std::unique_ptr<Database>> Database::OpenOnce(const std::string& name,
   Status status = CheckKinds(*database, path);
   if (!status) return std::move(status).error();
   if (const int code = database->Connect(options); code != SQLITE_OK) {
-    return database->Fail(code, Task::Open);
+    Error error = database->Fail(code, Task::Open);
+    // SQLite looks once more for what it may not make, and says that it isn't there.
+    if (error.code == ErrorCode::NotFound && options.create && !options.readOnly &&
+        HasFolder(path)) {
+      error = database->Fail(ErrorCode::Denied, Task::Open, "no permission to make it");
+    }
+    return error;
   }
   status = CheckJournal(*database);
   if (!status) return std::move(status).error();

@@ -187,6 +187,8 @@ TEST_F(SqliteOpen, DocumentWithoutTheRightToWriteRefusesChanges) {
     m_path = "document.tal";
     if (BecomeOrdinaryUser()) {
       ExpectReadsAndRefusesChanges(Open().value());
+      m_path = std::filesystem::current_path() / "new.tal";
+      ExpectFails(ErrorCode::Denied, "no permission to make it");
     } else {
       EXPECT_EQ(State(), kOldState) << "a superuser who cannot become another user";
     }
