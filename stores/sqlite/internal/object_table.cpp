@@ -167,10 +167,11 @@ Status ObjectTable::Encode(const PendingObjects::Entry& object, ObjectRow& row) 
 }
 
 /// Returns the number of the row of a difference's base, or 0 if it is no base for the difference:
-/// if it isn't there, or its own place is not below that of the difference. The cache may know
-/// neither, because other store objects, hosts and failures change rows too.
+/// if it isn't there, is damaged, or its own place is not below that of the difference. The cache
+/// may know nothing of that, because other store objects, hosts and failures change rows too.
 Result<std::int64_t> ObjectTable::FindBaseRow(const EncodedHeader& difference) {
   Result<std::optional<ObjectRow>> row = m_rows.Find(KeyOf(difference.base).value_or(ObjectKey()));
+  if (!row && row.error().code == ErrorCode::Damaged) return 0;
   if (!row) return std::move(row).error();
   if (!*row) return 0;
   std::uint32_t position = 0;

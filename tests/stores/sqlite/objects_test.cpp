@@ -139,6 +139,17 @@ TEST_F(SqliteObjects, BaseThatAnotherStoreObjectWroteAgainElsewhereIsNotUsedTher
   EXPECT_EQ(Query("SELECT count(*) FROM objects WHERE encoding > 0"), "2");
 }
 
+TEST_F(SqliteObjects, VersionAfterOneThatWasDamagedMeanwhileIsKeptByItself) {
+  const std::vector<StoredObject> versions = Versions(2);
+  SqliteStore store = Open();
+  ASSERT_TRUE(Save(store, {versions[0]}, {}).ok());
+  RawFile(m_path).Execute("UPDATE objects SET size = -1");
+  ASSERT_TRUE(Save(store, {versions[1]}, {}).ok());
+  SqliteStore again = Open();
+  ExpectReads(again, versions[1]);
+  EXPECT_EQ(Read(again, versions[0]), "Damaged");
+}
+
 TEST_F(SqliteObjects, DifferenceWithoutItsBaseIsDamaged) {
   const std::vector<StoredObject> versions = Versions(2);
   Write(versions);
