@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <filesystem>
-#include <memory>
 #include <utility>
 
 // A write keeps the order of its objects, because one that is there is taken for whole with all
@@ -264,12 +263,19 @@ Status StoredObjects::FinishRemoval() {
   return m_state.Get().removedFiles.empty() ? Status() : ObjectRemoval(*this).Finish();
 }
 
-/// What a removal encodes anew may be a base only once the removal has succeeded, and is then read
-/// from the packs.
+/// Forgets what a removal has encoded anew, also when it fails or memory runs out: only what is in
+/// a pack may become a base.
+struct StoredObjects::Removing {
+  explicit Removing(EncodedObjects& of) : encoded(of) { encoded.Clear(); }
+  Removing(const Removing&) = delete;
+  Removing& operator=(const Removing&) = delete;
+  ~Removing() { encoded.Clear(); }
+
+  EncodedObjects& encoded;
+};
+
 Result<RemovedObjects> StoredObjects::RemoveAllBut(const std::set<ObjectKey>& kept) {
-  m_encoded.Clear();
-  const std::unique_ptr<EncodedObjects, void (*)(EncodedObjects*)> cleared(
-      &m_encoded, [](EncodedObjects* encoded) { encoded->Clear(); });
+  const Removing removing(m_encoded);
   return ObjectRemoval(*this).Run(kept);
 }
 

@@ -69,6 +69,7 @@ class StoredObjects {
   Status Flush();
   void ForgetPending();
   struct Writing;
+  struct Removing;
   Status WriteOne(const StoredObject& object);
   Status Put(const StoredObject& object);
   Status NamePacks();

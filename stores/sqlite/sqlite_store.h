@@ -175,9 +175,8 @@ class TALVCS_SQLITE_API SqliteStore final : public IObjectStore,
 
   /// Copies the document, as `Compact` does, into a new one at `target`. Fails with `Denied` if
   /// there is a file of that name, or one that SQLite would take for its journal or log, or if
-  /// `target` with "-compact" added is the document. Works on
-  /// documents that can only be read, and in a host's database, of which only the store's tables
-  /// are copied.
+  /// `target` with "-compact" added is the document. Works on documents that can only be read, and
+  /// in a host's database, of which only the store's tables are copied.
   Status CompactInto(const std::filesystem::path& target, const Progress& progress = {});
 
   /// Writes everything that is readable in the damaged document at `path` into a new one at
